@@ -1,0 +1,32 @@
+# What every target of the project is compiled with.
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+set(CMAKE_CXX_VISIBILITY_PRESET hidden)
+set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
+set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/bin)
+set(CMAKE_LIBRARY_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/lib)
+# An installed program finds the libraries beside it, wherever the prefix is.
+set(CMAKE_INSTALL_RPATH "$ORIGIN/../${CMAKE_INSTALL_LIBDIR}")
+
+find_program(TARN_CCACHE ccache)
+if(TARN_CCACHE)
+  set(CMAKE_CXX_COMPILER_LAUNCHER ${TARN_CCACHE})
+endif()
+
+add_library(tarn_options INTERFACE)
+target_include_directories(tarn_options INTERFACE
+  $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}> $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
+target_compile_features(tarn_options INTERFACE cxx_std_20)
+
+add_library(tarn_warnings INTERFACE)
+target_compile_options(tarn_warnings INTERFACE
+  -Wall -Wextra -Wpedantic -Wshadow=local -Wnon-virtual-dtor -Woverloaded-virtual -Wconversion
+  $<$<BOOL:${TARN_WERROR}>:-Werror>)
+
+if(TARN_SANITIZE)
+  add_compile_options(-fsanitize=${TARN_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
+  add_link_options(-fsanitize=${TARN_SANITIZE})
+endif()
