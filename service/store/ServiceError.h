@@ -1,0 +1,40 @@
+#pragma once
+
+#include <stdexcept>
+#include <string>
+
+namespace tarnd {
+
+/// A request that was refused or failed: what kind of failure, and one plain sentence for the caller.
+///
+/// what() is safe to send over the wire. detail() is for the log alone (an engine's own text, an errno); it
+/// is empty when the sentence says it all, and never holds a token or a session id.
+class ServiceError : public std::runtime_error {
+public:
+    enum class Kind {
+        badRequest,          ///< 400: malformed, or names an unknown user, handle, grant or version
+        loginRequired,       ///< 401: no live session, or a token that no account has
+        notAllowed,          ///< 403: the caller sees the item but may not do this to it
+        notFound,            ///< 404: a path that does not exist or that the caller may not see; nothing else
+        conflict,            ///< 409: the state of the tree is against it
+        lengthRequired,      ///< 411: an upload that does not say how long it is
+        tooLarge,            ///< 413: an upload or a header beyond the limits
+        insufficientStorage, ///< 507: the disk is full
+        internal,            ///< 500: a fault of the service or of its storage
+    };
+
+    ServiceError(Kind kind, const std::string& sentence, std::string detail = {})
+        : std::runtime_error(sentence), kind_(kind), detail_(std::move(detail))
+    {
+    }
+
+    Kind kind() const noexcept { return kind_; }
+
+    const std::string& detail() const noexcept { return detail_; }
+
+private:
+    Kind kind_;
+    std::string detail_;
+};
+
+} // namespace tarnd
