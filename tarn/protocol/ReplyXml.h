@@ -1,0 +1,45 @@
+#pragma once
+
+#include "tarn/foundation/Export.h"
+
+#include <Poco/AutoPtr.h>
+#include <Poco/DOM/Document.h>
+#include <Poco/DOM/Element.h>
+
+#include <optional>
+#include <string>
+#include <vector>
+
+/// Reading of XML replies. Every lookup is linear in the size of what it searches.
+namespace connector::tarn {
+
+using ReplyDocument = Poco::AutoPtr<Poco::XML::Document>;
+
+/// The document in `text`, as Poco's DOM parser reads it with its default settings.
+///
+/// A document nested deeper than 256 levels, with more than 500 distinct names or more than 10 million nodes
+/// counts as not well-formed: reading it could take the process down.
+/// @throws std::runtime_error "TARN error: " followed by the whole text when it is not well-formed XML
+TARN_API ReplyDocument parseXml(const std::string& text);
+
+/// The text below the single descendant of `node` named `tag`, at any depth; nothing when there is none or
+/// more than one. The search stops at the second.
+TARN_API std::optional<std::string> onlyText(const Poco::XML::Node& node, const std::string& tag);
+
+/// `onlyText` below an element; `fallback` also when `node` is no element.
+TARN_API std::string childText(const Poco::XML::Node& node, const std::string& tag,
+                               const std::string& fallback = {});
+
+/// `onlyText` in the whole document, its root element included.
+TARN_API std::string documentText(const Poco::XML::Document& document, const std::string& tag,
+                                  const std::string& fallback = {});
+
+/// All descendants of `node` named `tag`, at any depth, in document order.
+TARN_API std::vector<const Poco::XML::Element*> elementsNamed(const Poco::XML::Node& node,
+                                                              const std::string& tag);
+
+/// The direct children of `container` that are elements, in document order; none for a null container. The
+/// text between the items of a pretty-printed reply is no item.
+TARN_API std::vector<const Poco::XML::Element*> childElements(const Poco::XML::Element* container);
+
+} // namespace connector::tarn

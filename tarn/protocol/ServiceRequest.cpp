@@ -1,0 +1,77 @@
+#include "tarn/protocol/ServiceRequest.h"
+
+#include "tarn/protocol/WireText.h"
+
+namespace connector::tarn {
+namespace {
+
+/// Percent-encoded in a path besides what Poco always encodes.
+constexpr const char* reservedInUrl = "%<>{}|\\\"^`!*'()$,[]";
+
+std::string encodeUrl(const std::string& text)
+{
+    std::string encoded;
+    Poco::URI::encode(text, reservedInUrl, encoded);
+    return encoded;
+}
+
+std::string joinResource(const std::string& resourcePath)
+{
+    return resourcePath.empty() || resourcePath.front() == '/' ? resourcePath : "/" + resourcePath;
+}
+
+} // namespace
+
+ServiceRequest::ServiceRequest(std::string methodWord, const std::string& urlText)
+    : method(std::move(methodWord)), uri(encodeUrl(urlText))
+{
+}
+
+void ServiceRequest::addIdentity(const TarnBaseRequest& request, const std::u16string& bucket)
+{
+    addSessionQueryParameters(uri, request.clientString, request.clientType, bucket);
+}
+
+void ServiceRequest::addText(const std::string& name, const std::u16string& value)
+{
+    addText(name, toWire(value));
+}
+
+void ServiceRequest::addFlag(const std::string& name, bool value)
+{
+    addText(name, std::string(toWire(value)));
+}
+
+void ServiceRequest::addNumber(const std::string& name, std::int64_t value)
+{
+    addText(name, std::to_string(value));
+}
+
+std::unique_ptr<http::HttpClientRequest> ServiceRequest::build() const
+{
+    auto request = std::make_unique<http::HttpClientRequest>(uri.toString(), method, body);
+    request->headers.insert(headers.begin(), headers.end());
+    return request;
+}
+
+ServiceRequest sessionRequest(const std::string& endpoint, const std::string& method,
+                              const std::string& servicePath, const std::string& resourcePath,
+                              const SessionRequest& request)
+{
+    ServiceRequest built(method, endpoint + servicePath + joinResource(resourcePath));
+    built.addIdentity(request);
+    built.addHeader(sessionIdHeader, request.sessionId);
+    return built;
+}
+
+ServiceRequest pathRequest(const std::string& endpoint, const std::string& method,
+                           const std::string& servicePath, const std::u16string& path,
+                           const std::u16string& bucket, const SessionRequest& request)
+{
+    ServiceRequest built(method, endpoint + servicePath + toWire(path));
+    built.addIdentity(request, bucket);
+    built.addHeader(sessionIdHeader, request.sessionId);
+    return built;
+}
+
+} // namespace connector::tarn

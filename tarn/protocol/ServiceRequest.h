@@ -1,0 +1,59 @@
+#pragma once
+
+#include "tarn/protocol/SessionQuery.h"
+
+#include <Poco/URI.h>
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace connector::tarn {
+
+/// One HTTP request to the service in the making. The URL is parsed once and printed once, in `build`.
+class TARN_API ServiceRequest {
+public:
+    /// @param urlText  endpoint and path as they stand; percent-encoded as a whole. '/', '?' and '#' stay as
+    /// they
+    ///   are: an item path that holds '?' or '#' reaches another object
+    /// @throws Poco::SyntaxException when the text is no URL
+    ServiceRequest(std::string methodWord, const std::string& urlText);
+
+    /// Appends the parameters of addSessionQueryParameters.
+    void addIdentity(const TarnBaseRequest& request, const std::u16string& bucket = {});
+
+    void addText(const std::string& name, const std::string& value) { uri.addQueryParameter(name, value); }
+
+    void addText(const std::string& name, const std::u16string& value);
+    void addFlag(const std::string& name, bool value);
+    void addNumber(const std::string& name, std::int64_t value);
+
+    void addHeader(const std::string& name, const std::string& value) { headers.emplace_back(name, value); }
+
+    void setBody(http::BodyPublisher publisher) { body = std::move(publisher); }
+
+    std::unique_ptr<http::HttpClientRequest> build() const;
+
+private:
+    std::string method;
+    Poco::URI uri;
+    std::vector<std::pair<std::string, std::string>> headers;
+    http::BodyPublisher body;
+};
+
+/// A request as makeSessionHttpRequest builds it, open for further parameters.
+TARN_API ServiceRequest sessionRequest(const std::string& endpoint, const std::string& method,
+                                       const std::string& servicePath, const std::string& resourcePath,
+                                       const SessionRequest& request);
+
+/// A request about the item at `path`, which is joined to `servicePath` as it stands: it is expected to begin
+/// with '/'.
+/// @param bucket  parameter "bucket" when not empty
+/// @throws std::invalid_argument when `path` or `bucket` is malformed UTF-16
+TARN_API ServiceRequest pathRequest(const std::string& endpoint, const std::string& method,
+                                    const std::string& servicePath, const std::u16string& path,
+                                    const std::u16string& bucket, const SessionRequest& request);
+
+} // namespace connector::tarn
