@@ -1,0 +1,70 @@
+#include "tarn/session/TarnSessionClientServiceProvider.h"
+
+#include "tarn/protocol/HttpExchange.h"
+#include "tarn/protocol/ServiceRequest.h"
+
+namespace connector::tarn {
+namespace {
+
+std::unique_ptr<LoginResponse> readLogin(const Poco::XML::Document& reply)
+{
+    auto response = std::make_unique<LoginResponse>();
+    response->sessionId = documentText(reply, "TarnSessionId");
+    response->minutesBeforeRelogin =
+        static_cast<std::uint32_t>(std::stoul(documentText(reply, "MinutesBeforeRelogin", "0")));
+    return response;
+}
+
+std::unique_ptr<PingResponse> readPing(const Poco::XML::Document& reply)
+{
+    auto response = std::make_unique<PingResponse>();
+    response->value = documentText(reply, "Value");
+    return response;
+}
+
+} // namespace
+
+TarnSessionClientServiceProvider::TarnSessionClientServiceProvider(
+    std::shared_ptr<configuration::Configuration> store, const std::string& initialEndpoint)
+    : endpoint(initialEndpoint)
+    , configuration(std::move(store))
+    , cancellers(trackEndpoint(configuration, initialEndpoint, [this](configuration::ConfigValue&& value) {
+        std::lock_guard lock(mutex);
+        endpoint = boost::get<std::string>(std::move(value));
+    }))
+{
+}
+
+std::string TarnSessionClientServiceProvider::getEndpoint() const
+{
+    std::lock_guard lock(mutex);
+    return endpoint;
+}
+
+Future<std::unique_ptr<Message>> TarnSessionClientServiceProvider::handle(std::unique_ptr<Login>&& request,
+                                                                          Address&& to,
+                                                                          std::shared_ptr<Context>&& context)
+{
+    ServiceRequest login("get", getEndpoint() + "/service/v1/login");
+    login.addIdentity(*request);
+    login.addHeader(authenticationTokenHeader, request->authenticationToken);
+    return exchangeXml(login.build(), std::move(to), *context, readLogin);
+}
+
+Future<std::unique_ptr<Message>> TarnSessionClientServiceProvider::handle(std::unique_ptr<Logout>&& request,
+                                                                          Address&& to,
+                                                                          std::shared_ptr<Context>&& context)
+{
+    return exchangeXml(makeSessionHttpRequest(getEndpoint(), "get", "/service/v1/logout", "", *request),
+                       std::move(to), *context, readNothing<LogoutResponse>);
+}
+
+Future<std::unique_ptr<Message>> TarnSessionClientServiceProvider::handle(std::unique_ptr<Ping>&& request,
+                                                                          Address&& to,
+                                                                          std::shared_ptr<Context>&& context)
+{
+    return exchangeXml(makeSessionHttpRequest(getEndpoint(), "get", "/service/v1/ping", "", *request),
+                       std::move(to), *context, readPing);
+}
+
+} // namespace connector::tarn

@@ -1,0 +1,39 @@
+#pragma once
+
+#include "tarn/foundation/EndpointTracking.h"
+#include "tarn/session/SessionMessages.h"
+
+#include <mutex>
+
+namespace connector::tarn {
+
+/// Answers the session messages over HTTP.
+///
+/// Follows the endpoint in the configuration; the endpoint may change while requests are being handled.
+/// Replies are read on the thread that completes the HTTP exchange and touch no state of the provider.
+class TARN_API TarnSessionClientServiceProvider : public TarnSessionServiceProvider {
+public:
+    /// @param configuration  may be null: the endpoint then never changes
+    /// @param endpoint       base URL of the service until the configuration says otherwise
+    /// @throws whatever the configuration throws
+    TarnSessionClientServiceProvider(std::shared_ptr<configuration::Configuration> configuration,
+                                     const std::string& endpoint);
+
+    /// A copy of the current endpoint.
+    std::string getEndpoint() const;
+
+    Future<std::unique_ptr<Message>> handle(std::unique_ptr<Login>&& request, Address&& to,
+                                            std::shared_ptr<Context>&& context) override;
+    Future<std::unique_ptr<Message>> handle(std::unique_ptr<Logout>&& request, Address&& to,
+                                            std::shared_ptr<Context>&& context) override;
+    Future<std::unique_ptr<Message>> handle(std::unique_ptr<Ping>&& request, Address&& to,
+                                            std::shared_ptr<Context>&& context) override;
+
+private:
+    mutable std::mutex mutex; ///< guards `endpoint`
+    std::string endpoint;
+    std::shared_ptr<configuration::Configuration> configuration;
+    Cancellers cancellers;
+};
+
+} // namespace connector::tarn
