@@ -1,0 +1,225 @@
+#include "tarn/fileaccess/FileAccessClientServiceProvider.h"
+
+#include "tarn/fileaccess/FileReplies.h"
+#include "tarn/foundation/OneShotPublisher.h"
+#include "tarn/protocol/ErrorText.h"
+#include "tarn/protocol/ServiceRequest.h"
+
+#include <stdexcept>
+
+namespace connector::tarn {
+namespace {
+
+using Reply = FileAccessServiceProvider::Reply;
+using ContextPtr = FileAccessServiceProvider::ContextPtr;
+using ContentPublisher = reactive_streams::OneShotPublisher<common::DataBuffer>;
+
+constexpr const char* filesPath = "/service/v1/files";
+constexpr const char* filesystemPath = "/service/v1/filesystem";
+constexpr const char* fileHandlePath = "/service/v1/filehandle";
+constexpr const char* foldersPath = "/service/v1/folders";
+constexpr const char* sharedContentPath = "/service/v1/sharedcontent";
+constexpr const char* publicUrlsPath = "/service/v1/public/urls";
+
+template <class Request>
+ServiceRequest itemRequest(const std::string& endpoint, const std::string& method,
+                           const std::string& servicePath, const Request& request)
+{
+    return pathRequest(endpoint, method, servicePath, request.path, request.bucket, request);
+}
+
+template <class Request>
+ServiceRequest fileHandleRequest(const std::string& endpoint, const Request& request)
+{
+    ServiceRequest http = sessionRequest(endpoint, "put", fileHandlePath, "", request);
+    if (!request.path.empty()) http.addText("path", request.path);
+    if (!request.bucket.empty()) http.addText("bucket", request.bucket);
+    return http;
+}
+
+/// A label names nothing without its id, so both go out or neither.
+void addVersion(ServiceRequest& http, const VersionInfo& version)
+{
+    if (version.versionId.empty()) return;
+    http.addText("versionId", version.versionId);
+    http.addNumber("versionLabel", version.versionLabel);
+}
+
+void addCreateMode(ServiceRequest& http, CreateMode mode)
+{
+    switch (mode) {
+    case CreateMode::create:
+        http.addText("createMode", "CREATE");
+        break;
+    case CreateMode::update:
+        http.addText("createMode", "UPDATE");
+        break;
+    case CreateMode::createOrUpdate:
+        http.addText("createMode", "CREATE_OR_UPDATE");
+        break;
+    }
+}
+
+void addHandleOperation(ServiceRequest& http, HandleOperation operation)
+{
+    switch (operation) {
+    case HandleOperation::commitChanges:
+        http.addText("handleOperation", "COMMIT_CHANGES");
+        break;
+    case HandleOperation::abortChanges:
+        http.addText("handleOperation", "ABORT_CHANGES");
+        break;
+    }
+}
+
+Reply notImplemented()
+{
+    return makeExceptionalFuture<std::unique_ptr<Message>>(std::runtime_error(ErrorText::notImplemented));
+}
+
+} // namespace
+
+FileAccessClientServiceProvider::FileAccessClientServiceProvider(
+    std::shared_ptr<configuration::Configuration> store, std::string initialEndpoint)
+    : endpoint(std::move(initialEndpoint))
+    , configuration(std::move(store))
+    , cancellers(
+          trackEndpoint(configuration, std::string(endpoint), [this](configuration::ConfigValue&& value) {
+              endpoint = boost::get<std::string>(std::move(value));
+          }))
+{
+}
+
+template <class Response, class Request>
+Reply FileAccessClientServiceProvider::write(Request& request, const std::string& createMode, Address&& to,
+                                             Context& context) const
+{
+    ServiceRequest http = itemRequest(endpoint, "put", filesPath, request);
+    http.addText("createMode", createMode);
+    http.addFlag("createNewVersion", request.createNewVersion);
+    http.addHeader(contentTypeHeader, request.contentType);
+    http.setBody(std::make_shared<ContentPublisher>(std::move(request.content)));
+    return exchangeXml(http.build(), std::move(to), context, readVersionWritten<Response>);
+}
+
+Reply FileAccessClientServiceProvider::handle(std::unique_ptr<FileCreate>&& request, Address&& to,
+                                              ContextPtr&& context)
+{
+    return write<FileCreateResponse>(*request, "CREATE", std::move(to), *context);
+}
+
+Reply FileAccessClientServiceProvider::handle(std::unique_ptr<FileUpdate>&& request, Address&& to,
+                                              ContextPtr&& context)
+{
+    return write<FileUpdateResponse>(*request, "UPDATE", std::move(to), *context);
+}
+
+Reply FileAccessClientServiceProvider::handle(std::unique_ptr<FileRead>&& request, Address&& to,
+                                              ContextPtr&& context)
+{
+    ServiceRequest http = itemRequest(endpoint, "get", filesPath, *request);
+    addVersion(http, *request);
+    return exchange(http.build(), std::move(to), *context, readFileContent);
+}
+
+Reply FileAccessClientServiceProvider::handle(std::unique_ptr<FileContentRead>&&, Address&&, ContextPtr&&)
+{
+    return notImplemented();
+}
+
+Reply FileAccessClientServiceProvider::handle(std::unique_ptr<FileContentWrite>&&, Address&&, ContextPtr&&)
+{
+    return notImplemented();
+}
+
+Reply FileAccessClientServiceProvider::handle(std::unique_ptr<FileDelete>&& request, Address&& to,
+                                              ContextPtr&& context)
+{
+    ServiceRequest http = itemRequest(endpoint, "delete", filesPath, *request);
+    return exchangeXml(http.build(), std::move(to), *context, readNothing<FileDeleteResponse>);
+}
+
+Reply FileAccessClientServiceProvider::handle(std::unique_ptr<FileAttributesRead>&& request, Address&& to,
+                                              ContextPtr&& context)
+{
+    ServiceRequest http = itemRequest(endpoint, "get", filesystemPath, *request);
+    return exchangeXml(http.build(), std::move(to), *context, readAttributes);
+}
+
+Reply FileAccessClientServiceProvider::handle(std::unique_ptr<FileHandleReadOnlyCreate>&& request,
+                                              Address&& to, ContextPtr&& context)
+{
+    ServiceRequest http = fileHandleRequest(endpoint, *request);
+    http.addText("accessMode", "readOnly");
+    addVersion(http, *request);
+    return exchangeXml(http.build(), std::move(to), *context, readReadOnlyHandle);
+}
+
+Reply FileAccessClientServiceProvider::handle(std::unique_ptr<FileHandleReadWriteCreate>&& request,
+                                              Address&& to, ContextPtr&& context)
+{
+    ServiceRequest http = fileHandleRequest(endpoint, *request);
+    http.addText("accessMode", "readWrite");
+    addCreateMode(http, request->createMode);
+    http.addFlag("truncate", request->truncate);
+    http.addHeader(contentTypeHeader, request->contentType);
+    return exchangeXml(http.build(), std::move(to), *context, readReadWriteHandle);
+}
+
+Reply FileAccessClientServiceProvider::handle(std::unique_ptr<FileHandleClose>&& request, Address&& to,
+                                              ContextPtr&& context)
+{
+    const std::string suffix = request->handleId.empty() ? "" : "/" + request->handleId;
+    ServiceRequest http = sessionRequest(endpoint, "delete", fileHandlePath, suffix, *request);
+    addHandleOperation(http, request->handleOperation);
+    http.addFlag("createNewVersion", request->createNewVersion);
+    return exchangeXml(http.build(), std::move(to), *context, readNothing<FileHandleCloseResponse>);
+}
+
+Reply FileAccessClientServiceProvider::handle(std::unique_ptr<FolderCreate>&& request, Address&& to,
+                                              ContextPtr&& context)
+{
+    ServiceRequest http = itemRequest(endpoint, "put", foldersPath, *request);
+    return exchangeXml(http.build(), std::move(to), *context, readNothing<FolderCreateResponse>);
+}
+
+Reply FileAccessClientServiceProvider::handle(std::unique_ptr<FolderList>&& request, Address&& to,
+                                              ContextPtr&& context)
+{
+    ServiceRequest http = itemRequest(endpoint, "get", foldersPath, *request);
+    return exchangeXml(http.build(), std::move(to), *context, readFolderList);
+}
+
+Reply FileAccessClientServiceProvider::handle(std::unique_ptr<FolderDelete>&& request, Address&& to,
+                                              ContextPtr&& context)
+{
+    ServiceRequest http = itemRequest(endpoint, "delete", foldersPath, *request);
+    http.addFlag("forceRecursive", request->forceRecursive);
+    return exchangeXml(http.build(), std::move(to), *context, readNothing<FolderDeleteResponse>);
+}
+
+Reply FileAccessClientServiceProvider::handle(std::unique_ptr<Move>&& request, Address&& to,
+                                              ContextPtr&& context)
+{
+    ServiceRequest http = itemRequest(endpoint, "put", filesystemPath, *request);
+    http.addText("targetPath", request->targetPath);
+    http.addText("targetBucket", request->targetBucket);
+    http.addFlag("moveTargetOverwrite", request->moveTargetOverwrite);
+    return exchangeXml(http.build(), std::move(to), *context, readNothing<MoveResponse>);
+}
+
+Reply FileAccessClientServiceProvider::handle(std::unique_ptr<SharedContentList>&& request, Address&& to,
+                                              ContextPtr&& context)
+{
+    ServiceRequest http = sessionRequest(endpoint, "get", sharedContentPath, "", *request);
+    return exchangeXml(http.build(), std::move(to), *context, readSharedContentList);
+}
+
+Reply FileAccessClientServiceProvider::handle(std::unique_ptr<PublicAccessUrlGet>&& request, Address&& to,
+                                              ContextPtr&& context)
+{
+    ServiceRequest http = itemRequest(endpoint, "get", publicUrlsPath, *request);
+    return exchangeXml(http.build(), std::move(to), *context, readPublicAccessUrl);
+}
+
+} // namespace connector::tarn

@@ -1,0 +1,93 @@
+#include "tarn/fileaccess/FileReplies.h"
+
+#include "tarn/fileaccess/FileRecordReaders.h"
+#include "tarn/protocol/WireText.h"
+
+#include <Poco/Exception.h>
+
+namespace connector::tarn {
+namespace {
+
+using Poco::XML::Document;
+using Poco::XML::Element;
+
+const Element& rootOf(const Document& reply)
+{
+    const Element* root = reply.documentElement();
+    if (!root) throw Poco::NullPointerException();
+    return *root;
+}
+
+template <class Handle>
+std::unique_ptr<Handle> readHandle(const Document& reply)
+{
+    auto response = std::make_unique<Handle>();
+    response->fileHandleId = documentText(reply, "FileHandleId");
+    response->fileSize = std::stoull(documentText(reply, "FileSize", "0"));
+    return response;
+}
+
+} // namespace
+
+std::unique_ptr<FileReadResponse> readFileContent(http::HttpClientResponse& reply)
+{
+    auto response = std::make_unique<FileReadResponse>();
+    response->content = readContent(reply);
+    response->contentType = "application/octet-stream";
+    return response;
+}
+
+std::unique_ptr<FileAttributesReadResponse> readAttributes(const Document& reply)
+{
+    auto response = std::make_unique<FileAttributesReadResponse>();
+    if (const Element* attributes = rootOf(reply).getChildElement("FileAttributes")) {
+        response->attributes = readFileAttributes(*attributes);
+    }
+    return response;
+}
+
+std::unique_ptr<FileHandleReadOnlyCreateResponse> readReadOnlyHandle(const Document& reply)
+{
+    return readHandle<FileHandleReadOnlyCreateResponse>(reply);
+}
+
+std::unique_ptr<FileHandleReadWriteCreateResponse> readReadWriteHandle(const Document& reply)
+{
+    auto response = readHandle<FileHandleReadWriteCreateResponse>(reply);
+    response->fileCreated = flagFromWire(documentText(reply, "FileCreated", "false"));
+    return response;
+}
+
+std::unique_ptr<FolderListResponse> readFolderList(const Document& reply)
+{
+    auto response = std::make_unique<FolderListResponse>();
+    const Element& root = rootOf(reply);
+    if (const Element* folder = root.getChildElement("FolderSummary")) {
+        response->folder = readFolderSummary(*folder);
+    }
+    for (const Element* file : childElements(root.getChildElement("Files"))) {
+        response->files.push_back(readFileSummary(*file));
+    }
+    for (const Element* folder : childElements(root.getChildElement("Folders"))) {
+        response->folders.push_back(readFolderSummary(*folder));
+    }
+    return response;
+}
+
+std::unique_ptr<SharedContentListResponse> readSharedContentList(const Document& reply)
+{
+    auto response = std::make_unique<SharedContentListResponse>();
+    for (const Element* content : elementsNamed(rootOf(reply), "SharedContent")) {
+        response->sharedContent.push_back(readSharedContent(*content));
+    }
+    return response;
+}
+
+std::unique_ptr<PublicAccessUrlGetResponse> readPublicAccessUrl(const Document& reply)
+{
+    auto response = std::make_unique<PublicAccessUrlGetResponse>();
+    response->url = fromWire(documentText(reply, "PublicAccessUrl"));
+    return response;
+}
+
+} // namespace connector::tarn
