@@ -1,0 +1,101 @@
+#include "tarn/accesscontrol/AccessControlClientServiceProvider.h"
+
+#include "tarn/accesscontrol/PermissionMessages.h"
+#include "tarn/protocol/HttpExchange.h"
+#include "tarn/protocol/ServiceRequest.h"
+#include "tarn/protocol/WireText.h"
+
+namespace connector::tarn {
+namespace {
+
+using Poco::XML::Document;
+using Poco::XML::Element;
+
+constexpr const char* permissionsPath = "/service/v1/permissions";
+
+std::unique_ptr<PermissionGrantResponse> readGrant(const Document& reply)
+{
+    auto response = std::make_unique<PermissionGrantResponse>();
+    response->permissionId = documentText(reply, "PermissionId");
+    return response;
+}
+
+/// The only descendant named `tag`, or null.
+const Element* onlyElement(const Element& element, const std::string& tag)
+{
+    const auto found = elementsNamed(element, tag);
+    return found.size() == 1 ? found.front() : nullptr;
+}
+
+Permission readPermission(const Element& element)
+{
+    Permission permission;
+    permission.permissionId = childText(element, "PermissionId");
+    if (const Element* subject = onlyElement(element, "Subject")) {
+        permission.subjectName = fromWire(childText(*subject, "SubjectName"));
+    }
+    if (const Element* resource = onlyElement(element, "Resource")) {
+        permission.path = fromWire(childText(*resource, "Path"));
+        permission.bucket = fromWire(childText(*resource, "Bucket"));
+    }
+    permission.operation = childText(element, "Operation");
+    permission.status = childText(element, "Status");
+    return permission;
+}
+
+std::unique_ptr<PermissionListResponse> readPermissionList(const Document& reply)
+{
+    auto response = std::make_unique<PermissionListResponse>();
+    for (const Element* element : elementsNamed(reply, "Permission")) {
+        response->permissions.push_back(readPermission(*element));
+    }
+    return response;
+}
+
+} // namespace
+
+AccessControlClientServiceProvider::AccessControlClientServiceProvider(
+    std::shared_ptr<configuration::Configuration> store, const std::string& initialEndpoint)
+    : endpoint(initialEndpoint)
+    , configuration(std::move(store))
+    , cancellers(trackEndpoint(configuration, initialEndpoint, [this](configuration::ConfigValue&& value) {
+        endpoint = boost::get<std::string>(std::move(value));
+    }))
+{
+}
+
+Future<std::unique_ptr<Message>>
+AccessControlClientServiceProvider::handle(std::unique_ptr<PermissionGrant>&& request, Address&& to,
+                                           std::shared_ptr<Context>&& context)
+{
+    ServiceRequest http = sessionRequest(endpoint, "put", permissionsPath, "", *request);
+    http.addText("path", request->path);
+    http.addText("bucket", request->bucket);
+    http.addText("subject", request->subject);
+    http.addText("operation", "READ_ONLY");
+    http.addFlag("allowNonExistingUser", request->allowNonExistingUser);
+    return exchangeXml(http.build(), std::move(to), *context, readGrant);
+}
+
+Future<std::unique_ptr<Message>>
+AccessControlClientServiceProvider::handle(std::unique_ptr<PermissionRevoke>&& request, Address&& to,
+                                           std::shared_ptr<Context>&& context)
+{
+    ServiceRequest http =
+        sessionRequest(endpoint, "delete", permissionsPath, request->permissionId, *request);
+    return exchangeXml(http.build(), std::move(to), *context, readNothing<PermissionRevokeResponse>);
+}
+
+Future<std::unique_ptr<Message>>
+AccessControlClientServiceProvider::handle(std::unique_ptr<PermissionList>&& request, Address&& to,
+                                           std::shared_ptr<Context>&& context)
+{
+    ServiceRequest http = sessionRequest(endpoint, "get", permissionsPath, "", *request);
+    if (!request->path.empty()) {
+        http.addText("path", request->path);
+        http.addText("bucket", request->bucket);
+    }
+    return exchangeXml(http.build(), std::move(to), *context, readPermissionList);
+}
+
+} // namespace connector::tarn

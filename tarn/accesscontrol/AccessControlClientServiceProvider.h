@@ -1,0 +1,35 @@
+#pragma once
+
+#include "tarn/accesscontrol/AccessControlServiceProvider.h"
+#include "tarn/foundation/EndpointTracking.h"
+
+namespace connector::tarn {
+
+/// Answers the permission messages over HTTP, one HTTP request each.
+///
+/// Follows the endpoint in the configuration. The endpoint is written and read without a lock: let it settle
+/// before requests are made. Replies are read on the thread that completes the HTTP exchange and touch no
+/// state of the provider. What keeps a request from being built, such as malformed UTF-16, is thrown by
+/// `handle`; every later failure arrives through the future.
+class TARN_API AccessControlClientServiceProvider : public AccessControlServiceProvider {
+public:
+    /// @param configuration  may be null: the endpoint then never changes
+    /// @param endpoint       base URL of the service until the configuration says otherwise
+    /// @throws whatever the configuration throws
+    AccessControlClientServiceProvider(std::shared_ptr<configuration::Configuration> configuration,
+                                       const std::string& endpoint);
+
+    Future<std::unique_ptr<Message>> handle(std::unique_ptr<PermissionGrant>&& request, Address&& to,
+                                            std::shared_ptr<Context>&& context) override;
+    Future<std::unique_ptr<Message>> handle(std::unique_ptr<PermissionRevoke>&& request, Address&& to,
+                                            std::shared_ptr<Context>&& context) override;
+    Future<std::unique_ptr<Message>> handle(std::unique_ptr<PermissionList>&& request, Address&& to,
+                                            std::shared_ptr<Context>&& context) override;
+
+private:
+    std::string endpoint;
+    std::shared_ptr<configuration::Configuration> configuration;
+    Cancellers cancellers;
+};
+
+} // namespace connector::tarn
