@@ -1,0 +1,33 @@
+#pragma once
+
+#include "tarn/foundation/EndpointTracking.h"
+#include "tarn/versioning/VersioningServiceProvider.h"
+
+namespace connector::tarn {
+
+/// Answers the version messages over HTTP, one HTTP request each.
+///
+/// Follows the endpoint in the configuration. The endpoint is written and read without a lock: let it settle
+/// before requests are made. Replies are read on the thread that completes the HTTP exchange and touch no
+/// state of the provider. What keeps a request from being built, such as malformed UTF-16, is thrown by
+/// `handle`; every later failure arrives through the future.
+class TARN_API VersioningClientServiceProvider : public VersioningServiceProvider {
+public:
+    /// @param configuration  may be null: the endpoint then never changes
+    /// @param endpoint       base URL of the service until the configuration says otherwise
+    /// @throws whatever the configuration throws
+    VersioningClientServiceProvider(std::shared_ptr<configuration::Configuration> configuration,
+                                    const std::string& endpoint);
+
+    Future<std::unique_ptr<Message>> handle(std::unique_ptr<VersionRestore>&& request, Address&& to,
+                                            std::shared_ptr<Context>&& context) override;
+    Future<std::unique_ptr<Message>> handle(std::unique_ptr<VersionList>&& request, Address&& to,
+                                            std::shared_ptr<Context>&& context) override;
+
+private:
+    std::string endpoint;
+    std::shared_ptr<configuration::Configuration> configuration;
+    Cancellers cancellers;
+};
+
+} // namespace connector::tarn

@@ -1,0 +1,25 @@
+#pragma once
+
+#include "tarn/foundation/ServiceProviderAPI.h"
+
+#include <memory>
+
+namespace connector::tarn {
+
+struct VersionRestore;
+struct VersionList;
+
+/// What answers the version messages. Handlers are called by `deliver`, on the host's delivery threads.
+///
+/// @param to       address of the HTTP client to send through
+/// @param context  the way there
+/// @return a future of the operation's response message
+class TARN_API VersioningServiceProvider : public ServiceProviderAPI<VersioningServiceProvider> {
+public:
+    virtual Future<std::unique_ptr<Message>> handle(std::unique_ptr<VersionRestore>&& request, Address&& to,
+                                                    std::shared_ptr<Context>&& context) = 0;
+    virtual Future<std::unique_ptr<Message>> handle(std::unique_ptr<VersionList>&& request, Address&& to,
+                                                    std::shared_ptr<Context>&& context) = 0;
+};
+
+} // namespace connector::tarn
