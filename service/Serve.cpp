@@ -1,0 +1,88 @@
+#include "service/Serve.h"
+
+#include "service/ListenSocket.h"
+#include "service/http/HttpServer.h"
+
+#include <algorithm>
+#include <csignal>
+#include <cstdio>
+#include <fstream>
+#include <stdexcept>
+#include <thread>
+
+namespace tarnd {
+
+namespace {
+
+constexpr std::chrono::seconds drainLimit{5};
+
+sigset_t blockTerminationSignals()
+{
+    sigset_t signals;
+    sigemptyset(&signals);
+    sigaddset(&signals, SIGTERM);
+    sigaddset(&signals, SIGINT);
+    pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+    std::signal(SIGPIPE, SIG_IGN);
+    return signals;
+}
+
+std::string readPem(const std::string& file)
+{
+    if (file.empty()) return {};
+    std::ifstream in(file, std::ios::binary);
+    std::string pem{std::istreambuf_iterator<char>(in), {}};
+    if (pem.empty())
+        throw std::runtime_error("Could not read " + file + ": give a PEM file that this user may read.");
+    return pem;
+}
+
+void refuseOpenListening(const ServeOptions& options, const ListenSocket& socket)
+{
+    if (socket.isLoopback() || options.insecure || !options.tlsCertificateFile.empty()) return;
+    throw std::runtime_error("Other machines could reach " + socket.name() +
+                             " and tokens would travel unencrypted. Give --tls-cert and --tls-key, listen on "
+                             "127.0.0.1, or insist with --insecure.");
+}
+
+std::string withoutTrailingSlash(std::string url)
+{
+    url.erase(url.find_last_not_of('/') + 1);
+    return url;
+}
+
+ServerOptions serverOptions(const ServeOptions& options, ListenSocket& socket)
+{
+    ServerOptions server;
+    server.ipv6 = socket.isIpv6();
+    server.threads =
+        options.threads != 0 ? options.threads : std::max(4U, std::thread::hardware_concurrency());
+    server.idleTimeout = options.idleTimeout;
+    server.tlsCertificate = readPem(options.tlsCertificateFile);
+    server.tlsKey = readPem(options.tlsKeyFile);
+    server.listenSocket = socket.release();
+    return server;
+}
+
+} // namespace
+
+void serve(const ServeOptions& options)
+{
+    const auto signals = blockTerminationSignals();
+    ListenSocket socket(options.listen);
+    refuseOpenListening(options, socket);
+    const auto url = (options.tlsCertificateFile.empty() ? "http://" : "https://") + socket.name();
+
+    Store store(options.store, Purpose::serve);
+    Site site{store, options.publicUrl.empty() ? url : withoutTrailingSlash(options.publicUrl),
+              options.maxFileSize, RequestLog(options.verbose)};
+    HttpServer server(serverOptions(options, socket), site);
+    std::printf("{\"url\":\"%s\"}\n", url.c_str());
+    std::fflush(stdout);
+
+    int signal = 0;
+    sigwait(&signals, &signal);
+    server.drain(drainLimit);
+}
+
+} // namespace tarnd
