@@ -1,5 +1,6 @@
 #pragma once
 
+#include "tarn/foundation/Export.h"
 #include "tarn/foundation/Future.h"
 
 #include <cstdint>
