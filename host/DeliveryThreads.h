@@ -1,0 +1,62 @@
+#pragma once
+
+#include "tarn/foundation/Export.h"
+
+#include <memory>
+#include <utility>
+
+namespace boost::asio {
+class thread_pool;
+}
+
+namespace connector::host {
+
+/// The threads on which providers take messages and on which replies complete.
+///
+/// Any number of threads may post. Jobs start in the order posted; with more than one thread they run at the
+/// same time.
+class TARN_API DeliveryThreads {
+public:
+    /// @param count  number of threads; 0: as many as the machine has cores
+    explicit DeliveryThreads(unsigned count = 0);
+    /// Ends the threads after the jobs that run now; what still waits is destroyed without having run.
+    /// @pre not on one of these threads
+    ~DeliveryThreads();
+    DeliveryThreads(const DeliveryThreads&) = delete;
+    DeliveryThreads& operator=(const DeliveryThreads&) = delete;
+
+    /// Runs `job()` later on one of the threads. It must not throw: nobody is left to hear of it.
+    template <class F>
+    void post(F job)
+    {
+        enqueue(std::make_unique<JobOf<F>>(std::move(job)));
+    }
+
+    /// Whether the calling thread is one of these.
+    bool isCurrent() const;
+
+    /// Waits for all jobs, those that they post included, then ends the threads for good.
+    /// @pre not on one of these threads
+    void drain();
+
+private:
+    struct Job {
+        virtual ~Job() = default;
+        virtual void run() = 0;
+    };
+
+    template <class F>
+    struct JobOf : Job {
+        explicit JobOf(F callable) : job(std::move(callable)) {}
+
+        void run() override { job(); }
+
+        F job;
+    };
+
+    void enqueue(std::unique_ptr<Job> job);
+
+    std::unique_ptr<boost::asio::thread_pool> pool;
+};
+
+} // namespace connector::host

@@ -1,0 +1,29 @@
+#pragma once
+
+#include <string>
+
+/// The texts of the errors that the host itself raises. Those of the network are in TransportError.
+namespace connector::host::errors {
+
+inline constexpr const char* hostStopped = "The host has been shut down.";
+inline constexpr const char* nullProvider = "A null service cannot be registered.";
+inline constexpr const char* noFuture = "The service returned no future.";
+inline constexpr const char* notRunning = "Service exists but is not running.";
+inline constexpr const char* notHttp = "The HTTP client takes HTTP requests only.";
+
+inline std::string noService(const std::string& address)
+{
+    return "No service is registered at \"" + address + "\".";
+}
+
+inline std::string addressTaken(const std::string& address)
+{
+    return "A service is registered at \"" + address + "\" already.";
+}
+
+inline std::string badEndpoint(const std::string& reason)
+{
+    return "The endpoint must be an http:// or https:// URL: " + reason;
+}
+
+} // namespace connector::host::errors

@@ -1,0 +1,61 @@
+#pragma once
+
+#include "tarn/foundation/platform/Connector.h"
+#include "tarn/foundation/platform/ServiceProvider.h"
+
+#include <map>
+#include <memory>
+#include <shared_mutex>
+#include <string>
+
+namespace connector::host {
+
+class DeliveryThreads;
+
+/// Carries messages to the providers registered under their addresses.
+///
+/// Usable from any thread. Always owned by a shared_ptr: clients keep it as their context and may outlive the
+/// host; after `close` it answers every message with an error. No lock is held while a provider runs.
+class TARN_API Router : public Context, public Connector, public std::enable_shared_from_this<Router> {
+public:
+    explicit Router(std::shared_ptr<DeliveryThreads> deliveryThreads);
+
+    /// Starts `provider` and hands it every message sent to `address` from then on.
+    /// @param onward  given to the provider with each message: where it sends what it has to send on, such as
+    ///   the address of the HTTP client
+    /// @throws std::invalid_argument for a null provider or an address that is taken; std::runtime_error
+    ///   after `close`; whatever the provider's start throws. Nothing is registered then
+    void registerProvider(const Address& address, std::shared_ptr<ServiceProvider> provider,
+                          const Address& onward = Address());
+
+    /// Takes the provider at `address` out and stops it. Messages under way to it find it stopped.
+    /// @return whether there was one
+    bool unregisterProvider(const Address& address);
+
+    /// Stops all providers and refuses every later message. The second call does nothing.
+    void close() noexcept;
+
+    /// Delivers `message` on a delivery thread and passes the provider's reply on.
+    ///
+    /// The future is resolved on the thread that resolves the provider's. It fails with what the provider
+    /// threw or replied; with std::runtime_error `No service is registered at "<address>".`; with
+    /// std::runtime_error "The host has been shut down." after `close`, these two before `send` returns.
+    Future<std::unique_ptr<Message>> send(std::unique_ptr<Message>&& message, Address&& to) override;
+
+    /// This router.
+    std::shared_ptr<Context> getContext() override { return shared_from_this(); }
+
+private:
+    struct Entry {
+        std::shared_ptr<ServiceProvider> provider;
+        Address onward;
+    };
+
+    void requireFree(const Address& address) const;
+
+    mutable std::shared_mutex mutex; ///< guards both members below
+    std::map<std::string, Entry> entries;
+    std::shared_ptr<DeliveryThreads> threads; ///< null once closed
+};
+
+} // namespace connector::host
