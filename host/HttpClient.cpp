@@ -1,0 +1,198 @@
+#include "host/HttpClient.h"
+
+#include "host/DeliveryThreads.h"
+#include "host/HostErrors.h"
+#include "host/detail/TransferLoop.h"
+#include "tarn/foundation/ContentReduction.h"
+#include "tarn/foundation/ReducingSubscriber.h"
+
+#include <mutex>
+#include <set>
+#include <stdexcept>
+
+namespace connector::host {
+namespace {
+
+using Reply = std::unique_ptr<Message>;
+using common::DataBuffer;
+using BodySubscriber = reactive_streams::ReducingSubscriber<DataBuffer, DataBuffer>;
+using Transfer = std::unique_ptr<detail::HttpTransfer>;
+
+std::exception_ptr shutdownOf(const detail::HttpTransfer& transfer)
+{
+    return transfer.errorOf(TransportPhase::shutdown, errors::hostStopped);
+}
+
+} // namespace
+
+/// What happens between one start and the matching stop, and the counters across all of them.
+class HttpClient::Exchanges : public std::enable_shared_from_this<HttpClient::Exchanges> {
+public:
+    Exchanges(std::shared_ptr<DeliveryThreads> deliveryThreads, HttpOptions httpOptions)
+        : threads(std::move(deliveryThreads))
+        , options(std::make_shared<const HttpOptions>(std::move(httpOptions)))
+        , counters(std::make_shared<detail::TransferCounters>())
+    {
+    }
+
+    void start()
+    {
+        std::lock_guard lock(mutex);
+        if (!loop) loop = std::make_shared<detail::TransferLoop>(threads, options->connectionsPerHost);
+    }
+
+    void stop();
+    Future<Reply> exchange(std::unique_ptr<http::HttpClientRequest> request);
+
+    TransferredBytes transferred() const { return {counters->sent.load(), counters->received.load()}; }
+
+private:
+    void gatherBody(std::unique_ptr<http::HttpClientRequest> request, Transfer transfer);
+    void bodyGathered(Future<DataBuffer> content, Transfer transfer);
+    /// @return false while stopped; otherwise `stop` cancels the subscriber unless it has finished
+    bool watch(const std::shared_ptr<BodySubscriber>& subscriber);
+    std::shared_ptr<detail::TransferLoop> currentLoop();
+    void submit(Transfer transfer);
+    void failLater(Transfer transfer, std::exception_ptr error);
+
+    const std::shared_ptr<DeliveryThreads> threads;
+    const std::shared_ptr<const HttpOptions> options;
+    const std::shared_ptr<detail::TransferCounters> counters;
+    std::mutex mutex;                           ///< guards the two below
+    std::shared_ptr<detail::TransferLoop> loop; ///< null while stopped
+    std::set<std::shared_ptr<BodySubscriber>> gathering;
+};
+
+void HttpClient::Exchanges::stop()
+{
+    std::shared_ptr<detail::TransferLoop> stopping;
+    std::set<std::shared_ptr<BodySubscriber>> unfinished;
+    {
+        std::lock_guard lock(mutex);
+        stopping.swap(loop);
+        unfinished.swap(gathering);
+    }
+    for (const auto& subscriber : unfinished)
+        subscriber->cancel();
+    if (stopping) stopping->stop();
+}
+
+Future<Reply> HttpClient::Exchanges::exchange(std::unique_ptr<http::HttpClientRequest> request)
+{
+    auto transfer = std::make_unique<detail::HttpTransfer>(*request, options, counters);
+    auto reply = transfer->getFuture();
+    if (request->body) {
+        gatherBody(std::move(request), std::move(transfer));
+    } else {
+        submit(std::move(transfer));
+    }
+    return reply;
+}
+
+/// The continuation keeps the request, and with it the publisher, until the body is there.
+void HttpClient::Exchanges::gatherBody(std::unique_ptr<http::HttpClientRequest> request, Transfer transfer)
+{
+    auto subscriber = std::make_shared<BodySubscriber>(DataBuffer(), reactive_streams::appendContent);
+    auto publisher = request->body;
+    if (!watch(subscriber)) {
+        auto error = shutdownOf(*transfer);
+        failLater(std::move(transfer), std::move(error));
+        return;
+    }
+    subscriber->getFuture().then([self = shared_from_this(), key = std::weak_ptr(subscriber),
+                                  kept = std::move(request),
+                                  waiting = std::move(transfer)](Future<DataBuffer>&& content) mutable {
+        {
+            std::lock_guard lock(self->mutex);
+            self->gathering.erase(key.lock());
+        }
+        self->bodyGathered(std::move(content), std::move(waiting));
+        return true;
+    });
+    try {
+        publisher->subscribe(subscriber);
+    } catch (...) {
+        subscriber->onError(std::current_exception());
+    }
+}
+
+void HttpClient::Exchanges::bodyGathered(Future<DataBuffer> content, Transfer transfer)
+{
+    try {
+        transfer->setBody(content.get());
+    } catch (...) {
+        auto error = currentLoop() ? std::current_exception() : shutdownOf(*transfer);
+        failLater(std::move(transfer), std::move(error));
+        return;
+    }
+    submit(std::move(transfer));
+}
+
+bool HttpClient::Exchanges::watch(const std::shared_ptr<BodySubscriber>& subscriber)
+{
+    std::lock_guard lock(mutex);
+    return loop && gathering.insert(subscriber).second;
+}
+
+std::shared_ptr<detail::TransferLoop> HttpClient::Exchanges::currentLoop()
+{
+    std::lock_guard lock(mutex);
+    return loop;
+}
+
+void HttpClient::Exchanges::submit(Transfer transfer)
+{
+    if (auto running = currentLoop()) {
+        running->submit(std::move(transfer));
+    } else {
+        auto error = shutdownOf(*transfer);
+        failLater(std::move(transfer), std::move(error));
+    }
+}
+
+void HttpClient::Exchanges::failLater(Transfer transfer, std::exception_ptr error)
+{
+    transfer->fail(std::move(error));
+    threads->post([failed = std::move(transfer)] { failed->settle(); });
+}
+
+HttpClient::HttpClient(std::shared_ptr<DeliveryThreads> deliveryThreads, HttpOptions options)
+    : exchanges(std::make_shared<Exchanges>(std::move(deliveryThreads), std::move(options)))
+{
+}
+
+HttpClient::~HttpClient()
+{
+    exchanges->stop();
+}
+
+void HttpClient::onStart()
+{
+    exchanges->start();
+}
+
+void HttpClient::onStop()
+{
+    exchanges->stop();
+}
+
+TransferredBytes HttpClient::transferred() const
+{
+    return exchanges->transferred();
+}
+
+Future<Reply> HttpClient::deliver(std::unique_ptr<Message>&& message, Address&&, std::shared_ptr<Context>&&)
+{
+    if (!isRunning()) return makeExceptionalFuture<Reply>(std::runtime_error(errors::notRunning));
+    auto* request = dynamic_cast<http::HttpClientRequest*>(message.get());
+    if (!request) return makeExceptionalFuture<Reply>(std::invalid_argument(errors::notHttp));
+    message.release();
+    std::unique_ptr<http::HttpClientRequest> owned(request);
+    try {
+        return exchanges->exchange(std::move(owned));
+    } catch (const TransportError& refusal) {
+        return makeExceptionalFuture<Reply>(refusal);
+    }
+}
+
+} // namespace connector::host

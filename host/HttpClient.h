@@ -1,0 +1,53 @@
+#pragma once
+
+#include "host/HttpOptions.h"
+#include "tarn/foundation/platform/ServiceProvider.h"
+
+#include <cstdint>
+#include <memory>
+
+namespace connector::host {
+
+class DeliveryThreads;
+
+/// Body bytes of all exchanges so far: what a progress display polls.
+struct TransferredBytes {
+    std::uint64_t sent = 0;
+    std::uint64_t received = 0;
+};
+
+/// Takes http::HttpClientRequest, answers http::HttpClientResponse.
+///
+/// A reply is there once its whole body has arrived; the body is then a publisher of one item that fills its
+/// storage exactly (none when empty), so folding it neither waits nor copies. The method goes on the wire in
+/// upper case; "put" always carries a Content-Length. A "put" or "delete" is sent at most once, even when a
+/// kept-alive connection turns out dead; a "get" may be repeated.
+///
+/// Between start and stop one I/O thread drives all exchanges. It runs no foreign code: request bodies are
+/// gathered on the thread of their publisher, and every future is resolved on a delivery thread. A request
+/// that gets no complete reply fails with TransportError; one whose body publisher fails, with that error.
+/// Stopping fails all exchanges under way.
+class TARN_API HttpClient : public ServiceProvider {
+public:
+    HttpClient(std::shared_ptr<DeliveryThreads> deliveryThreads, HttpOptions options);
+    ~HttpClient() override;
+
+    /// @return a failed future at once for a message that is no HttpClientRequest (std::invalid_argument), a
+    ///   request that cannot be sent as it is (TransportError, phase prepare: URL, method, or a header with
+    ///   CR, LF or NUL), or a stopped client (std::runtime_error "Service exists but is not running.")
+    Future<std::unique_ptr<Message>> deliver(std::unique_ptr<Message>&& message, Address&& to,
+                                             std::shared_ptr<Context>&& context) override;
+
+    /// May be called on any thread at any rate.
+    TransferredBytes transferred() const;
+
+protected:
+    void onStart() override;
+    void onStop() override;
+
+private:
+    class Exchanges;
+    std::shared_ptr<Exchanges> exchanges;
+};
+
+} // namespace connector::host

@@ -1,0 +1,41 @@
+#pragma once
+
+#include "tarn/foundation/Export.h"
+
+#include <stdexcept>
+#include <string>
+
+namespace connector::host {
+
+/// How far an HTTP exchange had come when it failed.
+enum class TransportPhase {
+    prepare,  ///< the request was refused here; nothing was sent
+    connect,  ///< no connection: unknown host, refused, timed out
+    secure,   ///< connected, but TLS failed: certificate not trusted, wrong host, no common cipher
+    exchange, ///< broken while sending or receiving: whether the service acted on the request is unknown
+    shutdown, ///< the host was shut down meanwhile; as `exchange`
+};
+
+/// An HTTP request that got no complete reply.
+///
+/// what() reads like "Could not connect to 127.0.0.1:7070: Connection refused".
+class TARN_API TransportError : public std::runtime_error {
+public:
+    /// @param url   without query, fragment and user information: it may be shown and logged
+    /// @param peer  "host:port"
+    TransportError(TransportPhase phase, std::string url, const std::string& peer, std::string reason);
+
+    TransportPhase phase() const { return failedPhase; }
+
+    const std::string& url() const { return failedUrl; }
+
+    /// What the network layer said, without the peer.
+    const std::string& reason() const { return failedReason; }
+
+private:
+    TransportPhase failedPhase;
+    std::string failedUrl;
+    std::string failedReason;
+};
+
+} // namespace connector::host

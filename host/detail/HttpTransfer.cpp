@@ -1,0 +1,255 @@
+#include "host/detail/HttpTransfer.h"
+
+#include "host/detail/RequestCheck.h"
+#include "tarn/foundation/OneShotPublisher.h"
+#include "tarn/foundation/platform/HttpClientResponse.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <stdexcept>
+#include <system_error>
+
+namespace connector::host::detail {
+namespace {
+
+constexpr long transferBufferBytes = 256 * 1024;
+constexpr std::uint64_t presizeLimit = std::uint64_t{64} << 20;
+constexpr const char* notRepeated =
+    "The connection was lost before the reply; the request is not sent a second time.";
+
+/// Gives back what doubling has allocated too much: what fills its storage exactly is never copied later.
+void trim(common::DataBuffer& buffer)
+{
+    if (buffer.size == 0) {
+        buffer = common::DataBuffer();
+    } else if (void* fitted = std::realloc(buffer.data, buffer.size)) {
+        buffer.data = fitted;
+        buffer.capacity = buffer.size;
+    }
+}
+
+} // namespace
+
+HttpTransfer::HttpTransfer(const http::HttpClientRequest& request,
+                           std::shared_ptr<const HttpOptions> httpOptions,
+                           std::shared_ptr<TransferCounters> byteCounters)
+    : options(std::move(httpOptions))
+    , counters(std::move(byteCounters))
+    , url(request.url)
+    , target(checkedTarget(request))
+    , method(checkedMethod(request, target))
+    , headerLines(checkedHeaders(request, target))
+{
+}
+
+template <class Value>
+void HttpTransfer::set(CURLoption option, Value value)
+{
+    if (const CURLcode fault = curl_easy_setopt(easy.get(), option, value); fault != CURLE_OK) {
+        throw std::runtime_error(curl_easy_strerror(fault));
+    }
+}
+
+CURL* HttpTransfer::open()
+{
+    easy.reset(curl_easy_init());
+    if (!easy) throw std::bad_alloc();
+    setDefences();
+    setRequest();
+    setBodySource();
+    return easy.get();
+}
+
+/// What keeps an exchange from leaving its host, its protocol, its limits or the reach of its errors.
+void HttpTransfer::setDefences()
+{
+    set(CURLOPT_NOSIGNAL, 1L);
+    set(CURLOPT_ERRORBUFFER, errorText.data());
+    set(CURLOPT_PROTOCOLS_STR, "http,https");
+    set(CURLOPT_DISALLOW_USERNAME_IN_URL, 1L);
+    set(CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_1_1));
+    set(CURLOPT_FOLLOWLOCATION, 0L);
+    set(CURLOPT_HTTP_CONTENT_DECODING, 0L);
+    set(CURLOPT_SSL_VERIFYPEER, 1L);
+    set(CURLOPT_SSL_VERIFYHOST, 2L);
+    if (!options->caFile.empty()) {
+        set(CURLOPT_CAINFO, options->caFile.c_str());
+        set(CURLOPT_CAPATH, nullptr);
+    }
+    set(CURLOPT_PROXY, options->proxy.c_str()); // empty also switches the environment's proxies off
+    set(CURLOPT_NOPROXY, "");
+    set(CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(options->connectTimeout.count()));
+    set(CURLOPT_LOW_SPEED_LIMIT, 1L);
+    set(CURLOPT_LOW_SPEED_TIME, static_cast<long>(options->stallTimeout.count()));
+}
+
+void HttpTransfer::setRequest()
+{
+    set(CURLOPT_URL, url.c_str());
+    set(CURLOPT_PATH_AS_IS, 1L);
+    auto append = [this](const std::string& line) {
+        curl_slist* grown = curl_slist_append(headerList.get(), line.c_str());
+        if (!grown) throw std::bad_alloc();
+        (void)headerList.release();
+        headerList.reset(grown);
+    };
+    for (const auto& line : headerLines)
+        append(line);
+    append("Expect:"); // an upload does not wait for the service's consent
+    set(CURLOPT_HTTPHEADER, headerList.get());
+    set(CURLOPT_BUFFERSIZE, transferBufferBytes);
+    set(CURLOPT_HEADERFUNCTION, &HttpTransfer::onHeader);
+    set(CURLOPT_HEADERDATA, this);
+    set(CURLOPT_WRITEFUNCTION, &HttpTransfer::onBody);
+    set(CURLOPT_WRITEDATA, this);
+}
+
+/// libcurl repeats a request whose kept-alive connection turns out dead. A body without a way to rewind and
+/// a fresh connection where there is no body keep changes out of that; the check before sending makes sure.
+void HttpTransfer::setBodySource()
+{
+    if (body.size > 0 || method == "PUT") {
+        set(CURLOPT_UPLOAD, 1L);
+        set(CURLOPT_INFILESIZE_LARGE, static_cast<curl_off_t>(body.size));
+        set(CURLOPT_UPLOAD_BUFFERSIZE, transferBufferBytes);
+        set(CURLOPT_READFUNCTION, &HttpTransfer::onUpload);
+        set(CURLOPT_READDATA, this);
+    }
+    set(CURLOPT_CUSTOMREQUEST, method.c_str());
+    if (!isChange()) return;
+    if (body.size == 0) set(CURLOPT_FRESH_CONNECT, 1L);
+    set(CURLOPT_PREREQFUNCTION, &HttpTransfer::onBeforeSend);
+    set(CURLOPT_PREREQDATA, this);
+}
+
+int HttpTransfer::onBeforeSend(void* self, char*, char*, int, int)
+{
+    auto& transfer = *static_cast<HttpTransfer*>(self);
+    if (!std::exchange(transfer.sendBegun, true)) return CURL_PREREQFUNC_OK;
+    transfer.refusal = notRepeated;
+    return CURL_PREREQFUNC_ABORT;
+}
+
+std::size_t HttpTransfer::onUpload(char* room, std::size_t unit, std::size_t count, void* self)
+{
+    auto& transfer = *static_cast<HttpTransfer*>(self);
+    const auto bytes = std::min<std::uint64_t>(unit * count, transfer.body.size - transfer.uploaded);
+    if (bytes == 0) return 0;
+    std::memcpy(room, static_cast<const char*>(transfer.body.data) + transfer.uploaded, bytes);
+    transfer.uploaded += bytes;
+    transfer.counters->sent.fetch_add(bytes, std::memory_order_relaxed);
+    return bytes;
+}
+
+bool HttpTransfer::countReply(std::size_t arrived)
+{
+    replyBytes += arrived;
+    if (replyBytes <= options->replyLimit) return true;
+    refusal = "The reply is larger than " + std::to_string(options->replyLimit) + " bytes.";
+    return false;
+}
+
+std::size_t HttpTransfer::onHeader(char*, std::size_t unit, std::size_t count, void* self)
+{
+    return static_cast<HttpTransfer*>(self)->countReply(unit * count) ? unit * count : 0;
+}
+
+std::size_t HttpTransfer::onBody(char* bytes, std::size_t unit, std::size_t count, void* self)
+{
+    auto& transfer = *static_cast<HttpTransfer*>(self);
+    const std::size_t arrived = unit * count;
+    if (!transfer.countReply(arrived)) return CURL_WRITEFUNC_ERROR;
+    try {
+        if (!transfer.reply.data) transfer.presize();
+        transfer.reply.reserve(transfer.reply.size + arrived);
+    } catch (const std::exception& fault) {
+        transfer.refusal = fault.what();
+        return CURL_WRITEFUNC_ERROR;
+    }
+    std::memcpy(static_cast<char*>(transfer.reply.data) + transfer.reply.size, bytes, arrived);
+    transfer.reply.size += arrived;
+    transfer.counters->received.fetch_add(arrived, std::memory_order_relaxed);
+    return arrived;
+}
+
+void HttpTransfer::presize()
+{
+    curl_off_t announced = 0;
+    curl_easy_getinfo(easy.get(), CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &announced);
+    if (announced <= 0) return;
+    reply.reserve(std::min({static_cast<std::uint64_t>(announced), options->replyLimit, presizeLimit}));
+}
+
+void HttpTransfer::close(CURLcode outcome)
+{
+    if (outcome != CURLE_OK) {
+        fail(errorOf(phaseOf(outcome), reasonOf(outcome)));
+        return;
+    }
+    long code = 0;
+    curl_easy_getinfo(easy.get(), CURLINFO_RESPONSE_CODE, &code);
+    status = static_cast<std::uint16_t>(code);
+    easy.reset();
+    body = common::DataBuffer();
+}
+
+void HttpTransfer::fail(std::exception_ptr error)
+{
+    easy.reset();
+    failure = std::move(error);
+    body = common::DataBuffer();
+    reply = common::DataBuffer();
+}
+
+std::exception_ptr HttpTransfer::errorOf(TransportPhase phase, std::string reason) const
+{
+    return std::make_exception_ptr(
+        TransportError(phase, target.printable(), target.peer(), std::move(reason)));
+}
+
+TransportPhase HttpTransfer::phaseOf(CURLcode outcome) const
+{
+    curl_off_t readyToSend = 0;
+    curl_off_t connected = 0;
+    curl_easy_getinfo(easy.get(), CURLINFO_PRETRANSFER_TIME_T, &readyToSend);
+    curl_easy_getinfo(easy.get(), CURLINFO_CONNECT_TIME_T, &connected);
+    if (readyToSend > 0) return TransportPhase::exchange;
+    switch (outcome) {
+    case CURLE_COULDNT_RESOLVE_HOST:
+    case CURLE_COULDNT_RESOLVE_PROXY:
+    case CURLE_COULDNT_CONNECT:
+        return TransportPhase::connect;
+    case CURLE_URL_MALFORMAT:
+    case CURLE_UNSUPPORTED_PROTOCOL:
+        return TransportPhase::prepare;
+    default:
+        break;
+    }
+    return connected > 0 && target.scheme == "https" ? TransportPhase::secure : TransportPhase::connect;
+}
+
+std::string HttpTransfer::reasonOf(CURLcode outcome) const
+{
+    if (!refusal.empty()) return refusal;
+    if (outcome == CURLE_SEND_FAIL_REWIND) return notRepeated;
+    long systemError = 0;
+    curl_easy_getinfo(easy.get(), CURLINFO_OS_ERRNO, &systemError);
+    if (outcome == CURLE_COULDNT_CONNECT && systemError != 0) {
+        return std::generic_category().message(static_cast<int>(systemError));
+    }
+    return errorText[0] != '\0' ? errorText.data() : curl_easy_strerror(outcome);
+}
+
+void HttpTransfer::settle()
+{
+    if (failure) {
+        promise.setException(std::exchange(failure, nullptr));
+        return;
+    }
+    trim(reply);
+    promise.setValue(std::make_unique<http::HttpClientResponse>(
+        status, std::make_shared<reactive_streams::OneShotPublisher<common::DataBuffer>>(std::move(reply))));
+}
+
+} // namespace connector::host::detail

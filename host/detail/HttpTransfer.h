@@ -1,0 +1,110 @@
+#pragma once
+
+#include "host/HttpOptions.h"
+#include "host/TransportError.h"
+#include "host/detail/UrlParts.h"
+#include "tarn/foundation/Promise.h"
+#include "tarn/foundation/platform/HttpClientRequest.h"
+
+#include <curl/curl.h>
+
+#include <array>
+#include <atomic>
+#include <exception>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace connector::host::detail {
+
+/// Body bytes of all transfers; written by the I/O thread, read by anyone.
+struct TransferCounters {
+    std::atomic<std::uint64_t> sent{0};
+    std::atomic<std::uint64_t> received{0};
+};
+
+/// One HTTP exchange, from the request to the promise of its reply.
+///
+/// Handed from thread to thread, never used by two at once: prepared and given its body on the requesting
+/// side, `open` to `close` on the I/O thread, `settle` on a delivery thread. A transfer that dies unsettled
+/// fails its future, as every promise does.
+class HttpTransfer {
+public:
+    /// @throws TransportError, phase prepare, when the request cannot be sent as it is
+    HttpTransfer(const http::HttpClientRequest& request, std::shared_ptr<const HttpOptions> options,
+                 std::shared_ptr<TransferCounters> counters);
+    HttpTransfer(const HttpTransfer&) = delete;
+    HttpTransfer& operator=(const HttpTransfer&) = delete;
+
+    Future<std::unique_ptr<Message>> getFuture() { return promise.getFuture(); }
+
+    void setBody(common::DataBuffer content) { body = std::move(content); }
+
+    std::string origin() const { return target.origin(); }
+
+    /// A new handle for this exchange, valid until `close`. @throws std::runtime_error
+    CURL* open();
+
+    /// Takes the outcome over and gives the handle up. @pre the handle is in no multi handle any more
+    void close(CURLcode outcome);
+
+    /// Makes `error` the outcome and gives the handle, if any, up. @pre as `close`
+    void fail(std::exception_ptr error);
+
+    /// Makes an error of this exchange for `fail`.
+    std::exception_ptr errorOf(TransportPhase phase, std::string reason) const;
+
+    /// Resolves the future with the outcome. Runs its continuation.
+    void settle();
+
+private:
+    template <class Value>
+    void set(CURLoption option, Value value);
+    void setDefences();
+    void setRequest();
+    void setBodySource();
+
+    bool isChange() const { return method != "GET"; }
+
+    TransportPhase phaseOf(CURLcode outcome) const;
+    std::string reasonOf(CURLcode outcome) const;
+    /// Makes room for a reply of known length in one step, as far as a length alone can be trusted.
+    void presize();
+    bool countReply(std::size_t arrived);
+
+    static std::size_t onHeader(char* bytes, std::size_t unit, std::size_t count, void* self);
+    static std::size_t onBody(char* bytes, std::size_t unit, std::size_t count, void* self);
+    static std::size_t onUpload(char* room, std::size_t unit, std::size_t count, void* self);
+    static int onBeforeSend(void* self, char* peerIp, char* localIp, int peerPort, int localPort);
+
+    struct FreeHandle {
+        void operator()(CURL* handle) const { curl_easy_cleanup(handle); }
+    };
+
+    struct FreeList {
+        void operator()(curl_slist* list) const { curl_slist_free_all(list); }
+    };
+
+    const std::shared_ptr<const HttpOptions> options;
+    const std::shared_ptr<TransferCounters> counters;
+    const std::string url;
+    const UrlParts target;
+    const std::string method;
+    const std::vector<std::string> headerLines;
+    common::DataBuffer body;
+    std::uint64_t uploaded = 0;
+
+    std::unique_ptr<curl_slist, FreeList> headerList;
+    std::array<char, CURL_ERROR_SIZE> errorText{};
+    std::unique_ptr<CURL, FreeHandle> easy; ///< goes before the two that it refers to
+    bool sendBegun = false;
+    std::string refusal; ///< why a callback broke the exchange off
+    std::uint64_t replyBytes = 0;
+
+    std::uint16_t status = 0;
+    common::DataBuffer reply;
+    std::exception_ptr failure;
+    Promise<std::unique_ptr<Message>> promise;
+};
+
+} // namespace connector::host::detail

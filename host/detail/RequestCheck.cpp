@@ -1,0 +1,85 @@
+#include "host/detail/RequestCheck.h"
+
+#include "host/TransportError.h"
+
+#include <algorithm>
+#include <cctype>
+#include <stdexcept>
+#include <string_view>
+
+namespace connector::host::detail {
+namespace {
+
+constexpr std::string_view tokenSigns = "!#$%&'*+-.^_`|~";
+
+[[noreturn]] void refuse(const UrlParts& target, const std::string& reason)
+{
+    throw TransportError(TransportPhase::prepare, target.printable(), target.peer(), reason);
+}
+
+bool isTokenCharacter(unsigned char c)
+{
+    return c < 0x80 && (std::isalnum(c) || tokenSigns.find(static_cast<char>(c)) != std::string_view::npos);
+}
+
+std::string mapped(std::string text, int (*letter)(int))
+{
+    std::transform(text.begin(), text.end(), text.begin(),
+                   [letter](unsigned char c) { return static_cast<char>(letter(c)); });
+    return text;
+}
+
+/// A blank value means the same as an empty one on the wire; libcurl would drop the header.
+bool isBlank(const std::string& value)
+{
+    return value.find_first_not_of(" \t\v\f") == std::string::npos;
+}
+
+void checkHeader(const std::string& name, const std::string& value, const UrlParts& target)
+{
+    if (name.empty() || !std::all_of(name.begin(), name.end(), isTokenCharacter)) {
+        refuse(target, "A header name holds a character that is not allowed there.");
+    }
+    if (value.find_first_of(std::string_view("\r\n\0", 3)) != std::string::npos) {
+        refuse(target, "The value of the header \"" + name + "\" holds a line break or NUL.");
+    }
+    const std::string lower = mapped(name, &std::tolower);
+    if (lower == "content-length" || lower == "transfer-encoding") {
+        refuse(target, "The header \"" + name + "\" follows from the body and cannot be set.");
+    }
+}
+
+} // namespace
+
+UrlParts checkedTarget(const http::HttpClientRequest& request)
+{
+    try {
+        UrlParts target(request.url);
+        if (target.hasUser) refuse(target, "The URL holds a user name or password.");
+        return target;
+    } catch (const std::invalid_argument& fault) {
+        throw TransportError(TransportPhase::prepare, "", "the service",
+                             std::string("The URL cannot be used: ") + fault.what());
+    }
+}
+
+std::string checkedMethod(const http::HttpClientRequest& request, const UrlParts& target)
+{
+    if (request.method != "get" && request.method != "put" && request.method != "delete") {
+        refuse(target, "The method is none of get, put and delete.");
+    }
+    return mapped(request.method, &std::toupper);
+}
+
+std::vector<std::string> checkedHeaders(const http::HttpClientRequest& request, const UrlParts& target)
+{
+    std::vector<std::string> lines;
+    lines.reserve(request.headers.size());
+    for (const auto& [name, value] : request.headers) {
+        checkHeader(name, value, target);
+        lines.push_back(isBlank(value) ? name + ";" : name + ": " + value);
+    }
+    return lines;
+}
+
+} // namespace connector::host::detail

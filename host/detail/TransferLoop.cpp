@@ -1,0 +1,185 @@
+#include "host/detail/TransferLoop.h"
+
+#include "host/DeliveryThreads.h"
+#include "host/HostErrors.h"
+
+#include <pthread.h>
+
+#include <csignal>
+#include <stdexcept>
+#include <utility>
+
+namespace connector::host::detail {
+namespace {
+
+constexpr int pollMilliseconds = 10'000;
+
+/// Once per process; libcurl's part of the process is never taken down, since others may use it.
+void startLibcurl()
+{
+    static const CURLcode started = curl_global_init(CURL_GLOBAL_DEFAULT);
+    if (started != CURLE_OK) throw std::runtime_error(curl_easy_strerror(started));
+}
+
+/// TLS writes without MSG_NOSIGNAL, so a peer that hangs up would end the process.
+void blockBrokenPipeSignal()
+{
+    sigset_t set;
+    sigemptyset(&set);
+    sigaddset(&set, SIGPIPE);
+    pthread_sigmask(SIG_BLOCK, &set, nullptr);
+}
+
+} // namespace
+
+TransferLoop::TransferLoop(std::shared_ptr<DeliveryThreads> deliveryThreads, unsigned connectionsPerHost)
+    : threads(std::move(deliveryThreads)), laneLimit(connectionsPerHost != 0 ? connectionsPerHost : 1)
+{
+    startLibcurl();
+    multi.reset(curl_multi_init());
+    if (!multi) throw std::bad_alloc();
+    curl_multi_setopt(multi.get(), CURLMOPT_MAXCONNECTS, static_cast<long>(2 * laneLimit));
+    thread = std::thread([this] { run(); });
+}
+
+TransferLoop::~TransferLoop()
+{
+    stop();
+}
+
+void TransferLoop::submit(Transfer transfer)
+{
+    {
+        std::lock_guard lock(mutex);
+        if (!stopped) {
+            arrivals.push_back(std::move(transfer));
+            curl_multi_wakeup(multi.get());
+            return;
+        }
+    }
+    abandon(std::move(transfer));
+}
+
+void TransferLoop::stop()
+{
+    {
+        std::lock_guard lock(mutex);
+        if (!std::exchange(stopped, true)) curl_multi_wakeup(multi.get());
+    }
+    std::lock_guard lock(joining);
+    if (thread.joinable()) thread.join();
+}
+
+void TransferLoop::run()
+{
+    blockBrokenPipeSignal();
+    while (takeArrivals()) {
+        int running = 0;
+        curl_multi_perform(multi.get(), &running);
+        collectFinished();
+        curl_multi_poll(multi.get(), nullptr, 0, pollMilliseconds, nullptr);
+    }
+    abandonAll();
+    multi.reset(); // closes connections here, where SIGPIPE is blocked
+}
+
+bool TransferLoop::takeArrivals()
+{
+    std::vector<Transfer> taken;
+    {
+        std::lock_guard lock(mutex);
+        taken.swap(arrivals);
+        if (stopped) {
+            arrivals.swap(taken);
+            return false;
+        }
+    }
+    for (auto& transfer : taken) {
+        const std::string origin = transfer->origin();
+        lanes[origin].waiting.push_back(std::move(transfer));
+        fillLane(origin);
+    }
+    return true;
+}
+
+void TransferLoop::fillLane(const std::string& origin)
+{
+    Lane& lane = lanes[origin];
+    while (lane.active < laneLimit && !lane.waiting.empty()) {
+        Transfer next = std::move(lane.waiting.front());
+        lane.waiting.pop_front();
+        begin(std::move(next));
+    }
+    if (lane.active == 0 && lane.waiting.empty()) lanes.erase(origin);
+}
+
+void TransferLoop::begin(Transfer transfer)
+{
+    try {
+        CURL* handle = transfer->open();
+        if (const auto fault = curl_multi_add_handle(multi.get(), handle); fault != CURLM_OK) {
+            throw std::runtime_error(curl_multi_strerror(fault));
+        }
+        ++lanes[transfer->origin()].active;
+        active.emplace(handle, std::move(transfer));
+    } catch (const std::exception& fault) {
+        transfer->fail(transfer->errorOf(TransportPhase::prepare, fault.what()));
+        post(std::move(transfer));
+    }
+}
+
+void TransferLoop::collectFinished()
+{
+    int left = 0;
+    while (const CURLMsg* message = curl_multi_info_read(multi.get(), &left)) {
+        if (message->msg == CURLMSG_DONE) finish(message->easy_handle, message->data.result);
+    }
+}
+
+void TransferLoop::finish(CURL* handle, CURLcode outcome)
+{
+    auto found = active.extract(handle);
+    if (found.empty()) return;
+    Transfer transfer = std::move(found.mapped());
+    curl_multi_remove_handle(multi.get(), handle);
+    const std::string origin = transfer->origin();
+    transfer->close(outcome);
+    post(std::move(transfer));
+    --lanes[origin].active;
+    fillLane(origin);
+}
+
+void TransferLoop::abandonAll()
+{
+    for (auto& [handle, transfer] : active) {
+        curl_easy_setopt(handle, CURLOPT_QUICK_EXIT, 1L); // not even for a name server that does not answer
+        curl_multi_remove_handle(multi.get(), handle);
+        abandon(std::move(transfer));
+    }
+    active.clear();
+    for (auto& [origin, lane] : lanes) {
+        for (auto& transfer : lane.waiting)
+            abandon(std::move(transfer));
+    }
+    lanes.clear();
+    std::vector<Transfer> taken;
+    {
+        std::lock_guard lock(mutex);
+        taken.swap(arrivals);
+    }
+    for (auto& transfer : taken)
+        abandon(std::move(transfer));
+}
+
+void TransferLoop::abandon(Transfer transfer)
+{
+    transfer->fail(transfer->errorOf(TransportPhase::shutdown, errors::hostStopped));
+    post(std::move(transfer));
+}
+
+void TransferLoop::post(Transfer transfer)
+{
+    threads->post([finished = std::move(transfer)] { finished->settle(); });
+}
+
+} // namespace connector::host::detail

@@ -1,0 +1,79 @@
+#pragma once
+
+#include "host/detail/HttpTransfer.h"
+
+#include <curl/curl.h>
+
+#include <deque>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <unordered_map>
+#include <vector>
+
+namespace connector::host {
+class DeliveryThreads;
+}
+
+namespace connector::host::detail {
+
+/// The I/O thread: drives all transfers and posts each, once it has an outcome, to the delivery threads.
+///
+/// Transfers to one origin beyond the limit wait here rather than in libcurl, where the connect timeout would
+/// run while they wait.
+class TransferLoop {
+public:
+    /// Starts the thread. @throws std::runtime_error, std::system_error
+    TransferLoop(std::shared_ptr<DeliveryThreads> deliveryThreads, unsigned connectionsPerHost);
+    /// As `stop`.
+    ~TransferLoop();
+    TransferLoop(const TransferLoop&) = delete;
+    TransferLoop& operator=(const TransferLoop&) = delete;
+
+    /// Takes a transfer over; once stopped, fails it.
+    void submit(std::unique_ptr<HttpTransfer> transfer);
+
+    /// Fails all transfers, phase shutdown, and ends the thread. The second call does nothing.
+    void stop();
+
+private:
+    using Transfer = std::unique_ptr<HttpTransfer>;
+
+    /// The transfers to one origin.
+    struct Lane {
+        unsigned active = 0;
+        std::deque<Transfer> waiting;
+    };
+
+    struct FreeMulti {
+        void operator()(CURLM* handle) const { curl_multi_cleanup(handle); }
+    };
+
+    void run();
+    /// @return false once told to stop
+    bool takeArrivals();
+    void fillLane(const std::string& origin);
+    void begin(Transfer transfer);
+    void collectFinished();
+    void finish(CURL* handle, CURLcode outcome);
+    void abandonAll();
+    void abandon(Transfer transfer);
+    /// Hands a transfer that has its outcome to the delivery threads.
+    void post(Transfer transfer);
+
+    const std::shared_ptr<DeliveryThreads> threads;
+    const unsigned laneLimit;
+    std::unique_ptr<CURLM, FreeMulti> multi;     ///< used by the I/O thread, but for its wake-up
+    std::unordered_map<std::string, Lane> lanes; ///< I/O thread only
+    std::unordered_map<CURL*, Transfer> active;  ///< I/O thread only
+
+    std::mutex mutex; ///< guards the two below
+    std::vector<Transfer> arrivals;
+    bool stopped = false;
+
+    std::mutex joining; ///< makes a second `stop` wait for the first
+    std::thread thread;
+};
+
+} // namespace connector::host::detail
