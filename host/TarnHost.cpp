@@ -1,0 +1,175 @@
+#include "host/TarnHost.h"
+
+#include "host/ConfigurationStore.h"
+#include "host/DeliveryThreads.h"
+#include "host/HostErrors.h"
+#include "host/Router.h"
+#include "host/detail/UrlParts.h"
+#include "tarn/accesscontrol/AccessControlClient.h"
+#include "tarn/accesscontrol/AccessControlClientServiceProvider.h"
+#include "tarn/fileaccess/FileAccessClient.h"
+#include "tarn/fileaccess/FileAccessClientServiceProvider.h"
+#include "tarn/foundation/EndpointTracking.h"
+#include "tarn/session/TarnSessionClient.h"
+#include "tarn/session/TarnSessionClientServiceProvider.h"
+#include "tarn/versioning/VersioningClient.h"
+#include "tarn/versioning/VersioningClientServiceProvider.h"
+
+#include <stdexcept>
+#include <thread>
+#include <utility>
+
+namespace connector::host {
+namespace {
+
+[[noreturn]] void refuseEndpoint(const std::string& reason)
+{
+    throw std::invalid_argument(errors::badEndpoint(reason));
+}
+
+detail::UrlParts partsOf(const std::string& endpoint)
+{
+    try {
+        return detail::UrlParts(endpoint);
+    } catch (const std::invalid_argument& fault) {
+        refuseEndpoint(fault.what());
+    }
+}
+
+/// The endpoint as requests can be appended to it.
+std::string checkedEndpoint(std::string endpoint)
+{
+    if (endpoint.empty()) refuseEndpoint("it is empty.");
+    const detail::UrlParts url = partsOf(endpoint);
+    if (url.hasUser) refuseEndpoint("it holds a user name or password.");
+    if (url.hasQueryOrFragment) refuseEndpoint("it holds a query or a fragment.");
+    if (url.host.starts_with('[')) refuseEndpoint("the host is an IPv6 literal; use a host name.");
+    while (endpoint.ends_with('/'))
+        endpoint.pop_back();
+    return endpoint;
+}
+
+} // namespace
+
+/// Declared in the order of construction: what stands below may use what stands above.
+struct TarnHost::Parts {
+    explicit Parts(const Options& options);
+
+    template <class Provider>
+    void add(const Address& address, const std::string& endpoint)
+    {
+        router->registerProvider(address, std::make_shared<Provider>(configuration, endpoint),
+                                 Addresses::http());
+    }
+
+    std::shared_ptr<DeliveryThreads> threads;
+    std::shared_ptr<ConfigurationStore> configuration;
+    std::shared_ptr<Router> router;
+    std::shared_ptr<HttpClient> http;
+    std::shared_ptr<tarn::TarnSession> session;
+    std::shared_ptr<tarn::FileAccess> fileAccess;
+    std::shared_ptr<tarn::AccessControl> accessControl;
+    std::shared_ptr<tarn::Versioning> versioning;
+};
+
+TarnHost::Parts::Parts(const Options& options)
+    : threads(std::make_shared<DeliveryThreads>(options.threads))
+    , configuration(std::make_shared<ConfigurationStore>())
+    , router(std::make_shared<Router>(threads))
+    , http(std::make_shared<HttpClient>(threads, options.http))
+    , session(std::make_shared<tarn::TarnSessionClient>(router, Addresses::session(), options.clientString,
+                                                        options.clientType, options.locale))
+    , fileAccess(std::make_shared<tarn::FileAccessClient>(session, router, Addresses::fileAccess()))
+    , accessControl(std::make_shared<tarn::AccessControlClient>(session, router, Addresses::accessControl()))
+    , versioning(std::make_shared<tarn::VersioningClient>(session, router, Addresses::versioning()))
+{
+    const std::string endpoint = checkedEndpoint(options.endpoint);
+    router->registerProvider(Addresses::http(), http);
+    add<tarn::TarnSessionClientServiceProvider>(Addresses::session(), endpoint);
+    add<tarn::FileAccessClientServiceProvider>(Addresses::fileAccess(), endpoint);
+    add<tarn::AccessControlClientServiceProvider>(Addresses::accessControl(), endpoint);
+    add<tarn::VersioningClientServiceProvider>(Addresses::versioning(), endpoint);
+}
+
+TarnHost::TarnHost(Options options) : parts(std::make_shared<Parts>(options)) {}
+
+TarnHost::~TarnHost()
+{
+    shutDown(std::move(parts));
+}
+
+TarnHost::TarnHost(TarnHost&&) noexcept = default;
+
+TarnHost& TarnHost::operator=(TarnHost&& other) noexcept
+{
+    shutDown(std::exchange(parts, std::move(other.parts)));
+    return *this;
+}
+
+void TarnHost::shutDown(std::shared_ptr<Parts> parts)
+{
+    if (!parts) return;
+    auto finish = [held = parts] {
+        held->router->close();
+        held->threads->drain();
+    };
+    if (!parts->threads->isCurrent()) {
+        finish();
+        return;
+    }
+    parts.reset(); // the threads must not end with the frame of one of them
+    std::thread(std::move(finish)).detach();
+}
+
+std::shared_ptr<tarn::TarnSession> TarnHost::session() const
+{
+    return parts->session;
+}
+
+std::shared_ptr<tarn::FileAccess> TarnHost::fileAccess() const
+{
+    return parts->fileAccess;
+}
+
+std::shared_ptr<tarn::AccessControl> TarnHost::accessControl() const
+{
+    return parts->accessControl;
+}
+
+std::shared_ptr<tarn::Versioning> TarnHost::versioning() const
+{
+    return parts->versioning;
+}
+
+std::shared_ptr<Connector> TarnHost::connector() const
+{
+    return parts->router;
+}
+
+std::shared_ptr<ConfigurationStore> TarnHost::configuration() const
+{
+    return parts->configuration;
+}
+
+void TarnHost::setEndpoint(const std::string& url)
+{
+    parts->configuration->set(tarn::endpointKey, checkedEndpoint(url));
+}
+
+void TarnHost::registerProvider(const Address& address, std::shared_ptr<ServiceProvider> provider,
+                                const Address& onward)
+{
+    parts->router->registerProvider(address, std::move(provider), onward);
+}
+
+bool TarnHost::unregisterProvider(const Address& address)
+{
+    return parts->router->unregisterProvider(address);
+}
+
+TransferredBytes TarnHost::transferred() const
+{
+    return parts->http->transferred();
+}
+
+} // namespace connector::host
