@@ -146,6 +146,57 @@ inline ServiceError grantToOwner()
     return make(Kind::badRequest, "The item already belongs to this user.");
 }
 
+inline ServiceError handleWithoutFile()
+{
+    return make(Kind::conflict, "The file of this handle, or its folder, is no longer there.");
+}
+
+// Starting.
+inline ServiceError badDataDir(const std::string& dataDir, const std::string& why)
+{
+    return {Kind::conflict, "The data directory " + dataDir + " cannot be used: " + why};
+}
+
+inline ServiceError databaseUnreachable(const std::string& why)
+{
+    return {Kind::internal, "The database cannot be opened: " + why};
+}
+
+inline ServiceError badDatabaseUrl(std::string_view why)
+{
+    return {Kind::badRequest, "The database cannot be used: " + std::string(why)};
+}
+
+inline ServiceError dataInUse(const std::string& dataDir)
+{
+    return {Kind::conflict, "Another tarnd is using the data directory " + dataDir + "; stop it first."};
+}
+
+inline ServiceError noData(const std::string& dataDir)
+{
+    return {Kind::badRequest, "There is no stored data in " + dataDir + "."};
+}
+
+inline ServiceError foreignData(const std::string& dataDir)
+{
+    return {Kind::conflict,
+            "The contents in " + dataDir +
+                " belong to another database; name the database they were stored with, or another "
+                "data directory."};
+}
+
+inline ServiceError newerSchema()
+{
+    return make(Kind::conflict, "The database was written by a newer tarnd; use that one.");
+}
+
+inline ServiceError contentsMissing(std::string detail)
+{
+    return {Kind::internal,
+            "Contents of stored files are missing; bring them back from a backup. `tarnd fsck` lists them.",
+            std::move(detail)};
+}
+
 // Faults.
 inline ServiceError internal(std::string detail)
 {
