@@ -1,17 +1,15 @@
 #pragma once
 
-#include "service/store/Secrets.h"
 #include "service/store/UniqueFd.h"
 
-#include <cstdint>
+#include <cstddef>
 #include <filesystem>
 #include <functional>
+#include <mutex>
 #include <string>
 #include <vector>
 
 namespace tarnd {
-
-class ContentFolder;
 
 /// Steps of a write, told to a listener in this order; a test stops the process at one of them.
 enum class WriteStep {
@@ -25,45 +23,6 @@ enum class WriteStep {
 };
 
 using WriteListener = std::function<void(WriteStep)>;
-
-/// One content being written. Destroyed before keep(): nothing is left of it.
-class ContentWriter {
-public:
-    explicit ContentWriter(ContentFolder& folder);
-    ~ContentWriter();
-    ContentWriter(const ContentWriter&) = delete;
-    ContentWriter& operator=(const ContentWriter&) = delete;
-
-    /// @throws ServiceError insufficientStorage, internal
-    void write(const void* data, std::size_t size);
-
-    /// Makes bytes and name durable. The content keeps its temporary name as well until keep() or
-    /// destruction, which tells every other process that it is not an orphan although no row names it yet.
-    void publish();
-
-    /// The content belongs to a committed row now.
-    void keep();
-
-    /// Leaves a published content where it is although nobody knows whether a row names it; the next start
-    /// decides.
-    void abandon();
-
-    const std::string& id() const { return id_; }
-
-    std::uint64_t size() const { return size_; }
-
-    /// 64 hex digits. @pre publish() was called
-    const std::string& sha256() const { return sha256_; }
-
-private:
-    ContentFolder& folder_;
-    std::string id_;
-    UniqueFd file_;
-    Sha256 digest_;
-    std::string sha256_;
-    std::uint64_t size_ = 0;
-    bool published_ = false;
-};
 
 /// File contents under random ids in 256 folders, immutable once published.
 ///
@@ -102,17 +61,22 @@ public:
         if (listener_) listener_(step);
     }
 
-private:
-    friend class ContentWriter;
+    /// A fresh id for a content.
+    std::string newId() const;
 
+    /// Where the content is, or will be.
     std::filesystem::path contentPath(const std::string& id) const;
-    void lockOwnUploads();
 
+    /// The temporary folder of this process, made at the first call.
+    std::filesystem::path ownUploads();
+
+private:
     std::filesystem::path contents_;
     std::filesystem::path uploads_;
-    std::filesystem::path ownUploads_;
-    UniqueFd ownLock_;
     WriteListener listener_;
+    std::mutex ownMutex_; ///< guards the making of the two below
+    std::filesystem::path ownUploads_;
+    UniqueFd ownLock_; ///< held while this process lives
 };
 
 } // namespace tarnd

@@ -2,6 +2,7 @@
 
 #include "service/store/Accounts.h"
 #include "service/store/Catalog.h"
+#include "service/store/ContentFolder.h"
 #include "service/store/FileHandles.h"
 #include "service/store/Fsck.h"
 #include "service/store/Permissions.h"

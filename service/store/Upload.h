@@ -1,6 +1,6 @@
 #pragma once
 
-#include "service/store/ContentFolder.h"
+#include "service/store/ContentWriter.h"
 #include "service/store/Item.h"
 #include "service/store/ItemPath.h"
 #include "service/store/Sessions.h"
