@@ -14,6 +14,9 @@ struct Account {
     std::int64_t created = 0; ///< milliseconds since 1970, UTC
 };
 
+/// @throws ServiceError badRequest for a text that cannot name a user: a bad path name, or one with a colon
+void requireUserName(const std::string& name);
+
 /// Who may log in. A user's token is 256 random bits as 64 hex digits; only its SHA-256 is stored, so a lost
 /// token cannot be shown again, only replaced.
 ///

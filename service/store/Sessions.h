@@ -40,6 +40,8 @@ public:
     std::uint32_t idleMinutes() const { return idleMinutes_; }
 
 private:
+    std::int64_t life() const;
+
     Engine engine_;
     Accounts& accounts_;
     std::uint32_t idleMinutes_;

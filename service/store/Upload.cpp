@@ -1,0 +1,35 @@
+#include "service/store/Upload.h"
+
+#include "service/store/ContentEntry.h"
+
+namespace tarnd {
+
+Upload::Upload(Engine engine, Caller caller, Location location, PutOptions options,
+               std::uint64_t expectedSize)
+    : engine_(std::move(engine))
+    , caller_(std::move(caller))
+    , location_(std::move(location))
+    , options_(options)
+    , expectedSize_(expectedSize)
+    , writer_(engine_.contents)
+{
+}
+
+void Upload::write(const void* data, std::size_t size)
+{
+    if (size > expectedSize_ - writer_.size()) throw sentences::sizeDiffers();
+    writer_.write(data, size);
+}
+
+VersionStamp Upload::commit()
+{
+    if (writer_.size() != expectedSize_) throw sentences::sizeDiffers();
+    return enterContent(
+        engine_, writer_, [&](Transaction& transaction, const StoredContent& content, auto& dropped) {
+            Tree tree(transaction, caller_);
+            const auto slot = slotForPut(tree, location_, options_.mode);
+            return writeFile(transaction, slot, content, options_.createNewVersion, engine_.clock(), dropped);
+        });
+}
+
+} // namespace tarnd
