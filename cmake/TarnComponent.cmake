@@ -16,6 +16,7 @@ function(tarn_tests name)
   add_executable(${name}_tests ${ARG_SOURCES})
   target_link_libraries(${name}_tests PRIVATE tarn_options tarn_warnings ${ARG_LINKS}
     GTest::gmock GTest::gtest_main Threads::Threads)
+  target_include_directories(${name}_tests PRIVATE ${PROJECT_SOURCE_DIR}/tests)
   target_precompile_headers(${name}_tests PRIVATE <gmock/gmock.h> <gtest/gtest.h>)
   include(GoogleTest)
   gtest_discover_tests(${name}_tests

@@ -1,0 +1,264 @@
+// What leaves the machine, byte for byte, and how each exchange can end: escaping, defaults, order and
+// optional fields go wrong here.
+#include "support/WireTest.h"
+#include "tarn/fileaccess/FileAccessClient.h"
+#include "tarn/fileaccess/FileAccessClientServiceProvider.h"
+
+namespace {
+
+using namespace connector::tarn;
+using namespace tarntest;
+using Bench = WireBench<FileAccessClient, FileAccessClientServiceProvider>;
+using Case = WireCase<FileAccessClient>;
+
+const std::string identity = "?locale=en_US&clientString=app%201.0&clientType=test";
+const std::string own = identity + "&bucket=alice";
+const std::string session = "x-qz-tarn-session-id: S1\n";
+
+template <class Request>
+std::unique_ptr<Request> upload(const std::u16string& path, std::string_view content, bool newVersion,
+                                const std::u16string& bucket = {})
+{
+    auto request = located<Request>(path, bucket);
+    request->content = connector::common::DataBuffer(content);
+    request->contentType = "text/plain";
+    request->createNewVersion = newVersion;
+    return request;
+}
+
+template <class Request>
+std::unique_ptr<Request> versioned(const std::u16string& path, const std::string& id, std::int64_t label)
+{
+    auto request = located<Request>(path);
+    request->versionId = id;
+    request->versionLabel = label;
+    return request;
+}
+
+std::unique_ptr<FileHandleReadWriteCreate> readWrite(CreateMode mode, bool truncate)
+{
+    auto request = versioned<FileHandleReadWriteCreate>(u"/a?b", "V1", 4);
+    request->createMode = mode;
+    request->contentType = "text/plain";
+    request->truncate = truncate;
+    return request;
+}
+
+std::unique_ptr<FileHandleClose> closing(HandleOperation operation, bool newVersion)
+{
+    auto request = std::make_unique<FileHandleClose>();
+    request->handleId = "H 1";
+    request->handleOperation = operation;
+    request->createNewVersion = newVersion;
+    return request;
+}
+
+std::unique_ptr<Move> moving(const std::u16string& target, const std::u16string& targetBucket, bool overwrite)
+{
+    auto request = located<Move>(u"/from");
+    request->targetPath = target;
+    request->targetBucket = targetBucket;
+    request->moveTargetOverwrite = overwrite;
+    return request;
+}
+
+std::unique_ptr<FolderDelete> folderDelete(bool recursive)
+{
+    auto request = located<FolderDelete>(u"/d", u"bob");
+    request->forceRecursive = recursive;
+    return request;
+}
+
+class FileAccessOnTheWire : public testing::TestWithParam<Case> {};
+
+TEST_P(FileAccessOnTheWire, SendsOneRequestAndReportsHowItEnds)
+{
+    expectExchange<Bench>(GetParam());
+}
+
+TEST_P(FileAccessOnTheWire, SendsNothingWithoutSessionOrConnector)
+{
+    expectRefusal(GetParam());
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    , FileAccessOnTheWire,
+    testing::Values(
+        Case{"CreateFileInTheUsersOwnBucket",
+             [](auto& c) {
+                 return watch(c.createFile(upload<FileCreate>(u"/a b.txt", "hello", true, u"bob")));
+             },
+             "put http://host/service/v1/files/a%20b.txt" + own +
+                 "&createMode=CREATE&createNewVersion=true\n" + "Content-Type: text/plain\n" + session +
+                 "\nhello"},
+        Case{"UpdateFileInTheBucketGiven",
+             [](auto& c) { return watch(c.updateFile(upload<FileUpdate>(u"/ä/%41", "", false, u"bob"))); },
+             "put http://host/service/v1/files/%C3%A4/%2541" + identity +
+                 "&bucket=bob&createMode=UPDATE&createNewVersion=false\n" + "Content-Type: text/plain\n" +
+                 session + "\n"},
+        Case{"ReadCurrentVersionWhateverTheLabel",
+             [](auto& c) { return watch(c.readFile(versioned<FileRead>(u"/a", "", 7))); },
+             "get http://host/service/v1/files/a" + own + "\n" + session, "bytes", false},
+        Case{"ReadOneVersion",
+             [](auto& c) { return watch(c.readFile(versioned<FileRead>(u"/a", "a&c", -3))); },
+             "get http://host/service/v1/files/a" + own + "&versionId=a%26c&versionLabel=-3\n" + session,
+             "bytes", false},
+        Case{"PathWithoutSlashIsJoinedAsItStands",
+             [](auto& c) { return watch(c.readFile(located<FileRead>(u"docs/a.txt"))); },
+             "get http://host/service/v1/filesdocs/a.txt" + own + "\n" + session, "bytes", false},
+        Case{"EveryCharacterThatNeedsIt",
+             [](auto& c) {
+                 return watch(c.deleteFile(located<FileDelete>(u"/%<>{}|\\\"^`!*'()$,[]+&=;:@~")));
+             },
+             "delete http://host/service/v1/files/"
+             "%25%3C%3E%7B%7D%7C%5C%22%5E%60%21%2A%27%28%29%24%2C%5B%5D+&=;:@~" +
+                 own + "\n" + session},
+        Case{"ReadAttributes",
+             [](auto& c) { return watch(c.readFileAttributes(located<FileAttributesRead>(u"/𝄞"))); },
+             "get http://host/service/v1/filesystem/%F0%9D%84%9E" + own + "\n" + session},
+        Case{"OpenToRead",
+             [](auto& c) {
+                 return watch(
+                     c.createReadOnlyFileHandle(versioned<FileHandleReadOnlyCreate>(u"/a?b", "V1", 4)));
+             },
+             "put http://host/service/v1/filehandle" + identity +
+                 "&path=%2Fa%3Fb&bucket=alice&accessMode=readOnly&versionId=V1&versionLabel=4\n" + session},
+        Case{"OpenNothingToRead",
+             [](auto& c) {
+                 return watch(c.createReadOnlyFileHandle(versioned<FileHandleReadOnlyCreate>(u"", "", 4)));
+             },
+             "put http://host/service/v1/filehandle" + identity + "&bucket=alice&accessMode=readOnly\n" +
+                 session},
+        Case{"OpenToWriteANewFile",
+             [](auto& c) { return watch(c.createReadWriteFileHandle(readWrite(CreateMode::create, false))); },
+             "put http://host/service/v1/filehandle" + identity +
+                 "&path=%2Fa%3Fb&bucket=alice&accessMode=readWrite&createMode=CREATE&truncate=false\n" +
+                 "Content-Type: text/plain\n" + session},
+        Case{"OpenToWriteEitherWay",
+             [](auto& c) {
+                 return watch(c.createReadWriteFileHandle(readWrite(CreateMode::createOrUpdate, true)));
+             },
+             "put http://host/service/v1/filehandle" + identity +
+                 "&path=%2Fa%3Fb&bucket=alice&accessMode=readWrite&createMode=CREATE_OR_UPDATE&truncate="
+                 "true\n" +
+                 "Content-Type: text/plain\n" + session},
+        Case{"OpenToWriteInNoKnownMode",
+             [](auto& c) { return watch(c.createReadWriteFileHandle(readWrite(CreateMode{5}, true))); },
+             "put http://host/service/v1/filehandle" + identity +
+                 "&path=%2Fa%3Fb&bucket=alice&accessMode=readWrite&truncate=true\n" +
+                 "Content-Type: text/plain\n" + session},
+        Case{"CloseAndCommit",
+             [](auto& c) { return watch(c.closeFileHandle(closing(HandleOperation::commitChanges, true))); },
+             "delete http://host/service/v1/filehandle/H%201" + identity +
+                 "&handleOperation=COMMIT_CHANGES&createNewVersion=true\n" + session},
+        Case{"CloseAndAbort",
+             [](auto& c) { return watch(c.closeFileHandle(closing(HandleOperation::abortChanges, false))); },
+             "delete http://host/service/v1/filehandle/H%201" + identity +
+                 "&handleOperation=ABORT_CHANGES&createNewVersion=false\n" + session},
+        Case{"CloseInNoKnownWay",
+             [](auto& c) { return watch(c.closeFileHandle(closing(HandleOperation{2}, false))); },
+             "delete http://host/service/v1/filehandle/H%201" + identity + "&createNewVersion=false\n" +
+                 session},
+        Case{"CreateFolder", [](auto& c) { return watch(c.createFolder(located<FolderCreate>(u"/d/e"))); },
+             "put http://host/service/v1/folders/d/e" + own + "\n" + session},
+        Case{"ListFolder", [](auto& c) { return watch(c.listFolder(located<FolderList>(u"/", u"bob ö"))); },
+             "get http://host/service/v1/folders/" + identity + "&bucket=bob%20%C3%B6\n" + session},
+        Case{"DeleteEmptyFolder", [](auto& c) { return watch(c.deleteFolder(folderDelete(false))); },
+             "delete http://host/service/v1/folders/d" + identity + "&bucket=bob&forceRecursive=false\n" +
+                 session},
+        Case{"DeleteFolderWithAll", [](auto& c) { return watch(c.deleteFolder(folderDelete(true))); },
+             "delete http://host/service/v1/folders/d" + identity + "&bucket=bob&forceRecursive=true\n" +
+                 session},
+        Case{"MoveFillsBothBuckets", [](auto& c) { return watch(c.move(moving(u"/to?", u"", true))); },
+             "put http://host/service/v1/filesystem/from" + own +
+                 "&targetPath=%2Fto%3F&targetBucket=alice&moveTargetOverwrite=true\n" + session},
+        Case{"MoveKeepsTheTargetBucketGiven",
+             [](auto& c) { return watch(c.move(moving(u"", u"bob", false))); },
+             "put http://host/service/v1/filesystem/from" + own +
+                 "&targetPath=&targetBucket=bob&moveTargetOverwrite=false\n" + session},
+        Case{"ListSharedContent",
+             [](auto& c) { return watch(c.listSharedContent(std::make_unique<SharedContentList>())); },
+             "get http://host/service/v1/sharedcontent" + identity + "\n" + session},
+        Case{"GetPublicLink",
+             [](auto& c) { return watch(c.getPublicAccessUrl(located<PublicAccessUrlGet>(u"/d/a"))); },
+             "get http://host/service/v1/public/urls/d/a" + own + "\n" + session}),
+    caseName<Case>);
+
+TEST(FileAccessProvider, SendsEmptyTargetsOfAMoveAndNoEmptyBucket)
+{
+    auto transport = std::make_shared<FakeTransport>();
+    FileAccessClientServiceProvider provider(nullptr, "http://host");
+    auto context = transport->getContext();
+    auto reply = provider.handle(located<Move>(u"/from"), connector::Address("http"), std::move(context));
+    EXPECT_EQ(transport->sent(),
+              "put http://host/service/v1/filesystem/from?locale=en_US&targetPath=&targetBucket="
+              "&moveTargetOverwrite=false\nx-qz-tarn-session-id: \n");
+}
+
+TEST(FileAccessProvider, ClosesNoHandleAtAllWithoutATrailingSlash)
+{
+    auto transport = std::make_shared<FakeTransport>();
+    FileAccessClientServiceProvider provider(nullptr, "http://host");
+    auto context = transport->getContext();
+    auto reply =
+        provider.handle(std::make_unique<FileHandleClose>(), connector::Address("http"), std::move(context));
+    EXPECT_EQ(transport->sent(), "delete http://host/service/v1/filehandle?locale=en_US&handleOperation="
+                                 "COMMIT_CHANGES&createNewVersion=false\nx-qz-tarn-session-id: \n");
+}
+
+TEST(FileAccessProvider, ThrowsWhatKeepsARequestFromBeingBuilt)
+{
+    auto transport = std::make_shared<FakeTransport>();
+    FileAccessClientServiceProvider provider(nullptr, "http://host");
+    auto handle = [&](const std::u16string& path) {
+        return provider.handle(located<FileRead>(path), connector::Address("http"), transport->getContext());
+    };
+    EXPECT_THROW(handle(std::u16string(u"/lone ") + char16_t(0xD800)), std::invalid_argument);
+    EXPECT_THROW(handle(std::u16string(u"/lone ") + char16_t(0xDC00) + u"x"), std::invalid_argument);
+    EXPECT_EQ(transport->count(), 0u);
+}
+
+TEST(FileAccessClient, AnswersContentByHandleWithoutTouchingTheNetwork)
+{
+    Bench bench;
+    EXPECT_EQ(watch(bench.client->readFileContent(std::make_unique<FileContentRead>()))(),
+              "Not implemented yet");
+    EXPECT_EQ(watch(bench.client->writeFileContent(std::make_unique<FileContentWrite>()))(),
+              "Not implemented yet");
+    EXPECT_EQ(bench.transport->count(), 0u);
+}
+
+TEST(FileAccessClient, RefusesAnEmptyHandleIdBeforeAnythingIsWritten)
+{
+    Bench bench;
+    auto request = std::make_unique<FileHandleClose>();
+    EXPECT_EQ(watch(bench.client->closeFileHandle(std::move(request)))(), "Handle ID cannot be empty");
+    ASSERT_TRUE(request) << "the request stays with the caller";
+    EXPECT_EQ(request->sessionId, "");
+    request.reset();
+    EXPECT_EQ(watch(bench.client->closeFileHandle(std::move(request)))(),
+              "Null request, session, or context");
+    EXPECT_EQ(bench.transport->count(), 0u);
+}
+
+TEST(FileAccessClient, OverwritesTheSessionDataThatACallerPutIn)
+{
+    Bench bench;
+    auto request = located<FileRead>(u"/a");
+    request->sessionId = "forged";
+    request->clientString = "forged";
+    request->clientType = "forged";
+    bench.client->readFile(std::move(request));
+    EXPECT_EQ(bench.transport->sent(), "get http://host/service/v1/files/a" + own + "\n" + session);
+}
+
+TEST(FileAccessClient, SettlesOnceWhenTheReplyComesAfterACancel)
+{
+    Bench bench;
+    auto reading = bench.client->readFile(located<FileRead>(u"/a"));
+    reading.cancel();
+    bench.transport->answer(200, "late");
+    EXPECT_EQ(outcomeOf(reading), "Future has been cancelled.");
+}
+
+} // namespace

@@ -1,0 +1,240 @@
+// Settling a result exactly once, whoever races: lost wake-ups, continuations run twice or never, promises
+// that nobody keeps, and the exact words with which misuse is refused.
+#include "tarn/foundation/Promise.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace {
+
+using namespace connector;
+using namespace std::chrono_literals;
+using Number = std::unique_ptr<int>; // results are moved, never copied
+
+template <class Call>
+std::string errorOf(Call&& call)
+{
+    try {
+        call();
+        return "no error";
+    } catch (const std::runtime_error& error) {
+        return error.what();
+    }
+}
+
+std::exception_ptr failure(const char* text)
+{
+    return std::make_exception_ptr(std::logic_error(text));
+}
+
+TEST(Future, WaitsForAValueFromAnotherThread)
+{
+    Promise<Number> promise;
+    auto future = promise.getFuture();
+    EXPECT_FALSE(future.isReady());
+    EXPECT_FALSE(future.waitFor(1ms));
+    std::thread producer([&] { promise.setValue(std::make_unique<int>(7)); });
+    EXPECT_EQ(*future.get(), 7);
+    producer.join();
+}
+
+TEST(Future, RefusesASecondUseInExactWords)
+{
+    Promise<int> promise;
+    auto future = promise.getFuture();
+    EXPECT_EQ(errorOf([&] { promise.getFuture(); }), "Promise already returned a future.");
+    promise.setValue(1);
+    EXPECT_EQ(errorOf([&] { promise.setValue(2); }), "Promise already resolved.");
+    EXPECT_EQ(errorOf([&] { promise.setException(failure("late")); }), "Promise already resolved.");
+    EXPECT_EQ(future.get(), 1);
+    EXPECT_EQ(errorOf([&] { future.get(); }),
+              "Future already returned it's value or has an associated continuation.");
+    EXPECT_EQ(errorOf([&] { future.then([](Future<int>&& f) { return f.get(); }); }),
+              "Future already has returned it's value or has an associated continuation.");
+
+    auto moved = std::move(promise);
+    EXPECT_EQ(errorOf([&] { promise.getFuture(); }), "Promise state isn't valid!");
+    EXPECT_EQ(errorOf([&] { promise.setValue(3); }), "Promise state isn't valid!");
+    EXPECT_EQ(errorOf([&] { promise.setException(failure("x")); }), "Promise state isn't valid!");
+    EXPECT_EQ(errorOf([] { Future<int>().get(); }), "Future state isn't valid!");
+    EXPECT_EQ(errorOf([] { Future<int>().then([](Future<int>&& f) { return f.get(); }); }),
+              "Future state isn't valid!");
+}
+
+TEST(Future, RefusesTheStateThatAContinuationHolds)
+{
+    auto state = std::make_shared<detail::SharedFutureState<int>>();
+    Future<int> first(state);
+    Future<int> second(state);
+    auto next = first.then([](Future<int>&& f) { return f.get(); });
+    EXPECT_EQ(errorOf([&] { second.get(); }),
+              "Future already returned it's value or has an associated continuation.");
+    EXPECT_EQ(errorOf([&] { second.then([](Future<int>&& f) { return f.get(); }); }),
+              "Future already has returned it's value or has an associated continuation.");
+    state->setValue(5);
+    EXPECT_EQ(next.get(), 5) << "the refused calls changed nothing";
+}
+
+TEST(Future, RethrowsAnExceptionOnce)
+{
+    Promise<int> promise;
+    auto future = promise.getFuture();
+    promise.setException(failure("broken"));
+    EXPECT_THROW(future.get(), std::logic_error);
+    EXPECT_EQ(errorOf([&] { future.get(); }),
+              "Future already returned it's value or has an associated continuation.");
+}
+
+TEST(Future, FailsWhenItsPromiseDies)
+{
+    Future<int> future;
+    {
+        Promise<int> promise;
+        future = promise.getFuture();
+        Promise<int> owner = std::move(promise);
+        promise = std::move(owner); // moving to and fro settles nothing
+        EXPECT_FALSE(future.isReady());
+    }
+    EXPECT_EQ(errorOf([&] { future.get(); }), "Promise destroyed before it provided a value.");
+
+    Promise<int> replaced;
+    auto orphan = replaced.getFuture();
+    replaced = Promise<int>();
+    EXPECT_EQ(errorOf([&] { orphan.get(); }), "Promise destroyed before it provided a value.");
+}
+
+TEST(Future, RunsAContinuationOnTheResolvingThreadOrAtOnce)
+{
+    Promise<int> promise;
+    std::thread::id ranOn;
+    auto next = promise.getFuture().then([&](Future<int>&& f) {
+        ranOn = std::this_thread::get_id();
+        return std::to_string(f.get());
+    });
+    EXPECT_FALSE(next.isReady());
+    std::thread producer([&] { promise.setValue(7); });
+    const auto producerId = producer.get_id();
+    producer.join();
+    EXPECT_EQ(ranOn, producerId);
+    auto last = next.then([&](Future<std::string>&& f) {
+        ranOn = std::this_thread::get_id();
+        return f.get() + "!";
+    });
+    EXPECT_EQ(ranOn, std::this_thread::get_id());
+    EXPECT_EQ(last.get(), "7!");
+}
+
+TEST(Future, PassesTheVeryExceptionOfAContinuationOn)
+{
+    auto thrown = failure("the one");
+    auto next = makeReadyFuture(1).then([&](Future<int>&&) -> int { std::rethrow_exception(thrown); });
+    auto last = next.then([](Future<int>&& f) { return f.get(); });
+    std::exception_ptr caught;
+    try {
+        last.get();
+    } catch (...) {
+        caught = std::current_exception();
+    }
+    EXPECT_EQ(caught, thrown);
+}
+
+TEST(Future, DropsWhatComesAfterACancel)
+{
+    Promise<Number> promise;
+    auto future = promise.getFuture();
+    std::string seen;
+    std::thread waiter([&] { seen = errorOf([&] { future.get(); }); });
+    while (future.isReady())
+        std::this_thread::yield();
+    future.cancel();
+    waiter.join();
+    EXPECT_EQ(seen, "Future has been cancelled.");
+    promise.setValue(std::make_unique<int>(1));
+    promise.setException(failure("late"));
+
+    bool ran = false;
+    Promise<int> source;
+    auto next = source.getFuture().then([&](Future<int>&& f) {
+        ran = true;
+        return f.get();
+    });
+    next.cancel();
+    source.setValue(1);
+    EXPECT_TRUE(ran) << "the source's continuation runs, its outcome is dropped";
+    EXPECT_EQ(errorOf([&] { next.get(); }), "Future has been cancelled.");
+
+    Promise<int> cancelled;
+    auto given = cancelled.getFuture();
+    given.cancel();
+    auto never = given.then([](Future<int>&& f) { return f.get(); });
+    cancelled.setValue(1);
+    EXPECT_FALSE(never.isReady());
+
+    auto ready = makeReadyFuture(3);
+    ready.cancel();
+    EXPECT_EQ(ready.get(), 3);
+}
+
+TEST(Future, LetsAContinuationSettleAndAttachFurther)
+{
+    Promise<int> outer;
+    Promise<int> inner;
+    std::vector<int> order;
+    auto innerDone = inner.getFuture().then([&](Future<int>&& f) {
+        order.push_back(f.get());
+        return 0;
+    });
+    auto outerDone = outer.getFuture().then([&](Future<int>&& f) {
+        order.push_back(f.get());
+        inner.setValue(2);
+        return makeReadyFuture(3)
+            .then([&](Future<int>&& g) {
+                order.push_back(g.get());
+                return 0;
+            })
+            .get();
+    });
+    outer.setValue(1);
+    outerDone.get();
+    innerDone.get();
+    EXPECT_EQ(order, (std::vector<int>{1, 2, 3}));
+}
+
+TEST(Future, WrapsAnExceptionPointerGivenAsTheException)
+{
+    auto future = makeExceptionalFuture<int>(failure("inside"));
+    try {
+        future.get();
+        FAIL();
+    } catch (const std::exception_ptr& wrapped) {
+        EXPECT_THROW(std::rethrow_exception(wrapped), std::logic_error);
+    }
+}
+
+TEST(Future, SurvivesRacesOfResolutionWithAttachAndCancel)
+{
+    for (int round = 0; round < 2000; ++round) {
+        auto promise = std::make_unique<Promise<int>>();
+        auto future = promise->getFuture();
+        std::atomic<int> runs{0};
+        std::thread producer([&] {
+            promise->setValue(1);
+            promise.reset();
+        });
+        if (round % 3 == 0) future.cancel();
+        auto next = future.then([&](Future<int>&& f) {
+            ++runs;
+            return f.get();
+        });
+        producer.join();
+        EXPECT_LE(runs, 1);
+        EXPECT_TRUE(next.isReady() == (runs == 1));
+    }
+}
+
+} // namespace

@@ -1,0 +1,119 @@
+// Replies that no honest service sends must fail the request, not the process: nesting, names and nodes
+// without end, external entities; and everything below the limits must read as the plain DOM parser reads it.
+#include "tarn/protocol/ReplyXml.h"
+
+#include <Poco/DOM/DOMParser.h>
+#include <Poco/DOM/DOMWriter.h>
+#include <gtest/gtest.h>
+
+#include <sstream>
+#include <stdexcept>
+#include <string>
+
+namespace {
+
+using namespace connector::tarn;
+
+std::string nested(std::size_t depth, bool closed = true)
+{
+    std::string text;
+    for (std::size_t i = 0; i < depth; ++i)
+        text += "<a>";
+    text += "x";
+    for (std::size_t i = 0; closed && i < depth; ++i)
+        text += "</a>";
+    return text;
+}
+
+std::string manyNames(int count)
+{
+    std::string text = "<r>";
+    for (int i = 1; i < count; ++i)
+        text += "<n" + std::to_string(i) + "/>";
+    return text + "</r>";
+}
+
+bool parses(const std::string& text)
+{
+    try {
+        parseXml(text);
+        return true;
+    } catch (const std::runtime_error& error) {
+        EXPECT_EQ(error.what(), "TARN error: " + text);
+        return false;
+    }
+}
+
+std::string written(Poco::XML::Document& document)
+{
+    std::ostringstream out;
+    Poco::XML::DOMWriter().writeNode(out, &document);
+    return out.str();
+}
+
+TEST(ReplyXml, RefusesWhatIsNotXml)
+{
+    for (const char* text : {"", " ", "text", "<a>", "<a></b>", "<a/><b/>", "<a>&nbsp;</a>", "<a \xff=''/>",
+                             "<a>\xff</a>", "{\"code\": 1}"}) {
+        EXPECT_FALSE(parses(text)) << text;
+    }
+}
+
+TEST(ReplyXml, BoundsDepthNamesAndExpansion)
+{
+    EXPECT_TRUE(parses(nested(256)));
+    EXPECT_FALSE(parses(nested(257)));
+    EXPECT_FALSE(parses(nested(100'000)));
+    EXPECT_FALSE(parses(nested(100'000, false)));
+    EXPECT_TRUE(parses(manyNames(500)));
+    EXPECT_FALSE(parses(manyNames(501)));
+    EXPECT_FALSE(parses(manyNames(5000)));
+    std::string attributes = "<r";
+    for (int i = 0; i < 600; ++i)
+        attributes += " a" + std::to_string(i) + "=''";
+    EXPECT_FALSE(parses(attributes + "/>"));
+    std::string bomb = "<!DOCTYPE r [<!ENTITY a0 'ha'>";
+    for (int i = 1; i < 30; ++i) {
+        const std::string previous = "&a" + std::to_string(i - 1) + ";";
+        bomb += "<!ENTITY a" + std::to_string(i) + " '" + previous + previous + "'>";
+    }
+    EXPECT_FALSE(parses(bomb + "]><r>&a29;</r>"));
+}
+
+TEST(ReplyXml, ReadsNoFileThatAReplyNames)
+{
+    EXPECT_FALSE(parses("<!DOCTYPE r [<!ENTITY e SYSTEM 'file:///etc/hostname'>]><r>&e;</r>"));
+    auto document = parseXml("<!DOCTYPE r [<!ENTITY % e SYSTEM 'file:///etc/hostname'> %e;]><r>kept</r>");
+    EXPECT_EQ(documentText(*document, "r"), "kept");
+}
+
+TEST(ReplyXml, ReadsLikeThePlainParserBelowTheLimits)
+{
+    for (const char* text :
+         {"<r a='1' b='&lt;'>x<!-- c --><![CDATA[<y>]]>&amp;<?pi data?><n:e xmlns:n='u' n:k='v'/>\n</r>",
+          "<?xml version='1.0' encoding='ISO-8859-1'?><r>\xe4</r>",
+          "<!DOCTYPE r [<!ENTITY e 'text'>]><r>&e;</r>"}) {
+        Poco::XML::DOMParser plain;
+        Poco::AutoPtr<Poco::XML::Document> expected(plain.parseString(text));
+        EXPECT_EQ(written(*parseXml(text)), written(*expected));
+    }
+}
+
+TEST(ReplyXml, FindsExactlyOne)
+{
+    auto document = parseXml("<r><a>1<b>2</b></a><c/><d><c>3</c></d><e></e></r>");
+    EXPECT_EQ(documentText(*document, "a"), "12") << "all text below";
+    EXPECT_EQ(documentText(*document, "c", "?"), "?") << "two";
+    EXPECT_EQ(documentText(*document, "x", "?"), "?") << "none";
+    EXPECT_EQ(documentText(*document, "e", "?"), "") << "one that is empty";
+    EXPECT_EQ(documentText(*document, "r"), "123") << "the root counts in a document";
+    const auto& root = *document->documentElement();
+    EXPECT_EQ(childText(root, "r", "?"), "?") << "but not below itself";
+    EXPECT_EQ(childText(*elementsNamed(root, "d").front(), "c"), "3");
+    EXPECT_EQ(childText(*root.firstChild()->firstChild(), "b", "?"), "?") << "a text node has no elements";
+    EXPECT_EQ(elementsNamed(root, "c").size(), 2u);
+    EXPECT_EQ(childElements(&root).size(), 4u);
+    EXPECT_TRUE(childElements(nullptr).empty());
+}
+
+} // namespace
