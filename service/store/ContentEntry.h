@@ -29,6 +29,9 @@ VersionStamp enterContent(Engine& engine, ContentWriter& writer, Enter&& enter)
     } catch (const CommitUnknown&) {
         writer.abandon();
         throw;
+    } catch (...) {
+        writer.discard();
+        throw;
     }
     engine.contents.notify(WriteStep::committed);
     writer.keep();

@@ -6,6 +6,7 @@
 #include <fcntl.h>
 
 #include <cerrno>
+#include <utility>
 
 namespace tarnd {
 
@@ -20,7 +21,12 @@ ContentWriter::ContentWriter(ContentFolder& folder)
 
 ContentWriter::~ContentWriter()
 {
-    if (settled_) return;
+    discard();
+}
+
+void ContentWriter::discard() noexcept
+{
+    if (std::exchange(settled_, true)) return;
     if (!published_.empty()) ::unlink(published_.c_str());
     ::unlink(temporary_.c_str());
 }

@@ -32,6 +32,9 @@ public:
     /// A committed row names the content now.
     void keep() noexcept;
 
+    /// Leaves nothing of the content; what the destructor does when nothing else was called.
+    void discard() noexcept;
+
     /// Nobody knows whether a row names the content: it stays, with both names, for the next start to decide.
     void abandon() noexcept;
 
