@@ -10,7 +10,7 @@ namespace tarnd {
 
 namespace {
 
-constexpr std::size_t headersLimit = 16 * 1024; // of names and values, target included
+constexpr std::size_t headersLimit = 32 * 1024; // of names and values, target included
 
 bool sameName(std::string_view a, std::string_view b)
 {
@@ -32,11 +32,14 @@ std::string_view onlyValue(const Headers& headers, std::string_view name)
     return values.empty() ? std::string_view() : values.front();
 }
 
-void refuseTooLarge(std::string_view target, const Headers& headers)
+void checkHeaders(std::string_view target, const Headers& headers)
 {
     std::size_t size = target.size();
-    for (const auto& [name, value] : headers)
+    for (const auto& [name, value] : headers) {
         size += name.size() + value.size();
+        // "Content-Length : 3" is a length to some readers and an unknown header to others.
+        if (name.find_first_of(" \t") != std::string::npos) throw request_errors::badHeader();
+    }
     if (size > headersLimit) throw request_errors::headersTooLarge();
 }
 
@@ -78,9 +81,9 @@ Request::Request(std::string method, std::string_view target, Headers given)
     , rawPath(target.substr(0, target.find('?')))
     , parameters(queryOf(checkedTarget(target)))
     , headers(std::move(given))
-    , announcedLength(lengthOf(headers))
 {
-    refuseTooLarge(target, headers);
+    checkHeaders(target, headers);
+    announcedLength = lengthOf(headers);
 }
 
 std::string Request::header(std::string_view name) const

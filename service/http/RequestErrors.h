@@ -16,6 +16,11 @@ inline ServiceError repeatedHeader(std::string_view name)
     return {Kind::badRequest, "The header " + std::string(name) + " may be given only once."};
 }
 
+inline ServiceError badHeader()
+{
+    return {Kind::badRequest, "The name of a header may hold no white space."};
+}
+
 inline ServiceError badContentLength()
 {
     return {Kind::badRequest, "The header Content-Length is not a number of bytes."};

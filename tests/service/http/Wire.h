@@ -1,0 +1,51 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace tarnd::test {
+
+struct WireReply {
+    int status = 0;
+    std::map<std::string, std::string> headers; ///< names in lower case
+    std::string body;
+};
+
+/// One TCP connection to the service on which a test may say anything, well-formed or not. Every wait is
+/// bounded.
+class Wire {
+public:
+    explicit Wire(std::uint16_t port);
+    ~Wire();
+    Wire(Wire&& other) noexcept;
+    Wire& operator=(Wire&&) = delete;
+
+    /// Sends all bytes; false when the service has closed the connection meanwhile.
+    bool send(std::string_view bytes);
+
+    /// Says that nothing more will be sent.
+    void endOfRequest();
+
+    /// The next reply, a `100 Continue` included; nothing when the service closes without one.
+    /// @param toHead the request was HEAD: the reply has no body whatever its length says
+    std::optional<WireReply> receive(bool toHead = false);
+
+    /// The service closes the connection, without another byte.
+    bool isClosedByService();
+
+private:
+    bool fill();
+
+    int fd;
+    std::string received;
+};
+
+/// "METHOD TARGET HTTP/1.1" with Host, the session and the other headers, and a body with its length.
+std::string requestText(std::string_view method, std::string_view target, std::string_view session = {},
+                        std::string_view body = {}, std::string_view headers = {});
+
+} // namespace tarnd::test
