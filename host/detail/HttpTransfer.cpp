@@ -211,22 +211,23 @@ std::exception_ptr HttpTransfer::errorOf(TransportPhase phase, std::string reaso
 TransportPhase HttpTransfer::phaseOf(CURLcode outcome) const
 {
     curl_off_t readyToSend = 0;
-    curl_off_t connected = 0;
     curl_easy_getinfo(easy.get(), CURLINFO_PRETRANSFER_TIME_T, &readyToSend);
-    curl_easy_getinfo(easy.get(), CURLINFO_CONNECT_TIME_T, &connected);
     if (readyToSend > 0) return TransportPhase::exchange;
     switch (outcome) {
-    case CURLE_COULDNT_RESOLVE_HOST:
-    case CURLE_COULDNT_RESOLVE_PROXY:
-    case CURLE_COULDNT_CONNECT:
-        return TransportPhase::connect;
     case CURLE_URL_MALFORMAT:
     case CURLE_UNSUPPORTED_PROTOCOL:
+    case CURLE_LOGIN_DENIED:
         return TransportPhase::prepare;
+    case CURLE_SSL_CONNECT_ERROR:
+    case CURLE_PEER_FAILED_VERIFICATION:
+    case CURLE_SSL_CERTPROBLEM:
+    case CURLE_SSL_CIPHER:
+    case CURLE_SSL_CACERT_BADFILE:
+    case CURLE_SSL_ISSUER_ERROR:
+        return TransportPhase::secure;
     default:
-        break;
+        return TransportPhase::connect;
     }
-    return connected > 0 && target.scheme == "https" ? TransportPhase::secure : TransportPhase::connect;
 }
 
 std::string HttpTransfer::reasonOf(CURLcode outcome) const

@@ -1,0 +1,261 @@
+// What leaves the machine and what comes back, byte for byte: a header too many, a normalised path or a body
+// without its length reaches another object or none.
+#include "Bounded.h"
+#include "HttpClientUnderTest.h"
+#include "support/ScriptedHttpServer.h"
+
+#include "tarn/foundation/ContentReduction.h"
+
+#include <gmock/gmock.h>
+
+#include <cstdlib>
+#include <thread>
+
+namespace connector::host::test {
+namespace {
+
+using common::DataBuffer;
+using testing::ElementsAre;
+
+struct WireCase {
+    const char* name;
+    const char* method;
+    const char* target;
+    HttpClientUnderTest::Headers headers;
+    const char* body;  ///< null: none
+    const char* bytes; ///< "@" stands for the server
+};
+
+class OnTheWire : public testing::TestWithParam<WireCase> {};
+
+TEST_P(OnTheWire, SendsExactlyTheseBytes)
+{
+    const WireCase& row = GetParam();
+    ScriptedHttpServer server(ScriptedHttpServer::always(ScriptedHttpServer::reply("ok")));
+    HttpClientUnderTest http;
+    auto body = row.body ? bodyOf(row.body) : nullptr;
+    EXPECT_EQ(bounded(http.send(row.method, server.url(row.target), row.headers, body))->status, 200);
+
+    std::string expected = row.bytes;
+    expected.replace(expected.find('@'), 1, server.peer());
+    EXPECT_THAT(server.requests(), ElementsAre(expected));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    , OnTheWire,
+    testing::Values(
+        WireCase{"GetWithHeader",
+                 "get",
+                 "/a%20b?x=1&y=%26",
+                 {{"x-session", "s1"}},
+                 nullptr,
+                 "GET /a%20b?x=1&y=%26 HTTP/1.1\r\nHost: @\r\nAccept: */*\r\nx-session: s1\r\n\r\n"},
+        WireCase{"EmptyHeaderIsSent",
+                 "get",
+                 "/",
+                 {{"x-session", ""}},
+                 nullptr,
+                 "GET / HTTP/1.1\r\nHost: @\r\nAccept: */*\r\nx-session:\r\n\r\n"},
+        WireCase{"BlankHeaderIsSentEmpty",
+                 "get",
+                 "/",
+                 {{"x-session", " \t"}},
+                 nullptr,
+                 "GET / HTTP/1.1\r\nHost: @\r\nAccept: */*\r\nx-session:\r\n\r\n"},
+        WireCase{"PathStaysAsItIs",
+                 "get",
+                 "/a/../b/./c//d",
+                 {},
+                 nullptr,
+                 "GET /a/../b/./c//d HTTP/1.1\r\nHost: @\r\nAccept: */*\r\n\r\n"},
+        WireCase{"PutWithBody",
+                 "put",
+                 "/f",
+                 {{"Content-Type", "text/plain"}},
+                 "hello",
+                 "PUT /f HTTP/1.1\r\nHost: @\r\nAccept: */*\r\nContent-Type: text/plain\r\n"
+                 "Content-Length: 5\r\n\r\nhello"},
+        WireCase{"PutWithoutBody",
+                 "put",
+                 "/f",
+                 {},
+                 nullptr,
+                 "PUT /f HTTP/1.1\r\nHost: @\r\nAccept: */*\r\nContent-Length: 0\r\n\r\n"},
+        WireCase{"PutWithEmptyBody",
+                 "put",
+                 "/f",
+                 {},
+                 "",
+                 "PUT /f HTTP/1.1\r\nHost: @\r\nAccept: */*\r\nContent-Length: 0\r\n\r\n"},
+        WireCase{
+            "Delete", "delete", "/f", {}, nullptr, "DELETE /f HTTP/1.1\r\nHost: @\r\nAccept: */*\r\n\r\n"}),
+    [](const auto& row) { return row.param.name; });
+
+struct ReplyCase {
+    const char* name;
+    std::string bytes;
+    std::uint16_t status;
+    std::string body;
+};
+
+class ReplyReading : public testing::TestWithParam<ReplyCase> {};
+
+TEST_P(ReplyReading, YieldsStatusAndWholeBody)
+{
+    ScriptedHttpServer server(ScriptedHttpServer::always(GetParam().bytes));
+    HttpClientUnderTest http;
+    auto response = bounded(http.send("get", server.url("/x")));
+    EXPECT_EQ(response->status, GetParam().status);
+    EXPECT_EQ(textOf(*response), GetParam().body);
+    EXPECT_EQ(server.requests().size(), 1u);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    , ReplyReading,
+    testing::Values(
+        ReplyCase{"Chunked",
+                  "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n"
+                  "3\r\nabc\r\n1;x=y\r\nd\r\n0\r\nTrailer: t\r\n\r\n",
+                  200, "abcd"},
+        ReplyCase{"NoBody", "HTTP/1.1 204 No Content\r\n\r\n", 204, ""},
+        ReplyCase{"ErrorWithBody", ScriptedHttpServer::reply("<e/>", "503 Busy"), 503, "<e/>"},
+        ReplyCase{"RedirectIsNotFollowed",
+                  "HTTP/1.1 302 Found\r\nLocation: /elsewhere\r\nContent-Length: 0\r\n\r\n", 302, ""},
+        ReplyCase{"EncodedBodyStaysEncoded",
+                  "HTTP/1.1 200 OK\r\nContent-Encoding: gzip\r\nContent-Length: 4\r\n\r\n\x1f\x8b\x08\x01",
+                  200, "\x1f\x8b\x08\x01"},
+        ReplyCase{"InterimReplyIsSkipped",
+                  "HTTP/1.1 103 Early Hints\r\nLink: </>\r\n\r\n" + ScriptedHttpServer::reply("x"), 200,
+                  "x"}),
+    [](const auto& row) { return row.param.name; });
+
+TEST(HttpClientBody, ArrivesInOneItemThatFillsItsStorage)
+{
+    // More than one doubling past the largest step that a Content-Length alone is trusted for is not needed:
+    // a body of unknown length grows from nothing.
+    std::string content(3'000'000, 'x');
+    content[1'234'567] = 'y';
+    ScriptedHttpServer server([&](auto& connection) {
+        connection.readRequest();
+        connection.send("HTTP/1.1 200 OK\r\nConnection: close\r\n\r\n" + content);
+    });
+    HttpClientUnderTest http;
+    auto response = bounded(http.send("get", server.url()));
+    auto body = bounded(reactive_streams::reduceContentToDataBuffer(response->body));
+    EXPECT_EQ(body.bytes(), content);
+    EXPECT_EQ(body.capacity, body.size);
+    EXPECT_EQ(http.client->transferred().received, content.size());
+}
+
+/// Delivers its items from a thread of its own, after the request has been taken.
+class ThreadedPublisher : public reactive_streams::PublisherAPI<DataBuffer> {
+public:
+    using Subscriber = reactive_streams::SubscriberAPI<DataBuffer>;
+
+    explicit ThreadedPublisher(std::function<void(Subscriber&)> signals) : run(std::move(signals)) {}
+
+    ~ThreadedPublisher() override
+    {
+        if (sender.joinable()) sender.join();
+    }
+
+    Future<bool> completion() override { return makeReadyFuture(true); }
+
+    void subscribe(std::shared_ptr<Subscriber> subscriber) override
+    {
+        struct Idle : reactive_streams::Subscription {
+            void request(std::uint64_t) override {}
+
+            void cancel() override {}
+        };
+
+        subscription = std::make_shared<Idle>();
+        subscriber->onSubscribe(subscription);
+        sender = std::thread([this, subscriber] { run(*subscriber); });
+    }
+
+private:
+    std::function<void(Subscriber&)> run;
+    std::shared_ptr<reactive_streams::Subscription> subscription;
+    std::thread sender;
+};
+
+TEST(HttpClientBody, OfManyItemsIsSentInOrder)
+{
+    ScriptedHttpServer server(ScriptedHttpServer::always(ScriptedHttpServer::reply("ok")));
+    HttpClientUnderTest http;
+    auto publisher = std::make_shared<ThreadedPublisher>([](auto& subscriber) {
+        for (int i = 0; i < 500; ++i)
+            subscriber.onNext(DataBuffer(std::string(1000, char('a' + i % 26))));
+        subscriber.onComplete();
+    });
+    bounded(http.send("put", server.url("/f"), {}, publisher));
+
+    ASSERT_EQ(server.requests().size(), 1u);
+    const std::string request = server.requests().front();
+    EXPECT_NE(request.find("\r\nContent-Length: 500000\r\n"), std::string::npos);
+    ASSERT_GT(request.size(), 500'000u);
+    const std::string_view body = std::string_view(request).substr(request.size() - 500'000);
+    for (std::size_t i = 0; i < 500; ++i) {
+        ASSERT_EQ(body.substr(i * 1000, 1000), std::string(1000, char('a' + i % 26))) << "item " << i;
+    }
+    EXPECT_EQ(http.client->transferred().sent, 500'000u);
+}
+
+TEST(HttpClientBody, WhosePublisherFailsSendsNothing)
+{
+    ScriptedHttpServer server(ScriptedHttpServer::always(ScriptedHttpServer::reply("ok")));
+    HttpClientUnderTest http;
+    auto publisher = std::make_shared<ThreadedPublisher>([](auto& subscriber) {
+        subscriber.onNext(DataBuffer("half"));
+        subscriber.onError(std::make_exception_ptr(std::runtime_error("disk gone")));
+    });
+    EXPECT_EQ(failureOf<std::runtime_error>(http.send("put", server.url("/f"), {}, publisher)), "disk gone");
+    EXPECT_EQ(server.connectionCount(), 0u);
+}
+
+TEST(HttpClientBody, ThatNeverEndsFailsWhenTheClientStops)
+{
+    HttpClientUnderTest http;
+    auto publisher = std::make_shared<ThreadedPublisher>([](auto&) {});
+    auto response = http.send("put", "http://127.0.0.1:1/f", {}, publisher);
+    http.client->stop();
+    const auto failure = transportFailure(std::move(response));
+    ASSERT_TRUE(failure);
+    EXPECT_EQ(failure->phase, TransportPhase::shutdown);
+}
+
+TEST(HttpClient, IgnoresTheProxyOfTheEnvironment)
+{
+    ScriptedHttpServer server(ScriptedHttpServer::always(ScriptedHttpServer::reply("direct")));
+    const std::string nowhere = "http://127.0.0.1:" + std::to_string(closedPort());
+    ::setenv("http_proxy", nowhere.c_str(), 1);
+    ::setenv("ALL_PROXY", nowhere.c_str(), 1);
+    HttpClientUnderTest http;
+    EXPECT_EQ(textOf(*bounded(http.send("get", server.url()))), "direct");
+    ::unsetenv("http_proxy");
+    ::unsetenv("ALL_PROXY");
+}
+
+TEST(HttpClient, GoesThroughTheProxyItIsGiven)
+{
+    ScriptedHttpServer proxy(ScriptedHttpServer::always(ScriptedHttpServer::reply("relayed")));
+    HttpClientUnderTest http({.proxy = proxy.url()});
+    EXPECT_EQ(textOf(*bounded(http.send("get", "http://files.invalid/a"))), "relayed");
+    ASSERT_EQ(proxy.heads().size(), 1u);
+    EXPECT_THAT(proxy.heads().front(), testing::StartsWith("GET http://files.invalid/a HTTP/1.1\r\n"));
+}
+
+TEST(HttpClient, CanBeStartedAgainAfterAStop)
+{
+    ScriptedHttpServer server(ScriptedHttpServer::always(ScriptedHttpServer::reply("ok")));
+    HttpClientUnderTest http;
+    http.client->stop();
+    EXPECT_EQ(failureOf<std::runtime_error>(http.send("get", server.url())),
+              "Service exists but is not running.");
+    http.client->start();
+    EXPECT_EQ(textOf(*bounded(http.send("get", server.url()))), "ok");
+}
+
+} // namespace
+} // namespace connector::host::test

@@ -1,0 +1,182 @@
+// Every message ends in a resolved future, whatever the provider does and whenever the router closes.
+#include "Bounded.h"
+
+#include "host/DeliveryThreads.h"
+#include "host/Router.h"
+#include "tarn/foundation/Promise.h"
+#include "tarn/foundation/ServiceProviderAPI.h"
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <thread>
+
+namespace connector::host::test {
+namespace {
+
+using Reply = std::unique_ptr<Message>;
+
+struct Note : Message {
+    explicit Note(int n) : number(n) {}
+
+    int number;
+};
+
+/// Answers with whatever the test says.
+class FunctionProvider : public ServiceProvider {
+public:
+    using Function = std::function<Future<Reply>(Reply&&, Address&&, std::shared_ptr<Context>&&)>;
+
+    explicit FunctionProvider(Function f) : function(std::move(f)) {}
+
+    Future<Reply> deliver(Reply&& message, Address&& to, std::shared_ptr<Context>&& context) override
+    {
+        return function(std::move(message), std::move(to), std::move(context));
+    }
+
+    int starts = 0;
+    int stops = 0;
+
+protected:
+    void onStart() override { ++starts; }
+
+    void onStop() override
+    {
+        ++stops;
+        if (throwsOnStop) throw std::runtime_error("cannot stop");
+    }
+
+public:
+    bool throwsOnStop = false;
+
+private:
+    Function function;
+};
+
+/// Provider of typed messages, to see the library's own refusal.
+class TypedProvider : public ServiceProviderAPI<TypedProvider> {};
+
+class RouterTest : public testing::Test {
+protected:
+    ~RouterTest() override
+    {
+        router->close();
+        threads->drain();
+    }
+
+    std::shared_ptr<FunctionProvider> add(const std::string& name, FunctionProvider::Function function,
+                                          const std::string& onward = "")
+    {
+        auto provider = std::make_shared<FunctionProvider>(std::move(function));
+        router->registerProvider(Address(name), provider, Address(onward));
+        return provider;
+    }
+
+    Future<Reply> send(const std::string& to, int number = 1)
+    {
+        return router->send(std::make_unique<Note>(number), Address(to));
+    }
+
+    std::shared_ptr<DeliveryThreads> threads = std::make_shared<DeliveryThreads>(2);
+    std::shared_ptr<Router> router = std::make_shared<Router>(threads);
+};
+
+TEST_F(RouterTest, DeliversOnItsThreadsWithTheOnwardAddress)
+{
+    add(
+        "outer",
+        [&](Reply&& message, Address&& to, std::shared_ptr<Context>&& context) {
+            EXPECT_TRUE(threads->isCurrent());
+            EXPECT_EQ(to, Address("inner"));
+            return context->send(std::move(message), std::move(to));
+        },
+        "inner");
+    add("inner", [](Reply&& message, auto&&, auto&&) {
+        static_cast<Note&>(*message).number += 1;
+        return makeReadyFuture(std::move(message));
+    });
+    EXPECT_EQ(static_cast<Note&>(*bounded(send("outer", 41))).number, 42);
+    EXPECT_FALSE(threads->isCurrent());
+}
+
+TEST_F(RouterTest, FailsWhatCannotBeDelivered)
+{
+    add("throws", [](auto&&...) -> Future<Reply> { throw std::out_of_range("boom"); });
+    add("invalid", [](auto&&...) { return Future<Reply>(); });
+    add("drops", [](auto&&...) { return Promise<Reply>().getFuture(); });
+    router->registerProvider(Address("typed"), std::make_shared<TypedProvider>());
+
+    EXPECT_EQ(failureOf<std::runtime_error>(send("nowhere")), "No service is registered at \"nowhere\".");
+    EXPECT_EQ(failureOf<std::out_of_range>(send("throws")), "boom");
+    EXPECT_EQ(failureOf<std::runtime_error>(send("invalid")), "The service returned no future.");
+    EXPECT_EQ(failureOf<std::runtime_error>(send("drops")), "Promise destroyed before it provided a value.");
+    EXPECT_NE(failureOf<std::invalid_argument>(send("typed")).find("Incorrect message type."),
+              std::string::npos);
+    EXPECT_THROW(bounded(router->send(nullptr, Address("typed"))), std::bad_typeid);
+}
+
+TEST_F(RouterTest, RefusesBadRegistrations)
+{
+    auto first = add("a", [](auto&&...) { return makeReadyFuture(Reply()); });
+    auto second = std::make_shared<FunctionProvider>(nullptr);
+    EXPECT_THROW(router->registerProvider(Address("a"), second), std::invalid_argument);
+    EXPECT_THROW(router->registerProvider(Address("b"), nullptr), std::invalid_argument);
+    EXPECT_EQ(second->starts, second->stops);
+    EXPECT_EQ(bounded(send("a")), nullptr);
+    router->close();
+    EXPECT_THROW(router->registerProvider(Address("c"), second), std::runtime_error);
+}
+
+TEST_F(RouterTest, UnregisteringStopsTheProvider)
+{
+    auto provider = std::make_shared<TypedProvider>();
+    router->registerProvider(Address("a"), provider);
+    EXPECT_TRUE(provider->isRunning());
+    EXPECT_TRUE(router->unregisterProvider(Address("a")));
+    EXPECT_FALSE(provider->isRunning());
+    EXPECT_FALSE(router->unregisterProvider(Address("a")));
+    EXPECT_EQ(failureOf<std::runtime_error>(send("a")), "No service is registered at \"a\".");
+}
+
+TEST_F(RouterTest, MessageToAStoppedProviderIsRefusedByIt)
+{
+    auto provider = std::make_shared<TypedProvider>();
+    router->registerProvider(Address("a"), provider);
+    provider->stop();
+    EXPECT_EQ(failureOf<std::runtime_error>(send("a")), "Service exists but is not running.");
+}
+
+TEST_F(RouterTest, ClosingStopsAllProvidersEvenIfOneThrows)
+{
+    auto first = add("a", nullptr);
+    auto second = add("b", nullptr);
+    first->throwsOnStop = true;
+    router->close();
+    router->close();
+    EXPECT_EQ(first->stops, 1);
+    EXPECT_EQ(second->stops, 1);
+    EXPECT_EQ(failureOf<std::runtime_error>(send("a")), "The host has been shut down.");
+}
+
+TEST_F(RouterTest, SettlesEveryMessageSentWhileItCloses)
+{
+    add("a", [](auto&&...) { return makeReadyFuture(Reply()); });
+    std::atomic<bool> halfWay{false};
+    std::vector<Future<Reply>> replies;
+    std::thread sender([&] {
+        for (int i = 0; i < 2000; ++i) {
+            replies.push_back(send("a"));
+            if (i == 1000) halfWay = true;
+        }
+    });
+    while (!halfWay)
+        std::this_thread::yield();
+    router->close();
+    threads->drain();
+    sender.join();
+    for (auto& reply : replies)
+        EXPECT_TRUE(reply.waitFor(patience));
+}
+
+} // namespace
+} // namespace connector::host::test

@@ -1,0 +1,194 @@
+#include "ScriptedHttpServer.h"
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <stdexcept>
+#include <string_view>
+
+namespace connector::host::test {
+namespace {
+
+int listenOnLoopback(std::uint16_t& port)
+{
+    const int socket = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t length = sizeof address;
+    auto* generic = reinterpret_cast<sockaddr*>(&address);
+    if (socket < 0 || ::bind(socket, generic, length) != 0 || ::listen(socket, 512) != 0 ||
+        ::getsockname(socket, generic, &length) != 0) {
+        throw std::runtime_error("cannot listen on loopback");
+    }
+    port = ntohs(address.sin_port);
+    return socket;
+}
+
+std::size_t contentLength(const std::string& head)
+{
+    constexpr std::string_view name = "\r\nContent-Length: ";
+    const auto at = head.find(name);
+    return at == std::string::npos ? 0 : std::stoul(head.substr(at + name.size()));
+}
+
+} // namespace
+
+std::uint16_t closedPort()
+{
+    std::uint16_t port = 0;
+    ::close(listenOnLoopback(port));
+    return port;
+}
+
+ScriptedHttpServer::ScriptedHttpServer(Script connectionScript) : script(std::move(connectionScript))
+{
+    listener = listenOnLoopback(boundPort);
+    acceptor = std::thread([this] { accept(); });
+}
+
+ScriptedHttpServer::~ScriptedHttpServer()
+{
+    ::shutdown(listener, SHUT_RDWR);
+    acceptor.join();
+    std::vector<std::thread> joined;
+    {
+        std::lock_guard lock(mutex);
+        for (int socket : open)
+            ::shutdown(socket, SHUT_RDWR);
+        joined.swap(workers);
+    }
+    for (auto& worker : joined)
+        worker.join();
+    ::close(listener);
+}
+
+void ScriptedHttpServer::accept()
+{
+    for (;;) {
+        const int socket = ::accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
+        if (socket < 0) return;
+        std::lock_guard lock(mutex);
+        open.push_back(socket);
+        peak = std::max(peak, static_cast<unsigned>(open.size()));
+        workers.emplace_back([this, ordinal = connections, socket] { serve(ordinal, socket); });
+        ++connections;
+    }
+}
+
+void ScriptedHttpServer::serve(unsigned ordinal, int socket)
+{
+    Connection connection;
+    connection.server = this;
+    connection.ordinal = ordinal;
+    connection.socket = socket;
+    script(connection);
+    std::lock_guard lock(mutex);
+    std::erase(open, socket);
+    ::close(socket);
+}
+
+bool ScriptedHttpServer::Connection::fill()
+{
+    char chunk[65536];
+    const auto got = ::recv(socket, chunk, sizeof chunk, 0);
+    if (got <= 0) return false;
+    buffered.append(chunk, static_cast<std::size_t>(got));
+    return true;
+}
+
+std::optional<std::string> ScriptedHttpServer::Connection::readHead()
+{
+    std::size_t end = 0;
+    while ((end = buffered.find("\r\n\r\n")) == std::string::npos) {
+        if (!fill()) return std::nullopt;
+    }
+    std::string head = buffered.substr(0, end + 4);
+    buffered.erase(0, end + 4);
+    {
+        std::lock_guard lock(server->mutex);
+        server->recordedHeads.push_back(head);
+    }
+    server->changed.notify_all();
+    return head;
+}
+
+std::optional<std::string> ScriptedHttpServer::Connection::readRequest()
+{
+    auto request = readHead();
+    if (!request) return std::nullopt;
+    const std::size_t length = contentLength(*request);
+    while (buffered.size() < length) {
+        if (!fill()) return std::nullopt;
+    }
+    request->append(buffered, 0, length);
+    buffered.erase(0, length);
+    std::lock_guard lock(server->mutex);
+    server->recordedRequests.push_back(*request);
+    return request;
+}
+
+bool ScriptedHttpServer::Connection::send(std::string_view bytes)
+{
+    while (!bytes.empty()) {
+        const auto sent = ::send(socket, bytes.data(), bytes.size(), MSG_NOSIGNAL);
+        if (sent <= 0) return false;
+        bytes.remove_prefix(static_cast<std::size_t>(sent));
+    }
+    return true;
+}
+
+void ScriptedHttpServer::Connection::stall()
+{
+    while (fill())
+        buffered.clear();
+}
+
+ScriptedHttpServer::Script ScriptedHttpServer::always(std::string reply)
+{
+    return [reply = std::move(reply)](Connection& connection) {
+        while (connection.readRequest() && connection.send(reply)) {
+        }
+    };
+}
+
+std::string ScriptedHttpServer::reply(const std::string& body, const std::string& status)
+{
+    return "HTTP/1.1 " + status + "\r\nContent-Length: " + std::to_string(body.size()) + "\r\n\r\n" + body;
+}
+
+std::vector<std::string> ScriptedHttpServer::heads() const
+{
+    std::lock_guard lock(mutex);
+    return recordedHeads;
+}
+
+std::vector<std::string> ScriptedHttpServer::requests() const
+{
+    std::lock_guard lock(mutex);
+    return recordedRequests;
+}
+
+unsigned ScriptedHttpServer::connectionCount() const
+{
+    std::lock_guard lock(mutex);
+    return connections;
+}
+
+unsigned ScriptedHttpServer::peakConnections() const
+{
+    std::lock_guard lock(mutex);
+    return peak;
+}
+
+bool ScriptedHttpServer::waitForHeads(std::size_t count) const
+{
+    std::unique_lock lock(mutex);
+    return changed.wait_for(lock, std::chrono::seconds(20), [&] { return recordedHeads.size() >= count; });
+}
+
+} // namespace connector::host::test
