@@ -48,6 +48,8 @@ public:
             throw sentences::internal("SQLite cannot keep a write-ahead log in " + file_);
         run(session, "PRAGMA synchronous = FULL");
         run(session, "PRAGMA foreign_keys = ON");
+        run(session,
+            "PRAGMA cache_size = -16384"); // KiB: a folder of 40,000 entries does not fit the default 2 MB
         if (!writing) {
             run(session, "PRAGMA query_only = ON");
             run(session, "PRAGMA wal_autocheckpoint = 0");
