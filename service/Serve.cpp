@@ -51,7 +51,7 @@ std::string withoutTrailingSlash(std::string url)
     return url;
 }
 
-ServerOptions serverOptions(const ServeOptions& options, ListenSocket& socket)
+ServerOptions serverOptionsOf(const ServeOptions& options, const ListenSocket& socket)
 {
     ServerOptions server;
     server.ipv6 = socket.isIpv6();
@@ -60,7 +60,6 @@ ServerOptions serverOptions(const ServeOptions& options, ListenSocket& socket)
     server.idleTimeout = options.idleTimeout;
     server.tlsCertificate = readPem(options.tlsCertificateFile);
     server.tlsKey = readPem(options.tlsKeyFile);
-    server.listenSocket = socket.release();
     return server;
 }
 
@@ -72,11 +71,13 @@ void serve(const ServeOptions& options)
     ListenSocket socket(options.listen);
     refuseOpenListening(options, socket);
     const auto url = (options.tlsCertificateFile.empty() ? "http://" : "https://") + socket.name();
+    const auto publicUrl = options.publicUrl.empty() ? url : withoutTrailingSlash(options.publicUrl);
+    auto serverOptions = serverOptionsOf(options, socket);
 
     Store store(options.store, Purpose::serve);
-    Site site{store, options.publicUrl.empty() ? url : withoutTrailingSlash(options.publicUrl),
-              options.maxFileSize, RequestLog(options.verbose)};
-    HttpServer server(serverOptions(options, socket), site);
+    Site site{store, publicUrl, options.maxFileSize, RequestLog(options.verbose)};
+    serverOptions.listenSocket = socket.release();
+    HttpServer server(std::move(serverOptions), site);
     std::printf("{\"url\":\"%s\"}\n", url.c_str());
     std::fflush(stdout);
 

@@ -2,6 +2,7 @@
 
 #include "service/http/Handlers.h"
 #include "service/http/PercentEncoding.h"
+#include "service/store/Sentences.h"
 
 namespace tarnd {
 
@@ -120,7 +121,10 @@ Reply openPublicLink(Call& call)
 {
     const PublicPath path(call.tail);
     auto shown = call.store.links().open(path.token, path.below);
-    if (auto* content = std::get_if<OpenContent>(&shown)) return download(std::move(*content));
+    if (auto* content = std::get_if<OpenContent>(&shown)) {
+        if (path.endsWithSlash) throw sentences::notFound();
+        return download(std::move(*content));
+    }
     const auto base = path.endsWithSlash ? std::string("./") : "./" + path.lastSegment + "/";
     return folderPage(std::get<Listing>(shown), base);
 }

@@ -14,24 +14,27 @@ bool isXmlCharacter(std::uint32_t c)
            (c >= 0xE000 && c <= 0xFFFD) || (c >= 0x10000 && c <= 0x10FFFF);
 }
 
-/// The length of the character that begins at `rest`, or 0 when it is not UTF-8 or not allowed in XML.
-std::size_t characterLength(std::string_view rest)
+/// Takes the first character off `rest` and tells how it stands in the document.
+std::string_view takeCharacter(std::string_view& rest)
 {
-    if (const char first = rest.front(); first >= 0x20) return 1;
+    const auto begin = rest.begin();
+    auto next = begin;
+    bool fits = false;
     try {
-        auto next = rest.begin();
-        const auto c = utf8::next(next, rest.end());
-        return isXmlCharacter(c) ? static_cast<std::size_t>(next - rest.begin()) : 0;
+        fits = isXmlCharacter(utf8::next(next, rest.end()));
     } catch (const utf8::exception&) {
-        return 0;
+        next = begin + 1;
     }
+    const auto character = rest.substr(0, static_cast<std::size_t>(next - begin));
+    rest.remove_prefix(character.size());
+    return fits ? character : replacement;
 }
 
 void appendEscaped(std::string& out, std::string_view value)
 {
     while (!value.empty()) {
-        const auto length = characterLength(value);
-        switch (value.front()) {
+        const auto character = takeCharacter(value);
+        switch (character.front()) {
         case '&':
             out += "&amp;";
             break;
@@ -41,16 +44,12 @@ void appendEscaped(std::string& out, std::string_view value)
         case '>':
             out += "&gt;";
             break;
-        case '"':
-            out += "&quot;";
-            break;
         case '\r':
             out += "&#13;";
             break; // a parser turns a plain one into a line feed
         default:
-            out += length == 0 ? replacement : value.substr(0, length);
+            out += character;
         }
-        value.remove_prefix(length == 0 ? 1 : length);
     }
 }
 

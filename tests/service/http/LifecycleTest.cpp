@@ -121,7 +121,7 @@ TEST_F(Lifecycle, OnlyOneServiceWorksOnASqliteDirectory)
         GTEST_SKIP() << "several may share a PostgreSQL database";
     const auto second = service.run({"serve", "--listen", "127.0.0.1:0"});
     EXPECT_EQ(second.exitCode, 1);
-    EXPECT_NE(second.err.find("in use"), std::string::npos) << second.err;
+    EXPECT_NE(second.err.find("stop it first"), std::string::npos) << second.err;
 }
 
 TEST_F(Lifecycle, FsckFindsAContentThatHasChanged)

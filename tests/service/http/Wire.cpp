@@ -96,9 +96,11 @@ std::optional<WireReply> Wire::receive(bool toHead)
     return reply;
 }
 
-bool Wire::isClosedByService()
+std::string Wire::rest()
 {
-    return received.empty() && !fill();
+    while (fill()) {
+    }
+    return std::move(received);
 }
 
 std::string requestText(std::string_view method, std::string_view target, std::string_view session,

@@ -34,8 +34,8 @@ public:
     /// @param toHead the request was HEAD: the reply has no body whatever its length says
     std::optional<WireReply> receive(bool toHead = false);
 
-    /// The service closes the connection, without another byte.
-    bool isClosedByService();
+    /// What still comes until the service closes the connection.
+    std::string rest();
 
 private:
     bool fill();

@@ -13,7 +13,7 @@ TEST(XmlWriter, CarriesAnyTextWithoutBreakingTheDocument)
     };
 
     const Case cases[] = {
-        {"<a b=\"c\">&'", "&lt;a b=&quot;c&quot;&gt;&amp;'"},
+        {"<a b=\"c\">&'", "&lt;a b=\"c\"&gt;&amp;'"},
         {"]]>", "]]&gt;"},
         {"tab\tline\ncr\r", "tab\tline\ncr&#13;"},
         {"\x01 \x1f", "\xEF\xBF\xBD \xEF\xBF\xBD"},
