@@ -29,11 +29,11 @@ public:
     Future<std::unique_ptr<Message>> dispatch(std::shared_ptr<P> provider, std::unique_ptr<Message>&& msg,
                                               Address&& to, std::shared_ptr<Context>&& ctx) override
     {
-        if (msg.get() != this) {
+        Message* found = msg.get();
+        if (found != this) {
             return makeExceptionalFuture<std::unique_ptr<Message>>(std::invalid_argument(
                 std::string("Unable to deliver to service. Incorrect message type. Expected: ") +
-                detail::mangledName(typeid(*this)) + " but found " +
-                detail::mangledName(typeid(*msg.get()))));
+                detail::mangledName(typeid(*this)) + " but found " + detail::mangledName(typeid(*found))));
         }
         msg.release();
         std::unique_ptr<Msg> typed(static_cast<Msg*>(this));

@@ -19,8 +19,9 @@ public:
             return makeExceptionalFuture<std::unique_ptr<Message>>(
                 std::runtime_error("Service exists but is not running."));
         }
-        const std::type_info& found = typeid(*msg.get());
-        auto* addressed = dynamic_cast<ServiceMessage<P>*>(msg.get());
+        Message* message = msg.get();
+        const std::type_info& found = typeid(*message);
+        auto* addressed = dynamic_cast<ServiceMessage<P>*>(message);
         if (!addressed) {
             return makeExceptionalFuture<std::unique_ptr<Message>>(std::invalid_argument(
                 std::string("Incorrect message type. Expected: ") + typeid(ServiceMessage<P>).name() +

@@ -25,10 +25,11 @@ std::unique_ptr<Resp> castReply(std::unique_ptr<Message> reply)
         reply.release();
         return std::unique_ptr<Resp>(typed);
     }
+    const Message& found = *reply;
     using ::foundation::core::diag::detail::demangle_typeid_name;
-    throw std::runtime_error("Unable to cast response message type: " +
-                             demangle_typeid_name(mangledName(typeid(*reply.get())), false) + " to " +
-                             demangle_typeid_name(mangledName(typeid(Resp)), false));
+    throw std::runtime_error(
+        "Unable to cast response message type: " + demangle_typeid_name(mangledName(typeid(found)), false) +
+        " to " + demangle_typeid_name(mangledName(typeid(Resp)), false));
 }
 
 } // namespace detail
