@@ -13,7 +13,7 @@ endfunction()
 # environment: TARN_BIN_DIR is the folder of tarn and tarnd.
 function(tarn_tests name)
   cmake_parse_arguments(ARG "" "" "SOURCES;LINKS;LABELS" ${ARGN})
-  add_executable(${name}_tests ${ARG_SOURCES})
+  add_executable(${name}_tests ${ARG_SOURCES} ${PROJECT_SOURCE_DIR}/tests/support/SanitizerOptions.cpp)
   target_link_libraries(${name}_tests PRIVATE tarn_options tarn_warnings ${ARG_LINKS}
     GTest::gmock GTest::gtest_main Threads::Threads)
   target_include_directories(${name}_tests PRIVATE ${PROJECT_SOURCE_DIR}/tests)
