@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <fstream>
 #include <stdexcept>
+#include <sys/resource.h>
 #include <thread>
 
 namespace tarnd {
@@ -25,6 +26,15 @@ sigset_t blockTerminationSignals()
     pthread_sigmask(SIG_BLOCK, &signals, nullptr);
     std::signal(SIGPIPE, SIG_IGN);
     return signals;
+}
+
+/// The usual soft limit of 1024 open files is less than connections, contents and database take together.
+void raiseFileLimit()
+{
+    rlimit limit{};
+    if (getrlimit(RLIMIT_NOFILE, &limit) != 0) return;
+    limit.rlim_cur = limit.rlim_max;
+    setrlimit(RLIMIT_NOFILE, &limit);
 }
 
 std::string readPem(const std::string& file)
@@ -68,6 +78,7 @@ ServerOptions serverOptionsOf(const ServeOptions& options, const ListenSocket& s
 void serve(const ServeOptions& options)
 {
     const auto signals = blockTerminationSignals();
+    raiseFileLimit();
     ListenSocket socket(options.listen);
     refuseOpenListening(options, socket);
     const auto url = (options.tlsCertificateFile.empty() ? "http://" : "https://") + socket.name();
@@ -77,7 +88,7 @@ void serve(const ServeOptions& options)
     Store store(options.store, Purpose::serve);
     Site site{store, publicUrl, options.maxFileSize, RequestLog(options.verbose)};
     serverOptions.listenSocket = socket.release();
-    HttpServer server(std::move(serverOptions), site);
+    HttpServer server(serverOptions, site);
     std::printf("{\"url\":\"%s\"}\n", url.c_str());
     std::fflush(stdout);
 

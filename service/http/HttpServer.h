@@ -26,7 +26,7 @@ class HttpServer {
 public:
     /// Accepts connections once constructed. `site` outlives the server.
     /// @throws std::runtime_error when the server cannot start, with the reason
-    HttpServer(ServerOptions options, Site& site);
+    HttpServer(const ServerOptions& options, Site& site);
 
     /// Ends at once; requests under way are dropped.
     ~HttpServer();

@@ -41,7 +41,6 @@ void addSafetyHeaders(Reply& reply, std::string_view policy)
 {
     reply.headers.emplace_back("Content-Security-Policy", policy);
     reply.headers.emplace_back("Referrer-Policy", "no-referrer");
-    reply.headers.emplace_back("X-Content-Type-Options", "nosniff");
 }
 
 Reply page(unsigned status, std::string_view title, std::string_view body)

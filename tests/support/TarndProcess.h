@@ -74,6 +74,9 @@ public:
 
     const std::filesystem::path& dataDir() const { return data; }
 
+    /// Works on a PostgreSQL database rather than on one of its own.
+    bool usesPostgres() const { return !database.empty(); }
+
     /// What the service has written to standard error since it was first started.
     std::string errors() const;
 
