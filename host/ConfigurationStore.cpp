@@ -181,7 +181,7 @@ private:
     std::shared_ptr<Entry> entry;
 };
 
-std::shared_ptr<ConfigurationStore::Entry> ConfigurationStore::entry(const std::string& key) const
+std::shared_ptr<ConfigurationStore::Entry> ConfigurationStore::entry(const std::string& key)
 {
     std::lock_guard lock(mutex);
     auto& found = entries[key];
@@ -208,7 +208,12 @@ void ConfigurationStore::set(const std::string& key, const ConfigValue& value)
 
 std::optional<ConfigValue> ConfigurationStore::get(const std::string& key) const
 {
-    return entry(key)->current();
+    std::shared_ptr<Entry> known;
+    {
+        std::lock_guard lock(mutex);
+        if (auto found = entries.find(key); found != entries.end()) known = found->second;
+    }
+    return known ? known->current() : std::nullopt;
 }
 
 } // namespace connector::host

@@ -44,10 +44,10 @@ private:
     class ValueSubscription;
     class ValuePublisher;
 
-    std::shared_ptr<Entry> entry(const std::string& key) const;
+    std::shared_ptr<Entry> entry(const std::string& key);
 
     mutable std::mutex mutex; ///< guards `entries`, not what they point to
-    mutable std::map<std::string, std::shared_ptr<Entry>> entries;
+    std::map<std::string, std::shared_ptr<Entry>> entries;
 };
 
 } // namespace connector::host
