@@ -18,11 +18,15 @@ public:
 
     void run(Future<T>&& future) override
     {
+        std::exception_ptr failure;
         try {
             target->setValue(fn(std::move(future)));
+            return;
         } catch (...) {
-            target->failIfPending(std::current_exception());
+            failure = std::current_exception();
         }
+        // Handed over after the catch, so that whoever waits for it is the last to release it.
+        target->failIfPending(std::move(failure));
     }
 
 private:
