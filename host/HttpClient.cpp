@@ -118,14 +118,17 @@ void HttpClient::Exchanges::gatherBody(std::unique_ptr<http::HttpClientRequest> 
 
 void HttpClient::Exchanges::bodyGathered(Future<DataBuffer> content, Transfer transfer)
 {
+    std::exception_ptr failure;
     try {
         transfer->setBody(content.get());
     } catch (...) {
-        auto error = currentLoop() ? std::current_exception() : shutdownOf(*transfer);
-        failLater(std::move(transfer), std::move(error));
-        return;
+        failure = currentLoop() ? std::current_exception() : shutdownOf(*transfer);
     }
-    submit(std::move(transfer));
+    if (failure) {
+        failLater(std::move(transfer), std::move(failure));
+    } else {
+        submit(std::move(transfer));
+    }
 }
 
 bool HttpClient::Exchanges::watch(const std::shared_ptr<BodySubscriber>& subscriber)

@@ -22,16 +22,19 @@ void passOn(Future<Reply> reply, Promise<Reply> promise)
 {
     reply.then([to = std::move(promise)](Future<Reply>&& ready) mutable {
         Reply value;
+        std::exception_ptr failure;
         try {
             value = ready.get();
         } catch (...) {
-            to.setException(std::current_exception());
-            return false;
+            failure = std::current_exception();
         }
-        to.setValue(std::move(value));
+        failure ? to.setException(std::move(failure)) : to.setValue(std::move(value));
         return true;
     });
 }
+
+// Exceptions are handed over after their catch has ended: the thread that receives one is then the last to
+// release it.
 
 /// One message on its way to its provider.
 struct Delivery {
@@ -44,14 +47,18 @@ struct Delivery {
     void operator()()
     {
         Future<Reply> reply;
+        std::exception_ptr failure;
         try {
             reply = provider->deliver(std::move(message), std::move(onward), std::move(context));
             if (!reply.isValid()) throw std::runtime_error(errors::noFuture);
         } catch (...) {
-            promise.setException(std::current_exception());
-            return;
+            failure = std::current_exception();
         }
-        passOn(std::move(reply), std::move(promise));
+        if (failure) {
+            promise.setException(std::move(failure));
+        } else {
+            passOn(std::move(reply), std::move(promise));
+        }
     }
 };
 
