@@ -5,6 +5,8 @@
 #include "service/store/Dialect.h"
 #include "service/store/Schema.h"
 
+#include <Poco/String.h>
+
 namespace tarnd {
 
 namespace {
@@ -29,13 +31,13 @@ std::unique_ptr<Dialect> dialectFor(const StoreOptions& options, const DataDirec
 }
 
 /// Connects, so that a wrong URL or a damaged file is told as such and not as a failed request.
-void connect(Database& database)
+void prepare(Database& database)
 {
     try {
-        database.read([](Transaction& transaction) { transaction.value<std::int64_t>("SELECT 1"); });
+        prepareSchema(database);
     } catch (const ServiceError& error) {
         if (error.kind() != ServiceError::Kind::internal) throw;
-        throw sentences::databaseUnreachable(error.detail());
+        throw sentences::databaseUnreachable(Poco::trim(error.detail()));
     }
 }
 
@@ -49,8 +51,7 @@ struct Store::Parts {
         , engine{database, contents, options.clock}
         , sessions(engine, accounts, options.sessionIdleMinutes)
     {
-        connect(database);
-        prepareSchema(database);
+        prepare(database);
         directory.join(database, contents);
         if (purpose == Purpose::serve) recovery = recover(engine);
     }

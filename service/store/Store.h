@@ -8,6 +8,7 @@
 #include "service/store/Permissions.h"
 #include "service/store/PublicLinks.h"
 #include "service/store/Recovery.h"
+#include "service/store/ServiceError.h"
 #include "service/store/Sessions.h"
 #include "service/store/SharedContent.h"
 #include "service/store/Versions.h"
