@@ -84,17 +84,6 @@ void Catalog::deleteFolder(const Caller& caller, const Location& location, bool 
 
 namespace {
 
-bool isInside(Transaction& transaction, std::int64_t node, std::int64_t folder)
-{
-    return transaction
-        .value<std::int64_t>(
-            "WITH RECURSIVE up(id, parent) AS (SELECT id, parent FROM nodes WHERE id = $1 UNION ALL "
-            "SELECT n.id, n.parent FROM nodes n JOIN up ON n.id = up.parent) "
-            "SELECT 1 FROM up WHERE id = $2 LIMIT 1",
-            node, folder)
-        .has_value();
-}
-
 /// Makes room for `source` at the target; returns the contents to drop.
 std::vector<std::string> clearTarget(Transaction& transaction, const Node& source, const Node& target,
                                      bool overwrite)
@@ -115,7 +104,7 @@ void Catalog::move(const Caller& caller, const Location& source, const Location&
         if (!moved.parent) throw sentences::rootFolder();
         const auto slot = tree.slot(target);
         if (slot.existing && slot.existing->id == moved.id && overwrite) return {};
-        if (isInside(transaction, slot.parent, moved.id)) throw sentences::intoItself();
+        if (isWithin(transaction, slot.parent, moved.id)) throw sentences::intoItself();
         std::vector<std::string> contents;
         if (slot.existing) contents = clearTarget(transaction, moved, *slot.existing, overwrite);
         const auto now = engine_.clock();

@@ -13,6 +13,10 @@ constexpr std::size_t namesPerQuery = 8;
 const std::string below = "WITH RECURSIVE below(id) AS (SELECT id FROM nodes WHERE id = $1 UNION ALL "
                           "SELECT n.id FROM nodes n JOIN below b ON n.parent = b.id) ";
 
+const std::string upwards =
+    "WITH RECURSIVE up(id, parent) AS (SELECT id, parent FROM nodes WHERE id = $1 UNION ALL "
+    "SELECT n.id, n.parent FROM nodes n JOIN up ON n.id = up.parent) ";
+
 const std::string nodeColumns =
     "SELECT n.id, COALESCE(n.parent, 0), n.owner, n.kind, n.name, n.created, n.modified, n.revision, "
     "COALESCE(v.id, ''), COALESCE(v.label, 0), COALESCE(v.size, 0), COALESCE(v.sha256, ''), "
@@ -98,6 +102,12 @@ std::vector<Node> childrenOf(Transaction& transaction, std::int64_t folder)
 std::vector<Node> nodesIn(Transaction& transaction, const std::string& ids, const std::string& text)
 {
     return nodes(transaction, "n.id IN (" + ids + ")", text);
+}
+
+bool isWithin(Transaction& transaction, std::int64_t node, std::int64_t folder)
+{
+    return transaction.value<std::int64_t>(upwards + "SELECT 1 FROM up WHERE id = $2 LIMIT 1", node, folder)
+        .has_value();
 }
 
 bool hasChildren(Transaction& transaction, std::int64_t folder)
@@ -186,13 +196,9 @@ std::optional<Node> Tree::find(const Location& location)
 
 bool Tree::isGranted(const Node& node)
 {
-    return transaction_
-        .value<std::int64_t>(
-            "WITH RECURSIVE up(id, parent) AS (SELECT id, parent FROM nodes WHERE id = $1 UNION ALL "
-            "SELECT n.id, n.parent FROM nodes n JOIN up ON n.id = up.parent) "
-            "SELECT 1 FROM up JOIN grants g ON g.node = up.id WHERE g.subject = $2 LIMIT 1",
-            node.id, caller_.user)
-        .has_value();
+    const auto grant =
+        upwards + "SELECT 1 FROM up JOIN grants g ON g.node = up.id WHERE g.subject = $2 LIMIT 1";
+    return transaction_.value<std::int64_t>(grant, node.id, caller_.user).has_value();
 }
 
 std::optional<Node> Tree::findReadable(const Location& location)

@@ -81,6 +81,9 @@ Node rootOf(Transaction& transaction, std::int64_t userId);
 /// The nodes that `nodes`, a SELECT of one column about the text $1, yields.
 std::vector<Node> nodesIn(Transaction& transaction, const std::string& nodes, const std::string& text);
 
+/// The node is the folder itself or lies anywhere below it.
+bool isWithin(Transaction& transaction, std::int64_t node, std::int64_t folder);
+
 /// The direct entries of a folder by name.
 std::vector<Node> childrenOf(Transaction& transaction, std::int64_t folder);
 
