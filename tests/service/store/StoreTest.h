@@ -159,7 +159,7 @@ protected:
 
     static std::string& lastSentence()
     {
-        static std::string sentence;
+        thread_local std::string sentence;
         return sentence;
     }
 
