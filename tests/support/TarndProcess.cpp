@@ -132,10 +132,22 @@ void runSql(const std::string& statement)
     if (result.exitCode != 0) throw std::runtime_error("psql: " + result.err);
 }
 
+/// Makes a schema of its own in the test database; empty without such a database.
 std::string uniqueSchema()
 {
     static std::atomic<int> counter{0};
-    return "tarn_test_" + std::to_string(getpid()) + "_" + std::to_string(++counter);
+    if (testDatabase().empty()) return {};
+    auto name = "tarn_test_" + std::to_string(getpid()) + "_" + std::to_string(++counter);
+    runSql("CREATE SCHEMA " + name);
+    return name;
+}
+
+/// The test database, with every name in it looked up in `schema`.
+std::string databaseIn(const std::string& schema)
+{
+    if (schema.empty()) return {};
+    const auto url = testDatabase();
+    return url + (url.find('?') == std::string::npos ? "?" : "&") + "options=-csearch_path%3D" + schema;
 }
 
 } // namespace
@@ -165,15 +177,13 @@ CommandResult runCommand(const std::vector<std::string>& commandLine, std::chron
 }
 
 TarndProcess::TarndProcess(std::vector<std::string> extraArguments)
-    : serveArguments(std::move(extraArguments)), folder(uniqueFolder()), data(folder / "data")
+    : serveArguments(std::move(extraArguments))
+    , schema(uniqueSchema())
+    , database(databaseIn(schema))
+    , folder(uniqueFolder())
+    , data(folder / "data")
 {
     std::filesystem::create_directory(data);
-    if (const auto url = testDatabase(); !url.empty()) {
-        schema = uniqueSchema();
-        runSql("CREATE SCHEMA " + schema);
-        database =
-            url + (url.find('?') == std::string::npos ? "?" : "&") + "options=-csearch_path%3D" + schema;
-    }
 }
 
 TarndProcess::~TarndProcess()

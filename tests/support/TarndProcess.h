@@ -84,10 +84,10 @@ private:
     std::vector<std::string> commandLine(std::vector<std::string> arguments) const;
 
     std::vector<std::string> serveArguments;
+    std::string schema;           ///< empty with SQLite
+    std::string database;         ///< value of --database, empty with SQLite
     std::filesystem::path folder; ///< holds the data directory and the file of standard error
     std::filesystem::path data;
-    std::string schema;   ///< empty with SQLite
-    std::string database; ///< value of --database, empty with SQLite
     std::string baseUrl;
     pid_t pid = -1;
 };

@@ -144,7 +144,7 @@ TEST_F(Replies, LoginTellsTheSessionAndItsLife)
 TEST_F(Replies, ContentsComeBackAsTheyAreWhateverTheyAre)
 {
     std::string content;
-    for (int i = 0; i < 3'000'000; ++i)
+    for (unsigned i = 0; i < 3'000'000; ++i)
         content += static_cast<char>(i * 7919 >> 5);
     put("/big", content);
     put("/empty", "");
