@@ -1,0 +1,21 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <string>
+
+namespace tarncli {
+
+/// "0 B", "999 B", "1.5 KiB", "12 MiB": three figures at most, 1024 to the step.
+std::string humanSize(std::uint64_t bytes);
+
+/// "2026-11-21 09:37" in local time, from milliseconds since 1970 UTC.
+std::string humanTime(std::uint64_t milliseconds);
+
+/// "0:07", "12:34", "1:02:03".
+std::string humanDuration(std::chrono::seconds duration);
+
+/// "1 file", "2 files".
+std::string counted(std::uint64_t number, const std::string& noun);
+
+} // namespace tarncli

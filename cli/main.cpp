@@ -1,0 +1,45 @@
+#include "cli/CommandLine.h"
+#include "cli/Interrupts.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <string_view>
+
+namespace {
+
+using namespace tarncli;
+
+int showHelp(const Command& command)
+{
+    std::fputs(command.help.c_str(), command.helpExitCode == ExitCode::ok ? stdout : stderr);
+    return static_cast<int>(command.helpExitCode);
+}
+
+int run(const Command& command)
+{
+    Output out(command.json, command.verbosity);
+    try {
+        command.verb({command.connection, out});
+        return 0;
+    } catch (const std::exception&) {
+        const auto failure = explain(std::current_exception());
+        out.error(failure);
+        return static_cast<int>(failure.code());
+    }
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    handleInterrupts();
+    Command command;
+    try {
+        command = parseCommandLine(argc, argv);
+    } catch (const Failure& failure) {
+        const bool json = std::find(argv, argv + argc, std::string_view("--json")) != argv + argc;
+        Output(json, Output::Verbosity::normal).error(failure);
+        return static_cast<int>(failure.code());
+    }
+    return command.verb ? run(command) : showHelp(command);
+}

@@ -1,0 +1,69 @@
+#include "cli/Conclusion.h"
+#include "cli/LocalFile.h"
+#include "cli/Requests.h"
+#include "cli/VersionChoice.h"
+#include "cli/verbs/Verbs.h"
+
+#include <Poco/Base64Encoder.h>
+
+#include <nlohmann/json.hpp>
+#include <sstream>
+
+namespace tarncli {
+
+namespace {
+
+using namespace connector::tarn;
+
+std::string base64(std::string_view bytes)
+{
+    std::ostringstream text;
+    Poco::Base64Encoder encoder(text);
+    encoder.rdbuf()->setLineLength(0);
+    encoder.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+    encoder.close();
+    return text.str();
+}
+
+nlohmann::json contentAsJson(const std::string& path, std::string_view bytes)
+{
+    const bool isText = isValidUtf8(bytes);
+    return {{"path", path},
+            {"size", bytes.size()},
+            {"encoding", isText ? "utf-8" : "base64"},
+            {"content", isText ? std::string(bytes) : base64(bytes)}};
+}
+
+} // namespace
+
+namespace verbs {
+
+void cat(const Invocation& invocation, const CatOptions& options)
+{
+    for (const auto& path : options.paths)
+        addressable(path);
+    auto connection = invocation.connect();
+    auto documents = nlohmann::json::array();
+    const auto report = forEach(invocation.out, options.paths, [&](const std::string& path) {
+        const auto file = addressable(path);
+        VersionInfo version;
+        if (!options.version.empty()) version = chooseVersion(connection, file, options.version);
+        const auto read = naming(file, [&] {
+            return connection.call([&] {
+                auto request = requestFor<FileRead>(file);
+                static_cast<VersionInfo&>(*request) = version;
+                return connection.files().readFile(std::move(request));
+            });
+        });
+        if (invocation.out.isJson())
+            documents.push_back(contentAsJson(file.text(), read->content.bytes()));
+        else
+            invocation.out.data(read->content.bytes());
+    });
+    if (invocation.out.isJson() && report.done > 0) invocation.out.result("", {{"files", documents}});
+    conclude(report, "read");
+}
+
+} // namespace verbs
+
+} // namespace tarncli
