@@ -73,6 +73,13 @@ ServerOptions serverOptionsOf(const ServeOptions& options, const ListenSocket& s
     return server;
 }
 
+void tellRecovery(const RecoveryReport& report)
+{
+    if (report.abandonedUploads + report.orphanedContents > 0)
+        std::fprintf(stderr, "tarnd: removed %zu unfinished uploads and %zu contents that no file has\n",
+                     report.abandonedUploads, report.orphanedContents);
+}
+
 } // namespace
 
 void serve(const ServeOptions& options)
@@ -86,6 +93,7 @@ void serve(const ServeOptions& options)
     auto serverOptions = serverOptionsOf(options, socket);
 
     Store store(options.store, Purpose::serve);
+    if (options.verbose) tellRecovery(store.recovery());
     Site site{store, publicUrl, options.maxFileSize, RequestLog(options.verbose)};
     serverOptions.listenSocket = socket.release();
     HttpServer server(serverOptions, site);

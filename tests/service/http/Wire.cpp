@@ -8,7 +8,6 @@
 #include <stdexcept>
 #include <sys/socket.h>
 #include <unistd.h>
-#include <utility>
 
 namespace tarnd::test {
 
@@ -48,10 +47,8 @@ Wire::Wire(std::uint16_t port) : fd(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 
 
 Wire::~Wire()
 {
-    if (fd >= 0) close(fd);
+    close(fd);
 }
-
-Wire::Wire(Wire&& other) noexcept : fd(std::exchange(other.fd, -1)), received(std::move(other.received)) {}
 
 bool Wire::send(std::string_view bytes)
 {

@@ -21,8 +21,8 @@ class Wire {
 public:
     explicit Wire(std::uint16_t port);
     ~Wire();
-    Wire(Wire&& other) noexcept;
-    Wire& operator=(Wire&&) = delete;
+    Wire(const Wire&) = delete;
+    Wire& operator=(const Wire&) = delete;
 
     /// Sends all bytes; false when the service has closed the connection meanwhile.
     bool send(std::string_view bytes);
