@@ -132,6 +132,17 @@ std::optional<std::string> ScriptedHttpServer::Connection::readRequest()
     return request;
 }
 
+bool ScriptedHttpServer::Connection::skip(std::size_t bytes)
+{
+    while (bytes > buffered.size()) {
+        bytes -= buffered.size();
+        buffered.clear();
+        if (!fill()) return false;
+    }
+    buffered.erase(0, bytes);
+    return true;
+}
+
 bool ScriptedHttpServer::Connection::send(std::string_view bytes)
 {
     while (!bytes.empty()) {

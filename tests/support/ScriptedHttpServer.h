@@ -27,6 +27,8 @@ public:
         std::optional<std::string> readHead();
         /// The next request with its body of Content-Length bytes, recorded in `heads` and `requests`.
         std::optional<std::string> readRequest();
+        /// Reads `bytes` bytes and drops them. @return false when the peer has gone before
+        bool skip(std::size_t bytes);
         /// @return false when the peer has gone
         bool send(std::string_view bytes);
         /// Sits still until the peer or the server goes.
