@@ -191,15 +191,12 @@ void HttpTransfer::close(CURLcode outcome)
     curl_easy_getinfo(easy.get(), CURLINFO_RESPONSE_CODE, &code);
     status = static_cast<std::uint16_t>(code);
     easy.reset();
-    body = common::DataBuffer();
 }
 
 void HttpTransfer::fail(std::exception_ptr error)
 {
     easy.reset();
     failure = std::move(error);
-    body = common::DataBuffer();
-    reply = common::DataBuffer();
 }
 
 std::exception_ptr HttpTransfer::errorOf(TransportPhase phase, std::string reason) const
@@ -244,7 +241,9 @@ std::string HttpTransfer::reasonOf(CURLcode outcome) const
 
 void HttpTransfer::settle()
 {
+    body = common::DataBuffer(); // here, since giving much memory back would hold up the I/O thread
     if (failure) {
+        reply = common::DataBuffer();
         promise.setException(std::exchange(failure, nullptr));
         return;
     }

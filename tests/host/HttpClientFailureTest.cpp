@@ -196,13 +196,15 @@ TEST(GetOnDeadConnection, IsRepeated)
     EXPECT_EQ(server.connectionCount(), 2u);
 }
 
-TEST(KeptAliveConnection, IsUsedAgainForAnUpload)
+TEST(KeptAliveConnection, IsUsedAgainForAnUploadButNotForADelete)
 {
     ScriptedHttpServer server(ScriptedHttpServer::always(ScriptedHttpServer::reply("ok")));
     HttpClientUnderTest http;
     bounded(http.send("get", server.url()));
     bounded(http.send("put", server.url(), {}, bodyOf("content")));
     EXPECT_EQ(server.connectionCount(), 1u);
+    bounded(http.send("delete", server.url()));
+    EXPECT_EQ(server.connectionCount(), 2u);
 }
 
 } // namespace
