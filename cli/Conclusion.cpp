@@ -37,7 +37,7 @@ TransferReport forEach(Output& out, const std::vector<std::string>& items,
         } catch (const std::exception&) {
             const auto failure = explain(std::current_exception());
             if (items.size() > 1) out.warning(failure.what());
-            report.failed.push_back({"", failure});
+            report.failed.push_back({items[i], failure});
             if (failure.code() != ExitCode::unreachable) continue;
             report.notStarted = items.size() - i - 1;
             break;
@@ -50,8 +50,7 @@ void conclude(const TransferReport& report, const std::string& verb)
 {
     if (report.failed.empty() && report.notStarted == 0) return;
     const auto& first = report.failed.front();
-    if (report.done == 0 && report.failed.size() == 1 && report.notStarted == 0)
-        throw first.what.empty() ? first.failure : about(first.what, first.failure);
+    if (report.done == 0 && report.failed.size() == 1 && report.notStarted == 0) throw first.failure;
     const auto code = report.done > 0 ? ExitCode::partlyDone : first.failure.code();
     auto text = counted(report.failed.size(), "item") + " could not be " + verb;
     if (report.notStarted > 0) text += ", and " + std::to_string(report.notStarted) + " were not tried";

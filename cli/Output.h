@@ -11,9 +11,9 @@ namespace tarncli {
 
 /// Where everything goes: data to standard output, all else to standard error.
 ///
-/// With --json every verb that succeeds writes one JSON document to standard output, and a failure is one
-/// document {"error": TEXT, "code": EXIT CODE} on standard error. JSON carries names as they are; text for
-/// people carries them escaped.
+/// With --json a verb writes one JSON document to standard output, and a failure is one document {"error":
+/// TEXT, "code": EXIT CODE} on standard error. JSON carries names as they are; text for people carries them
+/// escaped.
 class Output {
 public:
     enum class Verbosity { quiet, normal, verbose };
@@ -26,7 +26,8 @@ public:
     /// pipe does, by SIGPIPE. @throws Failure when they cannot be written
     void data(std::string_view bytes);
 
-    /// The result of a verb: `text` for people, or the document with --json.
+    /// The result of a verb: `text` for people, or the document with --json. A verb that was done in part
+    /// writes it as well, before it fails.
     void result(const std::string& text, const nlohmann::json& document);
 
     /// Tells what was done; not with -q and not with --json.

@@ -25,6 +25,23 @@ void writeAll(int fd, const std::string& text, const fs::path& file)
     }
 }
 
+ExitCode codeOf(int error)
+{
+    switch (error) {
+    case ENOENT:
+        return ExitCode::notFound;
+    case EACCES:
+    case EPERM:
+        return ExitCode::notAllowed;
+    case EEXIST:
+    case EISDIR:
+    case ENOTDIR:
+        return ExitCode::conflict;
+    default:
+        return ExitCode::failure;
+    }
+}
+
 void syncFolder(const fs::path& folder)
 {
     const FileDescriptor fd(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
@@ -36,7 +53,7 @@ void syncFolder(const fs::path& folder)
 void throwErrno(const std::string& verb, const fs::path& file)
 {
     const int error = errno;
-    throw Failure(ExitCode::failure, verb + " " + escaped(file.string()) + ": " + std::strerror(error) + ".");
+    throw Failure(codeOf(error), verb + " " + escaped(file.string()) + ": " + std::strerror(error) + ".");
 }
 
 void makePrivateFolder(const fs::path& folder)

@@ -134,8 +134,9 @@ void Transfers::repeat(std::unique_ptr<Entry> entry)
 
 void Transfers::fail(const Entry& entry, const Failure& failure)
 {
-    if (added > 1) out.warning(about(entry.transfer.what, failure).what());
-    report.failed.push_back({entry.transfer.what, failure});
+    const auto told = about(entry.transfer.what, failure);
+    if (added > 1) out.warning(told.what());
+    report.failed.push_back({entry.transfer.what, told});
 }
 
 void Transfers::giveUp()

@@ -33,7 +33,7 @@ struct Transfer {
 struct TransferReport {
     struct Failed {
         std::string what;
-        Failure failure;
+        Failure failure; ///< names `what`, too
     };
 
     std::uint64_t done = 0;

@@ -221,8 +221,9 @@ Future<bool> Uploader::send(const Upload& upload)
 
 void Uploader::fail(const std::string& what, const Failure& failure)
 {
-    out.warning(about(escaped(what), failure).what());
-    report.transfers.failed.push_back({escaped(what), failure});
+    const auto told = about(escaped(what), failure);
+    out.warning(told.what());
+    report.transfers.failed.push_back({what, told});
 }
 
 void Uploader::skip(const fs::path& local, const std::string& reason)

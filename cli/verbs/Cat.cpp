@@ -60,7 +60,7 @@ void cat(const Invocation& invocation, const CatOptions& options)
         else
             invocation.out.data(read->content.bytes());
     });
-    if (invocation.out.isJson() && report.done > 0) invocation.out.result("", {{"files", documents}});
+    invocation.out.result("", {{"files", documents}, {"failed", toJson(report.failed)}});
     conclude(report, "read");
 }
 

@@ -75,7 +75,7 @@ void makeFolder(const Invocation& invocation, const MakeFolderOptions& options)
         made.push_back(folder.text());
         invocation.out.detail("Made " + folder.quoted() + ".");
     });
-    if (report.done > 0) invocation.out.result("", {{"made", made}});
+    invocation.out.result("", {{"made", made}, {"failed", toJson(report.failed)}});
     conclude(report, "made");
 }
 
@@ -110,7 +110,7 @@ void remove(const Invocation& invocation, const RemoveOptions& options)
         removed.push_back(item.text());
         invocation.out.detail("Deleted " + item.quoted() + ".");
     });
-    if (report.done > 0) invocation.out.result("", {{"deleted", removed}});
+    invocation.out.result("", {{"deleted", removed}, {"failed", toJson(report.failed)}});
     conclude(report, "deleted");
 }
 

@@ -85,8 +85,8 @@ private:
             try {
                 addFolder(*child, local->makeChild(child->name));
             } catch (const std::exception&) {
-                const auto failure = explain(std::current_exception());
-                out.warning(about(child->where.quoted(), failure).what());
+                const auto failure = about(child->where.quoted(), explain(std::current_exception()));
+                out.warning(failure.what());
                 report.failed.push_back({child->where.quoted(), failure});
             }
         }
@@ -97,17 +97,18 @@ private:
         Transfer transfer;
         transfer.what = download.remote.quoted();
         transfer.bytes = download.size;
-        transfer.start = [this, &download] { return fetch(download); };
-        transfer.succeeded = [this, &download] {
+        auto received = std::make_shared<std::uint64_t>(0);
+        transfer.start = [this, &download, received] { return fetch(download, received); };
+        transfer.succeeded = [this, &download, received] {
             ++files;
-            bytes += download.size;
+            bytes += *received;
             out.detail("Fetched " + download.remote.quoted() + " to " +
                        escaped(download.folder->shown(download.name)) + ".");
         };
         return transfer;
     }
 
-    Future<bool> fetch(const Download& download)
+    Future<bool> fetch(const Download& download, const std::shared_ptr<std::uint64_t>& received)
     {
         if (download.folder->contains(download.name) && overwrite == Overwrite::refuse)
             throw Failure(ExitCode::conflict, escaped(download.folder->shown(download.name)) +
@@ -119,9 +120,11 @@ private:
         // Written where the reply arrives, so that several files are written at the same time.
         return connection.files()
             .readFile(std::move(request))
-            .then([folder = download.folder, name = download.name,
-                   chosen = overwrite](Future<std::unique_ptr<FileReadResponse>>&& reply) {
-                folder->store(name, reply.get()->content.bytes(), chosen);
+            .then([folder = download.folder, name = download.name, chosen = overwrite,
+                   received](Future<std::unique_ptr<FileReadResponse>>&& reply) {
+                const auto response = reply.get();
+                folder->store(name, response->content.bytes(), chosen);
+                *received = response->content.size;
                 return true;
             });
     }

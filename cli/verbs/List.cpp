@@ -112,7 +112,7 @@ void list(const Invocation& invocation, const ListOptions& options)
 
 void tree(const Invocation& invocation, const PathOptions& options)
 {
-    const auto where = addressable(options.path);
+    const auto where = addressable(options.path.empty() ? "/" : options.path);
     auto connection = invocation.connect();
     const auto found = listRemoteTree(connection, invocation.out, where);
     if (found.report.done > 0) {

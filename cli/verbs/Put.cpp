@@ -114,7 +114,7 @@ void show(Output& out, const UploadReport& report, const RemotePath& target)
     auto text = "Stored " + counted(report.files, "file");
     if (report.folders > 0) text += " and " + counted(report.folders, "folder");
     if (report.files + report.folders > 0)
-        out.message(text + " (" + humanSize(report.bytes) + ") in " + target.quoted() + ".");
+        out.message(text + " (" + humanSize(report.bytes) + ") at " + target.quoted() + ".");
     out.result("", {{"files", report.files},
                     {"folders", report.folders},
                     {"bytes", report.bytes},
