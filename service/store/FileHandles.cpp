@@ -21,8 +21,7 @@ struct Handle {
 std::string insertHandle(Transaction& transaction, const Caller& caller, const Handle& handle)
 {
     const auto id = randomHex(handleIdBytes);
-    if (!transaction.value<std::string>("SELECT id FROM sessions WHERE id = $1", caller.sessionKey))
-        throw sentences::sessionEnded(); // logged out since the request began
+    requireSession(transaction, caller);
     transaction.run("INSERT INTO handles (id, session, parent, name, node, mode, changes) "
                     "VALUES ($1, $2, $3, $4, $5, $6, $7)",
                     id, caller.sessionKey, handle.parent, handle.name, handle.node, handle.mode,

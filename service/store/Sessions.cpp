@@ -43,11 +43,9 @@ Caller Sessions::touch(const std::string& sessionId)
             key);
     });
     if (!found || std::get<2>(*found) < now - life()) throw sentences::sessionEnded();
-    if (std::get<2>(*found) <= now - touchInterval)
-        engine_.database.write([&](Transaction& transaction) {
-            transaction.run("UPDATE sessions SET used = $1 WHERE id = $2", now, key);
-        });
-    return {std::get<0>(*found), std::get<1>(*found), key};
+    Caller caller{std::get<0>(*found), std::get<1>(*found), key};
+    if (std::get<2>(*found) <= now - touchInterval) renewSession(engine_, caller);
+    return caller;
 }
 
 void Sessions::logout(const Caller& caller)
@@ -60,6 +58,19 @@ void Sessions::logout(const Caller& caller)
 std::int64_t Sessions::life() const
 {
     return idleMinutes_ * minute + touchInterval;
+}
+
+void renewSession(const Engine& engine, const Caller& caller)
+{
+    engine.database.write([&](Transaction& transaction) {
+        transaction.run("UPDATE sessions SET used = $1 WHERE id = $2", engine.clock(), caller.sessionKey);
+    });
+}
+
+void requireSession(Transaction& transaction, const Caller& caller)
+{
+    if (!transaction.value<std::string>("SELECT id FROM sessions WHERE id = $1", caller.sessionKey))
+        throw sentences::sessionEnded();
 }
 
 } // namespace tarnd

@@ -7,6 +7,8 @@
 
 namespace tarnd {
 
+class Transaction;
+
 /// Who makes a request: what every operation takes first.
 struct Caller {
     std::int64_t userId = 0;
@@ -46,5 +48,11 @@ private:
     Accounts& accounts_;
     std::uint32_t idleMinutes_;
 };
+
+/// Keeps the session of a request that takes long from dying of idleness.
+void renewSession(const Engine& engine, const Caller& caller);
+
+/// @throws ServiceError loginRequired when the session was ended since the request began
+void requireSession(Transaction& transaction, const Caller& caller);
 
 } // namespace tarnd

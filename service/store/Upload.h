@@ -25,13 +25,13 @@ public:
     /// Use Catalog::put, which checks first.
     Upload(Engine engine, Caller caller, Location location, PutOptions options, std::uint64_t expectedSize);
 
-    /// Appends bytes. @throws ServiceError badRequest beyond the announced length, insufficientStorage,
-    /// internal
+    /// Appends bytes; the session does not count as idle meanwhile. @throws ServiceError badRequest beyond
+    /// the announced length, insufficientStorage, internal
     void write(const void* data, std::size_t size);
 
     /// Makes the content durable, then the file: bytes and directory reach the disk first, then one
-    /// transaction checks path, mode and permission again and enters the version. Once it returns the file
-    /// survives a crash. Call at most once.
+    /// transaction checks session, path, mode and permission again and enters the version. Once it returns
+    /// the file survives a crash. Call at most once.
     /// @throws ServiceError as Catalog::put, badRequest when bytes are missing; then nothing has changed
     VersionStamp commit();
 
@@ -42,6 +42,7 @@ private:
     PutOptions options_;
     std::uint64_t expectedSize_;
     ContentWriter writer_;
+    std::int64_t renewed_; ///< when the session was last kept alive
 };
 
 } // namespace tarnd
