@@ -8,11 +8,11 @@ function(tarn_component name)
     Boost::headers PRIVATE tarn_warnings)
 endfunction()
 
-# tarn_tests(NAME SOURCES file... LINKS target... [LABELS label...])
-# One test program; every test in it becomes a test of its own. Programs that a test starts stand in its
+# tarn_tests(NAME SOURCES file... LINKS target...)
+# One test program; every test in it becomes a test of its own, labelled with its name. Programs that a test starts stand in its
 # environment: TARN_BIN_DIR is the folder of tarn and tarnd.
 function(tarn_tests name)
-  cmake_parse_arguments(ARG "" "" "SOURCES;LINKS;LABELS" ${ARGN})
+  cmake_parse_arguments(ARG "" "" "SOURCES;LINKS" ${ARGN})
   add_executable(${name}_tests ${ARG_SOURCES} ${PROJECT_SOURCE_DIR}/tests/support/SanitizerOptions.cpp)
   target_link_libraries(${name}_tests PRIVATE tarn_options tarn_warnings ${ARG_LINKS}
     GTest::gmock GTest::gtest_main Threads::Threads)
@@ -21,6 +21,6 @@ function(tarn_tests name)
   include(GoogleTest)
   gtest_discover_tests(${name}_tests
     TEST_PREFIX ${name}.
-    PROPERTIES LABELS "${name};${ARG_LABELS}" TIMEOUT 300
+    PROPERTIES LABELS ${name} TIMEOUT 300
                ENVIRONMENT "TARN_BIN_DIR=${CMAKE_RUNTIME_OUTPUT_DIRECTORY}")
 endfunction()
