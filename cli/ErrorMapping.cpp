@@ -90,7 +90,8 @@ Failure explain(std::exception_ptr error)
     } catch (const Failure& failure) {
         return failure;
     } catch (const connector::host::TransportError& failure) {
-        return {ExitCode::unreachable, failure.what()};
+        const bool refusedHere = failure.phase() == connector::host::TransportPhase::prepare;
+        return {refusedHere ? ExitCode::failure : ExitCode::unreachable, failure.what()};
     } catch (const Poco::Exception& failure) {
         return {ExitCode::failure, failure.displayText()};
     } catch (const std::bad_alloc&) {

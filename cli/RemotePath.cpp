@@ -44,8 +44,9 @@ RemotePath RemotePath::parse(const std::string& text)
                          quote(corrected.text()) + "?");
     }
     result.asFolder = result.path.back() == '/';
-    if (result.asFolder && !result.isRoot()) result.path.pop_back();
-    if (!result.isRoot()) refuseBadNames(text, result.path);
+    if (result.isRoot()) return result;
+    if (result.asFolder) result.path.pop_back();
+    refuseBadNames(text, result.path);
     return result;
 }
 

@@ -120,7 +120,10 @@ void Uploader::makeFolders(Folders& folders)
         Transfers transfers(connection, out);
         for (const auto& below : level)
             if (depth < 0 || folders.usable.contains(parentOf(below))) addFolder(transfers, folders, below);
-        addTo(report.transfers, transfers.run());
+        const auto before = report.folders;
+        auto made = transfers.run();
+        made.done = report.folders - before; // a folder that was there is no work done
+        addTo(report.transfers, std::move(made));
     }
 }
 

@@ -1,0 +1,84 @@
+// What a service names must stay inside the folder that the user chose, and no half file may be seen.
+#include "cli/DownloadFolder.h"
+#include "cli/Failure.h"
+
+#include <fstream>
+#include <gmock/gmock.h>
+
+namespace tarncli {
+namespace {
+
+namespace fs = std::filesystem;
+
+class DownloadFolderTest : public testing::Test {
+protected:
+    DownloadFolderTest()
+    {
+        auto name = (fs::temp_directory_path() / "tarn-download-test-XXXXXX").string();
+        base = mkdtemp(name.data());
+        fs::create_directories(base / "in");
+        fs::create_directories(base / "outside");
+        folder = DownloadFolder::open(base / "in");
+    }
+
+    ~DownloadFolderTest() override { fs::remove_all(base); }
+
+    std::string read(const fs::path& below) const
+    {
+        std::ifstream file(base / below);
+        return {std::istreambuf_iterator<char>(file), {}};
+    }
+
+    std::ptrdiff_t entries(const fs::path& below) const
+    {
+        return std::distance(fs::directory_iterator(base / below), {});
+    }
+
+    fs::path base;
+    std::shared_ptr<const DownloadFolder> folder;
+};
+
+TEST_F(DownloadFolderTest, RefusesNamesThatLeaveIt)
+{
+    for (const auto& name : {std::string(".."), std::string("."), std::string(), std::string("../outside/x"),
+                             std::string("/etc/x"), std::string("a/b"), std::string("a\0b", 3)}) {
+        EXPECT_THROW(folder->store(name, "x", Overwrite::replace), Failure);
+        EXPECT_THROW(folder->makeChild(name), Failure);
+    }
+    EXPECT_EQ(entries("in"), 0);
+    EXPECT_EQ(entries("outside"), 0);
+}
+
+TEST_F(DownloadFolderTest, FollowsNoLinkBelowIt)
+{
+    fs::create_directory_symlink(base / "outside", base / "in/link");
+    EXPECT_THROW(folder->makeChild("link"), Failure);
+    const auto child = folder->makeChild("real");
+    fs::remove(base / "in/real");
+    fs::create_directory_symlink(base / "outside", base / "in/real"); // swapped while files arrive
+    EXPECT_THROW(child->store("x", "x", Overwrite::replace), Failure);
+    EXPECT_EQ(entries("outside"), 0);
+}
+
+TEST_F(DownloadFolderTest, ReplacesALinkInsteadOfWritingThroughIt)
+{
+    std::ofstream(base / "outside/precious") << "old";
+    fs::create_symlink(base / "outside/precious", base / "in/x");
+    EXPECT_THROW(folder->store("x", "new", Overwrite::refuse), Failure);
+    folder->store("x", "new", Overwrite::replace);
+    EXPECT_EQ(read("outside/precious"), "old");
+    EXPECT_EQ(read("in/x"), "new");
+}
+
+TEST_F(DownloadFolderTest, LeavesNothingWhereItCannotFinish)
+{
+    fs::create_directory(base / "in/taken");
+    EXPECT_THROW(folder->store("taken", "x", Overwrite::replace), Failure);
+    folder->store("file", "old", Overwrite::refuse);
+    EXPECT_THROW(folder->store("file", "new", Overwrite::refuse), Failure);
+    EXPECT_EQ(read("in/file"), "old");
+    EXPECT_EQ(entries("in"), 2);
+}
+
+} // namespace
+} // namespace tarncli

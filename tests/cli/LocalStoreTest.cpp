@@ -1,0 +1,96 @@
+// A fresh machine: no server, no account. The store starts by itself, once, and goes when told.
+#include "tests/cli/Shell.h"
+
+#include <gmock/gmock.h>
+#include <nlohmann/json.hpp>
+
+#include <csignal>
+#include <fstream>
+#include <sys/stat.h>
+
+namespace tarncli::test {
+namespace {
+
+namespace fs = std::filesystem;
+using nlohmann::json;
+
+json status(const Shell& shell)
+{
+    return json::parse(shell.tarn({"--json", "local", "status"}).out);
+}
+
+/// Processes that were started with this text in their command line.
+int processesWith(const std::string& text)
+{
+    int found = 0;
+    for (const auto& entry : fs::directory_iterator("/proc")) {
+        std::ifstream file(entry.path() / "cmdline");
+        const std::string line{std::istreambuf_iterator<char>(file), {}};
+        found += line.starts_with("/") && line.find(text) != std::string::npos &&
+                 line.find("serve") != std::string::npos;
+    }
+    return found;
+}
+
+TEST(LocalStore, StoresOnAMachineWithNothingOnIt)
+{
+    Shell shell;
+    shell.write("notes.md", "notes");
+    const auto first = shell.tarn({"put", "notes.md", "/notes.md"});
+    EXPECT_EQ(first.exitCode, 0) << first.err;
+    EXPECT_THAT(first.err, testing::HasSubstr("Starting the local store"));
+    EXPECT_EQ(shell.tarn({"cat", "/notes.md"}).out, "notes");
+
+    struct stat info {};
+
+    ASSERT_EQ(::stat((shell.home() / ".local/share/tarn/local.json").c_str(), &info), 0);
+    EXPECT_EQ(info.st_mode & 0777, 0600u);
+
+    EXPECT_EQ(shell.tarn({"local", "stop"}).exitCode, 0);
+    EXPECT_EQ(processesWith(shell.home()), 0);
+    EXPECT_EQ(status(shell)["running"], false);
+    EXPECT_EQ(shell.tarn({"cat", "/notes.md"}).out, "notes"); // starts again, over the same data
+}
+
+TEST(LocalStore, TenAtOnceStartOne)
+{
+    Shell shell;
+    const auto result =
+        shell.run("for i in 0 1 2 3 4 5 6 7 8 9; do echo $i > $i; tarn put $i /$i & done; wait; tarn ls");
+    EXPECT_EQ(result.out, "0\n1\n2\n3\n4\n5\n6\n7\n8\n9\n") << result.err;
+    EXPECT_EQ(processesWith(shell.home()), 1);
+}
+
+TEST(LocalStore, StartsAnewAfterACrashAndASecondProcessOfTheSameNumber)
+{
+    Shell shell;
+    ASSERT_EQ(shell.run("echo x | tarn put - /x").exitCode, 0);
+    const pid_t pid = status(shell)["pid"];
+    kill(pid, SIGKILL);
+    EXPECT_EQ(shell.tarn({"cat", "/x"}).out, "x\n");
+    EXPECT_NE(status(shell)["pid"], pid);
+
+    ASSERT_EQ(shell.tarn({"local", "stop"}).exitCode, 0);
+    const auto record = shell.home() / ".local/share/tarn/local.json";
+    std::ifstream file(record);
+    auto written = json::parse(file);
+    written["pid"] = getpid(); // lives, and is no tarnd
+    written["startTime"] = "1";
+    written["url"] = "http://127.0.0.1:1";
+    std::ofstream(record) << written.dump();
+    EXPECT_EQ(shell.tarn({"cat", "/x"}).out, "x\n");
+}
+
+TEST(LocalStore, SaysWhyItDoesNotStart)
+{
+    Shell shell;
+    fs::create_directories(shell.home() / ".local/share/tarn");
+    std::ofstream(shell.home() / ".local/share/tarn/contents") << "in the way";
+    const auto result = shell.tarn({"ls"});
+    EXPECT_EQ(result.exitCode, 1);
+    EXPECT_THAT(result.err, testing::HasSubstr("contents: File exists"));
+    EXPECT_EQ(processesWith(shell.home()), 0);
+}
+
+} // namespace
+} // namespace tarncli::test

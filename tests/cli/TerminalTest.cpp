@@ -1,0 +1,120 @@
+// At a terminal: the token is not shown, and the bar comes and goes.
+#include "tests/cli/Shell.h"
+
+#include <gmock/gmock.h>
+#include <poll.h>
+#include <pty.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace tarncli::test {
+namespace {
+
+using tarnd::test::TarndProcess;
+using testing::HasSubstr;
+using testing::Not;
+
+/// A program at a terminal of its own.
+class Terminal {
+public:
+    explicit Terminal(std::vector<std::string> commandLine)
+    {
+        std::vector<char*> arguments;
+        for (auto& argument : commandLine)
+            arguments.push_back(argument.data());
+        arguments.push_back(nullptr);
+        winsize size{24, 100, 0, 0};
+        child = forkpty(&fd, nullptr, nullptr, &size);
+        if (child == 0) {
+            execv(arguments[0], arguments.data());
+            _exit(127);
+        }
+    }
+
+    ~Terminal()
+    {
+        close(fd);
+        if (child > 0) finish();
+    }
+
+    void type(const std::string& text) const
+    {
+        ASSERT_EQ(write(fd, text.data(), text.size()), ssize_t(text.size()));
+    }
+
+    /// Reads until `text` has been shown, or the program has ended, or nothing came for long.
+    bool shows(const std::string& text)
+    {
+        char buffer[4096];
+        while (shown.find(text) == std::string::npos) {
+            pollfd waiting{fd, POLLIN, 0};
+            if (poll(&waiting, 1, 30'000) <= 0) return false;
+            const auto count = read(fd, buffer, sizeof buffer);
+            if (count <= 0) return false;
+            shown.append(buffer, static_cast<std::size_t>(count));
+        }
+        return true;
+    }
+
+    int finish()
+    {
+        shows("(never shown)");
+        int status = 0;
+        waitpid(child, &status, 0);
+        child = -1;
+        return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+    }
+
+    std::string shown;
+
+private:
+    int fd = -1;
+    pid_t child = -1;
+};
+
+class TerminalTest : public testing::Test {
+protected:
+    TerminalTest()
+    {
+        service.start();
+        token = service.addUser("alice");
+        shell.set("TARN_ENDPOINT", service.url());
+    }
+
+    TarndProcess service;
+    Shell shell;
+    std::string token;
+};
+
+TEST_F(TerminalTest, AsksForTheTokenWithoutShowingIt)
+{
+    Terminal terminal(shell.commandLine("exec tarn login alice"));
+    ASSERT_TRUE(terminal.shows("Token of alice: "));
+    terminal.type(token + "\n");
+    EXPECT_EQ(terminal.finish(), 0) << terminal.shown;
+    EXPECT_THAT(terminal.shown, Not(HasSubstr(token)));
+}
+
+TEST_F(TerminalTest, CtrlCAtThePromptGivesTheEchoBack)
+{
+    Terminal terminal(shell.commandLine("trap : INT; tarn login alice; echo code $?; stty"));
+    ASSERT_TRUE(terminal.shows("Token of alice: "));
+    terminal.type("\x03");
+    EXPECT_EQ(terminal.finish(), 0);
+    EXPECT_THAT(terminal.shown, HasSubstr("code 130"));
+    EXPECT_THAT(terminal.shown, Not(HasSubstr("-echo ")));
+}
+
+TEST_F(TerminalTest, ShowsABarWhileItStoresAndTakesItAway)
+{
+    ASSERT_EQ(shell.run("printf %s \"$1\" | tarn login alice && truncate -s 300M big", {token}).exitCode, 0);
+    Terminal terminal(shell.commandLine("exec tarn put big /big"));
+    EXPECT_EQ(terminal.finish(), 0) << terminal.shown;
+    EXPECT_THAT(terminal.shown, testing::ContainsRegex("Storing  .*of 300 MiB"));
+    const auto lastBar = terminal.shown.rfind("Storing  ");
+    EXPECT_NE(terminal.shown.find("\r\033[K", lastBar), std::string::npos);
+    EXPECT_THAT(shell.tarn({"put", "-f", "big", "/big"}).err, Not(HasSubstr("\033")));
+}
+
+} // namespace
+} // namespace tarncli::test
