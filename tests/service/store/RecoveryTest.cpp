@@ -92,6 +92,29 @@ TEST_F(RecoveryTest, AStartBesideALiveUploadLeavesItsContentAlone)
     EXPECT_EQ(get(alice, at("/f")), "bytes");
 }
 
+/// Whether such a commit took place cannot be known, so its content must stay until the rows can be asked.
+TEST_F(RecoveryTest, AConnectionLostAtTheCommitFailsOneUploadOnly)
+{
+    if (place.isSqlite()) GTEST_SKIP() << "has no connection to lose";
+    listener = [&](WriteStep step) {
+        if (step != WriteStep::transactionOpen) return;
+        Database(place.dialect()).read([&](Transaction& sql) {
+            sql.run(
+                "SELECT CASE WHEN pg_terminate_backend(pid) THEN 1 ELSE 0 END FROM pg_stat_activity WHERE "
+                "application_name = $1 AND state = 'idle in transaction' AND pid <> pg_backend_pid()",
+                place.schema);
+        });
+    };
+    EXPECT_EQ(refusal([&] { put(alice, at("/f"), "bytes"); }), Kind::internal);
+    listener = {};
+    EXPECT_EQ(filesIn("contents"), 1U);
+    put(alice, at("/g"), "bytes");
+    EXPECT_EQ(names(alice, at("/")), "g");
+    open();
+    EXPECT_EQ(store->recovery().orphanedContents, 1U);
+    EXPECT_EQ(problems(), "");
+}
+
 TEST_F(RecoveryTest, ContentsWithoutARowGoAtTheStart)
 {
     put(alice, at("/f"), "bytes");

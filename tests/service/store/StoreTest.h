@@ -27,7 +27,7 @@ public:
     {
         if (!base.empty())
             databaseUrl = base + (base.find('?') == std::string::npos ? "?" : "&") +
-                          "options=-csearch_path%3D" + schema;
+                          "options=-csearch_path%3D" + schema + "&application_name=" + schema;
         if (!owner) return;
         std::filesystem::create_directories(folder);
         if (!base.empty())
