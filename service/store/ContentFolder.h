@@ -27,8 +27,7 @@ using WriteListener = std::function<void(WriteStep)>;
 /// File contents under random ids in 256 folders, immutable once published.
 ///
 /// DIR/contents/ab/ab34…   one file per content, named by its id (32 hex digits)
-/// DIR/uploads/RANDOM/     temporary names of one live process, which holds a lock on the file "lock" in
-/// there
+/// DIR/uploads/RANDOM/     temporary names of one live process, which holds a lock on its file "lock"
 ///
 /// Several processes may work on one folder. All calls may run on any thread.
 class ContentFolder {
@@ -52,8 +51,7 @@ public:
     /// Some process that is still alive is writing this content.
     bool isBeingWritten(const std::string& id) const;
 
-    /// Removes what processes that are no longer alive left in their temporary folders; returns how many
-    /// files.
+    /// Removes what dead processes left in their temporary folders; returns how many files.
     std::size_t dropAbandonedUploads();
 
     void notify(WriteStep step) const
