@@ -186,6 +186,21 @@ TarndProcess::TarndProcess(std::vector<std::string> extraArguments)
     std::filesystem::create_directory(data);
 }
 
+TarndProcess::TarndProcess(std::vector<std::string> arguments, std::string databaseUrl,
+                           std::filesystem::path dataDirectory)
+    : serveArguments(std::move(arguments))
+    , database(std::move(databaseUrl))
+    , folder(uniqueFolder())
+    , data(std::move(dataDirectory))
+{
+}
+
+std::unique_ptr<TarndProcess> TarndProcess::beside(const TarndProcess& first)
+{
+    if (!first.usesPostgres()) throw std::logic_error("an SQLite database serves one tarnd");
+    return std::unique_ptr<TarndProcess>(new TarndProcess(first.serveArguments, first.database, first.data));
+}
+
 TarndProcess::~TarndProcess()
 {
     kill();

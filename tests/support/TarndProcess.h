@@ -3,6 +3,7 @@
 #include <chrono>
 #include <cstdint>
 #include <filesystem>
+#include <memory>
 #include <string>
 #include <sys/types.h>
 #include <vector>
@@ -40,6 +41,11 @@ class TarndProcess {
 public:
     /// `serveArguments` are appended to `tarnd serve --data DIR --listen 127.0.0.1:0`.
     explicit TarndProcess(std::vector<std::string> serveArguments = {});
+
+    /// Another tarnd in front of the database and the contents of `first`, which owns both and outlives it.
+    /// @pre first.usesPostgres()
+    static std::unique_ptr<TarndProcess> beside(const TarndProcess& first);
+
     ~TarndProcess();
     TarndProcess(const TarndProcess&) = delete;
     TarndProcess& operator=(const TarndProcess&) = delete;
@@ -81,6 +87,9 @@ public:
     std::string errors() const;
 
 private:
+    TarndProcess(std::vector<std::string> arguments, std::string databaseUrl,
+                 std::filesystem::path dataDirectory);
+
     std::vector<std::string> commandLine(std::vector<std::string> arguments) const;
 
     std::vector<std::string> serveArguments;
