@@ -4,6 +4,7 @@
 #include <boost/asio/thread_pool.hpp>
 
 #include <algorithm>
+#include <mutex>
 #include <thread>
 
 namespace connector::host {
@@ -18,17 +19,26 @@ DeliveryThreads::~DeliveryThreads() = default;
 
 bool DeliveryThreads::isCurrent() const
 {
-    return pool->get_executor().running_in_this_thread();
+    std::shared_lock lock(mutex);
+    return pool && pool->get_executor().running_in_this_thread();
 }
 
 void DeliveryThreads::drain()
 {
+    if (!pool) return;
     pool->join();
+    // What was posted while the last thread ended is destroyed with the pool, after the lock: that settles
+    // promises and so calls out.
+    std::unique_ptr<boost::asio::thread_pool> ended;
+    std::unique_lock lock(mutex);
+    ended.swap(pool);
+    lock.unlock();
 }
 
 void DeliveryThreads::enqueue(std::unique_ptr<Job> job)
 {
-    boost::asio::post(*pool, [held = std::move(job)] { held->run(); });
+    std::shared_lock lock(mutex);
+    if (pool) boost::asio::post(*pool, [held = std::move(job)] { held->run(); });
 }
 
 } // namespace connector::host

@@ -3,6 +3,7 @@
 #include "tarn/foundation/Export.h"
 
 #include <memory>
+#include <shared_mutex>
 #include <utility>
 
 namespace boost::asio {
@@ -25,7 +26,8 @@ public:
     DeliveryThreads(const DeliveryThreads&) = delete;
     DeliveryThreads& operator=(const DeliveryThreads&) = delete;
 
-    /// Runs `job()` later on one of the threads. It must not throw: nobody is left to hear of it.
+    /// Runs `job()` later on one of the threads; once they have ended, destroys it without running it. It
+    /// must not throw: nobody is left to hear of it.
     template <class F>
     void post(F job)
     {
@@ -35,7 +37,8 @@ public:
     /// Whether the calling thread is one of these.
     bool isCurrent() const;
 
-    /// Waits for all jobs, those that they post included, then ends the threads for good.
+    /// Waits for all jobs, those that they post included, then ends the threads for good. The second call
+    /// does nothing.
     /// @pre not on one of these threads
     void drain();
 
@@ -56,7 +59,8 @@ private:
 
     void enqueue(std::unique_ptr<Job> job);
 
-    std::unique_ptr<boost::asio::thread_pool> pool;
+    mutable std::shared_mutex mutex; ///< guards the pointer: whoever posts must not see the pool go
+    std::unique_ptr<boost::asio::thread_pool> pool; ///< null once drained
 };
 
 } // namespace connector::host
