@@ -117,22 +117,21 @@ protected:
         EXPECT_EQ(reply.body, first.body);
     }
 
-    /// All cells of one item that others have and that must leave it as it is; then the owner's.
-    void attemptAll(const OperationCase& operation, Kind kind, State state)
-    {
-        const auto item = world.make(state, kind);
-        const auto before = world.ownersView();
-        for (const auto actor : others)
-            attempt(operation, kind, state, actor, item);
-        EXPECT_EQ(world.ownersView(), before) << operation.name << " of " << nameOf(state);
-        if (state < firstStateForOthersOnly) attempt(operation, kind, state, Actor::owner, item);
-    }
-
+    /// Every state in which somebody may find an item. What others attempt leaves all as it is; then comes
+    /// the owner's turn, and everybody's with items of their own.
     void attemptInEveryState(const OperationCase& operation, Kind kind)
     {
+        std::map<State, MadeItem> items;
         for (int state = static_cast<int>(State::shared); state <= static_cast<int>(State::unknownBucket);
              ++state)
-            attemptAll(operation, kind, static_cast<State>(state));
+            items.emplace(static_cast<State>(state), world.make(static_cast<State>(state), kind));
+        const auto before = world.ownersView();
+        for (const auto& [state, item] : items)
+            for (const auto actor : others)
+                attempt(operation, kind, state, actor, item);
+        EXPECT_EQ(world.ownersView(), before) << "after " << operation.name;
+        for (const auto& [state, item] : items)
+            if (state < firstStateForOthersOnly) attempt(operation, kind, state, Actor::owner, item);
         for (const auto actor : {Actor::stranger, Actor::itemReader, Actor::folderReader, Actor::owner})
             attempt(operation, kind, State::own, actor, world.make(State::own, kind, actor));
     }
