@@ -111,6 +111,9 @@ protected:
             EXPECT_EQ(reply.body, "old");
         else
             EXPECT_EQ(outcomeOf(reply), ruled);
+        if (operation.operation >= Operation::moveOnto && !it.user.empty()) {
+            EXPECT_EQ(user.attributes(it.mine).status, reply.status == 200 ? 404 : 200);
+        }
         if (reply.status != 404 && reply.status != 401) return;
         const auto& first = refusals.try_emplace({operation.name, reply.status}, reply).first->second;
         EXPECT_EQ(reply.headers, first.headers);

@@ -118,60 +118,57 @@ TEST_P(Upload, CountsAsOfItsCommit)
 const std::string ended = "401 Your session has ended. Log in again.";
 const std::string noFolder = "409 The folder \"/d\" does not exist.";
 
-INSTANTIATE_TEST_SUITE_P(, Upload,
-                         ::
-                             testing::Values(Change{"NothingChanged", "/d/n", "CREATE", [](auto&, auto&) {},
-                                                    "200",
-                                                    std::vector<std::string>{"/d/", "/d/f=first",
-                                                                             "/d/n=slow"}},
-                                             Change{"FolderDeleted", "/d/n", "CREATE",
-                                                    [](auto& user, auto&) {
-                                                        require(user.deleteFolder({"", "/d"}, true));
-                                                    },
-                                                    noFolder, std::vector<std::string>{}},
-                                             Change{"FolderMoved", "/d/n", "CREATE",
-                                                    [](auto& user, auto&) {
-                                                        require(user.move({"", "/d"}, {"", "/e"}, false));
-                                                    },
-                                                    noFolder, std::vector<std::string>{"/e/", "/e/f=first"}},
-                                             Change{"FolderMadeAgain", "/d/n", "CREATE",
-                                                    [](auto& user, auto&) {
-                                                        require(user.deleteFolder({"", "/d"}, true));
-                                                        require(user.createFolder({"", "/d"}));
-                                                    },
-                                                    "200", std::vector<std::string>{"/d/", "/d/n=slow"}},
-                                             Change{"FileDeleted", "/d/f", "UPDATE",
-                                                    [](auto& user, auto&) {
-                                                        require(user.deleteFile({"", "/d/f"}));
-                                                    },
-                                                    "404 The path does not exist.",
-                                                    std::vector<std::string>{"/d/"}},
-                                             Change{
-                                                 "NameTaken", "/d/n", "CREATE",
-                                                 [](auto& user, auto&) {
-                                                     require(user.put({"", "/d/n"}, "quick"));
-                                                 },
-                                                 "409 The file already exists.",
-                                                 std::vector<std::string>{"/d/", "/d/f=first", "/d/n=quick"}},
-                                             Change{"NameTakenByFolder", "/d/n", "CREATE_OR_UPDATE",
-                                                    [](auto& user, auto&) {
-                                                        require(user.createFolder({"", "/d/n"}));
-                                                    },
-                                                    "409 The path names a folder, not a file.",
-                                                    std::vector<std::string>{"/d/", "/d/f=first", "/d/n/"}},
-                                             Change{"LoggedOut", "/d/n", "CREATE",
-                                                    [](auto& user, auto&) { require(user.logout()); }, ended,
-                                                    std::vector<std::string>{"/d/", "/d/f=first"}},
-                                             Change{"TokenRotated", "/d/f", "UPDATE",
-                                                    [](auto&, auto& service) {
-                                                        service.run({"user", "rotate", "alice"});
-                                                    },
-                                                    ended, std::vector<std::string>{"/d/", "/d/f=first"}},
-                                             Change{"AccountRemoved", "/d/f", "UPDATE",
-                                                    [](auto&, auto& service) {
-                                                        service.run({"user", "remove", "alice", "--force"});
-                                                    },
-                                                    ended, std::nullopt}),
+using Stored = std::vector<std::string>;
+
+const Change changes[] = {
+    {"NothingChanged", "/d/n", "CREATE", [](auto&, auto&) {}, "200",
+     Stored{"/d/", "/d/f=first", "/d/n=slow"}},
+    {"FolderDeleted", "/d/n", "CREATE",
+     [](auto& user, auto&) {
+         require(user.deleteFolder({"", "/d"}, true));
+     },
+     noFolder, Stored{}},
+    {"FolderMoved", "/d/n", "CREATE",
+     [](auto& user, auto&) {
+         require(user.move({"", "/d"}, {"", "/e"}, false));
+     },
+     noFolder, Stored{"/e/", "/e/f=first"}},
+    {"FolderMadeAgain", "/d/n", "CREATE",
+     [](auto& user, auto&) {
+         require(user.deleteFolder({"", "/d"}, true));
+         require(user.createFolder({"", "/d"}));
+     },
+     "200", Stored{"/d/", "/d/n=slow"}},
+    {"FileDeleted", "/d/f", "UPDATE",
+     [](auto& user, auto&) {
+         require(user.deleteFile({"", "/d/f"}));
+     },
+     "404 The path does not exist.", Stored{"/d/"}},
+    {"NameTaken", "/d/n", "CREATE",
+     [](auto& user, auto&) {
+         require(user.put({"", "/d/n"}, "quick"));
+     },
+     "409 The file already exists.", Stored{"/d/", "/d/f=first", "/d/n=quick"}},
+    {"NameTakenByFolder", "/d/n", "CREATE_OR_UPDATE",
+     [](auto& user, auto&) {
+         require(user.createFolder({"", "/d/n"}));
+     },
+     "409 The path names a folder, not a file.", Stored{"/d/", "/d/f=first", "/d/n/"}},
+    {"LoggedOut", "/d/n", "CREATE", [](auto& user, auto&) { require(user.logout()); }, ended,
+     Stored{"/d/", "/d/f=first"}},
+    {"TokenRotated", "/d/f", "UPDATE",
+     [](auto&, auto& service) {
+         service.run({"user", "rotate", "alice"});
+     },
+     ended, Stored{"/d/", "/d/f=first"}},
+    {"AccountRemoved", "/d/f", "UPDATE",
+     [](auto&, auto& service) {
+         service.run({"user", "remove", "alice", "--force"});
+     },
+     ended, std::nullopt},
+};
+
+INSTANTIATE_TEST_SUITE_P(, Upload, ::testing::ValuesIn(changes),
                          [](const auto& each) { return each.param.name; });
 
 TEST_F(ChangedMidway, AHandleCommitsOnlyWhereItsFileCanStillBe)
