@@ -42,12 +42,12 @@ public:
     }
 
     void stop();
-    Future<Reply> exchange(std::unique_ptr<http::HttpClientRequest> request);
+    Future<Reply> exchange(const http::HttpClientRequest& request);
 
     TransferredBytes transferred() const { return {counters->sent.load(), counters->received.load()}; }
 
 private:
-    void gatherBody(std::unique_ptr<http::HttpClientRequest> request, Transfer transfer);
+    void gatherBody(const http::BodyPublisher& publisher, Transfer transfer);
     void bodyGathered(Future<DataBuffer> content, Transfer transfer);
     /// @return false while stopped; otherwise `stop` cancels the subscriber unless it has finished
     bool watch(const std::shared_ptr<BodySubscriber>& subscriber);
@@ -77,30 +77,28 @@ void HttpClient::Exchanges::stop()
     if (stopping) stopping->stop();
 }
 
-Future<Reply> HttpClient::Exchanges::exchange(std::unique_ptr<http::HttpClientRequest> request)
+Future<Reply> HttpClient::Exchanges::exchange(const http::HttpClientRequest& request)
 {
-    auto transfer = std::make_unique<detail::HttpTransfer>(*request, options, counters);
+    auto transfer = std::make_unique<detail::HttpTransfer>(request, options, counters);
     auto reply = transfer->getFuture();
-    if (request->body) {
-        gatherBody(std::move(request), std::move(transfer));
+    if (request.body) {
+        gatherBody(request.body, std::move(transfer));
     } else {
         submit(std::move(transfer));
     }
     return reply;
 }
 
-/// The continuation keeps the request, and with it the publisher, until the body is there.
-void HttpClient::Exchanges::gatherBody(std::unique_ptr<http::HttpClientRequest> request, Transfer transfer)
+void HttpClient::Exchanges::gatherBody(const http::BodyPublisher& publisher, Transfer transfer)
 {
     auto subscriber = std::make_shared<BodySubscriber>(DataBuffer(), reactive_streams::appendContent);
-    auto publisher = request->body;
+    transfer->keep(publisher);
     if (!watch(subscriber)) {
         auto error = shutdownOf(*transfer);
         failLater(std::move(transfer), std::move(error));
         return;
     }
     subscriber->getFuture().then([self = shared_from_this(), key = std::weak_ptr(subscriber),
-                                  kept = std::move(request),
                                   waiting = std::move(transfer)](Future<DataBuffer>&& content) mutable {
         {
             std::lock_guard lock(self->mutex);
@@ -189,10 +187,8 @@ Future<Reply> HttpClient::deliver(std::unique_ptr<Message>&& message, Address&&,
     if (!isRunning()) return makeExceptionalFuture<Reply>(std::runtime_error(errors::notRunning));
     auto* request = dynamic_cast<http::HttpClientRequest*>(message.get());
     if (!request) return makeExceptionalFuture<Reply>(std::invalid_argument(errors::notHttp));
-    message.release();
-    std::unique_ptr<http::HttpClientRequest> owned(request);
     try {
-        return exchanges->exchange(std::move(owned));
+        return exchanges->exchange(*request);
     } catch (const TransportError& refusal) {
         return makeExceptionalFuture<Reply>(refusal);
     }

@@ -38,6 +38,10 @@ public:
 
     Future<std::unique_ptr<Message>> getFuture() { return promise.getFuture(); }
 
+    /// Holds the publisher of the body until this transfer is settled: a publisher that went inside its own
+    /// signal could not wait for its thread.
+    void keep(http::BodyPublisher source) { bodySource = std::move(source); }
+
     void setBody(common::DataBuffer content) { body = std::move(content); }
 
     std::string origin() const { return target.origin(); }
@@ -91,6 +95,7 @@ private:
     const UrlParts target;
     const std::string method;
     const std::vector<std::string> headerLines;
+    http::BodyPublisher bodySource;
     common::DataBuffer body;
     std::uint64_t uploaded = 0;
 

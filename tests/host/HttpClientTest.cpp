@@ -154,7 +154,10 @@ public:
 
     explicit ThreadedPublisher(std::function<void(Subscriber&)> signals) : run(std::move(signals)) {}
 
-    ~ThreadedPublisher() override
+    ~ThreadedPublisher() override { finish(); }
+
+    /// Waits until its thread has let go of everything.
+    void finish()
     {
         if (sender.joinable()) sender.join();
     }
@@ -210,7 +213,9 @@ TEST(HttpClientBody, WhosePublisherFailsSendsNothing)
         subscriber.onNext(DataBuffer("half"));
         subscriber.onError(std::make_exception_ptr(std::runtime_error("disk gone")));
     });
-    EXPECT_EQ(failureOf<std::runtime_error>(http.send("put", server.url("/f"), {}, publisher)), "disk gone");
+    auto response = http.send("put", server.url("/f"), {}, publisher);
+    publisher->finish();
+    EXPECT_EQ(failureOf<std::runtime_error>(std::move(response)), "disk gone");
     EXPECT_EQ(server.connectionCount(), 0u);
 }
 
