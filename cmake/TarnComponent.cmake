@@ -9,15 +9,18 @@ function(tarn_component name)
 endfunction()
 
 # tarn_tests(NAME SOURCES file... LINKS target...)
-# One test program; every test in it becomes a test of its own, labelled with its name. Programs that a test starts stand in its
-# environment: TARN_BIN_DIR is the folder of tarn and tarnd.
+# One test program; every test in it becomes a test of its own, labelled with its name. Tests find
+# tarn and tarnd in the folder that TARN_BIN_DIR names in their environment.
 function(tarn_tests name)
   cmake_parse_arguments(ARG "" "" "SOURCES;LINKS" ${ARGN})
-  add_executable(${name}_tests ${ARG_SOURCES} ${PROJECT_SOURCE_DIR}/tests/support/SanitizerOptions.cpp)
+  add_executable(${name}_tests ${ARG_SOURCES})
   target_link_libraries(${name}_tests PRIVATE tarn_options tarn_warnings ${ARG_LINKS}
-    GTest::gmock GTest::gtest_main Threads::Threads)
+    sanitizer_options GTest::gmock GTest::gtest_main Threads::Threads)
   target_include_directories(${name}_tests PRIVATE ${PROJECT_SOURCE_DIR}/tests)
-  target_precompile_headers(${name}_tests PRIVATE <gmock/gmock.h> <gtest/gtest.h>)
+  list(LENGTH ARG_SOURCES count)
+  if(count GREATER 2) # below that, precompiling costs more than it saves
+    target_precompile_headers(${name}_tests PRIVATE <gmock/gmock.h> <gtest/gtest.h>)
+  endif()
   include(GoogleTest)
   gtest_discover_tests(${name}_tests
     TEST_PREFIX ${name}.
