@@ -23,7 +23,7 @@ function(tarn_tests name)
   endif()
   include(GoogleTest)
   gtest_discover_tests(${name}_tests
-    TEST_PREFIX ${name}.
+    TEST_PREFIX ${name}. NO_PRETTY_VALUES
     PROPERTIES LABELS ${name} TIMEOUT 300
                ENVIRONMENT "TARN_BIN_DIR=${CMAKE_RUNTIME_OUTPUT_DIRECTORY}")
 endfunction()

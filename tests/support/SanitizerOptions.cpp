@@ -1,11 +1,14 @@
-// Tests ask for more memory than there is; under a sanitizer that must fail as it does without.
+// Tests ask for more memory than there is; under a sanitizer that must fail as it does without. The sanitizer's
+// shared library looks these up, so they are visible.
 
-extern "C" const char* __asan_default_options()
+#define SEEN_BY_SANITIZER extern "C" __attribute__((visibility("default")))
+
+SEEN_BY_SANITIZER const char* __asan_default_options()
 {
     return "allocator_may_return_null=1";
 }
 
-extern "C" const char* __tsan_default_options()
+SEEN_BY_SANITIZER const char* __tsan_default_options()
 {
     return "allocator_may_return_null=1";
 }
