@@ -1,5 +1,5 @@
-// Tests ask for more memory than there is; under a sanitizer that must fail as it does without. The sanitizer's
-// shared library looks these up, so they are visible.
+// Tests ask for more memory than there is; under a sanitizer that must fail as it does without. The
+// sanitizer's shared library looks these up, so they are visible.
 
 #define SEEN_BY_SANITIZER extern "C" __attribute__((visibility("default")))
 
