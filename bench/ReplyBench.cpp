@@ -1,0 +1,60 @@
+// Entries per second read from a folder listing, beside Poco's parser alone on the same text. The ratio must
+// not depend on the length of the listing: reading is linear.
+#include "Yardstick.h"
+
+#include "tarn/fileaccess/FileRecordReaders.h"
+#include "tarn/protocol/ReplyXml.h"
+
+#include <Poco/DOM/DOMParser.h>
+
+#include <string>
+#include <vector>
+
+namespace connector::host::bench {
+namespace {
+
+std::string listingOf(std::int64_t entries)
+{
+    std::string text = "<Response><Files>";
+    for (std::int64_t i = 0; i < entries; ++i) {
+        text += "<File><Name>file " + std::to_string(i) +
+                ".txt</Name><Created>1795258798853</Created><LastModified>1795258798853</LastModified>"
+                "<Size>4096</Size><Writable>true</Writable><Watermark>2-1</Watermark></File>";
+    }
+    return text + "</Files></Response>";
+}
+
+void entriesOfAListing(benchmark::State& state)
+{
+    const std::string text = listingOf(state.range(0));
+    Yardstick yardstick(state);
+    for (auto _ : state) {
+        yardstick.round(
+            static_cast<double>(state.range(0)),
+            [&] {
+                auto document = tarn::parseXml(text);
+                std::vector<tarn::FileSummary> files;
+                for (auto* file :
+                     tarn::childElements(document->documentElement()->getChildElement("Files"))) {
+                    files.push_back(tarn::readFileSummary(*file));
+                }
+                benchmark::DoNotOptimize(files);
+            },
+            [&] {
+                Poco::XML::DOMParser parser;
+                Poco::AutoPtr<Poco::XML::Document> document(parser.parseString(text));
+                benchmark::DoNotOptimize(document);
+            });
+    }
+    yardstick.report("entries", "read", "parsed alone");
+}
+
+BENCHMARK(entriesOfAListing)
+    ->Arg(1'000)
+    ->Arg(10'000)
+    ->Arg(40'000)
+    ->UseManualTime()
+    ->Unit(benchmark::kMillisecond);
+
+} // namespace
+} // namespace connector::host::bench
