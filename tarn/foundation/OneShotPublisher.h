@@ -65,8 +65,11 @@ private:
     {
         if (!subscriber || delivered || subscription->cancelled || subscription->requested == 0) return;
         delivered = true;
-        subscriber->onNext(std::move(buffer));
-        subscriber->onComplete();
+        // The subscriber may drop this publisher as soon as it has the item.
+        T item = std::move(buffer);
+        auto receiver = subscriber;
+        receiver->onNext(std::move(item));
+        receiver->onComplete();
     }
 
     T buffer;

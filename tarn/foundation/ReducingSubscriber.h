@@ -15,11 +15,12 @@ namespace connector::reactive_streams {
 /// Folds all items of a stream into one value, delivered through a future.
 ///
 /// Signals may come from any thread, one after the other or at once: a mutex puts them in order, and it is
-/// released before anything outside is called. Asks for everything at once. What arrives after the end, an
-/// error or a cancel is ignored; the result is settled once, on the thread of the signal that ended the
-/// stream.
+/// released before anything outside is called, except the reducer, which must not call back. Asks for
+/// everything at once. What arrives after the end, an error or a cancel is ignored; the result is settled
+/// once, on the thread of the signal that ended the stream.
 template <class Item, class Result>
-class ReducingSubscriber : public SubscriberAPI<Item> {
+class ReducingSubscriber : public SubscriberAPI<Item>,
+                           public std::enable_shared_from_this<ReducingSubscriber<Item, Result>> {
 public:
     /// Takes the next item and what has been gathered so far, returns what is gathered now.
     using Reducer = std::function<Result(Item&& item, Result&& accumulator)>;
@@ -63,6 +64,7 @@ public:
         if (state != State::active) return;
         state = State::completed;
         Result gathered = std::move(accumulator);
+        auto alive = keepAlive();
         lock.unlock();
         promise.setValue(std::move(gathered));
         ended.setValue(true);
@@ -74,6 +76,7 @@ public:
         if (state != State::active) return;
         state = State::failed;
         failure = error;
+        auto alive = keepAlive();
         lock.unlock();
         promise.setException(error);
         ended.setException(error);
@@ -109,10 +112,14 @@ public:
 private:
     enum class State : std::uint32_t { active = 0, completed = 1, cancelled = 2, failed = 3 };
 
+    /// Whoever is told of the end may drop the last owner of this subscriber, before everybody has been told.
+    std::shared_ptr<void> keepAlive() { return this->weak_from_this().lock(); }
+
     void finishCancelled(std::unique_lock<std::mutex> lock, std::exception_ptr reason)
     {
         state = State::cancelled;
         auto held = subscription.lock();
+        auto alive = keepAlive();
         lock.unlock();
         if (held) held->cancel();
         promise.setException(std::move(reason));

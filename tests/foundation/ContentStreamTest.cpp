@@ -216,6 +216,43 @@ TEST(ReducingSubscriber, SettlesItsResultWhenCancelledOrAbandoned)
     EXPECT_THROW(late->onSubscribe({}), std::runtime_error) << "Subscription went away!";
 }
 
+TEST(ReducingSubscriber, MayBeDroppedByWhoeverHearsOfItsEnd)
+{
+    auto owner = std::make_shared<Reducing>(DataBuffer(), appendContent);
+    Reducing& subscriber = *owner;
+    auto ended = subscriber.completion();
+    auto dropped = subscriber.getFuture().then([&](Future<DataBuffer>&& body) {
+        owner.reset();
+        return body.get().size;
+    });
+    subscriber.onNext(DataBuffer("x"));
+    subscriber.onComplete();
+    EXPECT_EQ(dropped.get(), 1u);
+    EXPECT_TRUE(ended.get());
+}
+
+TEST(OneShotPublisher, MayBeDroppedByItsSubscriber)
+{
+    /// Lets go of the publisher as soon as it has the item.
+    class Dropping : public ManualSubscriber {
+    public:
+        void onNext(DataBuffer&& item) override
+        {
+            publisher.reset();
+            ManualSubscriber::onNext(std::move(item));
+        }
+
+        std::shared_ptr<OneShotPublisher<DataBuffer>> publisher;
+    };
+
+    auto subscriber = std::make_shared<Dropping>();
+    subscriber->publisher = std::make_shared<OneShotPublisher<DataBuffer>>(DataBuffer("body"));
+    subscriber->publisher->subscribe(subscriber);
+    auto subscription = std::move(subscriber->subscription);
+    subscription->request(1);
+    EXPECT_EQ(subscriber->events, (std::vector<std::string>{"item body", "complete"}));
+}
+
 TEST(ReducingSubscriber, RunsContinuationsWithoutItsLock)
 {
     auto subscriber = std::make_shared<Reducing>(DataBuffer(), appendContent);
