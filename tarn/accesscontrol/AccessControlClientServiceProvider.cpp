@@ -68,34 +68,41 @@ Future<std::unique_ptr<Message>>
 AccessControlClientServiceProvider::handle(std::unique_ptr<PermissionGrant>&& request, Address&& to,
                                            std::shared_ptr<Context>&& context)
 {
-    ServiceRequest http = sessionRequest(endpoint, "put", permissionsPath, "", *request);
-    http.addText("path", request->path);
-    http.addText("bucket", request->bucket);
-    http.addText("subject", request->subject);
-    http.addText("operation", "READ_ONLY");
-    http.addFlag("allowNonExistingUser", request->allowNonExistingUser);
-    return exchangeXml(http.build(), std::move(to), *context, readGrant);
+    auto build = [&] {
+        ServiceRequest http = sessionRequest(endpoint, "put", permissionsPath, "", *request);
+        http.addText("path", request->path);
+        http.addText("bucket", request->bucket);
+        http.addText("subject", request->subject);
+        http.addText("operation", "READ_ONLY");
+        http.addFlag("allowNonExistingUser", request->allowNonExistingUser);
+        return http.build();
+    };
+    return buildAndExchangeXml(build, std::move(to), *context, readGrant);
 }
 
 Future<std::unique_ptr<Message>>
 AccessControlClientServiceProvider::handle(std::unique_ptr<PermissionRevoke>&& request, Address&& to,
                                            std::shared_ptr<Context>&& context)
 {
-    ServiceRequest http =
-        sessionRequest(endpoint, "delete", permissionsPath, request->permissionId, *request);
-    return exchangeXml(http.build(), std::move(to), *context, readNothing<PermissionRevokeResponse>);
+    auto build = [&] {
+        return makeSessionHttpRequest(endpoint, "delete", permissionsPath, request->permissionId, *request);
+    };
+    return buildAndExchangeXml(build, std::move(to), *context, readNothing<PermissionRevokeResponse>);
 }
 
 Future<std::unique_ptr<Message>>
 AccessControlClientServiceProvider::handle(std::unique_ptr<PermissionList>&& request, Address&& to,
                                            std::shared_ptr<Context>&& context)
 {
-    ServiceRequest http = sessionRequest(endpoint, "get", permissionsPath, "", *request);
-    if (!request->path.empty()) {
-        http.addText("path", request->path);
-        http.addText("bucket", request->bucket);
-    }
-    return exchangeXml(http.build(), std::move(to), *context, readPermissionList);
+    auto build = [&] {
+        ServiceRequest http = sessionRequest(endpoint, "get", permissionsPath, "", *request);
+        if (!request->path.empty()) {
+            http.addText("path", request->path);
+            http.addText("bucket", request->bucket);
+        }
+        return http.build();
+    };
+    return buildAndExchangeXml(build, std::move(to), *context, readPermissionList);
 }
 
 } // namespace connector::tarn

@@ -16,7 +16,9 @@
 ///
 /// Every operation fails with "File not found." (404), with the service's own sentence, with "Unknown error."
 /// when the service gives none, with "TARN error: " and the body when a reply is not XML, an empty one
-/// included, or with the transport's failure.
+/// included, or with the transport's failure. Malformed UTF-16 fails it with
+/// std::invalid_argument "The text is not well-formed UTF-16.", an endpoint that is no URL with
+/// Poco::SyntaxException.
 namespace connector::tarn {
 
 /// Lets another user read a file, or a folder and all below it.

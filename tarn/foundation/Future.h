@@ -49,7 +49,8 @@ public:
     ///
     /// `fn` runs on the thread that resolves this future, or on this thread before `then` returns if it is
     /// resolved already; the future it receives is ready, so its `get` never blocks. An exception out of `fn`
-    /// becomes the returned future's exception. After a cancel `fn` never runs.
+    /// becomes the returned future's exception. After a cancel of this future `fn` never runs, and the
+    /// returned future is never settled: do not wait for it without a limit.
     /// @post this handle is no longer valid
     /// @throws std::runtime_error "Future state isn't valid!" as `get` does;
     ///   "Future already has returned it's value or has an associated continuation." after `get`.
@@ -127,6 +128,15 @@ Future<T> makeExceptionalFuture(E error)
 {
     auto state = std::make_shared<detail::SharedFutureState<T>>();
     state->setException(std::make_exception_ptr(std::move(error)));
+    return Future<T>(std::move(state));
+}
+
+/// A future that has failed already, with the exception that `error` points to.
+template <class T>
+Future<T> makeFailedFuture(std::exception_ptr error)
+{
+    auto state = std::make_shared<detail::SharedFutureState<T>>();
+    state->setException(std::move(error));
     return Future<T>(std::move(state));
 }
 

@@ -6,6 +6,7 @@
 #include "tarn/foundation/platform/HttpClientResponse.h"
 #include "tarn/protocol/ReplyXml.h"
 
+#include <exception>
 #include <memory>
 #include <string>
 #include <utility>
@@ -65,6 +66,20 @@ Future<std::unique_ptr<Message>> exchangeXml(std::unique_ptr<http::HttpClientReq
                         ReplyDocument document = parseXml(readBody(response));
                         return read(*document);
                     });
+}
+
+/// `exchangeXml` for a request that is yet to be built: what keeps `build` from building it, such as
+/// malformed UTF-16 or an endpoint that is no URL, becomes the failure of the future, and nothing is sent.
+template <class Build, class Read>
+Future<std::unique_ptr<Message>> buildAndExchangeXml(Build build, Address&& to, Context& context, Read read)
+{
+    std::unique_ptr<http::HttpClientRequest> request;
+    try {
+        request = build();
+    } catch (...) {
+        return makeFailedFuture<std::unique_ptr<Message>>(std::current_exception());
+    }
+    return exchangeXml(std::move(request), std::move(to), context, std::move(read));
 }
 
 /// The reader of a reply that says nothing but that it is one.

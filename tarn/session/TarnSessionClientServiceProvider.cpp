@@ -45,26 +45,33 @@ Future<std::unique_ptr<Message>> TarnSessionClientServiceProvider::handle(std::u
                                                                           Address&& to,
                                                                           std::shared_ptr<Context>&& context)
 {
-    ServiceRequest login("get", getEndpoint() + "/service/v1/login");
-    login.addIdentity(*request);
-    login.addHeader(authenticationTokenHeader, request->authenticationToken);
-    return exchangeXml(login.build(), std::move(to), *context, readLogin);
+    auto build = [&] {
+        ServiceRequest login("get", getEndpoint() + "/service/v1/login");
+        login.addIdentity(*request);
+        login.addHeader(authenticationTokenHeader, request->authenticationToken);
+        return login.build();
+    };
+    return buildAndExchangeXml(build, std::move(to), *context, readLogin);
 }
 
 Future<std::unique_ptr<Message>> TarnSessionClientServiceProvider::handle(std::unique_ptr<Logout>&& request,
                                                                           Address&& to,
                                                                           std::shared_ptr<Context>&& context)
 {
-    return exchangeXml(makeSessionHttpRequest(getEndpoint(), "get", "/service/v1/logout", "", *request),
-                       std::move(to), *context, readNothing<LogoutResponse>);
+    auto build = [&] {
+        return makeSessionHttpRequest(getEndpoint(), "get", "/service/v1/logout", "", *request);
+    };
+    return buildAndExchangeXml(build, std::move(to), *context, readNothing<LogoutResponse>);
 }
 
 Future<std::unique_ptr<Message>> TarnSessionClientServiceProvider::handle(std::unique_ptr<Ping>&& request,
                                                                           Address&& to,
                                                                           std::shared_ptr<Context>&& context)
 {
-    return exchangeXml(makeSessionHttpRequest(getEndpoint(), "get", "/service/v1/ping", "", *request),
-                       std::move(to), *context, readPing);
+    auto build = [&] {
+        return makeSessionHttpRequest(getEndpoint(), "get", "/service/v1/ping", "", *request);
+    };
+    return buildAndExchangeXml(build, std::move(to), *context, readPing);
 }
 
 } // namespace connector::tarn

@@ -64,21 +64,24 @@ Future<std::unique_ptr<Message>>
 VersioningClientServiceProvider::handle(std::unique_ptr<VersionRestore>&& request, Address&& to,
                                         std::shared_ptr<Context>&& context)
 {
-    ServiceRequest http = versionRequest(endpoint, "put", request->path, *request);
-    http.addText("versionId", request->versionId);
-    http.addNumber("versionLabel", request->versionLabel);
-    http.addFlag("createNewVersion", request->createNewVersion);
-    return exchangeXml(http.build(), std::move(to), *context,
-                       [asked = VersionInfo{request->versionId, request->versionLabel}](
-                           const Document& reply) { return readRestore(reply, asked); });
+    auto build = [&] {
+        ServiceRequest http = versionRequest(endpoint, "put", request->path, *request);
+        http.addText("versionId", request->versionId);
+        http.addNumber("versionLabel", request->versionLabel);
+        http.addFlag("createNewVersion", request->createNewVersion);
+        return http.build();
+    };
+    const VersionInfo asked{request->versionId, request->versionLabel};
+    return buildAndExchangeXml(build, std::move(to), *context,
+                               [asked](const Document& reply) { return readRestore(reply, asked); });
 }
 
 Future<std::unique_ptr<Message>>
 VersioningClientServiceProvider::handle(std::unique_ptr<VersionList>&& request, Address&& to,
                                         std::shared_ptr<Context>&& context)
 {
-    ServiceRequest http = versionRequest(endpoint, "get", request->path, *request);
-    return exchangeXml(http.build(), std::move(to), *context, readVersionList);
+    auto build = [&] { return versionRequest(endpoint, "get", request->path, *request).build(); };
+    return buildAndExchangeXml(build, std::move(to), *context, readVersionList);
 }
 
 } // namespace connector::tarn

@@ -9,8 +9,9 @@ namespace connector::tarn {
 ///
 /// Follows the endpoint in the configuration. The endpoint is written and read without a lock: let it settle
 /// before requests are made. Replies are read on the thread that completes the HTTP exchange and touch no
-/// state of the provider. What keeps a request from being built, such as malformed UTF-16, is thrown by
-/// `handle`; every later failure arrives through the future.
+/// state of the provider. Every failure arrives through the future, also what keeps a request
+/// from being built: malformed UTF-16 (std::invalid_argument), an endpoint that is no URL
+/// (Poco::SyntaxException).
 class TARN_API VersioningClientServiceProvider : public VersioningServiceProvider {
 public:
     /// @param configuration  may be null: the endpoint then never changes

@@ -68,6 +68,15 @@ INSTANTIATE_TEST_SUITE_P(
              "get " + url + identity + session}),
     caseName<Case>);
 
+TEST(AccessControlClient, ReportsThroughTheFutureWhatKeepsARequestFromBeingBuilt)
+{
+    Bench bench;
+    auto outcome =
+        watch(bench.client->grantPermission(grant(std::u16string(1, char16_t(0xD800)), u"", u"", false)));
+    EXPECT_EQ(outcome(), "The text is not well-formed UTF-16.");
+    EXPECT_EQ(bench.transport->count(), 0u);
+}
+
 TEST(AccessControlReplies, NameTheGrantOnlyWhenThereIsOneId)
 {
     auto granted = [](const std::string& reply) {
