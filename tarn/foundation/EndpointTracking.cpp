@@ -17,8 +17,11 @@ Cancellers trackEndpoint(const std::shared_ptr<configuration::Configuration>& co
     configuration->registerDefault(endpointKey, ConfigValue(endpoint), "default");
     auto values = configuration->observe(endpointKey);
     auto subscriber = std::make_shared<ValueSubscriber>(std::move(onValue));
+    // The canceller comes before the first value: should that throw, the publisher must not keep a subscriber
+    // whose provider was never finished.
+    Cancellers cancellers{std::shared_ptr<reactive_streams::Canceller>(new SubscriberCanceller(subscriber))};
     values->subscribe(subscriber);
-    return {std::shared_ptr<reactive_streams::Canceller>(new SubscriberCanceller(subscriber))};
+    return cancellers;
 }
 
 } // namespace connector::tarn

@@ -1,9 +1,18 @@
 // Following the configured endpoint: values of the wrong type, values after the end, and the order in which
 // the default is declared and the subscription given up.
 #include "tarn/foundation/EndpointTracking.h"
+#include "support/FakeConfiguration.h"
+#include "support/FakeTransport.h"
+#include "tarn/accesscontrol/AccessControlClientServiceProvider.h"
+#include "tarn/accesscontrol/PermissionMessages.h"
+#include "tarn/fileaccess/FileAccessClientServiceProvider.h"
+#include "tarn/fileaccess/FileMessages.h"
 #include "tarn/foundation/CallbackSubscriber.h"
 #include "tarn/session/TarnSessionClientServiceProvider.h"
+#include "tarn/versioning/VersionMessages.h"
+#include "tarn/versioning/VersioningClientServiceProvider.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <vector>
@@ -12,49 +21,8 @@ namespace {
 
 using namespace connector;
 using namespace connector::tarn;
-using configuration::ConfigValue;
+using namespace tarntest;
 using reactive_streams::CallbackSubscriber;
-
-class CountingSubscription : public reactive_streams::Subscription {
-public:
-    void request(std::uint64_t n) override { requested.push_back(n); }
-
-    void cancel() override { ++cancels; }
-
-    std::vector<std::uint64_t> requested;
-    int cancels = 0;
-};
-
-/// A configuration store that records what is asked of it and delivers when the test says so.
-class FakeConfiguration : public configuration::Configuration,
-                          public reactive_streams::PublisherAPI<ConfigValue>,
-                          public std::enable_shared_from_this<FakeConfiguration> {
-public:
-    Future<bool> registerDefault(const std::string& key, const ConfigValue& value,
-                                 const std::string& layer) override
-    {
-        calls.push_back("default " + key + " " + boost::get<std::string>(value) + " " + layer);
-        return makeReadyFuture(true);
-    }
-
-    std::shared_ptr<PublisherAPI<ConfigValue>> observe(const std::string& key) override
-    {
-        calls.push_back("observe " + key);
-        return shared_from_this();
-    }
-
-    Future<bool> completion() override { return makeReadyFuture(true); }
-
-    void subscribe(std::shared_ptr<reactive_streams::SubscriberAPI<ConfigValue>> added) override
-    {
-        subscriber = added;
-        subscriber->onSubscribe(subscription);
-    }
-
-    std::vector<std::string> calls;
-    std::shared_ptr<reactive_streams::SubscriberAPI<ConfigValue>> subscriber;
-    std::shared_ptr<CountingSubscription> subscription = std::make_shared<CountingSubscription>();
-};
 
 TEST(EndpointTracking, FollowsTextAndRefusesEverythingElse)
 {
@@ -87,6 +55,58 @@ TEST(EndpointTracking, FollowsTextAndRefusesEverythingElse)
 TEST(EndpointTracking, KeepsTheFirstEndpointWithoutAConfiguration)
 {
     EXPECT_EQ(TarnSessionClientServiceProvider(nullptr, "http://only").getEndpoint(), "http://only");
+}
+
+template <class Pair>
+class EveryProvider : public testing::Test {
+};
+
+template <class P, class R>
+struct Handling {
+    using Provider = P;
+    using Request = R;
+};
+
+using Providers = testing::Types<Handling<TarnSessionClientServiceProvider, Ping>,
+                                 Handling<FileAccessClientServiceProvider, FileRead>,
+                                 Handling<AccessControlClientServiceProvider, PermissionList>,
+                                 Handling<VersioningClientServiceProvider, VersionList>>;
+TYPED_TEST_SUITE(EveryProvider, Providers);
+
+TYPED_TEST(EveryProvider, SendsToTheEndpointLastConfigured)
+{
+    auto store = std::make_shared<FakeConfiguration>();
+    auto transport = std::make_shared<FakeTransport>();
+    typename TypeParam::Provider provider(store, "http://first");
+    auto send = [&] {
+        provider.handle(std::make_unique<typename TypeParam::Request>(), Address("http"),
+                        transport->getContext());
+    };
+    send();
+    store->subscriber->onNext(ConfigValue(std::string("http://second")));
+    send();
+    EXPECT_EQ(store->calls.front(), "default connector.tarnEndpoint http://first default");
+    EXPECT_THAT(transport->sent(0), testing::HasSubstr(" http://first/service/"));
+    EXPECT_THAT(transport->sent(1), testing::HasSubstr(" http://second/service/"));
+}
+
+/// Delivers a value that no provider takes as soon as it is subscribed to, and keeps the subscriber all the
+/// same.
+class UnfitConfiguration : public FakeConfiguration {
+public:
+    void subscribe(std::shared_ptr<reactive_streams::SubscriberAPI<ConfigValue>> added) override
+    {
+        FakeConfiguration::subscribe(added);
+        subscriber->onNext(ConfigValue(7));
+    }
+};
+
+TYPED_TEST(EveryProvider, IsNotReachedWhenItsConstructionFailed)
+{
+    auto store = std::make_shared<UnfitConfiguration>();
+    EXPECT_THROW(std::make_unique<typename TypeParam::Provider>(store, "http://first"), boost::bad_get);
+    store->subscriber->onNext(ConfigValue(std::string("http://nobody")));
+    EXPECT_EQ(store->subscription->cancels, 1);
 }
 
 TEST(CallbackSubscriber, EndsOnceAndSaysHow)
