@@ -17,12 +17,12 @@ using Poco::XML::SAXParser;
 using Poco::XML::XMLReader;
 
 /// The document, or null when it passed a limit.
-ReplyDocument build(const std::string& text)
+ReplyDocument build(const std::string& text, const ReplyLimits& limits)
 {
     SAXParser parser; // with the features of Poco's DOMParser
     parser.setFeature(XMLReader::FEATURE_NAMESPACES, true);
     parser.setFeature(XMLReader::FEATURE_NAMESPACE_PREFIXES, true);
-    detail::ReplyFilter filter(&parser);
+    detail::ReplyFilter filter(&parser, limits);
     Poco::XML::DOMBuilder builder(filter);
     ReplyDocument document(builder.parseMemoryNP(text.data(), text.size()));
     return filter.limitPassed() ? ReplyDocument() : document;
@@ -52,10 +52,10 @@ const Element* nextNamed(const Node* node, const Node& root, const std::string& 
 
 } // namespace
 
-ReplyDocument parseXml(const std::string& text)
+ReplyDocument parseXml(const std::string& text, const ReplyLimits& limits)
 {
     try {
-        if (auto document = build(text)) return document;
+        if (auto document = build(text, limits)) return document;
     } catch (...) {
     }
     throw std::runtime_error(ErrorText::notXmlPrefix + text);

@@ -6,6 +6,7 @@
 #include <Poco/DOM/Document.h>
 #include <Poco/DOM/Element.h>
 
+#include <cstddef>
 #include <optional>
 #include <string>
 #include <vector>
@@ -15,12 +16,18 @@ namespace connector::tarn {
 
 using ReplyDocument = Poco::AutoPtr<Poco::XML::Document>;
 
+/// How large a reply may be before it counts as not well-formed: reading it could take the process down.
+struct ReplyLimits {
+    std::size_t depth = 256;        ///< nesting of elements; the DOM's readers and destructors recurse
+    std::size_t names = 500;        ///< distinct names; the DOM's name pool holds 509
+    std::size_t nodes = 10'000'000; ///< elements, attributes, texts, comments, ...; about 100 bytes each
+};
+
 /// The document in `text`, as Poco's DOM parser reads it with its default settings.
-///
-/// A document nested deeper than 256 levels, with more than 500 distinct names or more than 10 million nodes
-/// counts as not well-formed: reading it could take the process down.
-/// @throws std::runtime_error "TARN error: " followed by the whole text when it is not well-formed XML
-TARN_API ReplyDocument parseXml(const std::string& text);
+/// @throws std::runtime_error "TARN error: " followed by the whole text when it is not well-formed XML or
+/// passes a
+///   limit
+TARN_API ReplyDocument parseXml(const std::string& text, const ReplyLimits& limits = {});
 
 /// The text below the single descendant of `node` named `tag`, at any depth; nothing when there is none or
 /// more than one. The search stops at the second.

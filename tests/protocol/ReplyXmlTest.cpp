@@ -80,6 +80,18 @@ TEST(ReplyXml, BoundsDepthNamesAndExpansion)
     EXPECT_FALSE(parses(bomb + "]><r>&a29;</r>"));
 }
 
+TEST(ReplyXml, BoundsTheNumberOfNodesOfEveryKind)
+{
+    const ReplyLimits ten{.nodes = 10};
+    for (const char* node : {"<a/>", "<a b='c'/>", "<!-- c -->", "<?p i?>", "text<a/>", "<![CDATA[x]]>"}) {
+        std::string text = "<r>" + std::string(node) + "</r>";
+        EXPECT_NO_THROW(parseXml(text, ten)) << text;
+        for (int i = 0; i < 10; ++i)
+            text.insert(3, node);
+        EXPECT_THROW(parseXml(text, ten), std::runtime_error) << text;
+    }
+}
+
 TEST(ReplyXml, ReadsNoFileThatAReplyNames)
 {
     EXPECT_FALSE(parses("<!DOCTYPE r [<!ENTITY e SYSTEM 'file:///etc/hostname'>]><r>&e;</r>"));

@@ -8,7 +8,10 @@ using Poco::XML::XMLFilterImpl;
 using Poco::XML::XMLReader;
 using Poco::XML::XMLString;
 
-ReplyFilter::ReplyFilter(XMLReader* parent) : XMLFilterImpl(parent) {}
+ReplyFilter::ReplyFilter(XMLReader* parent, const ReplyLimits& replyLimits)
+    : XMLFilterImpl(parent), limits(replyLimits)
+{
+}
 
 void ReplyFilter::setProperty(const XMLString& propertyId, void* value)
 {
@@ -30,20 +33,20 @@ void ReplyFilter::setupParse()
 bool ReplyFilter::admit(std::size_t count)
 {
     nodes += count;
-    if (nodes > maxNodes) passed = true;
+    if (nodes > limits.nodes) passed = true;
     return !passed;
 }
 
 void ReplyFilter::countName(const XMLString& uri, const XMLString& qname)
 {
-    if (names.size() <= maxNames) names.insert(qname + '\n' + uri);
-    if (names.size() > maxNames) passed = true;
+    if (names.size() <= limits.names) names.insert(qname + '\n' + uri);
+    if (names.size() > limits.names) passed = true;
 }
 
 void ReplyFilter::startElement(const XMLString& uri, const XMLString& localName, const XMLString& qname,
                                const Attributes& attributes)
 {
-    if (++depth > maxDepth) passed = true;
+    if (++depth > limits.depth) passed = true;
     countName(uri, qname);
     for (int i = 0; i < attributes.getLength(); ++i)
         countName(attributes.getURI(i), attributes.getQName(i));

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "tarn/protocol/ReplyXml.h"
+
 #include <Poco/SAX/Attributes.h>
 #include <Poco/SAX/LexicalHandler.h>
 #include <Poco/SAX/XMLFilterImpl.h>
@@ -18,11 +20,7 @@ namespace connector::tarn::detail {
 /// unchanged.
 class ReplyFilter : public Poco::XML::XMLFilterImpl, private Poco::XML::LexicalHandler {
 public:
-    static constexpr std::size_t maxDepth = 256;
-    static constexpr std::size_t maxNames = 500; ///< the DOM's name pool holds 509
-    static constexpr std::size_t maxNodes = 10'000'000;
-
-    explicit ReplyFilter(Poco::XML::XMLReader* parent);
+    ReplyFilter(Poco::XML::XMLReader* parent, const ReplyLimits& limits);
 
     /// Whether the document passed a limit; what has been built of it is then incomplete.
     bool limitPassed() const { return passed; }
@@ -60,6 +58,7 @@ private:
     bool admit(std::size_t count = 1);
     void countName(const Poco::XML::XMLString& uri, const Poco::XML::XMLString& qname);
 
+    ReplyLimits limits;
     Poco::XML::LexicalHandler* lexicalHandler = nullptr; ///< the DOM builder's
     std::unordered_set<std::string> names;
     std::size_t depth = 0;
