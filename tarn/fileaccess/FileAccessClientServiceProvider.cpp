@@ -1,6 +1,6 @@
 #include "tarn/fileaccess/FileAccessClientServiceProvider.h"
 
-#include "tarn/fileaccess/FileReplies.h"
+#include "tarn/fileaccess/detail/FileReplies.h"
 #include "tarn/foundation/OneShotPublisher.h"
 #include "tarn/protocol/ErrorText.h"
 #include "tarn/protocol/ServiceRequest.h"

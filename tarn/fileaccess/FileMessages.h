@@ -19,7 +19,9 @@
 /// Every operation fails with "File not found." (404), with the service's own sentence, with "Unknown error."
 /// when the service gives none, with "TARN error: " and the body when a reply is not XML, with
 /// std::invalid_argument or std::out_of_range when a number in a reply is none, or with the transport's
-/// failure.
+/// failure. Malformed UTF-16 (std::invalid_argument "The text is not well-formed UTF-16.") and an endpoint
+/// that is no URL (Poco::SyntaxException) are thrown by the provider's `handle`; a host delivers them through
+/// the future.
 namespace connector::tarn {
 
 /// Stores a new file. Sent with the caller's content, which is moved out of the request, never copied.

@@ -1,4 +1,4 @@
-#include "tarn/fileaccess/FileReplies.h"
+#include "tarn/fileaccess/detail/FileReplies.h"
 
 #include "tarn/fileaccess/FileRecordReaders.h"
 #include "tarn/protocol/WireText.h"
