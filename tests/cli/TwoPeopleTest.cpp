@@ -1,0 +1,105 @@
+// A day of two people on one service, as they would type it: each step's exit code and output, in both forms.
+#include "tests/cli/Shell.h"
+
+#include <gmock/gmock.h>
+#include <nlohmann/json.hpp>
+
+namespace tarncli::test {
+namespace {
+
+using nlohmann::json;
+using tarnd::test::TarndProcess;
+
+struct Step {
+    const char* who;
+    const char* types;
+    int exitCode;
+    const char* output; ///< of standard output, exactly; null: does not matter
+};
+
+TEST(TwoPeople, ShareReadTakeBackLinkAndGoBackInTime)
+{
+    TarndProcess service;
+    service.start();
+    std::map<std::string, Shell> shells;
+    for (const char* name : {"alice", "bob"})
+        shells[name].logIn(service, name);
+    const std::vector<Step> day = {
+        {"alice", "mkdir plans && echo one > plans/a && echo two > 'plans/b c' && tarn put -r plans /", 0,
+         ""},
+        {"bob", "tarn cat alice:/plans/a", 3, ""},
+        {"bob", "tarn shared", 0, ""},
+        {"alice", "tarn grant /plans bob > grant.id", 0, ""},
+        {"bob", "tarn shared | awk '{print $1, $NF}'", 0, "USER PATH\nalice alice:/plans/\n"},
+        {"bob", "tarn ls alice:/plans", 0, "a\nb c\n"},
+        {"bob", "tarn get -r alice:/plans got && cat got/a 'got/b c'", 0, "one\ntwo\n"},
+        {"bob", "echo mine > a; tarn put -f a alice:/plans/a", 5, ""},
+        {"bob", "tarn rm -r alice:/plans", 5, ""},
+        {"bob", "tarn mv alice:/plans/a alice:/plans/x", 5, ""},
+        {"bob", "tarn grant alice:/plans carol", 5, ""},
+        {"alice", "tarn revoke $(cat grant.id)", 0, ""},
+        {"bob", "tarn cat alice:/plans/a", 3, ""},
+        {"bob", "tarn ls alice:/plans", 3, ""},
+        {"bob", "tarn shared", 0, ""},
+        {"alice", "curl -fsS \"$(tarn link /plans/a)\"", 0, "one\n"},
+        {"alice", "test \"$(tarn link /plans/a)\" = \"$(tarn link /plans/a)\"", 0, ""},
+        {"alice", "curl -fsS \"$(tarn link /plans)\" | grep -c 'b c'", 0, nullptr},
+        {"alice", "echo three > plans/a && tarn put plans/a /plans/a", 6, ""},
+        {"alice", "tarn put --new-version plans/a /plans/a && tarn cat /plans/a", 0, "three\n"},
+        {"alice", "tarn versions /plans/a | awk '{print $1}'", 0, "VERSION\n2\n1\n"},
+        {"alice", "tarn cat --version 1 /plans/a", 0, "one\n"},
+        {"alice", "tarn restore /plans/a 7", 3, ""},
+        {"alice", "tarn restore /plans/a 1 && tarn cat /plans/a", 0, "one\n"},
+        {"alice", "tarn restore --as-new /plans/a 2 && tarn cat /plans/a", 0, "three\n"},
+        {"alice", "tarn rm -r /plans && curl -s -o /dev/null -w '%{http_code}' \"$(tarn link /plans)\"", 3,
+         ""},
+    };
+    for (const auto& step : day) {
+        const auto result = shells[step.who].run(step.types);
+        EXPECT_EQ(result.exitCode, step.exitCode) << step.who << ": " << step.types << '\n' << result.err;
+        if (step.output) {
+            EXPECT_EQ(result.out, step.output) << step.who << ": " << step.types;
+        }
+    }
+}
+
+TEST(TwoPeople, ReadTheSameAsJson)
+{
+    TarndProcess service;
+    service.start();
+    Shell alice;
+    Shell bob;
+    alice.logIn(service, "alice");
+    bob.logIn(service, "bob");
+    alice.run("echo one > a && tarn mkdir /d && tarn put a /d/a && tarn put --new-version a /d/a");
+    auto asJson = [](const Shell& shell, const std::string& command) {
+        const auto result = shell.run("tarn --json " + command);
+        EXPECT_EQ(result.exitCode, 0) << command << ": " << result.err;
+        return json::parse(result.out);
+    };
+    const auto grant = asJson(alice, "grant /d/a bob");
+    const auto grants = asJson(alice, "grants")["grants"];
+    ASSERT_EQ(grants.size(), 1u);
+    EXPECT_EQ(grants[0]["id"], grant["id"]);
+    EXPECT_EQ(grants[0]["user"], "bob");
+    EXPECT_EQ(grants[0]["operation"], "READ_ONLY");
+    EXPECT_EQ(grants[0]["path"], "/d/a");
+    const auto shared = asJson(bob, "shared")["shared"];
+    ASSERT_EQ(shared.size(), 1u);
+    EXPECT_EQ(shared[0]["user"], "alice");
+    EXPECT_EQ(shared[0]["folders"], json::array());
+    EXPECT_EQ(shared[0]["files"].size(), 1u);
+    const auto versions = asJson(alice, "versions /d/a");
+    EXPECT_EQ(versions["name"], "a");
+    ASSERT_EQ(versions["versions"].size(), 2u);
+    EXPECT_EQ(versions["versions"][0]["label"], 2) << "newest first";
+    const auto restored = asJson(alice, "restore /d/a 1");
+    EXPECT_EQ(restored["label"], 1);
+    EXPECT_EQ(restored["id"], versions["versions"][1]["id"]);
+    const auto refused = bob.run("tarn --json rm alice:/d/a");
+    EXPECT_EQ(refused.exitCode, 5);
+    EXPECT_EQ(json::parse(refused.err)["code"], 5);
+}
+
+} // namespace
+} // namespace tarncli::test
