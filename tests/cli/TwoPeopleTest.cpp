@@ -51,8 +51,8 @@ TEST(TwoPeople, ShareReadTakeBackLinkAndGoBackInTime)
         {"alice", "tarn restore /plans/a 7", 3, ""},
         {"alice", "tarn restore /plans/a 1 && tarn cat /plans/a", 0, "one\n"},
         {"alice", "tarn restore --as-new /plans/a 2 && tarn cat /plans/a", 0, "three\n"},
-        {"alice", "tarn rm -r /plans && curl -s -o /dev/null -w '%{http_code}' \"$(tarn link /plans)\"", 3,
-         ""},
+        {"alice", "tarn link /plans/a > link && curl -fsS \"$(cat link)\"", 0, "three\n"},
+        {"alice", "tarn rm -r /plans && curl -s -o page -w '%{http_code}' \"$(cat link)\"", 0, "404"},
     };
     for (const auto& step : day) {
         const auto result = shells[step.who].run(step.types);
