@@ -149,8 +149,7 @@ void RandomUser::handle()
     own.tree.put(path, "CREATE_OR_UPDATE", newVersion, "");
     const auto listed = parseXml(http().versions({"", path}).body);
     auto& version = own.tree.file(path).shown();
-    version.id = listed.all("VersionId").front()->text;
-    if (newVersion || created) return;
+    if (version.id.empty()) version.id = listed.all("VersionId").front()->text; // an added one is the newest
     judgeVersions(http().versions({"", path}), own, path);
 }
 
