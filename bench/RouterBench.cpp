@@ -1,8 +1,8 @@
 // Messages per second through the router, beside calling the provider at once.
 #include "Yardstick.h"
 
-#include "host/DeliveryThreads.h"
-#include "host/Router.h"
+#include "tarnhost/DeliveryThreads.h"
+#include "tarnhost/Router.h"
 
 #include <vector>
 

@@ -2,8 +2,8 @@
 #include "Yardstick.h"
 #include "support/ScriptedHttpServer.h"
 
-#include "host/DeliveryThreads.h"
-#include "host/HttpClient.h"
+#include "tarnhost/DeliveryThreads.h"
+#include "tarnhost/HttpClient.h"
 #include "tarn/foundation/ContentReduction.h"
 #include "tarn/foundation/OneShotPublisher.h"
 #include "tarn/foundation/platform/HttpClientResponse.h"

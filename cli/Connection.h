@@ -3,7 +3,7 @@
 #include "cli/Credentials.h"
 #include "cli/ErrorMapping.h"
 #include "cli/Profile.h"
-#include "host/TarnHost.h"
+#include "tarnhost/TarnHost.h"
 
 #include <memory>
 #include <string>

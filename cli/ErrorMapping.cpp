@@ -1,6 +1,6 @@
 #include "cli/ErrorMapping.h"
 
-#include "host/TransportError.h"
+#include "tarnhost/TransportError.h"
 #include "tarn/protocol/ErrorText.h"
 
 #include <Poco/Exception.h>

@@ -4,7 +4,7 @@
 #include "cli/ProgressBar.h"
 #include "cli/Quantities.h"
 #include "cli/Table.h"
-#include "host/TransportError.h"
+#include "tarnhost/TransportError.h"
 
 #include <gmock/gmock.h>
 

@@ -1,6 +1,6 @@
-#include "host/detail/HttpTransfer.h"
+#include "tarnhost/detail/HttpTransfer.h"
 
-#include "host/detail/RequestCheck.h"
+#include "tarnhost/detail/RequestCheck.h"
 #include "tarn/foundation/OneShotPublisher.h"
 #include "tarn/foundation/platform/HttpClientResponse.h"
 

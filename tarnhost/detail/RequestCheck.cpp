@@ -1,6 +1,6 @@
-#include "host/detail/RequestCheck.h"
+#include "tarnhost/detail/RequestCheck.h"
 
-#include "host/TransportError.h"
+#include "tarnhost/TransportError.h"
 
 #include <algorithm>
 #include <cctype>

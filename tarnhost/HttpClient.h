@@ -1,6 +1,6 @@
 #pragma once
 
-#include "host/HttpOptions.h"
+#include "tarnhost/HttpOptions.h"
 #include "tarn/foundation/platform/ServiceProvider.h"
 
 #include <cstdint>

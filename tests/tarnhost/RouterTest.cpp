@@ -1,8 +1,8 @@
 // Every message ends in a resolved future, whatever the provider does and whenever the router closes.
 #include "Bounded.h"
 
-#include "host/DeliveryThreads.h"
-#include "host/Router.h"
+#include "tarnhost/DeliveryThreads.h"
+#include "tarnhost/Router.h"
 #include "tarn/foundation/Promise.h"
 #include "tarn/foundation/ServiceProviderAPI.h"
 

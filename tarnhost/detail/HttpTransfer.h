@@ -1,8 +1,8 @@
 #pragma once
 
-#include "host/HttpOptions.h"
-#include "host/TransportError.h"
-#include "host/detail/UrlParts.h"
+#include "tarnhost/HttpOptions.h"
+#include "tarnhost/TransportError.h"
+#include "tarnhost/detail/UrlParts.h"
 #include "tarn/foundation/Promise.h"
 #include "tarn/foundation/platform/HttpClientRequest.h"
 

@@ -1,4 +1,4 @@
-#include "host/TransportError.h"
+#include "tarnhost/TransportError.h"
 
 #include <utility>
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "host/detail/HttpTransfer.h"
+#include "tarnhost/detail/HttpTransfer.h"
 
 #include <curl/curl.h>
 

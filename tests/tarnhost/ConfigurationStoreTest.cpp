@@ -2,7 +2,7 @@
 // into a provider that is gone.
 #include "Bounded.h"
 
-#include "host/ConfigurationStore.h"
+#include "tarnhost/ConfigurationStore.h"
 #include "tarn/foundation/CallbackSubscriber.h"
 #include "tarn/foundation/Promise.h"
 

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "host/HttpClient.h"
-#include "host/HttpOptions.h"
-#include "host/TransportError.h"
+#include "tarnhost/HttpClient.h"
+#include "tarnhost/HttpOptions.h"
+#include "tarnhost/TransportError.h"
 #include "tarn/accesscontrol/AccessControl.h"
 #include "tarn/fileaccess/FileAccess.h"
 #include "tarn/foundation/platform/Connector.h"

@@ -1,4 +1,4 @@
-#include "host/DeliveryThreads.h"
+#include "tarnhost/DeliveryThreads.h"
 
 #include <boost/asio/post.hpp>
 #include <boost/asio/thread_pool.hpp>

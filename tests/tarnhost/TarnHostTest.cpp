@@ -2,8 +2,8 @@
 #include "Bounded.h"
 #include "support/ScriptedHttpServer.h"
 
-#include "host/ConfigurationStore.h"
-#include "host/TarnHost.h"
+#include "tarnhost/ConfigurationStore.h"
+#include "tarnhost/TarnHost.h"
 #include "tarn/foundation/EndpointTracking.h"
 #include "tarn/foundation/Promise.h"
 #include "tarn/session/SessionMessages.h"

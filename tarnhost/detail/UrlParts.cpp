@@ -1,4 +1,4 @@
-#include "host/detail/UrlParts.h"
+#include "tarnhost/detail/UrlParts.h"
 
 #include <curl/curl.h>
 

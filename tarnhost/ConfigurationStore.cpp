@@ -1,4 +1,4 @@
-#include "host/ConfigurationStore.h"
+#include "tarnhost/ConfigurationStore.h"
 
 #include <algorithm>
 #include <condition_variable>

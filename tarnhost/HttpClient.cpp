@@ -1,8 +1,8 @@
-#include "host/HttpClient.h"
+#include "tarnhost/HttpClient.h"
 
-#include "host/DeliveryThreads.h"
-#include "host/HostErrors.h"
-#include "host/detail/TransferLoop.h"
+#include "tarnhost/DeliveryThreads.h"
+#include "tarnhost/HostErrors.h"
+#include "tarnhost/detail/TransferLoop.h"
 #include "tarn/foundation/ContentReduction.h"
 #include "tarn/foundation/ReducingSubscriber.h"
 

@@ -2,7 +2,7 @@
 #include "Bounded.h"
 #include "support/TarndProcess.h"
 
-#include "host/TarnHost.h"
+#include "tarnhost/TarnHost.h"
 #include "tarn/session/SessionMessages.h"
 
 #include <openssl/pem.h>

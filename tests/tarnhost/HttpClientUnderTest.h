@@ -1,8 +1,8 @@
 #pragma once
 
-#include "host/DeliveryThreads.h"
-#include "host/HttpClient.h"
-#include "host/TransportError.h"
+#include "tarnhost/DeliveryThreads.h"
+#include "tarnhost/HttpClient.h"
+#include "tarnhost/TransportError.h"
 #include "tarn/foundation/platform/HttpClientResponse.h"
 
 #include <memory>

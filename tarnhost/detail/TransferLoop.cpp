@@ -1,7 +1,7 @@
-#include "host/detail/TransferLoop.h"
+#include "tarnhost/detail/TransferLoop.h"
 
-#include "host/DeliveryThreads.h"
-#include "host/HostErrors.h"
+#include "tarnhost/DeliveryThreads.h"
+#include "tarnhost/HostErrors.h"
 
 #include <pthread.h>
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "host/detail/UrlParts.h"
+#include "tarnhost/detail/UrlParts.h"
 #include "tarn/foundation/platform/HttpClientRequest.h"
 
 #include <string>

@@ -1,7 +1,7 @@
-#include "host/Router.h"
+#include "tarnhost/Router.h"
 
-#include "host/DeliveryThreads.h"
-#include "host/HostErrors.h"
+#include "tarnhost/DeliveryThreads.h"
+#include "tarnhost/HostErrors.h"
 #include "tarn/foundation/Promise.h"
 
 #include <mutex>
