@@ -2,11 +2,11 @@
 #include "Yardstick.h"
 #include "support/ScriptedHttpServer.h"
 
-#include "tarnhost/DeliveryThreads.h"
-#include "tarnhost/HttpClient.h"
 #include "tarn/foundation/ContentReduction.h"
 #include "tarn/foundation/OneShotPublisher.h"
 #include "tarn/foundation/platform/HttpClientResponse.h"
+#include "tarnhost/DeliveryThreads.h"
+#include "tarnhost/HttpClient.h"
 
 #include <curl/curl.h>
 

@@ -1,7 +1,7 @@
 #include "cli/ErrorMapping.h"
 
-#include "tarnhost/TransportError.h"
 #include "tarn/protocol/ErrorText.h"
+#include "tarnhost/TransportError.h"
 
 #include <Poco/Exception.h>
 

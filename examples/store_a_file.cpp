@@ -1,10 +1,10 @@
 // Logs in, stores a file and reads it back:
 //
 //     TARN_ENDPOINT=http://127.0.0.1:7070 TARN_TOKEN=... store_a_file alice /hello.txt
-#include "tarnhost/TarnHost.h"
 #include "tarn/fileaccess/FileMessages.h"
 #include "tarn/foundation/platform/TextConversion.h"
 #include "tarn/session/SessionMessages.h"
+#include "tarnhost/TarnHost.h"
 
 #include <cstdlib>
 #include <iostream>

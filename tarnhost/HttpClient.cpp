@@ -1,10 +1,10 @@
 #include "tarnhost/HttpClient.h"
 
+#include "tarn/foundation/ContentReduction.h"
+#include "tarn/foundation/ReducingSubscriber.h"
 #include "tarnhost/DeliveryThreads.h"
 #include "tarnhost/HostErrors.h"
 #include "tarnhost/detail/TransferLoop.h"
-#include "tarn/foundation/ContentReduction.h"
-#include "tarn/foundation/ReducingSubscriber.h"
 
 #include <mutex>
 #include <set>

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "tarnhost/HttpOptions.h"
 #include "tarn/foundation/platform/ServiceProvider.h"
+#include "tarnhost/HttpOptions.h"
 
 #include <cstdint>
 #include <memory>

@@ -1,8 +1,8 @@
 #include "tarnhost/Router.h"
 
+#include "tarn/foundation/Promise.h"
 #include "tarnhost/DeliveryThreads.h"
 #include "tarnhost/HostErrors.h"
-#include "tarn/foundation/Promise.h"
 
 #include <mutex>
 #include <stdexcept>

@@ -1,10 +1,5 @@
 #include "tarnhost/TarnHost.h"
 
-#include "tarnhost/ConfigurationStore.h"
-#include "tarnhost/DeliveryThreads.h"
-#include "tarnhost/HostErrors.h"
-#include "tarnhost/Router.h"
-#include "tarnhost/detail/UrlParts.h"
 #include "tarn/accesscontrol/AccessControlClient.h"
 #include "tarn/accesscontrol/AccessControlClientServiceProvider.h"
 #include "tarn/fileaccess/FileAccessClient.h"
@@ -14,6 +9,11 @@
 #include "tarn/session/TarnSessionClientServiceProvider.h"
 #include "tarn/versioning/VersioningClient.h"
 #include "tarn/versioning/VersioningClientServiceProvider.h"
+#include "tarnhost/ConfigurationStore.h"
+#include "tarnhost/DeliveryThreads.h"
+#include "tarnhost/HostErrors.h"
+#include "tarnhost/Router.h"
+#include "tarnhost/detail/UrlParts.h"
 
 #include <stdexcept>
 #include <thread>

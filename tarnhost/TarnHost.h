@@ -1,14 +1,14 @@
 #pragma once
 
-#include "tarnhost/HttpClient.h"
-#include "tarnhost/HttpOptions.h"
-#include "tarnhost/TransportError.h"
 #include "tarn/accesscontrol/AccessControl.h"
 #include "tarn/fileaccess/FileAccess.h"
 #include "tarn/foundation/platform/Connector.h"
 #include "tarn/foundation/platform/ServiceProvider.h"
 #include "tarn/session/TarnSession.h"
 #include "tarn/versioning/Versioning.h"
+#include "tarnhost/HttpClient.h"
+#include "tarnhost/HttpOptions.h"
+#include "tarnhost/TransportError.h"
 
 #include <memory>
 #include <string>

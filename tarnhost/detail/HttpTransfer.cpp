@@ -1,8 +1,8 @@
 #include "tarnhost/detail/HttpTransfer.h"
 
-#include "tarnhost/detail/RequestCheck.h"
 #include "tarn/foundation/OneShotPublisher.h"
 #include "tarn/foundation/platform/HttpClientResponse.h"
+#include "tarnhost/detail/RequestCheck.h"
 
 #include <algorithm>
 #include <cstdlib>

@@ -1,10 +1,10 @@
 #pragma once
 
+#include "tarn/foundation/Promise.h"
+#include "tarn/foundation/platform/HttpClientRequest.h"
 #include "tarnhost/HttpOptions.h"
 #include "tarnhost/TransportError.h"
 #include "tarnhost/detail/UrlParts.h"
-#include "tarn/foundation/Promise.h"
-#include "tarn/foundation/platform/HttpClientRequest.h"
 
 #include <curl/curl.h>
 

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "tarnhost/detail/UrlParts.h"
 #include "tarn/foundation/platform/HttpClientRequest.h"
+#include "tarnhost/detail/UrlParts.h"
 
 #include <string>
 #include <vector>

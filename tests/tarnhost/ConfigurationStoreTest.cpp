@@ -2,9 +2,9 @@
 // into a provider that is gone.
 #include "Bounded.h"
 
-#include "tarnhost/ConfigurationStore.h"
 #include "tarn/foundation/CallbackSubscriber.h"
 #include "tarn/foundation/Promise.h"
+#include "tarnhost/ConfigurationStore.h"
 
 #include <gmock/gmock.h>
 

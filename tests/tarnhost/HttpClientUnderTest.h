@@ -1,9 +1,9 @@
 #pragma once
 
+#include "tarn/foundation/platform/HttpClientResponse.h"
 #include "tarnhost/DeliveryThreads.h"
 #include "tarnhost/HttpClient.h"
 #include "tarnhost/TransportError.h"
-#include "tarn/foundation/platform/HttpClientResponse.h"
 
 #include <memory>
 #include <optional>

@@ -1,10 +1,10 @@
 // Every message ends in a resolved future, whatever the provider does and whenever the router closes.
 #include "Bounded.h"
 
-#include "tarnhost/DeliveryThreads.h"
-#include "tarnhost/Router.h"
 #include "tarn/foundation/Promise.h"
 #include "tarn/foundation/ServiceProviderAPI.h"
+#include "tarnhost/DeliveryThreads.h"
+#include "tarnhost/Router.h"
 
 #include <gtest/gtest.h>
 

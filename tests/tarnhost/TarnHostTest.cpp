@@ -2,11 +2,11 @@
 #include "Bounded.h"
 #include "support/ScriptedHttpServer.h"
 
-#include "tarnhost/ConfigurationStore.h"
-#include "tarnhost/TarnHost.h"
 #include "tarn/foundation/EndpointTracking.h"
 #include "tarn/foundation/Promise.h"
 #include "tarn/session/SessionMessages.h"
+#include "tarnhost/ConfigurationStore.h"
+#include "tarnhost/TarnHost.h"
 
 #include <gmock/gmock.h>
 

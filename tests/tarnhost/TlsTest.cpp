@@ -2,8 +2,8 @@
 #include "Bounded.h"
 #include "support/TarndProcess.h"
 
-#include "tarnhost/TarnHost.h"
 #include "tarn/session/SessionMessages.h"
+#include "tarnhost/TarnHost.h"
 
 #include <openssl/pem.h>
 #include <openssl/x509v3.h>

@@ -1,0 +1,108 @@
+#include "tarnd/Serve.h"
+
+#include "tarnd/ListenSocket.h"
+#include "tarnd/http/HttpServer.h"
+
+#include <algorithm>
+#include <csignal>
+#include <cstdio>
+#include <fstream>
+#include <stdexcept>
+#include <sys/resource.h>
+#include <thread>
+
+namespace tarnd {
+
+namespace {
+
+constexpr std::chrono::seconds drainLimit{5};
+
+sigset_t blockTerminationSignals()
+{
+    sigset_t signals;
+    sigemptyset(&signals);
+    sigaddset(&signals, SIGTERM);
+    sigaddset(&signals, SIGINT);
+    pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+    std::signal(SIGPIPE, SIG_IGN);
+    return signals;
+}
+
+/// The usual soft limit of 1024 open files is less than connections, contents and database take together.
+void raiseFileLimit()
+{
+    rlimit limit{};
+    if (getrlimit(RLIMIT_NOFILE, &limit) != 0) return;
+    limit.rlim_cur = limit.rlim_max;
+    setrlimit(RLIMIT_NOFILE, &limit);
+}
+
+std::string readPem(const std::string& file)
+{
+    if (file.empty()) return {};
+    std::ifstream in(file, std::ios::binary);
+    std::string pem{std::istreambuf_iterator<char>(in), {}};
+    if (pem.empty())
+        throw std::runtime_error("Could not read " + file + ": give a PEM file that this user may read.");
+    return pem;
+}
+
+void refuseOpenListening(const ServeOptions& options, const ListenSocket& socket)
+{
+    if (socket.isLoopback() || options.insecure || !options.tlsCertificateFile.empty()) return;
+    throw std::runtime_error("Other machines could reach " + socket.name() +
+                             " and tokens would travel unencrypted. Give --tls-cert and --tls-key, listen on "
+                             "127.0.0.1, or insist with --insecure.");
+}
+
+std::string withoutTrailingSlash(std::string url)
+{
+    url.erase(url.find_last_not_of('/') + 1);
+    return url;
+}
+
+ServerOptions serverOptionsOf(const ServeOptions& options, const ListenSocket& socket)
+{
+    ServerOptions server;
+    server.ipv6 = socket.isIpv6();
+    server.threads =
+        options.threads != 0 ? options.threads : std::max(4U, std::thread::hardware_concurrency());
+    server.idleTimeout = options.idleTimeout;
+    server.tlsCertificate = readPem(options.tlsCertificateFile);
+    server.tlsKey = readPem(options.tlsKeyFile);
+    return server;
+}
+
+void tellRecovery(const RecoveryReport& report)
+{
+    if (report.abandonedUploads + report.orphanedContents > 0)
+        std::fprintf(stderr, "tarnd: removed %zu unfinished uploads and %zu contents that no file has\n",
+                     report.abandonedUploads, report.orphanedContents);
+}
+
+} // namespace
+
+void serve(const ServeOptions& options)
+{
+    const auto signals = blockTerminationSignals();
+    raiseFileLimit();
+    ListenSocket socket(options.listen);
+    refuseOpenListening(options, socket);
+    const auto url = (options.tlsCertificateFile.empty() ? "http://" : "https://") + socket.name();
+    const auto publicUrl = options.publicUrl.empty() ? url : withoutTrailingSlash(options.publicUrl);
+    auto serverOptions = serverOptionsOf(options, socket);
+
+    Store store(options.store, Purpose::serve);
+    if (options.verbose) tellRecovery(store.recovery());
+    Site site{store, publicUrl, options.maxFileSize, RequestLog(options.verbose)};
+    serverOptions.listenSocket = socket.release();
+    HttpServer server(serverOptions, site);
+    std::printf("{\"url\":\"%s\"}\n", url.c_str());
+    std::fflush(stdout);
+
+    int signal = 0;
+    sigwait(&signals, &signal);
+    server.drain(drainLimit);
+}
+
+} // namespace tarnd

@@ -1,0 +1,33 @@
+#pragma once
+
+#include "tarnd/store/Store.h"
+
+#include <chrono>
+#include <cstdint>
+#include <limits>
+#include <string>
+
+namespace tarnd {
+
+/// What `tarnd serve` was told.
+struct ServeOptions {
+    StoreOptions store;
+    std::string listen = "127.0.0.1:7070"; ///< HOST:PORT; port 0 takes a free one
+    std::string tlsCertificateFile;        ///< PEM; with the key: serve HTTPS
+    std::string tlsKeyFile;
+    std::string publicUrl; ///< what public links begin with; empty: the address listened on
+    bool insecure = false; ///< allow plain HTTP beyond this machine
+    bool verbose = false;  ///< a line per request on standard error
+    unsigned threads = 0;  ///< 0: max(4, cores)
+    std::chrono::seconds idleTimeout{60};
+    std::uint64_t maxFileSize = std::numeric_limits<std::int64_t>::max(); ///< bytes of one upload
+};
+
+/// Serves until SIGTERM or SIGINT, then answers the requests under way and returns.
+///
+/// Once connections are accepted one line goes to standard output: `{"url":"http://127.0.0.1:7070"}`.
+/// Call it before any other thread exists: it blocks those signals for all of them.
+/// @throws std::exception with a sentence for the person at the terminal
+void serve(const ServeOptions& options);
+
+} // namespace tarnd

@@ -1,0 +1,85 @@
+#include "tarnd/http/Handlers.h"
+#include "tarnd/http/ItemRecords.h"
+#include "tarnd/http/RequestErrors.h"
+
+namespace tarnd {
+
+namespace {
+
+CreateMode createModeOf(const Parameters& query)
+{
+    const auto mode = query.required("createMode");
+    if (mode == "CREATE") return CreateMode::create;
+    if (mode == "UPDATE") return CreateMode::update;
+    if (mode == "CREATE_OR_UPDATE") return CreateMode::createOrUpdate;
+    throw request_errors::badParameter("createMode", "CREATE, UPDATE or CREATE_OR_UPDATE");
+}
+
+FileHandles::CloseOperation closeOperationOf(const Parameters& query)
+{
+    const auto operation = query.required("handleOperation");
+    if (operation == "COMMIT_CHANGES") return FileHandles::CloseOperation::commit;
+    if (operation == "ABORT_CHANGES") return FileHandles::CloseOperation::abort;
+    throw request_errors::badParameter("handleOperation", "COMMIT_CHANGES or ABORT_CHANGES");
+}
+
+OpenHandle openWith(Call& call, const Location& location, const std::string& accessMode)
+{
+    const auto& query = call.request.query();
+    auto& handles = call.store.handles();
+    if (accessMode == "readOnly") return handles.openReadOnly(call.caller, location, versionOf(call));
+    if (accessMode == "readWrite")
+        return handles.openReadWrite(call.caller, location, createModeOf(query), query.flag("truncate"));
+    throw request_errors::badParameter("accessMode", "readOnly or readWrite");
+}
+
+} // namespace
+
+void beginFile(Call& call)
+{
+    const auto& query = call.request.query();
+    const PutOptions options{createModeOf(query), query.flag("createNewVersion")};
+    call.upload =
+        call.store.catalog().put(call.caller, itemOf(call), options, call.request.contentLength().value());
+}
+
+Reply putFile(Call& call)
+{
+    XmlWriter xml("Response");
+    writeVersion(xml, call.upload->commit());
+    return xmlReply(std::move(xml));
+}
+
+Reply readFile(Call& call)
+{
+    auto content = call.store.catalog().read(call.caller, itemOf(call), versionOf(call));
+    return fileReply(std::move(content.fd), static_cast<std::uint64_t>(content.size));
+}
+
+Reply deleteFile(Call& call)
+{
+    call.store.catalog().deleteFile(call.caller, itemOf(call));
+    return doneReply();
+}
+
+Reply openHandle(Call& call)
+{
+    const auto& query = call.request.query();
+    const Location location{ItemPath::fromText(query.text("path")), query.text("bucket")};
+    const auto handle = openWith(call, location, query.required("accessMode"));
+    XmlWriter xml("Response");
+    xml.text("FileHandleId", handle.id);
+    xml.number("FileSize", handle.size);
+    xml.boolean("FileCreated", handle.created);
+    return xmlReply(std::move(xml));
+}
+
+Reply closeHandle(Call& call)
+{
+    const auto& query = call.request.query();
+    call.store.handles().close(call.caller, idOf(call), closeOperationOf(query),
+                               query.flag("createNewVersion"));
+    return doneReply();
+}
+
+} // namespace tarnd

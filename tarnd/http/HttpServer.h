@@ -1,0 +1,44 @@
+#pragma once
+
+#include "tarnd/http/Exchange.h"
+
+#include <chrono>
+#include <memory>
+#include <string>
+
+namespace tarnd {
+
+struct ServerOptions {
+    int listenSocket = -1; ///< listening; the server closes it
+    bool ipv6 = false;     ///< the family of that socket
+    unsigned threads = 4;  ///< event threads; one that waits for the storage holds up its other connections
+    unsigned maxConnections = 1000;
+    std::chrono::seconds idleTimeout{60}; ///< a connection on which nothing moves for so long is closed
+    std::string tlsCertificate;           ///< PEM; empty: plain HTTP
+    std::string tlsKey;                   ///< PEM
+};
+
+/// Speaks HTTP/1.1 on a socket and answers every request through an Exchange.
+///
+/// Contents go out by sendfile and come in piece by piece: no file is ever gathered in memory. A request
+/// whose body ends early is dropped before its handler runs.
+class HttpServer {
+public:
+    /// Accepts connections once constructed. `site` outlives the server.
+    /// @throws std::runtime_error when the server cannot start, with the reason
+    HttpServer(const ServerOptions& options, Site& site);
+
+    /// Ends at once; requests under way are dropped.
+    ~HttpServer();
+    HttpServer(const HttpServer&) = delete;
+    HttpServer& operator=(const HttpServer&) = delete;
+
+    /// Takes no more connections and waits until the requests under way are answered, `limit` at most.
+    void drain(std::chrono::milliseconds limit);
+
+private:
+    struct Connections;
+    std::unique_ptr<Connections> connections;
+};
+
+} // namespace tarnd

@@ -1,0 +1,100 @@
+#include "tarnd/http/Request.h"
+
+#include "tarnd/http/RequestErrors.h"
+
+#include <algorithm>
+#include <charconv>
+#include <strings.h>
+
+namespace tarnd {
+
+namespace {
+
+constexpr std::size_t headersLimit = 32 * 1024; // of names and values, target included
+
+bool sameName(std::string_view a, std::string_view b)
+{
+    return a.size() == b.size() && strncasecmp(a.data(), b.data(), a.size()) == 0;
+}
+
+std::vector<std::string_view> valuesOf(const Headers& headers, std::string_view name)
+{
+    std::vector<std::string_view> values;
+    for (const auto& [key, value] : headers)
+        if (sameName(key, name)) values.push_back(value);
+    return values;
+}
+
+std::string_view onlyValue(const Headers& headers, std::string_view name)
+{
+    const auto values = valuesOf(headers, name);
+    if (values.size() > 1) throw request_errors::repeatedHeader(name);
+    return values.empty() ? std::string_view() : values.front();
+}
+
+void checkHeaders(std::string_view target, const Headers& headers)
+{
+    std::size_t size = target.size();
+    for (const auto& [name, value] : headers) {
+        size += name.size() + value.size();
+        // "Content-Length : 3" is a length to some readers and an unknown header to others.
+        if (name.find_first_of(" \t") != std::string::npos) throw request_errors::badHeader();
+    }
+    if (size > headersLimit) throw request_errors::headersTooLarge();
+}
+
+/// Two readings of where a body ends let one request hide inside another, so anything ambiguous is refused.
+std::optional<std::uint64_t> lengthOf(const Headers& headers)
+{
+    const auto encodings = valuesOf(headers, "Transfer-Encoding");
+    if (encodings.size() > 1) throw request_errors::repeatedHeader("Transfer-Encoding");
+    if (!encodings.empty() && !sameName(encodings.front(), "chunked"))
+        throw request_errors::unknownTransferEncoding();
+    if (valuesOf(headers, "Content-Length").empty()) return {};
+    const auto text = onlyValue(headers, "Content-Length");
+    if (!encodings.empty()) throw request_errors::ambiguousLength();
+    std::uint64_t length = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), length);
+    if (error != std::errc() || end != text.data() + text.size()) throw request_errors::badContentLength();
+    return length;
+}
+
+/// Refuses what a client should have escaped; such bytes are a sign of a request line cut in the wrong place.
+std::string_view checkedTarget(std::string_view target)
+{
+    const auto isPlain = [](char c) { return c > 0x20 && c < 0x7f; };
+    if (target.empty() || target.front() != '/' || !std::all_of(target.begin(), target.end(), isPlain))
+        throw request_errors::badTarget();
+    return target;
+}
+
+std::string_view queryOf(std::string_view target)
+{
+    const auto mark = target.find('?');
+    return mark == std::string_view::npos ? std::string_view() : target.substr(mark + 1);
+}
+
+} // namespace
+
+Request::Request(std::string method, std::string_view target, Headers given)
+    : methodName(std::move(method))
+    , rawPath(target.substr(0, target.find('?')))
+    , parameters(queryOf(checkedTarget(target)))
+    , headers(std::move(given))
+{
+    checkHeaders(target, headers);
+    announcedLength = lengthOf(headers);
+}
+
+std::string Request::header(std::string_view name) const
+{
+    return std::string(onlyValue(headers, name));
+}
+
+bool waitsForContinue(const Headers& headers)
+{
+    const auto values = valuesOf(headers, "Expect");
+    return values.size() == 1 && sameName(values.front(), "100-continue");
+}
+
+} // namespace tarnd

@@ -1,0 +1,50 @@
+#pragma once
+
+#include "tarnd/http/Parameters.h"
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+namespace tarnd {
+
+/// Header fields in the order they came.
+using Headers = std::vector<std::pair<std::string, std::string>>;
+
+/// The head of one HTTP request, checked for all that would make its end or its meaning ambiguous.
+class Request {
+public:
+    /// @param target as on the request line: path and query, nothing decoded
+    /// @throws ServiceError badRequest, tooLarge
+    Request(std::string method, std::string_view target, Headers headers);
+
+    /// As on the wire; methods are case-sensitive and in upper case.
+    const std::string& method() const { return methodName; }
+
+    /// Still percent-encoded: it must be split at '/' before any name in it is decoded.
+    const std::string& path() const { return rawPath; }
+
+    const Parameters& query() const { return parameters; }
+
+    /// The value of a header that may be given at most once, empty when it is absent.
+    /// @throws ServiceError badRequest when it is repeated
+    std::string header(std::string_view name) const;
+
+    /// Bytes of the body as announced; nothing for a chunked body and for a request that announces none.
+    std::optional<std::uint64_t> contentLength() const { return announcedLength; }
+
+private:
+    std::string methodName;
+    std::string rawPath;
+    Parameters parameters;
+    Headers headers;
+    std::optional<std::uint64_t> announcedLength;
+};
+
+/// The client holds its body back until it is told to go on ("Expect: 100-continue").
+bool waitsForContinue(const Headers& headers);
+
+} // namespace tarnd

@@ -1,0 +1,68 @@
+#include "tarnd/http/Routes.h"
+
+#include "tarnd/http/Handlers.h"
+#include "tarnd/http/RequestErrors.h"
+
+namespace tarnd {
+
+namespace {
+
+constexpr Route routes[] = {
+    {"GET", "/service/v1/login", Tail::none, Access::token, login},
+    {"GET", "/service/v1/logout", Tail::none, Access::session, logout},
+    {"GET", "/service/v1/ping", Tail::none, Access::session, ping},
+
+    {"PUT", "/service/v1/files", Tail::item, Access::session, putFile, beginFile},
+    {"GET", "/service/v1/files", Tail::item, Access::session, readFile},
+    {"DELETE", "/service/v1/files", Tail::item, Access::session, deleteFile},
+    {"GET", "/service/v1/filesystem", Tail::item, Access::session, readAttributes},
+    {"PUT", "/service/v1/filesystem", Tail::item, Access::session, move},
+    {"PUT", "/service/v1/filehandle", Tail::none, Access::session, openHandle},
+    {"DELETE", "/service/v1/filehandle", Tail::id, Access::session, closeHandle},
+
+    {"PUT", "/service/v1/folders", Tail::item, Access::session, createFolder},
+    {"GET", "/service/v1/folders", Tail::item, Access::session, listFolder},
+    {"DELETE", "/service/v1/folders", Tail::item, Access::session, deleteFolder},
+
+    {"GET", "/service/v1/sharedcontent", Tail::none, Access::session, listSharedContent},
+    {"GET", "/service/v1/public/urls", Tail::item, Access::session, getPublicUrl},
+    {"GET", "/public", Tail::item, Access::anybody, openPublicLink},
+    {"HEAD", "/public", Tail::item, Access::anybody, openPublicLink},
+
+    {"PUT", "/service/v1/permissions", Tail::none, Access::session, grantPermission},
+    {"DELETE", "/service/v1/permissions", Tail::id, Access::session, revokePermission},
+    {"GET", "/service/v1/permissions", Tail::none, Access::session, listPermissions},
+
+    {"GET", "/service/v1/versions/files", Tail::item, Access::session, listVersions},
+    {"PUT", "/service/v1/versions/files", Tail::item, Access::session, restoreVersion},
+};
+
+bool matches(const Route& route, std::string_view path)
+{
+    if (!path.starts_with(route.path)) return false;
+    path.remove_prefix(route.path.size());
+    if (path.empty()) return true;
+    const bool oneSegment = path.front() == '/' && path.find('/', 1) == std::string_view::npos;
+    return route.tail == Tail::item ? path.front() == '/' : route.tail == Tail::id && oneSegment;
+}
+
+} // namespace
+
+const Route& routeOf(const Request& request)
+{
+    bool known = false;
+    for (const auto& route : routes) {
+        if (!matches(route, request.path())) continue;
+        if (route.method == request.method()) return route;
+        known = true;
+    }
+    if (known) throw request_errors::wrongMethod(request.method());
+    throw request_errors::unknownRoute();
+}
+
+std::string_view tailOf(const Route& route, const Request& request)
+{
+    return std::string_view(request.path()).substr(route.path.size());
+}
+
+} // namespace tarnd

@@ -1,0 +1,38 @@
+#pragma once
+
+#include "tarnd/http/Call.h"
+#include "tarnd/http/Reply.h"
+
+namespace tarnd {
+
+enum class Access {
+    session, ///< a live session, else 401
+    token,   ///< the handler checks the authentication token
+    anybody, ///< no login; replies are pages for people
+};
+
+enum class Tail {
+    none, ///< the path ends with the route's own
+    item, ///< the path of an item follows
+    id,   ///< one segment or nothing follows
+};
+
+/// One line of the interface.
+struct Route {
+    std::string_view method;
+    std::string_view path;
+    Tail tail;
+    Access access;
+    Reply (*handle)(Call& call);
+    /// Set where a file content comes in: runs before the first byte, sets `call.upload`, and makes the
+    /// announced length mandatory.
+    void (*begin)(Call& call) = nullptr;
+};
+
+/// The route that takes the request. @throws ServiceError badRequest when there is none
+const Route& routeOf(const Request& request);
+
+/// The part of the path behind the route's own.
+std::string_view tailOf(const Route& route, const Request& request);
+
+} // namespace tarnd

@@ -1,0 +1,27 @@
+#include "tarnd/http/Handlers.h"
+
+namespace tarnd {
+
+Reply login(Call& call)
+{
+    auto& sessions = call.store.sessions();
+    XmlWriter xml("Response");
+    xml.text("TarnSessionId", sessions.login(call.request.header("x-qz-authentication-token")));
+    xml.number("MinutesBeforeRelogin", std::uint64_t{sessions.idleMinutes()});
+    return xmlReply(std::move(xml));
+}
+
+Reply logout(Call& call)
+{
+    call.store.sessions().logout(call.caller);
+    return doneReply();
+}
+
+Reply ping(Call&)
+{
+    XmlWriter xml("Response");
+    xml.text("Value", "pong");
+    return xmlReply(std::move(xml));
+}
+
+} // namespace tarnd

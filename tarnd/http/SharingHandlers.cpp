@@ -1,0 +1,94 @@
+#include "tarnd/http/Handlers.h"
+#include "tarnd/http/ItemRecords.h"
+#include "tarnd/http/RequestErrors.h"
+
+namespace tarnd {
+
+namespace {
+
+/// Permissions name their item in the query, not in the path.
+Location itemInQuery(const Parameters& query)
+{
+    return {ItemPath::fromText(query.text("path")), query.text("bucket")};
+}
+
+std::vector<Permission> permissionsFor(Call& call)
+{
+    const auto& query = call.request.query();
+    auto& permissions = call.store.permissions();
+    return query.text("path").empty() ? permissions.list(call.caller)
+                                      : permissions.list(call.caller, itemInQuery(query));
+}
+
+void writePermission(XmlWriter& xml, const Permission& permission)
+{
+    xml.text("PermissionId", permission.id);
+    xml.element("Subject", [&] { xml.text("SubjectName", permission.subject); });
+    writeResource(xml, permission.path, permission.bucket);
+    xml.text("Operation", permission.operation);
+    xml.text("Status", permission.status);
+}
+
+void writeSharedItems(XmlWriter& xml, std::string_view list, std::string_view record,
+                      const std::vector<SharedItem>& items)
+{
+    xml.element(list, [&] {
+        for (const auto& shared : items)
+            xml.element(record, [&] {
+                writeItem(xml, shared.item);
+                writeResource(xml, shared.path, shared.bucket);
+            });
+    });
+}
+
+} // namespace
+
+Reply grantPermission(Call& call)
+{
+    const auto& query = call.request.query();
+    if (query.required("operation") != "READ_ONLY")
+        throw request_errors::badParameter("operation", "READ_ONLY");
+    XmlWriter xml("Response");
+    xml.text("PermissionId",
+             call.store.permissions().grant(call.caller, itemInQuery(query), query.required("subject"),
+                                            query.flag("allowNonExistingUser")));
+    return xmlReply(std::move(xml));
+}
+
+Reply revokePermission(Call& call)
+{
+    call.store.permissions().revoke(call.caller, idOf(call));
+    return doneReply();
+}
+
+Reply listPermissions(Call& call)
+{
+    const auto permissions = permissionsFor(call);
+    XmlWriter xml("Response");
+    for (const auto& permission : permissions)
+        xml.element("Permission", [&] { writePermission(xml, permission); });
+    return xmlReply(std::move(xml));
+}
+
+Reply listSharedContent(Call& call)
+{
+    const auto shared = call.store.sharedContent().list(call.caller);
+    XmlWriter xml("Response");
+    for (const auto& user : shared)
+        xml.element("SharedContent", [&] {
+            xml.text("SharedByUserId", user.user);
+            writeSharedItems(xml, "SharedFiles", "SharedFile", user.files);
+            writeSharedItems(xml, "SharedFolders", "SharedFolder", user.folders);
+        });
+    return xmlReply(std::move(xml));
+}
+
+Reply getPublicUrl(Call& call)
+{
+    XmlWriter xml("Response");
+    xml.text("PublicAccessUrl",
+             call.publicUrl + "/public/" + call.store.links().get(call.caller, itemOf(call)));
+    return xmlReply(std::move(xml));
+}
+
+} // namespace tarnd

@@ -1,0 +1,95 @@
+#include "tarnd/store/Accounts.h"
+
+#include "tarnd/store/ContentFolder.h"
+#include "tarnd/store/Secrets.h"
+#include "tarnd/store/Tree.h"
+
+namespace tarnd {
+
+namespace {
+
+constexpr std::size_t tokenBytes = 32;
+
+std::int64_t idOf(Transaction& transaction, const std::string& name)
+{
+    const auto id = transaction.value<std::int64_t>("SELECT id FROM users WHERE name = $1", name);
+    if (!id) throw sentences::unknownUser(name);
+    return *id;
+}
+
+} // namespace
+
+/// The command line writes "alice:/docs", so ':' must not be part of a name.
+void requireUserName(const std::string& name)
+{
+    auto why = whyNameIsBad(name);
+    if (why.empty() && name.find(':') != std::string::npos) why = "a name holds a ':'.";
+    if (!why.empty()) throw sentences::badUserName(why);
+}
+
+std::string Accounts::add(const std::string& name)
+{
+    requireUserName(name);
+    const auto token = randomHex(tokenBytes);
+    engine_.database.write([&](Transaction& transaction) {
+        if (transaction.value<std::int64_t>("SELECT id FROM users WHERE name = $1", name))
+            throw sentences::userExists(name);
+        const auto now = engine_.clock();
+        const auto id = transaction.value<std::int64_t>(
+            "INSERT INTO users (name, token, created) VALUES ($1, $2, $3) RETURNING id", name,
+            sha256Hex(token), now);
+        transaction.run(
+            "INSERT INTO nodes (owner, name, kind, created, modified) VALUES ($1, '', $2, $3, $4)",
+            id.value(), ItemKind::folder, now, now);
+    });
+    return token;
+}
+
+std::vector<Account> Accounts::list()
+{
+    return engine_.database.read([](Transaction& transaction) {
+        std::vector<Account> accounts;
+        for (auto& [id, name, created] : transaction.rows<std::int64_t, std::string, std::int64_t>(
+                 "SELECT id, name, created FROM users ORDER BY name"))
+            accounts.push_back({id, name, created});
+        return accounts;
+    });
+}
+
+std::string Accounts::rotate(const std::string& name)
+{
+    const auto token = randomHex(tokenBytes);
+    engine_.database.write([&](Transaction& transaction) {
+        const auto id = idOf(transaction, name);
+        transaction.run("UPDATE users SET token = $1 WHERE id = $2", sha256Hex(token), id);
+        transaction.run("DELETE FROM sessions WHERE account = $1", id);
+    });
+    return token;
+}
+
+void Accounts::remove(const std::string& name, bool force)
+{
+    const auto dropped = engine_.database.write([&](Transaction& transaction) {
+        const auto id = idOf(transaction, name);
+        const auto root = rootOf(transaction, id);
+        if (!force && hasChildren(transaction, root.id)) throw sentences::userOwnsData(name);
+        auto contents = removeTree(transaction, root.id);
+        transaction.run("DELETE FROM grants WHERE subject = $1", name);
+        transaction.run("DELETE FROM users WHERE id = $1", id);
+        return contents;
+    });
+    engine_.contents.drop(dropped);
+}
+
+Account Accounts::authenticate(const std::string& token)
+{
+    const auto digest = sha256Hex(token);
+    return engine_.database.read([&](Transaction& transaction) {
+        const auto found = transaction.row<std::int64_t, std::string, std::int64_t, std::string>(
+            "SELECT id, name, created, token FROM users WHERE token = $1", digest);
+        if (!found || !equalInConstantTime(std::get<3>(*found), digest)) throw sentences::badToken();
+        return Account{std::get<0>(*found), std::get<1>(*found), std::get<2>(*found)};
+    });
+}
+
+} // namespace tarnd

@@ -1,0 +1,146 @@
+#include "tarnd/store/ContentFolder.h"
+
+#include "tarnd/store/FileSystem.h"
+#include "tarnd/store/Secrets.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cerrno>
+
+namespace tarnd {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr std::size_t idBytes = 16;
+
+bool isId(const std::string& name)
+{
+    return name.size() == idBytes * 2 && name.find_first_not_of("0123456789abcdef") == std::string::npos;
+}
+
+std::vector<fs::path> entries(const fs::path& folder)
+{
+    std::error_code error;
+    std::vector<fs::path> found;
+    for (fs::directory_iterator at(folder, error), end; !error && at != end; at.increment(error))
+        found.push_back(at->path());
+    if (error) throw sentences::internal(folder.string() + ": " + error.message());
+    return found;
+}
+
+} // namespace
+
+ContentFolder::ContentFolder(fs::path dataDir, WriteListener listener)
+    : contents_(dataDir / "contents"), uploads_(dataDir / "uploads"), listener_(std::move(listener))
+{
+    bool made = makeFolder(uploads_);
+    made = makeFolder(contents_) || made;
+    static constexpr char digits[] = "0123456789abcdef";
+    bool shardMade = false;
+    for (const char high : std::string_view(digits))
+        for (const char low : std::string_view(digits))
+            shardMade = makeFolder(contents_ / std::string{high, low}) || shardMade;
+    if (shardMade) syncFolder(contents_);
+    if (made) syncFolder(dataDir);
+}
+
+ContentFolder::~ContentFolder()
+{
+    std::error_code ignored;
+    if (ownLock_) fs::remove_all(ownUploads_, ignored);
+}
+
+std::string ContentFolder::newId() const
+{
+    return randomHex(idBytes);
+}
+
+fs::path ContentFolder::contentPath(const std::string& id) const
+{
+    return contents_ / id.substr(0, 2) / id;
+}
+
+/// A starting process may take a folder that is not locked yet for a dead one's and remove it: so look again.
+fs::path ContentFolder::ownUploads()
+{
+    const std::lock_guard lock(ownMutex_);
+    while (!ownLock_) {
+        ownUploads_ = uploads_ / randomHex(idBytes);
+        makeFolder(ownUploads_);
+        UniqueFd file(::open((ownUploads_ / "lock").c_str(), O_CREAT | O_RDWR | O_CLOEXEC, 0600));
+        if (!file && errno == ENOENT) continue;
+        if (!file || ::flock(file.get(), LOCK_EX) != 0) throw systemError(ownUploads_);
+        struct stat held = {}, named = {};
+        ::fstat(file.get(), &held);
+        if (::stat((ownUploads_ / "lock").c_str(), &named) == 0 && named.st_ino == held.st_ino)
+            ownLock_ = std::move(file);
+    }
+    return ownUploads_;
+}
+
+UniqueFd ContentFolder::open(const std::string& id) const
+{
+    UniqueFd file(::open(contentPath(id).c_str(), O_RDONLY | O_CLOEXEC));
+    if (!file && errno != ENOENT) throw systemError(contentPath(id));
+    return file;
+}
+
+void ContentFolder::drop(const std::vector<std::string>& ids) noexcept
+{
+    for (const auto& id : ids)
+        ::unlink(contentPath(id).c_str()); // what stays is an orphan, which the next start removes
+}
+
+std::vector<std::string> ContentFolder::ids() const
+{
+    std::vector<std::string> found;
+    for (const auto& shard : entries(contents_))
+        for (const auto& content : entries(shard))
+            if (isId(content.filename())) found.push_back(content.filename());
+    std::sort(found.begin(), found.end());
+    return found;
+}
+
+std::vector<std::string> ContentFolder::strangers() const
+{
+    std::vector<std::string> found;
+    for (const auto& shard : entries(contents_)) {
+        if (shard.filename().string().size() != 2 || !fs::is_directory(shard)) {
+            found.push_back(shard.filename());
+            continue;
+        }
+        for (const auto& content : entries(shard))
+            if (!isId(content.filename()) || content.filename().string().substr(0, 2) != shard.filename())
+                found.push_back(shard.filename() / content.filename());
+    }
+    return found;
+}
+
+bool ContentFolder::isBeingWritten(const std::string& id) const
+{
+    const auto folders = entries(uploads_);
+    return std::any_of(folders.begin(), folders.end(),
+                       [&](const auto& folder) { return fs::exists(folder / id); });
+}
+
+std::size_t ContentFolder::dropAbandonedUploads()
+{
+    std::size_t dropped = 0;
+    for (const auto& folder : entries(uploads_)) {
+        UniqueFd file(::open((folder / "lock").c_str(), O_CREAT | O_RDWR | O_CLOEXEC, 0600));
+        if (!file || ::flock(file.get(), LOCK_EX | LOCK_NB) != 0) continue; // alive
+        std::error_code ignored;
+        const auto removed = fs::remove_all(folder, ignored);
+        constexpr std::uintmax_t folderAndLock = 2;
+        if (removed > folderAndLock && removed != static_cast<std::uintmax_t>(-1))
+            dropped += static_cast<std::size_t>(removed - folderAndLock);
+    }
+    return dropped;
+}
+
+} // namespace tarnd

@@ -1,0 +1,80 @@
+#pragma once
+
+#include "tarnd/store/UniqueFd.h"
+
+#include <cstddef>
+#include <filesystem>
+#include <functional>
+#include <mutex>
+#include <string>
+#include <vector>
+
+namespace tarnd {
+
+/// Steps of a write, told to a listener in this order; a test stops the process at one of them.
+enum class WriteStep {
+    bytesWritten,
+    bytesDurable,
+    contentNamed,
+    folderDurable,
+    transactionOpen,
+    committed,
+    finished
+};
+
+using WriteListener = std::function<void(WriteStep)>;
+
+/// File contents under random ids in 256 folders, immutable once published.
+///
+/// DIR/contents/ab/ab34…   one file per content, named by its id (32 hex digits)
+/// DIR/uploads/RANDOM/     temporary names of one live process, which holds a lock on its file "lock"
+///
+/// Several processes may work on one folder. All calls may run on any thread.
+class ContentFolder {
+public:
+    /// Makes what is missing of the layout. @throws ServiceError internal
+    explicit ContentFolder(std::filesystem::path dataDir, WriteListener listener = {});
+    ~ContentFolder();
+
+    /// Opens a content for reading; an empty descriptor if it is not there.
+    UniqueFd open(const std::string& id) const;
+
+    /// Deletes contents whose rows are gone; a content already gone is no error.
+    void drop(const std::vector<std::string>& ids) noexcept;
+
+    /// All ids present, sorted.
+    std::vector<std::string> ids() const;
+
+    /// Files among the contents whose names cannot be ids.
+    std::vector<std::string> strangers() const;
+
+    /// Some process that is still alive is writing this content.
+    bool isBeingWritten(const std::string& id) const;
+
+    /// Removes what dead processes left in their temporary folders; returns how many files.
+    std::size_t dropAbandonedUploads();
+
+    void notify(WriteStep step) const
+    {
+        if (listener_) listener_(step);
+    }
+
+    /// A fresh id for a content.
+    std::string newId() const;
+
+    /// Where the content is, or will be.
+    std::filesystem::path contentPath(const std::string& id) const;
+
+    /// The temporary folder of this process, made at the first call.
+    std::filesystem::path ownUploads();
+
+private:
+    std::filesystem::path contents_;
+    std::filesystem::path uploads_;
+    WriteListener listener_;
+    std::mutex ownMutex_; ///< guards the making of the two below
+    std::filesystem::path ownUploads_;
+    UniqueFd ownLock_; ///< held while this process lives
+};
+
+} // namespace tarnd

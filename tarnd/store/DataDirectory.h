@@ -1,0 +1,46 @@
+#pragma once
+
+#include "tarnd/store/UniqueFd.h"
+
+#include <filesystem>
+#include <optional>
+#include <string>
+
+namespace tarnd {
+
+class ContentFolder;
+class Database;
+
+/// The folder that `--data` names, and its claim on it:
+///
+/// DIR/lock       locked while a process uses the directory; alone with SQLite, together with PostgreSQL
+/// DIR/store-id   the id of the database that the contents belong to
+/// DIR/tarn.db    the SQLite database, unless it is elsewhere
+class DataDirectory {
+public:
+    /// Makes the folder if it is missing and takes the lock, which lasts as long as this object.
+    enum class Lock { none, shared, exclusive };
+    DataDirectory(std::filesystem::path path, Lock lock);
+
+    const std::filesystem::path& path() const { return path_; }
+
+    std::filesystem::path databaseFile() const { return path_ / "tarn.db"; }
+
+    /// Checks that the contents belong to this database; a new database is joined to an empty directory.
+    /// Without this check a start with the wrong database would take every content for an orphan and remove
+    /// it.
+    /// @throws ServiceError conflict
+    void join(Database& database, const ContentFolder& contents) const;
+
+    /// Something was stored here before.
+    bool hasData() const;
+
+private:
+    std::optional<std::string> storeId() const;
+    void writeStoreId(const std::string& id) const;
+
+    std::filesystem::path path_;
+    UniqueFd lock_;
+};
+
+} // namespace tarnd

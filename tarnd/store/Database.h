@@ -1,0 +1,189 @@
+#pragma once
+
+#include "tarnd/store/Sentences.h"
+
+#include <Poco/Data/Binding.h>
+#include <Poco/Data/Extraction.h>
+#include <Poco/Data/Session.h>
+#include <Poco/Data/Statement.h>
+
+#include <concepts>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <tuple>
+#include <type_traits>
+#include <utility>
+#include <vector>
+
+namespace tarnd {
+
+class Dialect;
+
+/// The commit was sent but its answer did not arrive: nobody knows whether the changes are in. What the
+/// transaction may have made reachable must be left alone.
+struct CommitUnknown : ServiceError {
+    using ServiceError::ServiceError;
+};
+
+/// SQL inside one transaction. Placeholders are $1, $2, … and appear for the first time in this order, which
+/// reads the same on both engines. Columns are std::int64_t or std::string and must not be NULL. One thread
+/// at a time.
+class Transaction {
+public:
+    Transaction(Poco::Data::Session session, Dialect& dialect)
+        : session_(std::move(session)), dialect_(dialect)
+    {
+    }
+
+    /// All rows of a query; a std::vector<std::string> among the arguments fills one placeholder per element.
+    /// @throws ServiceError internal, insufficientStorage
+    template <class... Columns, class... Args>
+    std::vector<std::tuple<Columns...>> rows(const std::string& sql, const Args&... args);
+
+    /// The first row, if there is one.
+    template <class... Columns, class... Args>
+    std::optional<std::tuple<Columns...>> row(const std::string& sql, const Args&... args)
+    {
+        auto all = rows<Columns...>(sql, args...);
+        return all.empty() ? std::nullopt : std::optional(std::move(all.front()));
+    }
+
+    /// The only column of the first row, if there is one.
+    template <class Column, class... Args>
+    std::optional<Column> value(const std::string& sql, const Args&... args)
+    {
+        auto first = row<Column>(sql, args...);
+        return first ? std::optional(std::move(std::get<0>(*first))) : std::nullopt;
+    }
+
+    /// A statement without result.
+    template <class... Args>
+    void run(const std::string& sql, const Args&... args)
+    {
+        rows<>(sql, args...);
+    }
+
+private:
+    void execute(Poco::Data::Statement& statement);
+
+    static void bindOne(Poco::Data::Statement& statement, const std::string& text)
+    {
+        statement.addBind(Poco::Data::Keywords::bind(text));
+    }
+
+    static void bindOne(Poco::Data::Statement& statement, const std::vector<std::string>& texts)
+    {
+        for (const auto& text : texts)
+            bindOne(statement, text);
+    }
+
+    template <class Number>
+    requires std::integral<Number> || std::is_enum_v<Number>
+
+    static void bindOne(Poco::Data::Statement& statement, Number number)
+    {
+        statement.addBind(Poco::Data::Keywords::bind(static_cast<Poco::Int64>(number)));
+    }
+
+    Poco::Data::Session session_;
+    Dialect& dialect_;
+};
+
+/// The metadata: one schema on SQLite and PostgreSQL. All calls may run on any thread and block.
+///
+/// Writes run one at a time, over all processes: SQLite has one writer anyway, and on PostgreSQL one advisory
+/// lock per transaction gives the same. Every check a write makes (name free, parent there, permission live)
+/// therefore holds until its commit, without serialization failures to retry and without deadlocks. Contents
+/// are on the disk before, so a write lasts a few statements and one commit.
+class Database {
+public:
+    explicit Database(std::unique_ptr<Dialect> dialect);
+    ~Database();
+
+    /// Runs `work(Transaction&)` on a snapshot of the database and returns what it returns.
+    template <class Work>
+    auto read(Work&& work)
+    {
+        Lease lease(*this, false);
+        return work(lease.transaction());
+    }
+
+    /// Runs `work(Transaction&)` as the only write and commits; a throwing `work` changes nothing. The
+    /// changes are on the disk when this returns. Reads and writes do not nest.
+    /// @throws CommitUnknown, ServiceError internal, insufficientStorage, and what `work` throws
+    template <class Work>
+    auto write(Work&& work)
+    {
+        Lease lease(*this, true);
+        if constexpr (std::is_void_v<std::invoke_result_t<Work, Transaction&>>) {
+            work(lease.transaction());
+            lease.commit();
+        } else {
+            auto result = work(lease.transaction());
+            lease.commit();
+            return result;
+        }
+    }
+
+    const Dialect& dialect() const { return *dialect_; }
+
+    /// Faults that the engine finds in itself.
+    std::vector<std::string> selfCheck();
+
+private:
+    /// A session in an open transaction; gives both back in the end, rolling back what was not committed.
+    class Lease {
+    public:
+        Lease(Database& database, bool writing);
+        ~Lease();
+        Lease(const Lease&) = delete;
+        Lease& operator=(const Lease&) = delete;
+
+        Transaction& transaction() { return *transaction_; }
+
+        void commit();
+
+    private:
+        Database& database_;
+        bool writing_;
+        std::unique_lock<std::mutex> turn_;
+        std::optional<Poco::Data::Session> session_;
+        std::optional<Transaction> transaction_;
+        bool ended_ = false;
+    };
+
+    std::optional<Poco::Data::Session> takeIdle(bool writing);
+    void giveBack(Poco::Data::Session session, bool writing);
+
+    std::unique_ptr<Dialect> dialect_;
+    std::mutex writing_;                        ///< held for the length of a write
+    std::optional<Poco::Data::Session> writer_; ///< guarded by writing_
+    std::mutex idleMutex_;                      ///< guards idleReaders_
+    std::vector<Poco::Data::Session> idleReaders_;
+};
+
+template <class... Columns, class... Args>
+std::vector<std::tuple<Columns...>> Transaction::rows(const std::string& sql, const Args&... args)
+{
+    std::tuple<std::vector<Columns>...> columns;
+    Poco::Data::Statement statement(session_);
+    statement << sql;
+    (bindOne(statement, args), ...);
+    std::apply([&](auto&... column) { (statement.addExtract(Poco::Data::Keywords::into(column)), ...); },
+               columns);
+    execute(statement);
+
+    std::vector<std::tuple<Columns...>> rows;
+    if constexpr (sizeof...(Columns) > 0) {
+        const auto count = std::get<0>(columns).size();
+        rows.reserve(count);
+        for (std::size_t i = 0; i < count; ++i)
+            std::apply([&](auto&... column) { rows.emplace_back(std::move(column[i])...); }, columns);
+    }
+    return rows;
+}
+
+} // namespace tarnd

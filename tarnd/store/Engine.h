@@ -1,0 +1,17 @@
+#pragma once
+
+#include "tarnd/store/Clock.h"
+
+namespace tarnd {
+
+class ContentFolder;
+class Database;
+
+/// What every part of the domain works on. The referenced objects outlive the parts.
+struct Engine {
+    Database& database;
+    ContentFolder& contents;
+    Clock clock;
+};
+
+} // namespace tarnd

@@ -1,0 +1,100 @@
+#include "tarnd/store/FileHandles.h"
+
+#include "tarnd/store/ContentEntry.h"
+#include "tarnd/store/Secrets.h"
+
+namespace tarnd {
+
+namespace {
+
+constexpr std::size_t handleIdBytes = 16;
+
+/// A handle as stored; see Schema.cpp.
+struct Handle {
+    std::int64_t parent = 0;
+    std::string name;
+    std::int64_t node = 0; ///< 0: the commit creates the file
+    CreateMode mode = CreateMode::update;
+    bool changes = false; ///< a commit has something to make visible
+};
+
+std::string insertHandle(Transaction& transaction, const Caller& caller, const Handle& handle)
+{
+    const auto id = randomHex(handleIdBytes);
+    requireSession(transaction, caller);
+    transaction.run("INSERT INTO handles (id, session, parent, name, node, mode, changes) "
+                    "VALUES ($1, $2, $3, $4, $5, $6, $7)",
+                    id, caller.sessionKey, handle.parent, handle.name, handle.node, handle.mode,
+                    handle.changes);
+    return id;
+}
+
+/// Reads the handle and ends it.
+Handle takeHandle(Transaction& transaction, const Caller& caller, const std::string& id)
+{
+    const auto found = transaction.row<std::int64_t, std::string, std::int64_t, std::int64_t, std::int64_t>(
+        "SELECT parent, name, node, mode, changes FROM handles WHERE id = $1 AND session = $2", id,
+        caller.sessionKey);
+    if (!found) throw sentences::unknownHandle();
+    transaction.run("DELETE FROM handles WHERE id = $1", id);
+    const auto& [parent, name, node, mode, changes] = *found;
+    return {parent, name, node, static_cast<CreateMode>(mode), changes != 0};
+}
+
+Slot slotOf(Transaction& transaction, const Handle& handle)
+{
+    if (handle.node) {
+        auto file = nodeById(transaction, handle.node);
+        if (!file) throw sentences::handleWithoutFile();
+        return {file->parent, file->owner, file->name, std::move(file)};
+    }
+    const auto folder = nodeById(transaction, handle.parent);
+    if (!folder) throw sentences::handleWithoutFile();
+    auto existing = nodeBelow(transaction, folder->id, ItemPath::fromText("/" + handle.name));
+    if (existing) requireFile(*existing);
+    if (existing && handle.mode == CreateMode::create) throw sentences::fileExists();
+    return {folder->id, folder->owner, handle.name, std::move(existing)};
+}
+
+} // namespace
+
+OpenHandle FileHandles::openReadOnly(const Caller& caller, const Location& location,
+                                     const VersionChoice& version)
+{
+    return engine_.database.write([&](Transaction& transaction) {
+        const auto file = requireFile(Tree(transaction, caller).readable(location));
+        const auto chosen = chosenVersion(transaction, file, version);
+        const auto id =
+            insertHandle(transaction, caller, {file.parent, file.name, file.id, CreateMode::update, false});
+        return OpenHandle{id, chosen.content.size, false};
+    });
+}
+
+OpenHandle FileHandles::openReadWrite(const Caller& caller, const Location& location, CreateMode mode,
+                                      bool truncate)
+{
+    return engine_.database.write([&](Transaction& transaction) {
+        Tree tree(transaction, caller);
+        const auto slot = slotForPut(tree, location, mode);
+        const bool created = !slot.existing;
+        const Handle handle{slot.parent, slot.name, created ? 0 : slot.existing->id, mode,
+                            created || truncate};
+        return OpenHandle{insertHandle(transaction, caller, handle), handle.changes ? 0 : slot.existing->size,
+                          created};
+    });
+}
+
+void FileHandles::close(const Caller& caller, const std::string& handleId, CloseOperation operation,
+                        bool createNewVersion)
+{
+    const auto handle = engine_.database.write(
+        [&](Transaction& transaction) { return takeHandle(transaction, caller, handleId); });
+    if (operation == CloseOperation::abort || !handle.changes) return;
+    ContentWriter empty(engine_.contents);
+    enterContent(engine_, empty, [&](Transaction& transaction, const StoredContent& content, auto& dropped) {
+        return writeFile(transaction, slotOf(transaction, handle), content, createNewVersion, engine_.clock(),
+                         dropped);
+    });
+}
+
+} // namespace tarnd

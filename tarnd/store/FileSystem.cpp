@@ -1,0 +1,34 @@
+#include "tarnd/store/FileSystem.h"
+
+#include "tarnd/store/UniqueFd.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <system_error>
+
+namespace tarnd {
+
+ServiceError systemError(const std::filesystem::path& path)
+{
+    const int code = errno;
+    const auto detail = path.string() + ": " + std::generic_category().message(code);
+    const bool full = code == ENOSPC || code == EDQUOT || code == EFBIG;
+    return full ? sentences::storageFull(detail) : sentences::internal(detail);
+}
+
+bool makeFolder(const std::filesystem::path& path)
+{
+    if (::mkdir(path.c_str(), 0700) == 0) return true;
+    if (errno == EEXIST && std::filesystem::is_directory(path)) return false;
+    throw systemError(path);
+}
+
+void syncFolder(const std::filesystem::path& path)
+{
+    const UniqueFd folder(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (!folder || ::fsync(folder.get()) != 0) throw systemError(path);
+}
+
+} // namespace tarnd

@@ -1,0 +1,96 @@
+#include "tarnd/store/FileVersions.h"
+
+#include "tarnd/store/Secrets.h"
+
+namespace tarnd {
+
+namespace {
+
+constexpr std::size_t versionIdBytes = 12;
+
+void replaceCurrent(Transaction& transaction, const Node& file, const StoredContent& content,
+                    std::int64_t now, std::vector<std::string>& dropped)
+{
+    transaction.run("UPDATE versions SET created = $1, size = $2, sha256 = $3, content = $4 WHERE id = $5",
+                    now, content.size, content.sha256, content.id, file.version.id);
+    setCurrent(transaction, file.id, file.version.id, now);
+    // A restored copy may still show the old content.
+    if (!transaction.value<std::int64_t>("SELECT 1 FROM versions WHERE content = $1 LIMIT 1", file.content))
+        dropped.push_back(file.content);
+}
+
+template <class... Args>
+std::vector<VersionRow> versionRows(Transaction& transaction, const std::string& condition,
+                                    const Args&... args)
+{
+    std::vector<VersionRow> versions;
+    for (auto& [id, label, created, content, size, sha256] :
+         transaction.rows<std::string, std::int64_t, std::int64_t, std::string, std::int64_t, std::string>(
+             "SELECT id, label, created, content, size, sha256 FROM versions WHERE " + condition, args...))
+        versions.push_back({{id, label}, created, {content, size, sha256}});
+    return versions;
+}
+
+} // namespace
+
+Slot slotForPut(Tree& tree, const Location& location, CreateMode mode)
+{
+    if (mode == CreateMode::update || location.path.isRoot()) {
+        const auto file = requireFile(tree.owned(location));
+        return {file.parent, file.owner, file.name, file};
+    }
+    auto slot = tree.slot(location);
+    if (slot.existing) requireFile(*slot.existing);
+    if (slot.existing && mode == CreateMode::create) throw sentences::fileExists();
+    return slot;
+}
+
+VersionStamp writeFile(Transaction& transaction, const Slot& slot, const StoredContent& content,
+                       bool createNewVersion, std::int64_t now, std::vector<std::string>& dropped)
+{
+    if (!slot.existing)
+        return addVersion(transaction, insertNode(transaction, slot, ItemKind::file, now), content, now);
+    if (createNewVersion) return addVersion(transaction, slot.existing->id, content, now);
+    replaceCurrent(transaction, *slot.existing, content, now, dropped);
+    return slot.existing->version;
+}
+
+VersionStamp addVersion(Transaction& transaction, std::int64_t file, const StoredContent& content,
+                        std::int64_t now)
+{
+    const auto last =
+        transaction.value<std::int64_t>("SELECT COALESCE(MAX(label), 0) FROM versions WHERE node = $1", file);
+    const VersionStamp stamp{randomHex(versionIdBytes), last.value() + 1};
+    transaction.run("INSERT INTO versions (id, node, label, created, size, sha256, content) "
+                    "VALUES ($1, $2, $3, $4, $5, $6, $7)",
+                    stamp.id, file, stamp.label, now, content.size, content.sha256, content.id);
+    setCurrent(transaction, file, stamp.id, now);
+    return stamp;
+}
+
+void setCurrent(Transaction& transaction, std::int64_t file, const std::string& versionId, std::int64_t now)
+{
+    transaction.run("UPDATE nodes SET current = $1, modified = $2, revision = revision + 1 WHERE id = $3",
+                    versionId, now, file);
+}
+
+std::vector<VersionRow> versionsOf(Transaction& transaction, std::int64_t file)
+{
+    return versionRows(transaction, "node = $1 ORDER BY label DESC", file);
+}
+
+VersionRow chosenVersion(Transaction& transaction, const Node& file, const VersionChoice& choice)
+{
+    std::vector<VersionRow> found;
+    if (choice.isCurrent())
+        found = versionRows(transaction, "id = $1", file.version.id);
+    else if (choice.id.empty())
+        found = versionRows(transaction, "node = $1 AND label = $2", file.id, choice.label);
+    else
+        found = versionRows(transaction, "id = $1 AND node = $2", choice.id, file.id);
+    const bool contradicts = !found.empty() && choice.label >= 1 && found.front().stamp.label != choice.label;
+    if (found.empty() || contradicts) throw sentences::unknownVersion();
+    return found.front();
+}
+
+} // namespace tarnd

@@ -1,0 +1,106 @@
+#include "tarnd/store/Fsck.h"
+
+#include "tarnd/store/ContentCheck.h"
+#include "tarnd/store/ContentFolder.h"
+#include "tarnd/store/Database.h"
+#include "tarnd/store/FileSystem.h"
+#include "tarnd/store/Secrets.h"
+
+#include <array>
+#include <cerrno>
+
+namespace tarnd {
+
+namespace {
+
+/// A query for the ids of nodes that should not be as they are, and what is wrong with them.
+struct TreeRule {
+    const char* problem;
+    const char* query;
+};
+
+constexpr TreeRule treeRules[] = {
+    {"cannot be reached from a root folder", "WITH RECURSIVE reached(id) AS (SELECT id FROM nodes WHERE "
+                                             "parent IS NULL UNION ALL SELECT n.id FROM nodes n "
+                                             "JOIN reached r ON n.parent = r.id) SELECT id, name FROM nodes "
+                                             "WHERE id NOT IN (SELECT id FROM reached)"},
+    {"lies in a file", "SELECT n.id, n.name FROM nodes n JOIN nodes p ON p.id = n.parent WHERE p.kind <> 0"},
+    {"has another owner than its folder",
+     "SELECT n.id, n.name FROM nodes n JOIN nodes p ON p.id = n.parent WHERE p.owner <> n.owner"},
+    {"has no current version",
+     "SELECT n.id, n.name FROM nodes n LEFT JOIN versions v ON v.id = n.current AND v.node = "
+     "n.id WHERE n.kind = 1 AND v.id IS NULL"},
+    {"is a folder but has versions",
+     "SELECT DISTINCT n.id, n.name FROM nodes n JOIN versions v ON v.node = n.id WHERE n.kind <> 1"},
+    {"has a root folder that is not one",
+     "SELECT id, name FROM nodes WHERE parent IS NULL AND (kind <> 0 OR name <> '')"},
+    {"is a user without a root folder", "SELECT u.id, u.name FROM users u LEFT JOIN nodes n ON n.owner = "
+                                        "u.id AND n.parent IS NULL WHERE n.id IS NULL"},
+};
+
+void checkTree(Transaction& transaction, FsckReport& report)
+{
+    report.items =
+        static_cast<std::uint64_t>(transaction.value<std::int64_t>("SELECT COUNT(*) FROM nodes").value());
+    for (const auto& rule : treeRules)
+        for (const auto& [id, name] : transaction.rows<std::int64_t, std::string>(rule.query))
+            report.problems.push_back("\"" + name + "\" (" + std::to_string(id) + ") " + rule.problem + ".");
+}
+
+/// Reads the whole content; says what is wrong with it, or nothing.
+std::string contentProblem(const UniqueFd& file, const StoredContent& expected, std::uint64_t& bytes)
+{
+    static constexpr std::size_t pieceBytes = 1 << 18;
+    std::vector<char> piece(pieceBytes);
+    Sha256 digest;
+    std::int64_t size = 0;
+    for (;;) {
+        const auto got = ::read(file.get(), piece.data(), piece.size());
+        if (got < 0 && errno == EINTR) continue;
+        if (got < 0) return "its content cannot be read";
+        if (got == 0) break;
+        digest.update(piece.data(), static_cast<std::size_t>(got));
+        size += got;
+    }
+    bytes += static_cast<std::uint64_t>(size);
+    if (size != expected.size)
+        return "its content has " + std::to_string(size) + " bytes instead of " +
+               std::to_string(expected.size);
+    return digest.finish() == expected.sha256 ? "" : "its content is damaged (SHA-256 differs)";
+}
+
+void checkContents(Engine& engine, FsckReport& report)
+{
+    const auto rows = engine.database.read([](Transaction& transaction) {
+        return transaction.rows<std::string, std::int64_t, std::string>(
+            "SELECT DISTINCT content, size, sha256 FROM versions");
+    });
+    for (const auto& [id, size, sha256] : rows) {
+        const auto file = engine.contents.open(id);
+        if (!file) continue; // deleted since, or missing, which the comparison has told
+        ++report.contents;
+        const auto problem = contentProblem(file, {id, size, sha256}, report.bytes);
+        if (problem.empty()) continue;
+        for (const auto& version : describeContent(engine, id))
+            report.problems.push_back(version + ": " + problem + " (" + id + ").");
+    }
+}
+
+} // namespace
+
+FsckReport fsck(Engine engine)
+{
+    FsckReport report;
+    report.problems = engine.database.selfCheck();
+    engine.database.read([&](Transaction& transaction) { checkTree(transaction, report); });
+    const auto check = compareContents(engine);
+    report.problems.insert(report.problems.end(), check.missing.begin(), check.missing.end());
+    for (const auto& id : check.orphans)
+        report.problems.push_back("No version names the content " + id + ".");
+    for (const auto& stranger : engine.contents.strangers())
+        report.problems.push_back("The file " + stranger + " among the contents is none.");
+    checkContents(engine, report);
+    return report;
+}
+
+} // namespace tarnd

@@ -1,0 +1,31 @@
+#pragma once
+
+#include "tarnd/store/Item.h"
+#include "tarnd/store/ItemPath.h"
+#include "tarnd/store/Sessions.h"
+
+#include <string>
+#include <variant>
+
+namespace tarnd {
+
+/// Links that open an item for anybody who has them: 192 random bits as hex, one per item, stable for its
+/// life and across moves, gone with the item. All calls block and may run on any thread.
+class PublicLinks {
+public:
+    explicit PublicLinks(Engine engine) : engine_(std::move(engine)) {}
+
+    /// The link token of the item, made at the first call.
+    /// @throws ServiceError notFound, notAllowed for a reader of the item (only the owner shares)
+    std::string get(const Caller& caller, const Location& location);
+
+    /// What the link, or `below` inside the linked folder, shows: a file's content or a folder's listing.
+    /// Nothing in it is writable. @throws ServiceError notFound for an unknown token and for a path that is
+    /// not there
+    std::variant<OpenContent, Listing> open(const std::string& token, const ItemPath& below = {});
+
+private:
+    Engine engine_;
+};
+
+} // namespace tarnd

@@ -1,0 +1,80 @@
+#include "tarnd/store/Secrets.h"
+
+#include "tarnd/store/Sentences.h"
+
+#include <openssl/crypto.h>
+#include <openssl/evp.h>
+#include <openssl/rand.h>
+
+#include <array>
+#include <vector>
+
+namespace tarnd {
+
+namespace {
+
+std::string hex(const unsigned char* bytes, std::size_t size)
+{
+    static constexpr char digits[] = "0123456789abcdef";
+    std::string text;
+    text.reserve(size * 2);
+    for (std::size_t i = 0; i < size; ++i) {
+        text += digits[bytes[i] >> 4];
+        text += digits[bytes[i] & 15];
+    }
+    return text;
+}
+
+} // namespace
+
+std::string randomHex(std::size_t bytes)
+{
+    std::vector<unsigned char> random(bytes);
+    if (RAND_bytes(random.data(), static_cast<int>(bytes)) != 1)
+        throw sentences::internal("the random source failed");
+    return hex(random.data(), random.size());
+}
+
+std::string sha256Hex(std::string_view data)
+{
+    Sha256 digest;
+    digest.update(data.data(), data.size());
+    return digest.finish();
+}
+
+bool equalInConstantTime(std::string_view a, std::string_view b)
+{
+    return a.size() == b.size() && CRYPTO_memcmp(a.data(), b.data(), a.size()) == 0;
+}
+
+struct Sha256::Context {
+    EVP_MD_CTX* md = EVP_MD_CTX_new();
+
+    ~Context() { EVP_MD_CTX_free(md); }
+};
+
+Sha256::Sha256() : context_(std::make_unique<Context>())
+{
+    if (!context_->md || EVP_DigestInit_ex(context_->md, EVP_sha256(), nullptr) != 1)
+        throw sentences::internal("SHA-256 is not available");
+}
+
+Sha256::~Sha256() = default;
+Sha256::Sha256(Sha256&&) noexcept = default;
+Sha256& Sha256::operator=(Sha256&&) noexcept = default;
+
+void Sha256::update(const void* data, std::size_t size)
+{
+    if (EVP_DigestUpdate(context_->md, data, size) != 1) throw sentences::internal("SHA-256 failed");
+}
+
+std::string Sha256::finish()
+{
+    std::array<unsigned char, EVP_MAX_MD_SIZE> digest;
+    unsigned int size = 0;
+    if (EVP_DigestFinal_ex(context_->md, digest.data(), &size) != 1)
+        throw sentences::internal("SHA-256 failed");
+    return hex(digest.data(), size);
+}
+
+} // namespace tarnd

@@ -1,0 +1,76 @@
+#include "tarnd/store/Sessions.h"
+
+#include "tarnd/store/Database.h"
+#include "tarnd/store/Secrets.h"
+
+namespace tarnd {
+
+namespace {
+
+constexpr std::size_t sessionIdBytes = 24;
+constexpr std::int64_t minute = 60 * 1000;
+
+/// The stored time of the last use may lag by this much, which spares a write per request.
+constexpr std::int64_t touchInterval = minute;
+
+} // namespace
+
+std::string Sessions::login(const std::string& token)
+{
+    const auto account = accounts_.authenticate(token);
+    const auto id = randomHex(sessionIdBytes);
+    engine_.database.write([&](Transaction& transaction) {
+        const auto now = engine_.clock();
+        transaction.run("DELETE FROM sessions WHERE used < $1", now - life());
+        // Rotated or removed meanwhile: then the token is none any more.
+        const auto inserted =
+            transaction.value<std::int64_t>("INSERT INTO sessions (id, account, used) SELECT $1, id, $2 FROM "
+                                            "users WHERE id = $3 AND token = $4 "
+                                            "RETURNING account",
+                                            sha256Hex(id), now, account.id, sha256Hex(token));
+        if (!inserted) throw sentences::badToken();
+    });
+    return id;
+}
+
+Caller Sessions::touch(const std::string& sessionId)
+{
+    const auto key = sha256Hex(sessionId);
+    const auto now = engine_.clock();
+    const auto found = engine_.database.read([&](Transaction& transaction) {
+        return transaction.row<std::int64_t, std::string, std::int64_t>(
+            "SELECT u.id, u.name, s.used FROM sessions s JOIN users u ON u.id = s.account WHERE s.id = $1",
+            key);
+    });
+    if (!found || std::get<2>(*found) < now - life()) throw sentences::sessionEnded();
+    Caller caller{std::get<0>(*found), std::get<1>(*found), key};
+    if (std::get<2>(*found) <= now - touchInterval) renewSession(engine_, caller);
+    return caller;
+}
+
+void Sessions::logout(const Caller& caller)
+{
+    engine_.database.write([&](Transaction& transaction) {
+        transaction.run("DELETE FROM sessions WHERE id = $1", caller.sessionKey);
+    });
+}
+
+std::int64_t Sessions::life() const
+{
+    return idleMinutes_ * minute + touchInterval;
+}
+
+void renewSession(const Engine& engine, const Caller& caller)
+{
+    engine.database.write([&](Transaction& transaction) {
+        transaction.run("UPDATE sessions SET used = $1 WHERE id = $2", engine.clock(), caller.sessionKey);
+    });
+}
+
+void requireSession(Transaction& transaction, const Caller& caller)
+{
+    if (!transaction.value<std::string>("SELECT id FROM sessions WHERE id = $1", caller.sessionKey))
+        throw sentences::sessionEnded();
+}
+
+} // namespace tarnd

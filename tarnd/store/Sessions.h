@@ -1,0 +1,58 @@
+#pragma once
+
+#include "tarnd/store/Accounts.h"
+
+#include <cstdint>
+#include <string>
+
+namespace tarnd {
+
+class Transaction;
+
+/// Who makes a request: what every operation takes first.
+struct Caller {
+    std::int64_t userId = 0;
+    std::string user;       ///< UTF-8 name
+    std::string sessionKey; ///< the stored (hashed) form of the session id; not the id itself
+};
+
+/// Logins. A session id is 192 random bits as hex, stored hashed and in the database, so that several
+/// processes share it; it dies after its idle life. All calls block on the database and may run on any
+/// thread.
+class Sessions {
+public:
+    Sessions(Engine engine, Accounts& accounts, std::uint32_t idleMinutes)
+        : engine_(std::move(engine)), accounts_(accounts), idleMinutes_(idleMinutes)
+    {
+    }
+
+    /// Opens a session for the account the token belongs to and returns its id.
+    /// @throws ServiceError loginRequired for a token no account has
+    std::string login(const std::string& token);
+
+    /// The caller behind a live session, whose idle life starts anew. Writes to the database at most once a
+    /// minute per session; a session therefore lives up to a minute longer than promised, never shorter.
+    /// @throws ServiceError loginRequired
+    Caller touch(const std::string& sessionId);
+
+    /// Ends the session; its open handles are aborted with it.
+    void logout(const Caller& caller);
+
+    /// What "MinutesBeforeRelogin" tells.
+    std::uint32_t idleMinutes() const { return idleMinutes_; }
+
+private:
+    std::int64_t life() const;
+
+    Engine engine_;
+    Accounts& accounts_;
+    std::uint32_t idleMinutes_;
+};
+
+/// Keeps the session of a request that takes long from dying of idleness.
+void renewSession(const Engine& engine, const Caller& caller);
+
+/// @throws ServiceError loginRequired when the session was ended since the request began
+void requireSession(Transaction& transaction, const Caller& caller);
+
+} // namespace tarnd

@@ -1,0 +1,131 @@
+#include "tarnd/store/Store.h"
+
+#include "tarnd/store/DataDirectory.h"
+#include "tarnd/store/Database.h"
+#include "tarnd/store/Dialect.h"
+#include "tarnd/store/Schema.h"
+
+#include <Poco/String.h>
+
+namespace tarnd {
+
+namespace {
+
+DataDirectory::Lock lockFor(const StoreOptions& options, Purpose purpose)
+{
+    if (purpose == Purpose::administer) return DataDirectory::Lock::none;
+    return options.databaseUrl.empty() ? DataDirectory::Lock::exclusive : DataDirectory::Lock::shared;
+}
+
+DataDirectory openDirectory(const StoreOptions& options, Purpose purpose)
+{
+    if (purpose == Purpose::check && !std::filesystem::exists(options.dataDir / "store-id"))
+        throw sentences::noData(options.dataDir);
+    return {options.dataDir, lockFor(options, purpose)};
+}
+
+std::unique_ptr<Dialect> dialectFor(const StoreOptions& options, const DataDirectory& directory)
+{
+    return options.databaseUrl.empty() ? sqliteDialect(directory.databaseFile())
+                                       : postgresDialect(options.databaseUrl);
+}
+
+/// Connects, so that a wrong URL or a damaged file is told as such and not as a failed request.
+void prepare(Database& database)
+{
+    try {
+        prepareSchema(database);
+    } catch (const ServiceError& error) {
+        if (error.kind() != ServiceError::Kind::internal) throw;
+        throw sentences::databaseUnreachable(Poco::trim(error.detail()));
+    }
+}
+
+} // namespace
+
+struct Store::Parts {
+    Parts(StoreOptions options, Purpose purpose)
+        : directory(openDirectory(options, purpose))
+        , database(dialectFor(options, directory))
+        , contents(directory.path(), std::move(options.writeListener))
+        , engine{database, contents, options.clock}
+        , sessions(engine, accounts, options.sessionIdleMinutes)
+    {
+        prepare(database);
+        directory.join(database, contents);
+        if (purpose == Purpose::serve) recovery = recover(engine);
+    }
+
+    DataDirectory directory;
+    Database database;
+    ContentFolder contents;
+    Engine engine;
+    Accounts accounts{engine};
+    Sessions sessions;
+    Catalog catalog{engine};
+    FileHandles handles{engine};
+    Permissions permissions{engine};
+    SharedContent sharedContent{engine};
+    PublicLinks links{engine};
+    Versions versions{engine};
+    RecoveryReport recovery;
+};
+
+Store::Store(StoreOptions options, Purpose purpose)
+    : parts_(std::make_unique<Parts>(std::move(options), purpose))
+{
+}
+
+Store::~Store() = default;
+
+Accounts& Store::accounts()
+{
+    return parts_->accounts;
+}
+
+Sessions& Store::sessions()
+{
+    return parts_->sessions;
+}
+
+Catalog& Store::catalog()
+{
+    return parts_->catalog;
+}
+
+FileHandles& Store::handles()
+{
+    return parts_->handles;
+}
+
+Permissions& Store::permissions()
+{
+    return parts_->permissions;
+}
+
+SharedContent& Store::sharedContent()
+{
+    return parts_->sharedContent;
+}
+
+PublicLinks& Store::links()
+{
+    return parts_->links;
+}
+
+Versions& Store::versions()
+{
+    return parts_->versions;
+}
+
+const RecoveryReport& Store::recovery() const
+{
+    return parts_->recovery;
+}
+
+FsckReport Store::fsck()
+{
+    return tarnd::fsck(parts_->engine);
+}
+
+} // namespace tarnd

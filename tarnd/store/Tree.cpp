@@ -1,0 +1,246 @@
+#include "tarnd/store/Tree.h"
+
+#include <algorithm>
+#include <span>
+
+namespace tarnd {
+
+namespace {
+
+/// How many names one query follows: each is a subquery, and the engines limit how deep these nest.
+constexpr std::size_t namesPerQuery = 8;
+
+const std::string below = "WITH RECURSIVE below(id) AS (SELECT id FROM nodes WHERE id = $1 UNION ALL "
+                          "SELECT n.id FROM nodes n JOIN below b ON n.parent = b.id) ";
+
+const std::string upwards =
+    "WITH RECURSIVE up(id, parent) AS (SELECT id, parent FROM nodes WHERE id = $1 UNION ALL "
+    "SELECT n.id, n.parent FROM nodes n JOIN up ON n.id = up.parent) ";
+
+const std::string nodeColumns =
+    "SELECT n.id, COALESCE(n.parent, 0), n.owner, n.kind, n.name, n.created, n.modified, n.revision, "
+    "COALESCE(v.id, ''), COALESCE(v.label, 0), COALESCE(v.size, 0), COALESCE(v.sha256, ''), "
+    "COALESCE(v.content, '') FROM nodes n LEFT JOIN versions v ON v.id = n.current WHERE ";
+
+template <class... Args>
+std::vector<Node> nodes(Transaction& transaction, const std::string& condition, const Args&... args)
+{
+    using Number = std::int64_t;
+    using Text = std::string;
+    auto rows = transaction.rows<Number, Number, Number, Number, Text, Number, Number, Number, Text, Number,
+                                 Number, Text, Text>(nodeColumns + condition, args...);
+    std::vector<Node> found;
+    found.reserve(rows.size());
+    for (auto& [id, parent, owner, kind, name, created, modified, revision, version, label, size, sha256,
+                content] : rows)
+        found.push_back({id,
+                         parent,
+                         owner,
+                         static_cast<ItemKind>(kind),
+                         std::move(name),
+                         created,
+                         modified,
+                         revision,
+                         {std::move(version), label},
+                         size,
+                         std::move(sha256),
+                         std::move(content)});
+    return found;
+}
+
+template <class... Args>
+std::optional<Node> node(Transaction& transaction, const std::string& condition, const Args&... args)
+{
+    auto found = nodes(transaction, condition, args...);
+    return found.empty() ? std::nullopt : std::optional(std::move(found.front()));
+}
+
+/// "n.name = $1 AND n.parent = (SELECT … name = $2 AND parent = (… $last))": the last name first.
+std::string followCondition(std::size_t names)
+{
+    std::string condition = "n.name = $1 AND n.parent = ";
+    for (std::size_t i = 2; i <= names; ++i)
+        condition += "(SELECT id FROM nodes WHERE name = $" + std::to_string(i) + " AND parent = ";
+    condition += "$" + std::to_string(names + 1);
+    return condition.append(names - 1, ')');
+}
+
+std::optional<Node> follow(Transaction& transaction, std::int64_t start, std::span<const std::string> names)
+{
+    const auto count = std::min(names.size(), namesPerQuery);
+    std::vector<std::string> args(names.begin(), names.begin() + static_cast<std::ptrdiff_t>(count));
+    std::reverse(args.begin(), args.end());
+    auto reached = node(transaction, followCondition(count), args, start);
+    if (!reached || count == names.size()) return reached;
+    return follow(transaction, reached->id, names.subspan(count));
+}
+
+} // namespace
+
+std::optional<Node> nodeById(Transaction& transaction, std::int64_t id)
+{
+    return node(transaction, "n.id = $1", id);
+}
+
+std::optional<Node> nodeBelow(Transaction& transaction, std::int64_t start, const ItemPath& path)
+{
+    return path.isRoot() ? nodeById(transaction, start) : follow(transaction, start, path.names());
+}
+
+Node rootOf(Transaction& transaction, std::int64_t userId)
+{
+    auto root = node(transaction, "n.parent IS NULL AND n.owner = $1", userId);
+    if (!root) throw sentences::sessionEnded(); // the user was removed after the session was looked up
+    return *root;
+}
+
+std::vector<Node> childrenOf(Transaction& transaction, std::int64_t folder)
+{
+    return nodes(transaction, "n.parent = $1 ORDER BY n.name", folder);
+}
+
+std::vector<Node> nodesIn(Transaction& transaction, const std::string& ids, const std::string& text)
+{
+    return nodes(transaction, "n.id IN (" + ids + ")", text);
+}
+
+bool isWithin(Transaction& transaction, std::int64_t node, std::int64_t folder)
+{
+    return transaction.value<std::int64_t>(upwards + "SELECT 1 FROM up WHERE id = $2 LIMIT 1", node, folder)
+        .has_value();
+}
+
+bool hasChildren(Transaction& transaction, std::int64_t folder)
+{
+    return transaction.value<std::int64_t>("SELECT 1 FROM nodes WHERE parent = $1 LIMIT 1", folder)
+        .has_value();
+}
+
+Node requireFile(Node node)
+{
+    if (node.isFolder()) throw sentences::isFolder();
+    return node;
+}
+
+Node requireFolder(Node node)
+{
+    if (!node.isFolder()) throw sentences::isFile();
+    return node;
+}
+
+Item itemOf(const Node& node, bool writable)
+{
+    return {node.kind,
+            node.parent ? node.name : "/",
+            node.created,
+            node.modified,
+            node.size,
+            writable,
+            std::to_string(node.id) + "-" + std::to_string(node.revision)};
+}
+
+Listing listingOf(Transaction& transaction, const Node& folder, bool writable)
+{
+    Listing listing{itemOf(folder, writable), {}, {}};
+    for (const auto& child : childrenOf(transaction, folder.id))
+        (child.isFolder() ? listing.folders : listing.files).push_back(itemOf(child, writable));
+    return listing;
+}
+
+std::int64_t insertNode(Transaction& transaction, const Slot& slot, ItemKind kind, std::int64_t now)
+{
+    const auto id = transaction.value<std::int64_t>(
+        "INSERT INTO nodes (owner, parent, name, kind, created, modified) VALUES ($1, $2, $3, $4, $5, $6) "
+        "RETURNING id",
+        slot.owner, slot.parent, slot.name, kind, now, now);
+    entriesChanged(transaction, slot.parent, now);
+    return id.value();
+}
+
+void entriesChanged(Transaction& transaction, std::int64_t folder, std::int64_t now)
+{
+    transaction.run("UPDATE nodes SET modified = $1, revision = revision + 1 WHERE id = $2", now, folder);
+}
+
+std::vector<std::string> removeTree(Transaction& transaction, std::int64_t node)
+{
+    std::vector<std::string> contents;
+    for (auto& [content] : transaction.rows<std::string>(
+             below + "SELECT DISTINCT v.content FROM versions v JOIN below b ON v.node = b.id", node))
+        contents.push_back(std::move(content));
+    transaction.run("DELETE FROM nodes WHERE id IN (" + below + "SELECT id FROM below)", node);
+    return contents;
+}
+
+std::string pathsQuery(const std::string& nodes)
+{
+    return "WITH RECURSIVE up(start, parent, path) AS (SELECT id, parent, name FROM nodes WHERE id IN (" +
+           nodes +
+           ") UNION ALL SELECT up.start, p.parent, p.name || '/' || up.path FROM up JOIN nodes p ON p.id = "
+           "up.parent) "
+           "SELECT start, path FROM up WHERE parent IS NULL";
+}
+
+std::optional<Node> Tree::find(const Location& location)
+{
+    auto owner = caller_.userId;
+    if (!location.bucket.empty() && location.bucket != caller_.user) {
+        const auto other =
+            transaction_.value<std::int64_t>("SELECT id FROM users WHERE name = $1", location.bucket);
+        if (!other) return std::nullopt;
+        owner = *other;
+    }
+    const auto root = rootOf(transaction_, owner);
+    return location.path.isRoot() ? root : nodeBelow(transaction_, root.id, location.path);
+}
+
+bool Tree::isGranted(const Node& node)
+{
+    const auto grant =
+        upwards + "SELECT 1 FROM up JOIN grants g ON g.node = up.id WHERE g.subject = $2 LIMIT 1";
+    return transaction_.value<std::int64_t>(grant, node.id, caller_.user).has_value();
+}
+
+std::optional<Node> Tree::findReadable(const Location& location)
+{
+    auto node = find(location);
+    return node && (isOwner(*node) || isGranted(*node)) ? node : std::nullopt;
+}
+
+Node Tree::readable(const Location& location)
+{
+    auto node = findReadable(location);
+    if (!node) throw sentences::notFound();
+    return *node;
+}
+
+Node Tree::owned(const Location& location)
+{
+    auto node = readable(location);
+    if (!isOwner(node)) throw sentences::readOnly();
+    return node;
+}
+
+Slot Tree::slot(const Location& location)
+{
+    if (location.path.isRoot()) {
+        owned(location);
+        throw sentences::rootFolder();
+    }
+    if (auto existing = findReadable(location)) {
+        if (!isOwner(*existing)) throw sentences::readOnly();
+        return {existing->parent, existing->owner, existing->name, existing};
+    }
+    const auto parent = findReadable({location.path.parent(), location.bucket});
+    if (parent && !isOwner(*parent)) throw sentences::readOnly();
+    if (parent && parent->isFolder()) return {parent->id, parent->owner, location.path.name(), std::nullopt};
+    const bool ownBucket = location.bucket.empty() || location.bucket == caller_.user;
+    throw ownBucket ? sentences::parentMissing(location.path.parent().text()) : sentences::notFound();
+}
+
+Item Tree::item(const Node& node) const
+{
+    return itemOf(node, isOwner(node));
+}
+
+} // namespace tarnd

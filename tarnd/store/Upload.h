@@ -1,0 +1,48 @@
+#pragma once
+
+#include "tarnd/store/ContentWriter.h"
+#include "tarnd/store/Item.h"
+#include "tarnd/store/ItemPath.h"
+#include "tarnd/store/Sessions.h"
+
+#include <cstddef>
+#include <cstdint>
+
+namespace tarnd {
+
+enum class CreateMode : std::int64_t { create = 0, update = 1, createOrUpdate = 2 };
+
+struct PutOptions {
+    CreateMode mode = CreateMode::createOrUpdate;
+    bool createNewVersion =
+        false; ///< false: the current version's content is replaced under its id and label
+};
+
+/// One file content on its way in. Nothing of it is visible before commit() returns, and an upload that is
+/// destroyed uncommitted leaves nothing behind. One thread at a time.
+class Upload {
+public:
+    /// Use Catalog::put, which checks first.
+    Upload(Engine engine, Caller caller, Location location, PutOptions options, std::uint64_t expectedSize);
+
+    /// Appends bytes; the session does not count as idle meanwhile. @throws ServiceError badRequest beyond
+    /// the announced length, insufficientStorage, internal
+    void write(const void* data, std::size_t size);
+
+    /// Makes the content durable, then the file: bytes and directory reach the disk first, then one
+    /// transaction checks session, path, mode and permission again and enters the version. Once it returns
+    /// the file survives a crash. Call at most once.
+    /// @throws ServiceError as Catalog::put, badRequest when bytes are missing; then nothing has changed
+    VersionStamp commit();
+
+private:
+    Engine engine_;
+    Caller caller_;
+    Location location_;
+    PutOptions options_;
+    std::uint64_t expectedSize_;
+    ContentWriter writer_;
+    std::int64_t renewed_; ///< when the session was last kept alive
+};
+
+} // namespace tarnd

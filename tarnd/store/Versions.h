@@ -1,0 +1,44 @@
+#pragma once
+
+#include "tarnd/store/Item.h"
+#include "tarnd/store/ItemPath.h"
+#include "tarnd/store/Sessions.h"
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace tarnd {
+
+struct Version {
+    VersionStamp stamp;
+    std::int64_t created = 0; ///< when its content was stored, milliseconds since 1970, UTC
+    std::int64_t size = 0;    ///< bytes
+    std::string sha256;
+    bool current = false;
+};
+
+struct VersionHistory {
+    std::string name;              ///< of the file
+    std::vector<Version> versions; ///< newest (highest label) first
+};
+
+/// The earlier contents of a file. All calls block and may run on any thread; ServiceError as in Catalog.
+class Versions {
+public:
+    explicit Versions(Engine engine) : engine_(std::move(engine)) {}
+
+    /// Readers of the file see its history too. @throws ServiceError also conflict for a folder
+    VersionHistory list(const Caller& caller, const Location& location);
+
+    /// Brings an old version back and returns the version now current: with `createNewVersion` a copy of its
+    /// content as the newest version, otherwise the old version itself, and the later ones stay in the list.
+    /// @throws ServiceError also badRequest for an unknown version or none given
+    VersionStamp restore(const Caller& caller, const Location& location, const VersionChoice& version,
+                         bool createNewVersion);
+
+private:
+    Engine engine_;
+};
+
+} // namespace tarnd

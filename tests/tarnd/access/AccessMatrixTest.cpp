@@ -1,0 +1,194 @@
+// Who may do what to which item, every combination: the one that nobody thought of is the leak. And what
+// somebody may not see has to answer exactly like what is not there, in every byte of the reply.
+#include "tests/tarnd/access/SharedWorld.h"
+
+#include <functional>
+#include <gtest/gtest.h>
+#include <optional>
+
+namespace tarnd::test {
+namespace {
+
+struct Attempt {
+    Place place;
+    std::string oldVersion;
+    std::string user;  ///< who attempts it; empty without a session
+    Place mine;        ///< an item of the user's own, of the same kind
+    std::string taken; ///< a free path in the user's bucket
+};
+
+struct OperationCase {
+    Operation operation;
+    std::string name;
+    std::vector<Kind> kinds; ///< of item it is for
+    std::function<RestReply(ServiceUser&, const Attempt&)> run;
+};
+
+const std::vector<OperationCase>& operationCases()
+{
+    using U = ServiceUser;
+    using A = Attempt;
+    using enum Operation;
+    static const std::string label = "1";
+    static const std::vector<Kind> file = {Kind::file};
+    static const std::vector<Kind> folder = {Kind::folder};
+    static const std::vector<Kind> both = {Kind::file, Kind::folder};
+    static const std::vector<OperationCase> cases = {
+        {readFile, "readFile", file, [](U& u, const A& a) { return u.read(a.place); }},
+        {readOldVersion, "readOldVersion", file,
+         [](U& u, const A& a) { return u.readVersion(a.place, a.oldVersion, label); }},
+        {readAttributes, "readAttributes", both, [](U& u, const A& a) { return u.attributes(a.place); }},
+        {openReadOnly, "openReadOnly", file, [](U& u, const A& a) { return u.openReadOnly(a.place); }},
+        {listVersions, "listVersions", file, [](U& u, const A& a) { return u.versions(a.place); }},
+        {listFolder, "listFolder", folder, [](U& u, const A& a) { return u.list(a.place); }},
+        {updateFile, "updateFile", file,
+         [](U& u, const A& a) { return u.put(a.place, "changed", "UPDATE", true); }},
+        {replaceFile, "replaceFile", file,
+         [](U& u, const A& a) { return u.put(a.place, "changed", "UPDATE", false); }},
+        {deleteFile, "deleteFile", file, [](U& u, const A& a) { return u.deleteFile(a.place); }},
+        {deleteFolder, "deleteFolder", folder,
+         [](U& u, const A& a) { return u.deleteFolder(a.place, true); }},
+        {truncate, "truncate", file,
+         [](U& u, const A& a) { return u.openReadWrite(a.place, "UPDATE", true); }},
+        {restoreCopy, "restoreCopy", file,
+         [](U& u, const A& a) { return u.restore(a.place, a.oldVersion, label, true); }},
+        {restoreItself, "restoreItself", file,
+         [](U& u, const A& a) { return u.restore(a.place, a.oldVersion, label, false); }},
+        {moveAway, "moveAway", both,
+         [](U& u, const A& a) {
+             return u.move(a.place, {a.user, a.taken}, false);
+         }},
+        {getLink, "getLink", both, [](U& u, const A& a) { return u.link(a.place); }},
+        {grantOther, "grantOther", both, [](U& u, const A& a) { return u.grant(a.place, "erin"); }},
+        {grantUnknown, "grantUnknown", both, [](U& u, const A& a) { return u.grant(a.place, "zoe"); }},
+        {listGrants, "listGrants", both, [](U& u, const A& a) { return u.grantsOn(a.place); }},
+        {createFile, "createFile", file, [](U& u, const A& a) { return u.put(a.place, "new"); }},
+        {createOrUpdateFile, "createOrUpdateFile", file,
+         [](U& u, const A& a) { return u.put(a.place, "new", "CREATE_OR_UPDATE"); }},
+        {openCreating, "openCreating", file,
+         [](U& u, const A& a) { return u.openReadWrite(a.place, "CREATE", false); }},
+        {createFolder, "createFolder", folder, [](U& u, const A& a) { return u.createFolder(a.place); }},
+        {moveOnto, "moveOnto", both, [](U& u, const A& a) { return u.move(a.mine, a.place, false); }},
+        {moveOver, "moveOver", both, [](U& u, const A& a) { return u.move(a.mine, a.place, true); }},
+    };
+    return cases;
+}
+
+const char* nameOf(State state)
+{
+    constexpr const char* names[] = {
+        "own",       "shared",        "unshared",     "revoked",        "movedOut",
+        "recreated", "deletedShared", "neverShared",  "deletedPrivate", "neverPrivate",
+        "otherKind", "belowFile",     "belowMissing", "root",           "unknownBucket"};
+    return names[static_cast<int>(state)];
+}
+
+const char* nameOf(Actor actor)
+{
+    constexpr const char* names[] = {"stranger", "itemReader", "folderReader",
+                                     "nobody",   "linkHolder", "owner"};
+    return names[static_cast<int>(actor)];
+}
+
+constexpr Actor others[] = {Actor::stranger, Actor::itemReader, Actor::folderReader, Actor::nobody,
+                            Actor::linkHolder};
+
+class AccessMatrix : public ::testing::Test {
+protected:
+    /// One cell: attempts the operation and judges its outcome.
+    void attempt(const OperationCase& operation, Kind kind, State state, Actor actor, const MadeItem& item)
+    {
+        SCOPED_TRACE(operation.name + (kind == Kind::file ? " file " : " folder ") + nameOf(state) + " by " +
+                     nameOf(actor));
+        auto& user = world.as(actor);
+        const Attempt it{item.place, item.oldVersion, SharedWorld::nameOf(actor),
+                         mineOf(user, operation, kind), "/taken" + std::to_string(++cells)};
+        const auto reply = operation.run(user, it);
+        const auto ruled = ruledOutcome(actor, operation.operation, state);
+        if (operation.operation == Operation::readFile && ruled == "200")
+            EXPECT_EQ(reply.body, "content");
+        else if (operation.operation == Operation::readOldVersion && ruled == "200")
+            EXPECT_EQ(reply.body, "old");
+        else
+            EXPECT_EQ(outcomeOf(reply), ruled);
+        if (operation.operation >= Operation::moveOnto && !it.user.empty()) {
+            EXPECT_EQ(user.attributes(it.mine).status, reply.status == 200 ? 404 : 200);
+        }
+        if (reply.status != 404 && reply.status != 401) return;
+        const auto& first = refusals.try_emplace({operation.name, reply.status}, reply).first->second;
+        EXPECT_EQ(reply.headers, first.headers);
+        EXPECT_EQ(reply.body, first.body);
+    }
+
+    /// Every state in which somebody may find an item. What others attempt leaves all as it is; then comes
+    /// the owner's turn, and everybody's with items of their own.
+    void attemptInEveryState(const OperationCase& operation, Kind kind)
+    {
+        std::map<State, MadeItem> items;
+        for (int state = static_cast<int>(State::shared); state <= static_cast<int>(State::unknownBucket);
+             ++state)
+            items.emplace(static_cast<State>(state), world.make(static_cast<State>(state), kind));
+        const auto before = world.ownersView();
+        for (const auto& [state, item] : items)
+            for (const auto actor : others)
+                attempt(operation, kind, state, actor, item);
+        EXPECT_EQ(world.ownersView(), before) << "after " << operation.name;
+        for (const auto& [state, item] : items)
+            if (state < firstStateForOthersOnly) attempt(operation, kind, state, Actor::owner, item);
+        for (const auto actor : {Actor::stranger, Actor::itemReader, Actor::folderReader, Actor::owner})
+            attempt(operation, kind, State::own, actor, world.make(State::own, kind, actor));
+    }
+
+    SharedWorld world;
+    int cells = 0;
+
+private:
+    /// Made anew for the operations that use it up.
+    Place mineOf(ServiceUser& user, const OperationCase& operation, Kind kind)
+    {
+        const Place mine{"", kind == Kind::file ? "/own/file" : "/own/folder"};
+        if (operation.operation < Operation::moveOnto) return mine;
+        kind == Kind::file ? user.put(mine, "mine", "CREATE_OR_UPDATE") : user.createFolder(mine);
+        return mine;
+    }
+
+    std::map<std::pair<std::string, int>, RestReply> refusals; ///< the first of each operation and status
+};
+
+TEST_F(AccessMatrix, FollowsTheRulesInEveryCell)
+{
+    for (const auto& operation : operationCases())
+        for (const auto kind : operation.kinds)
+            attemptInEveryState(operation, kind);
+    RecordProperty("cells", cells);
+    EXPECT_GT(cells, 2000);
+}
+
+/// A link shows its very item to everybody, and nothing once that item is gone: not what has its name later.
+TEST_F(AccessMatrix, PublicLinksShowTheirItemToEverybodyWhileItIsThere)
+{
+    world.withLinks = true;
+    for (const auto kind : {Kind::file, Kind::folder}) {
+        std::optional<RestReply> refusal;
+        for (int number = static_cast<int>(State::shared); number <= static_cast<int>(State::neverPrivate);
+             ++number) {
+            const auto state = static_cast<State>(number);
+            const auto item = world.make(state, kind);
+            const bool isThere = state <= State::movedOut;
+            const auto link = item.link == "none" ? "/public/" + std::string(48, '0') : item.link;
+            for (const auto actor : {Actor::stranger, Actor::itemReader, Actor::nobody, Actor::owner}) {
+                const auto reply = world.as(actor).send("GET", link);
+                EXPECT_EQ(reply.status, isThere ? 200 : 404) << nameOf(state) << " " << nameOf(actor);
+                if (isThere && kind == Kind::file) {
+                    EXPECT_EQ(reply.body, "content");
+                }
+                if (isThere) continue;
+                EXPECT_EQ(reply, refusal.value_or(reply)) << nameOf(state) << " " << nameOf(actor);
+                refusal = reply;
+            }
+        }
+    }
+}
+
+} // namespace
+} // namespace tarnd::test

@@ -1,0 +1,92 @@
+// Refusals: the library shows the sentence to the user and turns every 404 into a missing file, so a wrong
+// status misleads as much as a wrong sentence.
+#include "tests/tarnd/http/ServiceTest.h"
+
+#include <filesystem>
+
+namespace tarnd::test {
+namespace {
+
+class Errors : public ServiceTest {
+protected:
+    Errors() : ServiceTest({"--max-file-size", "1000"}) {}
+};
+
+TEST_F(Errors, HaveTheStatusOfTheirKindAndOneSentence)
+{
+    struct Row {
+        char user;
+        std::string method, target, error;
+    };
+
+    put("/f", "content");
+    ASSERT_EQ(asAlice("PUT", "/service/v1/folders/shared").status, 200);
+    put("/shared/g", "content");
+    ASSERT_EQ(asAlice("PUT", "/service/v1/permissions?path=%2Fshared&subject=bob&operation=READ_ONLY").status,
+              200);
+    const std::string missing = "404 The path does not exist.";
+    const Row rows[] = {
+        {'a', "GET", "/service/v1/nothing", "400 The service has nothing at this address."},
+        {'a', "GET", "/", "400 The service has nothing at this address."},
+        {'a', "GET", "/service/v1/filesdocs/a", "400 The service has nothing at this address."},
+        {'a', "GET", "/service/v1/ping/more", "400 The service has nothing at this address."},
+        {'a', "DELETE", "/service/v1/permissions/a/b", "400 The service has nothing at this address."},
+        {'a', "PUT", "/service/v1/ping", "400 The method PUT is not possible at this address."},
+        {'a', "PATCH", "/service/v1/files/f", "400 The method PATCH is not possible at this address."},
+        {'a', "PUT", "/service/v1/files/n", "400 The parameter createMode is missing."},
+        {'a', "PUT", "/service/v1/files/n?createMode=create",
+         "400 The parameter createMode must be CREATE, UPDATE or CREATE_OR_UPDATE."},
+        {'a', "PUT", "/service/v1/files/n?createMode=CREATE&createNewVersion=1",
+         "400 The parameter createNewVersion must be true or false."},
+        {'a', "PUT", "/service/v1/files/n?createMode=CREATE&createMode=UPDATE",
+         "400 The parameter createMode may be given only once."},
+        {'a', "GET", "/service/v1/files/f?versionLabel=1x",
+         "400 The parameter versionLabel must be a whole number."},
+        {'a', "GET", "/service/v1/files/f?versionId=none&versionLabel=1",
+         "400 The file has no such version."},
+        {'a', "PUT", "/service/v1/filehandle?path=%2Ff&accessMode=write",
+         "400 The parameter accessMode must be readOnly or readWrite."},
+        {'a', "DELETE", "/service/v1/filehandle?handleOperation=ABORT_CHANGES",
+         "400 The session has no open file handle with this id."},
+        {'a', "DELETE", "/service/v1/permissions/none", "400 There is no permission with this id."},
+        {'a', "PUT", "/service/v1/permissions?path=%2Ff&subject=carol&operation=READ_ONLY",
+         "400 There is no user named \"carol\"."},
+        {'a', "PUT", "/service/v1/permissions?path=%2Ff&subject=bob&operation=WRITE",
+         "400 The parameter operation must be READ_ONLY."},
+        {'x', "GET", "/service/v1/login", "401 The authentication token is not valid."},
+        {'x', "GET", "/service/v1/ping", "401 Your session has ended. Log in again."},
+        {'x', "PUT", "/service/v1/files/f?createMode=CREATE", "401 Your session has ended. Log in again."},
+        {'b', "DELETE", "/service/v1/files/shared/g?bucket=alice",
+         "403 You may read this item but not change or share it."},
+        {'a', "GET", "/service/v1/files/none", missing},
+        {'a', "GET", "/service/v1/folders/none", missing},
+        {'b', "GET", "/service/v1/files/f?bucket=alice", missing},
+        {'b', "GET", "/service/v1/files/f?bucket=nobody", missing},
+        {'a', "PUT", "/service/v1/files/f?createMode=CREATE", "409 The file already exists."},
+        {'a', "PUT", "/service/v1/files/no/f?createMode=CREATE", "409 The folder \"/no\" does not exist."},
+        {'a', "DELETE", "/service/v1/folders/shared?forceRecursive=false", "409 The folder is not empty."},
+        {'a', "PUT",
+         "/service/v1/filesystem/shared?targetPath=%2Fshared%2Fin&targetBucket=&moveTargetOverwrite=false",
+         "409 A folder cannot be moved into itself."},
+    };
+    for (const auto& row : rows) {
+        const auto session = row.user == 'a' ? alice : row.user == 'b' ? bob : "";
+        const auto reply = send(requestText(row.method, row.target, session));
+        EXPECT_EQ(errorOf(reply), row.error) << row.method << " " << row.target;
+    }
+    EXPECT_EQ(errorOf(asAlice("PUT", "/service/v1/files/n?createMode=CREATE", std::string(1001, 'x'))),
+              "413 The file is larger than this service accepts.");
+}
+
+TEST_F(Errors, OfTheServiceItselfAreLoggedWithoutSecrets)
+{
+    put("/f", "content");
+    std::filesystem::remove_all(service.dataDir() / "contents");
+    EXPECT_EQ(errorOf(asAlice("GET", "/service/v1/files/f?locale=en_US")),
+              "500 The service failed to carry out the request.");
+    EXPECT_NE(service.errors().find("tarnd: GET /service/v1/files/f failed: "), std::string::npos);
+    EXPECT_EQ(service.errors().find(alice), std::string::npos);
+}
+
+} // namespace
+} // namespace tarnd::test

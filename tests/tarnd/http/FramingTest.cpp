@@ -1,0 +1,143 @@
+// Requests whose end or meaning is in doubt: taken the wrong way, one request hides in another, or half a
+// file is stored as a whole one.
+#include "tests/tarnd/http/ServiceTest.h"
+
+namespace tarnd::test {
+namespace {
+
+class Framing : public ServiceTest {
+protected:
+    Framing() : ServiceTest({"--idle-timeout", "2"}) {}
+
+    std::string head(std::string_view line, std::string_view headers)
+    {
+        return std::string(line) + " HTTP/1.1\r\nHost: tarn\r\nx-qz-tarn-session-id: " + alice + "\r\n" +
+               std::string(headers) + "\r\n";
+    }
+
+    std::string putHead(std::string_view headers)
+    {
+        return head("PUT /service/v1/files/f?createMode=CREATE", headers);
+    }
+
+    void expectNothingStored()
+    {
+        EXPECT_EQ(errorOf(asAlice("GET", "/service/v1/filesystem/f")), "404 The path does not exist.");
+    }
+};
+
+TEST_F(Framing, RefusesWhatCanBeReadInTwoWays)
+{
+    struct Case {
+        std::string name, request, error;
+    };
+
+    const std::string chunks = "3\r\nabc\r\n0\r\n\r\n";
+    const Case cases[] = {
+        {"same length twice", putHead("Content-Length: 3\r\nContent-Length: 3\r\n") + "abc",
+         "400 The header Content-Length may be given only once."},
+        {"two lengths", putHead("Content-Length: 3\r\ncontent-length: 5\r\n") + "abc",
+         "400 The header Content-Length may be given only once."},
+        {"length and chunks", putHead("Content-Length: 3\r\nTransfer-Encoding: chunked\r\n") + chunks,
+         "400 A request has either Content-Length or Transfer-Encoding, not both."},
+        {"unknown encoding", putHead("Transfer-Encoding: gzip, chunked\r\n") + chunks,
+         "400 The only Transfer-Encoding understood is chunked."},
+        {"blank in a header name", putHead("Content-Length : 3\r\n") + "abc",
+         "400 The name of a header may hold no white space."},
+        {"no length", putHead(""), "411 An upload must tell its length in the header Content-Length."},
+        {"chunked upload", putHead("Transfer-Encoding: chunked\r\n") + chunks,
+         "411 An upload must tell its length in the header Content-Length."},
+        {"two sessions", putHead("x-qz-tarn-session-id: other\r\nContent-Length: 3\r\n") + "abc",
+         "400 The header x-qz-tarn-session-id may be given only once."},
+        {"raw byte in the path", head("GET /service/v1/files/\xC3\xA4", ""),
+         "400 The address of the request holds characters that must be percent-encoded."},
+        {"absolute target", head("GET http://tarn/service/v1/ping", ""),
+         "400 The address of the request holds characters that must be percent-encoded."},
+        {"broken escape in the query", head("GET /service/v1/ping?a=%2", ""),
+         "400 The address of the request is not valid percent-encoded UTF-8."},
+        {"large headers", head("GET /service/v1/ping", "a: " + std::string(40'000, 'x') + "\r\n"),
+         "413 The headers of the request are too large."},
+        {"stray content",
+         head("GET /service/v1/ping", "Content-Length: 100000\r\n") + std::string(100'000, 'x'),
+         "413 The request carries content that nothing here takes."},
+    };
+    for (const auto& [name, request, error] : cases)
+        EXPECT_EQ(errorOf(send(request)), error) << name;
+    expectNothingStored();
+}
+
+/// These never reach the handlers; what counts is that the connection ends before what follows is taken as a
+/// request.
+TEST_F(Framing, EndsTheConnectionOverALengthThatIsNoNumber)
+{
+    for (const std::string length : {"-1", "+3", "0x3", "3, 3", "99999999999999999999999", ""}) {
+        Wire wire(service.port());
+        wire.send(putHead("Content-Length: " + length + "\r\n") + "abc" + head("GET /service/v1/ping", ""));
+        const auto reply = wire.receive();
+        EXPECT_TRUE(!reply || reply->status == 400 || reply->status == 413) << length;
+        EXPECT_EQ(wire.rest().find("pong"), std::string::npos) << length;
+    }
+    for (const auto& request : {putHead("Transfer-Encoding: chunked\r\n") + "zz\r\nabc\r\n0\r\n\r\n",
+                                head("GET /service/v1/ping", "a: " + std::string(1'000'000, 'x') + "\r\n")}) {
+        Wire wire(service.port());
+        wire.send(request);
+        const auto reply = wire.receive();
+        EXPECT_TRUE(!reply || reply->status >= 400);
+    }
+    expectNothingStored();
+}
+
+TEST_F(Framing, DropsAnUploadThatEndsEarly)
+{
+    {
+        Wire halfClosed(service.port());
+        halfClosed.send(putHead("Content-Length: 10\r\n") + "abc");
+        halfClosed.endOfRequest();
+        const auto reply = halfClosed.receive();
+        EXPECT_TRUE(!reply || reply->status >= 400);
+        Wire gone(service.port());
+        gone.send(putHead("Content-Length: 10\r\n") + "abc");
+    }
+    expectNothingStored();
+    ASSERT_EQ(service.terminate(), 0);
+    const auto fsck = service.run({"fsck"});
+    EXPECT_EQ(fsck.exitCode, 0) << fsck.out << fsck.err;
+}
+
+TEST_F(Framing, KeepsAConnectionAliveThroughRepliesAndRefusals)
+{
+    Wire wire(service.port());
+    const auto ping = head("GET /service/v1/ping", "");
+    const auto missing = head("GET /service/v1/files/none", "");
+    const auto refusedUpload = requestText("PUT", "/service/v1/files/f?createMode=UPDATE", alice, "content");
+    wire.send(ping + missing + refusedUpload + ping);
+    for (const int status : {200, 404, 404, 200}) {
+        const auto reply = wire.receive();
+        ASSERT_TRUE(reply);
+        EXPECT_EQ(reply->status, status);
+    }
+}
+
+TEST_F(Framing, TellsAWaitingClientToGoOnOnlyWhenTheUploadIsWelcome)
+{
+    Wire welcome(service.port());
+    welcome.send(putHead("Content-Length: 3\r\nExpect: 100-continue\r\n"));
+    ASSERT_EQ(welcome.receive().value().status, 100);
+    welcome.send("abc");
+    ASSERT_EQ(welcome.receive().value().status, 200);
+
+    Wire refused(service.port());
+    refused.send(putHead("Content-Length: 3\r\nExpect: 100-continue\r\n"));
+    EXPECT_EQ(errorOf(refused.receive().value()), "409 The file already exists.");
+    EXPECT_EQ(refused.rest(), "");
+}
+
+TEST_F(Framing, GivesTheReasonToAClientThatSendsALargeBodyUnasked)
+{
+    put("/f", "");
+    const auto reply = asAlice("PUT", "/service/v1/files/f?createMode=CREATE", std::string(20'000'000, 'x'));
+    EXPECT_EQ(errorOf(reply), "409 The file already exists.");
+}
+
+} // namespace
+} // namespace tarnd::test

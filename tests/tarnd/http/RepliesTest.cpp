@@ -1,0 +1,167 @@
+// Every success reply, letter for letter: a renamed, repeated or missing element is silently read as a
+// default.
+#include "tests/tarnd/http/ServiceTest.h"
+
+#include <regex>
+
+namespace tarnd::test {
+namespace {
+
+class Replies : public ServiceTest {
+protected:
+    /// Values that differ from run to run become '*'.
+    static std::string masked(const std::string& body)
+    {
+        static const std::regex changing(
+            "<(TarnSessionId|VersionId|FileHandleId|PermissionId|Watermark|Created|"
+            "LastModified)>[^<]+<");
+        static const std::regex link("http://127.0.0.1:[0-9]+/public/[0-9a-f]{32,}<");
+        return std::regex_replace(std::regex_replace(body, changing, "<$1>*<"), link, "LINK<");
+    }
+
+    /// "{PermissionId}" in a target stands for what the last reply holding one called it.
+    std::string filled(std::string target)
+    {
+        for (const std::string name : {"FileHandleId", "PermissionId"}) {
+            const auto place = target.find("{" + name + "}");
+            if (place != std::string::npos) target.replace(place, name.size() + 2, ids[name]);
+        }
+        return target;
+    }
+
+    void remember(const std::string& body)
+    {
+        for (const std::string name : {"FileHandleId", "PermissionId"})
+            if (const auto id = textOf(body, name); !id.empty()) ids[name] = id;
+    }
+
+    std::map<std::string, std::string> ids;
+};
+
+TEST_F(Replies, AreExactlyThese)
+{
+    struct Row {
+        char user;
+        std::string method, target, body, reply;
+    };
+
+    const std::string record = "<Created>*</Created><LastModified>*</LastModified>";
+    const std::string folder = record + "<Writable>true</Writable><Watermark>*</Watermark>";
+    const std::string file3 = record + "<Size>3</Size><Writable>true</Writable><Watermark>*</Watermark>";
+    const std::string shared3 = record + "<Size>3</Size><Writable>false</Writable><Watermark>*</Watermark>";
+    const std::string sharedFolder = record + "<Writable>false</Writable><Watermark>*</Watermark>";
+    const Row rows[] = {
+        {'a', "GET", "/ping", "", "<Value>pong</Value>"},
+        {'a', "PUT", "/files/a.txt?createMode=CREATE&createNewVersion=true", "four",
+         "<VersionId>*</VersionId><VersionLabel>1</VersionLabel>"},
+        {'a', "PUT", "/files/a.txt?createMode=UPDATE&createNewVersion=true", "two",
+         "<VersionId>*</VersionId><VersionLabel>2</VersionLabel>"},
+        {'a', "GET", "/filesystem/a.txt", "",
+         "<FileAttributes><Type>FILE</Type><Name>a.txt</Name>" + file3 + "</FileAttributes>"},
+        {'a', "PUT", "/folders/docs", "", ""},
+        {'a', "GET", "/filesystem/docs", "",
+         "<FileAttributes><Type>FOLDER</Type><Name>docs</Name>" + folder + "</FileAttributes>"},
+        {'a', "GET", "/folders/docs", "",
+         "<FolderSummary><Name>docs</Name>" + folder + "</FolderSummary><Files></Files><Folders></Folders>"},
+        {'a', "PUT", "/filesystem/a.txt?targetPath=%2Fdocs%2Fb.txt&targetBucket=&moveTargetOverwrite=false",
+         "", ""},
+        {'a', "PUT", "/folders/docs/sub", "", ""},
+        {'a', "GET", "/folders/docs?bucket=alice", "",
+         "<FolderSummary><Name>docs</Name>" + folder +
+             "</FolderSummary><Files><FileSummary><Name>b.txt</Name>" + file3 +
+             "</FileSummary></Files><Folders><FolderSummary><Name>sub</Name>" + folder +
+             "</FolderSummary></Folders>"},
+        {'a', "GET", "/versions/files/docs/b.txt", "",
+         "<Name>b.txt</Name>"
+         "<VersionSummary><VersionId>*</VersionId><VersionLabel>2</VersionLabel><Created>*</Created></"
+         "VersionSummary>"
+         "<VersionSummary><VersionId>*</VersionId><VersionLabel>1</VersionLabel><Created>*</Created></"
+         "VersionSummary>"},
+        {'a', "PUT", "/versions/files/docs/b.txt?versionId=&versionLabel=1&createNewVersion=true", "",
+         "<VersionId>*</VersionId><VersionLabel>3</VersionLabel>"},
+        {'a', "PUT", "/filehandle?path=%2Fdocs%2Fb.txt&accessMode=readOnly", "",
+         "<FileHandleId>*</FileHandleId><FileSize>4</FileSize><FileCreated>false</FileCreated>"},
+        {'a', "DELETE", "/filehandle/{FileHandleId}?handleOperation=ABORT_CHANGES&createNewVersion=false", "",
+         ""},
+        {'a', "PUT",
+         "/filehandle?path=%2Fdocs%2Fsub%2Fnew&accessMode=readWrite&createMode=CREATE&truncate=false", "",
+         "<FileHandleId>*</FileHandleId><FileSize>0</FileSize><FileCreated>true</FileCreated>"},
+        {'a', "DELETE", "/filehandle/{FileHandleId}?handleOperation=COMMIT_CHANGES&createNewVersion=false",
+         "", ""},
+        {'a', "PUT", "/versions/files/docs/b.txt?versionId=&versionLabel=2&createNewVersion=false", "",
+         "<VersionId>*</VersionId><VersionLabel>2</VersionLabel>"},
+        {'a', "PUT", "/permissions?path=%2Fdocs&bucket=alice&subject=bob&operation=READ_ONLY", "",
+         "<PermissionId>*</PermissionId>"},
+        {'a', "PUT",
+         "/permissions?path=%2Fdocs%2Fb.txt&bucket=&subject=carol&operation=READ_ONLY&allowNonExistingUser="
+         "true",
+         "", "<PermissionId>*</PermissionId>"},
+        {'a', "GET", "/permissions", "",
+         "<Permission><PermissionId>*</PermissionId><Subject><SubjectName>bob</SubjectName></Subject>"
+         "<Resource><Path>/docs</Path><Bucket>alice</Bucket></Resource><Operation>READ_ONLY</Operation>"
+         "<Status>ACTIVE</Status></Permission>"
+         "<Permission><PermissionId>*</PermissionId><Subject><SubjectName>carol</SubjectName></Subject>"
+         "<Resource><Path>/docs/b.txt</Path><Bucket>alice</Bucket></Resource><Operation>READ_ONLY</Operation>"
+         "<Status>PENDING</Status></Permission>"},
+        {'a', "DELETE", "/permissions/{PermissionId}", "", ""},
+        {'a', "PUT", "/permissions?path=%2Fdocs%2Fb.txt&bucket=alice&subject=bob&operation=READ_ONLY", "",
+         "<PermissionId>*</PermissionId>"},
+        {'b', "GET", "/sharedcontent", "",
+         "<SharedContent><SharedByUserId>alice</SharedByUserId><SharedFiles><SharedFile><Name>b.txt</Name>" +
+             shared3 +
+             "<Resource><Path>/docs/b.txt</Path><Bucket>alice</Bucket></Resource></SharedFile></SharedFiles>"
+             "<SharedFolders><SharedFolder><Name>docs</Name>" +
+             sharedFolder +
+             "<Resource><Path>/docs</Path><Bucket>alice</Bucket></Resource></SharedFolder></SharedFolders>"
+             "</SharedContent>"},
+        {'b', "GET", "/permissions", "", ""},
+        {'a', "GET", "/public/urls/docs/b.txt", "", "<PublicAccessUrl>LINK</PublicAccessUrl>"},
+        {'a', "DELETE", "/files/docs/b.txt", "", ""},
+        {'a', "DELETE", "/folders/docs?forceRecursive=true", "", ""},
+        {'a', "GET", "/logout", "", ""},
+    };
+    for (const auto& row : rows) {
+        const auto target = "/service/v1" + filled(row.target);
+        const auto reply =
+            row.user == 'a' ? asAlice(row.method, target, row.body) : asBob(row.method, target);
+        EXPECT_EQ(reply.status, 200) << row.method << " " << target;
+        EXPECT_EQ(masked(reply.body),
+                  R"(<?xml version="1.0" encoding="UTF-8"?><Response>)" + row.reply + "</Response>")
+            << row.method << " " << target;
+        remember(reply.body);
+    }
+}
+
+TEST_F(Replies, LoginTellsTheSessionAndItsLife)
+{
+    const auto reply = send(
+        requestText("GET", "/service/v1/login", {}, {}, "x-qz-authentication-token: " + aliceToken + "\r\n"));
+    EXPECT_EQ(masked(reply.body),
+              R"(<?xml version="1.0" encoding="UTF-8"?><Response><TarnSessionId>*</TarnSessionId>)"
+              "<MinutesBeforeRelogin>30</MinutesBeforeRelogin></Response>");
+}
+
+TEST_F(Replies, ContentsComeBackAsTheyAreWhateverTheyAre)
+{
+    std::string content;
+    for (unsigned i = 0; i < 3'000'000; ++i)
+        content += static_cast<char>(i * 7919 >> 5);
+    put("/big", content);
+    put("/empty", "");
+    put("/versions", "old");
+    ASSERT_EQ(
+        asAlice("PUT", "/service/v1/files/versions?createMode=UPDATE&createNewVersion=true", "new").status,
+        200);
+
+    const auto big = asAlice("GET", "/service/v1/files/big");
+    EXPECT_TRUE(big.body == content);
+    EXPECT_EQ(big.headers.at("content-type"), "application/octet-stream");
+    const auto empty = asAlice("GET", "/service/v1/files/empty");
+    EXPECT_EQ(empty.status, 200);
+    EXPECT_EQ(empty.headers.at("content-length"), "0");
+    EXPECT_EQ(asAlice("GET", "/service/v1/files/versions").body, "new");
+    EXPECT_EQ(asAlice("GET", "/service/v1/files/versions?versionLabel=1").body, "old");
+}
+
+} // namespace
+} // namespace tarnd::test

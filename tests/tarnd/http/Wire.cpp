@@ -1,0 +1,115 @@
+#include "tests/tarnd/http/Wire.h"
+
+#include <algorithm>
+#include <arpa/inet.h>
+#include <cerrno>
+#include <cstring>
+#include <poll.h>
+#include <stdexcept>
+#include <sys/socket.h>
+#include <unistd.h>
+
+namespace tarnd::test {
+
+namespace {
+
+constexpr int patience = 20'000; // milliseconds
+
+void parseHead(std::string_view head, WireReply& reply)
+{
+    reply.status = std::stoi(std::string(head.substr(9, 3)));
+    head.remove_prefix(std::min(head.size(), head.find("\r\n") + 2));
+    while (!head.empty()) {
+        const auto line = head.substr(0, head.find("\r\n"));
+        head.remove_prefix(std::min(head.size(), line.size() + 2));
+        const auto colon = line.find(": ");
+        auto name = std::string(line.substr(0, colon));
+        std::transform(name.begin(), name.end(), name.begin(),
+                       [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+        reply.headers[name] = line.substr(colon + 2);
+    }
+}
+
+} // namespace
+
+Wire::Wire(std::uint16_t port) : fd(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0))
+{
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(port);
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    if (connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+        const int error = errno;
+        close(fd);
+        throw std::runtime_error(std::string("connect: ") + std::strerror(error));
+    }
+}
+
+Wire::~Wire()
+{
+    close(fd);
+}
+
+bool Wire::send(std::string_view bytes)
+{
+    while (!bytes.empty()) {
+        const auto sent = ::send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL);
+        if (sent <= 0) return false;
+        bytes.remove_prefix(static_cast<std::size_t>(sent));
+    }
+    return true;
+}
+
+void Wire::endOfRequest()
+{
+    shutdown(fd, SHUT_WR);
+}
+
+bool Wire::fill()
+{
+    pollfd waiting{fd, POLLIN, 0};
+    if (poll(&waiting, 1, patience) == 0) throw std::runtime_error("the service does not answer");
+    char buffer[64 * 1024];
+    const auto count = recv(fd, buffer, sizeof buffer, 0);
+    if (count <= 0) return false;
+    received.append(buffer, static_cast<std::size_t>(count));
+    return true;
+}
+
+std::optional<WireReply> Wire::receive(bool toHead)
+{
+    std::size_t end;
+    while ((end = received.find("\r\n\r\n")) == std::string::npos)
+        if (!fill()) return {};
+    WireReply reply;
+    parseHead(std::string_view(received).substr(0, end), reply);
+    received.erase(0, end + 4);
+    const auto length = reply.headers.find("content-length");
+    const auto size = toHead || length == reply.headers.end() ? 0 : std::stoull(length->second);
+    while (received.size() < size)
+        if (!fill()) return {};
+    reply.body = received.substr(0, size);
+    received.erase(0, size);
+    return reply;
+}
+
+std::string Wire::rest()
+{
+    while (fill()) {
+    }
+    return std::move(received);
+}
+
+std::string requestText(std::string_view method, std::string_view target, std::string_view session,
+                        std::string_view body, std::string_view headers)
+{
+    std::string text;
+    text.append(method).append(" ").append(target).append(" HTTP/1.1\r\nHost: tarn\r\n");
+    if (!session.empty()) text.append("x-qz-tarn-session-id: ").append(session).append("\r\n");
+    text.append(headers);
+    if (!body.empty() || method == "PUT")
+        text.append("Content-Length: ").append(std::to_string(body.size())).append("\r\n");
+    return text.append("\r\n").append(body);
+}
+
+} // namespace tarnd::test

@@ -1,0 +1,236 @@
+#include "tests/tarnd/store/StoreTest.h"
+
+#include "tarnd/store/ContentFolder.h"
+
+#include <sys/resource.h>
+
+#include <csignal>
+
+/// What a killed process, a full disk, a damaged disk or a wrong start may do to stored files.
+namespace tarnd {
+
+class RecoveryTest : public StoreTest {
+protected:
+    std::filesystem::path onlyContent() const
+    {
+        for (const auto& entry : std::filesystem::recursive_directory_iterator(place.folder / "contents"))
+            if (entry.is_regular_file()) return entry.path();
+        return {};
+    }
+
+    void write(const std::filesystem::path& path, const std::string& bytes) const
+    {
+        std::ofstream(path, std::ios::binary) << bytes;
+    }
+
+    Caller loginAgain(const std::string& user)
+    {
+        return store->sessions().touch(store->sessions().login(store->accounts().rotate(user)));
+    }
+
+    std::optional<Kind> openRefusal(Purpose purpose = Purpose::serve)
+    {
+        return refusal([&] { open(purpose); });
+    }
+};
+
+class KilledWriteTest : public RecoveryTest, public testing::WithParamInterface<WriteStep> {
+protected:
+    [[noreturn]] void replaceAndDie()
+    {
+        open();
+        alice = loginAgain("alice");
+        listener = [](WriteStep step) {
+            if (step == GetParam()) ::_exit(77);
+        };
+        put(alice, at("/f"), "new content");
+        ::_exit(1);
+    }
+};
+
+TEST_P(KilledWriteTest, LeavesTheOldOrTheNewFileAndNothingElse)
+{
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    if (place.owner) {
+        put(alice, at("/f"), "old");
+        store.reset();
+        place.handToNewProcess();
+    }
+    EXPECT_EXIT(replaceAndDie(), testing::ExitedWithCode(77), "");
+
+    open();
+    const bool acknowledgedOrCommitted = GetParam() >= WriteStep::committed;
+    EXPECT_EQ(get(loginAgain("alice"), at("/f")), acknowledgedOrCommitted ? "new content" : "old");
+    EXPECT_EQ(filesIn("contents"), 1U);
+    EXPECT_EQ(filesIn("uploads"), 0U);
+    EXPECT_EQ(problems(), "");
+}
+
+INSTANTIATE_TEST_SUITE_P(, KilledWriteTest,
+                         testing::Values(WriteStep::bytesWritten, WriteStep::bytesDurable,
+                                         WriteStep::contentNamed, WriteStep::folderDurable,
+                                         WriteStep::transactionOpen, WriteStep::committed,
+                                         WriteStep::finished),
+                         [](const auto& row) {
+                             return "Step" + std::to_string(static_cast<int>(row.param));
+                         });
+
+/// Several processes may serve one database: one that starts meets uploads of the others at every step.
+TEST_F(RecoveryTest, AStartBesideALiveUploadLeavesItsContentAlone)
+{
+    int starts = 0;
+    listener = [&](WriteStep) {
+        ++starts;
+        Database database(place.dialect());
+        ContentFolder contents(place.folder);
+        const auto report = recover({database, contents, systemTime});
+        EXPECT_EQ(report.abandonedUploads + report.orphanedContents, 0U);
+    };
+    put(alice, at("/f"), "bytes");
+    listener = {};
+    EXPECT_EQ(starts, 7);
+    EXPECT_EQ(get(alice, at("/f")), "bytes");
+}
+
+/// Whether such a commit took place cannot be known, so its content must stay until the rows can be asked.
+TEST_F(RecoveryTest, AConnectionLostAtTheCommitFailsOneUploadOnly)
+{
+    if (place.isSqlite()) GTEST_SKIP() << "has no connection to lose";
+    listener = [&](WriteStep step) {
+        if (step != WriteStep::transactionOpen) return;
+        Database(place.dialect()).read([&](Transaction& sql) {
+            sql.run(
+                "SELECT CASE WHEN pg_terminate_backend(pid) THEN 1 ELSE 0 END FROM pg_stat_activity WHERE "
+                "application_name = $1 AND state = 'idle in transaction' AND pid <> pg_backend_pid()",
+                place.schema);
+        });
+    };
+    EXPECT_EQ(refusal([&] { put(alice, at("/f"), "bytes"); }), Kind::internal);
+    listener = {};
+    EXPECT_EQ(filesIn("contents"), 1U);
+    put(alice, at("/g"), "bytes");
+    EXPECT_EQ(names(alice, at("/")), "g");
+    open();
+    EXPECT_EQ(store->recovery().orphanedContents, 1U);
+    EXPECT_EQ(problems(), "");
+}
+
+TEST_F(RecoveryTest, ContentsWithoutARowGoAtTheStart)
+{
+    put(alice, at("/f"), "bytes");
+    const std::string id(32, 'a');
+    write(place.folder / "contents" / "aa" / id, "deleted before the crash, unlinked never");
+    EXPECT_NE(problems(), "");
+    open();
+    EXPECT_EQ(store->recovery().orphanedContents, 1U);
+    EXPECT_EQ(filesIn("contents"), 1U);
+    EXPECT_EQ(problems(), "");
+}
+
+TEST_F(RecoveryTest, ARowWithoutItsContentStopsTheStart)
+{
+    put(alice, at("/f"), "bytes");
+    store.reset();
+    std::filesystem::remove(onlyContent());
+    try {
+        open();
+        ADD_FAILURE() << "started";
+    } catch (const ServiceError& error) {
+        EXPECT_NE(error.detail().find("alice:/f, version 1"), std::string::npos) << error.detail();
+    }
+    open(Purpose::check);
+    EXPECT_NE(problems().find("alice:/f, version 1"), std::string::npos);
+}
+
+TEST_F(RecoveryTest, FsckFindsDamagedContentsAndABrokenTree)
+{
+    folder("/d");
+    put(alice, at("/d/f"), "bytes");
+    EXPECT_EQ(problems(), "");
+    const auto report = store->fsck();
+    EXPECT_EQ(report.contents, 1U);
+    EXPECT_EQ(report.bytes, 5U);
+    write(onlyContent(), "bytez");
+    EXPECT_NE(problems().find("alice:/d/f, version 1: its content is damaged"), std::string::npos)
+        << problems();
+    write(onlyContent(), "byte");
+    EXPECT_NE(problems().find("4 bytes instead of 5"), std::string::npos) << problems();
+    write(onlyContent(), "bytes");
+
+    const char* const damages[][2] = {
+        {"UPDATE nodes SET current = 'x' WHERE name = 'f'", "has no current version"},
+        {"UPDATE nodes SET parent = id WHERE name = 'd'", "cannot be reached"},
+        {"UPDATE nodes SET kind = 1 WHERE name = 'd'", "lies in a file"},
+        {"UPDATE nodes SET owner = owner + 1 WHERE name = 'd'", "another owner"},
+    };
+    Database database(place.dialect());
+    for (const auto& [damage, problem] : damages) {
+        EXPECT_EQ(problems(), "");
+        // Undone by hand, as fsck sees only what is committed.
+        using Row = std::tuple<std::int64_t, std::int64_t, std::int64_t, std::int64_t, std::string>;
+        std::vector<Row> before;
+        database.write([&, damage = damage](Transaction& sql) {
+            before = sql.rows<std::int64_t, std::int64_t, std::int64_t, std::int64_t, std::string>(
+                "SELECT id, parent, kind, owner, current FROM nodes WHERE parent IS NOT NULL");
+            sql.run(damage);
+        });
+        EXPECT_NE(problems().find(problem), std::string::npos) << damage << "\n" << problems();
+        database.write([&](Transaction& sql) {
+            for (const auto& [id, parent, kind, owner, current] : before)
+                sql.run("UPDATE nodes SET parent = $1, kind = $2, owner = $3, current = $4 WHERE id = $5",
+                        parent, kind, owner, current, id);
+        });
+    }
+}
+
+TEST_F(RecoveryTest, AnotherDatabaseDoesNotTakeTheContentsForOrphans)
+{
+    put(alice, at("/f"), "bytes");
+    store.reset();
+    StorePlace other;
+    auto wrong = options();
+    wrong.databaseUrl = other.databaseUrl;
+    if (place.isSqlite())
+        for (const auto* file : {"tarn.db", "tarn.db-wal", "tarn.db-shm"})
+            std::filesystem::remove(place.folder / file);
+    EXPECT_EQ(refusal([&] { Store(wrong, Purpose::serve); }), Kind::conflict);
+    EXPECT_EQ(filesIn("contents"), 1U);
+}
+
+TEST_F(RecoveryTest, ADirectoryHasOneServerWithSqliteAndAdministrationBesideIt)
+{
+    EXPECT_EQ(refusal([&] { Store(options(), Purpose::serve); }),
+              place.isSqlite() ? std::optional(Kind::conflict) : std::nullopt);
+    std::string token;
+    {
+        Store beside(options(), Purpose::administer);
+        token = beside.accounts().add("carol");
+    }
+    const auto carol = store->sessions().touch(store->sessions().login(token));
+    put(carol, at("/f"), "bytes");
+    store.reset();
+    EXPECT_EQ(refusal([&] { Store(options(), Purpose::serve); }), std::nullopt);
+    auto nowhere = options();
+    nowhere.dataDir = place.folder / "none";
+    EXPECT_EQ(refusal([&] { Store(nowhere, Purpose::check); }), Kind::badRequest);
+    EXPECT_FALSE(std::filesystem::exists(nowhere.dataDir));
+}
+
+TEST_F(RecoveryTest, AFullDiskFailsTheUploadAndNothingElse)
+{
+    put(alice, at("/f"), "bytes");
+    std::signal(SIGXFSZ, SIG_IGN);
+    rlimit before{};
+    ::getrlimit(RLIMIT_FSIZE, &before);
+    rlimit small = before;
+    small.rlim_cur = 8 << 20;
+    ::setrlimit(RLIMIT_FSIZE, &small);
+    const auto refused = refusal([&] { put(alice, at("/f"), std::string(9 << 20, 'x')); });
+    ::setrlimit(RLIMIT_FSIZE, &before);
+    EXPECT_EQ(refused, Kind::insufficientStorage);
+    EXPECT_EQ(get(alice, at("/f")), "bytes");
+    EXPECT_EQ(filesIn("contents"), 1U);
+    EXPECT_EQ(filesIn("uploads"), 0U);
+}
+
+} // namespace tarnd

@@ -1,0 +1,183 @@
+#include "tests/tarnd/store/StoreTest.h"
+
+#include <vector>
+
+/// What others may see and do: a slip here shows or changes somebody's files.
+namespace tarnd {
+
+class SharingTest : public StoreTest {
+protected:
+    void SetUp() override
+    {
+        StoreTest::SetUp();
+        folder("/docs");
+        folder("/docs/sub");
+        put(alice, at("/docs/sub/a.txt"), "shared");
+        put(alice, at("/private.txt"), "private");
+    }
+
+    std::string share(const std::string& path, const std::string& subject = "bob")
+    {
+        return store->permissions().grant(alice, at(path), subject, false);
+    }
+
+    /// Every operation on an item of alice's, as bob.
+    std::vector<std::function<void()>> changes(const std::string& file, const std::string& parent)
+    {
+        const auto there = at(file, "alice");
+        return {
+            [=, this] {
+                put(bob, there, "x", {CreateMode::update, false});
+            },
+            [=, this] {
+                put(bob, there, "x", {CreateMode::createOrUpdate, true});
+            },
+            [=, this] {
+                put(bob, at(parent + "/new", "alice"), "x", {CreateMode::create, false});
+            },
+            [=, this] { store->catalog().deleteFile(bob, there); },
+            [=, this] { store->catalog().createFolder(bob, at(parent + "/new", "alice")); },
+            [=, this] { store->catalog().deleteFolder(bob, at(parent, "alice"), true); },
+            [=, this] { store->catalog().move(bob, there, at("/stolen"), true); },
+            [=, this] { store->catalog().move(bob, at("/mine"), there, true); },
+            [=, this] { store->catalog().move(bob, at("/mine"), at(parent + "/new", "alice"), false); },
+            [=, this] { store->handles().openReadWrite(bob, there, CreateMode::createOrUpdate, true); },
+            [=, this] {
+                store->versions().restore(bob, there, {{}, 1}, true);
+            },
+            [=, this] { store->links().get(bob, there); },
+            [=, this] { store->permissions().grant(bob, there, "bob", true); },
+            [=, this] { store->permissions().list(bob, there); },
+        };
+    }
+
+    std::vector<std::function<void()>> reads(const std::string& file, const std::string& parent)
+    {
+        const auto there = at(file, "alice");
+        return {
+            [=, this] { get(bob, there); },
+            [=, this] { store->catalog().attributes(bob, there); },
+            [=, this] { store->catalog().list(bob, at(parent, "alice")); },
+            [=, this] { store->handles().openReadOnly(bob, there); },
+            [=, this] { store->versions().list(bob, there); },
+        };
+    }
+};
+
+TEST_F(SharingTest, AStrangerCannotTellWhatExists)
+{
+    put(bob, at("/mine"), "x");
+    for (const auto& [file, parent] :
+         {std::pair{"/docs/sub/a.txt", "/docs/sub"}, std::pair{"/none/a.txt", "/none"}}) {
+        auto attempts = changes(file, parent);
+        for (auto& read : reads(file, parent))
+            attempts.push_back(read);
+        for (std::size_t i = 0; i < attempts.size(); ++i) {
+            EXPECT_EQ(refusal(attempts[i]), Kind::notFound) << file << ", attempt " << i;
+            EXPECT_EQ(lastSentence(), "The path does not exist.") << file << ", attempt " << i;
+        }
+    }
+    for (const auto* bucket : {"alice", "nobody"}) {
+        EXPECT_EQ(refusal([&] { store->catalog().list(bob, at("/", bucket)); }), Kind::notFound);
+        EXPECT_EQ(refusal([&] { store->catalog().createFolder(bob, at("/", bucket)); }), Kind::notFound);
+        EXPECT_EQ(refusal([&] { put(bob, at("/x", bucket), ""); }), Kind::notFound);
+    }
+}
+
+TEST_F(SharingTest, AReaderReadsAllBelowTheGrantAndChangesNothing)
+{
+    put(bob, at("/mine"), "x");
+    share("/docs");
+    const auto attempts = changes("/docs/sub/a.txt", "/docs/sub");
+    for (std::size_t i = 0; i < attempts.size(); ++i)
+        EXPECT_EQ(refusal(attempts[i]), Kind::notAllowed) << "attempt " << i;
+    for (const auto& read : reads("/docs/sub/a.txt", "/docs/sub"))
+        EXPECT_EQ(refusal(read), std::nullopt);
+    EXPECT_FALSE(store->catalog().attributes(bob, at("/docs/sub/a.txt", "alice")).writable);
+    EXPECT_FALSE(store->catalog().list(bob, at("/docs", "alice")).folder.writable);
+    EXPECT_EQ(refusal([&] { get(bob, at("/private.txt", "alice")); }), Kind::notFound);
+    EXPECT_EQ(refusal([&] { store->catalog().list(bob, at("/", "alice")); }), Kind::notFound);
+    EXPECT_EQ(get(alice, at("/docs/sub/a.txt")), "shared");
+}
+
+TEST_F(SharingTest, GrantsFollowTheItemAndEndWithItOrTheRevocation)
+{
+    share("/docs/sub/a.txt");
+    store->catalog().move(alice, at("/docs/sub/a.txt"), at("/moved.txt"), false);
+    EXPECT_EQ(get(bob, at("/moved.txt", "alice")), "shared");
+    store->catalog().deleteFile(alice, at("/moved.txt"));
+    put(alice, at("/moved.txt"), "another");
+    EXPECT_EQ(refusal([&] { get(bob, at("/moved.txt", "alice")); }), Kind::notFound);
+
+    const auto id = share("/docs");
+    EXPECT_EQ(share("/docs"), id);
+    login("carol");
+    EXPECT_EQ(refusal([&] { store->permissions().revoke(bob, id); }), Kind::notAllowed);
+    EXPECT_EQ(refusal([&] { store->permissions().revoke(alice, "nonsense"); }), Kind::badRequest);
+    store->permissions().revoke(alice, id);
+    EXPECT_EQ(refusal([&] { store->catalog().list(bob, at("/docs", "alice")); }), Kind::notFound);
+    EXPECT_EQ(refusal([&] { store->permissions().revoke(alice, id); }), Kind::badRequest);
+}
+
+TEST_F(SharingTest, GrantsToUnknownUsersWaitForThem)
+{
+    EXPECT_EQ(refusal([&] { share("/docs", "dave"); }), Kind::badRequest);
+    EXPECT_EQ(refusal([&] { share("/docs", "alice"); }), Kind::badRequest);
+    EXPECT_EQ(refusal([&] { store->permissions().grant(alice, at("/docs"), "a:b", true); }),
+              Kind::badRequest);
+    store->permissions().grant(alice, at("/docs"), "dave", true);
+    EXPECT_EQ(store->permissions().list(alice).at(0).status, "PENDING");
+    const auto dave = login("dave");
+    EXPECT_EQ(store->permissions().list(alice).at(0).status, "ACTIVE");
+    EXPECT_EQ(get(dave, at("/docs/sub/a.txt", "alice")), "shared");
+}
+
+TEST_F(SharingTest, ListsNameWhatWasGrantedAndByWhom)
+{
+    share("/docs");
+    share("/docs/sub/a.txt");
+    share("/docs", [&] { return login("carol").user; }());
+    store->permissions().grant(bob, at("/"), "alice", false);
+
+    std::string granted;
+    for (const auto& p : store->permissions().list(alice))
+        granted += p.bucket + p.path + ">" + p.subject + " ";
+    EXPECT_EQ(granted, "alice/docs>bob alice/docs>carol alice/docs/sub/a.txt>bob ");
+    EXPECT_EQ(store->permissions().list(alice, at("/docs/sub/a.txt")).size(), 1U);
+    EXPECT_TRUE(store->permissions().list(alice, at("/private.txt")).empty());
+
+    const auto forBob = store->sharedContent().list(bob);
+    ASSERT_EQ(forBob.size(), 1U);
+    EXPECT_EQ(forBob[0].user, "alice");
+    ASSERT_EQ(forBob[0].files.size(), 1U);
+    ASSERT_EQ(forBob[0].folders.size(), 1U);
+    EXPECT_EQ(forBob[0].files[0].path, "/docs/sub/a.txt");
+    EXPECT_EQ(forBob[0].files[0].item.size, 6);
+    EXPECT_FALSE(forBob[0].files[0].item.writable);
+    EXPECT_EQ(forBob[0].folders[0].bucket, "alice");
+    EXPECT_EQ(store->sharedContent().list(alice).at(0).folders.at(0).path, "/");
+}
+
+TEST_F(SharingTest, PublicLinksAreStableAndShowOnlyWhatIsLinked)
+{
+    const auto file = store->links().get(alice, at("/docs/sub/a.txt"));
+    const auto docs = store->links().get(alice, at("/docs"));
+    EXPECT_GE(file.size(), 32U);
+    EXPECT_NE(file, docs);
+    store->catalog().move(alice, at("/docs"), at("/renamed"), false);
+    EXPECT_EQ(store->links().get(alice, at("/renamed/sub/a.txt")), file);
+    put(alice, at("/renamed/sub/a.txt"), "newer");
+    EXPECT_EQ(bytesOf(std::get<OpenContent>(store->links().open(file))), "newer");
+    EXPECT_EQ(bytesOf(std::get<OpenContent>(store->links().open(docs, ItemPath::fromText("/sub/a.txt")))),
+              "newer");
+    EXPECT_EQ(std::get<Listing>(store->links().open(docs)).folders.at(0).name, "sub");
+    EXPECT_FALSE(std::get<Listing>(store->links().open(docs)).folder.writable);
+
+    EXPECT_EQ(refusal([&] { store->links().open("0"); }), Kind::notFound);
+    EXPECT_EQ(refusal([&] { store->links().open(docs, ItemPath::fromText("/private.txt")); }),
+              Kind::notFound);
+    store->catalog().deleteFile(alice, at("/renamed/sub/a.txt"));
+    EXPECT_EQ(refusal([&] { store->links().open(file); }), Kind::notFound);
+}
+
+} // namespace tarnd
