@@ -1,7 +1,7 @@
 #include "cli/CommandLine.h"
 
-#include "cli/NearestName.h"
-#include "cli/Text.h"
+#include "cli/terminal/NearestName.h"
+#include "cli/terminal/Text.h"
 
 #include <CLI/CLI.hpp>
 

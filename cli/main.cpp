@@ -1,5 +1,5 @@
 #include "cli/CommandLine.h"
-#include "cli/Interrupts.h"
+#include "cli/terminal/Interrupts.h"
 
 #include <algorithm>
 #include <cstdio>

@@ -1,7 +1,7 @@
-#include "cli/Conclusion.h"
-#include "cli/LocalFile.h"
-#include "cli/Requests.h"
-#include "cli/VersionChoice.h"
+#include "cli/remote/Requests.h"
+#include "cli/remote/VersionChoice.h"
+#include "cli/transfer/Conclusion.h"
+#include "cli/transfer/LocalFile.h"
 #include "cli/verbs/Verbs.h"
 
 #include <Poco/Base64Encoder.h>

@@ -1,5 +1,5 @@
-#include "cli/Conclusion.h"
-#include "cli/Requests.h"
+#include "cli/remote/Requests.h"
+#include "cli/transfer/Conclusion.h"
 #include "cli/verbs/Verbs.h"
 
 #include <nlohmann/json.hpp>

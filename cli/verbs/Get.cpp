@@ -1,10 +1,10 @@
-#include "cli/Conclusion.h"
-#include "cli/DownloadFolder.h"
-#include "cli/LocalFile.h"
-#include "cli/Quantities.h"
-#include "cli/RemoteTree.h"
-#include "cli/Requests.h"
-#include "cli/VersionChoice.h"
+#include "cli/remote/Requests.h"
+#include "cli/remote/VersionChoice.h"
+#include "cli/terminal/Quantities.h"
+#include "cli/transfer/Conclusion.h"
+#include "cli/transfer/DownloadFolder.h"
+#include "cli/transfer/LocalFile.h"
+#include "cli/transfer/RemoteTree.h"
 #include "cli/verbs/Verbs.h"
 
 #include <nlohmann/json.hpp>

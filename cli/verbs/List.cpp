@@ -1,8 +1,8 @@
-#include "cli/Conclusion.h"
-#include "cli/Quantities.h"
-#include "cli/RemoteTree.h"
-#include "cli/Requests.h"
-#include "cli/Table.h"
+#include "cli/remote/Requests.h"
+#include "cli/terminal/Quantities.h"
+#include "cli/terminal/Table.h"
+#include "cli/transfer/Conclusion.h"
+#include "cli/transfer/RemoteTree.h"
 #include "cli/verbs/Verbs.h"
 
 #include <nlohmann/json.hpp>

@@ -1,7 +1,7 @@
-#include "cli/Conclusion.h"
-#include "cli/Quantities.h"
-#include "cli/Requests.h"
-#include "cli/Upload.h"
+#include "cli/remote/Requests.h"
+#include "cli/terminal/Quantities.h"
+#include "cli/transfer/Conclusion.h"
+#include "cli/transfer/Upload.h"
 #include "cli/verbs/Verbs.h"
 
 #include <nlohmann/json.hpp>

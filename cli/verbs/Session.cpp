@@ -1,7 +1,7 @@
-#include "cli/LocalStore.h"
-#include "cli/Secret.h"
-#include "cli/Text.h"
-#include "cli/UserFolders.h"
+#include "cli/machine/UserFolders.h"
+#include "cli/service/LocalStore.h"
+#include "cli/terminal/Secret.h"
+#include "cli/terminal/Text.h"
 #include "cli/verbs/Verbs.h"
 #include "tarn/session/SessionMessages.h"
 

@@ -1,6 +1,6 @@
-#include "cli/Quantities.h"
-#include "cli/Requests.h"
-#include "cli/Table.h"
+#include "cli/remote/Requests.h"
+#include "cli/terminal/Quantities.h"
+#include "cli/terminal/Table.h"
 #include "cli/verbs/Verbs.h"
 #include "tarn/accesscontrol/PermissionMessages.h"
 

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "cli/Connection.h"
-#include "cli/Output.h"
+#include "cli/service/Connection.h"
+#include "cli/terminal/Output.h"
 
 #include <string>
 #include <vector>

@@ -1,7 +1,7 @@
-#include "cli/Quantities.h"
-#include "cli/Requests.h"
-#include "cli/Table.h"
-#include "cli/VersionChoice.h"
+#include "cli/remote/Requests.h"
+#include "cli/remote/VersionChoice.h"
+#include "cli/terminal/Quantities.h"
+#include "cli/terminal/Table.h"
 #include "cli/verbs/Verbs.h"
 #include "tarn/versioning/VersionMessages.h"
 

@@ -1,6 +1,6 @@
 // What a service names must stay inside the folder that the user chose, and no half file may be seen.
-#include "cli/DownloadFolder.h"
-#include "cli/Failure.h"
+#include "cli/transfer/DownloadFolder.h"
+#include "cli/terminal/Failure.h"
 
 #include <fstream>
 #include <gmock/gmock.h>

@@ -1,9 +1,9 @@
 // What the user may write as a path, an endpoint or a verb: a slip must be told, never sent as something
 // else.
-#include "cli/Endpoint.h"
-#include "cli/Failure.h"
-#include "cli/NearestName.h"
-#include "cli/RemotePath.h"
+#include "cli/remote/RemotePath.h"
+#include "cli/service/Endpoint.h"
+#include "cli/terminal/Failure.h"
+#include "cli/terminal/NearestName.h"
 
 #include <gmock/gmock.h>
 

@@ -1,7 +1,7 @@
 // Which service is meant: a slip in the configuration must not send files elsewhere.
-#include "cli/Profile.h"
-#include "cli/Credentials.h"
-#include "cli/Failure.h"
+#include "cli/service/Profile.h"
+#include "cli/service/Credentials.h"
+#include "cli/terminal/Failure.h"
 
 #include <cstdlib>
 #include <fstream>

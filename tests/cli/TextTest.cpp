@@ -1,9 +1,9 @@
 // What reaches a terminal: names that command it, columns that do not line up, a bar that wraps.
-#include "cli/Text.h"
-#include "cli/ErrorMapping.h"
-#include "cli/ProgressBar.h"
-#include "cli/Quantities.h"
-#include "cli/Table.h"
+#include "cli/terminal/Text.h"
+#include "cli/service/ErrorMapping.h"
+#include "cli/terminal/ProgressBar.h"
+#include "cli/terminal/Quantities.h"
+#include "cli/terminal/Table.h"
 #include "tarnhost/TransportError.h"
 
 #include <gmock/gmock.h>

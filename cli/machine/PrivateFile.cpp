@@ -1,0 +1,116 @@
+#include "cli/machine/PrivateFile.h"
+
+#include "cli/terminal/Failure.h"
+#include "cli/terminal/Text.h"
+
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+
+namespace tarncli {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+void writeAll(int fd, const std::string& text, const fs::path& file)
+{
+    for (std::size_t done = 0; done < text.size();) {
+        const auto count = ::write(fd, text.data() + done, text.size() - done);
+        if (count < 0 && errno == EINTR) continue;
+        if (count < 0) throwErrno("Could not write", file);
+        done += static_cast<std::size_t>(count);
+    }
+}
+
+ExitCode codeOf(int error)
+{
+    switch (error) {
+    case ENOENT:
+        return ExitCode::notFound;
+    case EACCES:
+    case EPERM:
+        return ExitCode::notAllowed;
+    case EEXIST:
+    case EISDIR:
+    case ENOTDIR:
+        return ExitCode::conflict;
+    default:
+        return ExitCode::failure;
+    }
+}
+
+void syncFolder(const fs::path& folder)
+{
+    const FileDescriptor fd(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (!fd || ::fsync(fd.get()) != 0) throwErrno("Could not write", folder);
+}
+
+} // namespace
+
+void throwErrno(const std::string& verb, const fs::path& file)
+{
+    const int error = errno;
+    throw Failure(codeOf(error), verb + " " + escaped(file.string()) + ": " + std::strerror(error) + ".");
+}
+
+void makePrivateFolder(const fs::path& folder)
+{
+    if (fs::is_directory(folder)) return;
+    if (folder.has_parent_path() && folder.parent_path() != folder) makePrivateFolder(folder.parent_path());
+    if (::mkdir(folder.c_str(), 0700) != 0 && errno != EEXIST)
+        throwErrno("Could not make the folder", folder);
+}
+
+void writePrivateFile(const fs::path& file, const std::string& text)
+{
+    makePrivateFolder(file.parent_path());
+    auto temporary = file.string() + ".XXXXXX";
+    FileDescriptor fd(::mkostemp(temporary.data(), O_CLOEXEC)); // mode 0600
+    if (!fd) throwErrno("Could not write", file);
+    try {
+        writeAll(fd.get(), text, file);
+        if (::fsync(fd.get()) != 0) throwErrno("Could not write", file);
+        if (::rename(temporary.c_str(), file.c_str()) != 0) throwErrno("Could not write", file);
+    } catch (const Failure&) {
+        ::unlink(temporary.c_str());
+        throw;
+    }
+    syncFolder(file.parent_path());
+}
+
+std::optional<std::string> readPrivateFile(const fs::path& file)
+{
+    const FileDescriptor fd(::open(file.c_str(), O_RDONLY | O_CLOEXEC));
+    if (!fd && (errno == ENOENT || errno == ENOTDIR)) return {};
+
+    struct stat status {};
+
+    if (!fd || ::fstat(fd.get(), &status) != 0) throwErrno("Could not read", file);
+    if ((status.st_mode & 077) != 0)
+        throw Failure(ExitCode::failure, "Others may read " + escaped(file.string()) +
+                                             "; delete it and log in again, or `chmod 600` it.");
+    std::string text;
+    char buffer[4096];
+    while (true) {
+        const auto count = ::read(fd.get(), buffer, sizeof buffer);
+        if (count < 0 && errno == EINTR) continue;
+        if (count < 0) throwErrno("Could not read", file);
+        if (count == 0) return text;
+        text.append(buffer, static_cast<std::size_t>(count));
+    }
+}
+
+FileDescriptor lockFile(const fs::path& file)
+{
+    makePrivateFolder(file.parent_path());
+    FileDescriptor fd(::open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
+    if (!fd) throwErrno("Could not open", file);
+    while (::flock(fd.get(), LOCK_EX) != 0)
+        if (errno != EINTR) throwErrno("Could not lock", file);
+    return fd;
+}
+
+} // namespace tarncli

@@ -1,0 +1,31 @@
+#pragma once
+
+#include "cli/machine/FileDescriptor.h"
+
+#include <filesystem>
+#include <optional>
+#include <string>
+
+/// Small files that only their owner may read.
+namespace tarncli {
+
+/// Replaces the file in one durable step with mode 0600; makes its folder (0700) when missing. A reader sees
+/// the old text or the new, whatever happens meanwhile. @throws Failure
+void writePrivateFile(const std::filesystem::path& file, const std::string& text);
+
+/// The file's text; nothing when there is no such file. @throws Failure when it cannot be read, or when
+/// others than its owner may read it
+std::optional<std::string> readPrivateFile(const std::filesystem::path& file);
+
+/// Makes a folder (0700) with all above it. @throws Failure
+void makePrivateFolder(const std::filesystem::path& folder);
+
+/// Waits for the exclusive lock on `file`, which is made when missing; it is held until the descriptor is
+/// closed.
+/// @throws Failure
+FileDescriptor lockFile(const std::filesystem::path& file);
+
+/// "VERB FILE: REASON" with the text of errno, and the exit code that fits it.
+[[noreturn]] void throwErrno(const std::string& verb, const std::filesystem::path& file);
+
+} // namespace tarncli

@@ -1,0 +1,58 @@
+#include "cli/machine/UserFolders.h"
+
+#include "cli/terminal/Failure.h"
+
+#include <cstdlib>
+#include <pwd.h>
+#include <unistd.h>
+
+namespace tarncli::folders {
+
+namespace {
+
+std::filesystem::path home()
+{
+    std::filesystem::path result = environment("HOME");
+    if (result.empty())
+        if (const auto* entry = getpwuid(getuid())) result = entry->pw_dir;
+    if (!result.is_absolute())
+        throw Failure(ExitCode::failure, "The home folder is not known; set HOME to its absolute path.");
+    return result;
+}
+
+std::filesystem::path folder(const char* variable, const char* below)
+{
+    const std::filesystem::path set = environment(variable);
+    return (set.is_absolute() ? set : home() / below) / "tarn";
+}
+
+} // namespace
+
+std::filesystem::path config()
+{
+    return folder("XDG_CONFIG_HOME", ".config");
+}
+
+std::filesystem::path state()
+{
+    return folder("XDG_STATE_HOME", ".local/state");
+}
+
+std::filesystem::path data()
+{
+    return folder("XDG_DATA_HOME", ".local/share");
+}
+
+std::string environment(const char* name)
+{
+    const char* value = std::getenv(name);
+    return value == nullptr ? "" : value;
+}
+
+std::string loginName()
+{
+    const auto* entry = getpwuid(getuid());
+    return entry == nullptr ? "me" : entry->pw_name;
+}
+
+} // namespace tarncli::folders

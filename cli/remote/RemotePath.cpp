@@ -1,0 +1,92 @@
+#include "cli/remote/RemotePath.h"
+
+#include "cli/terminal/Failure.h"
+#include "cli/terminal/Text.h"
+
+namespace tarncli {
+
+namespace {
+
+std::string quote(const std::string& text)
+{
+    return "\"" + escaped(text) + "\"";
+}
+
+void refuseBadNames(const std::string& text, std::string_view path)
+{
+    while (!path.empty()) {
+        path.remove_prefix(1);
+        const auto name = path.substr(0, path.find('/'));
+        path.remove_prefix(name.size());
+        if (name.empty())
+            throw usageError("The remote path " + quote(text) + " holds an empty name (\"//\").");
+        if (name == "." || name == "..")
+            throw usageError("The remote path " + quote(text) + " holds \"" + std::string(name) +
+                             "\"; write it out from the root.");
+    }
+}
+
+} // namespace
+
+RemotePath RemotePath::parse(const std::string& text)
+{
+    RemotePath result;
+    if (text.empty()) throw usageError("A remote path is empty; the root folder is \"/\".");
+    if (!isValidUtf8(text)) throw usageError("The remote path " + quote(text) + " is not valid UTF-8.");
+    const auto colon = text.front() == '/' ? std::string::npos : text.find(':');
+    if (colon == 0) throw usageError("The remote path " + quote(text) + " names no user before the ':'.");
+    if (colon != std::string::npos) result.bucket = text.substr(0, colon);
+    result.path = colon == std::string::npos ? text : text.substr(colon + 1);
+    if (result.bucket.find('/') != std::string::npos || result.path.empty() || result.path.front() != '/') {
+        const bool bucketIsFine = result.bucket.find('/') == std::string::npos;
+        RemotePath corrected{bucketIsFine ? result.bucket : "", "/" + (bucketIsFine ? result.path : text)};
+        throw usageError("The remote path " + quote(text) + " does not begin with '/'; did you mean " +
+                         quote(corrected.text()) + "?");
+    }
+    result.asFolder = result.path.back() == '/';
+    if (result.isRoot()) return result;
+    if (result.asFolder) result.path.pop_back();
+    refuseBadNames(text, result.path);
+    return result;
+}
+
+std::string RemotePath::name() const
+{
+    return path.substr(path.rfind('/') + 1);
+}
+
+RemotePath RemotePath::child(const std::string& childName) const
+{
+    return {bucket, (isRoot() ? "/" : path + "/") + childName};
+}
+
+RemotePath RemotePath::parent() const
+{
+    const auto end = path.rfind('/');
+    return {bucket, end == 0 ? "/" : path.substr(0, end)};
+}
+
+std::string RemotePath::quoted() const
+{
+    return quote(text());
+}
+
+RemotePath addressable(const std::string& text)
+{
+    auto result = RemotePath::parse(text);
+    if (const auto why = whyNotAddressable(result.path); !why.empty())
+        throw usageError("The remote path " + quote(text) + " cannot be used: " + why);
+    return result;
+}
+
+std::string whyNotAddressable(std::string_view name)
+{
+    if (!isValidUtf8(name)) return "The name is not valid UTF-8.";
+    for (const char c : {'?', '#'})
+        if (name.find(c) != std::string_view::npos)
+            return std::string("The service cannot be asked for names with '") + c +
+                   "'; choose another name.";
+    return {};
+}
+
+} // namespace tarncli

@@ -1,0 +1,55 @@
+#pragma once
+
+#include "cli/remote/RemotePath.h"
+#include "cli/service/Connection.h"
+#include "cli/terminal/Text.h"
+#include "tarn/fileaccess/FileMessages.h"
+#include "tarn/fileaccess/FolderMessages.h"
+
+#include <memory>
+#include <nlohmann/json_fwd.hpp>
+#include <optional>
+#include <string>
+
+/// Requests about an item, and records as JSON.
+namespace tarncli {
+
+/// A request with its path and bucket filled in.
+template <class Request>
+std::unique_ptr<Request> requestFor(const RemotePath& item)
+{
+    auto request = std::make_unique<Request>();
+    request->path = toUtf16(item.path);
+    request->bucket = toUtf16(item.bucket);
+    return request;
+}
+
+inline bool isFolder(const connector::tarn::FileAttributes& attributes)
+{
+    return attributes.type == "FOLDER";
+}
+
+/// @throws what the request fails with, the item in front
+connector::tarn::FileAttributes attributesOf(Connection& connection, const RemotePath& item);
+
+/// Nothing when there is no such item.
+std::optional<connector::tarn::FileAttributes> findAttributes(Connection& connection, const RemotePath& item);
+
+std::unique_ptr<connector::tarn::FolderListResponse> listFolder(Connection& connection,
+                                                                const RemotePath& folder);
+
+/// Runs `action`; a failure is thrown as a Failure with the item in front.
+template <class Action>
+auto naming(const RemotePath& item, Action action)
+{
+    try {
+        return action();
+    } catch (const std::exception&) {
+        throw about(item.quoted(), explain(std::current_exception()));
+    }
+}
+
+nlohmann::json toJson(const connector::tarn::FileSummary& file);
+nlohmann::json toJson(const connector::tarn::FolderSummary& folder);
+
+} // namespace tarncli

@@ -1,0 +1,38 @@
+#include "cli/remote/VersionChoice.h"
+
+#include "cli/remote/Requests.h"
+#include "tarn/versioning/VersionMessages.h"
+
+#include <algorithm>
+
+namespace tarncli {
+
+using namespace connector::tarn;
+
+void requireOwnBucket(const Connection& connection, const RemotePath& file)
+{
+    if (file.bucket.empty() || file.bucket == connection.user()) return;
+    throw usageError("The service tells the versions of your own files only, not those of " + file.quoted() +
+                     ".");
+}
+
+VersionInfo chooseVersion(Connection& connection, const RemotePath& file, const std::string& text)
+{
+    const bool isLabel = text.size() < 18 && text.find_first_not_of("0123456789") == std::string::npos;
+    if (!isLabel) return {text, 0};
+    requireOwnBucket(connection, file);
+    const auto list = naming(file, [&] {
+        return connection.call(
+            [&] { return connection.versioning().listVersions(requestFor<VersionList>(file)); });
+    });
+    const auto label = std::stoll(text);
+    for (const auto& version : list->versions)
+        if (version.versionLabel == label) return {version.versionId, label};
+    const auto byId = std::find_if(list->versions.begin(), list->versions.end(),
+                                   [&](const VersionSummary& version) { return version.versionId == text; });
+    if (byId != list->versions.end()) return {byId->versionId, byId->versionLabel};
+    throw Failure(ExitCode::notFound,
+                  file.quoted() + " has no version " + text + "; `tarn versions` lists them.");
+}
+
+} // namespace tarncli

@@ -1,0 +1,115 @@
+#pragma once
+
+#include "cli/service/Credentials.h"
+#include "cli/service/ErrorMapping.h"
+#include "cli/service/Profile.h"
+#include "tarnhost/TarnHost.h"
+
+#include <memory>
+#include <string>
+#include <utility>
+
+namespace tarncli {
+
+class Output;
+
+/// What the command line says about the service, and how it is spoken to.
+struct ConnectionOptions {
+    std::string endpoint; ///< empty: not told
+    std::string profile;  ///< empty: not told
+    unsigned inFlight = 4;
+};
+
+/// A session with the chosen service: what all verbs send their requests through.
+///
+/// Used on one thread only; that thread also does every login, so that no request reads a session id that is
+/// just being replaced. Continuations of the futures run on the host's threads and must not use this object.
+class Connection {
+public:
+    /// Chooses the service; starts the local store when it is that. Sends nothing.
+    /// @throws Failure
+    Connection(const ConnectionOptions& options, Output& output);
+
+    /// Continues the session of the last login, or logs in when a token is at hand. @throws Failure
+    /// (notLoggedIn)
+    void resume();
+
+    /// Opens a session and checks that `user` is who the token belongs to; the local store has a token of its
+    /// own at hand. @throws Failure
+    /// @param keepToken  whether the token is stored beside the session
+    void login(const std::string& user, const std::string& token, bool keepToken);
+
+    /// Ends the session and forgets user and token. @return false when there was none
+    bool logout();
+
+    /// Logs in again unless that has happened since `loginsSeen` was read. @throws Failure (notLoggedIn)
+    /// without a token at hand
+    void renew(unsigned loginsSeen);
+
+    unsigned logins() const { return loginCount; }
+
+    /// Sends what `operation` sends and waits for the reply. When the session has ended it logs in and sends
+    /// once more: a request refused for that has had no effect. @throws what the future holds
+    template <class Operation>
+    auto call(Operation operation)
+    {
+        const auto seen = loginCount;
+        try {
+            return operation().get();
+        } catch (const std::exception&) {
+            if (!isAnswer(std::current_exception(), answers::sessionEnded)) throw;
+        }
+        renew(seen);
+        return operation().get();
+    }
+
+    connector::tarn::FileAccess& files() { return *host->fileAccess(); }
+
+    connector::tarn::AccessControl& access() { return *host->accessControl(); }
+
+    connector::tarn::Versioning& versioning() { return *host->versioning(); }
+
+    connector::tarn::TarnSession& session() { return *host->session(); }
+
+    /// Bytes of bodies sent and received so far.
+    std::uint64_t transferredBytes() const
+    {
+        const auto bytes = host->transferred();
+        return bytes.sent + bytes.received;
+    }
+
+    /// The name of the bucket of who is logged in.
+    std::string user() const { return credentials.user; }
+
+    /// The user that environment, profile or local store tell; empty: none does.
+    const std::string& configuredUser() const { return service.user; }
+
+    bool isLocal() const { return service.isLocal(); }
+
+    /// "http://…" or "the local store": for messages.
+    std::string serviceName() const { return service.isLocal() ? "the local store" : endpoint; }
+
+    const std::string& url() const { return endpoint; }
+
+    const CredentialStore& store() const { return credentialStore; }
+
+    unsigned inFlight() const { return requestsInFlight; }
+
+private:
+    void startLocalStore(Output& output);
+    void openSession(const std::string& user, const std::string& token);
+    void checkUser(const std::string& user);
+    std::string tokenAtHand() const;
+    Failure notLoggedIn(const std::string& why) const;
+
+    Service service;
+    CredentialStore credentialStore;
+    std::string endpoint;
+    std::string localToken; ///< of the local store
+    unsigned requestsInFlight;
+    Credentials credentials;
+    unsigned loginCount = 0;
+    std::unique_ptr<connector::host::TarnHost> host;
+};
+
+} // namespace tarncli

@@ -1,0 +1,136 @@
+#include "cli/service/ErrorMapping.h"
+
+#include "tarn/protocol/ErrorText.h"
+#include "tarnhost/TransportError.h"
+
+#include <Poco/Exception.h>
+
+#include <new>
+#include <system_error>
+
+namespace tarncli {
+
+namespace {
+
+namespace texts = connector::tarn::ErrorText;
+
+enum class Match { whole, start };
+
+struct Row {
+    std::string_view sentence;
+    ExitCode code;
+    std::string_view advice; ///< what to do, shown after the sentence
+    Match match = Match::whole;
+};
+
+constexpr Row rows[] = {
+    {answers::notFound, ExitCode::notFound, "Check the path with `tarn ls`."},
+    {"The folder \"", ExitCode::notFound, "Make it first with `tarn mkdir -p`.", Match::start},
+    {"There is no user named \"", ExitCode::notFound,
+     "`tarn grant --pending` lets the grant wait for that user.", Match::start},
+    {"There is no permission with this id.", ExitCode::notFound, "`tarn grants` lists them."},
+    {"The file has no such version.", ExitCode::notFound, "`tarn versions` lists them."},
+
+    {"The authentication token is not valid.", ExitCode::notLoggedIn, "Log in with `tarn login`."},
+    {answers::sessionEnded, ExitCode::notLoggedIn, "Use `tarn login`."},
+
+    {"You may read this item but not change or share it.", ExitCode::notAllowed, ""},
+
+    {answers::fileExists, ExitCode::conflict,
+     "Use --force to replace its content, or --new-version to keep the old one as a version."},
+    {answers::folderExists, ExitCode::conflict, ""},
+    {"The path names a folder, not a file.", ExitCode::conflict, ""},
+    {answers::isFile, ExitCode::conflict, ""},
+    {"The folder is not empty.", ExitCode::conflict, "Use `tarn rm -r` to delete what is in it too."},
+    {"The root folder cannot be deleted, moved or replaced.", ExitCode::conflict, ""},
+    {"The target of the move already exists.", ExitCode::conflict, "Use `tarn mv --force` to replace it."},
+    {"A file can replace only a file, and a folder only an empty folder.", ExitCode::conflict, ""},
+    {"A folder cannot be moved into itself.", ExitCode::conflict, ""},
+    {"The item already belongs to this user.", ExitCode::conflict, ""},
+
+    {"The path is not valid: ", ExitCode::usage, "", Match::start},
+    {"The user name is not valid: ", ExitCode::usage, "", Match::start},
+};
+
+constexpr const char* unreadableReply =
+    "The answer cannot be understood. Check that the endpoint is that of a Tarn service.";
+
+const Row* rowOf(std::string_view sentence)
+{
+    for (const auto& row : rows)
+        if (row.match == Match::whole ? sentence == row.sentence : sentence.starts_with(row.sentence))
+            return &row;
+    return nullptr;
+}
+
+/// What a reply that is not the service's own turns into, down to the names of the number parsers.
+bool isUnreadableReply(std::string_view text)
+{
+    return text.starts_with(texts::notXmlPrefix) || text == "stoul" || text == "stoull" || text == "stoll";
+}
+
+Failure fromSentence(const std::string& sentence)
+{
+    if (const auto* row = rowOf(sentence))
+        return {row->code, row->advice.empty() ? sentence : sentence + " " + std::string(row->advice)};
+    if (isUnreadableReply(sentence)) return {ExitCode::failure, unreadableReply};
+    if (sentence == texts::unknownError)
+        return {ExitCode::failure,
+                "The service refused the request without saying why. Check that the endpoint "
+                "is that of a Tarn service."};
+    return {ExitCode::failure, sentence};
+}
+
+} // namespace
+
+Failure explain(std::exception_ptr error)
+{
+    try {
+        std::rethrow_exception(std::move(error));
+    } catch (const Failure& failure) {
+        return failure;
+    } catch (const connector::host::TransportError& failure) {
+        const bool refusedHere = failure.phase() == connector::host::TransportPhase::prepare;
+        return {refusedHere ? ExitCode::failure : ExitCode::unreachable, failure.what()};
+    } catch (const Poco::Exception& failure) {
+        return {ExitCode::failure, failure.displayText()};
+    } catch (const std::bad_alloc&) {
+        return {ExitCode::failure, "There is not enough memory."};
+    } catch (const std::exception& failure) {
+        return fromSentence(failure.what());
+    } catch (...) {
+        return {ExitCode::failure, "Something unknown went wrong."};
+    }
+}
+
+bool isAnswer(const std::exception_ptr& error, std::string_view sentence)
+{
+    try {
+        std::rethrow_exception(error);
+    } catch (const Failure&) {
+        return false;
+    } catch (const std::exception& failure) {
+        return failure.what() == sentence;
+    } catch (...) {
+        return false;
+    }
+}
+
+bool isServiceGone(const std::exception_ptr& error)
+{
+    using connector::host::TransportPhase;
+    try {
+        std::rethrow_exception(error);
+    } catch (const connector::host::TransportError& failure) {
+        return failure.phase() == TransportPhase::connect || failure.phase() == TransportPhase::secure;
+    } catch (...) {
+        return false;
+    }
+}
+
+Failure about(const std::string& what, const Failure& failure)
+{
+    return {failure.code(), what + ": " + failure.what()};
+}
+
+} // namespace tarncli

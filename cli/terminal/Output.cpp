@@ -1,0 +1,88 @@
+#include "cli/terminal/Output.h"
+
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+#include <nlohmann/json.hpp>
+#include <unistd.h>
+
+namespace tarncli {
+
+namespace {
+
+std::string dumped(const nlohmann::json& document)
+{
+    return document.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace) + "\n";
+}
+
+[[noreturn]] void endByBrokenPipe()
+{
+    std::signal(SIGPIPE, SIG_DFL);
+    std::raise(SIGPIPE);
+    _exit(128 + SIGPIPE);
+}
+
+} // namespace
+
+Output::Output(bool asJson, Verbosity chosen)
+    : json(asJson)
+    , verbosity(chosen)
+    , bar(!asJson && chosen != Verbosity::quiet && isatty(STDERR_FILENO) != 0 ? STDERR_FILENO : -1)
+{
+}
+
+void Output::data(std::string_view bytes)
+{
+    bar.erase();
+    while (!bytes.empty()) {
+        const auto count = ::write(STDOUT_FILENO, bytes.data(), bytes.size());
+        if (count < 0 && errno == EINTR) continue;
+        if (count < 0 && errno == EPIPE) endByBrokenPipe();
+        if (count < 0)
+            throw Failure(ExitCode::failure,
+                          std::string("Could not write to standard output: ") + std::strerror(errno) + ".");
+        bytes.remove_prefix(static_cast<std::size_t>(count));
+    }
+}
+
+void Output::result(const std::string& text, const nlohmann::json& document)
+{
+    data(json ? dumped(document) : text);
+}
+
+void Output::message(const std::string& text)
+{
+    if (!json && verbosity != Verbosity::quiet) say(text);
+}
+
+void Output::detail(const std::string& text)
+{
+    if (!json && verbosity == Verbosity::verbose) say(text);
+}
+
+void Output::warning(const std::string& text)
+{
+    if (!json) say(text);
+}
+
+void Output::error(const Failure& failure)
+{
+    if (!json) return say(failure.what());
+    bar.erase();
+    const auto line = dumped({{"error", failure.what()}, {"code", static_cast<int>(failure.code())}});
+    std::fputs(line.c_str(), stderr);
+}
+
+void Output::say(const std::string& text)
+{
+    bar.erase();
+    std::string line = "tarn: " + text;
+    // Sentences of a service are shown as well: none of them starts a line of its own or commands the
+    // terminal.
+    for (char& c : line)
+        if (static_cast<unsigned char>(c) < 0x20 || c == 0x7f) c = ' ';
+    std::fputs((line + "\n").c_str(), stderr);
+}
+
+} // namespace tarncli

@@ -1,0 +1,61 @@
+#include "cli/transfer/Conclusion.h"
+
+#include "cli/terminal/Output.h"
+#include "cli/terminal/Quantities.h"
+
+#include <iterator>
+#include <nlohmann/json.hpp>
+
+namespace tarncli {
+
+void addTo(TransferReport& report, TransferReport&& more)
+{
+    report.done += more.done;
+    report.notStarted += more.notStarted;
+    report.failed.insert(report.failed.end(), std::make_move_iterator(more.failed.begin()),
+                         std::make_move_iterator(more.failed.end()));
+}
+
+nlohmann::json toJson(const std::vector<TransferReport::Failed>& failed)
+{
+    auto result = nlohmann::json::array();
+    for (const auto& one : failed)
+        result.push_back({{"item", one.what},
+                          {"error", one.failure.what()},
+                          {"code", static_cast<int>(one.failure.code())}});
+    return result;
+}
+
+TransferReport forEach(Output& out, const std::vector<std::string>& items,
+                       const std::function<void(const std::string&)>& action)
+{
+    TransferReport report;
+    for (std::size_t i = 0; i < items.size(); ++i) {
+        try {
+            action(items[i]);
+            ++report.done;
+        } catch (const std::exception&) {
+            const auto failure = explain(std::current_exception());
+            if (items.size() > 1) out.warning(failure.what());
+            report.failed.push_back({items[i], failure});
+            if (failure.code() != ExitCode::unreachable) continue;
+            report.notStarted = items.size() - i - 1;
+            break;
+        }
+    }
+    return report;
+}
+
+void conclude(const TransferReport& report, const std::string& verb)
+{
+    if (report.failed.empty() && report.notStarted == 0) return;
+    const auto& first = report.failed.front();
+    if (report.done == 0 && report.failed.size() == 1 && report.notStarted == 0) throw first.failure;
+    const auto code = report.done > 0 ? ExitCode::partlyDone : first.failure.code();
+    auto text = counted(report.failed.size(), "item") + " could not be " + verb;
+    if (report.notStarted > 0) text += ", and " + std::to_string(report.notStarted) + " were not tried";
+    throw Failure(code,
+                  text + "; " + std::to_string(report.done) + " " + (report.done == 1 ? "was." : "were."));
+}
+
+} // namespace tarncli

@@ -1,0 +1,49 @@
+#pragma once
+
+#include "cli/machine/FileDescriptor.h"
+
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <string_view>
+
+namespace tarncli {
+
+enum class Overwrite { refuse, replace };
+
+/// A local folder that files are downloaded into. Nothing that a service can name leaves it: each name is one
+/// name, and no symbolic link below the folder is followed.
+///
+/// Immutable once made; may be used from any thread.
+class DownloadFolder : public std::enable_shared_from_this<DownloadFolder> {
+public:
+    /// The folder at `path`, which the user named: links on the way to it are followed. @throws Failure
+    static std::shared_ptr<const DownloadFolder> open(const std::filesystem::path& path);
+    /// Likewise; makes it when it is missing, its parent must be there.
+    static std::shared_ptr<const DownloadFolder> make(const std::filesystem::path& path);
+
+    /// The folder `name` in this one, made when missing. @throws Failure also for a link or a file of that
+    /// name
+    std::shared_ptr<const DownloadFolder> makeChild(const std::string& name) const;
+
+    /// Whether there is anything of that name. @throws Failure for what is no name
+    bool contains(const std::string& name) const;
+
+    /// Writes a file as a whole: to a temporary name, made durable, then renamed. A failure, an interrupt
+    /// included, leaves nothing behind. @throws Failure; conflict when it exists and must not be replaced
+    void store(const std::string& name, std::string_view content, Overwrite overwrite) const;
+
+    /// What the user calls the file `name` in here.
+    std::string shown(const std::string& name) const;
+
+private:
+    /// What is between this folder and the one the user named is opened for each use, so that a tree of any
+    /// size needs few descriptors.
+    FileDescriptor descriptor() const;
+
+    std::shared_ptr<const DownloadFolder> parent; ///< empty for the folder the user named
+    std::filesystem::path path; ///< the whole path, for messages and for the one without parent
+    std::string ownName;        ///< in the parent
+};
+
+} // namespace tarncli

@@ -1,0 +1,87 @@
+#pragma once
+
+#include "cli/service/Connection.h"
+#include "cli/terminal/Failure.h"
+#include "tarn/foundation/Future.h"
+
+#include <cstdint>
+#include <deque>
+#include <exception>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace tarncli {
+
+class Output;
+
+/// One of many requests.
+struct Transfer {
+    std::string what;        ///< named in front of its failure
+    std::uint64_t bytes = 0; ///< memory that its content takes while it is in flight
+    /// Sends the request. Called on the thread of run(), and once more when the session had ended; what its
+    /// continuations use must live on their own. What it throws fails this transfer only.
+    std::function<connector::Future<bool>()> start;
+    /// Called on the thread of run() after success; may add transfers.
+    std::function<void()> succeeded = [] {};
+    /// Called on the thread of run() after a failure; true: it is none after all, and counts as success.
+    std::function<bool(const std::exception_ptr&)> forgives = [](const std::exception_ptr&) { return false; };
+};
+
+/// What has become of all of them.
+struct TransferReport {
+    struct Failed {
+        std::string what;
+        Failure failure; ///< names `what`, too
+    };
+
+    std::uint64_t done = 0;
+    std::vector<Failed> failed;
+    std::uint64_t notStarted = 0; ///< given up because the service or the session was gone
+};
+
+/// Sends requests with a bounded number of them in flight, and bounded memory for their contents.
+///
+/// Everything but the requests' own continuations happens on the thread that calls run(). A session that ends
+/// in the middle is renewed once for all, and the requests it was refused to are sent again. Nothing else is
+/// sent twice. Once the service cannot be reached any more, nothing further is started.
+class Transfers {
+public:
+    Transfers(Connection& openConnection, Output& output);
+
+    void add(Transfer transfer);
+
+    /// Runs all that was added, and all that is added meanwhile, to the end. Failures are told as they come,
+    /// but not that of a single transfer, which is left to the caller.
+    TransferReport run();
+
+private:
+    struct Entry {
+        Transfer transfer;
+        unsigned logins = 0; ///< of the connection when it was sent
+        bool repeated = false;
+    };
+
+    struct Settled;
+
+    bool mayStart() const;
+    void startNext();
+    void settle(std::unique_ptr<Entry> entry, const std::exception_ptr& error);
+    void repeat(std::unique_ptr<Entry> entry);
+    void fail(const Entry& entry, const Failure& failure);
+    void giveUp();
+
+    Connection& connection;
+    Output& out;
+    std::uint64_t memoryLimit;
+    std::deque<Entry> waiting;
+    std::uint64_t added = 0;
+    std::uint64_t inFlight = 0;
+    std::uint64_t bytesInFlight = 0;
+    bool abandoned = false;
+    TransferReport report;
+    std::shared_ptr<Settled> settled; ///< shared with continuations that may come late
+};
+
+} // namespace tarncli

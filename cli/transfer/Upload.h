@@ -1,0 +1,79 @@
+#pragma once
+
+#include "cli/remote/RemotePath.h"
+#include "cli/transfer/LocalFile.h"
+#include "cli/transfer/Transfers.h"
+
+#include <cstdint>
+#include <filesystem>
+#include <vector>
+
+namespace tarncli {
+
+/// What to do with a file that is there already.
+enum class Existing { refuse, replace, addVersion, skip };
+
+/// One file to store.
+struct Upload {
+    std::filesystem::path local;
+    RemotePath remote;
+    std::uint64_t size = 0; ///< bytes, as far as known
+    bool exists = false;    ///< there is a file of this name, as far as known
+    Symlinks symlinks = Symlinks::follow;
+};
+
+/// What an upload of a tree or of some files came to.
+struct UploadReport {
+    TransferReport transfers; ///< `done` counts files and folders
+    std::uint64_t files = 0;
+    std::uint64_t folders = 0; ///< made; those that were there do not count
+    std::uint64_t bytes = 0;
+    std::vector<std::string> skipped; ///< local paths
+};
+
+/// Stores files and trees in the service.
+class Uploader {
+public:
+    Uploader(Connection& openConnection, Output& output, Existing whatExists)
+        : connection(openConnection), out(output), existing(whatExists)
+    {
+    }
+
+    /// Notes a file for run().
+    void add(Upload upload) { uploads.push_back(std::move(upload)); }
+
+    /// Makes `target` and the folders below it as `root` has them, and notes the files for run(). Folders
+    /// that are there are merged into.
+    /// @param exists  whether `target` is there
+    void addTree(const std::filesystem::path& root, const RemotePath& target, bool exists);
+
+    /// Stores what was noted.
+    UploadReport run();
+
+private:
+    struct Folders;
+
+    void makeFolders(Folders& folders);
+    void addFolder(Transfers& transfers, Folders& folders, const std::string& below);
+    void lookInto(Folders& folders);
+    void addFiles(const Folders& folders);
+    void fail(const std::string& what, const Failure& failure);
+    void skip(const std::filesystem::path& local, const std::string& reason);
+    connector::Future<bool> send(const Upload& upload);
+
+    Connection& connection;
+    Output& out;
+    Existing existing;
+    std::vector<Upload> uploads;
+    UploadReport report;
+};
+
+/// Stores all of standard input.
+void uploadStandardInput(Connection& connection, const RemotePath& target, Existing existing, bool exists,
+                         std::uint64_t& bytes);
+
+/// @throws Failure when a file at `target` may not be stored there: it exists and nothing says what to do
+/// with it, or it would be new in the bucket of another user, where the service makes no files
+void requireStorable(const Connection& connection, const RemotePath& target, bool exists, Existing existing);
+
+} // namespace tarncli
