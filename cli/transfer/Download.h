@@ -1,0 +1,64 @@
+#pragma once
+
+#include "cli/remote/RemotePath.h"
+#include "cli/transfer/DownloadFolder.h"
+#include "cli/transfer/RemoteTree.h"
+#include "cli/transfer/Transfers.h"
+#include "tarn/protocol/VersionInfo.h"
+
+#include <cstdint>
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace tarncli {
+
+/// One file to fetch.
+struct Download {
+    RemotePath remote;
+    connector::tarn::VersionInfo version; ///< empty id: the current one
+    std::uint64_t size = 0;               ///< bytes, by its attributes or the listing it was found in
+    std::shared_ptr<const DownloadFolder> folder;
+    std::string name; ///< in the folder
+};
+
+/// What a download of a tree or of some files came to.
+struct DownloadReport {
+    TransferReport transfers; ///< `done` counts files and folders
+    std::uint64_t files = 0;
+    std::uint64_t folders = 0; ///< made, or there before
+    std::uint64_t bytes = 0;
+};
+
+/// Fetches files and trees from the service.
+class Downloader {
+public:
+    Downloader(Connection& openConnection, Output& output, Overwrite whatExists)
+        : connection(openConnection), out(output), overwrite(whatExists)
+    {
+    }
+
+    /// Notes a file for run().
+    void add(Download download) { downloads.push_back(std::move(download)); }
+
+    /// Lists the tree, makes its folders below `local`, and notes the files for run(). A folder that could
+    /// not be listed or made is told and reported; the others go on.
+    void addTree(const RemotePath& remote, const std::filesystem::path& local);
+
+    /// Fetches what was noted.
+    DownloadReport run();
+
+private:
+    void addFolder(const RemoteFolder& remote, const std::shared_ptr<const DownloadFolder>& local);
+    Transfer transferOf(const Download& download);
+    connector::Future<bool> fetch(const Download& download, const std::shared_ptr<std::uint64_t>& received);
+
+    Connection& connection;
+    Output& out;
+    Overwrite overwrite;
+    std::vector<Download> downloads;
+    DownloadReport report;
+};
+
+} // namespace tarncli
