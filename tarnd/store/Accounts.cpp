@@ -31,10 +31,10 @@ std::string Accounts::add(const std::string& name)
 {
     requireUserName(name);
     const auto token = randomHex(tokenBytes);
-    engine_.database.write([&](Transaction& transaction) {
+    engine.database.write([&](Transaction& transaction) {
         if (transaction.value<std::int64_t>("SELECT id FROM users WHERE name = $1", name))
             throw sentences::userExists(name);
-        const auto now = engine_.clock();
+        const auto now = engine.clock();
         const auto id = transaction.value<std::int64_t>(
             "INSERT INTO users (name, token, created) VALUES ($1, $2, $3) RETURNING id", name,
             sha256Hex(token), now);
@@ -47,7 +47,7 @@ std::string Accounts::add(const std::string& name)
 
 std::vector<Account> Accounts::list()
 {
-    return engine_.database.read([](Transaction& transaction) {
+    return engine.database.read([](Transaction& transaction) {
         std::vector<Account> accounts;
         for (auto& [id, name, created] : transaction.rows<std::int64_t, std::string, std::int64_t>(
                  "SELECT id, name, created FROM users ORDER BY name"))
@@ -59,7 +59,7 @@ std::vector<Account> Accounts::list()
 std::string Accounts::rotate(const std::string& name)
 {
     const auto token = randomHex(tokenBytes);
-    engine_.database.write([&](Transaction& transaction) {
+    engine.database.write([&](Transaction& transaction) {
         const auto id = idOf(transaction, name);
         transaction.run("UPDATE users SET token = $1 WHERE id = $2", sha256Hex(token), id);
         transaction.run("DELETE FROM sessions WHERE account = $1", id);
@@ -69,7 +69,7 @@ std::string Accounts::rotate(const std::string& name)
 
 void Accounts::remove(const std::string& name, bool force)
 {
-    const auto dropped = engine_.database.write([&](Transaction& transaction) {
+    const auto dropped = engine.database.write([&](Transaction& transaction) {
         const auto id = idOf(transaction, name);
         const auto root = rootOf(transaction, id);
         if (!force && hasChildren(transaction, root.id)) throw sentences::userOwnsData(name);
@@ -78,13 +78,13 @@ void Accounts::remove(const std::string& name, bool force)
         transaction.run("DELETE FROM users WHERE id = $1", id);
         return contents;
     });
-    engine_.contents.drop(dropped);
+    engine.contents.drop(dropped);
 }
 
 Account Accounts::authenticate(const std::string& token)
 {
     const auto digest = sha256Hex(token);
-    return engine_.database.read([&](Transaction& transaction) {
+    return engine.database.read([&](Transaction& transaction) {
         const auto found = transaction.row<std::int64_t, std::string, std::int64_t, std::string>(
             "SELECT id, name, created, token FROM users WHERE token = $1", digest);
         if (!found || !equalInConstantTime(std::get<3>(*found), digest)) throw sentences::badToken();

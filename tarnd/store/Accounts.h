@@ -23,7 +23,7 @@ void requireUserName(const std::string& name);
 /// All calls block on the database, may run on any thread and, unlike a session, need no server to run.
 class Accounts {
 public:
-    explicit Accounts(Engine engine) : engine_(std::move(engine)) {}
+    explicit Accounts(Engine engine) : engine(std::move(engine)) {}
 
     /// Makes the user with an empty root folder and returns the token. Grants waiting for this name take
     /// effect.
@@ -48,7 +48,7 @@ public:
     Account authenticate(const std::string& token);
 
 private:
-    Engine engine_;
+    Engine engine;
 };
 
 } // namespace tarnd

@@ -12,16 +12,16 @@ namespace tarnd {
 std::unique_ptr<Upload> Catalog::put(const Caller& caller, const Location& location,
                                      const PutOptions& options, std::uint64_t expectedSize)
 {
-    engine_.database.read([&](Transaction& transaction) {
+    engine.database.read([&](Transaction& transaction) {
         Tree tree(transaction, caller);
         slotForPut(tree, location, options.mode);
     });
-    return std::make_unique<Upload>(engine_, caller, location, options, expectedSize);
+    return std::make_unique<Upload>(engine, caller, location, options, expectedSize);
 }
 
 OpenContent Catalog::read(const Caller& caller, const Location& location, const VersionChoice& version)
 {
-    return readContent(engine_, [&](Transaction& transaction) {
+    return readContent(engine, [&](Transaction& transaction) {
         Tree tree(transaction, caller);
         const auto file = requireFile(tree.readable(location));
         return FoundContent{tree.item(file), chosenVersion(transaction, file, version)};
@@ -30,17 +30,17 @@ OpenContent Catalog::read(const Caller& caller, const Location& location, const 
 
 void Catalog::deleteFile(const Caller& caller, const Location& location)
 {
-    const auto dropped = engine_.database.write([&](Transaction& transaction) {
+    const auto dropped = engine.database.write([&](Transaction& transaction) {
         const auto file = requireFile(Tree(transaction, caller).owned(location));
-        entriesChanged(transaction, file.parent, engine_.clock());
+        entriesChanged(transaction, file.parent, engine.clock());
         return removeTree(transaction, file.id);
     });
-    engine_.contents.drop(dropped);
+    engine.contents.drop(dropped);
 }
 
 Item Catalog::attributes(const Caller& caller, const Location& location)
 {
-    return engine_.database.read([&](Transaction& transaction) {
+    return engine.database.read([&](Transaction& transaction) {
         Tree tree(transaction, caller);
         return tree.item(tree.readable(location));
     });
@@ -48,7 +48,7 @@ Item Catalog::attributes(const Caller& caller, const Location& location)
 
 void Catalog::createFolder(const Caller& caller, const Location& location)
 {
-    engine_.database.write([&](Transaction& transaction) {
+    engine.database.write([&](Transaction& transaction) {
         Tree tree(transaction, caller);
         if (location.path.isRoot()) {
             tree.owned(location);
@@ -57,13 +57,13 @@ void Catalog::createFolder(const Caller& caller, const Location& location)
         const auto slot = tree.slot(location);
         if (slot.existing)
             throw slot.existing->isFolder() ? sentences::folderExists() : sentences::fileExists();
-        insertNode(transaction, slot, ItemKind::folder, engine_.clock());
+        insertNode(transaction, slot, ItemKind::folder, engine.clock());
     });
 }
 
 Listing Catalog::list(const Caller& caller, const Location& location)
 {
-    return engine_.database.read([&](Transaction& transaction) {
+    return engine.database.read([&](Transaction& transaction) {
         Tree tree(transaction, caller);
         const auto folder = requireFolder(tree.readable(location));
         return listingOf(transaction, folder, tree.isOwner(folder));
@@ -72,14 +72,14 @@ Listing Catalog::list(const Caller& caller, const Location& location)
 
 void Catalog::deleteFolder(const Caller& caller, const Location& location, bool forceRecursive)
 {
-    const auto dropped = engine_.database.write([&](Transaction& transaction) {
+    const auto dropped = engine.database.write([&](Transaction& transaction) {
         const auto folder = requireFolder(Tree(transaction, caller).owned(location));
         if (!folder.parent) throw sentences::rootFolder();
         if (!forceRecursive && hasChildren(transaction, folder.id)) throw sentences::folderNotEmpty();
-        entriesChanged(transaction, folder.parent, engine_.clock());
+        entriesChanged(transaction, folder.parent, engine.clock());
         return removeTree(transaction, folder.id);
     });
-    engine_.contents.drop(dropped);
+    engine.contents.drop(dropped);
 }
 
 namespace {
@@ -98,7 +98,7 @@ std::vector<std::string> clearTarget(Transaction& transaction, const Node& sourc
 
 void Catalog::move(const Caller& caller, const Location& source, const Location& target, bool overwrite)
 {
-    const auto dropped = engine_.database.write([&](Transaction& transaction) -> std::vector<std::string> {
+    const auto dropped = engine.database.write([&](Transaction& transaction) -> std::vector<std::string> {
         Tree tree(transaction, caller);
         const auto moved = tree.owned(source);
         if (!moved.parent) throw sentences::rootFolder();
@@ -107,14 +107,14 @@ void Catalog::move(const Caller& caller, const Location& source, const Location&
         if (isWithin(transaction, slot.parent, moved.id)) throw sentences::intoItself();
         std::vector<std::string> contents;
         if (slot.existing) contents = clearTarget(transaction, moved, *slot.existing, overwrite);
-        const auto now = engine_.clock();
+        const auto now = engine.clock();
         transaction.run("UPDATE nodes SET parent = $1, name = $2 WHERE id = $3", slot.parent, slot.name,
                         moved.id);
         entriesChanged(transaction, moved.parent, now);
         if (slot.parent != moved.parent) entriesChanged(transaction, slot.parent, now);
         return contents;
     });
-    engine_.contents.drop(dropped);
+    engine.contents.drop(dropped);
 }
 
 } // namespace tarnd

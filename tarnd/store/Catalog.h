@@ -17,7 +17,7 @@ namespace tarnd {
 /// only shared with the caller, conflict as told below. A change is durable when the call returns.
 class Catalog {
 public:
-    explicit Catalog(Engine engine) : engine_(std::move(engine)) {}
+    explicit Catalog(Engine engine) : engine(std::move(engine)) {}
 
     /// Begins an upload after checking what can be checked before the first byte; see Upload.
     /// `expectedSize` is the announced length in bytes.
@@ -55,7 +55,7 @@ public:
     void move(const Caller& caller, const Location& source, const Location& target, bool overwrite);
 
 private:
-    Engine engine_;
+    Engine engine;
 };
 
 } // namespace tarnd

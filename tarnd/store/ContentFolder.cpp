@@ -36,23 +36,23 @@ std::vector<fs::path> entries(const fs::path& folder)
 } // namespace
 
 ContentFolder::ContentFolder(fs::path dataDir, WriteListener listener)
-    : contents_(dataDir / "contents"), uploads_(dataDir / "uploads"), listener_(std::move(listener))
+    : contents(dataDir / "contents"), uploads(dataDir / "uploads"), listener(std::move(listener))
 {
-    bool made = makeFolder(uploads_);
-    made = makeFolder(contents_) || made;
+    bool made = makeFolder(uploads);
+    made = makeFolder(contents) || made;
     static constexpr char digits[] = "0123456789abcdef";
     bool shardMade = false;
     for (const char high : std::string_view(digits))
         for (const char low : std::string_view(digits))
-            shardMade = makeFolder(contents_ / std::string{high, low}) || shardMade;
-    if (shardMade) syncFolder(contents_);
+            shardMade = makeFolder(contents / std::string{high, low}) || shardMade;
+    if (shardMade) syncFolder(contents);
     if (made) syncFolder(dataDir);
 }
 
 ContentFolder::~ContentFolder()
 {
     std::error_code ignored;
-    if (ownLock_) fs::remove_all(ownUploads_, ignored);
+    if (ownLock) fs::remove_all(ownFolder, ignored);
 }
 
 std::string ContentFolder::newId() const
@@ -62,25 +62,25 @@ std::string ContentFolder::newId() const
 
 fs::path ContentFolder::contentPath(const std::string& id) const
 {
-    return contents_ / id.substr(0, 2) / id;
+    return contents / id.substr(0, 2) / id;
 }
 
 /// A starting process may take a folder that is not locked yet for a dead one's and remove it: so look again.
 fs::path ContentFolder::ownUploads()
 {
-    const std::lock_guard lock(ownMutex_);
-    while (!ownLock_) {
-        ownUploads_ = uploads_ / randomHex(idBytes);
-        makeFolder(ownUploads_);
-        UniqueFd file(::open((ownUploads_ / "lock").c_str(), O_CREAT | O_RDWR | O_CLOEXEC, 0600));
+    const std::lock_guard lock(ownMutex);
+    while (!ownLock) {
+        ownFolder = uploads / randomHex(idBytes);
+        makeFolder(ownFolder);
+        UniqueFd file(::open((ownFolder / "lock").c_str(), O_CREAT | O_RDWR | O_CLOEXEC, 0600));
         if (!file && errno == ENOENT) continue;
-        if (!file || ::flock(file.get(), LOCK_EX) != 0) throw systemError(ownUploads_);
+        if (!file || ::flock(file.get(), LOCK_EX) != 0) throw systemError(ownFolder);
         struct stat held = {}, named = {};
         ::fstat(file.get(), &held);
-        if (::stat((ownUploads_ / "lock").c_str(), &named) == 0 && named.st_ino == held.st_ino)
-            ownLock_ = std::move(file);
+        if (::stat((ownFolder / "lock").c_str(), &named) == 0 && named.st_ino == held.st_ino)
+            ownLock = std::move(file);
     }
-    return ownUploads_;
+    return ownFolder;
 }
 
 UniqueFd ContentFolder::open(const std::string& id) const
@@ -99,7 +99,7 @@ void ContentFolder::drop(const std::vector<std::string>& ids) noexcept
 std::vector<std::string> ContentFolder::ids() const
 {
     std::vector<std::string> found;
-    for (const auto& shard : entries(contents_))
+    for (const auto& shard : entries(contents))
         for (const auto& content : entries(shard))
             if (isId(content.filename())) found.push_back(content.filename());
     std::sort(found.begin(), found.end());
@@ -109,7 +109,7 @@ std::vector<std::string> ContentFolder::ids() const
 std::vector<std::string> ContentFolder::strangers() const
 {
     std::vector<std::string> found;
-    for (const auto& shard : entries(contents_)) {
+    for (const auto& shard : entries(contents)) {
         if (shard.filename().string().size() != 2 || !fs::is_directory(shard)) {
             found.push_back(shard.filename());
             continue;
@@ -123,7 +123,7 @@ std::vector<std::string> ContentFolder::strangers() const
 
 bool ContentFolder::isBeingWritten(const std::string& id) const
 {
-    const auto folders = entries(uploads_);
+    const auto folders = entries(uploads);
     return std::any_of(folders.begin(), folders.end(),
                        [&](const auto& folder) { return fs::exists(folder / id); });
 }
@@ -131,7 +131,7 @@ bool ContentFolder::isBeingWritten(const std::string& id) const
 std::size_t ContentFolder::dropAbandonedUploads()
 {
     std::size_t dropped = 0;
-    for (const auto& folder : entries(uploads_)) {
+    for (const auto& folder : entries(uploads)) {
         UniqueFd file(::open((folder / "lock").c_str(), O_CREAT | O_RDWR | O_CLOEXEC, 0600));
         if (!file || ::flock(file.get(), LOCK_EX | LOCK_NB) != 0) continue; // alive
         std::error_code ignored;

@@ -56,7 +56,7 @@ public:
 
     void notify(WriteStep step) const
     {
-        if (listener_) listener_(step);
+        if (listener) listener(step);
     }
 
     /// A fresh id for a content.
@@ -69,12 +69,12 @@ public:
     std::filesystem::path ownUploads();
 
 private:
-    std::filesystem::path contents_;
-    std::filesystem::path uploads_;
-    WriteListener listener_;
-    std::mutex ownMutex_; ///< guards the making of the two below
-    std::filesystem::path ownUploads_;
-    UniqueFd ownLock_; ///< held while this process lives
+    std::filesystem::path contents;
+    std::filesystem::path uploads;
+    WriteListener listener;
+    std::mutex ownMutex; ///< guards the making of the two below
+    std::filesystem::path ownFolder;
+    UniqueFd ownLock; ///< held while this process lives
 };
 
 } // namespace tarnd

@@ -12,7 +12,7 @@ namespace tarnd {
 
 class ContentFolder;
 
-/// One content being written. Destroyed before keep() or abandon(): nothing is left of it. One thread at a
+/// One content being total. Destroyed before keep() or abandon(): nothing is left of it. One thread at a
 /// time.
 class ContentWriter {
 public:
@@ -38,23 +38,23 @@ public:
     /// Nobody knows whether a row names the content: it stays, with both names, for the next start to decide.
     void abandon() noexcept;
 
-    const std::string& id() const { return id_; }
+    const std::string& id() const { return contentId; }
 
-    std::uint64_t size() const { return size_; }
+    std::uint64_t size() const { return total; }
 
     /// 64 hex digits. @pre publish() was called
-    const std::string& sha256() const { return sha256_; }
+    const std::string& sha256() const { return digestText; }
 
 private:
-    ContentFolder& folder_;
-    std::string id_;
-    std::filesystem::path temporary_;
-    std::filesystem::path published_; ///< empty until publish()
-    UniqueFd file_;
-    Sha256 digest_;
-    std::string sha256_;
-    std::uint64_t size_ = 0;
-    bool settled_ = false;
+    ContentFolder& folder;
+    std::string contentId;
+    std::filesystem::path temporary;
+    std::filesystem::path published; ///< empty until publish()
+    UniqueFd file;
+    Sha256 digest;
+    std::string digestText;
+    std::uint64_t total = 0;
+    bool settled = false;
 };
 
 } // namespace tarnd

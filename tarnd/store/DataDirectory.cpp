@@ -21,30 +21,30 @@ constexpr std::size_t storeIdBytes = 16;
 
 } // namespace
 
-DataDirectory::DataDirectory(fs::path path, Lock lock) : path_(std::move(path))
+DataDirectory::DataDirectory(fs::path path, Lock lock) : folder(std::move(path))
 {
     std::error_code error;
-    if (fs::create_directories(path_, error)) fs::permissions(path_, fs::perms::owner_all, error);
-    if (!error && ::access(path_.c_str(), R_OK | W_OK | X_OK) != 0)
+    if (fs::create_directories(folder, error)) fs::permissions(folder, fs::perms::owner_all, error);
+    if (!error && ::access(folder.c_str(), R_OK | W_OK | X_OK) != 0)
         error.assign(errno, std::generic_category());
-    if (error) throw sentences::badDataDir(path_, error.message());
+    if (error) throw sentences::badDataDir(folder, error.message());
     if (lock == Lock::none) return;
-    lock_ = UniqueFd(::open((path_ / "lock").c_str(), O_CREAT | O_RDWR | O_CLOEXEC, 0600));
-    if (!lock_) throw systemError(path_ / "lock");
-    if (::flock(lock_.get(), (lock == Lock::shared ? LOCK_SH : LOCK_EX) | LOCK_NB) != 0)
-        throw sentences::dataInUse(path_);
+    claim = UniqueFd(::open((folder / "lock").c_str(), O_CREAT | O_RDWR | O_CLOEXEC, 0600));
+    if (!claim) throw systemError(folder / "lock");
+    if (::flock(claim.get(), (lock == Lock::shared ? LOCK_SH : LOCK_EX) | LOCK_NB) != 0)
+        throw sentences::dataInUse(folder);
 }
 
 std::optional<std::string> DataDirectory::storeId() const
 {
-    std::ifstream file(path_ / "store-id");
+    std::ifstream file(folder / "store-id");
     std::string id;
     return file >> id ? std::optional(id) : std::nullopt;
 }
 
 void DataDirectory::writeStoreId(const std::string& id) const
 {
-    const auto temporary = path_ / ("store-id." + randomHex(storeIdBytes));
+    const auto temporary = folder / ("store-id." + randomHex(storeIdBytes));
     {
         std::ofstream file(temporary);
         file << id << '\n';
@@ -52,9 +52,9 @@ void DataDirectory::writeStoreId(const std::string& id) const
     }
     const UniqueFd written(::open(temporary.c_str(), O_RDONLY | O_CLOEXEC));
     if (!written || ::fsync(written.get()) != 0 ||
-        ::rename(temporary.c_str(), (path_ / "store-id").c_str()) != 0)
+        ::rename(temporary.c_str(), (folder / "store-id").c_str()) != 0)
         throw systemError(temporary);
-    syncFolder(path_);
+    syncFolder(folder);
 }
 
 /// The database gets its id first: should the process die in between, the next one finds no file and no
@@ -65,13 +65,13 @@ void DataDirectory::join(Database& database, const ContentFolder& contents) cons
     const auto id = database.write([&](Transaction& transaction) {
         auto known = transaction.value<std::string>("SELECT value FROM meta WHERE name = 'store'");
         if (known) return *known;
-        if (here || !contents.ids().empty()) throw sentences::foreignData(path_);
+        if (here || !contents.ids().empty()) throw sentences::foreignData(folder);
         const auto fresh = randomHex(storeIdBytes);
         transaction.run("INSERT INTO meta (name, value) VALUES ('store', $1)", fresh);
         return fresh;
     });
     const auto now = storeId();
-    if (now ? *now != id : !contents.ids().empty()) throw sentences::foreignData(path_);
+    if (now ? *now != id : !contents.ids().empty()) throw sentences::foreignData(folder);
     if (!now) writeStoreId(id);
 }
 

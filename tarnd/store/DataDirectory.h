@@ -22,9 +22,9 @@ public:
     enum class Lock { none, shared, exclusive };
     DataDirectory(std::filesystem::path path, Lock lock);
 
-    const std::filesystem::path& path() const { return path_; }
+    const std::filesystem::path& path() const { return folder; }
 
-    std::filesystem::path databaseFile() const { return path_ / "tarn.db"; }
+    std::filesystem::path databaseFile() const { return folder / "tarn.db"; }
 
     /// Checks that the contents belong to this database; a new database is joined to an empty directory.
     /// Without this check a start with the wrong database would take every content for an orphan and remove
@@ -39,8 +39,8 @@ private:
     std::optional<std::string> storeId() const;
     void writeStoreId(const std::string& id) const;
 
-    std::filesystem::path path_;
-    UniqueFd lock_;
+    std::filesystem::path folder;
+    UniqueFd claim;
 };
 
 } // namespace tarnd

@@ -33,8 +33,7 @@ struct CommitUnknown : ServiceError {
 /// at a time.
 class Transaction {
 public:
-    Transaction(Poco::Data::Session session, Dialect& dialect)
-        : session_(std::move(session)), dialect_(dialect)
+    Transaction(Poco::Data::Session session, Dialect& dialect) : session(std::move(session)), dialect(dialect)
     {
     }
 
@@ -88,8 +87,8 @@ private:
         statement.addBind(Poco::Data::Keywords::bind(static_cast<Poco::Int64>(number)));
     }
 
-    Poco::Data::Session session_;
-    Dialect& dialect_;
+    Poco::Data::Session session;
+    Dialect& dialect;
 };
 
 /// The metadata: one schema on SQLite and PostgreSQL. All calls may run on any thread and block.
@@ -128,7 +127,7 @@ public:
         }
     }
 
-    const Dialect& dialect() const { return *dialect_; }
+    const Dialect& dialect() const { return *ownDialect; }
 
     /// Faults that the engine finds in itself.
     std::vector<std::string> selfCheck();
@@ -142,34 +141,34 @@ private:
         Lease(const Lease&) = delete;
         Lease& operator=(const Lease&) = delete;
 
-        Transaction& transaction() { return *transaction_; }
+        Transaction& transaction() { return *opened; }
 
         void commit();
 
     private:
-        Database& database_;
-        bool writing_;
-        std::unique_lock<std::mutex> turn_;
-        std::optional<Poco::Data::Session> session_;
-        std::optional<Transaction> transaction_;
-        bool ended_ = false;
+        Database& database;
+        bool writing;
+        std::unique_lock<std::mutex> turn;
+        std::optional<Poco::Data::Session> session;
+        std::optional<Transaction> opened;
+        bool ended = false;
     };
 
     std::optional<Poco::Data::Session> takeIdle(bool writing);
     void giveBack(Poco::Data::Session session, bool writing);
 
-    std::unique_ptr<Dialect> dialect_;
-    std::mutex writing_;                        ///< held for the length of a write
-    std::optional<Poco::Data::Session> writer_; ///< guarded by writing_
-    std::mutex idleMutex_;                      ///< guards idleReaders_
-    std::vector<Poco::Data::Session> idleReaders_;
+    std::unique_ptr<Dialect> ownDialect;
+    std::mutex writerMutex;                    ///< held for the length of a write
+    std::optional<Poco::Data::Session> writer; ///< guarded by writerMutex
+    std::mutex idleMutex;                      ///< guards idleReaders
+    std::vector<Poco::Data::Session> idleReaders;
 };
 
 template <class... Columns, class... Args>
 std::vector<std::tuple<Columns...>> Transaction::rows(const std::string& sql, const Args&... args)
 {
     std::tuple<std::vector<Columns>...> columns;
-    Poco::Data::Statement statement(session_);
+    Poco::Data::Statement statement(session);
     statement << sql;
     (bindOne(statement, args), ...);
     std::apply([&](auto&... column) { (statement.addExtract(Poco::Data::Keywords::into(column)), ...); },

@@ -35,17 +35,17 @@ std::vector<std::string> texts(Session& session, const std::string& sql)
 
 class SqliteDialect : public Dialect {
 public:
-    explicit SqliteDialect(const std::filesystem::path& file) : file_(file.string())
+    explicit SqliteDialect(const std::filesystem::path& file) : file(file.string())
     {
         Poco::Data::SQLite::Connector::registerConnector();
     }
 
     Session open(bool writing) override
     {
-        Session session(Poco::Data::SQLite::Connector::KEY, file_);
+        Session session(Poco::Data::SQLite::Connector::KEY, file);
         run(session, "PRAGMA busy_timeout = 30000"); // a `tarnd user` command may be writing
         if (texts(session, "PRAGMA journal_mode = WAL") != std::vector<std::string>{"wal"})
-            throw sentences::internal("SQLite cannot keep a write-ahead log in " + file_);
+            throw sentences::internal("SQLite cannot keep a write-ahead log in " + file);
         run(session, "PRAGMA synchronous = FULL");
         run(session, "PRAGMA foreign_keys = ON");
         run(session,
@@ -86,7 +86,7 @@ public:
     }
 
 private:
-    std::string file_;
+    std::string file;
 };
 
 Poco::URI parsed(const std::string& url)
@@ -138,14 +138,14 @@ std::string connectionString(const std::string& url)
 
 class PostgresDialect : public Dialect {
 public:
-    explicit PostgresDialect(const std::string& url) : connection_(connectionString(url))
+    explicit PostgresDialect(const std::string& url) : connection(connectionString(url))
     {
         Poco::Data::PostgreSQL::Connector::registerConnector();
     }
 
     Session open(bool writing) override
     {
-        Session session(Poco::Data::PostgreSQL::Connector::KEY, connection_);
+        Session session(Poco::Data::PostgreSQL::Connector::KEY, connection);
         if (texts(session, "SHOW server_encoding") != std::vector<std::string>{"UTF8"})
             throw sentences::badDatabaseUrl("the encoding of the database is not UTF8.");
         run(session, "SET client_min_messages TO warning");
@@ -181,7 +181,7 @@ public:
     std::vector<std::string> selfCheck(Session&) override { return {}; }
 
 private:
-    std::string connection_;
+    std::string connection;
 };
 
 } // namespace

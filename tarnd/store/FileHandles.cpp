@@ -61,7 +61,7 @@ Slot slotOf(Transaction& transaction, const Handle& handle)
 OpenHandle FileHandles::openReadOnly(const Caller& caller, const Location& location,
                                      const VersionChoice& version)
 {
-    return engine_.database.write([&](Transaction& transaction) {
+    return engine.database.write([&](Transaction& transaction) {
         const auto file = requireFile(Tree(transaction, caller).readable(location));
         const auto chosen = chosenVersion(transaction, file, version);
         const auto id =
@@ -73,7 +73,7 @@ OpenHandle FileHandles::openReadOnly(const Caller& caller, const Location& locat
 OpenHandle FileHandles::openReadWrite(const Caller& caller, const Location& location, CreateMode mode,
                                       bool truncate)
 {
-    return engine_.database.write([&](Transaction& transaction) {
+    return engine.database.write([&](Transaction& transaction) {
         Tree tree(transaction, caller);
         const auto slot = slotForPut(tree, location, mode);
         const bool created = !slot.existing;
@@ -87,12 +87,12 @@ OpenHandle FileHandles::openReadWrite(const Caller& caller, const Location& loca
 void FileHandles::close(const Caller& caller, const std::string& handleId, CloseOperation operation,
                         bool createNewVersion)
 {
-    const auto handle = engine_.database.write(
+    const auto handle = engine.database.write(
         [&](Transaction& transaction) { return takeHandle(transaction, caller, handleId); });
     if (operation == CloseOperation::abort || !handle.changes) return;
-    ContentWriter empty(engine_.contents);
-    enterContent(engine_, empty, [&](Transaction& transaction, const StoredContent& content, auto& dropped) {
-        return writeFile(transaction, slotOf(transaction, handle), content, createNewVersion, engine_.clock(),
+    ContentWriter empty(engine.contents);
+    enterContent(engine, empty, [&](Transaction& transaction, const StoredContent& content, auto& dropped) {
+        return writeFile(transaction, slotOf(transaction, handle), content, createNewVersion, engine.clock(),
                          dropped);
     });
 }

@@ -21,7 +21,7 @@ struct OpenHandle {
 /// opening. All calls block and may run on any thread; ServiceError as in Catalog.
 class FileHandles {
 public:
-    explicit FileHandles(Engine engine) : engine_(std::move(engine)) {}
+    explicit FileHandles(Engine engine) : engine(std::move(engine)) {}
 
     /// @throws ServiceError also badRequest for an unknown version
     OpenHandle openReadOnly(const Caller& caller, const Location& location,
@@ -41,7 +41,7 @@ public:
                bool createNewVersion);
 
 private:
-    Engine engine_;
+    Engine engine;
 };
 
 } // namespace tarnd

@@ -77,21 +77,21 @@ std::string whyNameIsBad(std::string_view name)
 ItemPath ItemPath::fromUrl(std::string_view encoded)
 {
     ItemPath path;
-    path.names_ = namesOf(encoded, decoded);
+    path.segments = namesOf(encoded, decoded);
     return path;
 }
 
 ItemPath ItemPath::fromText(std::string_view decoded)
 {
     ItemPath path;
-    path.names_ = namesOf(decoded, [](std::string_view name) { return std::string(name); });
+    path.segments = namesOf(decoded, [](std::string_view name) { return std::string(name); });
     return path;
 }
 
 ItemPath ItemPath::parent() const
 {
     ItemPath path = *this;
-    path.names_.pop_back();
+    path.segments.pop_back();
     return path;
 }
 
@@ -99,7 +99,7 @@ std::string ItemPath::text() const
 {
     if (isRoot()) return "/";
     std::string text;
-    for (const auto& name : names_)
+    for (const auto& name : segments)
         text.append("/").append(name);
     return text;
 }

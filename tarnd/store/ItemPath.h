@@ -25,12 +25,12 @@ public:
     /// From text that is already decoded, such as the query values "path" and "targetPath".
     static ItemPath fromText(std::string_view decoded);
 
-    bool isRoot() const noexcept { return names_.empty(); }
+    bool isRoot() const noexcept { return segments.empty(); }
 
-    const std::vector<std::string>& names() const noexcept { return names_; }
+    const std::vector<std::string>& names() const noexcept { return segments; }
 
     /// The last name. @pre !isRoot()
-    const std::string& name() const { return names_.back(); }
+    const std::string& name() const { return segments.back(); }
 
     /// The folder that holds this item. @pre !isRoot()
     ItemPath parent() const;
@@ -41,7 +41,7 @@ public:
     bool operator==(const ItemPath&) const = default;
 
 private:
-    std::vector<std::string> names_;
+    std::vector<std::string> segments;
 };
 
 /// Where an item lives.

@@ -36,7 +36,7 @@ std::vector<Permission> permissions(Transaction& transaction, const Caller& call
 std::string Permissions::grant(const Caller& caller, const Location& location, const std::string& subject,
                                bool allowNonExistingUser)
 {
-    return engine_.database.write([&](Transaction& transaction) {
+    return engine.database.write([&](Transaction& transaction) {
         const auto node = Tree(transaction, caller).owned(location);
         requireUserName(subject);
         if (subject == caller.user) throw sentences::grantToOwner();
@@ -54,7 +54,7 @@ std::string Permissions::grant(const Caller& caller, const Location& location, c
 
 void Permissions::revoke(const Caller& caller, const std::string& permissionId)
 {
-    engine_.database.write([&](Transaction& transaction) {
+    engine.database.write([&](Transaction& transaction) {
         const auto found = transaction.row<std::int64_t, std::string>(
             "SELECT n.owner, g.subject FROM grants g JOIN nodes n ON n.id = g.node WHERE g.id = $1",
             permissionId);
@@ -68,14 +68,14 @@ void Permissions::revoke(const Caller& caller, const std::string& permissionId)
 
 std::vector<Permission> Permissions::list(const Caller& caller)
 {
-    return engine_.database.read([&](Transaction& transaction) {
+    return engine.database.read([&](Transaction& transaction) {
         return permissions(transaction, caller, "n.owner = $1", caller.userId);
     });
 }
 
 std::vector<Permission> Permissions::list(const Caller& caller, const Location& location)
 {
-    return engine_.database.read([&](Transaction& transaction) {
+    return engine.database.read([&](Transaction& transaction) {
         return permissions(transaction, caller, "n.id = $1", Tree(transaction, caller).owned(location).id);
     });
 }

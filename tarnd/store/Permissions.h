@@ -22,7 +22,7 @@ struct Permission {
 /// Only the owner grants, revokes and lists. All calls block and may run on any thread.
 class Permissions {
 public:
-    explicit Permissions(Engine engine) : engine_(std::move(engine)) {}
+    explicit Permissions(Engine engine) : engine(std::move(engine)) {}
 
     /// Returns the id of the grant; granting the same again returns the same id.
     /// @throws ServiceError notFound, notAllowed for a reader of the item, badRequest for an unknown subject
@@ -42,7 +42,7 @@ public:
     std::vector<Permission> list(const Caller& caller, const Location& location);
 
 private:
-    Engine engine_;
+    Engine engine;
 };
 
 } // namespace tarnd

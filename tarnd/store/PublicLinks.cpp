@@ -21,7 +21,7 @@ Node linked(Transaction& transaction, const std::string& token, const ItemPath& 
 
 std::string PublicLinks::get(const Caller& caller, const Location& location)
 {
-    return engine_.database.write([&](Transaction& transaction) {
+    return engine.database.write([&](Transaction& transaction) {
         const auto node = Tree(transaction, caller).owned(location);
         const auto existing =
             transaction.value<std::string>("SELECT token FROM links WHERE node = $1", node.id);
@@ -34,12 +34,12 @@ std::string PublicLinks::get(const Caller& caller, const Location& location)
 
 std::variant<OpenContent, Listing> PublicLinks::open(const std::string& token, const ItemPath& below)
 {
-    const auto listing = engine_.database.read([&](Transaction& transaction) {
+    const auto listing = engine.database.read([&](Transaction& transaction) {
         const auto node = linked(transaction, token, below);
         return node.isFolder() ? std::optional(listingOf(transaction, node, false)) : std::nullopt;
     });
     if (listing) return *listing;
-    return readContent(engine_, [&](Transaction& transaction) {
+    return readContent(engine, [&](Transaction& transaction) {
         const auto file = requireFile(linked(transaction, token, below));
         return FoundContent{itemOf(file, false), chosenVersion(transaction, file, {})};
     });

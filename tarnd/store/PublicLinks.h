@@ -13,7 +13,7 @@ namespace tarnd {
 /// life and across moves, gone with the item. All calls block and may run on any thread.
 class PublicLinks {
 public:
-    explicit PublicLinks(Engine engine) : engine_(std::move(engine)) {}
+    explicit PublicLinks(Engine engine) : engine(std::move(engine)) {}
 
     /// The link token of the item, made at the first call.
     /// @throws ServiceError notFound, notAllowed for a reader of the item (only the owner shares)
@@ -25,7 +25,7 @@ public:
     std::variant<OpenContent, Listing> open(const std::string& token, const ItemPath& below = {});
 
 private:
-    Engine engine_;
+    Engine engine;
 };
 
 } // namespace tarnd

@@ -53,9 +53,9 @@ struct Sha256::Context {
     ~Context() { EVP_MD_CTX_free(md); }
 };
 
-Sha256::Sha256() : context_(std::make_unique<Context>())
+Sha256::Sha256() : context(std::make_unique<Context>())
 {
-    if (!context_->md || EVP_DigestInit_ex(context_->md, EVP_sha256(), nullptr) != 1)
+    if (!context->md || EVP_DigestInit_ex(context->md, EVP_sha256(), nullptr) != 1)
         throw sentences::internal("SHA-256 is not available");
 }
 
@@ -65,14 +65,14 @@ Sha256& Sha256::operator=(Sha256&&) noexcept = default;
 
 void Sha256::update(const void* data, std::size_t size)
 {
-    if (EVP_DigestUpdate(context_->md, data, size) != 1) throw sentences::internal("SHA-256 failed");
+    if (EVP_DigestUpdate(context->md, data, size) != 1) throw sentences::internal("SHA-256 failed");
 }
 
 std::string Sha256::finish()
 {
     std::array<unsigned char, EVP_MAX_MD_SIZE> digest;
     unsigned int size = 0;
-    if (EVP_DigestFinal_ex(context_->md, digest.data(), &size) != 1)
+    if (EVP_DigestFinal_ex(context->md, digest.data(), &size) != 1)
         throw sentences::internal("SHA-256 failed");
     return hex(digest.data(), size);
 }

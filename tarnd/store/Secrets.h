@@ -32,7 +32,7 @@ public:
 
 private:
     struct Context;
-    std::unique_ptr<Context> context_;
+    std::unique_ptr<Context> context;
 };
 
 } // namespace tarnd

@@ -24,17 +24,17 @@ public:
     };
 
     ServiceError(Kind kind, const std::string& sentence, std::string detail = {})
-        : std::runtime_error(sentence), kind_(kind), detail_(std::move(detail))
+        : std::runtime_error(sentence), ownKind(kind), logDetail(std::move(detail))
     {
     }
 
-    Kind kind() const noexcept { return kind_; }
+    Kind kind() const noexcept { return ownKind; }
 
-    const std::string& detail() const noexcept { return detail_; }
+    const std::string& detail() const noexcept { return logDetail; }
 
 private:
-    Kind kind_;
-    std::string detail_;
+    Kind ownKind;
+    std::string logDetail;
 };
 
 } // namespace tarnd

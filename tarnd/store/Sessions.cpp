@@ -17,10 +17,10 @@ constexpr std::int64_t touchInterval = minute;
 
 std::string Sessions::login(const std::string& token)
 {
-    const auto account = accounts_.authenticate(token);
+    const auto account = accounts.authenticate(token);
     const auto id = randomHex(sessionIdBytes);
-    engine_.database.write([&](Transaction& transaction) {
-        const auto now = engine_.clock();
+    engine.database.write([&](Transaction& transaction) {
+        const auto now = engine.clock();
         transaction.run("DELETE FROM sessions WHERE used < $1", now - life());
         // Rotated or removed meanwhile: then the token is none any more.
         const auto inserted =
@@ -36,28 +36,28 @@ std::string Sessions::login(const std::string& token)
 Caller Sessions::touch(const std::string& sessionId)
 {
     const auto key = sha256Hex(sessionId);
-    const auto now = engine_.clock();
-    const auto found = engine_.database.read([&](Transaction& transaction) {
+    const auto now = engine.clock();
+    const auto found = engine.database.read([&](Transaction& transaction) {
         return transaction.row<std::int64_t, std::string, std::int64_t>(
             "SELECT u.id, u.name, s.used FROM sessions s JOIN users u ON u.id = s.account WHERE s.id = $1",
             key);
     });
     if (!found || std::get<2>(*found) < now - life()) throw sentences::sessionEnded();
     Caller caller{std::get<0>(*found), std::get<1>(*found), key};
-    if (std::get<2>(*found) <= now - touchInterval) renewSession(engine_, caller);
+    if (std::get<2>(*found) <= now - touchInterval) renewSession(engine, caller);
     return caller;
 }
 
 void Sessions::logout(const Caller& caller)
 {
-    engine_.database.write([&](Transaction& transaction) {
+    engine.database.write([&](Transaction& transaction) {
         transaction.run("DELETE FROM sessions WHERE id = $1", caller.sessionKey);
     });
 }
 
 std::int64_t Sessions::life() const
 {
-    return idleMinutes_ * minute + touchInterval;
+    return minutesIdle * minute + touchInterval;
 }
 
 void renewSession(const Engine& engine, const Caller& caller)

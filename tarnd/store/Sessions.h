@@ -22,7 +22,7 @@ struct Caller {
 class Sessions {
 public:
     Sessions(Engine engine, Accounts& accounts, std::uint32_t idleMinutes)
-        : engine_(std::move(engine)), accounts_(accounts), idleMinutes_(idleMinutes)
+        : engine(std::move(engine)), accounts(accounts), minutesIdle(idleMinutes)
     {
     }
 
@@ -39,14 +39,14 @@ public:
     void logout(const Caller& caller);
 
     /// What "MinutesBeforeRelogin" tells.
-    std::uint32_t idleMinutes() const { return idleMinutes_; }
+    std::uint32_t idleMinutes() const { return minutesIdle; }
 
 private:
     std::int64_t life() const;
 
-    Engine engine_;
-    Accounts& accounts_;
-    std::uint32_t idleMinutes_;
+    Engine engine;
+    Accounts& accounts;
+    std::uint32_t minutesIdle;
 };
 
 /// Keeps the session of a request that takes long from dying of idleness.

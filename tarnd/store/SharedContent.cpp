@@ -8,7 +8,7 @@ namespace tarnd {
 
 std::vector<SharedByUser> SharedContent::list(const Caller& caller)
 {
-    return engine_.database.read([&](Transaction& transaction) {
+    return engine.database.read([&](Transaction& transaction) {
         const std::string granted = "SELECT node FROM grants WHERE subject = $1";
         const auto paths = pathsOf(transaction, granted, caller.user);
         std::map<std::int64_t, std::string> names;

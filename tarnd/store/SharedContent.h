@@ -25,12 +25,12 @@ struct SharedByUser {
 /// Blocks; any thread.
 class SharedContent {
 public:
-    explicit SharedContent(Engine engine) : engine_(std::move(engine)) {}
+    explicit SharedContent(Engine engine) : engine(std::move(engine)) {}
 
     std::vector<SharedByUser> list(const Caller& caller);
 
 private:
-    Engine engine_;
+    Engine engine;
 };
 
 } // namespace tarnd

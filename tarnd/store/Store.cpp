@@ -72,7 +72,7 @@ struct Store::Parts {
 };
 
 Store::Store(StoreOptions options, Purpose purpose)
-    : parts_(std::make_unique<Parts>(std::move(options), purpose))
+    : parts(std::make_unique<Parts>(std::move(options), purpose))
 {
 }
 
@@ -80,52 +80,52 @@ Store::~Store() = default;
 
 Accounts& Store::accounts()
 {
-    return parts_->accounts;
+    return parts->accounts;
 }
 
 Sessions& Store::sessions()
 {
-    return parts_->sessions;
+    return parts->sessions;
 }
 
 Catalog& Store::catalog()
 {
-    return parts_->catalog;
+    return parts->catalog;
 }
 
 FileHandles& Store::handles()
 {
-    return parts_->handles;
+    return parts->handles;
 }
 
 Permissions& Store::permissions()
 {
-    return parts_->permissions;
+    return parts->permissions;
 }
 
 SharedContent& Store::sharedContent()
 {
-    return parts_->sharedContent;
+    return parts->sharedContent;
 }
 
 PublicLinks& Store::links()
 {
-    return parts_->links;
+    return parts->links;
 }
 
 Versions& Store::versions()
 {
-    return parts_->versions;
+    return parts->versions;
 }
 
 const RecoveryReport& Store::recovery() const
 {
-    return parts_->recovery;
+    return parts->recovery;
 }
 
 FsckReport Store::fsck()
 {
-    return tarnd::fsck(parts_->engine);
+    return tarnd::fsck(parts->engine);
 }
 
 } // namespace tarnd

@@ -61,7 +61,7 @@ public:
 
 private:
     struct Parts;
-    std::unique_ptr<Parts> parts_;
+    std::unique_ptr<Parts> parts;
 };
 
 } // namespace tarnd

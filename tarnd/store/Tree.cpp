@@ -183,22 +183,22 @@ std::string pathsQuery(const std::string& nodes)
 
 std::optional<Node> Tree::find(const Location& location)
 {
-    auto owner = caller_.userId;
-    if (!location.bucket.empty() && location.bucket != caller_.user) {
+    auto owner = caller.userId;
+    if (!location.bucket.empty() && location.bucket != caller.user) {
         const auto other =
-            transaction_.value<std::int64_t>("SELECT id FROM users WHERE name = $1", location.bucket);
+            transaction.value<std::int64_t>("SELECT id FROM users WHERE name = $1", location.bucket);
         if (!other) return std::nullopt;
         owner = *other;
     }
-    const auto root = rootOf(transaction_, owner);
-    return location.path.isRoot() ? root : nodeBelow(transaction_, root.id, location.path);
+    const auto root = rootOf(transaction, owner);
+    return location.path.isRoot() ? root : nodeBelow(transaction, root.id, location.path);
 }
 
 bool Tree::isGranted(const Node& node)
 {
     const auto grant =
         upwards + "SELECT 1 FROM up JOIN grants g ON g.node = up.id WHERE g.subject = $2 LIMIT 1";
-    return transaction_.value<std::int64_t>(grant, node.id, caller_.user).has_value();
+    return transaction.value<std::int64_t>(grant, node.id, caller.user).has_value();
 }
 
 std::optional<Node> Tree::findReadable(const Location& location)
@@ -234,7 +234,7 @@ Slot Tree::slot(const Location& location)
     const auto parent = findReadable({location.path.parent(), location.bucket});
     if (parent && !isOwner(*parent)) throw sentences::readOnly();
     if (parent && parent->isFolder()) return {parent->id, parent->owner, location.path.name(), std::nullopt};
-    const bool ownBucket = location.bucket.empty() || location.bucket == caller_.user;
+    const bool ownBucket = location.bucket.empty() || location.bucket == caller.user;
     throw ownBucket ? sentences::parentMissing(location.path.parent().text()) : sentences::notFound();
 }
 

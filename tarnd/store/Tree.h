@@ -43,7 +43,7 @@ struct Slot {
 /// what.
 class Tree {
 public:
-    Tree(Transaction& transaction, const Caller& caller) : transaction_(transaction), caller_(caller) {}
+    Tree(Transaction& transaction, const Caller& caller) : transaction(transaction), caller(caller) {}
 
     /// The item, if the caller owns it or it or a folder above it is granted to them. @throws notFound
     Node readable(const Location& location);
@@ -56,7 +56,7 @@ public:
     /// conflict for root
     Slot slot(const Location& location);
 
-    bool isOwner(const Node& node) const { return node.owner == caller_.userId; }
+    bool isOwner(const Node& node) const { return node.owner == caller.userId; }
 
     Item item(const Node& node) const;
 
@@ -65,8 +65,8 @@ private:
     std::optional<Node> findReadable(const Location& location);
     bool isGranted(const Node& node);
 
-    Transaction& transaction_;
-    const Caller& caller_;
+    Transaction& transaction;
+    const Caller& caller;
 };
 
 /// The node itself, whoever asks.

@@ -10,30 +10,30 @@ class UniqueFd {
 public:
     UniqueFd() = default;
 
-    explicit UniqueFd(int fd) noexcept : fd_(fd) {}
+    explicit UniqueFd(int fd) noexcept : fd(fd) {}
 
-    UniqueFd(UniqueFd&& other) noexcept : fd_(other.release()) {}
+    UniqueFd(UniqueFd&& other) noexcept : fd(other.release()) {}
 
     UniqueFd& operator=(UniqueFd&& other) noexcept
     {
-        std::swap(fd_, other.fd_);
+        std::swap(fd, other.fd);
         return *this;
     }
 
     ~UniqueFd()
     {
-        if (fd_ >= 0) ::close(fd_);
+        if (fd >= 0) ::close(fd);
     }
 
-    int get() const noexcept { return fd_; }
+    int get() const noexcept { return fd; }
 
-    explicit operator bool() const noexcept { return fd_ >= 0; }
+    explicit operator bool() const noexcept { return fd >= 0; }
 
     /// Gives the descriptor away; the receiver closes it.
-    int release() noexcept { return std::exchange(fd_, -1); }
+    int release() noexcept { return std::exchange(fd, -1); }
 
 private:
-    int fd_ = -1;
+    int fd = -1;
 };
 
 } // namespace tarnd

@@ -12,35 +12,35 @@ constexpr std::int64_t renewInterval = 60 * 1000; // milliseconds
 
 Upload::Upload(Engine engine, Caller caller, Location location, PutOptions options,
                std::uint64_t expectedSize)
-    : engine_(std::move(engine))
-    , caller_(std::move(caller))
-    , location_(std::move(location))
-    , options_(options)
-    , expectedSize_(expectedSize)
-    , writer_(engine_.contents)
-    , renewed_(engine_.clock())
+    : engine(std::move(engine))
+    , caller(std::move(caller))
+    , location(std::move(location))
+    , options(options)
+    , expectedSize(expectedSize)
+    , writer(this->engine.contents)
+    , renewed(this->engine.clock())
 {
 }
 
 void Upload::write(const void* data, std::size_t size)
 {
-    if (size > expectedSize_ - writer_.size()) throw sentences::sizeDiffers();
-    writer_.write(data, size);
-    if (const auto now = engine_.clock(); now - renewed_ >= renewInterval) {
-        renewed_ = now;
-        renewSession(engine_, caller_);
+    if (size > expectedSize - writer.size()) throw sentences::sizeDiffers();
+    writer.write(data, size);
+    if (const auto now = engine.clock(); now - renewed >= renewInterval) {
+        renewed = now;
+        renewSession(engine, caller);
     }
 }
 
 VersionStamp Upload::commit()
 {
-    if (writer_.size() != expectedSize_) throw sentences::sizeDiffers();
+    if (writer.size() != expectedSize) throw sentences::sizeDiffers();
     return enterContent(
-        engine_, writer_, [&](Transaction& transaction, const StoredContent& content, auto& dropped) {
-            requireSession(transaction, caller_);
-            Tree tree(transaction, caller_);
-            const auto slot = slotForPut(tree, location_, options_.mode);
-            return writeFile(transaction, slot, content, options_.createNewVersion, engine_.clock(), dropped);
+        engine, writer, [&](Transaction& transaction, const StoredContent& content, auto& dropped) {
+            requireSession(transaction, caller);
+            Tree tree(transaction, caller);
+            const auto slot = slotForPut(tree, location, options.mode);
+            return writeFile(transaction, slot, content, options.createNewVersion, engine.clock(), dropped);
         });
 }
 

@@ -36,13 +36,13 @@ public:
     VersionStamp commit();
 
 private:
-    Engine engine_;
-    Caller caller_;
-    Location location_;
-    PutOptions options_;
-    std::uint64_t expectedSize_;
-    ContentWriter writer_;
-    std::int64_t renewed_; ///< when the session was last kept alive
+    Engine engine;
+    Caller caller;
+    Location location;
+    PutOptions options;
+    std::uint64_t expectedSize;
+    ContentWriter writer;
+    std::int64_t renewed; ///< when the session was last kept alive
 };
 
 } // namespace tarnd

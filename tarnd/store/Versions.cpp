@@ -6,7 +6,7 @@ namespace tarnd {
 
 VersionHistory Versions::list(const Caller& caller, const Location& location)
 {
-    return engine_.database.read([&](Transaction& transaction) {
+    return engine.database.read([&](Transaction& transaction) {
         const auto file = requireFile(Tree(transaction, caller).readable(location));
         VersionHistory history{file.name, {}};
         for (const auto& row : versionsOf(transaction, file.id))
@@ -19,12 +19,12 @@ VersionHistory Versions::list(const Caller& caller, const Location& location)
 VersionStamp Versions::restore(const Caller& caller, const Location& location, const VersionChoice& version,
                                bool createNewVersion)
 {
-    return engine_.database.write([&](Transaction& transaction) {
+    return engine.database.write([&](Transaction& transaction) {
         const auto file = requireFile(Tree(transaction, caller).owned(location));
         if (version.isCurrent()) throw sentences::unknownVersion();
         const auto old = chosenVersion(transaction, file, version);
-        if (createNewVersion) return addVersion(transaction, file.id, old.content, engine_.clock());
-        if (old.stamp.id != file.version.id) setCurrent(transaction, file.id, old.stamp.id, engine_.clock());
+        if (createNewVersion) return addVersion(transaction, file.id, old.content, engine.clock());
+        if (old.stamp.id != file.version.id) setCurrent(transaction, file.id, old.stamp.id, engine.clock());
         return old.stamp;
     });
 }

@@ -26,7 +26,7 @@ struct VersionHistory {
 /// The earlier contents of a file. All calls block and may run on any thread; ServiceError as in Catalog.
 class Versions {
 public:
-    explicit Versions(Engine engine) : engine_(std::move(engine)) {}
+    explicit Versions(Engine engine) : engine(std::move(engine)) {}
 
     /// Readers of the file see its history too. @throws ServiceError also conflict for a folder
     VersionHistory list(const Caller& caller, const Location& location);
@@ -38,7 +38,7 @@ public:
                          bool createNewVersion);
 
 private:
-    Engine engine_;
+    Engine engine;
 };
 
 } // namespace tarnd
