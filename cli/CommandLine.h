@@ -1,9 +1,10 @@
 #pragma once
 
-#include "cli/verbs/Verbs.h"
+#include "cli/verbs/Verb.h"
 
 #include <functional>
 #include <string>
+#include <vector>
 
 namespace tarncli {
 
@@ -18,7 +19,7 @@ struct Command {
     ExitCode helpExitCode = ExitCode::ok; ///< usage when help was not asked for
 };
 
-/// @throws Failure (usage) with a sentence on the first thing that is wrong
-Command parseCommandLine(int argc, char** argv);
+/// Fills in what the verb that is named takes. @throws Failure (usage) with a sentence on the first thing that is wrong
+Command parseCommandLine(const std::vector<Verb>& verbs, int argc, const char* const* argv);
 
 } // namespace tarncli

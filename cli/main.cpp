@@ -1,5 +1,6 @@
 #include "cli/CommandLine.h"
 #include "cli/terminal/Interrupts.h"
+#include "cli/verbs/Verbs.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -35,7 +36,7 @@ int main(int argc, char** argv)
     handleInterrupts();
     Command command;
     try {
-        command = parseCommandLine(argc, argv);
+        command = parseCommandLine(allVerbs(), argc, argv);
     } catch (const Failure& failure) {
         const bool json = std::find(argv, argv + argc, std::string_view("--json")) != argv + argc;
         Output(json, Output::Verbosity::normal).error(failure);

@@ -1,5 +1,8 @@
 #include "cli/machine/Memory.h"
 
+#include "cli/terminal/Failure.h"
+#include "cli/terminal/Quantities.h"
+
 #include <algorithm>
 #include <fstream>
 #include <limits>
@@ -34,6 +37,14 @@ std::uint64_t leftOfAddressSpace()
 std::uint64_t availableMemory()
 {
     return std::min(readKilobytes("/proc/meminfo", "MemAvailable"), leftOfAddressSpace());
+}
+
+void requireMemory(const std::string& what, std::uint64_t bytes)
+{
+    const auto available = availableMemory();
+    if (bytes <= available) return;
+    throw Failure(ExitCode::failure, what + " does not fit into memory: it has " + humanSize(bytes) +
+                                         ", and " + humanSize(available) + " are free.");
 }
 
 } // namespace tarncli

@@ -1,10 +1,10 @@
 #include "cli/machine/PrivateFile.h"
 
+#include "cli/machine/SystemError.h"
 #include "cli/terminal/Failure.h"
 #include "cli/terminal/Text.h"
 
 #include <cerrno>
-#include <cstring>
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
@@ -25,23 +25,6 @@ void writeAll(int fd, const std::string& text, const fs::path& file)
     }
 }
 
-ExitCode codeOf(int error)
-{
-    switch (error) {
-    case ENOENT:
-        return ExitCode::notFound;
-    case EACCES:
-    case EPERM:
-        return ExitCode::notAllowed;
-    case EEXIST:
-    case EISDIR:
-    case ENOTDIR:
-        return ExitCode::conflict;
-    default:
-        return ExitCode::failure;
-    }
-}
-
 void syncFolder(const fs::path& folder)
 {
     const FileDescriptor fd(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
@@ -49,12 +32,6 @@ void syncFolder(const fs::path& folder)
 }
 
 } // namespace
-
-void throwErrno(const std::string& verb, const fs::path& file)
-{
-    const int error = errno;
-    throw Failure(codeOf(error), verb + " " + escaped(file.string()) + ": " + std::strerror(error) + ".");
-}
 
 void makePrivateFolder(const fs::path& folder)
 {

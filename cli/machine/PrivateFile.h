@@ -25,7 +25,4 @@ void makePrivateFolder(const std::filesystem::path& folder);
 /// @throws Failure
 FileDescriptor lockFile(const std::filesystem::path& file);
 
-/// "VERB FILE: REASON" with the text of errno, and the exit code that fits it.
-[[noreturn]] void throwErrno(const std::string& verb, const std::filesystem::path& file);
-
 } // namespace tarncli

@@ -1,7 +1,7 @@
 #include "cli/machine/Process.h"
 
-#include "cli/machine/PrivateFile.h"
-#include "cli/machine/UserFolders.h"
+#include "cli/machine/Environment.h"
+#include "cli/machine/SystemError.h"
 #include "cli/terminal/Failure.h"
 
 #include <algorithm>
@@ -89,7 +89,7 @@ fs::path find(const std::string& program)
 {
     std::error_code ignored;
     std::stringstream folders(fs::read_symlink("/proc/self/exe", ignored).parent_path().string() + ":" +
-                              folders::environment("PATH"));
+                              environmentVariable("PATH"));
     for (std::string folder; std::getline(folders, folder, ':');)
         if (fs::path(folder).is_absolute() && isProgram(fs::path(folder) / program))
             return fs::path(folder) / program;

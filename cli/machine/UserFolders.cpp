@@ -1,8 +1,8 @@
 #include "cli/machine/UserFolders.h"
 
+#include "cli/machine/Environment.h"
 #include "cli/terminal/Failure.h"
 
-#include <cstdlib>
 #include <pwd.h>
 #include <unistd.h>
 
@@ -12,7 +12,7 @@ namespace {
 
 std::filesystem::path home()
 {
-    std::filesystem::path result = environment("HOME");
+    std::filesystem::path result = environmentVariable("HOME");
     if (result.empty())
         if (const auto* entry = getpwuid(getuid())) result = entry->pw_dir;
     if (!result.is_absolute())
@@ -22,7 +22,7 @@ std::filesystem::path home()
 
 std::filesystem::path folder(const char* variable, const char* below)
 {
-    const std::filesystem::path set = environment(variable);
+    const std::filesystem::path set = environmentVariable(variable);
     return (set.is_absolute() ? set : home() / below) / "tarn";
 }
 
@@ -41,18 +41,6 @@ std::filesystem::path state()
 std::filesystem::path data()
 {
     return folder("XDG_DATA_HOME", ".local/share");
-}
-
-std::string environment(const char* name)
-{
-    const char* value = std::getenv(name);
-    return value == nullptr ? "" : value;
-}
-
-std::string loginName()
-{
-    const auto* entry = getpwuid(getuid());
-    return entry == nullptr ? "me" : entry->pw_name;
 }
 
 } // namespace tarncli::folders

@@ -41,6 +41,12 @@ std::unique_ptr<FolderListResponse> listFolder(Connection& connection, const Rem
     return connection.call([&] { return connection.files().listFolder(requestFor<FolderList>(folder)); });
 }
 
+FileSummary summaryOf(const FileAttributes& attributes)
+{
+    return {attributes.name, attributes.created,  attributes.lastModified,
+            attributes.size, attributes.writable, attributes.watermark};
+}
+
 nlohmann::json toJson(const FileSummary& file)
 {
     return {{"name", toUtf8(file.name)},         {"size", file.size},         {"created", file.created},

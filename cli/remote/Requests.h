@@ -49,6 +49,9 @@ auto naming(const RemotePath& item, Action action)
     }
 }
 
+/// What a file's attributes have in common with its entry in a listing.
+connector::tarn::FileSummary summaryOf(const connector::tarn::FileAttributes& attributes);
+
 nlohmann::json toJson(const connector::tarn::FileSummary& file);
 nlohmann::json toJson(const connector::tarn::FolderSummary& folder);
 

@@ -1,5 +1,6 @@
 #include "cli/service/Connection.h"
 
+#include "cli/machine/Environment.h"
 #include "cli/machine/UserFolders.h"
 #include "cli/service/LocalStore.h"
 #include "cli/terminal/Output.h"
@@ -57,7 +58,7 @@ Failure Connection::notLoggedIn(const std::string& why) const
 std::string Connection::tokenAtHand() const
 {
     if (!localToken.empty()) return localToken;
-    const auto given = folders::environment("TARN_TOKEN");
+    const auto given = environmentVariable("TARN_TOKEN");
     return given.empty() ? credentials.token : given;
 }
 

@@ -1,5 +1,6 @@
 #include "cli/service/LocalStore.h"
 
+#include "cli/machine/Environment.h"
 #include "cli/machine/PrivateFile.h"
 #include "cli/machine/Process.h"
 #include "cli/machine/UserFolders.h"
@@ -117,7 +118,7 @@ void LocalStore::makeUser(Record& record) const
 {
     const auto program = tarnd();
     const auto log = data / "tarnd.log";
-    record.user = folders::loginName();
+    record.user = loginName();
     auto made = process::run({program, "user", "add", record.user, "--data", data}, log);
     // The token of a user from before is not known any more: it gets a new one.
     if (made.exitCode != 0)

@@ -1,5 +1,6 @@
 #include "cli/service/Profile.h"
 
+#include "cli/machine/Environment.h"
 #include "cli/machine/UserFolders.h"
 #include "cli/service/Endpoint.h"
 #include "cli/terminal/Failure.h"
@@ -90,8 +91,8 @@ Service chooseService(const std::string& endpointFlag, const std::string& profil
 {
     Service service;
     service.profile = profileFlag.empty() ? profiles.defaultName : profileFlag;
-    service.endpoint = endpointFlag.empty() ? folders::environment("TARN_ENDPOINT") : endpointFlag;
-    service.user = folders::environment("TARN_USER");
+    service.endpoint = endpointFlag.empty() ? environmentVariable("TARN_ENDPOINT") : endpointFlag;
+    service.user = environmentVariable("TARN_USER");
     // An endpoint given directly leaves the default profile aside, but not one that was asked for.
     if (profileFlag.empty() && !service.endpoint.empty()) service.profile.clear();
     if (!service.profile.empty()) {

@@ -1,9 +1,9 @@
 #include "cli/transfer/Download.h"
 
+#include "cli/machine/Memory.h"
 #include "cli/remote/Requests.h"
 #include "cli/terminal/Output.h"
 #include "cli/transfer/Conclusion.h"
-#include "cli/transfer/LocalFile.h"
 
 namespace tarncli {
 

@@ -1,6 +1,6 @@
 #include "cli/transfer/DownloadFolder.h"
 
-#include "cli/machine/PrivateFile.h"
+#include "cli/machine/SystemError.h"
 #include "cli/terminal/Failure.h"
 #include "cli/terminal/Interrupts.h"
 #include "cli/terminal/Text.h"

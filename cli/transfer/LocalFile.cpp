@@ -2,9 +2,8 @@
 
 #include "cli/machine/FileDescriptor.h"
 #include "cli/machine/Memory.h"
-#include "cli/machine/PrivateFile.h"
+#include "cli/machine/SystemError.h"
 #include "cli/terminal/Failure.h"
-#include "cli/terminal/Quantities.h"
 #include "cli/terminal/Text.h"
 
 #include <algorithm>
@@ -52,14 +51,6 @@ bool isSame(const struct stat& before, const struct stat& after)
 }
 
 } // namespace
-
-void requireMemory(const std::string& what, std::uint64_t bytes)
-{
-    const auto available = availableMemory();
-    if (bytes <= available) return;
-    throw Failure(ExitCode::failure, what + " does not fit into memory: it has " + humanSize(bytes) +
-                                         ", and " + humanSize(available) + " are free.");
-}
 
 DataBuffer readLocalFile(const fs::path& file, Symlinks symlinks)
 {

@@ -16,7 +16,4 @@ connector::common::DataBuffer readLocalFile(const std::filesystem::path& file, S
 /// All of standard input. @throws Failure
 connector::common::DataBuffer readStandardInput();
 
-/// @throws Failure when a content of `bytes` does not fit into the memory that is left
-void requireMemory(const std::string& what, std::uint64_t bytes);
-
 } // namespace tarncli

@@ -1,8 +1,9 @@
+#include "cli/verbs/Cat.h"
+
 #include "cli/remote/Requests.h"
 #include "cli/remote/VersionChoice.h"
 #include "cli/transfer/Conclusion.h"
 #include "cli/transfer/LocalFile.h"
-#include "cli/verbs/Verbs.h"
 
 #include <Poco/Base64Encoder.h>
 
@@ -36,18 +37,17 @@ nlohmann::json contentAsJson(const std::string& path, std::string_view bytes)
 
 } // namespace
 
-namespace verbs {
-
-void cat(const Invocation& invocation, const CatOptions& options)
+void writeContents(const Invocation& invocation, const std::vector<std::string>& paths,
+                   const std::string& chosenVersion)
 {
-    for (const auto& path : options.paths)
+    for (const auto& path : paths)
         addressable(path);
     auto connection = invocation.connect();
     auto documents = nlohmann::json::array();
-    const auto report = forEach(invocation.out, options.paths, [&](const std::string& path) {
+    const auto report = forEach(invocation.out, paths, [&](const std::string& path) {
         const auto file = addressable(path);
         VersionInfo version;
-        if (!options.version.empty()) version = chooseVersion(connection, file, options.version);
+        if (!chosenVersion.empty()) version = chooseVersion(connection, file, chosenVersion);
         const auto read = naming(file, [&] {
             return connection.call([&] {
                 auto request = requestFor<FileRead>(file);
@@ -62,6 +62,34 @@ void cat(const Invocation& invocation, const CatOptions& options)
     });
     invocation.out.result("", {{"files", documents}, {"failed", toJson(report.failed)}});
     conclude(report, "read");
+}
+
+namespace verbs {
+
+namespace {
+
+struct Options {
+    std::vector<std::string> paths;
+    std::string version; ///< label or id; empty: the current one
+};
+
+} // namespace
+
+Verb cat()
+{
+    const auto options = std::make_shared<Options>();
+    return {.name = "cat",
+            .summary = "Write files to standard output",
+            .examples = "  tarn cat /notes.md\n"
+                        "  tarn cat --version 2 /notes.md",
+            .takes = {{"PATH", &options->paths, "Files", {.required = true}},
+                      {"--version",
+                       &options->version,
+                       "Number or id of an earlier version",
+                       {.valueName = "VERSION"}}},
+            .run = [options](const Invocation& invocation) {
+                writeContents(invocation, options->paths, options->version);
+            }};
 }
 
 } // namespace verbs

@@ -3,7 +3,8 @@
 #include "cli/terminal/Quantities.h"
 #include "cli/transfer/Conclusion.h"
 #include "cli/transfer/Download.h"
-#include "cli/verbs/Verbs.h"
+#include "cli/verbs/Cat.h"
+#include "cli/verbs/Verb.h"
 
 #include <nlohmann/json.hpp>
 
@@ -13,6 +14,14 @@ namespace {
 
 using namespace connector::tarn;
 namespace fs = std::filesystem;
+
+struct GetOptions {
+    std::vector<std::string> places; ///< remote sources, then the local target; one alone goes to "."
+    std::string version;
+    bool recursive = false;
+    bool force = false;
+    unsigned jobs = defaultJobs;
+};
 
 /// The local place that the user named, and what a remote item becomes there.
 struct Target {
@@ -72,11 +81,7 @@ void show(Output& out, const DownloadReport& report)
                     {"notTried", report.transfers.notStarted}});
 }
 
-} // namespace
-
-namespace verbs {
-
-void get(const Invocation& invocation, const GetOptions& options)
+void fetch(const Invocation& invocation, const GetOptions& options)
 {
     auto sources = options.places;
     std::string place = ".";
@@ -84,18 +89,41 @@ void get(const Invocation& invocation, const GetOptions& options)
         place = sources.back();
         sources.pop_back();
     }
-    if (place == "-") return cat(invocation, {sources, options.version});
+    if (place == "-") return writeContents(invocation, sources, options.version);
     std::vector<RemotePath> remotes;
     for (const auto& source : sources)
         remotes.push_back(addressable(source));
     const Target target(place, remotes.size() > 1);
-    auto connection = invocation.connect();
+    auto connection = invocation.connect(options.jobs);
     Downloader downloader(connection, invocation.out, options.force ? Overwrite::replace : Overwrite::refuse);
     for (const auto& remote : remotes)
         addSource(connection, downloader, target, remote, options);
     const auto report = downloader.run();
     show(invocation.out, report);
     conclude(report.transfers, "fetched");
+}
+
+} // namespace
+
+namespace verbs {
+
+Verb get()
+{
+    const auto options = std::make_shared<GetOptions>();
+    return {
+        .name = "get",
+        .summary = "Fetch files",
+        .examples = "  tarn get /notes.md .\n"
+                    "  tarn get -r /photos ~/photos\n"
+                    "  tarn get --version 2 /notes.md old.md\n"
+                    "  tarn get /backup.sql - | psql app",
+        .takes =
+            {{"PLACE", &options->places, "REMOTE... LOCAL; LOCAL - is standard output", {.required = true}},
+             {"-r,--recursive", &options->recursive, "Folders with all that is in them"},
+             {"-f,--force", &options->force, "Replace local files that exist"},
+             {"--version", &options->version, "Number or id of an earlier version", {.valueName = "VERSION"}},
+             jobsOption(options->jobs)},
+        .run = [options](const Invocation& invocation) { fetch(invocation, *options); }};
 }
 
 } // namespace verbs

@@ -2,7 +2,7 @@
 #include "cli/terminal/Quantities.h"
 #include "cli/transfer/Conclusion.h"
 #include "cli/transfer/Upload.h"
-#include "cli/verbs/Verbs.h"
+#include "cli/verbs/Verb.h"
 
 #include <nlohmann/json.hpp>
 
@@ -11,6 +11,15 @@ namespace tarncli {
 namespace {
 
 namespace fs = std::filesystem;
+
+struct PutOptions {
+    std::vector<std::string> places; ///< local sources, then the remote target
+    bool recursive = false;
+    bool force = false;
+    bool newVersion = false;
+    bool skipExisting = false;
+    unsigned jobs = defaultJobs;
+};
 
 Existing existingOf(const PutOptions& options)
 {
@@ -139,11 +148,7 @@ void putStandardInput(Connection& connection, Output& out, const Target& target,
     show(out, report, place.remote);
 }
 
-} // namespace
-
-namespace verbs {
-
-void put(const Invocation& invocation, const PutOptions& options)
+void store(const Invocation& invocation, const PutOptions& options)
 {
     auto& out = invocation.out;
     const auto existing = existingOf(options);
@@ -156,7 +161,7 @@ void put(const Invocation& invocation, const PutOptions& options)
         for (const auto& place : places)
             sources.push_back(sourceOf(place, options.recursive));
 
-    auto connection = invocation.connect();
+    auto connection = invocation.connect(options.jobs);
     const Target target(connection, options.places.back());
     if (fromInput) return putStandardInput(connection, out, target, existing);
     const bool intoFolder = sources.size() > 1 || (target.path().asFolder && !sources.front().isFolder);
@@ -167,6 +172,31 @@ void put(const Invocation& invocation, const PutOptions& options)
     const auto report = uploader.run();
     show(out, report, target.path());
     conclude(report.transfers, "stored");
+}
+
+} // namespace
+
+namespace verbs {
+
+Verb put()
+{
+    const auto options = std::make_shared<PutOptions>();
+    return {.name = "put",
+            .summary = "Store files",
+            .examples = "  tarn put notes.md /notes.md\n"
+                        "  tarn put a.txt b.txt /docs/\n"
+                        "  tarn put -r -j 8 photos /photos\n"
+                        "  pg_dump app | tarn put - /backup.sql",
+            .takes = {{"PLACE",
+                       &options->places,
+                       "LOCAL... REMOTE; LOCAL - is standard input",
+                       {.required = true}},
+                      {"-r,--recursive", &options->recursive, "Folders with all that is in them"},
+                      {"-f,--force", &options->force, "Replace the content of files that exist"},
+                      {"--new-version", &options->newVersion, "Keep the old content as a version"},
+                      {"--skip-existing", &options->skipExisting, "Leave files that exist as they are"},
+                      jobsOption(options->jobs)},
+            .run = [options](const Invocation& invocation) { store(invocation, *options); }};
 }
 
 } // namespace verbs

@@ -2,18 +2,20 @@
 #include "cli/remote/VersionChoice.h"
 #include "cli/terminal/Quantities.h"
 #include "cli/terminal/Table.h"
-#include "cli/verbs/Verbs.h"
+#include "cli/verbs/Verb.h"
 #include "tarn/versioning/VersionMessages.h"
 
 #include <nlohmann/json.hpp>
 
 namespace tarncli::verbs {
 
+namespace {
+
 using namespace connector::tarn;
 
-void versions(const Invocation& invocation, const PathOptions& options)
+void listVersions(const Invocation& invocation, const std::string& path)
 {
-    const auto file = addressable(options.path);
+    const auto file = addressable(path);
     auto connection = invocation.connect();
     requireOwnBucket(connection, file);
     const auto response = naming(file, [&] {
@@ -32,25 +34,16 @@ void versions(const Invocation& invocation, const PathOptions& options)
                           {{"path", file.text()}, {"name", toUtf8(response->name)}, {"versions", documents}});
 }
 
-void restore(const Invocation& invocation, const RestoreOptions& options)
+} // namespace
+
+Verb versions()
 {
-    const auto file = addressable(options.path);
-    auto connection = invocation.connect();
-    requireOwnBucket(connection, file);
-    const auto version = chooseVersion(connection, file, options.version);
-    const auto restored = naming(file, [&] {
-        return connection.call([&] {
-            auto request = requestFor<VersionRestore>(file);
-            request->versionId = version.versionId;
-            request->versionLabel = version.versionLabel;
-            request->createNewVersion = options.asNew;
-            return connection.versioning().restoreVersion(std::move(request));
-        });
-    });
-    invocation.out.message("Version " + std::to_string(restored->versionLabel) + " of " + file.quoted() +
-                           " is now the current one.");
-    invocation.out.result(
-        "", {{"path", file.text()}, {"label", restored->versionLabel}, {"id", restored->versionId}});
+    const auto path = std::make_shared<std::string>();
+    return {.name = "versions",
+            .summary = "List the versions of a file",
+            .examples = "  tarn versions /notes.md",
+            .takes = {{"PATH", path.get(), "File", {.required = true}}},
+            .run = [path](const Invocation& invocation) { listVersions(invocation, *path); }};
 }
 
 } // namespace tarncli::verbs

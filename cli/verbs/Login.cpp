@@ -1,0 +1,55 @@
+#include "cli/machine/Environment.h"
+#include "cli/terminal/Secret.h"
+#include "cli/terminal/Text.h"
+#include "cli/verbs/Verb.h"
+
+#include <nlohmann/json.hpp>
+
+namespace tarncli::verbs {
+
+namespace {
+
+struct Options {
+    std::string user; ///< empty: the profile's
+    bool noStoreToken = false;
+};
+
+std::string askToken(const std::string& user)
+{
+    const auto given = environmentVariable("TARN_TOKEN");
+    return given.empty() ? readSecret("Token of " + escaped(user) + ": ") : given;
+}
+
+void logIn(const Invocation& invocation, const Options& options)
+{
+    auto& out = invocation.out;
+    Connection connection(invocation.connection, out);
+    const auto user = options.user.empty() ? connection.configuredUser() : options.user;
+    if (user.empty()) throw usageError("Name the user: `tarn login USER`.");
+    if (const auto& known = connection.configuredUser(); user != known && connection.isLocal())
+        throw usageError("The local store belongs to \"" + escaped(known) +
+                         "\" and needs no login; name a service with --endpoint.");
+    const auto token = connection.isLocal() ? "" : askToken(user);
+    connection.login(user, token, !options.noStoreToken);
+    out.message("Logged in to " + connection.serviceName() + " as " + escaped(user) + ".");
+    out.result("", {{"user", user}, {"endpoint", connection.url()}});
+}
+
+} // namespace
+
+Verb login()
+{
+    const auto options = std::make_shared<Options>();
+    return {.name = "login",
+            .summary = "Open a session and keep it for later calls",
+            .examples =
+                "  tarn --endpoint https://files.example.org login alice\n"
+                "  pass show tarn | tarn login alice\n"
+                "The token is asked for, or read from standard input or TARN_TOKEN. It is stored beside the\n"
+                "session (mode 0600), so that an ended session is renewed without asking.",
+            .takes = {{"USER", &options->user, "Whose storage it is; default: the profile's user"},
+                      {"--no-store-token", &options->noStoreToken, "Keep the session only, not the token"}},
+            .run = [options](const Invocation& invocation) { logIn(invocation, *options); }};
+}
+
+} // namespace tarncli::verbs

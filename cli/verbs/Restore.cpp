@@ -1,0 +1,56 @@
+#include "cli/remote/Requests.h"
+#include "cli/remote/VersionChoice.h"
+#include "cli/verbs/Verb.h"
+#include "tarn/versioning/VersionMessages.h"
+
+#include <nlohmann/json.hpp>
+
+namespace tarncli::verbs {
+
+namespace {
+
+using namespace connector::tarn;
+
+struct Options {
+    std::string path;
+    std::string version;
+    bool asNew = false;
+};
+
+void makeCurrent(const Invocation& invocation, const Options& options)
+{
+    const auto file = addressable(options.path);
+    auto connection = invocation.connect();
+    requireOwnBucket(connection, file);
+    const auto version = chooseVersion(connection, file, options.version);
+    const auto restored = naming(file, [&] {
+        return connection.call([&] {
+            auto request = requestFor<VersionRestore>(file);
+            request->versionId = version.versionId;
+            request->versionLabel = version.versionLabel;
+            request->createNewVersion = options.asNew;
+            return connection.versioning().restoreVersion(std::move(request));
+        });
+    });
+    invocation.out.message("Version " + std::to_string(restored->versionLabel) + " of " + file.quoted() +
+                           " is now the current one.");
+    invocation.out.result(
+        "", {{"path", file.text()}, {"label", restored->versionLabel}, {"id", restored->versionId}});
+}
+
+} // namespace
+
+Verb restore()
+{
+    const auto options = std::make_shared<Options>();
+    return {.name = "restore",
+            .summary = "Make an earlier version the current one",
+            .examples = "  tarn restore /notes.md 2\n"
+                        "  tarn restore --as-new /notes.md 2",
+            .takes = {{"PATH", &options->path, "File", {.required = true}},
+                      {"VERSION", &options->version, "Number or id of the version", {.required = true}},
+                      {"--as-new", &options->asNew, "Add a copy of it as the newest version"}},
+            .run = [options](const Invocation& invocation) { makeCurrent(invocation, *options); }};
+}
+
+} // namespace tarncli::verbs
