@@ -23,9 +23,9 @@ target_compile_features(tarn_options INTERFACE cxx_std_20)
 
 add_library(tarn_warnings INTERFACE)
 target_compile_options(tarn_warnings INTERFACE
-  -Wall -Wextra -Wpedantic -Wshadow=local -Wnon-virtual-dtor -Woverloaded-virtual -Wconversion
+  -Wall -Wextra -Wpedantic -Wnon-virtual-dtor -Woverloaded-virtual -Wconversion
   # g++ 12 sees overlaps in std::basic_string that are not there.
-  $<$<CXX_COMPILER_ID:GNU>:-Wno-restrict>
+  $<$<CXX_COMPILER_ID:GNU>:-Wshadow=local;-Wno-restrict>
   $<$<BOOL:${TARN_WERROR}>:-Werror>)
 
 if(TARN_SANITIZE)
