@@ -10,6 +10,9 @@ namespace {
 
 constexpr std::size_t tokenBytes = 32;
 
+constexpr auto accountColumns =
+    columns(column("id", &Account::id), column("name", &Account::name), column("created", &Account::created));
+
 std::int64_t idOf(Transaction& transaction, const std::string& name)
 {
     const auto id = transaction.value<std::int64_t>("SELECT id FROM users WHERE name = $1", name);
@@ -48,11 +51,7 @@ std::string Accounts::add(const std::string& name)
 std::vector<Account> Accounts::list()
 {
     return engine.database.read([](Transaction& transaction) {
-        std::vector<Account> accounts;
-        for (auto& [id, name, created] : transaction.rows<std::int64_t, std::string, std::int64_t>(
-                 "SELECT id, name, created FROM users ORDER BY name"))
-            accounts.push_back({id, name, created});
-        return accounts;
+        return transaction.records(accountColumns, "FROM users ORDER BY name");
     });
 }
 
@@ -85,10 +84,10 @@ Account Accounts::authenticate(const std::string& token)
 {
     const auto digest = sha256Hex(token);
     return engine.database.read([&](Transaction& transaction) {
-        const auto found = transaction.row<std::int64_t, std::string, std::int64_t, std::string>(
-            "SELECT id, name, created, token FROM users WHERE token = $1", digest);
-        if (!found || !equalInConstantTime(std::get<3>(*found), digest)) throw sentences::badToken();
-        return Account{std::get<0>(*found), std::get<1>(*found), std::get<2>(*found)};
+        const auto stored =
+            transaction.value<std::string>("SELECT token FROM users WHERE token = $1", digest);
+        if (!stored || !equalInConstantTime(*stored, digest)) throw sentences::badToken();
+        return transaction.record(accountColumns, "FROM users WHERE token = $1", digest).value();
     });
 }
 

@@ -46,8 +46,9 @@ std::vector<std::string> describeContent(Engine engine, const std::string& conte
         const auto paths = pathsOf(transaction, "SELECT node FROM versions WHERE content = $1", content);
         std::vector<std::string> texts;
         for (const auto& [node, label, owner] : transaction.rows<std::int64_t, std::int64_t, std::string>(
-                 "SELECT v.node, v.label, u.name FROM versions v JOIN nodes n ON n.id = v.node "
-                 "JOIN users u ON u.id = n.owner WHERE v.content = $1 ORDER BY v.label",
+                 R"(SELECT v.node, v.label, u.name FROM versions v
+                    JOIN nodes n ON n.id = v.node JOIN users u ON u.id = n.owner
+                    WHERE v.content = $1 ORDER BY v.label)",
                  content)) {
             const auto path = paths.find(node);
             texts.push_back(owner + ":" + (path == paths.end() ? "(unreachable)" : path->second) +

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "tarnd/store/Columns.h"
 #include "tarnd/store/Sentences.h"
 
 #include <Poco/Data/Binding.h>
@@ -41,6 +42,24 @@ public:
     /// @throws ServiceError internal, insufficientStorage
     template <class... Columns, class... Args>
     std::vector<std::tuple<Columns...>> rows(const std::string& sql, const Args&... args);
+
+    /// All rows of "SELECT columns rest", each as a record.
+    template <class... Each, class... Args>
+    auto records(const Columns<Each...>& columns, const std::string& rest, const Args&... args)
+    {
+        std::vector<typename Columns<Each...>::Record> found;
+        for (auto& row : rows<typename Each::Stored...>("SELECT " + columns.list() + " " + rest, args...))
+            found.push_back(columns.record(std::move(row)));
+        return found;
+    }
+
+    /// The first of them, if there is one.
+    template <class... Each, class... Args>
+    auto record(const Columns<Each...>& columns, const std::string& rest, const Args&... args)
+    {
+        auto all = records(columns, rest, args...);
+        return all.empty() ? std::nullopt : std::optional(std::move(all.front()));
+    }
 
     /// The first row, if there is one.
     template <class... Columns, class... Args>

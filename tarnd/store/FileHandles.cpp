@@ -18,12 +18,16 @@ struct Handle {
     bool changes = false; ///< a commit has something to make visible
 };
 
+constexpr auto handleColumns =
+    columns(column("parent", &Handle::parent), column("name", &Handle::name), column("node", &Handle::node),
+            column("mode", &Handle::mode), column("changes", &Handle::changes));
+
 std::string insertHandle(Transaction& transaction, const Caller& caller, const Handle& handle)
 {
     const auto id = randomHex(handleIdBytes);
     requireSession(transaction, caller);
-    transaction.run("INSERT INTO handles (id, session, parent, name, node, mode, changes) "
-                    "VALUES ($1, $2, $3, $4, $5, $6, $7)",
+    transaction.run(R"(INSERT INTO handles (id, session, parent, name, node, mode, changes)
+                       VALUES ($1, $2, $3, $4, $5, $6, $7))",
                     id, caller.sessionKey, handle.parent, handle.name, handle.node, handle.mode,
                     handle.changes);
     return id;
@@ -32,13 +36,11 @@ std::string insertHandle(Transaction& transaction, const Caller& caller, const H
 /// Reads the handle and ends it.
 Handle takeHandle(Transaction& transaction, const Caller& caller, const std::string& id)
 {
-    const auto found = transaction.row<std::int64_t, std::string, std::int64_t, std::int64_t, std::int64_t>(
-        "SELECT parent, name, node, mode, changes FROM handles WHERE id = $1 AND session = $2", id,
-        caller.sessionKey);
+    const auto found = transaction.record(handleColumns, "FROM handles WHERE id = $1 AND session = $2", id,
+                                          caller.sessionKey);
     if (!found) throw sentences::unknownHandle();
     transaction.run("DELETE FROM handles WHERE id = $1", id);
-    const auto& [parent, name, node, mode, changes] = *found;
-    return {parent, name, node, static_cast<CreateMode>(mode), changes != 0};
+    return *found;
 }
 
 Slot slotOf(Transaction& transaction, const Handle& handle)

@@ -19,16 +19,18 @@ void replaceCurrent(Transaction& transaction, const Node& file, const StoredCont
         dropped.push_back(file.content);
 }
 
+constexpr auto versionColumns = columns(column("id", &VersionRow::stamp, &VersionStamp::id), //
+                                        column("label", &VersionRow::stamp, &VersionStamp::label),
+                                        column("created", &VersionRow::created),
+                                        column("content", &VersionRow::content, &StoredContent::id),
+                                        column("size", &VersionRow::content, &StoredContent::size),
+                                        column("sha256", &VersionRow::content, &StoredContent::sha256));
+
 template <class... Args>
 std::vector<VersionRow> versionRows(Transaction& transaction, const std::string& condition,
                                     const Args&... args)
 {
-    std::vector<VersionRow> versions;
-    for (auto& [id, label, created, content, size, sha256] :
-         transaction.rows<std::string, std::int64_t, std::int64_t, std::string, std::int64_t, std::string>(
-             "SELECT id, label, created, content, size, sha256 FROM versions WHERE " + condition, args...))
-        versions.push_back({{id, label}, created, {content, size, sha256}});
-    return versions;
+    return transaction.records(versionColumns, "FROM versions WHERE " + condition, args...);
 }
 
 } // namespace
@@ -61,8 +63,8 @@ VersionStamp addVersion(Transaction& transaction, std::int64_t file, const Store
     const auto last =
         transaction.value<std::int64_t>("SELECT COALESCE(MAX(label), 0) FROM versions WHERE node = $1", file);
     const VersionStamp stamp{randomHex(versionIdBytes), last.value() + 1};
-    transaction.run("INSERT INTO versions (id, node, label, created, size, sha256, content) "
-                    "VALUES ($1, $2, $3, $4, $5, $6, $7)",
+    transaction.run(R"(INSERT INTO versions (id, node, label, created, size, sha256, content)
+                       VALUES ($1, $2, $3, $4, $5, $6, $7))",
                     stamp.id, file, stamp.label, now, content.size, content.sha256, content.id);
     setCurrent(transaction, file, stamp.id, now);
     return stamp;

@@ -20,22 +20,28 @@ struct TreeRule {
 };
 
 constexpr TreeRule treeRules[] = {
-    {"cannot be reached from a root folder", "WITH RECURSIVE reached(id) AS (SELECT id FROM nodes WHERE "
-                                             "parent IS NULL UNION ALL SELECT n.id FROM nodes n "
-                                             "JOIN reached r ON n.parent = r.id) SELECT id, name FROM nodes "
-                                             "WHERE id NOT IN (SELECT id FROM reached)"},
-    {"lies in a file", "SELECT n.id, n.name FROM nodes n JOIN nodes p ON p.id = n.parent WHERE p.kind <> 0"},
+    {"cannot be reached from a root folder",
+     R"(WITH RECURSIVE reached(id) AS (
+            SELECT id FROM nodes WHERE parent IS NULL
+            UNION ALL
+            SELECT n.id FROM nodes n JOIN reached r ON n.parent = r.id)
+        SELECT id, name FROM nodes WHERE id NOT IN (SELECT id FROM reached))"},
+    {"lies in a file",
+     R"(SELECT n.id, n.name FROM nodes n JOIN nodes p ON p.id = n.parent WHERE p.kind <> 0)"},
     {"has another owner than its folder",
-     "SELECT n.id, n.name FROM nodes n JOIN nodes p ON p.id = n.parent WHERE p.owner <> n.owner"},
+     R"(SELECT n.id, n.name FROM nodes n JOIN nodes p ON p.id = n.parent WHERE p.owner <> n.owner)"},
     {"has no current version",
-     "SELECT n.id, n.name FROM nodes n LEFT JOIN versions v ON v.id = n.current AND v.node = "
-     "n.id WHERE n.kind = 1 AND v.id IS NULL"},
+     R"(SELECT n.id, n.name FROM nodes n
+        LEFT JOIN versions v ON v.id = n.current AND v.node = n.id
+        WHERE n.kind = 1 AND v.id IS NULL)"},
     {"is a folder but has versions",
-     "SELECT DISTINCT n.id, n.name FROM nodes n JOIN versions v ON v.node = n.id WHERE n.kind <> 1"},
+     R"(SELECT DISTINCT n.id, n.name FROM nodes n JOIN versions v ON v.node = n.id WHERE n.kind <> 1)"},
     {"has a root folder that is not one",
-     "SELECT id, name FROM nodes WHERE parent IS NULL AND (kind <> 0 OR name <> '')"},
-    {"is a user without a root folder", "SELECT u.id, u.name FROM users u LEFT JOIN nodes n ON n.owner = "
-                                        "u.id AND n.parent IS NULL WHERE n.id IS NULL"},
+     R"(SELECT id, name FROM nodes WHERE parent IS NULL AND (kind <> 0 OR name <> ''))"},
+    {"is a user without a root folder",
+     R"(SELECT u.id, u.name FROM users u
+        LEFT JOIN nodes n ON n.owner = u.id AND n.parent IS NULL
+        WHERE n.id IS NULL)"},
 };
 
 void checkTree(Transaction& transaction, FsckReport& report)

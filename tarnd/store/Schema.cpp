@@ -19,43 +19,66 @@ constexpr std::int64_t schemaVersion = 1;
 /// the user exists. handles keep parent and name of the file as of the opening; node is 0 for a file still to
 /// be created.
 constexpr const char* tables[] = {
-    "CREATE TABLE IF NOT EXISTS meta (name {text} PRIMARY KEY, value {text} NOT NULL)",
+    R"(CREATE TABLE IF NOT EXISTS meta (
+        name  {text} PRIMARY KEY,
+        value {text} NOT NULL))",
 
-    "CREATE TABLE IF NOT EXISTS users (id {id}, name {text} NOT NULL UNIQUE, token {text} NOT NULL UNIQUE, "
-    "created BIGINT NOT NULL)",
+    R"(CREATE TABLE IF NOT EXISTS users (
+        id      {id},
+        name    {text} NOT NULL UNIQUE,
+        token   {text} NOT NULL UNIQUE,
+        created BIGINT NOT NULL))",
 
-    "CREATE TABLE IF NOT EXISTS sessions (id {text} PRIMARY KEY, account BIGINT NOT NULL REFERENCES "
-    "users(id) ON "
-    "DELETE CASCADE, used BIGINT NOT NULL)",
+    R"(CREATE TABLE IF NOT EXISTS sessions (
+        id      {text} PRIMARY KEY,
+        account BIGINT NOT NULL REFERENCES users(id) ON DELETE CASCADE,
+        used    BIGINT NOT NULL))",
     "CREATE INDEX IF NOT EXISTS sessions_account ON sessions(account)",
     "CREATE INDEX IF NOT EXISTS sessions_used ON sessions(used)",
 
-    "CREATE TABLE IF NOT EXISTS nodes (id {id}, owner BIGINT NOT NULL REFERENCES users(id), parent BIGINT "
-    "REFERENCES nodes(id), name {text} NOT NULL, kind BIGINT NOT NULL, created BIGINT NOT NULL, modified "
-    "BIGINT "
-    "NOT NULL, revision BIGINT NOT NULL DEFAULT 0, current {text} NOT NULL DEFAULT '', UNIQUE (parent, "
-    "name))",
+    R"(CREATE TABLE IF NOT EXISTS nodes (
+        id       {id},
+        owner    BIGINT NOT NULL REFERENCES users(id),
+        parent   BIGINT REFERENCES nodes(id),
+        name     {text} NOT NULL,
+        kind     BIGINT NOT NULL,
+        created  BIGINT NOT NULL,
+        modified BIGINT NOT NULL,
+        revision BIGINT NOT NULL DEFAULT 0,
+        current  {text} NOT NULL DEFAULT '',
+        UNIQUE (parent, name)))",
     "CREATE UNIQUE INDEX IF NOT EXISTS nodes_root ON nodes(owner) WHERE parent IS NULL",
 
-    "CREATE TABLE IF NOT EXISTS versions (id {text} PRIMARY KEY, node BIGINT NOT NULL REFERENCES nodes(id) "
-    "ON "
-    "DELETE CASCADE, label BIGINT NOT NULL, created BIGINT NOT NULL, size BIGINT NOT NULL, sha256 {text} NOT "
-    "NULL, content {text} NOT NULL, UNIQUE (node, label))",
+    R"(CREATE TABLE IF NOT EXISTS versions (
+        id      {text} PRIMARY KEY,
+        node    BIGINT NOT NULL REFERENCES nodes(id) ON DELETE CASCADE,
+        label   BIGINT NOT NULL,
+        created BIGINT NOT NULL,
+        size    BIGINT NOT NULL,
+        sha256  {text} NOT NULL,
+        content {text} NOT NULL,
+        UNIQUE (node, label)))",
     "CREATE INDEX IF NOT EXISTS versions_content ON versions(content)",
 
-    "CREATE TABLE IF NOT EXISTS grants (id {text} PRIMARY KEY, node BIGINT NOT NULL REFERENCES nodes(id) ON "
-    "DELETE CASCADE, subject {text} NOT NULL, UNIQUE (node, subject))",
+    R"(CREATE TABLE IF NOT EXISTS grants (
+        id      {text} PRIMARY KEY,
+        node    BIGINT NOT NULL REFERENCES nodes(id) ON DELETE CASCADE,
+        subject {text} NOT NULL,
+        UNIQUE (node, subject)))",
     "CREATE INDEX IF NOT EXISTS grants_subject ON grants(subject)",
 
-    "CREATE TABLE IF NOT EXISTS links (token {text} PRIMARY KEY, node BIGINT NOT NULL UNIQUE REFERENCES "
-    "nodes(id) "
-    "ON DELETE CASCADE)",
+    R"(CREATE TABLE IF NOT EXISTS links (
+        token {text} PRIMARY KEY,
+        node  BIGINT NOT NULL UNIQUE REFERENCES nodes(id) ON DELETE CASCADE))",
 
-    "CREATE TABLE IF NOT EXISTS handles (id {text} PRIMARY KEY, session {text} NOT NULL REFERENCES "
-    "sessions(id) ON "
-    "DELETE CASCADE, parent BIGINT NOT NULL, name {text} NOT NULL, node BIGINT NOT NULL, mode BIGINT NOT "
-    "NULL, "
-    "changes BIGINT NOT NULL)",
+    R"(CREATE TABLE IF NOT EXISTS handles (
+        id      {text} PRIMARY KEY,
+        session {text} NOT NULL REFERENCES sessions(id) ON DELETE CASCADE,
+        parent  BIGINT NOT NULL,
+        name    {text} NOT NULL,
+        node    BIGINT NOT NULL,
+        mode    BIGINT NOT NULL,
+        changes BIGINT NOT NULL))",
     "CREATE INDEX IF NOT EXISTS handles_session ON handles(session)",
 };
 

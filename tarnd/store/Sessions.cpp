@@ -22,12 +22,11 @@ std::string Sessions::login(const std::string& token)
     engine.database.write([&](Transaction& transaction) {
         const auto now = engine.clock();
         transaction.run("DELETE FROM sessions WHERE used < $1", now - life());
-        // Rotated or removed meanwhile: then the token is none any more.
-        const auto inserted =
-            transaction.value<std::int64_t>("INSERT INTO sessions (id, account, used) SELECT $1, id, $2 FROM "
-                                            "users WHERE id = $3 AND token = $4 "
-                                            "RETURNING account",
-                                            sha256Hex(id), now, account.id, sha256Hex(token));
+        // Rotated or removed meanwhile: then the token is no longer anybody's.
+        const auto inserted = transaction.value<std::int64_t>(
+            R"(INSERT INTO sessions (id, account, used)
+               SELECT $1, id, $2 FROM users WHERE id = $3 AND token = $4 RETURNING account)",
+            sha256Hex(id), now, account.id, sha256Hex(token));
         if (!inserted) throw sentences::badToken();
     });
     return id;

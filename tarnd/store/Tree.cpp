@@ -1,5 +1,7 @@
 #include "tarnd/store/Tree.h"
 
+#include <Poco/String.h>
+
 #include <algorithm>
 #include <span>
 
@@ -10,49 +12,46 @@ namespace {
 /// How many names one query follows: each is a subquery, and the engines limit how deep these nest.
 constexpr std::size_t namesPerQuery = 8;
 
-const std::string below = "WITH RECURSIVE below(id) AS (SELECT id FROM nodes WHERE id = $1 UNION ALL "
-                          "SELECT n.id FROM nodes n JOIN below b ON n.parent = b.id) ";
+const std::string below = R"(
+    WITH RECURSIVE below(id) AS (
+        SELECT id FROM nodes WHERE id = $1
+        UNION ALL
+        SELECT n.id FROM nodes n JOIN below b ON n.parent = b.id)
+    )";
 
-const std::string upwards =
-    "WITH RECURSIVE up(id, parent) AS (SELECT id, parent FROM nodes WHERE id = $1 UNION ALL "
-    "SELECT n.id, n.parent FROM nodes n JOIN up ON n.id = up.parent) ";
+const std::string upwards = R"(
+    WITH RECURSIVE up(id, parent) AS (
+        SELECT id, parent FROM nodes WHERE id = $1
+        UNION ALL
+        SELECT n.id, n.parent FROM nodes n JOIN up ON n.id = up.parent)
+    )";
 
-const std::string nodeColumns =
-    "SELECT n.id, COALESCE(n.parent, 0), n.owner, n.kind, n.name, n.created, n.modified, n.revision, "
-    "COALESCE(v.id, ''), COALESCE(v.label, 0), COALESCE(v.size, 0), COALESCE(v.sha256, ''), "
-    "COALESCE(v.content, '') FROM nodes n LEFT JOIN versions v ON v.id = n.current WHERE ";
+constexpr auto nodeColumns =
+    columns(column("n.id", &Node::id),                                       //
+            column("COALESCE(n.parent, 0)", &Node::parent),                  //
+            column("n.owner", &Node::owner),                                 //
+            column("n.kind", &Node::kind),                                   //
+            column("n.name", &Node::name),                                   //
+            column("n.created", &Node::created),                             //
+            column("n.modified", &Node::modified),                           //
+            column("n.revision", &Node::revision),                           //
+            column("COALESCE(v.id, '')", &Node::version, &VersionStamp::id), //
+            column("COALESCE(v.label, 0)", &Node::version, &VersionStamp::label),
+            column("COALESCE(v.size, 0)", &Node::size), column("COALESCE(v.sha256, '')", &Node::sha256),
+            column("COALESCE(v.content, '')", &Node::content));
+
+const std::string nodesWhere = "FROM nodes n LEFT JOIN versions v ON v.id = n.current WHERE ";
 
 template <class... Args>
 std::vector<Node> nodes(Transaction& transaction, const std::string& condition, const Args&... args)
 {
-    using Number = std::int64_t;
-    using Text = std::string;
-    auto rows = transaction.rows<Number, Number, Number, Number, Text, Number, Number, Number, Text, Number,
-                                 Number, Text, Text>(nodeColumns + condition, args...);
-    std::vector<Node> found;
-    found.reserve(rows.size());
-    for (auto& [id, parent, owner, kind, name, created, modified, revision, version, label, size, sha256,
-                content] : rows)
-        found.push_back({id,
-                         parent,
-                         owner,
-                         static_cast<ItemKind>(kind),
-                         std::move(name),
-                         created,
-                         modified,
-                         revision,
-                         {std::move(version), label},
-                         size,
-                         std::move(sha256),
-                         std::move(content)});
-    return found;
+    return transaction.records(nodeColumns, nodesWhere + condition, args...);
 }
 
 template <class... Args>
 std::optional<Node> node(Transaction& transaction, const std::string& condition, const Args&... args)
 {
-    auto found = nodes(transaction, condition, args...);
-    return found.empty() ? std::nullopt : std::optional(std::move(found.front()));
+    return transaction.record(nodeColumns, nodesWhere + condition, args...);
 }
 
 /// "n.name = $1 AND n.parent = (SELECT … name = $2 AND parent = (… $last))": the last name first.
@@ -150,8 +149,8 @@ Listing listingOf(Transaction& transaction, const Node& folder, bool writable)
 std::int64_t insertNode(Transaction& transaction, const Slot& slot, ItemKind kind, std::int64_t now)
 {
     const auto id = transaction.value<std::int64_t>(
-        "INSERT INTO nodes (owner, parent, name, kind, created, modified) VALUES ($1, $2, $3, $4, $5, $6) "
-        "RETURNING id",
+        R"(INSERT INTO nodes (owner, parent, name, kind, created, modified)
+           VALUES ($1, $2, $3, $4, $5, $6) RETURNING id)",
         slot.owner, slot.parent, slot.name, kind, now, now);
     entriesChanged(transaction, slot.parent, now);
     return id.value();
@@ -174,11 +173,13 @@ std::vector<std::string> removeTree(Transaction& transaction, std::int64_t node)
 
 std::string pathsQuery(const std::string& nodes)
 {
-    return "WITH RECURSIVE up(start, parent, path) AS (SELECT id, parent, name FROM nodes WHERE id IN (" +
-           nodes +
-           ") UNION ALL SELECT up.start, p.parent, p.name || '/' || up.path FROM up JOIN nodes p ON p.id = "
-           "up.parent) "
-           "SELECT start, path FROM up WHERE parent IS NULL";
+    return Poco::replace(std::string(R"(
+        WITH RECURSIVE up(start, parent, path) AS (
+            SELECT id, parent, name FROM nodes WHERE id IN ({nodes})
+            UNION ALL
+            SELECT up.start, p.parent, p.name || '/' || up.path FROM up JOIN nodes p ON p.id = up.parent)
+        SELECT start, path FROM up WHERE parent IS NULL)"),
+                         "{nodes}", nodes.c_str());
 }
 
 std::optional<Node> Tree::find(const Location& location)
