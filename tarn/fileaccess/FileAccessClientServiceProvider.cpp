@@ -117,9 +117,11 @@ Reply FileAccessClientServiceProvider::handle(std::unique_ptr<FileUpdate>&& requ
 Reply FileAccessClientServiceProvider::handle(std::unique_ptr<FileRead>&& request, Address&& to,
                                               ContextPtr&& context)
 {
-    ServiceRequest http = itemRequest(endpoint, "get", filesPath, *request);
-    addVersion(http, *request);
-    return exchange(http.build(), std::move(to), *context, readFileContent);
+    ServiceRequest read = itemRequest(endpoint, "get", filesPath, *request);
+    addVersion(read, *request);
+    auto built = read.build();
+    built->replyBody = http::ReplyBody::content; // as long as the file is, unlike every other reply
+    return exchange(std::move(built), std::move(to), *context, readFileContent);
 }
 
 Reply FileAccessClientServiceProvider::handle(std::unique_ptr<FileContentRead>&&, Address&&, ContextPtr&&)

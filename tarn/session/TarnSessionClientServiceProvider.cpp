@@ -22,6 +22,13 @@ std::unique_ptr<PingResponse> readPing(const Poco::XML::Document& reply)
     return response;
 }
 
+/// Login and logout change something behind a "get": repeated on a fresh connection, they would happen twice.
+std::unique_ptr<http::HttpClientRequest> onlyOnce(std::unique_ptr<http::HttpClientRequest> request)
+{
+    request->atMostOnce = true;
+    return request;
+}
+
 } // namespace
 
 TarnSessionClientServiceProvider::TarnSessionClientServiceProvider(
@@ -49,7 +56,7 @@ Future<std::unique_ptr<Message>> TarnSessionClientServiceProvider::handle(std::u
         ServiceRequest login("get", getEndpoint() + "/service/v1/login");
         login.addIdentity(*request);
         login.addHeader(authenticationTokenHeader, request->authenticationToken);
-        return login.build();
+        return onlyOnce(login.build());
     };
     return buildAndExchangeXml(build, std::move(to), *context, readLogin);
 }
@@ -59,7 +66,7 @@ Future<std::unique_ptr<Message>> TarnSessionClientServiceProvider::handle(std::u
                                                                           std::shared_ptr<Context>&& context)
 {
     auto build = [&] {
-        return makeSessionHttpRequest(getEndpoint(), "get", "/service/v1/logout", "", *request);
+        return onlyOnce(makeSessionHttpRequest(getEndpoint(), "get", "/service/v1/logout", "", *request));
     };
     return buildAndExchangeXml(build, std::move(to), *context, readNothing<LogoutResponse>);
 }

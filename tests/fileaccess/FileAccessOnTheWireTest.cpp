@@ -98,14 +98,16 @@ INSTANTIATE_TEST_SUITE_P(
                  session + "\n"},
         Case{"ReadCurrentVersionWhateverTheLabel",
              [](auto& c) { return watch(c.readFile(versioned<FileRead>(u"/a", "", 7))); },
-             "get http://host/service/v1/files/a" + own + "\n" + session, "bytes", false},
+             "get http://host/service/v1/files/a" + own + "\nfor content\n" + session, "bytes", false},
         Case{"ReadOneVersion",
              [](auto& c) { return watch(c.readFile(versioned<FileRead>(u"/a", "a&c", -3))); },
-             "get http://host/service/v1/files/a" + own + "&versionId=a%26c&versionLabel=-3\n" + session,
+             "get http://host/service/v1/files/a" + own + "&versionId=a%26c&versionLabel=-3\nfor content\n" +
+                 session,
              "bytes", false},
         Case{"PathWithoutSlashIsJoinedAsItStands",
              [](auto& c) { return watch(c.readFile(located<FileRead>(u"docs/a.txt"))); },
-             "get http://host/service/v1/filesdocs/a.txt" + own + "\n" + session, "bytes", false},
+             "get http://host/service/v1/filesdocs/a.txt" + own + "\nfor content\n" + session, "bytes",
+             false},
         Case{"EveryCharacterThatNeedsIt",
              [](auto& c) {
                  return watch(c.deleteFile(located<FileDelete>(u"/%<>{}|\\\"^`!*'()$,[]+&=;:@~")));
@@ -249,7 +251,7 @@ TEST(FileAccessClient, OverwritesTheSessionDataThatACallerPutIn)
     request->clientString = "forged";
     request->clientType = "forged";
     bench.client->readFile(std::move(request));
-    EXPECT_EQ(bench.transport->sent(), "get http://host/service/v1/files/a" + own + "\n" + session);
+    EXPECT_EQ(bench.transport->sent(), "get http://host/service/v1/files/a" + own + "\nfor content\n" + session);
 }
 
 TEST(FileAccessClient, SettlesOnceWhenTheReplyComesAfterACancel)

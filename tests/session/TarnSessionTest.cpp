@@ -51,9 +51,11 @@ INSTANTIATE_TEST_SUITE_P(
                              login->authenticationToken = "T&1";
                              return watch(c.login(std::move(login)));
                          },
-                         "get http://host/service/v1/login" + identity + "x-qz-authentication-token: T&1\n"},
+                         "get http://host/service/v1/login" + identity +
+                             "at most once\nx-qz-authentication-token: T&1\n"},
                     Case{"LogoutWithoutARequest", [](auto& c) { return watch(c.logout({})); },
-                         "get http://host/service/v1/logout" + identity + "x-qz-tarn-session-id: \n"},
+                         "get http://host/service/v1/logout" + identity +
+                             "at most once\nx-qz-tarn-session-id: \n"},
                     Case{"PingWithoutARequest", [](auto& c) { return watch(c.ping({})); },
                          "get http://host/service/v1/ping" + identity + "x-qz-tarn-session-id: \n"}),
     caseName<Case>);
@@ -62,8 +64,9 @@ TEST(TarnSession, KeepsTheIdOfTheLastLoginThatSucceeded)
 {
     Bench bench("", "");
     auto first = bench.login();
-    EXPECT_EQ(bench.transport->sent(0),
-              "get http://host/service/v1/login?locale=en_US\nx-qz-authentication-token: T&1\n");
+    EXPECT_EQ(
+        bench.transport->sent(0),
+        "get http://host/service/v1/login?locale=en_US\nat most once\nx-qz-authentication-token: T&1\n");
     EXPECT_EQ(bench.client->getUser(), u"alice") << "known before the reply";
     EXPECT_EQ(bench.client->getSessionId(), "");
     bench.transport->answer(
@@ -80,7 +83,7 @@ TEST(TarnSession, KeepsTheIdOfTheLastLoginThatSucceeded)
 
     auto logout = bench.client->logout(std::make_unique<Logout>());
     EXPECT_EQ(bench.transport->sent(2),
-              "get http://host/service/v1/logout?locale=en_US\nx-qz-tarn-session-id: S1\n");
+              "get http://host/service/v1/logout?locale=en_US\nat most once\nx-qz-tarn-session-id: S1\n");
     bench.transport->answer(200, "<R/>", 2);
     EXPECT_EQ(outcomeOf(logout), "done");
     EXPECT_EQ(bench.client->getSessionId(), "S1") << "a logout clears nothing here";

@@ -51,7 +51,8 @@ public:
 
     std::size_t count() const { return held.size(); }
 
-    /// The request as text: "method url", the headers in order of name, and the body when there is one.
+    /// The request as text: "method url", what it asks of the host, the headers in order of name, and the body
+    /// when there is one.
     const std::string& sent(std::size_t index = 0) const { return held.at(index).text; }
 
     void answer(std::uint16_t status, std::string_view body, std::size_t index = 0)
@@ -84,6 +85,8 @@ private:
     static std::string describe(connector::http::HttpClientRequest& request)
     {
         std::string text = request.method + " " + request.url + "\n";
+        if (request.atMostOnce) text += "at most once\n";
+        if (request.replyBody == connector::http::ReplyBody::content) text += "for content\n";
         std::multimap<std::string, std::string> headers(request.headers.begin(), request.headers.end());
         for (const auto& [name, value] : headers)
             text += name + ": " + value + "\n";

@@ -4,6 +4,7 @@
 #include "tarn/foundation/platform/Message.h"
 #include "tarn/foundation/platform/ReactiveStreams.h"
 
+#include <cstdint>
 #include <memory>
 #include <string>
 #include <unordered_map>
@@ -12,6 +13,12 @@
 namespace connector::http {
 
 using BodyPublisher = std::shared_ptr<reactive_streams::PublisherAPI<common::DataBuffer>>;
+
+/// What a reply carries, which decides how the host's HTTP client bounds it.
+enum class ReplyBody : std::uint8_t {
+    document, ///< read as a whole and parsed: bounded in bytes and in time
+    content,  ///< the bytes of a file: neither, as long as they keep coming
+};
 
 /// One HTTP request, for the host's HTTP client.
 struct TARN_API HttpClientRequest : Message {
@@ -25,6 +32,12 @@ struct TARN_API HttpClientRequest : Message {
     BodyPublisher body; ///< null: the request has no body
     std::unordered_multimap<std::string, std::string>
         headers; ///< name to value; an empty value is sent as such
+
+    /// The request changes something although it is a "get": it must not be sent a second time when its
+    /// connection is lost. A "put" or "delete" never is, whatever stands here.
+    bool atMostOnce = false;
+    /// What status 200 brings; every other status brings a document.
+    ReplyBody replyBody = ReplyBody::document;
 };
 
 } // namespace connector::http
