@@ -20,8 +20,8 @@ struct TransferredBytes {
 ///
 /// A reply is there once its whole body has arrived; the body is then a publisher of one item that fills its
 /// storage exactly (none when empty), so folding it neither waits nor copies. The method goes on the wire in
-/// upper case; "put" always carries a Content-Length. A "put" or "delete" is sent at most once, even when a
-/// kept-alive connection turns out dead; a "get" may be repeated.
+/// upper case; "put" always carries a Content-Length. A "put", a "delete" and whatever asks for it
+/// is sent at most once, even when a kept-alive connection turns out dead; any other "get" may be repeated.
 ///
 /// Between start and stop one I/O thread drives all exchanges. It runs no foreign code: request bodies are
 /// gathered on the thread of their publisher, and every future is resolved on a delivery thread. A request

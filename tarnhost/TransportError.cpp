@@ -24,11 +24,12 @@ const char* attempt(TransportPhase phase)
 } // namespace
 
 TransportError::TransportError(TransportPhase phase, std::string url, const std::string& peer,
-                               std::string reason)
+                               std::string reason, bool mayHaveHappened)
     : std::runtime_error(attempt(phase) + peer + ": " + reason)
     , failedPhase(phase)
     , failedUrl(std::move(url))
     , failedReason(std::move(reason))
+    , unknownOutcome(mayHaveHappened)
 {
 }
 

@@ -22,8 +22,10 @@ enum class TransportPhase {
 class TARN_API TransportError : public std::runtime_error {
 public:
     /// @param url   without query, fragment and user information: it may be shown and logged
-    /// @param peer  "host:port"
-    TransportError(TransportPhase phase, std::string url, const std::string& peer, std::string reason);
+    /// @param peer             "host:port"
+    /// @param mayHaveHappened  see the accessor
+    TransportError(TransportPhase phase, std::string url, const std::string& peer, std::string reason,
+                   bool mayHaveHappened = false);
 
     TransportPhase phase() const { return failedPhase; }
 
@@ -32,10 +34,15 @@ public:
     /// What the network layer said, without the peer.
     const std::string& reason() const { return failedReason; }
 
+    /// The request changes something and some of it was sent: the service may have carried it out, although no
+    /// reply says so. Never for a request that only reads, nor for one that was not sent.
+    bool mayHaveHappened() const { return unknownOutcome; }
+
 private:
     TransportPhase failedPhase;
     std::string failedUrl;
     std::string failedReason;
+    bool unknownOutcome;
 };
 
 } // namespace connector::host

@@ -39,6 +39,7 @@ HttpTransfer::HttpTransfer(const http::HttpClientRequest& request,
     , url(request.url)
     , target(checkedTarget(request))
     , method(checkedMethod(request, target))
+    , isChange(request.atMostOnce || method != "GET")
     , headerLines(checkedHeaders(request, target))
 {
 }
@@ -105,8 +106,8 @@ void HttpTransfer::setRequest()
     set(CURLOPT_WRITEDATA, this);
 }
 
-/// libcurl repeats a request whose kept-alive connection turns out dead. A body without a way to rewind and
-/// a fresh connection where there is no body keep changes out of that; the check before sending makes sure.
+/// libcurl repeats a request whose kept-alive connection turns out dead. A body without a way to rewind keeps
+/// changes out of that, and where there is none, the check before sending does.
 void HttpTransfer::setBodySource()
 {
     if (body.size > 0 || method == "PUT") {
@@ -117,8 +118,6 @@ void HttpTransfer::setBodySource()
         set(CURLOPT_READDATA, this);
     }
     set(CURLOPT_CUSTOMREQUEST, method.c_str());
-    if (!isChange()) return;
-    if (body.size == 0) set(CURLOPT_FRESH_CONNECT, 1L);
     set(CURLOPT_PREREQFUNCTION, &HttpTransfer::onBeforeSend);
     set(CURLOPT_PREREQDATA, this);
 }
@@ -126,7 +125,7 @@ void HttpTransfer::setBodySource()
 int HttpTransfer::onBeforeSend(void* self, char*, char*, int, int)
 {
     auto& transfer = *static_cast<HttpTransfer*>(self);
-    if (!std::exchange(transfer.sendBegun, true)) return CURL_PREREQFUNC_OK;
+    if (!std::exchange(transfer.sendBegun, true) || !transfer.isChange) return CURL_PREREQFUNC_OK;
     transfer.refusal = notRepeated;
     return CURL_PREREQFUNC_ABORT;
 }
@@ -202,7 +201,7 @@ void HttpTransfer::fail(std::exception_ptr error)
 std::exception_ptr HttpTransfer::errorOf(TransportPhase phase, std::string reason) const
 {
     return std::make_exception_ptr(
-        TransportError(phase, target.printable(), target.peer(), std::move(reason)));
+        TransportError(phase, target.printable(), target.peer(), std::move(reason), isChange && sendBegun));
 }
 
 TransportPhase HttpTransfer::phaseOf(CURLcode outcome) const

@@ -68,8 +68,6 @@ private:
     void setRequest();
     void setBodySource();
 
-    bool isChange() const { return method != "GET"; }
-
     TransportPhase phaseOf(CURLcode outcome) const;
     std::string reasonOf(CURLcode outcome) const;
     /// Makes room for a reply of known length in one step, as far as a length alone can be trusted.
@@ -94,6 +92,7 @@ private:
     const std::string url;
     const UrlParts target;
     const std::string method;
+    const bool isChange; ///< may be sent once only
     const std::vector<std::string> headerLines;
     http::BodyPublisher bodySource;
     common::DataBuffer body;

@@ -27,6 +27,12 @@ Future<HttpClientUnderTest::Response> HttpClientUnderTest::send(const std::strin
 {
     auto request = std::make_unique<http::HttpClientRequest>(url, method, std::move(body));
     request->headers = std::move(headers);
+    return send(std::move(request));
+}
+
+Future<HttpClientUnderTest::Response>
+HttpClientUnderTest::send(std::unique_ptr<http::HttpClientRequest> request)
+{
     return client->deliver(std::move(request), Address(), nullptr)
         .then([](Future<std::unique_ptr<Message>>&& reply) {
             return Response(&dynamic_cast<http::HttpClientResponse&>(*reply.get().release()));
@@ -48,7 +54,7 @@ std::optional<Failure> transportFailure(Future<HttpClientUnderTest::Response> re
     try {
         bounded(std::move(response));
     } catch (const TransportError& error) {
-        return Failure{error.phase(), error.url(), error.what()};
+        return Failure{error.phase(), error.url(), error.what(), error.mayHaveHappened()};
     }
     return std::nullopt;
 }

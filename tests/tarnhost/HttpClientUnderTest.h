@@ -22,6 +22,7 @@ public:
 
     Future<Response> send(const std::string& method, const std::string& url, Headers headers = {},
                           http::BodyPublisher body = nullptr);
+    Future<Response> send(std::unique_ptr<http::HttpClientRequest> request);
 
     std::shared_ptr<DeliveryThreads> threads;
     std::shared_ptr<HttpClient> client;
@@ -37,6 +38,7 @@ struct Failure {
     TransportPhase phase{};
     std::string url;
     std::string text;
+    bool mayHaveHappened = false;
 };
 
 /// The TransportError that the future fails with; nothing when it does not.
