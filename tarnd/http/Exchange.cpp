@@ -1,7 +1,7 @@
 #include "tarnd/http/Exchange.h"
 
 #include "tarnd/http/PublicPages.h"
-#include "tarnd/http/RequestErrors.h"
+#include "tarnd/http/Sentences.h"
 #include "tarnd/store/Sentences.h"
 
 #include <utility>
@@ -15,9 +15,9 @@ constexpr std::uint64_t strayBodyLimit = 64 * 1024; // bytes that a request with
 void refuseUnfitLength(const Route& route, const Request& request, std::uint64_t maxFileSize)
 {
     const auto length = request.contentLength();
-    if (route.begin != nullptr && !length) throw request_errors::lengthRequired();
-    if (route.begin != nullptr && *length > maxFileSize) throw request_errors::fileTooLarge();
-    if (route.begin == nullptr && length.value_or(0) > strayBodyLimit) throw request_errors::bodyTooLarge();
+    if (route.begin != nullptr && !length) throw sentences::lengthRequired();
+    if (route.begin != nullptr && *length > maxFileSize) throw sentences::fileTooLarge();
+    if (route.begin == nullptr && length.value_or(0) > strayBodyLimit) throw sentences::bodyTooLarge();
 }
 
 } // namespace
@@ -32,7 +32,7 @@ void Exchange::guarded(F&& step)
     } catch (const ServiceError& error) {
         fail(error);
     } catch (const std::exception& error) {
-        fail(sentences::internal(error.what()));
+        fail(sentences::internal.because(error.what()));
     }
 }
 
@@ -76,7 +76,7 @@ void Exchange::receive(const char* data, std::size_t size)
         if (call->upload)
             call->upload->write(data, size);
         else if (received > strayBodyLimit)
-            throw request_errors::bodyTooLarge();
+            throw sentences::bodyTooLarge();
     });
 }
 

@@ -1,6 +1,6 @@
 #include "tarnd/http/Handlers.h"
 #include "tarnd/http/ItemRecords.h"
-#include "tarnd/http/RequestErrors.h"
+#include "tarnd/http/Sentences.h"
 
 namespace tarnd {
 
@@ -12,7 +12,7 @@ CreateMode createModeOf(const Parameters& query)
     if (mode == "CREATE") return CreateMode::create;
     if (mode == "UPDATE") return CreateMode::update;
     if (mode == "CREATE_OR_UPDATE") return CreateMode::createOrUpdate;
-    throw request_errors::badParameter("createMode", "CREATE, UPDATE or CREATE_OR_UPDATE");
+    throw sentences::badParameter("createMode", "CREATE, UPDATE or CREATE_OR_UPDATE");
 }
 
 FileHandles::CloseOperation closeOperationOf(const Parameters& query)
@@ -20,7 +20,7 @@ FileHandles::CloseOperation closeOperationOf(const Parameters& query)
     const auto operation = query.required("handleOperation");
     if (operation == "COMMIT_CHANGES") return FileHandles::CloseOperation::commit;
     if (operation == "ABORT_CHANGES") return FileHandles::CloseOperation::abort;
-    throw request_errors::badParameter("handleOperation", "COMMIT_CHANGES or ABORT_CHANGES");
+    throw sentences::badParameter("handleOperation", "COMMIT_CHANGES or ABORT_CHANGES");
 }
 
 OpenHandle openWith(Call& call, const Location& location, const std::string& accessMode)
@@ -30,7 +30,7 @@ OpenHandle openWith(Call& call, const Location& location, const std::string& acc
     if (accessMode == "readOnly") return handles.openReadOnly(call.caller, location, versionOf(call));
     if (accessMode == "readWrite")
         return handles.openReadWrite(call.caller, location, createModeOf(query), query.flag("truncate"));
-    throw request_errors::badParameter("accessMode", "readOnly or readWrite");
+    throw sentences::badParameter("accessMode", "readOnly or readWrite");
 }
 
 } // namespace

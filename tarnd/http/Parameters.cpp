@@ -1,7 +1,7 @@
 #include "tarnd/http/Parameters.h"
 
 #include "tarnd/http/PercentEncoding.h"
-#include "tarnd/http/RequestErrors.h"
+#include "tarnd/http/Sentences.h"
 
 #include <charconv>
 
@@ -18,7 +18,7 @@ Parameters::Parameters(std::string_view query)
         auto value =
             equals == std::string_view::npos ? std::string() : percentDecode(pair.substr(equals + 1));
         const auto [place, inserted] = values.emplace(std::move(name), std::move(value));
-        if (!inserted) throw request_errors::repeatedParameter(place->first);
+        if (!inserted) throw sentences::repeatedParameter(place->first);
     }
 }
 
@@ -30,7 +30,7 @@ std::string Parameters::text(std::string_view name) const
 
 std::string Parameters::required(std::string_view name) const
 {
-    if (!has(name)) throw request_errors::missingParameter(name);
+    if (!has(name)) throw sentences::missingParameter(name);
     return text(name);
 }
 
@@ -38,7 +38,7 @@ bool Parameters::flag(std::string_view name) const
 {
     if (!has(name)) return false;
     const auto value = text(name);
-    if (value != "true" && value != "false") throw request_errors::badParameter(name, "true or false");
+    if (value != "true" && value != "false") throw sentences::badParameter(name, "true or false");
     return value == "true";
 }
 
@@ -49,7 +49,7 @@ std::optional<std::int64_t> Parameters::number(std::string_view name) const
     std::int64_t parsed = 0;
     const auto [end, error] = std::from_chars(value.data(), value.data() + value.size(), parsed);
     if (error != std::errc() || end != value.data() + value.size())
-        throw request_errors::badParameter(name, "a whole number");
+        throw sentences::badParameter(name, "a whole number");
     return parsed;
 }
 

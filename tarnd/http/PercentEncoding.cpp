@@ -1,6 +1,6 @@
 #include "tarnd/http/PercentEncoding.h"
 
-#include "tarnd/http/RequestErrors.h"
+#include "tarnd/http/Sentences.h"
 
 #include <algorithm>
 #include <utf8.h>
@@ -27,7 +27,7 @@ char decodeEscape(std::string_view escape)
 {
     const int high = escape.size() < 3 ? -1 : hexDigit(escape[1]);
     const int low = escape.size() < 3 ? -1 : hexDigit(escape[2]);
-    if (high < 0 || low < 0) throw request_errors::badEncoding();
+    if (high < 0 || low < 0) throw sentences::badEncoding();
     return static_cast<char>(high * 16 + low);
 }
 
@@ -43,7 +43,7 @@ std::string percentDecode(std::string_view encoded)
         encoded.remove_prefix(escape ? 3 : 1);
     }
     if (text.find('\0') != std::string::npos || !utf8::is_valid(text.begin(), text.end()))
-        throw request_errors::badEncoding();
+        throw sentences::badEncoding();
     return text;
 }
 

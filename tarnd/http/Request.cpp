@@ -1,6 +1,6 @@
 #include "tarnd/http/Request.h"
 
-#include "tarnd/http/RequestErrors.h"
+#include "tarnd/http/Sentences.h"
 
 #include <algorithm>
 #include <charconv>
@@ -28,7 +28,7 @@ std::vector<std::string_view> valuesOf(const Headers& headers, std::string_view 
 std::string_view onlyValue(const Headers& headers, std::string_view name)
 {
     const auto values = valuesOf(headers, name);
-    if (values.size() > 1) throw request_errors::repeatedHeader(name);
+    if (values.size() > 1) throw sentences::repeatedHeader(name);
     return values.empty() ? std::string_view() : values.front();
 }
 
@@ -38,24 +38,24 @@ void checkHeaders(std::string_view target, const Headers& headers)
     for (const auto& [name, value] : headers) {
         size += name.size() + value.size();
         // "Content-Length : 3" is a length to some readers and an unknown header to others.
-        if (name.find_first_of(" \t") != std::string::npos) throw request_errors::badHeader();
+        if (name.find_first_of(" \t") != std::string::npos) throw sentences::badHeader();
     }
-    if (size > headersLimit) throw request_errors::headersTooLarge();
+    if (size > headersLimit) throw sentences::headersTooLarge();
 }
 
 /// Two readings of where a body ends let one request hide inside another, so anything ambiguous is refused.
 std::optional<std::uint64_t> lengthOf(const Headers& headers)
 {
     const auto encodings = valuesOf(headers, "Transfer-Encoding");
-    if (encodings.size() > 1) throw request_errors::repeatedHeader("Transfer-Encoding");
+    if (encodings.size() > 1) throw sentences::repeatedHeader("Transfer-Encoding");
     if (!encodings.empty() && !sameName(encodings.front(), "chunked"))
-        throw request_errors::unknownTransferEncoding();
+        throw sentences::unknownTransferEncoding();
     if (valuesOf(headers, "Content-Length").empty()) return {};
     const auto text = onlyValue(headers, "Content-Length");
-    if (!encodings.empty()) throw request_errors::ambiguousLength();
+    if (!encodings.empty()) throw sentences::ambiguousLength();
     std::uint64_t length = 0;
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), length);
-    if (error != std::errc() || end != text.data() + text.size()) throw request_errors::badContentLength();
+    if (error != std::errc() || end != text.data() + text.size()) throw sentences::badContentLength();
     return length;
 }
 
@@ -64,7 +64,7 @@ std::string_view checkedTarget(std::string_view target)
 {
     const auto isPlain = [](char c) { return c > 0x20 && c < 0x7f; };
     if (target.empty() || target.front() != '/' || !std::all_of(target.begin(), target.end(), isPlain))
-        throw request_errors::badTarget();
+        throw sentences::badTarget();
     return target;
 }
 

@@ -1,7 +1,7 @@
 #include "tarnd/http/Routes.h"
 
 #include "tarnd/http/Handlers.h"
-#include "tarnd/http/RequestErrors.h"
+#include "tarnd/http/Sentences.h"
 
 namespace tarnd {
 
@@ -56,8 +56,8 @@ const Route& routeOf(const Request& request)
         if (route.method == request.method()) return route;
         known = true;
     }
-    if (known) throw request_errors::wrongMethod(request.method());
-    throw request_errors::unknownRoute();
+    if (known) throw sentences::wrongMethod(request.method());
+    throw sentences::unknownRoute();
 }
 
 std::string_view tailOf(const Route& route, const Request& request)

@@ -1,6 +1,6 @@
 #include "tarnd/http/Handlers.h"
 #include "tarnd/http/ItemRecords.h"
-#include "tarnd/http/RequestErrors.h"
+#include "tarnd/http/Sentences.h"
 
 namespace tarnd {
 
@@ -46,8 +46,7 @@ void writeSharedItems(XmlWriter& xml, std::string_view list, std::string_view re
 Reply grantPermission(Call& call)
 {
     const auto& query = call.request.query();
-    if (query.required("operation") != "READ_ONLY")
-        throw request_errors::badParameter("operation", "READ_ONLY");
+    if (query.required("operation") != "READ_ONLY") throw sentences::badParameter("operation", "READ_ONLY");
     XmlWriter xml("Response");
     xml.text("PermissionId",
              call.store.permissions().grant(call.caller, itemInQuery(query), query.required("subject"),

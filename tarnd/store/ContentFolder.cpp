@@ -29,7 +29,7 @@ std::vector<fs::path> entries(const fs::path& folder)
     std::vector<fs::path> found;
     for (fs::directory_iterator at(folder, error), end; !error && at != end; at.increment(error))
         found.push_back(at->path());
-    if (error) throw sentences::internal(folder.string() + ": " + error.message());
+    if (error) throw sentences::internal.because(folder.string() + ": " + error.message());
     return found;
 }
 

@@ -97,7 +97,7 @@ void Database::Lease::commit()
         ended = true;
     } catch (const Poco::Exception& error) {
         if (dialect.isAlive(*session)) throw dialect.translated(error);
-        throw CommitUnknown(ServiceError::Kind::internal, sentences::internal("").what(),
+        throw CommitUnknown(ServiceError::Kind::internal, std::string(sentences::internal.text),
                             error.displayText());
     }
 }

@@ -45,7 +45,7 @@ public:
         Session session(Poco::Data::SQLite::Connector::KEY, file);
         run(session, "PRAGMA busy_timeout = 30000"); // a `tarnd user` command may be writing
         if (texts(session, "PRAGMA journal_mode = WAL") != std::vector<std::string>{"wal"})
-            throw sentences::internal("SQLite cannot keep a write-ahead log in " + file);
+            throw sentences::internal.because("SQLite cannot keep a write-ahead log in " + file);
         run(session, "PRAGMA synchronous = FULL");
         run(session, "PRAGMA foreign_keys = ON");
         run(session,
@@ -188,8 +188,8 @@ private:
 
 ServiceError Dialect::translated(const Poco::Exception& error) const
 {
-    return isFull(error) ? sentences::storageFull(error.displayText())
-                         : sentences::internal(error.displayText());
+    return isFull(error) ? sentences::storageFull.because(error.displayText())
+                         : sentences::internal.because(error.displayText());
 }
 
 std::unique_ptr<Dialect> sqliteDialect(const std::filesystem::path& file)

@@ -15,7 +15,7 @@ ServiceError systemError(const std::filesystem::path& path)
     const int code = errno;
     const auto detail = path.string() + ": " + std::generic_category().message(code);
     const bool full = code == ENOSPC || code == EDQUOT || code == EFBIG;
-    return full ? sentences::storageFull(detail) : sentences::internal(detail);
+    return full ? sentences::storageFull.because(detail) : sentences::internal.because(detail);
 }
 
 bool makeFolder(const std::filesystem::path& path)

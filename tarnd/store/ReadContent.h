@@ -28,7 +28,7 @@ OpenContent readContent(Engine& engine, Find&& find)
             return {std::move(fd), version.content.size, version.content.sha256, std::move(file),
                     version.stamp};
     }
-    throw sentences::internal("a content is missing");
+    throw sentences::internal.because("a content is missing");
 }
 
 } // namespace tarnd

@@ -15,7 +15,7 @@ RecoveryReport recover(Engine engine)
         std::string detail;
         for (const auto& missing : check.missing)
             detail.append(detail.empty() ? "" : "\n").append(missing);
-        throw sentences::contentsMissing(detail);
+        throw sentences::contentsMissing.because(detail);
     }
     engine.contents.drop(check.orphans);
     report.orphanedContents = check.orphans.size();

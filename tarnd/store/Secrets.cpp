@@ -31,7 +31,7 @@ std::string randomHex(std::size_t bytes)
 {
     std::vector<unsigned char> random(bytes);
     if (RAND_bytes(random.data(), static_cast<int>(bytes)) != 1)
-        throw sentences::internal("the random source failed");
+        throw sentences::internal.because("the random source failed");
     return hex(random.data(), random.size());
 }
 
@@ -56,7 +56,7 @@ struct Sha256::Context {
 Sha256::Sha256() : context(std::make_unique<Context>())
 {
     if (!context->md || EVP_DigestInit_ex(context->md, EVP_sha256(), nullptr) != 1)
-        throw sentences::internal("SHA-256 is not available");
+        throw sentences::internal.because("SHA-256 is not available");
 }
 
 Sha256::~Sha256() = default;
@@ -65,7 +65,7 @@ Sha256& Sha256::operator=(Sha256&&) noexcept = default;
 
 void Sha256::update(const void* data, std::size_t size)
 {
-    if (EVP_DigestUpdate(context->md, data, size) != 1) throw sentences::internal("SHA-256 failed");
+    if (EVP_DigestUpdate(context->md, data, size) != 1) throw sentences::internal.because("SHA-256 failed");
 }
 
 std::string Sha256::finish()
@@ -73,7 +73,7 @@ std::string Sha256::finish()
     std::array<unsigned char, EVP_MAX_MD_SIZE> digest;
     unsigned int size = 0;
     if (EVP_DigestFinal_ex(context->md, digest.data(), &size) != 1)
-        throw sentences::internal("SHA-256 failed");
+        throw sentences::internal.because("SHA-256 failed");
     return hex(digest.data(), size);
 }
 

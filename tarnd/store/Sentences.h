@@ -1,206 +1,63 @@
 #pragma once
 
-#include "tarnd/store/ServiceError.h"
+#include "tarnd/store/Sentence.h"
 
-#include <string>
-#include <string_view>
-
-/// Every failure that the storage reports, next to each other. Each function makes the error ready to throw.
+/// Every failure that the storage reports.
 namespace tarnd::sentences {
 
 using Kind = ServiceError::Kind;
 
-inline ServiceError make(Kind kind, std::string_view sentence)
-{
-    return {kind, std::string(sentence)};
-}
+// clang-format off
 
 // Paths and names.
-inline ServiceError badPath(std::string_view why)
-{
-    return {Kind::badRequest, "The path is not valid: " + std::string(why)};
-}
-
-inline ServiceError badUserName(std::string_view why)
-{
-    return {Kind::badRequest, "The user name is not valid: " + std::string(why)};
-}
+inline constexpr Sentence badPath     {Kind::badRequest, "The path is not valid: {}"};
+inline constexpr Sentence badUserName {Kind::badRequest, "The user name is not valid: {}"};
 
 // Sessions and accounts.
-inline ServiceError badToken()
-{
-    return make(Kind::loginRequired, "The authentication token is not valid.");
-}
-
-inline ServiceError sessionEnded()
-{
-    return make(Kind::loginRequired, "Your session has ended. Log in again.");
-}
-
-inline ServiceError unknownUser(const std::string& name)
-{
-    return {Kind::badRequest, "There is no user named \"" + name + "\"."};
-}
-
-inline ServiceError userExists(const std::string& name)
-{
-    return {Kind::conflict, "The user \"" + name + "\" already exists."};
-}
-
-inline ServiceError userOwnsData(const std::string& name)
-{
-    return {Kind::conflict,
-            "The user \"" + name + "\" still owns files or folders; force the removal to delete them too."};
-}
+inline constexpr Sentence badToken     {Kind::loginRequired, "The authentication token is not valid."};
+inline constexpr Sentence sessionEnded {Kind::loginRequired, "Your session has ended. Log in again."};
+inline constexpr Sentence unknownUser  {Kind::badRequest, "There is no user named \"{}\"."};
+inline constexpr Sentence userExists   {Kind::conflict, "The user \"{}\" already exists."};
+inline constexpr Sentence userOwnsData {Kind::conflict, "The user \"{}\" still owns files or folders; force the removal to delete them too."};
 
 // Items.
-inline ServiceError notFound()
-{
-    return make(Kind::notFound, "The path does not exist.");
-}
-
-inline ServiceError readOnly()
-{
-    return make(Kind::notAllowed, "You may read this item but not change or share it.");
-}
-
-inline ServiceError fileExists()
-{
-    return make(Kind::conflict, "The file already exists.");
-}
-
-inline ServiceError folderExists()
-{
-    return make(Kind::conflict, "The folder already exists.");
-}
-
-inline ServiceError isFolder()
-{
-    return make(Kind::conflict, "The path names a folder, not a file.");
-}
-
-inline ServiceError isFile()
-{
-    return make(Kind::conflict, "The path names a file, not a folder.");
-}
-
-inline ServiceError parentMissing(const std::string& parent)
-{
-    return {Kind::conflict, "The folder \"" + parent + "\" does not exist."};
-}
-
-inline ServiceError folderNotEmpty()
-{
-    return make(Kind::conflict, "The folder is not empty.");
-}
-
-inline ServiceError rootFolder()
-{
-    return make(Kind::conflict, "The root folder cannot be deleted, moved or replaced.");
-}
-
-inline ServiceError targetExists()
-{
-    return make(Kind::conflict, "The target of the move already exists.");
-}
-
-inline ServiceError targetDiffers()
-{
-    return make(Kind::conflict, "A file can replace only a file, and a folder only an empty folder.");
-}
-
-inline ServiceError intoItself()
-{
-    return make(Kind::conflict, "A folder cannot be moved into itself.");
-}
+inline constexpr Sentence notFound       {Kind::notFound, "The path does not exist."};
+inline constexpr Sentence readOnly       {Kind::notAllowed, "You may read this item but not change or share it."};
+inline constexpr Sentence fileExists     {Kind::conflict, "The file already exists."};
+inline constexpr Sentence folderExists   {Kind::conflict, "The folder already exists."};
+inline constexpr Sentence isFolder       {Kind::conflict, "The path names a folder, not a file."};
+inline constexpr Sentence isFile         {Kind::conflict, "The path names a file, not a folder."};
+inline constexpr Sentence parentMissing  {Kind::conflict, "The folder \"{}\" does not exist."};
+inline constexpr Sentence folderNotEmpty {Kind::conflict, "The folder is not empty."};
+inline constexpr Sentence rootFolder     {Kind::conflict, "The root folder cannot be deleted, moved or replaced."};
+inline constexpr Sentence targetExists   {Kind::conflict, "The target of the move already exists."};
+inline constexpr Sentence targetDiffers  {Kind::conflict, "A file can replace only a file, and a folder only an empty folder."};
+inline constexpr Sentence intoItself     {Kind::conflict, "A folder cannot be moved into itself."};
 
 // Uploads.
-inline ServiceError sizeDiffers()
-{
-    return make(Kind::badRequest, "The upload does not have the announced length.");
-}
-
-inline ServiceError storageFull(std::string detail)
-{
-    return {Kind::insufficientStorage, "The service has no room left to store this.", std::move(detail)};
-}
+inline constexpr Sentence sizeDiffers {Kind::badRequest, "The upload does not have the announced length."};
+inline constexpr Sentence storageFull {Kind::insufficientStorage, "The service has no room left to store this."};
 
 // Handles, grants, links, versions.
-inline ServiceError unknownHandle()
-{
-    return make(Kind::badRequest, "The session has no open file handle with this id.");
-}
-
-inline ServiceError unknownPermission()
-{
-    return make(Kind::badRequest, "There is no permission with this id.");
-}
-
-inline ServiceError unknownVersion()
-{
-    return make(Kind::badRequest, "The file has no such version.");
-}
-
-inline ServiceError grantToOwner()
-{
-    return make(Kind::badRequest, "The item already belongs to this user.");
-}
-
-inline ServiceError handleWithoutFile()
-{
-    return make(Kind::conflict, "The file of this handle, or its folder, is no longer there.");
-}
+inline constexpr Sentence unknownHandle     {Kind::badRequest, "The session has no open file handle with this id."};
+inline constexpr Sentence unknownPermission {Kind::badRequest, "There is no permission with this id."};
+inline constexpr Sentence unknownVersion    {Kind::badRequest, "The file has no such version."};
+inline constexpr Sentence grantToOwner      {Kind::badRequest, "The item already belongs to this user."};
+inline constexpr Sentence handleWithoutFile {Kind::conflict, "The file of this handle, or its folder, is no longer there."};
 
 // Starting.
-inline ServiceError badDataDir(const std::string& dataDir, const std::string& why)
-{
-    return {Kind::conflict, "The data directory " + dataDir + " cannot be used: " + why};
-}
-
-inline ServiceError databaseUnreachable(const std::string& why)
-{
-    return {Kind::internal, "The database cannot be opened: " + why};
-}
-
-inline ServiceError badDatabaseUrl(std::string_view why)
-{
-    return {Kind::badRequest, "The database cannot be used: " + std::string(why)};
-}
-
-inline ServiceError dataInUse(const std::string& dataDir)
-{
-    return {Kind::conflict, "Another tarnd is using the data directory " + dataDir + "; stop it first."};
-}
-
-inline ServiceError noData(const std::string& dataDir)
-{
-    return {Kind::badRequest, "There is no stored data in " + dataDir + "."};
-}
-
-inline ServiceError foreignData(const std::string& dataDir)
-{
-    return {Kind::conflict,
-            "The contents in " + dataDir +
-                " belong to another database; name the database they were stored with, or another "
-                "data directory."};
-}
-
-inline ServiceError newerSchema()
-{
-    return make(Kind::conflict, "The database was written by a newer tarnd; use that one.");
-}
-
-inline ServiceError contentsMissing(std::string detail)
-{
-    return {Kind::internal,
-            "Contents of stored files are missing; bring them back from a backup. `tarnd fsck` lists them.",
-            std::move(detail)};
-}
+inline constexpr Sentence badDataDir          {Kind::conflict, "The data directory {} cannot be used: {}"};
+inline constexpr Sentence databaseUnreachable {Kind::internal, "The database cannot be opened: {}"};
+inline constexpr Sentence badDatabaseUrl      {Kind::badRequest, "The database cannot be used: {}"};
+inline constexpr Sentence dataInUse           {Kind::conflict, "Another tarnd is using the data directory {}; stop it first."};
+inline constexpr Sentence noData              {Kind::badRequest, "There is no stored data in {}."};
+inline constexpr Sentence foreignData         {Kind::conflict, "The contents in {} belong to another database; name the database they were stored with, or another data directory."};
+inline constexpr Sentence newerSchema         {Kind::conflict, "The database was written by a newer tarnd; use that one."};
+inline constexpr Sentence contentsMissing     {Kind::internal, "Contents of stored files are missing; bring them back from a backup. `tarnd fsck` lists them."};
 
 // Faults.
-inline ServiceError internal(std::string detail)
-{
-    return {Kind::internal, "The service failed to carry out the request.", std::move(detail)};
-}
+inline constexpr Sentence internal {Kind::internal, "The service failed to carry out the request."};
+
+// clang-format on
 
 } // namespace tarnd::sentences

@@ -1,0 +1,34 @@
+#pragma once
+
+#include "tarnd/store/Sentence.h"
+
+/// Every refusal of a request that never reaches the storage.
+namespace tarnd::sentences {
+
+using Kind = ServiceError::Kind;
+
+// clang-format off
+
+// Framing.
+inline constexpr Sentence repeatedHeader          {Kind::badRequest, "The header {} may be given only once."};
+inline constexpr Sentence badHeader               {Kind::badRequest, "The name of a header may hold no white space."};
+inline constexpr Sentence badContentLength        {Kind::badRequest, "The header Content-Length is not a number of bytes."};
+inline constexpr Sentence ambiguousLength         {Kind::badRequest, "A request has either Content-Length or Transfer-Encoding, not both."};
+inline constexpr Sentence unknownTransferEncoding {Kind::badRequest, "The only Transfer-Encoding understood is chunked."};
+inline constexpr Sentence headersTooLarge         {Kind::tooLarge, "The headers of the request are too large."};
+inline constexpr Sentence lengthRequired          {Kind::lengthRequired, "An upload must tell its length in the header Content-Length."};
+inline constexpr Sentence fileTooLarge            {Kind::tooLarge, "The file is larger than this service accepts."};
+inline constexpr Sentence bodyTooLarge            {Kind::tooLarge, "The request carries content that nothing here takes."};
+
+// Target and parameters.
+inline constexpr Sentence badTarget         {Kind::badRequest, "The address of the request holds characters that must be percent-encoded."};
+inline constexpr Sentence badEncoding       {Kind::badRequest, "The address of the request is not valid percent-encoded UTF-8."};
+inline constexpr Sentence unknownRoute      {Kind::badRequest, "The service has nothing at this address."};
+inline constexpr Sentence wrongMethod       {Kind::badRequest, "The method {} is not possible at this address."};
+inline constexpr Sentence repeatedParameter {Kind::badRequest, "The parameter {} may be given only once."};
+inline constexpr Sentence missingParameter  {Kind::badRequest, "The parameter {} is missing."};
+inline constexpr Sentence badParameter      {Kind::badRequest, "The parameter {} must be {}."};
+
+// clang-format on
+
+} // namespace tarnd::sentences
