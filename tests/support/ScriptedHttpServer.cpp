@@ -159,6 +159,12 @@ void ScriptedHttpServer::Connection::stall()
         buffered.clear();
 }
 
+void ScriptedHttpServer::Connection::reset()
+{
+    const linger atOnce{1, 0};
+    ::setsockopt(socket, SOL_SOCKET, SO_LINGER, &atOnce, sizeof atOnce);
+}
+
 ScriptedHttpServer::Script ScriptedHttpServer::always(std::string reply)
 {
     return [reply = std::move(reply)](Connection& connection) {

@@ -33,6 +33,8 @@ public:
         bool send(std::string_view bytes);
         /// Sits still until the peer or the server goes.
         void stall();
+        /// Makes the close that follows a reset.
+        void reset();
 
     private:
         friend class ScriptedHttpServer;
