@@ -3,13 +3,11 @@
 #include "tarnd/ListenSocket.h"
 #include "tarnd/http/HttpServer.h"
 
-#include <algorithm>
 #include <csignal>
 #include <cstdio>
 #include <fstream>
 #include <stdexcept>
 #include <sys/resource.h>
-#include <thread>
 
 namespace tarnd {
 
@@ -65,8 +63,6 @@ ServerOptions serverOptionsOf(const ServeOptions& options, const ListenSocket& s
 {
     ServerOptions server;
     server.ipv6 = socket.isIpv6();
-    server.threads =
-        options.threads != 0 ? options.threads : std::max(4U, std::thread::hardware_concurrency());
     server.idleTimeout = options.idleTimeout;
     server.tlsCertificate = readPem(options.tlsCertificateFile);
     server.tlsKey = readPem(options.tlsKeyFile);

@@ -18,7 +18,6 @@ struct ServeOptions {
     std::string publicUrl; ///< what public links begin with; empty: the address listened on
     bool insecure = false; ///< allow plain HTTP beyond this machine
     bool verbose = false;  ///< a line per request on standard error
-    unsigned threads = 0;  ///< 0: max(4, cores)
     std::chrono::seconds idleTimeout{60};
     std::uint64_t maxFileSize = std::numeric_limits<std::int64_t>::max(); ///< bytes of one upload
 };

@@ -45,8 +45,9 @@ void addServeOptions(CLI::App& command, ServeOptions& options)
     command.add_option("--idle-timeout", options.idleTimeout, "Seconds until a silent connection is closed")
         ->type_name("SECONDS")
         ->default_str("60");
-    command.add_option("--threads", options.threads, "Event threads; default: the cores, at least 4")
-        ->check(CLI::Range(1, 256));
+    command.add_option("--readers", options.store.readers, "Requests that read the database at a time")
+        ->check(CLI::Range(1, 256))
+        ->capture_default_str();
     command.add_flag("-v,--verbose", options.verbose, "A line per request on standard error");
 }
 

@@ -21,6 +21,9 @@ namespace {
 constexpr std::size_t connectionMemory =
     128 * 1024; // bytes: one head, and the pieces in which a body arrives
 
+/// Address space, of which a thread touches a few pages; the default would reserve 8 MiB per connection.
+constexpr std::size_t threadStack = 1024 * 1024;
+
 using ResponsePtr = std::unique_ptr<MHD_Response, decltype(&MHD_destroy_response)>;
 
 ResponsePtr responseOf(Reply& reply)
@@ -187,14 +190,17 @@ void HttpServer::Connections::start(const ServerOptions& options)
     daemonOptions.add(MHD_OPTION_STRICT_FOR_CLIENT, 1);
     daemonOptions.add(MHD_OPTION_CONNECTION_LIMIT, options.maxConnections);
     daemonOptions.add(MHD_OPTION_CONNECTION_MEMORY_LIMIT, connectionMemory);
+    daemonOptions.add(MHD_OPTION_THREAD_STACK_SIZE, threadStack);
     daemonOptions.add(MHD_OPTION_CONNECTION_TIMEOUT, options.idleTimeout.count());
-    if (options.threads > 1) daemonOptions.add(MHD_OPTION_THREAD_POOL_SIZE, options.threads);
+
     const bool tls = !options.tlsCertificate.empty();
     if (tls) {
         daemonOptions.addText(MHD_OPTION_HTTPS_MEM_CERT, options.tlsCertificate);
         daemonOptions.addText(MHD_OPTION_HTTPS_MEM_KEY, options.tlsKey);
     }
-    unsigned flags = MHD_USE_EPOLL_INTERNAL_THREAD | MHD_USE_ITC | MHD_USE_ERROR_LOG;
+    // A request may wait for disk, database or a lock: with a thread per connection it holds up no other one.
+    unsigned flags = MHD_USE_THREAD_PER_CONNECTION | MHD_USE_INTERNAL_POLLING_THREAD | MHD_USE_POLL |
+                     MHD_USE_ITC | MHD_USE_ERROR_LOG;
     if (tls) flags |= MHD_USE_TLS;
     if (options.ipv6) flags |= MHD_USE_IPv6;
     daemon =

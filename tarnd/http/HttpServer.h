@@ -9,10 +9,9 @@
 namespace tarnd {
 
 struct ServerOptions {
-    int listenSocket = -1; ///< listening; the server closes it
-    bool ipv6 = false;     ///< the family of that socket
-    unsigned threads = 4;  ///< event threads; one that waits for the storage holds up its other connections
-    unsigned maxConnections = 1000;
+    int listenSocket = -1;          ///< listening; the server closes it
+    bool ipv6 = false;              ///< the family of that socket
+    unsigned maxConnections = 1000; ///< each has a thread, so that none waits for the storage but its own
     std::chrono::seconds idleTimeout{60}; ///< a connection on which nothing moves for so long is closed
     std::string tlsCertificate;           ///< PEM; empty: plain HTTP
     std::string tlsKey;                   ///< PEM

@@ -56,6 +56,8 @@ unsigned statusOf(ServiceError::Kind kind)
         return 507;
     case Kind::internal:
         return 500;
+    case Kind::unavailable:
+        return 503;
     }
     return 500;
 }

@@ -4,6 +4,13 @@
 
 namespace tarnd {
 
+namespace {
+
+/// A request that cannot have its turn is told so while its client still listens.
+constexpr std::chrono::seconds turnLimit{10};
+
+} // namespace
+
 void Transaction::execute(Poco::Data::Statement& statement)
 {
     try {
@@ -13,7 +20,10 @@ void Transaction::execute(Poco::Data::Statement& statement)
     }
 }
 
-Database::Database(std::unique_ptr<Dialect> dialect) : ownDialect(std::move(dialect)) {}
+Database::Database(std::unique_ptr<Dialect> dialect, std::size_t readers)
+    : ownDialect(std::move(dialect)), writerGate(1), readerGate(readers)
+{
+}
 
 /// Readers go first: the writer is the last connection to close, and it is the one that may checkpoint.
 Database::~Database()
@@ -52,10 +62,13 @@ void Database::giveBack(Poco::Data::Session session, bool writing)
     idleReaders.push_back(std::move(session));
 }
 
+Database::Turn::Turn(Gate& gate) : gate(gate)
+{
+    if (!gate.enter(turnLimit)) throw sentences::busy();
+}
+
 Database::Lease::Lease(Database& database, bool writing)
-    : database(database)
-    , writing(writing)
-    , turn(writing ? std::unique_lock(database.writerMutex) : std::unique_lock<std::mutex>())
+    : database(database), writing(writing), turn(writing ? database.writerGate : database.readerGate)
 {
     auto& dialect = *database.ownDialect;
     try {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "tarnd/store/Columns.h"
+#include "tarnd/store/Gate.h"
 #include "tarnd/store/Sentences.h"
 
 #include <Poco/Data/Binding.h>
@@ -118,10 +119,12 @@ private:
 /// are on the disk before, so a write lasts a few statements and one commit.
 class Database {
 public:
-    explicit Database(std::unique_ptr<Dialect> dialect);
+    /// @param readers how many may read at a time, each over a connection of its own; the others wait
+    explicit Database(std::unique_ptr<Dialect> dialect, std::size_t readers = 4);
     ~Database();
 
     /// Runs `work(Transaction&)` on a snapshot of the database and returns what it returns.
+    /// @throws ServiceError unavailable when the turn to read does not come, internal, and what `work` throws
     template <class Work>
     auto read(Work&& work)
     {
@@ -131,7 +134,8 @@ public:
 
     /// Runs `work(Transaction&)` as the only write and commits; a throwing `work` changes nothing. The
     /// changes are on the disk when this returns. Reads and writes do not nest.
-    /// @throws CommitUnknown, ServiceError internal, insufficientStorage, and what `work` throws
+    /// @throws CommitUnknown, ServiceError unavailable when the turn to write does not come, internal,
+    /// insufficientStorage, and what `work` throws
     template <class Work>
     auto write(Work&& work)
     {
@@ -152,6 +156,20 @@ public:
     std::vector<std::string> selfCheck();
 
 private:
+    /// A place inside a gate.
+    class Turn {
+    public:
+        explicit Turn(Gate& gate);
+
+        ~Turn() { gate.leave(); }
+
+        Turn(const Turn&) = delete;
+        Turn& operator=(const Turn&) = delete;
+
+    private:
+        Gate& gate;
+    };
+
     /// A session in an open transaction; gives both back in the end, rolling back what was not committed.
     class Lease {
     public:
@@ -167,7 +185,7 @@ private:
     private:
         Database& database;
         bool writing;
-        std::unique_lock<std::mutex> turn;
+        Turn turn;
         std::optional<Poco::Data::Session> session;
         std::optional<Transaction> opened;
         bool ended = false;
@@ -177,8 +195,9 @@ private:
     void giveBack(Poco::Data::Session session, bool writing);
 
     std::unique_ptr<Dialect> ownDialect;
-    std::mutex writerMutex;                    ///< held for the length of a write
-    std::optional<Poco::Data::Session> writer; ///< guarded by writerMutex
+    Gate writerGate;                           ///< entered for the length of a write
+    Gate readerGate;                           ///< entered for the length of a read
+    std::optional<Poco::Data::Session> writer; ///< belongs to who is inside writerGate
     std::mutex idleMutex;                      ///< guards idleReaders
     std::vector<Poco::Data::Session> idleReaders;
 };

@@ -56,6 +56,7 @@ inline constexpr Sentence newerSchema         {Kind::conflict, "The database was
 inline constexpr Sentence contentsMissing     {Kind::internal, "Contents of stored files are missing; bring them back from a backup. `tarnd fsck` lists them."};
 
 // Faults.
+inline constexpr Sentence busy     {Kind::unavailable, "The service is busy and has changed nothing. Try again."};
 inline constexpr Sentence internal {Kind::internal, "The service failed to carry out the request."};
 
 // clang-format on

@@ -21,6 +21,7 @@ public:
         tooLarge,            ///< 413: an upload or a header beyond the limits
         insufficientStorage, ///< 507: the disk is full
         internal,            ///< 500: a fault of the service or of its storage
+        unavailable, ///< 503: not at the moment; nothing has changed, and the same request may succeed later
     };
 
     ServiceError(Kind kind, const std::string& sentence, std::string detail = {})

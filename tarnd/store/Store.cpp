@@ -46,7 +46,7 @@ void prepare(Database& database)
 struct Store::Parts {
     Parts(StoreOptions options, Purpose purpose)
         : directory(openDirectory(options, purpose))
-        , database(dialectFor(options, directory))
+        , database(dialectFor(options, directory), options.readers)
         , contents(directory.path(), std::move(options.writeListener))
         , engine{database, contents, options.clock}
         , sessions(engine, accounts, options.sessionIdleMinutes)

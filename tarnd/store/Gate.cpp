@@ -1,0 +1,43 @@
+#include "tarnd/store/Gate.h"
+
+namespace tarnd {
+
+bool Gate::enter(std::chrono::milliseconds limit)
+{
+    std::unique_lock lock(mutex);
+    if (closed) return false;
+    if (free > 0) { // then nobody waits
+        --free;
+        return true;
+    }
+    Waiting self;
+    const auto place = queue.insert(queue.end(), &self);
+    self.turn.wait_for(lock, limit, [&] { return self.admitted || closed; });
+    if (self.admitted) return true;
+    queue.erase(place);
+    return false;
+}
+
+/// The place goes to whoever waits longest: were it only set free, a newcomer could take it over and over.
+void Gate::leave()
+{
+    const std::lock_guard lock(mutex);
+    if (queue.empty()) {
+        ++free;
+        return;
+    }
+    auto& next = *queue.front();
+    queue.pop_front();
+    next.admitted = true;
+    next.turn.notify_one();
+}
+
+void Gate::close()
+{
+    const std::lock_guard lock(mutex);
+    closed = true;
+    for (auto* waiting : queue)
+        waiting->turn.notify_one();
+}
+
+} // namespace tarnd

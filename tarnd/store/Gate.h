@@ -1,0 +1,38 @@
+#pragma once
+
+#include <chrono>
+#include <condition_variable>
+#include <cstddef>
+#include <list>
+#include <mutex>
+
+namespace tarnd {
+
+/// Lets a limited number of threads in at a time, first come, first served, and lets none wait for ever.
+/// All calls may run on any thread.
+class Gate {
+public:
+    explicit Gate(std::size_t places) : free(places) {}
+
+    /// Takes a place. False when none became free within `limit`, or the gate was closed.
+    bool enter(std::chrono::milliseconds limit);
+
+    /// Gives the place back. @pre enter() returned true
+    void leave();
+
+    /// Turns away whoever waits, and whoever comes.
+    void close();
+
+private:
+    struct Waiting {
+        std::condition_variable turn;
+        bool admitted = false;
+    };
+
+    std::mutex mutex; ///< guards all below
+    std::size_t free;
+    std::list<Waiting*> queue;
+    bool closed = false;
+};
+
+} // namespace tarnd
