@@ -2,6 +2,7 @@
 
 #include "tarnd/store/ContentEntry.h"
 #include "tarnd/store/Secrets.h"
+#include "tarnd/store/Sessions.h"
 
 namespace tarnd {
 

@@ -1,9 +1,10 @@
 #pragma once
 
+#include "tarnd/store/Caller.h"
+#include "tarnd/store/Engine.h"
 #include "tarnd/store/Item.h"
 #include "tarnd/store/ItemPath.h"
-#include "tarnd/store/Sessions.h"
-#include "tarnd/store/Upload.h"
+#include "tarnd/store/PutOptions.h"
 
 #include <cstdint>
 #include <string>

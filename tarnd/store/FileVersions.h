@@ -1,8 +1,8 @@
 #pragma once
 
 #include "tarnd/store/Item.h"
+#include "tarnd/store/PutOptions.h"
 #include "tarnd/store/Tree.h"
-#include "tarnd/store/Upload.h"
 
 #include <cstdint>
 #include <optional>

@@ -1,5 +1,6 @@
 #include "tarnd/store/Permissions.h"
 
+#include "tarnd/store/Accounts.h"
 #include "tarnd/store/Secrets.h"
 #include "tarnd/store/Tree.h"
 

@@ -1,7 +1,8 @@
 #pragma once
 
+#include "tarnd/store/Caller.h"
+#include "tarnd/store/Engine.h"
 #include "tarnd/store/ItemPath.h"
-#include "tarnd/store/Sessions.h"
 
 #include <string>
 #include <vector>

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "tarnd/store/Accounts.h"
+#include "tarnd/store/Caller.h"
 
 #include <cstdint>
 #include <string>
@@ -8,13 +9,6 @@
 namespace tarnd {
 
 class Transaction;
-
-/// Who makes a request: what every operation takes first.
-struct Caller {
-    std::int64_t userId = 0;
-    std::string user;       ///< UTF-8 name
-    std::string sessionKey; ///< the stored (hashed) form of the session id; not the id itself
-};
 
 /// Logins. A session id is 192 random bits as hex, stored hashed and in the database, so that several
 /// processes share it; it dies after its idle life. All calls block on the database and may run on any

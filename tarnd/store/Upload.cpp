@@ -1,6 +1,7 @@
 #include "tarnd/store/Upload.h"
 
 #include "tarnd/store/ContentEntry.h"
+#include "tarnd/store/Sessions.h"
 
 namespace tarnd {
 

@@ -1,22 +1,16 @@
 #pragma once
 
+#include "tarnd/store/Caller.h"
 #include "tarnd/store/ContentWriter.h"
+#include "tarnd/store/Engine.h"
 #include "tarnd/store/Item.h"
 #include "tarnd/store/ItemPath.h"
-#include "tarnd/store/Sessions.h"
+#include "tarnd/store/PutOptions.h"
 
 #include <cstddef>
 #include <cstdint>
 
 namespace tarnd {
-
-enum class CreateMode : std::int64_t { create = 0, update = 1, createOrUpdate = 2 };
-
-struct PutOptions {
-    CreateMode mode = CreateMode::createOrUpdate;
-    bool createNewVersion =
-        false; ///< false: the current version's content is replaced under its id and label
-};
 
 /// One file content on its way in. Nothing of it is visible before commit() returns, and an upload that is
 /// destroyed uncommitted leaves nothing behind. One thread at a time.

@@ -1,8 +1,9 @@
 #pragma once
 
+#include "tarnd/store/Caller.h"
+#include "tarnd/store/Engine.h"
 #include "tarnd/store/Item.h"
 #include "tarnd/store/ItemPath.h"
-#include "tarnd/store/Sessions.h"
 
 #include <cstdint>
 #include <string>
