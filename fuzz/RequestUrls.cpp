@@ -3,8 +3,7 @@
 #include "fuzz/Fuzz.h"
 #include "tarn/foundation/platform/TextConversion.h"
 #include "tarn/protocol/ServiceRequest.h"
-#include "tarnd/http/Request.h"
-#include "tarnd/store/ItemPath.h"
+#include "tarnd/http/Call.h"
 #include "tarnd/store/ServiceError.h"
 
 #include <optional>
@@ -78,7 +77,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const auto sent = unlessRefused([&] { return tarnd::ItemPath::fromText(utf8Of(path)); });
     if (!request) return 0;
     const auto read = unlessRefused(
-        [&] { return tarnd::ItemPath::fromUrl(std::string_view(request->path()).substr(service.size())); });
+        [&] { return tarnd::pathOf(std::string_view(request->path()).substr(service.size())); });
     tarnfuzz::require(read == sent, "the service reads the path that was sent");
     tarnfuzz::require(request->query().text("bucket") == utf8Of(bucket), "... and the bucket");
     tarnfuzz::require(request->query().text("subject") == utf8Of(subject), "... and the text");

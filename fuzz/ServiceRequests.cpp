@@ -3,7 +3,6 @@
 #include "fuzz/Fuzz.h"
 #include "tarnd/http/PercentEncoding.h"
 #include "tarnd/http/Routes.h"
-#include "tarnd/store/ItemPath.h"
 #include "tarnd/store/ServiceError.h"
 
 #include <string>
@@ -27,7 +26,7 @@ void readAsHandlersDo(const Request& request, const Route& route)
 {
     const auto tail = tailOf(route, request);
     if (route.tail == Tail::item)
-        for (const auto& name : ItemPath::fromUrl(tail).names())
+        for (const auto& name : pathOf(tail).names())
             tarnfuzz::require(whyNameIsBad(name).empty(), "only good names reach the store");
     if (route.tail == Tail::id && !tail.empty()) {
         const auto id = percentDecode(tail.substr(1));

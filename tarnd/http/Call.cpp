@@ -4,9 +4,18 @@
 
 namespace tarnd {
 
+/// Split first, then each name decoded once: so "%2F" can never become a separator.
+ItemPath pathOf(std::string_view encoded)
+{
+    std::vector<std::string> names;
+    for (const auto name : splitPath(encoded))
+        names.push_back(percentDecode(name));
+    return ItemPath(std::move(names));
+}
+
 Location itemOf(const Call& call)
 {
-    return {ItemPath::fromUrl(call.tail), call.request.query().text("bucket")};
+    return {pathOf(call.tail), call.request.query().text("bucket")};
 }
 
 std::string idOf(const Call& call)

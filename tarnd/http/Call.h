@@ -19,6 +19,10 @@ struct Call {
     std::unique_ptr<Upload> upload; ///< set by the route's `begin`, holds all bytes when `handle` runs
 };
 
+/// The path that the percent-encoded path of a URL names; '+' stands for itself.
+/// @throws ServiceError badRequest
+ItemPath pathOf(std::string_view encoded);
+
 /// The item that the rest of the path and the parameter "bucket" name.
 Location itemOf(const Call& call);
 

@@ -97,7 +97,7 @@ struct PublicPath {
         }
         if (!tail.empty()) tail.remove_prefix(1);
         token = tail.substr(0, tail.find('/'));
-        if (tail.size() > token.size()) below = ItemPath::fromUrl(tail.substr(token.size()));
+        if (tail.size() > token.size()) below = pathOf(tail.substr(token.size()));
         lastSegment = tail.substr(tail.rfind('/') + 1);
     }
 

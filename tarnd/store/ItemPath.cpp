@@ -4,7 +4,6 @@
 
 #include <utf8.h>
 
-#include <algorithm>
 #include <cstdint>
 
 namespace tarnd {
@@ -13,51 +12,10 @@ namespace {
 
 constexpr std::size_t maxNameBytes = 255;
 
-int hexDigit(char c)
-{
-    if (c >= '0' && c <= '9') return c - '0';
-    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-    if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-    return -1;
-}
-
-std::string decoded(std::string_view segment)
-{
-    std::string name;
-    for (std::size_t i = 0; i < segment.size(); ++i) {
-        if (segment[i] != '%') {
-            name += segment[i];
-            continue;
-        }
-        const int high = i + 2 < segment.size() ? hexDigit(segment[i + 1]) : -1;
-        const int low = i + 2 < segment.size() ? hexDigit(segment[i + 2]) : -1;
-        if (high < 0 || low < 0) throw sentences::badPath("a '%' is not followed by two hexadecimal digits.");
-        name += static_cast<char>(high * 16 + low);
-        i += 2;
-    }
-    return name;
-}
-
 /// C0, DEL and C1 garble terminals and logs; U+FFFE and U+FFFF cannot stand in an XML reply.
 bool isUnprintable(std::uint32_t c)
 {
     return c < 0x20 || (c >= 0x7f && c < 0xa0) || c == 0xfffe || c == 0xffff;
-}
-
-template <class Decode>
-std::vector<std::string> namesOf(std::string_view path, Decode decode)
-{
-    if (path.empty() || path.front() != '/') throw sentences::badPath("it does not begin with '/'.");
-    std::vector<std::string> names;
-    if (path == "/") return names;
-    while (!path.empty()) {
-        path.remove_prefix(1);
-        const auto end = std::min(path.find('/'), path.size());
-        names.push_back(decode(path.substr(0, end)));
-        if (const auto why = whyNameIsBad(names.back()); !why.empty()) throw sentences::badPath(why);
-        path.remove_prefix(end);
-    }
-    return names;
 }
 
 } // namespace
@@ -74,18 +32,29 @@ std::string whyNameIsBad(std::string_view name)
     return {};
 }
 
-ItemPath ItemPath::fromUrl(std::string_view encoded)
+std::vector<std::string_view> splitPath(std::string_view path)
 {
-    ItemPath path;
-    path.segments = namesOf(encoded, decoded);
-    return path;
+    if (path.empty() || path.front() != '/') throw sentences::badPath("it does not begin with '/'.");
+    std::vector<std::string_view> names;
+    if (path == "/") return names;
+    while (!path.empty()) {
+        path.remove_prefix(1);
+        names.push_back(path.substr(0, path.find('/')));
+        path.remove_prefix(names.back().size());
+    }
+    return names;
 }
 
-ItemPath ItemPath::fromText(std::string_view decoded)
+ItemPath::ItemPath(std::vector<std::string> names) : segments(std::move(names))
 {
-    ItemPath path;
-    path.segments = namesOf(decoded, [](std::string_view name) { return std::string(name); });
-    return path;
+    for (const auto& name : segments)
+        if (const auto why = whyNameIsBad(name); !why.empty()) throw sentences::badPath(why);
+}
+
+ItemPath ItemPath::fromText(std::string_view text)
+{
+    const auto names = splitPath(text);
+    return ItemPath({names.begin(), names.end()});
 }
 
 ItemPath ItemPath::parent() const
