@@ -25,9 +25,11 @@ Headers headersOf(std::string_view lines)
 void readAsHandlersDo(const Request& request, const Route& route)
 {
     const auto tail = tailOf(route, request);
-    if (route.tail == Tail::item)
-        for (const auto& name : pathOf(tail).names())
+    if (route.tail == Tail::item) {
+        const auto path = pathOf(tail);
+        for (const auto& name : path.names())
             tarnfuzz::require(whyNameIsBad(name).empty(), "only good names reach the store");
+    }
     if (route.tail == Tail::id && !tail.empty()) {
         const auto id = percentDecode(tail.substr(1));
         tarnfuzz::require(percentDecode(percentEncode(id)) == id, "what is encoded decodes to itself");
