@@ -38,7 +38,7 @@ public:
     void start()
     {
         std::lock_guard lock(mutex);
-        if (!loop) loop = std::make_shared<detail::TransferLoop>(threads, options->connectionsPerHost);
+        if (!loop) loop = std::make_shared<detail::TransferLoop>(threads, *options);
     }
 
     void stop();

@@ -2,21 +2,39 @@
 
 #include <chrono>
 #include <cstdint>
+#include <limits>
 #include <string>
 
 namespace connector::host {
 
 /// How the HTTP client works. Redirects, cookies, content decoding and proxies of the environment are off
-/// whatever is set here, and TLS certificates are always verified.
+/// whatever is set here, and TLS certificates are always verified, from TLS 1.2 on.
+///
+/// A limit that is passed fails the exchange with TransportError, phase connect for the first and exchange
+/// for the others.
 struct HttpOptions {
     /// For name lookup, TCP and TLS together.
     std::chrono::milliseconds connectTimeout{10'000};
-    /// Without a byte in either direction for this long the exchange fails. There is no limit on the whole.
-    std::chrono::seconds stallTimeout{30};
-    std::string caFile = {};                           ///< PEM file of trusted roots; empty: the system's
-    std::string proxy = {};                            ///< URL of a proxy; empty: none
-    std::uint64_t replyLimit = std::uint64_t{4} << 30; ///< bytes of a reply, headers included
-    unsigned connectionsPerHost = 16;                  ///< further requests to the same host wait their turn
+    /// From the last byte of the request to the first line of the reply. The service works meanwhile, as long
+    /// as a large delete on a slow disk may take.
+    std::chrono::milliseconds replyTimeout{300'000};
+    /// A request or a reply under way, of whatever kind, moves at least `leastRate` bytes per second, averaged
+    /// over this time.
+    std::chrono::milliseconds stallWindow{30'000};
+    std::uint64_t leastRate = 1024; ///< bytes per second; 0: a body may stand still for ever
+    /// From the last byte of the request to the last of the reply, where the reply is a document.
+    std::chrono::milliseconds documentTimeout{600'000};
+
+    std::uint64_t documentLimit = std::uint64_t{64} << 20; ///< bytes of a document
+    /// Bytes of content whose length the head announces. Content that is announced has to fit into the memory
+    /// that is available, or fails before any of it is taken.
+    std::uint64_t contentLimit = std::numeric_limits<std::uint64_t>::max();
+    /// Bytes of content that comes in chunks, which nobody can know beforehand.
+    std::uint64_t chunkedContentLimit = std::uint64_t{1} << 30;
+
+    std::string caFile = {};          ///< PEM file of trusted roots; empty: the system's
+    std::string proxy = {};           ///< URL of a proxy; empty: none
+    unsigned connectionsPerHost = 16; ///< further requests to the same host wait their turn
 };
 
 } // namespace connector::host

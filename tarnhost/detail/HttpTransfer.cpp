@@ -14,20 +14,8 @@ namespace connector::host::detail {
 namespace {
 
 constexpr long transferBufferBytes = 256 * 1024;
-constexpr std::uint64_t presizeLimit = std::uint64_t{64} << 20;
 constexpr const char* notRepeated =
     "The connection was lost before the reply; the request is not sent a second time.";
-
-/// Gives back what doubling has allocated too much: what fills its storage exactly is never copied later.
-void trim(common::DataBuffer& buffer)
-{
-    if (buffer.size == 0) {
-        buffer = common::DataBuffer();
-    } else if (void* fitted = std::realloc(buffer.data, buffer.size)) {
-        buffer.data = fitted;
-        buffer.capacity = buffer.size;
-    }
-}
 
 } // namespace
 
@@ -41,6 +29,8 @@ HttpTransfer::HttpTransfer(const http::HttpClientRequest& request,
     , method(checkedMethod(request, target))
     , isChange(request.atMostOnce || method != "GET")
     , headerLines(checkedHeaders(request, target))
+    , clock(*options)
+    , reply(request.replyBody, *options)
 {
 }
 
@@ -72,6 +62,8 @@ void HttpTransfer::setDefences()
     set(CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_1_1));
     set(CURLOPT_FOLLOWLOCATION, 0L);
     set(CURLOPT_HTTP_CONTENT_DECODING, 0L);
+    set(CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L); // a proxy's consent is no head of the reply
+    set(CURLOPT_SSLVERSION, static_cast<long>(CURL_SSLVERSION_TLSv1_2));
     set(CURLOPT_SSL_VERIFYPEER, 1L);
     set(CURLOPT_SSL_VERIFYHOST, 2L);
     if (!options->caFile.empty()) {
@@ -81,8 +73,6 @@ void HttpTransfer::setDefences()
     set(CURLOPT_PROXY, options->proxy.c_str()); // empty also switches the environment's proxies off
     set(CURLOPT_NOPROXY, "");
     set(CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(options->connectTimeout.count()));
-    set(CURLOPT_LOW_SPEED_LIMIT, 1L);
-    set(CURLOPT_LOW_SPEED_TIME, static_cast<long>(options->stallTimeout.count()));
 }
 
 void HttpTransfer::setRequest()
@@ -141,43 +131,38 @@ std::size_t HttpTransfer::onUpload(char* room, std::size_t unit, std::size_t cou
     return bytes;
 }
 
-bool HttpTransfer::countReply(std::size_t arrived)
+std::size_t HttpTransfer::onHeader(char* bytes, std::size_t unit, std::size_t count, void* self)
 {
-    replyBytes += arrived;
-    if (replyBytes <= options->replyLimit) return true;
-    refusal = "The reply is larger than " + std::to_string(options->replyLimit) + " bytes.";
-    return false;
-}
-
-std::size_t HttpTransfer::onHeader(char*, std::size_t unit, std::size_t count, void* self)
-{
-    return static_cast<HttpTransfer*>(self)->countReply(unit * count) ? unit * count : 0;
+    return static_cast<HttpTransfer*>(self)->take(&IncomingReply::takeLine, {bytes, unit * count});
 }
 
 std::size_t HttpTransfer::onBody(char* bytes, std::size_t unit, std::size_t count, void* self)
 {
     auto& transfer = *static_cast<HttpTransfer*>(self);
-    const std::size_t arrived = unit * count;
-    if (!transfer.countReply(arrived)) return CURL_WRITEFUNC_ERROR;
-    try {
-        if (!transfer.reply.data) transfer.presize();
-        transfer.reply.reserve(transfer.reply.size + arrived);
-    } catch (const std::exception& fault) {
-        transfer.refusal = fault.what();
-        return CURL_WRITEFUNC_ERROR;
-    }
-    std::memcpy(static_cast<char*>(transfer.reply.data) + transfer.reply.size, bytes, arrived);
-    transfer.reply.size += arrived;
-    transfer.counters->received.fetch_add(arrived, std::memory_order_relaxed);
-    return arrived;
+    transfer.counters->received.fetch_add(unit * count, std::memory_order_relaxed);
+    return transfer.take(&IncomingReply::takeBody, {bytes, unit * count});
 }
 
-void HttpTransfer::presize()
+std::size_t HttpTransfer::take(void (IncomingReply::*step)(std::string_view), std::string_view bytes)
 {
-    curl_off_t announced = 0;
-    curl_easy_getinfo(easy.get(), CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &announced);
-    if (announced <= 0) return;
-    reply.reserve(std::min({static_cast<std::uint64_t>(announced), options->replyLimit, presizeLimit}));
+    try {
+        (reply.*step)(bytes);
+        return bytes.size();
+    } catch (const std::exception& fault) {
+        refusal = fault.what();
+        return CURL_WRITEFUNC_ERROR;
+    }
+}
+
+bool HttpTransfer::isOverdue(ExchangeClock::Time now)
+{
+    if (!sendBegun) return false; // until then libcurl watches the time
+    curl_off_t sent = 0;          // on the wire, while `uploaded` runs ahead by what libcurl holds
+    curl_easy_getinfo(easy.get(), CURLINFO_SIZE_UPLOAD_T, &sent);
+    const auto bytesOut = static_cast<std::uint64_t>(sent);
+    refusal = clock.overdue(
+        now, {bytesOut >= body.size, reply.hasBegun(), reply.isDocument(), bytesOut, reply.arrived()});
+    return !refusal.empty();
 }
 
 void HttpTransfer::close(CURLcode outcome)
@@ -186,9 +171,10 @@ void HttpTransfer::close(CURLcode outcome)
         fail(errorOf(phaseOf(outcome), reasonOf(outcome)));
         return;
     }
-    long code = 0;
-    curl_easy_getinfo(easy.get(), CURLINFO_RESPONSE_CODE, &code);
-    status = static_cast<std::uint16_t>(code);
+    if (!reply.hasHead()) { // libcurl takes a head that the connection's end has cut off for a whole one
+        fail(errorOf(TransportPhase::exchange, "The connection was closed in the head of the reply."));
+        return;
+    }
     easy.reset();
 }
 
@@ -206,9 +192,7 @@ std::exception_ptr HttpTransfer::errorOf(TransportPhase phase, std::string reaso
 
 TransportPhase HttpTransfer::phaseOf(CURLcode outcome) const
 {
-    curl_off_t readyToSend = 0;
-    curl_easy_getinfo(easy.get(), CURLINFO_PRETRANSFER_TIME_T, &readyToSend);
-    if (readyToSend > 0) return TransportPhase::exchange;
+    if (sendBegun) return TransportPhase::exchange;
     switch (outcome) {
     case CURLE_URL_MALFORMAT:
     case CURLE_UNSUPPORTED_PROTOCOL:
@@ -242,13 +226,13 @@ void HttpTransfer::settle()
 {
     body = common::DataBuffer(); // here, since giving much memory back would hold up the I/O thread
     if (failure) {
-        reply = common::DataBuffer();
+        reply.takeContent();
         promise.setException(std::exchange(failure, nullptr));
         return;
     }
-    trim(reply);
     promise.setValue(std::make_unique<http::HttpClientResponse>(
-        status, std::make_shared<reactive_streams::OneShotPublisher<common::DataBuffer>>(std::move(reply))));
+        reply.status(),
+        std::make_shared<reactive_streams::OneShotPublisher<common::DataBuffer>>(reply.takeContent())));
 }
 
 } // namespace connector::host::detail

@@ -4,6 +4,8 @@
 #include "tarn/foundation/platform/HttpClientRequest.h"
 #include "tarnhost/HttpOptions.h"
 #include "tarnhost/TransportError.h"
+#include "tarnhost/detail/ExchangeClock.h"
+#include "tarnhost/detail/IncomingReply.h"
 #include "tarnhost/detail/UrlParts.h"
 
 #include <curl/curl.h>
@@ -13,6 +15,7 @@
 #include <exception>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace connector::host::detail {
@@ -49,6 +52,9 @@ public:
     /// A new handle for this exchange, valid until `close`. @throws std::runtime_error
     CURL* open();
 
+    /// Whether the exchange has taken too long; `close` then says in what. @pre open
+    bool isOverdue(ExchangeClock::Time now);
+
     /// Takes the outcome over and gives the handle up. @pre the handle is in no multi handle any more
     void close(CURLcode outcome);
 
@@ -70,9 +76,7 @@ private:
 
     TransportPhase phaseOf(CURLcode outcome) const;
     std::string reasonOf(CURLcode outcome) const;
-    /// Makes room for a reply of known length in one step, as far as a length alone can be trusted.
-    void presize();
-    bool countReply(std::size_t arrived);
+    std::size_t take(void (IncomingReply::*step)(std::string_view), std::string_view bytes);
 
     static std::size_t onHeader(char* bytes, std::size_t unit, std::size_t count, void* self);
     static std::size_t onBody(char* bytes, std::size_t unit, std::size_t count, void* self);
@@ -102,11 +106,10 @@ private:
     std::array<char, CURL_ERROR_SIZE> errorText{};
     std::unique_ptr<CURL, FreeHandle> easy; ///< goes before the two that it refers to
     bool sendBegun = false;
-    std::string refusal; ///< why a callback broke the exchange off
-    std::uint64_t replyBytes = 0;
+    std::string refusal; ///< why the exchange was broken off from this side
 
-    std::uint16_t status = 0;
-    common::DataBuffer reply;
+    ExchangeClock clock;
+    IncomingReply reply;
     std::exception_ptr failure;
     Promise<std::unique_ptr<Message>> promise;
 };

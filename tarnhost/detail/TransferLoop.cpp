@@ -12,7 +12,8 @@
 namespace connector::host::detail {
 namespace {
 
-constexpr int pollMilliseconds = 10'000;
+/// Whatever comes to be done wakes the thread earlier.
+constexpr std::chrono::milliseconds idle{10'000};
 
 /// Once per process; libcurl's part of the process is never taken down, since others may use it.
 void startLibcurl()
@@ -32,8 +33,10 @@ void blockBrokenPipeSignal()
 
 } // namespace
 
-TransferLoop::TransferLoop(std::shared_ptr<DeliveryThreads> deliveryThreads, unsigned connectionsPerHost)
-    : threads(std::move(deliveryThreads)), laneLimit(connectionsPerHost != 0 ? connectionsPerHost : 1)
+TransferLoop::TransferLoop(std::shared_ptr<DeliveryThreads> deliveryThreads, const HttpOptions& options)
+    : threads(std::move(deliveryThreads))
+    , laneLimit(options.connectionsPerHost != 0 ? options.connectionsPerHost : 1)
+    , tick(ExchangeClock::tick(options))
 {
     startLibcurl();
     multi.reset(curl_multi_init());
@@ -77,7 +80,9 @@ void TransferLoop::run()
         int running = 0;
         curl_multi_perform(multi.get(), &running);
         collectFinished();
-        curl_multi_poll(multi.get(), nullptr, 0, pollMilliseconds, nullptr);
+        endOverdue();
+        const auto wait = active.empty() ? idle : tick;
+        curl_multi_poll(multi.get(), nullptr, 0, static_cast<int>(wait.count()), nullptr);
     }
     abandonAll();
     multi.reset(); // closes connections here, where SIGPIPE is blocked
@@ -147,6 +152,18 @@ void TransferLoop::finish(CURL* handle, CURLcode outcome)
     post(std::move(transfer));
     --lanes[origin].active;
     fillLane(origin);
+}
+
+void TransferLoop::endOverdue()
+{
+    const auto now = ExchangeClock::Time::clock::now();
+    if (now < nextCheck) return; // a busy thread comes by far more often than time matters
+    nextCheck = now + tick;
+    std::vector<CURL*> overdue;
+    for (const auto& [handle, transfer] : active)
+        if (transfer->isOverdue(now)) overdue.push_back(handle);
+    for (CURL* handle : overdue)
+        finish(handle, CURLE_OPERATION_TIMEDOUT);
 }
 
 void TransferLoop::abandonAll()

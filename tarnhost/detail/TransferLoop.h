@@ -25,7 +25,7 @@ namespace connector::host::detail {
 class TransferLoop {
 public:
     /// Starts the thread. @throws std::runtime_error, std::system_error
-    TransferLoop(std::shared_ptr<DeliveryThreads> deliveryThreads, unsigned connectionsPerHost);
+    TransferLoop(std::shared_ptr<DeliveryThreads> deliveryThreads, const HttpOptions& options);
     /// As `stop`.
     ~TransferLoop();
     TransferLoop(const TransferLoop&) = delete;
@@ -57,6 +57,7 @@ private:
     void begin(Transfer transfer);
     void collectFinished();
     void finish(CURL* handle, CURLcode outcome);
+    void endOverdue();
     void abandonAll();
     void abandon(Transfer transfer);
     /// Hands a transfer that has its outcome to the delivery threads.
@@ -64,9 +65,12 @@ private:
 
     const std::shared_ptr<DeliveryThreads> threads;
     const unsigned laneLimit;
+    const std::chrono::milliseconds tick;
     std::unique_ptr<CURLM, FreeMulti> multi;     ///< used by the I/O thread, but for its wake-up
     std::unordered_map<std::string, Lane> lanes; ///< I/O thread only
     std::unordered_map<CURL*, Transfer> active;  ///< I/O thread only
+
+    ExchangeClock::Time nextCheck{}; ///< I/O thread only
 
     std::mutex mutex; ///< guards the two below
     std::vector<Transfer> arrivals;

@@ -2,6 +2,7 @@
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
+#include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -157,6 +158,12 @@ void ScriptedHttpServer::Connection::stall()
 {
     while (fill())
         buffered.clear();
+}
+
+void ScriptedHttpServer::Connection::ignore()
+{
+    pollfd gone{socket, POLLRDHUP, 0};
+    ::poll(&gone, 1, 20'000);
 }
 
 void ScriptedHttpServer::Connection::reset()

@@ -33,6 +33,8 @@ public:
         bool send(std::string_view bytes);
         /// Sits still until the peer or the server goes.
         void stall();
+        /// Reads nothing until the peer or the server goes.
+        void ignore();
         /// Makes the close that follows a reset.
         void reset();
 

@@ -7,11 +7,13 @@
 #include <gmock/gmock.h>
 
 #include <algorithm>
+#include <thread>
 
 namespace connector::host::test {
 namespace {
 
 using testing::HasSubstr;
+using namespace std::chrono_literals;
 using namespace std::string_literals;
 
 struct RefusedCase {
@@ -61,46 +63,84 @@ INSTANTIATE_TEST_SUITE_P(
 
 struct BrokenCase {
     const char* name;
-    std::string reply; ///< sent before the connection is closed
-    bool stalls;       ///< the connection stays open instead
+    std::string reply; ///< sent at once; the connection stays open unless `closes`
     const char* reason;
+    bool closes = false;
+    http::ReplyBody asked = http::ReplyBody::document;
+    std::string drip = {}; ///< then sent for ever, every 20 ms
 };
 
 class Broken : public testing::TestWithParam<BrokenCase> {};
 
-TEST_P(Broken, ReplyFailsTheRequest)
+TEST_P(Broken, ReplySaysWhatIsWrongWithIt)
 {
     const BrokenCase& row = GetParam();
     ScriptedHttpServer server([&](auto& connection) {
-        if (!connection.readRequest() || !connection.send(row.reply)) return;
-        if (row.stalls) connection.stall();
+        if (!connection.readRequest() || !connection.send(row.reply) || row.closes) return;
+        while (!row.drip.empty() && connection.send(row.drip))
+            std::this_thread::sleep_for(20ms);
+        connection.stall();
     });
-    HttpClientUnderTest http({.stallTimeout = std::chrono::seconds(1), .replyLimit = 1000});
-    const auto failure = transportFailure(http.send("get", server.url("/a?token=secret")));
+    HttpClientUnderTest http({.replyTimeout = 300ms,
+                              .stallWindow = 400ms,
+                              .leastRate = 100,
+                              .documentTimeout = 700ms,
+                              .documentLimit = 1000,
+                              .contentLimit = 2000,
+                              .chunkedContentLimit = 1500});
+    auto request = std::make_unique<http::HttpClientRequest>(server.url("/a?token=secret"), "get", nullptr);
+    request->replyBody = row.asked;
+    const auto failure = transportFailure(http.send(std::move(request)));
     ASSERT_TRUE(failure);
     EXPECT_EQ(failure->phase, TransportPhase::exchange);
     EXPECT_EQ(failure->url, server.url("/a"));
-    EXPECT_THAT(failure->text,
-                testing::StartsWith("Could not complete the exchange with " + server.peer() + ": "));
-    EXPECT_THAT(failure->text, HasSubstr(row.reason));
+    EXPECT_EQ(failure->text,
+              "Could not complete the exchange with " + server.peer() + ": " + std::string(row.reason));
 }
+
+const std::string ok = "HTTP/1.1 200 OK\r\n";
+const std::string chunkedOk = ok + "Transfer-Encoding: chunked\r\n\r\n";
+const std::string largeChunk = "640\r\n" + std::string(1600, 'x') + "\r\n";
+const std::string longHeader = "x: " + std::string(90'000, 'x') + "\r\n";
+constexpr auto content = http::ReplyBody::content;
 
 INSTANTIATE_TEST_SUITE_P(
     , Broken,
-    testing::Values(BrokenCase{"CutInBody", "HTTP/1.1 200 OK\r\nContent-Length: 9\r\n\r\nhalf", false,
-                               "5 bytes remaining"},
-                    BrokenCase{"CutInChunk", "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n9\r\nhalf",
-                               false, "outstanding read data remaining"},
-                    BrokenCase{"NoReply", "", false, "Empty reply"},
-                    BrokenCase{"NoHttp", "SSH-2.0-server\r\n\r\n", false, "HTTP/0.9"},
-                    BrokenCase{"StallBeforeReply", "", true, "too slow"},
-                    BrokenCase{"StallInBody", "HTTP/1.1 200 OK\r\nContent-Length: 9\r\n\r\nhalf", true,
-                               "too slow"},
-                    BrokenCase{"LongBody", "HTTP/1.1 200 OK\r\n\r\n" + std::string(1000, 'x'), true,
-                               "larger than 1000 bytes"},
-                    BrokenCase{"LongHeaders", "HTTP/1.1 200 OK\r\nx: " + std::string(1000, 'x') + "\r\n\r\n",
-                               true, "larger than 1000 bytes"}),
+    testing::Values(
+        BrokenCase{"CutInHead", ok, "The connection was closed in the head of the reply.", true},
+        BrokenCase{"Unframed", ok + "\r\n<a/>",
+                   "The reply does not say where it ends, so that nobody can tell it is complete."},
+        BrokenCase{"FramedTwice", ok + "Content-Length: 1\r\ncontent-length: 1\r\n\r\nx",
+                   "The reply says more than once where it ends."},
+        BrokenCase{"BadLength", ok + "Content-Length: 1x\r\n\r\nx", "The reply announces no valid length."},
+        BrokenCase{"LargeDocument", ok + "Content-Length: 1001\r\n\r\n",
+                   "The reply is larger than 1000 bytes."},
+        BrokenCase{"LargeChunkedDocument", chunkedOk + largeChunk, "The reply is larger than 1000 bytes."},
+        BrokenCase{"LargeContent", ok + "Content-Length: 2001\r\n\r\n",
+                   "The reply is larger than 2000 bytes.", false, content},
+        BrokenCase{"LargeChunkedContent", chunkedOk + largeChunk, "The reply is larger than 1500 bytes.",
+                   false, content},
+        BrokenCase{"LargeRefusalOfContent", "HTTP/1.1 500 No\r\nContent-Length: 1001\r\n\r\n",
+                   "The reply is larger than 1000 bytes.", false, content},
+        BrokenCase{"LargeHead", ok + longHeader + longHeader + longHeader,
+                   "The head of the reply is larger than 256 KiB."},
+        BrokenCase{"Silence", "", "No reply came within 0.3 seconds."},
+        BrokenCase{"Drip", ok + "Content-Length: 1000\r\n\r\n",
+                   "The reply came at less than 100 bytes per second for 0.4 seconds.", false, content, "x"},
+        BrokenCase{"LongDrip", chunkedOk, "The reply was not complete after 0.7 seconds.", false,
+                   http::ReplyBody::document, "5\r\nxxxxx\r\n"}),
     [](const auto& row) { return row.param.name; });
+
+TEST(RequestThatIsNotTaken, Fails)
+{
+    ScriptedHttpServer server([](auto& connection) { connection.ignore(); });
+    HttpClientUnderTest http({.stallWindow = 400ms});
+    const auto failure =
+        transportFailure(http.send("put", server.url(), {}, bodyOf(std::string(50'000'000, 'x'))));
+    ASSERT_TRUE(failure);
+    EXPECT_THAT(failure->text, HasSubstr("The request was taken at less than 1024 bytes per second"));
+    EXPECT_TRUE(failure->mayHaveHappened);
+}
 
 TEST(NoConnection, NamesPeerAndReason)
 {

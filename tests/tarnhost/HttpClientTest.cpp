@@ -117,27 +117,22 @@ INSTANTIATE_TEST_SUITE_P(
                   "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n"
                   "3\r\nabc\r\n1;x=y\r\nd\r\n0\r\nTrailer: t\r\n\r\n",
                   200, "abcd"},
-        ReplyCase{"NoBody", "HTTP/1.1 204 No Content\r\n\r\n", 204, ""},
-        ReplyCase{"ErrorWithBody", ScriptedHttpServer::reply("<e/>", "503 Busy"), 503, "<e/>"},
         ReplyCase{"RedirectIsNotFollowed",
                   "HTTP/1.1 302 Found\r\nLocation: /elsewhere\r\nContent-Length: 0\r\n\r\n", 302, ""},
         ReplyCase{"EncodedBodyStaysEncoded",
                   "HTTP/1.1 200 OK\r\nContent-Encoding: gzip\r\nContent-Length: 4\r\n\r\n\x1f\x8b\x08\x01",
-                  200, "\x1f\x8b\x08\x01"},
-        ReplyCase{"InterimReplyIsSkipped",
-                  "HTTP/1.1 103 Early Hints\r\nLink: </>\r\n\r\n" + ScriptedHttpServer::reply("x"), 200,
-                  "x"}),
+                  200, "\x1f\x8b\x08\x01"}),
     [](const auto& row) { return row.param.name; });
 
 TEST(HttpClientBody, ArrivesInOneItemThatFillsItsStorage)
 {
-    // More than one doubling past the largest step that a Content-Length alone is trusted for is not needed:
-    // a body of unknown length grows from nothing.
+    // Of a length that nothing announces, so that the storage grows from nothing.
     std::string content(3'000'000, 'x');
     content[1'234'567] = 'y';
     ScriptedHttpServer server([&](auto& connection) {
         connection.readRequest();
-        connection.send("HTTP/1.1 200 OK\r\nConnection: close\r\n\r\n" + content);
+        connection.send("HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n2dc6c0\r\n" + content +
+                        "\r\n0\r\n\r\n");
     });
     HttpClientUnderTest http;
     auto response = bounded(http.send("get", server.url()));

@@ -1,0 +1,150 @@
+#include "tarnhost/detail/IncomingReply.h"
+
+#include "tarnhost/detail/AvailableMemory.h"
+
+#include <algorithm>
+#include <cctype>
+#include <charconv>
+#include <cstdlib>
+#include <cstring>
+#include <stdexcept>
+#include <string>
+
+namespace connector::host::detail {
+namespace {
+
+/// Of all heads and the trailer together. libcurl bounds one line, not their number.
+constexpr std::uint64_t headLimit = 256 * 1024;
+/// What may be announced without a look at the memory there is.
+constexpr std::uint64_t harmless = std::uint64_t{64} << 20;
+
+constexpr std::uint16_t firstFinalStatus = 200;
+constexpr std::uint16_t noContent = 204;
+constexpr std::uint16_t notModified = 304;
+
+[[noreturn]] void refuse(const std::string& reason)
+{
+    throw std::runtime_error(reason);
+}
+
+bool sameWord(std::string_view a, std::string_view b)
+{
+    return std::equal(a.begin(), a.end(), b.begin(), b.end(),
+                      [](unsigned char x, unsigned char y) { return std::tolower(x) == std::tolower(y); });
+}
+
+std::string_view trimmed(std::string_view text)
+{
+    const auto first = text.find_first_not_of(" \t\r\n");
+    if (first == std::string_view::npos) return {};
+    return text.substr(first, text.find_last_not_of(" \t\r\n") + 1 - first);
+}
+
+/// The whole of `text` as a decimal number.
+template <class Number>
+Number numberIn(std::string_view text, const char* complaint)
+{
+    Number number{};
+    const auto [end, fault] = std::from_chars(text.data(), text.data() + text.size(), number);
+    if (fault != std::errc() || end != text.data() + text.size()) refuse(complaint);
+    return number;
+}
+
+} // namespace
+
+IncomingReply::IncomingReply(http::ReplyBody askedFor, const HttpOptions& httpOptions)
+    : asked(askedFor), options(httpOptions)
+{
+}
+
+void IncomingReply::takeLine(std::string_view line)
+{
+    headBytes += line.size();
+    if (headBytes > headLimit) refuse("The head of the reply is larger than 256 KiB.");
+    if (stage == Stage::body) return; // a trailer says nothing that is asked for
+    if (stage == Stage::awaited) {
+        beginHead(line);
+    } else if (trimmed(line).empty()) {
+        endHead();
+    } else {
+        takeHeader(line);
+    }
+}
+
+void IncomingReply::beginHead(std::string_view statusLine)
+{
+    stage = Stage::head;
+    const auto code = statusLine.find(' ');
+    if (code == std::string_view::npos) refuse("The reply has no status.");
+    statusCode = numberIn<std::uint16_t>(statusLine.substr(code + 1, 3), "The reply has no status.");
+}
+
+void IncomingReply::takeHeader(std::string_view line)
+{
+    const auto colon = line.find(':');
+    if (colon == std::string_view::npos) return;
+    const auto name = line.substr(0, colon);
+    const auto value = trimmed(line.substr(colon + 1));
+    if (sameWord(name, "content-length")) {
+        ++framings;
+        announced = numberIn<std::uint64_t>(value, "The reply announces no valid length.");
+    } else if (sameWord(name, "transfer-encoding")) {
+        ++framings;
+        chunked = true;
+        if (!sameWord(value, "chunked")) refuse("The reply has a transfer encoding that is not known.");
+    }
+}
+
+void IncomingReply::endHead()
+{
+    if (statusCode <
+        firstFinalStatus) { // an interim reply, such as 100: the one that counts is still to come
+        stage = Stage::awaited;
+        return;
+    }
+    stage = Stage::body;
+    if (statusCode == noContent || statusCode == notModified) return;
+    if (framings == 0)
+        refuse("The reply does not say where it ends, so that nobody can tell it is complete.");
+    if (framings > 1) refuse("The reply says more than once where it ends.");
+    if (!chunked) announce();
+}
+
+/// Makes room for a body of known length in one step. The kernel grants memory that it does not have, so that
+/// asking it for room is not enough.
+void IncomingReply::announce()
+{
+    if (announced > limit()) refuse("The reply is larger than " + std::to_string(limit()) + " bytes.");
+    if (announced > harmless && announced > availableMemory()) {
+        refuse("There is not enough memory for a reply of " + std::to_string(announced) + " bytes.");
+    }
+    if (announced > 0) body.reserve(announced);
+}
+
+std::uint64_t IncomingReply::limit() const
+{
+    if (isDocument()) return options.documentLimit;
+    return chunked ? options.chunkedContentLimit : options.contentLimit;
+}
+
+void IncomingReply::takeBody(std::string_view bytes)
+{
+    if (bytes.size() > limit() - body.size)
+        refuse("The reply is larger than " + std::to_string(limit()) + " bytes.");
+    body.reserve(body.size + bytes.size());
+    std::memcpy(static_cast<char*>(body.data) + body.size, bytes.data(), bytes.size());
+    body.size += bytes.size();
+}
+
+common::DataBuffer IncomingReply::takeContent()
+{
+    if (body.size == 0) {
+        body = common::DataBuffer();
+    } else if (void* fitted = std::realloc(body.data, body.size)) {
+        body.data = fitted;
+        body.capacity = body.size;
+    }
+    return std::move(body);
+}
+
+} // namespace connector::host::detail

@@ -1,0 +1,66 @@
+#pragma once
+
+#include "tarn/foundation/DataBuffer.h"
+#include "tarn/foundation/platform/HttpClientRequest.h"
+#include "tarnhost/HttpOptions.h"
+
+#include <cstdint>
+#include <string_view>
+
+namespace connector::host::detail {
+
+/// The reply of one exchange while it arrives: its status, its body, and what makes it one that counts.
+///
+/// A reply counts when its head ended with the empty line and says in exactly one way where the body ends, by
+/// a length or by chunks. One that ends with its connection looks the same whole and cut.
+class IncomingReply {
+public:
+    IncomingReply(http::ReplyBody asked, const HttpOptions& options);
+
+    /// Takes one line of a head, its line end included; after the body, of the trailer.
+    /// @throws std::runtime_error, whose text says why this reply cannot be taken
+    void takeLine(std::string_view line);
+
+    /// Takes bytes of the body. @throws as takeLine
+    void takeBody(std::string_view bytes);
+
+    /// The head of the reply proper, past any interim one, has begun.
+    bool hasBegun() const { return stage != Stage::awaited; }
+
+    bool hasHead() const { return stage == Stage::body; }
+
+    /// Read as a whole and parsed: what was asked for as such, and every refusal.
+    bool isDocument() const
+    {
+        return asked == http::ReplyBody::document || (hasBegun() && statusCode != 200);
+    }
+
+    std::uint16_t status() const { return statusCode; }
+
+    /// Bytes so far, heads included.
+    std::uint64_t arrived() const { return headBytes + body.size; }
+
+    /// The body, in storage that it fills exactly: such is never copied later.
+    common::DataBuffer takeContent();
+
+private:
+    enum class Stage { awaited, head, body };
+
+    void beginHead(std::string_view statusLine);
+    void takeHeader(std::string_view line);
+    void endHead();
+    void announce();
+    std::uint64_t limit() const;
+
+    const http::ReplyBody asked;
+    const HttpOptions& options;
+    Stage stage = Stage::awaited;
+    std::uint16_t statusCode = 0;
+    std::uint64_t headBytes = 0;
+    unsigned framings = 0; ///< headers that say where the body ends
+    bool chunked = false;
+    std::uint64_t announced = 0; ///< bytes of a body that is not chunked
+    common::DataBuffer body;
+};
+
+} // namespace connector::host::detail
