@@ -98,7 +98,6 @@ ListenSocket::ListenSocket(const std::string& address)
     socklen_t length = sizeof bound;
     getsockname(fd, reinterpret_cast<sockaddr*>(&bound), &length);
     loopback = onLoopback(bound);
-    ipv6 = bound.ss_family == AF_INET6;
     hostAndPort = nameOf(bound, length);
 }
 

@@ -24,15 +24,12 @@ public:
     /// Only programs on this machine can connect.
     bool isLoopback() const { return loopback; }
 
-    bool isIpv6() const { return ipv6; }
-
     /// `127.0.0.1:7070` or `[::1]:7070`, with the port actually taken.
     const std::string& name() const { return hostAndPort; }
 
 private:
     int fd = -1;
     bool loopback = false;
-    bool ipv6 = false;
     std::string hostAndPort;
 };
 

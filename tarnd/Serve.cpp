@@ -3,11 +3,13 @@
 #include "tarnd/ListenSocket.h"
 #include "tarnd/http/HttpServer.h"
 
+#include <algorithm>
 #include <csignal>
 #include <cstdio>
 #include <fstream>
 #include <stdexcept>
 #include <sys/resource.h>
+#include <thread>
 
 namespace tarnd {
 
@@ -59,11 +61,13 @@ std::string withoutTrailingSlash(std::string url)
     return url;
 }
 
-ServerOptions serverOptionsOf(const ServeOptions& options, const ListenSocket& socket)
+ServerOptions serverOptionsOf(const ServeOptions& options)
 {
     ServerOptions server;
-    server.ipv6 = socket.isIpv6();
     server.idleTimeout = options.idleTimeout;
+    // Whoever is patient with silence only for so long is not more patient with slowness.
+    for (auto* limit : {&server.limits.head, &server.limits.upload, &server.limits.download})
+        *limit = std::min(*limit, options.idleTimeout);
     server.tlsCertificate = readPem(options.tlsCertificateFile);
     server.tlsKey = readPem(options.tlsKeyFile);
     return server;
@@ -86,7 +90,7 @@ void serve(const ServeOptions& options)
     refuseOpenListening(options, socket);
     const auto url = (options.tlsCertificateFile.empty() ? "http://" : "https://") + socket.name();
     const auto publicUrl = options.publicUrl.empty() ? url : withoutTrailingSlash(options.publicUrl);
-    auto serverOptions = serverOptionsOf(options, socket);
+    auto serverOptions = serverOptionsOf(options);
 
     Store store(options.store, Purpose::serve);
     if (options.verbose) tellRecovery(store.recovery());

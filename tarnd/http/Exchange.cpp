@@ -12,6 +12,10 @@ namespace {
 
 constexpr std::uint64_t strayBodyLimit = 64 * 1024; // bytes that a request without content may carry
 
+/// A client that sends its body unasked reads no reply before it is through, and a connection closed under it
+/// may lose the reply. So a body that nobody wants is read and dropped, up to here.
+constexpr std::uint64_t dropLimit = 256 * 1024;
+
 void refuseUnfitLength(const Route& route, const Request& request, std::uint64_t maxFileSize)
 {
     const auto length = request.contentLength();
@@ -22,7 +26,10 @@ void refuseUnfitLength(const Route& route, const Request& request, std::uint64_t
 
 } // namespace
 
-Exchange::Exchange(Site& theSite, std::string theTarget) : site(theSite), target(std::move(theTarget)) {}
+Exchange::Exchange(Site& theSite, ClientAddress theClient, std::string theTarget)
+    : site(theSite), client(theClient), target(std::move(theTarget))
+{
+}
 
 template <class F>
 void Exchange::guarded(F&& step)
@@ -44,40 +51,47 @@ void Exchange::fail(const ServiceError& error)
     if (call) call->upload.reset();
 }
 
-void Exchange::route(const std::string& method, Headers headers)
+void Exchange::route(RequestHead head)
 {
-    request.emplace(method, target, std::move(headers));
+    if (head.targetSize != target.size()) throw sentences::badTarget();
+    requireHost(head);
+    request.emplace(head.method, target, std::move(head.headers));
     taken = &routeOf(*request);
     call.emplace(Call{site.store, site.publicUrl, *request, tailOf(*taken, *request), {}, {}});
+    if (taken->access == Access::token) site.failedLogins.check(client);
     if (taken->access == Access::session)
         call->caller = site.store.sessions().touch(request->header("x-qz-tarn-session-id"));
     refuseUnfitLength(*taken, *request, site.maxFileSize);
     if (taken->begin != nullptr) taken->begin(*call);
 }
 
-bool Exchange::begin(const std::string& method, Headers headers)
+bool Exchange::isTooMuchToDrop() const
 {
-    begun = true;
-    methodName = method;
-    const bool bodyHeldBack = waitsForContinue(headers);
-    guarded([&] { route(method, std::move(headers)); });
-    // A client that already sends its body reads no reply before it is through, and a connection closed under
-    // it would lose the reply: so the body is read and dropped. Where its end is in doubt there is nothing to
-    // wait for.
-    const bool endInDoubt = !request;
-    return refusal && (bodyHeldBack || endInDoubt);
+    // Where the end of the body is in doubt there is nothing to wait for.
+    return !request || request->contentLength().value_or(0) > dropLimit;
 }
 
-void Exchange::receive(const char* data, std::size_t size)
+Exchange::Body Exchange::begin(RequestHead head)
+{
+    begun = true;
+    methodName = head.method;
+    const bool bodyHeldBack = waitsForContinue(head.headers);
+    guarded([&] { route(std::move(head)); });
+    if (!refusal) return Body::wanted;
+    return bodyHeldBack || isTooMuchToDrop() ? Body::ignored : Body::refused;
+}
+
+bool Exchange::receive(const char* data, std::size_t size)
 {
     received += size;
-    if (refusal) return;
+    if (refusal) return received <= dropLimit;
     guarded([&] {
         if (call->upload)
             call->upload->write(data, size);
         else if (received > strayBodyLimit)
             throw sentences::bodyTooLarge();
     });
+    return true;
 }
 
 Reply Exchange::finish()
@@ -86,7 +100,14 @@ Reply Exchange::finish()
     if (!refusal) guarded([&] { reply = taken->handle(*call); });
     if (refusal) reply = std::move(*refusal);
     site.log.answered(methodName, target, reply.status, std::chrono::steady_clock::now() - started);
+    const bool isLogin = taken != nullptr && taken->access == Access::token;
+    if (isLogin && reply.status == 401) heldBack = site.failedLogins.add(client);
     return reply;
+}
+
+std::chrono::milliseconds Exchange::delay() const
+{
+    return heldBack ? FailedLogins::delay : std::chrono::milliseconds(0);
 }
 
 } // namespace tarnd

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "tarnd/http/FailedLogins.h"
 #include "tarnd/http/Reply.h"
 #include "tarnd/http/RequestLog.h"
 #include "tarnd/http/Routes.h"
@@ -17,6 +18,7 @@ struct Site {
     std::string publicUrl;     ///< what public links begin with, without a slash at the end
     std::uint64_t maxFileSize; ///< bytes of one upload
     RequestLog log;
+    FailedLogins failedLogins = {};
 };
 
 /// One request from its first line to its reply. Decides and calls the handlers, and knows nothing of
@@ -27,27 +29,37 @@ struct Site {
 class Exchange {
 public:
     /// @param target path and query as on the request line
-    Exchange(Site& site, std::string target);
+    Exchange(Site& site, ClientAddress client, std::string target);
 
     bool hasBegun() const { return begun; }
 
-    /// The head is complete. True: the reply can go at once and the connection must end after it, because its
-    /// body, if any, is not going to be read. False: go on with the body.
-    bool begin(const std::string& method, Headers headers);
+    enum class Body {
+        wanted,  ///< all of it goes to receive()
+        refused, ///< so does what comes, but only to be dropped
+        ignored, ///< none is read: the reply can go at once, and the connection must end after it
+    };
 
-    /// The next bytes of the body.
-    void receive(const char* data, std::size_t size);
+    /// The head is complete: what to do with the body, if there is one.
+    Body begin(RequestHead head);
 
-    /// The body is complete, or begin() said that it does not matter. Call once.
+    /// The next bytes of the body. False: no more of it is read, and the connection must end.
+    bool receive(const char* data, std::size_t size);
+
+    /// The body is complete, or ignored. Call once.
     Reply finish();
+
+    /// How long the reply must be held back. @pre finish()
+    std::chrono::milliseconds delay() const;
 
 private:
     template <class F>
     void guarded(F&& step);
-    void route(const std::string& method, Headers headers);
+    void route(RequestHead head);
+    bool isTooMuchToDrop() const;
     void fail(const ServiceError& error);
 
     Site& site;
+    ClientAddress client;
     std::string target;
     std::string methodName;
     std::chrono::steady_clock::time_point started = std::chrono::steady_clock::now();
@@ -57,6 +69,7 @@ private:
     std::optional<Request> request;
     std::optional<Call> call;
     std::optional<Reply> refusal; ///< why the request failed before its handler ran
+    FailedLogins::HeldBack heldBack;
 };
 
 } // namespace tarnd

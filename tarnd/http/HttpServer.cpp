@@ -1,5 +1,9 @@
 #include "tarnd/http/HttpServer.h"
 
+#include "tarnd/http/Acceptor.h"
+#include "tarnd/http/ReceivedHead.h"
+#include "tarnd/http/Sentences.h"
+
 #include <array>
 #include <atomic>
 #include <condition_variable>
@@ -8,6 +12,7 @@
 #include <cstring>
 #include <microhttpd.h>
 #include <mutex>
+#include <netinet/in.h>
 #include <stdexcept>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -23,6 +28,9 @@ constexpr std::size_t connectionMemory =
 
 /// Address space, of which a thread touches a few pages; the default would reserve 8 MiB per connection.
 constexpr std::size_t threadStack = 1024 * 1024;
+
+/// GnuTLS allows TLS 1.0 and 1.1 by default.
+const std::string tlsPriorities = "NORMAL:-VERS-ALL:+VERS-TLS1.3:+VERS-TLS1.2";
 
 using ResponsePtr = std::unique_ptr<MHD_Response, decltype(&MHD_destroy_response)>;
 
@@ -52,25 +60,61 @@ MHD_Result send(MHD_Connection* connection, Reply reply, bool close)
     return complete ? MHD_queue_response(connection, reply.status, response.get()) : MHD_NO;
 }
 
-Headers headersOf(MHD_Connection* connection)
-{
-    Headers headers;
-    MHD_get_connection_values_n(
-        connection, MHD_HEADER_KIND,
-        [](void* target, MHD_ValueKind, const char* name, std::size_t nameSize, const char* value,
-           std::size_t valueSize) {
-            static_cast<Headers*>(target)->emplace_back(
-                std::string(name, nameSize), value == nullptr ? "" : std::string(value, valueSize));
-            return MHD_YES;
-        },
-        &headers);
-    return headers;
-}
-
 /// The target is split and decoded in one place of our own, from what stood on the request line.
 std::size_t leaveEncoded(void*, MHD_Connection*, char* text)
 {
     return std::strlen(text);
+}
+
+int descriptorOf(MHD_Connection* connection)
+{
+    return MHD_get_connection_info(connection, MHD_CONNECTION_INFO_CONNECTION_FD)->connect_fd;
+}
+
+ClientAddress clientOf(MHD_Connection* connection)
+{
+    const auto* info = MHD_get_connection_info(connection, MHD_CONNECTION_INFO_CLIENT_ADDRESS);
+    sockaddr_storage address{};
+    std::memcpy(&address, info->client_addr,
+                info->client_addr->sa_family == AF_INET ? sizeof(sockaddr_in) : sizeof(sockaddr_in6));
+    return clientAddressOf(address);
+}
+
+/// The library would parse the query as well, into its small memory, and forgets the request when that is
+/// full. So it gets to see none: the text is the library's own buffer, where it is about to cut anyhow.
+void hideQuery(const char* target)
+{
+    if (const auto* mark = std::strchr(target, '?')) const_cast<char*>(mark)[1] = '\0';
+}
+
+/// Marks the connection as being worked on.
+struct Busy {
+    Busy(ConnectionTable& theTable, int descriptor) : table(theTable), fd(descriptor)
+    {
+        table.setBusy(fd, true);
+    }
+
+    ~Busy() { table.setBusy(fd, false); }
+
+    Busy(const Busy&) = delete;
+    Busy& operator=(const Busy&) = delete;
+
+    ConnectionTable& table;
+    const int fd;
+};
+
+/// Answers past the server library, which then finds the connection closed.
+void refuseLength(MHD_Connection* connection)
+{
+    const int fd = descriptorOf(connection);
+    const auto* tls = MHD_get_connection_info(connection, MHD_CONNECTION_INFO_GNUTLS_SESSION);
+    const bool encrypted = tls != nullptr && tls->tls_session != nullptr;
+    const auto reply = errorReply(sentences::badContentLength());
+    const auto text = "HTTP/1.1 400 Bad Request\r\nConnection: close\r\nContent-Type: " + reply.contentType +
+                      "\r\nContent-Length: " + std::to_string(reply.text.size()) + "\r\n\r\n" + reply.text;
+    // A few hundred bytes fit into any socket's buffer; when they do not, the client gets a closed connection.
+    if (!encrypted) ::send(fd, text.data(), text.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
+    ::shutdown(fd, SHUT_RDWR);
 }
 
 /// The options of the server library, gathered one by one. What they point to outlives start().
@@ -99,76 +143,126 @@ private:
     std::vector<MHD_OptionItem> items;
 };
 
+/// The connection of this thread, from the request line to the end of the head.
+thread_local MHD_Connection* receivingHead = nullptr;
+
 } // namespace
 
 struct HttpServer::Connections {
-    explicit Connections(Site& theSite) : site(theSite) {}
+    explicit Connections(Site& theSite, const ConnectionLimits& limits) : site(theSite), table(limits) {}
 
     void start(const ServerOptions& options);
     void drain(std::chrono::milliseconds limit);
 
-    MHD_Result handle(MHD_Connection* connection, const char* method, const char* data, std::size_t* size,
-                      Exchange& exchange);
+    MHD_Result begin(MHD_Connection* connection, RequestHead head, Exchange& exchange);
+    MHD_Result receive(MHD_Connection* connection, const char* data, std::size_t* size, Exchange& exchange);
+    void holdBack(std::chrono::milliseconds delay);
+    bool handOver(int fd, const sockaddr_storage& address, socklen_t size);
 
-    // What the server library calls; `self` is this object, `exchange` belongs to one request.
+    // What the server library calls, on a thread of the connection; `self` is this object, `exchange` belongs
+    // to one request.
     static void* onRequestLine(void* self, const char* target, MHD_Connection* connection);
     static MHD_Result onRequest(void* self, MHD_Connection* connection, const char* url, const char* method,
                                 const char* version, const char* data, std::size_t* size, void** exchange);
     static void onRequestEnded(void* self, MHD_Connection* connection, void** exchange,
                                MHD_RequestTerminationCode why);
+    static void onConnection(void* self, MHD_Connection* connection, void** context,
+                             MHD_ConnectionNotificationCode what);
     static void onComplaint(void* self, const char* format, va_list arguments);
 
     Site& site;
+    ConnectionTable table;
     MHD_Daemon* daemon = nullptr;
     std::atomic<bool> draining = false;
-    int quiesced = -1;        ///< the listening socket once it is no longer the server library's to close
     std::mutex mutex;         ///< guards the members below
     std::string complaint;    ///< the last thing the server library said
     std::size_t underWay = 0; ///< requests begun and not yet answered in full
     std::condition_variable answered;
+    std::condition_variable ending;     ///< draining was set
+    std::unique_ptr<Acceptor> acceptor; ///< last, since it calls the others
 };
 
-void* HttpServer::Connections::onRequestLine(void* self, const char* target, MHD_Connection*)
+void* HttpServer::Connections::onRequestLine(void* self, const char* target, MHD_Connection* connection)
 {
     auto& connections = *static_cast<Connections*>(self);
-    auto exchange = std::make_unique<Exchange>(connections.site, target);
+    auto exchange = std::make_unique<Exchange>(connections.site, clientOf(connection), target);
+    receivingHead = connection;
+    hideQuery(target);
     const std::lock_guard lock(connections.mutex);
     ++connections.underWay;
     return exchange.release();
 }
 
-MHD_Result HttpServer::Connections::onRequest(void* self, MHD_Connection* connection, const char*,
-                                              const char* method, const char*, const char* data,
-                                              std::size_t* size, void** exchange)
+MHD_Result HttpServer::Connections::onRequest(void* self, MHD_Connection* connection, const char* url,
+                                              const char* method, const char* version, const char* data,
+                                              std::size_t* size, void** request)
 {
-    return static_cast<Connections*>(self)->handle(connection, method, data, size,
-                                                   *static_cast<Exchange*>(*exchange));
+    auto& connections = *static_cast<Connections*>(self);
+    auto& exchange = *static_cast<Exchange*>(*request);
+    receivingHead = nullptr;
+    if (exchange.hasBegun()) return connections.receive(connection, data, size, exchange);
+    return connections.begin(connection, receivedHead(connection, url, method, version), exchange);
 }
 
-MHD_Result HttpServer::Connections::handle(MHD_Connection* connection, const char* method, const char* data,
-                                           std::size_t* size, Exchange& exchange)
+MHD_Result HttpServer::Connections::begin(MHD_Connection* connection, RequestHead head, Exchange& exchange)
 {
-    if (!exchange.hasBegun()) {
-        const bool early = exchange.begin(method, headersOf(connection));
-        return early ? send(connection, exchange.finish(), true) : MHD_YES;
-    }
-    if (*size > 0) {
-        exchange.receive(data, *size);
-        *size = 0;
+    const Busy busy(table, descriptorOf(connection));
+    switch (exchange.begin(std::move(head))) {
+    case Exchange::Body::wanted:
+        table.enter(busy.fd, ConnectionTable::Phase::upload);
         return MHD_YES;
+    case Exchange::Body::refused:
+        table.enter(busy.fd, ConnectionTable::Phase::refused);
+        return MHD_YES;
+    case Exchange::Body::ignored:
+        break;
     }
-    return send(connection, exchange.finish(), draining);
+    table.enter(busy.fd, ConnectionTable::Phase::download);
+    return send(connection, exchange.finish(), true);
 }
 
-void HttpServer::Connections::onRequestEnded(void* self, MHD_Connection*, void** exchange,
+MHD_Result HttpServer::Connections::receive(MHD_Connection* connection, const char* data, std::size_t* size,
+                                            Exchange& exchange)
+{
+    const Busy busy(table, descriptorOf(connection));
+    if (*size > 0) {
+        const bool more = exchange.receive(data, *size);
+        *size = 0;
+        return more ? MHD_YES : MHD_NO;
+    }
+    table.enter(busy.fd, ConnectionTable::Phase::download);
+    auto reply = exchange.finish();
+    holdBack(exchange.delay());
+    return send(connection, std::move(reply), draining);
+}
+
+/// On the connection's own thread, so that it holds up nobody else.
+void HttpServer::Connections::holdBack(std::chrono::milliseconds delay)
+{
+    if (delay.count() == 0) return;
+    std::unique_lock lock(mutex);
+    ending.wait_for(lock, delay, [&] { return draining.load(); });
+}
+
+void HttpServer::Connections::onRequestEnded(void* self, MHD_Connection* connection, void** exchange,
                                              MHD_RequestTerminationCode)
 {
     if (*exchange == nullptr) return;
     delete static_cast<Exchange*>(std::exchange(*exchange, nullptr));
+    receivingHead = nullptr;
     auto& connections = *static_cast<Connections*>(self);
+    connections.table.enter(descriptorOf(connection), ConnectionTable::Phase::head);
     const std::lock_guard lock(connections.mutex);
     --connections.underWay;
     connections.answered.notify_all();
+}
+
+void HttpServer::Connections::onConnection(void* self, MHD_Connection* connection, void**,
+                                           MHD_ConnectionNotificationCode what)
+{
+    // Called before the library closes the descriptor, so that the table never shuts down another's.
+    if (what == MHD_CONNECTION_NOTIFY_CLOSED)
+        static_cast<Connections*>(self)->table.remove(descriptorOf(connection));
 }
 
 void HttpServer::Connections::onComplaint(void* self, const char* format, va_list arguments)
@@ -178,62 +272,75 @@ void HttpServer::Connections::onComplaint(void* self, const char* format, va_lis
     auto& connections = *static_cast<Connections*>(self);
     const std::lock_guard lock(connections.mutex);
     connections.complaint = text.data();
+    // A whole head that was not handed over has a length that the library does not understand. Its own reply to
+    // that comes with two heads, so it is forestalled.
+    if (receivingHead == nullptr) return;
+    if (MHD_get_connection_info(receivingHead, MHD_CONNECTION_INFO_REQUEST_HEADER_SIZE) != nullptr)
+        refuseLength(std::exchange(receivingHead, nullptr));
 }
 
 void HttpServer::Connections::start(const ServerOptions& options)
 {
     DaemonOptions daemonOptions;
-    daemonOptions.add(MHD_OPTION_LISTEN_SOCKET, options.listenSocket);
     daemonOptions.addCallback(MHD_OPTION_URI_LOG_CALLBACK, &onRequestLine, this);
     daemonOptions.addCallback(MHD_OPTION_UNESCAPE_CALLBACK, &leaveEncoded, nullptr);
     daemonOptions.addCallback(MHD_OPTION_NOTIFY_COMPLETED, &onRequestEnded, this);
-    daemonOptions.add(MHD_OPTION_STRICT_FOR_CLIENT, 1);
-    daemonOptions.add(MHD_OPTION_CONNECTION_LIMIT, options.maxConnections);
+    daemonOptions.addCallback(MHD_OPTION_NOTIFY_CONNECTION, &onConnection, this);
+    // Not reached: the table holds the limit, but does not count those that it has shut down.
+    daemonOptions.add(MHD_OPTION_CONNECTION_LIMIT, static_cast<intptr_t>(2 * options.limits.connections));
     daemonOptions.add(MHD_OPTION_CONNECTION_MEMORY_LIMIT, connectionMemory);
     daemonOptions.add(MHD_OPTION_THREAD_STACK_SIZE, threadStack);
     daemonOptions.add(MHD_OPTION_CONNECTION_TIMEOUT, options.idleTimeout.count());
-
     const bool tls = !options.tlsCertificate.empty();
     if (tls) {
         daemonOptions.addText(MHD_OPTION_HTTPS_MEM_CERT, options.tlsCertificate);
         daemonOptions.addText(MHD_OPTION_HTTPS_MEM_KEY, options.tlsKey);
+        daemonOptions.addText(MHD_OPTION_HTTPS_PRIORITIES, tlsPriorities);
     }
     // A request may wait for disk, database or a lock: with a thread per connection it holds up no other one.
+    // The library does not listen itself, because it accepts nobody when it is full.
     unsigned flags = MHD_USE_THREAD_PER_CONNECTION | MHD_USE_INTERNAL_POLLING_THREAD | MHD_USE_POLL |
-                     MHD_USE_ITC | MHD_USE_ERROR_LOG;
+                     MHD_USE_NO_LISTEN_SOCKET | MHD_USE_ITC | MHD_USE_ERROR_LOG;
     if (tls) flags |= MHD_USE_TLS;
-    if (options.ipv6) flags |= MHD_USE_IPv6;
     daemon =
         MHD_start_daemon(flags, 0, nullptr, nullptr, &onRequest, this, MHD_OPTION_EXTERNAL_LOGGER,
                          &onComplaint, this, MHD_OPTION_ARRAY, daemonOptions.terminated(), MHD_OPTION_END);
-    if (daemon != nullptr) return;
-    complaint.erase(complaint.find_last_not_of('\n') + 1);
-    throw std::runtime_error(
-        "The HTTP server did not start: " + complaint +
-        (tls ? " Check that certificate and key are PEM files and belong together." : ""));
+    if (daemon == nullptr) {
+        complaint.erase(complaint.find_last_not_of('\n') + 1);
+        throw std::runtime_error(
+            "The HTTP server did not start: " + complaint +
+            (tls ? " Check that certificate and key are PEM files and belong together." : ""));
+    }
+    acceptor = std::make_unique<Acceptor>(options.listenSocket, table,
+                                          [this](int fd, const sockaddr_storage& address, socklen_t size) {
+                                              return handOver(fd, address, size);
+                                          });
+}
+
+bool HttpServer::Connections::handOver(int fd, const sockaddr_storage& address, socklen_t size)
+{
+    return MHD_add_connection(daemon, fd, reinterpret_cast<const sockaddr*>(&address), size) == MHD_YES;
 }
 
 void HttpServer::Connections::drain(std::chrono::milliseconds limit)
 {
-    draining = true;
-    // Event threads may still look at the socket for a moment, so it refuses connections now and is closed
-    // last.
-    quiesced = MHD_quiesce_daemon(daemon);
-    if (quiesced != MHD_INVALID_SOCKET) ::shutdown(quiesced, SHUT_RDWR);
+    acceptor->stop();
     std::unique_lock lock(mutex);
+    draining = true;
+    ending.notify_all();
     answered.wait_for(lock, limit, [&] { return underWay == 0; });
 }
 
 HttpServer::HttpServer(const ServerOptions& options, Site& site)
-    : connections(std::make_unique<Connections>(site))
+    : connections(std::make_unique<Connections>(site, options.limits))
 {
     connections->start(options);
 }
 
 HttpServer::~HttpServer()
 {
+    drain(std::chrono::milliseconds(0));
     MHD_stop_daemon(connections->daemon);
-    if (connections->quiesced >= 0) ::close(connections->quiesced);
 }
 
 void HttpServer::drain(std::chrono::milliseconds limit)

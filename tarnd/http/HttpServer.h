@@ -1,5 +1,6 @@
 #pragma once
 
+#include "tarnd/http/ConnectionTable.h"
 #include "tarnd/http/Exchange.h"
 
 #include <chrono>
@@ -9,9 +10,8 @@
 namespace tarnd {
 
 struct ServerOptions {
-    int listenSocket = -1;          ///< listening; the server closes it
-    bool ipv6 = false;              ///< the family of that socket
-    unsigned maxConnections = 1000; ///< each has a thread, so that none waits for the storage but its own
+    int listenSocket = -1; ///< listening and non-blocking; the server closes it
+    ConnectionLimits limits;
     std::chrono::seconds idleTimeout{60}; ///< a connection on which nothing moves for so long is closed
     std::string tlsCertificate;           ///< PEM; empty: plain HTTP
     std::string tlsKey;                   ///< PEM

@@ -1,11 +1,18 @@
 #include "tarnd/http/Parameters.h"
 
 #include "tarnd/http/PercentEncoding.h"
+#include "tarnd/http/PlainText.h"
 #include "tarnd/http/Sentences.h"
 
 #include <charconv>
 
 namespace tarnd {
+
+namespace {
+
+constexpr std::size_t parameterLimit = 100; // ten times what any request of the interface has
+
+} // namespace
 
 Parameters::Parameters(std::string_view query)
 {
@@ -18,7 +25,8 @@ Parameters::Parameters(std::string_view query)
         auto value =
             equals == std::string_view::npos ? std::string() : percentDecode(pair.substr(equals + 1));
         const auto [place, inserted] = values.emplace(std::move(name), std::move(value));
-        if (!inserted) throw sentences::repeatedParameter(place->first);
+        if (values.size() > parameterLimit) throw sentences::tooManyParameters();
+        if (!inserted) throw sentences::repeatedParameter(plainText(place->first));
     }
 }
 

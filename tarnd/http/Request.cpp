@@ -12,6 +12,11 @@ namespace {
 
 constexpr std::size_t headersLimit = 32 * 1024; // of names and values, target included
 
+bool isControl(char c)
+{
+    return (c >= 0 && c < 0x20 && c != '\t') || c == 0x7f;
+}
+
 bool sameName(std::string_view a, std::string_view b)
 {
     return a.size() == b.size() && strncasecmp(a.data(), b.data(), a.size()) == 0;
@@ -39,7 +44,10 @@ void checkHeaders(std::string_view target, const Headers& headers)
         size += name.size() + value.size();
         // "Content-Length : 3" is a length to some readers and an unknown header to others.
         if (name.find_first_of(" \t") != std::string::npos) throw sentences::badHeader();
+        if (std::any_of(value.begin(), value.end(), isControl)) throw sentences::controlInHeader();
     }
+    // Two of them lead a proxy in front to one host and the service behind it to another.
+    if (valuesOf(headers, "Host").size() > 1) throw sentences::repeatedHeader("Host");
     if (size > headersLimit) throw sentences::headersTooLarge();
 }
 
@@ -89,6 +97,12 @@ Request::Request(std::string method, std::string_view target, Headers given)
 std::string Request::header(std::string_view name) const
 {
     return std::string(onlyValue(headers, name));
+}
+
+void requireHost(const RequestHead& head)
+{
+    if (head.version == "HTTP/1.1" && valuesOf(head.headers, "Host").empty())
+        throw sentences::missingHeader("Host");
 }
 
 bool waitsForContinue(const Headers& headers)

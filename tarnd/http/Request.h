@@ -14,6 +14,14 @@ namespace tarnd {
 /// Header fields in the order they came.
 using Headers = std::vector<std::pair<std::string, std::string>>;
 
+/// What a client sent before the body, request line included save its target.
+struct RequestHead {
+    std::string method;
+    std::string version;    ///< "HTTP/1.1"
+    std::size_t targetSize; ///< bytes between those two; more than the target has when it holds a NUL
+    Headers headers;
+};
+
 /// The head of one HTTP request, checked for all that would make its end or its meaning ambiguous.
 class Request {
 public:
@@ -43,6 +51,9 @@ private:
     Headers headers;
     std::optional<std::uint64_t> announcedLength;
 };
+
+/// @throws ServiceError badRequest when HTTP/1.1 demands a header that is not there
+void requireHost(const RequestHead& head);
 
 /// The client holds its body back until it is told to go on ("Expect: 100-continue").
 bool waitsForContinue(const Headers& headers);

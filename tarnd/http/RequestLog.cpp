@@ -1,25 +1,18 @@
 #include "tarnd/http/RequestLog.h"
 
+#include "tarnd/http/PlainText.h"
+
 #include <cstdio>
 
 namespace tarnd {
 
 namespace {
 
-/// A client decides on these bytes: none of them may forge a line or steer a terminal.
-std::string printable(std::string_view text)
-{
-    std::string shown;
-    for (const char c : text)
-        shown += c > 0x20 && c < 0x7f ? c : '?';
-    return shown;
-}
-
 std::string lineOf(std::string_view method, std::string_view target)
 {
     const auto path = target.substr(0, target.find('?'));
     constexpr std::string_view secret = "/public/";
-    return printable(method) + " " + (path.starts_with(secret) ? "/public/..." : printable(path));
+    return plainText(method) + " " + (path.starts_with(secret) ? "/public/..." : plainText(path));
 }
 
 } // namespace

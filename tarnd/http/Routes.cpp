@@ -1,6 +1,7 @@
 #include "tarnd/http/Routes.h"
 
 #include "tarnd/http/Handlers.h"
+#include "tarnd/http/PlainText.h"
 #include "tarnd/http/Sentences.h"
 
 namespace tarnd {
@@ -56,7 +57,7 @@ const Route& routeOf(const Request& request)
         if (route.method == request.method()) return route;
         known = true;
     }
-    if (known) throw sentences::wrongMethod(request.method());
+    if (known) throw sentences::wrongMethod(plainText(request.method()));
     throw sentences::unknownRoute();
 }
 

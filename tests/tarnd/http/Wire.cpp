@@ -32,10 +32,12 @@ void parseHead(std::string_view head, WireReply& reply)
 
 } // namespace
 
-Wire::Wire(std::uint16_t port) : fd(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0))
+Wire::Wire(std::uint16_t port, const std::string& from) : fd(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0))
 {
     sockaddr_in address{};
     address.sin_family = AF_INET;
+    address.sin_addr.s_addr = inet_addr(from.c_str());
+    bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address);
     address.sin_port = htons(port);
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     if (connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {

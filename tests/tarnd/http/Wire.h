@@ -19,7 +19,8 @@ struct WireReply {
 /// bounded.
 class Wire {
 public:
-    explicit Wire(std::uint16_t port);
+    /// @param from the loopback address that the service is to see
+    explicit Wire(std::uint16_t port, const std::string& from = "127.0.0.1");
     ~Wire();
     Wire(const Wire&) = delete;
     Wire& operator=(const Wire&) = delete;

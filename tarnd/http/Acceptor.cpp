@@ -1,0 +1,79 @@
+#include "tarnd/http/Acceptor.h"
+
+#include <cerrno>
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <unistd.h>
+#include <utility>
+
+namespace tarnd {
+
+namespace {
+
+constexpr std::chrono::milliseconds tick{250};
+
+} // namespace
+
+Acceptor::Acceptor(int theListenSocket, ConnectionTable& theTable, HandOver theHandOver)
+    : listenSocket(theListenSocket)
+    , wakeUp(eventfd(0, EFD_CLOEXEC))
+    , table(theTable)
+    , handOver(std::move(theHandOver))
+    , thread([this] { run(); })
+{
+}
+
+Acceptor::~Acceptor()
+{
+    stop();
+    close(wakeUp);
+}
+
+void Acceptor::stop()
+{
+    if (!thread.joinable()) return;
+    stopping = true;
+    eventfd_write(wakeUp, 1);
+    thread.join();
+    close(listenSocket);
+}
+
+void Acceptor::run()
+{
+    bool full = false;
+    auto lastTick = std::chrono::steady_clock::now();
+    while (!stopping) {
+        waitForWork(full);
+        full = !acceptAll();
+        if (std::chrono::steady_clock::now() - lastTick < tick) continue;
+        lastTick = std::chrono::steady_clock::now();
+        table.sweep();
+    }
+}
+
+/// Without connections there is nothing to sweep, and an idle service must not keep waking the machine.
+void Acceptor::waitForWork(bool full)
+{
+    pollfd waiting[] = {{wakeUp, POLLIN, 0}, {listenSocket, POLLIN, 0}};
+    poll(waiting, full ? 1 : 2, table.isEmpty() ? -1 : static_cast<int>(tick.count()));
+}
+
+bool Acceptor::acceptAll()
+{
+    while (!stopping) {
+        // Those who knock wait in the kernel's queue: better late than refused.
+        if (!table.makeRoom()) return false;
+        sockaddr_storage address{};
+        socklen_t size = sizeof address;
+        const int fd =
+            accept4(listenSocket, reinterpret_cast<sockaddr*>(&address), &size, SOCK_NONBLOCK | SOCK_CLOEXEC);
+        if (fd < 0) return errno == EAGAIN || errno == EINTR || errno == ECONNABORTED;
+        if (!table.admit(fd, clientAddressOf(address)))
+            close(fd);
+        else if (!handOver(fd, address, size))
+            table.remove(fd);
+    }
+    return true;
+}
+
+} // namespace tarnd
