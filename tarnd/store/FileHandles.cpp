@@ -34,14 +34,20 @@ std::string insertHandle(Transaction& transaction, const Caller& caller, const H
     return id;
 }
 
-/// Reads the handle and ends it.
-Handle takeHandle(Transaction& transaction, const Caller& caller, const std::string& id)
+Handle handleById(Transaction& transaction, const Caller& caller, const std::string& id)
 {
     const auto found = transaction.record(handleColumns, "FROM handles WHERE id = $1 AND session = $2", id,
                                           caller.sessionKey);
     if (!found) throw sentences::unknownHandle();
-    transaction.run("DELETE FROM handles WHERE id = $1", id);
     return *found;
+}
+
+/// Reads the handle and ends it.
+Handle takeHandle(Transaction& transaction, const Caller& caller, const std::string& id)
+{
+    auto handle = handleById(transaction, caller, id);
+    transaction.run("DELETE FROM handles WHERE id = $1", id);
+    return handle;
 }
 
 Slot slotOf(Transaction& transaction, const Handle& handle)
@@ -90,14 +96,27 @@ OpenHandle FileHandles::openReadWrite(const Caller& caller, const Location& loca
 void FileHandles::close(const Caller& caller, const std::string& handleId, CloseOperation operation,
                         bool createNewVersion)
 {
-    const auto handle = engine.database.write(
-        [&](Transaction& transaction) { return takeHandle(transaction, caller, handleId); });
-    if (operation == CloseOperation::abort || !handle.changes) return;
+    const auto take = [&](Transaction& transaction) { return takeHandle(transaction, caller, handleId); };
+    const bool makesVisible =
+        operation == CloseOperation::commit && engine.database.read([&](Transaction& transaction) {
+            return handleById(transaction, caller, handleId).changes;
+        });
+    if (!makesVisible) {
+        engine.database.write(take);
+        return;
+    }
     ContentWriter empty(engine.contents);
-    enterContent(engine, empty, [&](Transaction& transaction, const StoredContent& content, auto& dropped) {
-        return writeFile(transaction, slotOf(transaction, handle), content, createNewVersion, engine.clock(),
-                         dropped);
-    });
+    try {
+        // The handle ends in the transaction that makes its file visible: a crash leaves both or neither.
+        enterContent(engine, empty,
+                     [&](Transaction& transaction, const StoredContent& content, auto& dropped) {
+                         return writeFile(transaction, slotOf(transaction, take(transaction)), content,
+                                          createNewVersion, engine.clock(), dropped);
+                     });
+    } catch (const ServiceError& error) {
+        if (error.kind() == ServiceError::Kind::conflict) engine.database.write(take);
+        throw;
+    }
 }
 
 } // namespace tarnd

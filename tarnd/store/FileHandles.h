@@ -33,8 +33,8 @@ public:
 
     enum class CloseOperation { commit, abort };
 
-    /// Ends the handle. A commit that fails (the name was taken meanwhile, say) ends it too and changes
-    /// nothing. `createNewVersion` tells how a truncation is kept; it means nothing for a file that the
+    /// Ends the handle. A commit that the tree is against (the name was taken meanwhile, say) ends it too and
+    /// changes nothing; one that the storage fails leaves it. `createNewVersion` tells how a truncation is kept; it means nothing for a file that the
     /// handle creates.
     /// @throws ServiceError badRequest for a handle that this session does not have; otherwise as
     /// Upload::commit
