@@ -97,6 +97,7 @@ void serve(const ServeOptions& options)
     Site site{store, publicUrl, options.maxFileSize, RequestLog(options.verbose)};
     serverOptions.listenSocket = socket.release();
     HttpServer server(serverOptions, site);
+    store.announce(url); // first: whoever reads the line below may look for it
     std::printf("{\"url\":\"%s\"}\n", url.c_str());
     std::fflush(stdout);
 

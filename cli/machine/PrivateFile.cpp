@@ -1,12 +1,12 @@
 #include "cli/machine/PrivateFile.h"
 
+#include "cli/machine/FileDescriptor.h"
 #include "cli/machine/SystemError.h"
 #include "cli/terminal/Failure.h"
 #include "cli/terminal/Text.h"
 
 #include <cerrno>
 #include <fcntl.h>
-#include <sys/file.h>
 #include <sys/stat.h>
 
 namespace tarncli {
@@ -78,16 +78,6 @@ std::optional<std::string> readPrivateFile(const fs::path& file)
         if (count == 0) return text;
         text.append(buffer, static_cast<std::size_t>(count));
     }
-}
-
-FileDescriptor lockFile(const fs::path& file)
-{
-    makePrivateFolder(file.parent_path());
-    FileDescriptor fd(::open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
-    if (!fd) throwErrno("Could not open", file);
-    while (::flock(fd.get(), LOCK_EX) != 0)
-        if (errno != EINTR) throwErrno("Could not lock", file);
-    return fd;
 }
 
 } // namespace tarncli

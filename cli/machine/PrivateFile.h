@@ -1,7 +1,5 @@
 #pragma once
 
-#include "cli/machine/FileDescriptor.h"
-
 #include <filesystem>
 #include <optional>
 #include <string>
@@ -19,10 +17,5 @@ std::optional<std::string> readPrivateFile(const std::filesystem::path& file);
 
 /// Makes a folder (0700) with all above it. @throws Failure
 void makePrivateFolder(const std::filesystem::path& folder);
-
-/// Waits for the exclusive lock on `file`, which is made when missing; it is held until the descriptor is
-/// closed.
-/// @throws Failure
-FileDescriptor lockFile(const std::filesystem::path& file);
 
 } // namespace tarncli

@@ -134,24 +134,6 @@ std::string readLine(const FileDescriptor& stream, std::chrono::seconds limit)
     }
 }
 
-std::string startTime(pid_t pid)
-{
-    if (pid <= 0) return {};
-    std::ifstream file("/proc/" + std::to_string(pid) + "/stat");
-    std::string text;
-    std::getline(file, text);
-    // The second field is the program's name in parentheses, which may hold anything; the state follows it.
-    const auto nameEnd = text.rfind(')');
-    if (nameEnd == std::string::npos) return {};
-    std::istringstream fields(text.substr(nameEnd + 1));
-    std::string field;
-    fields >> field;
-    if (field == "Z" || field == "X") return {};
-    for (int i = 3; i < 22; ++i)
-        fields >> field;
-    return field;
-}
-
 void end(pid_t pid, std::chrono::seconds limit)
 {
     kill(pid, SIGTERM);

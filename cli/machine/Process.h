@@ -8,7 +8,7 @@
 #include <sys/types.h>
 #include <vector>
 
-/// Other programs: starting them, and telling whether they still run.
+/// Other programs: finding, starting and ending them.
 namespace tarncli::process {
 
 /// The program beside the running one, else the first on PATH; empty when there is none.
@@ -33,10 +33,6 @@ Detached startDetached(const std::vector<std::string>& commandLine, const std::f
 
 /// The first line that arrives; empty when the stream ends or `limit` passes before there is one.
 std::string readLine(const FileDescriptor& stream, std::chrono::seconds limit);
-
-/// When the process began, in clock ticks since the machine started; empty when it does not run. Together
-/// with the id it tells a process from a later one that got the same id.
-std::string startTime(pid_t pid);
 
 /// SIGTERM, and SIGKILL when that does not help within `limit`. Returns once the process is gone.
 void end(pid_t pid, std::chrono::seconds limit);

@@ -42,10 +42,10 @@ Connection::Connection(const ConnectionOptions& options, Output& output)
 void Connection::startLocalStore(Output& output)
 {
     LocalStore store;
-    const auto running = store.ensureRunning([&](const std::string& text) { output.message(text); });
-    endpoint = running.url;
-    service.user = running.user;
-    localToken = running.token;
+    const auto access = store.ensureRunning([&](const std::string& text) { output.message(text); });
+    endpoint = access.url;
+    service.user = access.user;
+    localToken = access.token;
 }
 
 Failure Connection::notLoggedIn(const std::string& why) const

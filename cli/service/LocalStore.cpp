@@ -1,18 +1,20 @@
 #include "cli/service/LocalStore.h"
 
 #include "cli/machine/Environment.h"
+#include "cli/machine/FileLock.h"
 #include "cli/machine/PrivateFile.h"
 #include "cli/machine/Process.h"
 #include "cli/machine/UserFolders.h"
 #include "cli/terminal/Failure.h"
-#include "cli/terminal/Interrupts.h"
 #include "cli/terminal/Text.h"
 
 #include <arpa/inet.h>
 #include <fstream>
 #include <netinet/in.h>
 #include <nlohmann/json.hpp>
+#include <poll.h>
 #include <sys/socket.h>
+#include <thread>
 
 namespace tarncli {
 
@@ -23,18 +25,31 @@ namespace fs = std::filesystem;
 
 constexpr auto startLimit = 30s;
 constexpr auto stopLimit = 15s;
+constexpr auto answerLimit = 2s;
+constexpr auto lookInterval = 10ms;
 constexpr std::uintmax_t logLimit = 1 << 20; // bytes; a longer log starts anew with the next start
 
-bool answers(const std::string& url)
+constexpr std::string_view urlStart = "http://127.0.0.1:";
+constexpr std::string_view question =
+    "GET /service/v1/ping HTTP/1.1\r\nHost: 127.0.0.1\r\nConnection: close\r\n\r\n";
+
+/// Whether a service answers there, whatever it says. That a connection is accepted does not tell it: the kernel goes
+/// on accepting for a process that is being killed.
+bool answersAt(const std::string& url)
 {
+    if (!url.starts_with(urlStart)) return false;
     sockaddr_in address{};
     address.sin_family = AF_INET;
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    const auto colon = url.rfind(':');
-    if (colon == std::string::npos) return false;
-    address.sin_port = htons(static_cast<std::uint16_t>(std::strtoul(url.c_str() + colon + 1, nullptr, 10)));
+    address.sin_port = htons(static_cast<std::uint16_t>(std::strtoul(&url[urlStart.size()], nullptr, 10)));
     const FileDescriptor socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    return ::connect(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
+    if (::connect(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
+        ::send(socket.get(), question.data(), question.size(), MSG_NOSIGNAL) < 0)
+        return false;
+    pollfd waiting{socket.get(), POLLIN, 0};
+    char first = 0;
+    return ::poll(&waiting, 1, std::chrono::milliseconds(answerLimit).count()) > 0 &&
+           ::recv(socket.get(), &first, 1, 0) == 1;
 }
 
 std::string lastLine(const fs::path& log)
@@ -56,116 +71,107 @@ fs::path tarnd()
     return program;
 }
 
+nlohmann::json readJson(const fs::path& file)
+{
+    const auto text = readPrivateFile(file);
+    auto json = nlohmann::json::parse(text.value_or(""), nullptr, false);
+    return json.is_object() ? json : nlohmann::json::object();
+}
+
 } // namespace
 
-struct LocalStore::Record {
+struct LocalStore::Account {
     std::string user;
     std::string token;
-    std::string url; ///< empty: it was being started when this was written
-    pid_t pid = 0;
-    std::string startTime;
-
-    bool hasProcess() const { return pid > 0 && !startTime.empty() && process::startTime(pid) == startTime; }
-
-    bool isRunning() const { return !url.empty() && hasProcess() && answers(url); }
-
-    Running running() const { return {url, pid, user, token}; }
 };
 
 LocalStore::LocalStore() : data(folders::data()) {}
 
-std::optional<LocalStore::Record> LocalStore::readRecord() const
+std::optional<LocalStore::Account> LocalStore::readAccount() const
 {
-    const auto text = readPrivateFile(data / "local.json");
-    if (!text) return {};
-    const auto json = nlohmann::json::parse(*text, nullptr, false);
-    if (!json.is_object()) return Record{};
-    return Record{json.value("user", ""), json.value("token", ""), json.value("url", ""),
-                  json.value("pid", 0), json.value("startTime", "")};
+    const auto json = readJson(data / "local.json");
+    Account account{json.value("user", ""), json.value("token", "")};
+    if (account.token.empty()) return {};
+    return account;
 }
 
-void LocalStore::writeRecord(const Record& record) const
+std::optional<LocalStore::Server> LocalStore::server() const
 {
-    const nlohmann::json json{{"user", record.user},
-                              {"token", record.token},
-                              {"url", record.url},
-                              {"pid", record.pid},
-                              {"startTime", record.startTime}};
-    writePrivateFile(data / "local.json", json.dump(2) + "\n");
+    const auto owner = lockOwner(data / "lock");
+    if (!owner) return {};
+    Server found{*owner, "", false};
+    // Another id is that of a process from before: this one is still starting.
+    if (const auto told = readJson(data / "lock"); told.value("pid", 0) == *owner)
+        found.url = told.value("url", "");
+    found.answers = answersAt(found.url);
+    return found;
 }
 
-std::optional<LocalStore::Running> LocalStore::running() const
+LocalStore::Access LocalStore::ensureRunning(const std::function<void(const std::string&)>& told)
 {
-    const auto record = readRecord();
-    if (!record || !record->isRunning()) return {};
-    return record->running();
-}
+    const auto account = readAccount();
+    auto found = server();
+    if (account && found && found->answers) return {found->url, account->user, account->token};
 
-LocalStore::Running LocalStore::ensureRunning(const std::function<void(const std::string&)>& told)
-{
-    if (auto found = running()) return *found;
     const auto lock = lockFile(data / "local.lock");
-    auto record = readRecord().value_or(Record{});
-    if (record.isRunning()) return record.running();
-    told("Starting the local store in " + data.string() + "; `tarn local stop` ends it.");
-    stopProcess(record);
-    if (record.token.empty()) makeUser(record);
-    start(record);
-    return record.running();
-}
-
-void LocalStore::makeUser(Record& record) const
-{
-    const auto program = tarnd();
-    const auto log = data / "tarnd.log";
-    record.user = loginName();
-    auto made = process::run({program, "user", "add", record.user, "--data", data}, log);
-    // The token of a user from before is not known any more: it gets a new one.
-    if (made.exitCode != 0)
-        made = process::run({program, "user", "rotate", record.user, "--data", data}, log);
-    if (made.exitCode != 0)
-        throw Failure(ExitCode::failure, "The local store could not be set up: " + escaped(lastLine(log)));
-    record.token = made.out.substr(0, made.out.find('\n'));
-    writeRecord(record);
-}
-
-void LocalStore::start(Record& record) const
-{
-    const auto log = data / "tarnd.log";
-    std::error_code ignored;
-    if (fs::file_size(log, ignored) > logLimit && !ignored) fs::resize_file(log, 0, ignored);
-    const auto started =
-        process::startDetached({tarnd(), "serve", "--data", data, "--listen", "127.0.0.1:0"}, log);
-    const InterruptGuard guard([pid = started.pid] { process::end(pid, 1s); });
-    record.pid = started.pid;
-    record.startTime = process::startTime(started.pid);
-    writeRecord(record); // so that whoever comes after a crash finds the process
-    const auto json = nlohmann::json::parse(process::readLine(started.out, startLimit), nullptr, false);
-    if (json.is_object()) record.url = json.value("url", "");
-    if (record.url.empty()) {
-        stopProcess(record);
-        throw Failure(ExitCode::failure, "The local store did not start: " + escaped(lastLine(log)) +
-                                             " (see " + escaped(log.string()) + ")");
+    const auto [user, token] = account ? *account : makeAccount();
+    const auto deadline = std::chrono::steady_clock::now() + startLimit;
+    while (found = server(), !found || !found->answers) {
+        if (std::chrono::steady_clock::now() > deadline)
+            throw Failure(ExitCode::unreachable,
+                          "The local store does not answer, but its data is in use by process " +
+                              std::to_string(found->pid) + "; `tarn local stop` ends it.");
+        if (!found) {
+            told("Starting the local store in " + escaped(data.string()) + "; `tarn local stop` ends it.");
+            start();
+        }
+        std::this_thread::sleep_for(lookInterval);
     }
-    writeRecord(record);
+    return {found->url, user, token};
 }
 
-void LocalStore::stopProcess(Record& record) const
+LocalStore::Account LocalStore::makeAccount() const
 {
-    if (record.hasProcess()) process::end(record.pid, stopLimit);
-    record.pid = 0;
-    record.url.clear();
-    record.startTime.clear();
+    if (auto made = readAccount()) return *made; // by who had the lock before
+    const auto program = tarnd();
+    const auto user = loginName();
+    auto added = process::run({program, "user", "add", user, "--data", data}, log());
+    // The token of a user from before is not known any more: it gets a new one.
+    if (added.exitCode != 0) added = process::run({program, "user", "rotate", user, "--data", data}, log());
+    if (added.exitCode != 0)
+        throw Failure(ExitCode::failure, "The local store could not be set up: " + escaped(lastLine(log())));
+    const auto token = added.out.substr(0, added.out.find('\n'));
+    const nlohmann::json json{{"user", user}, {"token", token}};
+    writePrivateFile(data / "local.json", json.dump(2) + "\n");
+    return {user, token};
+}
+
+/// Returns when the new process answers, or when another one holds the data. Nothing is undone when this program is
+/// interrupted meanwhile: the process goes on starting, and whoever needs it next finds it by its lock.
+void LocalStore::start() const
+{
+    std::error_code ignored;
+    if (fs::file_size(log(), ignored) > logLimit && !ignored) fs::resize_file(log(), 0, ignored);
+    const auto started =
+        process::startDetached({tarnd(), "serve", "--data", data, "--listen", "127.0.0.1:0"}, log());
+    if (!process::readLine(started.out, startLimit).empty()) return;
+    process::end(started.pid, stopLimit);
+    if (lockOwner(data / "lock")) return; // one that an interrupted command had started was faster
+    throw Failure(ExitCode::failure, "The local store did not start: " + escaped(lastLine(log())) + " (see " +
+                                         escaped(log().string()) + ")");
 }
 
 bool LocalStore::stop()
 {
-    if (!fs::exists(data / "local.json")) return false;
+    if (!fs::exists(data)) return false;
     const auto lock = lockFile(data / "local.lock");
-    auto record = readRecord();
-    if (!record || !record->hasProcess()) return false;
-    stopProcess(*record);
-    writeRecord(*record);
+    const auto owner = lockOwner(data / "lock");
+    if (!owner) return false;
+    if (*owner <= 0)
+        throw Failure(ExitCode::failure,
+                      "The local store in " + escaped(data.string()) +
+                          " is in use on another machine or in another container; stop it there.");
+    process::end(*owner, stopLimit);
     return true;
 }
 

@@ -8,25 +8,32 @@ namespace tarncli::verbs {
 
 namespace {
 
-void localStatus(const Invocation& invocation)
+std::string stateOf(const std::optional<LocalStore::Server>& server)
+{
+    if (!server) return "is not running";
+    const auto process = " (process " + std::to_string(server->pid) + ")";
+    return server->answers ? "answers at " + escaped(server->url) + process
+                           : "runs but does not answer" + process;
+}
+
+void showStatus(const Invocation& invocation)
 {
     const LocalStore store;
-    const auto running = store.running();
-    nlohmann::json document{{"running", running.has_value()}, {"data", store.dataFolder().string()}};
-    std::string text = "The local store in " + escaped(store.dataFolder().string()) + " is not running.\n";
-    if (running) {
-        document["url"] = running->url;
-        document["pid"] = running->pid;
-        document["user"] = running->user;
-        text = "The local store in " + escaped(store.dataFolder().string()) + " answers at " + running->url +
-               " (process " + std::to_string(running->pid) + ").\n";
+    const auto server = store.server();
+    nlohmann::json document{{"running", server.has_value()}, {"data", store.dataFolder().string()}};
+    if (server) {
+        document["answers"] = server->answers;
+        document["url"] = server->url;
+        document["pid"] = server->pid;
     }
-    invocation.out.result(text, document);
+    invocation.out.result("The local store in " + escaped(store.dataFolder().string()) + " " +
+                              stateOf(server) + ".\n",
+                          document);
 }
 
 void seeOrEnd(const Invocation& invocation, const std::string& action)
 {
-    if (action == "status") return localStatus(invocation);
+    if (action == "status") return showStatus(invocation);
     const bool stopped = LocalStore().stop();
     invocation.out.message(stopped ? "The local store has ended." : "The local store was not running.");
     invocation.out.result("", {{"stopped", stopped}});

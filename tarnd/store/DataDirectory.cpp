@@ -7,6 +7,7 @@
 
 #include <fcntl.h>
 #include <sys/file.h>
+#include <unistd.h>
 
 #include <fstream>
 #include <system_error>
@@ -33,6 +34,26 @@ DataDirectory::DataDirectory(fs::path path, Lock lock) : folder(std::move(path))
     if (!claim) throw systemError(folder / "lock");
     if (::flock(claim.get(), (lock == Lock::shared ? LOCK_SH : LOCK_EX) | LOCK_NB) != 0)
         throw sentences::dataInUse(folder);
+    if (lock == Lock::exclusive) identify();
+}
+
+/// flock() keeps others out but does not tell them whom they met. A record lock does: F_GETLK names its owner, and the
+/// kernel forgets it together with the process. Nothing depends on getting it.
+void DataDirectory::identify()
+{
+    struct flock whole {};
+
+    whole.l_type = F_WRLCK;
+    identified = ::fcntl(claim.get(), F_SETLK, &whole) == 0;
+}
+
+void DataDirectory::announce(const std::string& url) const
+{
+    if (!identified) return;
+    const auto text = "{\"pid\":" + std::to_string(::getpid()) + ",\"url\":\"" + url + "\"}\n";
+    // A full disk must not stop a start: who cannot write this is harder to find, and serves all the same.
+    if (::pwrite(claim.get(), text.data(), text.size(), 0) < 0) return;
+    [[maybe_unused]] const auto cut = ::ftruncate(claim.get(), static_cast<off_t>(text.size()));
 }
 
 std::optional<std::string> DataDirectory::storeId() const

@@ -13,7 +13,8 @@ class Database;
 
 /// The folder that `--data` names, and its claim on it:
 ///
-/// DIR/lock       locked while a process uses the directory; alone with SQLite, together with PostgreSQL
+/// DIR/lock       locked while a process uses the directory; alone with SQLite, together with PostgreSQL.
+///                Who holds it alone can be asked for (F_GETLK), and writes its process id and URL into it
 /// DIR/store-id   the id of the database that the contents belong to
 /// DIR/tarn.db    the SQLite database, unless it is elsewhere
 class DataDirectory {
@@ -32,15 +33,22 @@ public:
     /// @throws ServiceError conflict
     void join(Database& database, const ContentFolder& contents) const;
 
+    /// Writes into the lock file where this process can be reached: {"pid":1234,"url":"http://127.0.0.1:7070"}. Text
+    /// with another id than the lock's owner is that of a process from before. Does nothing where several share the
+    /// directory.
+    void announce(const std::string& url) const;
+
     /// Something was stored here before.
     bool hasData() const;
 
 private:
+    void identify();
     std::optional<std::string> storeId() const;
     void writeStoreId(const std::string& id) const;
 
     std::filesystem::path folder;
     UniqueFd claim;
+    bool identified = false; ///< alone, and known to F_GETLK
 };
 
 } // namespace tarnd

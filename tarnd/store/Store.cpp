@@ -128,4 +128,9 @@ FsckReport Store::fsck()
     return tarnd::fsck(parts->engine);
 }
 
+void Store::announce(const std::string& url) const
+{
+    parts->directory.announce(url);
+}
+
 } // namespace tarnd

@@ -60,6 +60,9 @@ public:
 
     FsckReport fsck();
 
+    /// Tells whoever finds the data directory in use where its server answers.
+    void announce(const std::string& url) const;
+
 private:
     struct Parts;
     std::unique_ptr<Parts> parts;

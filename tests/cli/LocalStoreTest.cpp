@@ -61,24 +61,36 @@ TEST(LocalStore, TenAtOnceStartOne)
     EXPECT_EQ(processesWith(shell.home()), 1);
 }
 
-TEST(LocalStore, StartsAnewAfterACrashAndASecondProcessOfTheSameNumber)
+TEST(LocalStore, StartsAnewAfterACrash)
 {
     Shell shell;
     ASSERT_EQ(shell.run("echo x | tarn put - /x").exitCode, 0);
     const pid_t pid = status(shell)["pid"];
-    kill(pid, SIGKILL);
+    kill(pid, SIGKILL); // and no wait: what is dying still accepts connections
     EXPECT_EQ(shell.tarn({"cat", "/x"}).out, "x\n");
     EXPECT_NE(status(shell)["pid"], pid);
 
     ASSERT_EQ(shell.tarn({"local", "stop"}).exitCode, 0);
-    const auto record = shell.home() / ".local/share/tarn/local.json";
-    std::ifstream file(record);
-    auto written = json::parse(file);
-    written["pid"] = getpid(); // lives, and is no tarnd
-    written["startTime"] = "1";
-    written["url"] = "http://127.0.0.1:1";
-    std::ofstream(record) << written.dump();
+    std::ofstream(shell.home() / ".local/share/tarn/lock")
+        << json{{"pid", getpid()}, {"url", "http://127.0.0.1:1"}}; // lives, and is not what held the lock
     EXPECT_EQ(shell.tarn({"cat", "/x"}).out, "x\n");
+}
+
+TEST(LocalStore, IsFoundByItsLockWhateverBecameOfWhoStartedIt)
+{
+    Shell shell;
+    ASSERT_EQ(shell.run("echo x | tarn put - /x").exitCode, 0);
+    const auto before = status(shell)["pid"];
+    fs::remove(shell.home() / ".local/share/tarn/local.json");
+    const auto found = shell.tarn({"cat", "/x"});
+    EXPECT_EQ(found.out, "x\n") << found.err;
+    EXPECT_EQ(status(shell)["pid"], before);
+
+    const auto interrupted =
+        shell.run("for after in 0.01 0.02 0.03 0.05 0.07 0.1 0.15; do tarn local stop; "
+                  "timeout -s INT $after tarn ls; tarn ls >ls || echo \"after $after\"; done");
+    EXPECT_EQ(interrupted.out, "") << interrupted.err;
+    EXPECT_EQ(processesWith(shell.home()), 1);
 }
 
 TEST(LocalStore, SaysWhyItDoesNotStart)

@@ -24,7 +24,7 @@ Shell::Shell()
 Shell::~Shell()
 {
     try {
-        if (fs::exists(home() / ".local/share/tarn/local.json")) tarn({"local", "stop"});
+        if (fs::exists(home() / ".local/share/tarn/lock")) tarn({"local", "stop"});
     } catch (const std::exception& error) {
         std::cerr << error.what() << "\n";
     }
