@@ -3,62 +3,89 @@
 #include "tarn/foundation/Promise.h"
 #include "tarnhost/DeliveryThreads.h"
 #include "tarnhost/HostErrors.h"
+#include "tarnhost/TransportError.h"
 
 #include <mutex>
 #include <stdexcept>
+#include <string_view>
 
 namespace connector::host {
 namespace {
 
 using Reply = std::unique_ptr<Message>;
 
-Future<Reply> refused(const std::string& text)
+TransportError hostStopped()
 {
-    return makeExceptionalFuture<Reply>(std::runtime_error(text));
+    return TransportError(TransportPhase::shutdown, "", "", errors::hostStopped);
 }
 
-/// Resolves `promise` with the outcome of `reply`, once there is one.
-void passOn(Future<Reply> reply, Promise<Reply> promise)
+bool isRefusal(const std::exception_ptr& failure)
 {
-    reply.then([to = std::move(promise)](Future<Reply>&& ready) mutable {
-        Reply value;
-        std::exception_ptr failure;
-        try {
-            value = ready.get();
-        } catch (...) {
-            failure = std::current_exception();
-        }
-        failure ? to.setException(std::move(failure)) : to.setValue(std::move(value));
-        return true;
-    });
+    try {
+        std::rethrow_exception(failure);
+    } catch (const std::runtime_error& error) {
+        return std::string_view(error.what()) == errors::notRunning;
+    } catch (...) {
+        return false;
+    }
 }
 
 // Exceptions are handed over after their catch has ended: the thread that receives one is then the last to
 // release it.
 
-/// One message on its way to its provider.
+/// One message on its way to its provider. Whatever becomes of it, its promise is kept.
 struct Delivery {
+    std::shared_ptr<Router> router;
     std::shared_ptr<ServiceProvider> provider;
     std::unique_ptr<Message> message;
     Address onward;
-    std::shared_ptr<Context> context;
     Promise<Reply> promise;
+    bool settled = false;
 
-    void operator()()
+    /// Jobs that come when the threads have ended go without having run.
+    ~Delivery()
+    {
+        if (!settled) promise.setException(std::make_exception_ptr(hostStopped()));
+    }
+
+    void run()
     {
         Future<Reply> reply;
         std::exception_ptr failure;
         try {
-            reply = provider->deliver(std::move(message), std::move(onward), std::move(context));
+            if (router->isClosed()) throw hostStopped();
+            reply = provider->deliver(std::move(message), std::move(onward), router);
             if (!reply.isValid()) throw std::runtime_error(errors::noFuture);
         } catch (...) {
             failure = std::current_exception();
         }
+        settled = true;
         if (failure) {
             promise.setException(std::move(failure));
         } else {
-            passOn(std::move(reply), std::move(promise));
+            passOn(std::move(reply));
         }
+    }
+
+    /// Resolves the promise with the outcome of `reply`, once there is one.
+    void passOn(Future<Reply> reply)
+    {
+        reply.then([to = std::move(promise), from = router](Future<Reply>&& ready) mutable {
+            Reply value;
+            std::exception_ptr failure;
+            try {
+                value = ready.get();
+            } catch (...) {
+                failure = std::current_exception();
+            }
+            // A provider that closing stopped just before the message came speaks of itself; the sender has to
+            // hear of the host.
+            if (failure && from->isClosed() && isRefusal(failure)) {
+                failure = std::make_exception_ptr(hostStopped());
+            }
+            failure ? to.setException(std::move(failure)) : to.setValue(std::move(value));
+            return true;
+        });
     }
 };
 
@@ -124,22 +151,32 @@ void Router::close() noexcept
         stopQuietly(*entry.provider);
 }
 
+bool Router::isClosed() const
+{
+    std::shared_lock lock(mutex);
+    return !threads;
+}
+
 Future<Reply> Router::send(std::unique_ptr<Message>&& message, Address&& to)
 {
     Entry found;
     std::shared_ptr<DeliveryThreads> pool;
     {
         std::shared_lock lock(mutex);
-        if (!threads) return refused(errors::hostStopped);
+        if (!threads) return makeExceptionalFuture<Reply>(hostStopped());
         auto entry = entries.find(to.getName());
-        if (entry == entries.end()) return refused(errors::noService(to.getName()));
+        if (entry == entries.end()) {
+            return makeExceptionalFuture<Reply>(std::runtime_error(errors::noService(to.getName())));
+        }
         found = entry->second;
         pool = threads;
     }
     Promise<Reply> promise;
     auto future = promise.getFuture();
-    pool->post(Delivery{std::move(found.provider), std::move(message), std::move(found.onward),
-                        shared_from_this(), std::move(promise)});
+    std::unique_ptr<Delivery> delivery(new Delivery{shared_from_this(), std::move(found.provider),
+                                                    std::move(message), std::move(found.onward),
+                                                    std::move(promise)});
+    pool->post([held = std::move(delivery)] { held->run(); });
     return future;
 }
 

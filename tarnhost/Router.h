@@ -32,15 +32,18 @@ public:
     /// @return whether there was one
     bool unregisterProvider(const Address& address);
 
-    /// Stops all providers and refuses every later message. The second call does nothing.
+    /// Stops all providers; every later message, and every earlier one that no provider has begun to handle,
+    /// fails as `send` says. The second call does nothing.
     void close() noexcept;
 
     /// Delivers `message` on a delivery thread and passes the provider's reply on.
     ///
     /// The future is resolved on the thread that resolves the provider's. It fails with what the provider
-    /// threw or replied; with std::runtime_error `No service is registered at "<address>".`; with
-    /// std::runtime_error "The host has been shut down." after `close`, these two before `send` returns.
+    /// threw or replied; before `send` returns with std::runtime_error `No service is registered at
+    /// "<address>".`; with TransportError, phase shutdown, "The host has been shut down." once closed.
     Future<std::unique_ptr<Message>> send(std::unique_ptr<Message>&& message, Address&& to) override;
+
+    bool isClosed() const;
 
     /// This router.
     std::shared_ptr<Context> getContext() override { return shared_from_this(); }

@@ -58,9 +58,9 @@ public:
     explicit TarnHost(Options options);
 
     /// Settles every request in flight, then ends: the router refuses new messages, the providers stop, the
-    /// HTTP client fails its exchanges (TransportError, phase shutdown), all continuations run, the threads
-    /// end, and the providers go, then the configuration. Futures, session and clients stay usable
-    /// afterwards: requests fail with "The host has been shut down.".
+    /// HTTP client fails its exchanges, all continuations run, the threads end, and the providers go, then the
+    /// configuration. Every request, queued, in flight or made afterwards, fails with TransportError, phase
+    /// shutdown, "The host has been shut down.".
     ///
     /// On a delivery thread, such as inside a continuation, this returns at once and the rest happens on a
     /// thread of its own, since a thread cannot wait for itself; it may then last beyond the end of main().

@@ -5,27 +5,28 @@
 namespace connector::host {
 namespace {
 
-const char* attempt(TransportPhase phase)
+std::string sentence(TransportPhase phase, const std::string& peer, const std::string& reason)
 {
     switch (phase) {
     case TransportPhase::prepare:
-        return "Could not prepare the request to ";
+        return "Could not prepare the request to " + peer + ": " + reason;
     case TransportPhase::connect:
-        return "Could not connect to ";
+        return "Could not connect to " + peer + ": " + reason;
     case TransportPhase::secure:
-        return "Could not make a secure connection to ";
-    case TransportPhase::exchange:
+        return "Could not make a secure connection to " + peer + ": " + reason;
     case TransportPhase::shutdown:
+        return reason; // wherever a request was when its host went, it fails with the same sentence
+    case TransportPhase::exchange:
         break;
     }
-    return "Could not complete the exchange with ";
+    return "Could not complete the exchange with " + peer + ": " + reason;
 }
 
 } // namespace
 
 TransportError::TransportError(TransportPhase phase, std::string url, const std::string& peer,
                                std::string reason, bool mayHaveHappened)
-    : std::runtime_error(attempt(phase) + peer + ": " + reason)
+    : std::runtime_error(sentence(phase, peer, reason))
     , failedPhase(phase)
     , failedUrl(std::move(url))
     , failedReason(std::move(reason))

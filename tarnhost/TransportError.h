@@ -13,12 +13,13 @@ enum class TransportPhase {
     connect,  ///< no connection: unknown host, refused, timed out
     secure,   ///< connected, but TLS failed: certificate not trusted, wrong host, no common cipher
     exchange, ///< broken while sending or receiving: whether the service acted on the request is unknown
-    shutdown, ///< the host was shut down meanwhile; as `exchange`
+    shutdown, ///< the host was shut down: before anything was sent, or as `exchange`
 };
 
 /// An HTTP request that got no complete reply.
 ///
-/// what() reads like "Could not connect to 127.0.0.1:7070: Connection refused".
+/// what() reads like "Could not connect to 127.0.0.1:7070: Connection refused"; for phase shutdown it is always
+/// "The host has been shut down.".
 class TARN_API TransportError : public std::runtime_error {
 public:
     /// @param url   without query, fragment and user information: it may be shown and logged

@@ -2,6 +2,7 @@
 
 #include "tarn/foundation/OneShotPublisher.h"
 #include "tarn/foundation/platform/HttpClientResponse.h"
+#include "tarnhost/HostErrors.h"
 #include "tarnhost/detail/RequestCheck.h"
 
 #include <algorithm>
@@ -32,6 +33,15 @@ HttpTransfer::HttpTransfer(const http::HttpClientRequest& request,
     , clock(*options)
     , reply(request.replyBody, *options)
 {
+}
+
+HttpTransfer::~HttpTransfer()
+{
+    if (settled) return;
+    try {
+        settle();
+    } catch (...) { // without memory for an outcome the promise still says that it was destroyed
+    }
 }
 
 template <class Value>
@@ -175,6 +185,7 @@ void HttpTransfer::close(CURLcode outcome)
         fail(errorOf(TransportPhase::exchange, "The connection was closed in the head of the reply."));
         return;
     }
+    complete = true;
     easy.reset();
 }
 
@@ -224,7 +235,9 @@ std::string HttpTransfer::reasonOf(CURLcode outcome) const
 
 void HttpTransfer::settle()
 {
+    settled = true;
     body = common::DataBuffer(); // here, since giving much memory back would hold up the I/O thread
+    if (!complete && !failure) failure = errorOf(TransportPhase::shutdown, errors::hostStopped);
     if (failure) {
         reply.takeContent();
         promise.setException(std::exchange(failure, nullptr));

@@ -29,13 +29,14 @@ struct TransferCounters {
 /// One HTTP exchange, from the request to the promise of its reply.
 ///
 /// Handed from thread to thread, never used by two at once: prepared and given its body on the requesting
-/// side, `open` to `close` on the I/O thread, `settle` on a delivery thread. A transfer that dies unsettled
-/// fails its future, as every promise does.
+/// side, `open` to `close` on the I/O thread, `settle` on a delivery thread. A transfer that dies unsettled,
+/// since the delivery threads have ended, is settled with what it has come to.
 class HttpTransfer {
 public:
     /// @throws TransportError, phase prepare, when the request cannot be sent as it is
     HttpTransfer(const http::HttpClientRequest& request, std::shared_ptr<const HttpOptions> options,
                  std::shared_ptr<TransferCounters> counters);
+    ~HttpTransfer();
     HttpTransfer(const HttpTransfer&) = delete;
     HttpTransfer& operator=(const HttpTransfer&) = delete;
 
@@ -64,7 +65,8 @@ public:
     /// Makes an error of this exchange for `fail`.
     std::exception_ptr errorOf(TransportPhase phase, std::string reason) const;
 
-    /// Resolves the future with the outcome. Runs its continuation.
+    /// Resolves the future with the outcome; without one, with that of a host that was shut down. Runs its
+    /// continuation.
     void settle();
 
 private:
@@ -111,6 +113,8 @@ private:
     ExchangeClock clock;
     IncomingReply reply;
     std::exception_ptr failure;
+    bool complete = false;
+    bool settled = false;
     Promise<std::unique_ptr<Message>> promise;
 };
 
