@@ -9,7 +9,9 @@
 #include <algorithm>
 #include <chrono>
 #include <condition_variable>
+#include <cstring>
 #include <mutex>
+#include <optional>
 #include <stdexcept>
 #include <thread>
 
@@ -17,214 +19,168 @@ namespace connector::host::test {
 namespace {
 
 using Connection = ScriptedHttpServer::Connection;
-
-/// The head with another framing in the place of its Content-Length: whole header lines, or none.
-std::string framed(const TrueReply& reply, const std::string& framing)
-{
-    std::string head = reply.head;
-    const auto from = head.find("Content-Length:");
-    head.replace(from, head.find("\r\n", from) + 2 - from, framing);
-    return head;
-}
-
-/// The true body behind a head with this framing.
-Fault framedAs(std::string name, Ending ending, std::string framing, std::string after = "")
-{
-    auto play = [=](Connection& connection, const TrueReply& reply) {
-        connection.send(framed(reply, framing) + reply.body + after);
-    };
-    return {std::move(name), ending, play};
-}
-
-/// The true body behind further headers and a Content-Length that is wrong by `difference`.
-Fault lengthOffBy(std::string name, Ending ending, int difference, std::string headers = "")
-{
-    auto play = [=](Connection& connection, const TrueReply& reply) {
-        const auto length = static_cast<int>(reply.body.size()) + difference;
-        connection.send(framed(reply, headers + "Content-Length: " + std::to_string(length) + "\r\n") +
-                        reply.body);
-    };
-    return {std::move(name), ending, play};
-}
-
-std::string hex(std::size_t number)
-{
-    char digits[32];
-    std::snprintf(digits, sizeof digits, "%zx", number);
-    return digits;
-}
-
-/// The true body as one chunk whose size line says `difference` more, and what comes after its bytes.
-Fault chunked(std::string name, Ending ending, std::size_t difference, std::string after)
-{
-    auto play = [=](Connection& connection, const TrueReply& reply) {
-        connection.send(framed(reply, "Transfer-Encoding: chunked\r\n") +
-                        hex(reply.body.size() + difference) + "\r\n" + reply.body + after);
-    };
-    return {std::move(name), ending, play};
-}
-
-/// Sends `bytes` again and again until the client has had enough.
-Fault endless(std::string name, std::string framing, bool afterHead, std::string bytes,
-              std::chrono::milliseconds pause = std::chrono::milliseconds(0))
-{
-    auto play = [=](Connection& connection, const TrueReply& reply) {
-        std::string head = framed(reply, framing);
-        if (!afterHead) head.resize(head.size() - 2);
-        connection.send(head);
-        while (connection.send(bytes))
-            std::this_thread::sleep_for(pause);
-    };
-    return {std::move(name), Ending::noReply, play};
-}
-
-Fault endlessInterim()
-{
-    return {"100 Continue without end", Ending::noReply, [](Connection& connection, const TrueReply&) {
-                while (connection.send("HTTP/1.1 100 Continue\r\n\r\n"))
-                    std::this_thread::sleep_for(std::chrono::milliseconds(1));
-            }};
-}
+using std::chrono::milliseconds;
 
 enum class Then { close, reset, hang };
 
-/// The part of head and body together, then no more.
-Fault after(std::string name, Ending ending, std::function<std::size_t(const TrueReply&)> part, Then then)
+/// A fault as data.
+struct Row {
+    std::string name;
+    Ending ending;
+    std::string bytes; ///< what is sent; see `filledIn`
+    Then then = Then::close;
+    std::string again = {}; ///< then sent again and again, until the client has had enough
+    milliseconds pause{0};
+    std::string text = {};
+};
+
+/// The true reply in the place of the words in braces: {all} of it or {half} its body, its {head} or {halfhead},
+/// {open} for the head before its empty line, {start} for that without its Content-Length, {body}, and the body's
+/// size as {size}, {less}, {more}, and hexadecimal as {hex} and {hexmore}.
+std::string filledIn(std::string bytes, const TrueReply& reply)
+{
+    auto hex = [](std::size_t number) {
+        char digits[32];
+        std::snprintf(digits, sizeof digits, "%zx", number);
+        return std::string(digits);
+    };
+    const std::size_t size = reply.body.size();
+    const std::string open = reply.head.substr(0, reply.head.size() - 2);
+    const auto length = open.find("Content-Length:");
+    const std::string start = std::string(open).erase(length, open.find("\r\n", length) + 2 - length);
+    const std::pair<const char*, std::string> words[] = {
+        {"{all}", reply.head + reply.body},
+        {"{half}", reply.head + reply.body.substr(0, size / 2)},
+        {"{head}", reply.head},
+        {"{halfhead}", open.substr(0, open.size() - 7)},
+        {"{open}", open},
+        {"{start}", start},
+        {"{body}", reply.body},
+        {"{size}", std::to_string(size)},
+        {"{less}", std::to_string(size - 1)},
+        {"{more}", std::to_string(size + 1)},
+        {"{hex}", hex(size)},
+        {"{hexmore}", hex(size + 1)},
+    };
+    for (const auto& [word, text] : words)
+        if (const auto at = bytes.find(word); at != std::string::npos)
+            bytes.replace(at, std::strlen(word), text);
+    return bytes;
+}
+
+/// @param upTo  no more than this many bytes of the true head are sent, and never its last
+Fault faultOf(Row row, std::optional<std::size_t> upTo = std::nullopt)
 {
     auto play = [=](Connection& connection, const TrueReply& reply) {
-        connection.send((reply.head + reply.body).substr(0, part(reply)));
-        if (then == Then::reset) connection.reset();
-        if (then == Then::hang) connection.stall();
+        std::string bytes = filledIn(row.bytes, reply);
+        if (upTo) bytes.resize(std::min(*upTo, reply.head.size() - 1));
+        connection.send(bytes);
+        while (!row.again.empty() && connection.send(row.again))
+            std::this_thread::sleep_for(row.pause);
+        if (row.then == Then::reset) connection.reset();
+        if (row.then == Then::hang) connection.stall();
     };
-    return {std::move(name), ending, play};
+    return {row.name, row.ending, play, row.text};
 }
 
-auto nothing()
+Row answering(const std::string& line, const std::string& body, std::string text,
+              const std::string& headers = "")
 {
-    return [](const TrueReply&) { return std::size_t{0}; };
-}
-
-auto headBut(std::size_t missing)
-{
-    return [=](const TrueReply& reply) { return reply.head.size() - missing; };
-}
-
-auto headAndPercent(std::size_t percent)
-{
-    return [=](const TrueReply& reply) { return reply.head.size() + reply.body.size() * percent / 100; };
-}
-
-auto headUpTo(std::size_t offset)
-{
-    return [=](const TrueReply& reply) { return std::min(offset, reply.head.size() - 1); };
-}
-
-/// These bytes and the close of the connection.
-Fault sends(std::string name, Ending ending, std::string bytes, std::string text = "")
-{
-    auto play = [=](Connection& connection, const TrueReply&) { connection.send(bytes); };
-    return {std::move(name), ending, play, std::move(text)};
-}
-
-/// These bytes before the true reply.
-Fault before(std::string name, std::string bytes)
-{
-    auto play = [=](Connection& connection, const TrueReply& reply) {
-        connection.send(bytes + reply.head + reply.body);
-    };
-    return {std::move(name), Ending::truth, play};
-}
-
-Fault status(const std::string& line, const std::string& body, std::string text,
-             const std::string& headers = "")
-{
-    return sends("status " + line, Ending::error,
-                 "HTTP/1.1 " + line + "\r\n" + headers + "Content-Length: " + std::to_string(body.size()) +
-                     "\r\n\r\n" + body,
-                 std::move(text));
+    return {"answers " + line,
+            Ending::error,
+            "HTTP/1.1 " + line + "\r\n" + headers + "Content-Length: " + std::to_string(body.size()) +
+                "\r\n\r\n" + body,
+            Then::close,
+            "",
+            milliseconds(0),
+            std::move(text)};
 }
 
 std::vector<Fault> makeFaults()
 {
-    using std::chrono::milliseconds;
     const std::string page = "<html><body><p>Welcome to our network<br></body></html>";
     const std::string xhtml =
         "<html xmlns=\"http://www.w3.org/1999/xhtml\"><body><p>Log in</p></body></html>";
     const std::string code = "<Error><code>No.</code></Error>";
-    std::vector<Fault> table = {
-        {"refuses", Ending::noConnection, nullptr, {}, Fault::Door::shut},
-        {"hangs at connect", Ending::noConnection, nullptr, {}, Fault::Door::stuck},
+    const std::string chunked = "{start}Transfer-Encoding: chunked\r\n\r\n";
+    const std::string goOn = "HTTP/1.1 100 Continue\r\n\r\n";
+    constexpr auto noReply = Ending::noReply;
+    constexpr auto truth = Ending::truth;
+    std::vector<Row> rows = {
+        {"hangs before the reply", noReply, "", Then::hang},
+        {"hangs in the head", noReply, "{halfhead}", Then::hang},
+        {"hangs before the empty line", noReply, "{open}", Then::hang},
+        {"hangs before the body", noReply, "{head}", Then::hang},
+        {"hangs in the body", noReply, "{half}", Then::hang},
+        {"closes before the body", noReply, "{head}"},
+        {"resets before the body", noReply, "{head}", Then::reset},
+        {"closes in the body", noReply, "{half}"},
+        {"resets in the body", noReply, "{half}", Then::reset},
+        {"closes after the body", truth, "{all}"},
+        {"resets after the body", truth, "{all}", Then::reset},
 
-        after("hangs before the reply", Ending::noReply, nothing(), Then::hang),
-        after("hangs in the head", Ending::noReply, headBut(9), Then::hang),
-        after("hangs before the empty line", Ending::noReply, headBut(2), Then::hang),
-        after("hangs before the body", Ending::noReply, headAndPercent(0), Then::hang),
-        after("hangs in the body", Ending::noReply, headAndPercent(50), Then::hang),
-        after("closes before the body", Ending::noReply, headAndPercent(0), Then::close),
-        after("resets before the body", Ending::noReply, headAndPercent(0), Then::reset),
-        after("closes in the body", Ending::noReply, headAndPercent(50), Then::close),
-        after("resets in the body", Ending::noReply, headAndPercent(50), Then::reset),
-        after("closes after the body", Ending::truth, headAndPercent(100), Then::close),
-        after("resets after the body", Ending::truth, headAndPercent(100), Then::reset),
+        {"announces a byte too few", Ending::cut, "{start}Content-Length: {less}\r\n\r\n{body}"},
+        {"announces a byte too many", noReply, "{start}Content-Length: {more}\r\n\r\n{body}"},
+        {"announces far too much", noReply, "{start}Content-Length: 1000000000000000000\r\n\r\n{body}"},
+        {"announces more than 64 bits", noReply, "{start}Content-Length: 18446744073709551620\r\n\r\n{body}"},
+        {"announces less than nothing", noReply, "{start}Content-Length: -1\r\n\r\n{body}"},
+        {"announces a word", noReply, "{start}Content-Length: many\r\n\r\n{body}"},
+        {"announces nothing", noReply, "{start}Content-Length:\r\n\r\n{body}"},
+        {"announces twice", noReply, "{start}Content-Length: 1\r\nContent-Length: {size}\r\n\r\n{body}"},
+        {"announces on a folded line", noReply, "{start}Content-Length:\r\n 0\r\n\r\n{body}"},
+        {"announces no length", noReply, "{start}\r\n{body}"},
+        {"announces its close", noReply, "{start}Connection: close\r\n\r\n{body}"},
+        {"announces length and chunks", noReply, "{open}Transfer-Encoding: chunked\r\n\r\n{body}"},
+        {"announces another encoding", noReply, "{start}Transfer-Encoding: gzip\r\n\r\n{body}"},
 
-        lengthOffBy("length short by one", Ending::cut, -1),
-        lengthOffBy("length long by one", Ending::noReply, 1),
-        framedAs("length huge", Ending::noReply, "Content-Length: 1000000000000000000\r\n"),
-        framedAs("length beyond 64 bits", Ending::noReply, "Content-Length: 18446744073709551620\r\n"),
-        framedAs("length negative", Ending::noReply, "Content-Length: -1\r\n"),
-        framedAs("length that is no number", Ending::noReply, "Content-Length: many\r\n"),
-        framedAs("length empty", Ending::noReply, "Content-Length:\r\n"),
-        framedAs("two lengths", Ending::noReply, "Content-Length: 1\r\nContent-Length: 2\r\n"),
-        framedAs("no length", Ending::noReply, ""),
-        framedAs("no length, said to close", Ending::noReply, "Connection: close\r\n"),
-        framedAs("length and chunks", Ending::noReply, "Content-Length: 1\r\nTransfer-Encoding: chunked\r\n"),
-        framedAs("unknown framing", Ending::noReply, "Transfer-Encoding: gzip\r\n"),
+        {"sends one chunk", truth, chunked + "{hex}\r\n{body}\r\n0\r\n\r\n"},
+        {"sends a chunk and no end", noReply, chunked + "{hex}\r\n{body}\r\n"},
+        {"sends half an end", noReply, chunked + "{hex}\r\n{body}\r\n0\r\n"},
+        {"cuts a chunk", noReply, chunked + "{hexmore}\r\n{body}"},
+        {"sends a chunk that is too long", noReply, chunked + "{hex}\r\n{body}xx\r\n0\r\n\r\n"},
+        {"sends a chunk of no size", noReply, chunked + "{hex}\r\n{body}\r\nzz\r\n\r\n"},
+        {"sends a chunk beyond 64 bits", noReply, chunked + "{hex}\r\n{body}\r\n11111111111111111\r\nx"},
 
-        chunked("one chunk", Ending::truth, 0, "\r\n0\r\n\r\n"),
-        chunked("chunks without an end", Ending::noReply, 0, "\r\n"),
-        chunked("chunks whose last line is missing", Ending::noReply, 0, "\r\n0\r\n"),
-        chunked("chunk cut", Ending::noReply, 1, ""),
-        chunked("chunk longer than it says", Ending::noReply, 0, "xx\r\n0\r\n\r\n"),
-        chunked("chunk size that is no number", Ending::noReply, 0, "\r\nzz\r\n\r\n"),
-        chunked("chunk size beyond 64 bits", Ending::noReply, 0, "\r\n11111111111111111\r\nx"),
+        {"never ends its chunks", noReply, chunked, Then::close,
+         "8000\r\n" + std::string(0x8000, ' ') + "\r\n"},
+        {"never ends its head", noReply, "{start}", Then::close, "X-More: " + std::string(200, 'x') + "\r\n"},
+        {"never ends a header", noReply, "{start}X-More: ", Then::close, std::string(1000, 'x')},
+        {"drips its head", noReply, "{start}X-More: ", Then::close, "x", milliseconds(10)},
+        {"drips its body", noReply, "{start}Content-Length: 9999\r\n\r\n", Then::close, " ",
+         milliseconds(10)},
+        {"always says to go on", noReply, "", Then::close, goOn, milliseconds(1)},
+        {"says to go on first", truth, goOn + "{all}"},
+        {"hints first", truth, "HTTP/1.1 103 Early Hints\r\nLink: </>\r\n\r\n{all}"},
+        {"says to go on and no more", noReply, goOn},
+        {"is cut after it said to go on", noReply, goOn + "{open}"},
+        {"folds a header", truth, "{start}X-Note: one\r\n two\r\nContent-Length: {size}\r\n\r\n{body}"},
+        {"speaks another protocol", noReply, "SSH-2.0-OpenSSH_9.2\r\n"},
+        {"sends no head", noReply, "<Reply/>"},
 
-        endless("endless chunks", "Transfer-Encoding: chunked\r\n", true,
-                hex(65536) + "\r\n" + std::string(65536, ' ') + "\r\n"),
-        endless("endless head", "", false, "X-More: " + std::string(200, 'x') + "\r\n"),
-        endless("endless header", "X-More: ", false, std::string(1000, 'x')),
-        endless("dripping head", "X-More: ", false, "x", milliseconds(10)),
-        endless("dripping body", "Content-Length: 100000\r\n", true, " ", milliseconds(10)),
-        endlessInterim(),
-        before("100 Continue before the reply", "HTTP/1.1 100 Continue\r\n\r\n"),
-        before("early hints before the reply", "HTTP/1.1 103 Early Hints\r\nLink: </>\r\n\r\n"),
-        sends("100 Continue and no more", Ending::noReply, "HTTP/1.1 100 Continue\r\n\r\n"),
-        sends("reply cut after 100 Continue", Ending::noReply,
-              "HTTP/1.1 100 Continue\r\n\r\nHTTP/1.1 200 OK\r\nContent-Length: 0\r\n"),
-        lengthOffBy("folds a header", Ending::truth, 0, "X-Note: one\r\n two\r\n"),
-        framedAs("folds the length", Ending::noReply, "Content-Length:\r\n 0\r\n"),
-        sends("another protocol", Ending::noReply, "SSH-2.0-OpenSSH_9.2\r\n"),
-        sends("body without a head", Ending::noReply, "<Reply/>"),
-
-        status("204 No Content", "", "TARN error: "),
-        status("304 Not Modified", "", "TARN error: "),
-        status("404 Not Found", page, "File not found."),
-        status("500 Internal Server Error", "<E><code>a</code><code>b</code></E>", "Unknown error."),
-        status("502 Bad Gateway", page, "TARN error: " + page),
-        status("503 Service Unavailable", "", "TARN error: "),
+        answering("204 No Content", "", "TARN error: "),
+        answering("304 Not Modified", "", "TARN error: "),
+        answering("404 Not Found", page, "File not found."),
+        answering("500 Internal Server Error", "<E><code>a</code><code>b</code></E>", "Unknown error."),
+        answering("502 Bad Gateway", page, "TARN error: " + page),
+        answering("503 Service Unavailable", "", "TARN error: "),
     };
-    for (const char* line :
-         {"301 Moved", "302 Found", "303 See Other", "307 Temporary Redirect", "308 Permanent Redirect"})
-        table.push_back(status(line, "<Moved/>", "Unknown error.", "Location: /elsewhere\r\n"));
+    for (const char* line : {"301 Moved", "302 Found", "303 See Other", "307 Temporary", "308 Permanent"})
+        rows.push_back(answering(line, "<Moved/>", "Unknown error.", "Location: /elsewhere\r\n"));
     for (const char* line :
          {"201 Created", "202 Accepted", "206 Partial Content", "400 Bad Request", "401 Unauthorized",
           "403 Forbidden", "407 Proxy Authentication Required", "409 Conflict", "411 Length Required",
           "413 Content Too Large", "429 Too Many Requests", "500 Internal Server Error",
           "507 Insufficient Storage"})
-        table.push_back(status(line, code, "No."));
-    table.push_back(repliesWith("error document in a 200", Ending::otherXml, code));
-    table.push_back(repliesWith("HTML in a 200", Ending::notXml, page));
-    table.push_back(repliesWith("XHTML in a 200", Ending::otherXml, xhtml));
-    table.push_back(repliesWith("empty body", Ending::notXml, ""));
+        rows.push_back(answering(line, code, "No."));
+
+    std::vector<Fault> table = {{"refuses", Ending::noConnection, nullptr, {}, Fault::Door::shut},
+                                {"never accepts", Ending::noConnection, nullptr, {}, Fault::Door::stuck}};
+    for (const Row& row : rows)
+        table.push_back(faultOf(row));
+    table.push_back(repliesWith("says an error in a 200", Ending::otherXml, code));
+    table.push_back(repliesWith("sends HTML in a 200", Ending::notXml, page));
+    table.push_back(repliesWith("sends XHTML in a 200", Ending::otherXml, xhtml));
+    table.push_back(repliesWith("sends nothing in a 200", Ending::notXml, ""));
     return table;
 }
 
@@ -317,19 +273,19 @@ const std::vector<Fault>& faults()
 
 Fault closesInHead(std::size_t offset)
 {
-    return after("closes in the head at " + std::to_string(offset), Ending::noReply, headUpTo(offset),
-                 Then::close);
+    return faultOf({"closes in the head at " + std::to_string(offset), Ending::noReply, "{head}"}, offset);
 }
 
 Fault resetsInHead(std::size_t offset)
 {
-    return after("resets in the head at " + std::to_string(offset), Ending::noReply, headUpTo(offset),
-                 Then::reset);
+    return faultOf(
+        {"resets in the head at " + std::to_string(offset), Ending::noReply, "{head}", Then::reset}, offset);
 }
 
 Fault repliesWith(std::string name, Ending ending, std::string body)
 {
-    return sends(std::move(name), ending, ScriptedHttpServer::reply(body), body);
+    return faultOf(
+        {std::move(name), ending, ScriptedHttpServer::reply(body), Then::close, "", milliseconds(0), body});
 }
 
 Truth alwaysTrue(std::string body)

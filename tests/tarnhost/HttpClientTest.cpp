@@ -229,12 +229,17 @@ TEST(HttpClient, IgnoresTheProxyOfTheEnvironment)
 {
     ScriptedHttpServer server(ScriptedHttpServer::always(ScriptedHttpServer::reply("direct")));
     const std::string nowhere = "http://127.0.0.1:" + std::to_string(closedPort());
-    ::setenv("http_proxy", nowhere.c_str(), 1);
-    ::setenv("ALL_PROXY", nowhere.c_str(), 1);
+
+    struct Variable {
+        Variable(const char* n, const std::string& value) : name(n) { ::setenv(name, value.c_str(), 1); }
+
+        ~Variable() { ::unsetenv(name); }
+
+        const char* name;
+    } const http_proxy("http_proxy", nowhere), all_proxy("ALL_PROXY", nowhere);
+
     HttpClientUnderTest http;
     EXPECT_EQ(textOf(*bounded(http.send("get", server.url()))), "direct");
-    ::unsetenv("http_proxy");
-    ::unsetenv("ALL_PROXY");
 }
 
 TEST(HttpClient, GoesThroughTheProxyItIsGiven)
