@@ -25,6 +25,9 @@ sigset_t blockTerminationSignals()
     sigaddset(&signals, SIGINT);
     pthread_sigmask(SIG_BLOCK, &signals, nullptr);
     std::signal(SIGPIPE, SIG_IGN);
+    // Sent when a terminal closes, and to daemons that have something to read anew. There is nothing here: the
+    // accounts are in the database, and a new certificate wants a restart.
+    std::signal(SIGHUP, SIG_IGN);
     return signals;
 }
 

@@ -127,9 +127,10 @@ bool ConnectionTable::isEmpty() const
 bool ConnectionTable::mustGo(int fd, Connection& connection) const
 {
     const SocketState state(fd);
+    // A content that was cut short under a download leaves the server library trying for ever.
     if (connection.phase == Phase::download)
-        return isTooSlow(state.acknowledged, state.unsent == 0 || connection.busy, limits.download,
-                         connection);
+        return isTooSlow(state.acknowledged, connection.busy,
+                         state.unsent == 0 ? limits.head : limits.download, connection);
     // The server library reads once per event, so that an end that came together with bytes escapes it. Seen
     // twice, because those bytes may be on their way to the handler just now.
     const bool gone = state.clientEnded && state.unread == 0 && !connection.busy;

@@ -1,5 +1,9 @@
 #include "tarnd/http/Reply.h"
 
+#include "tarnd/store/Sentences.h"
+
+#include <sys/stat.h>
+
 namespace tarnd {
 
 namespace {
@@ -27,6 +31,12 @@ Reply doneReply()
 
 Reply fileReply(UniqueFd file, std::uint64_t size)
 {
+    struct stat found {};
+
+    // Otherwise sendfile would wait for the rest until the connection counts as idle.
+    if (fstat(file.get(), &found) != 0 || static_cast<std::uint64_t>(found.st_size) != size)
+        throw sentences::internal.because("a content has " + std::to_string(found.st_size) +
+                                          " bytes instead of " + std::to_string(size) + "; see tarnd fsck");
     Reply reply;
     reply.contentType = "application/octet-stream";
     reply.file = std::move(file);

@@ -27,7 +27,8 @@ Reply xmlReply(XmlWriter&& document);
 /// Success without anything to tell: 200 with an empty document, because the library parses every reply.
 Reply doneReply();
 
-/// Success: 200 with the bytes as they are.
+/// Success: 200 with the bytes as they are. @throws ServiceError internal when the file has another size, before
+/// a head promises what cannot follow
 Reply fileReply(UniqueFd file, std::uint64_t size);
 
 /// The one place where a kind of failure becomes a status.

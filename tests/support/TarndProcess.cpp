@@ -259,8 +259,13 @@ int TarndProcess::terminate()
 
 void TarndProcess::requestTermination()
 {
+    signal(SIGTERM);
+}
+
+void TarndProcess::signal(int number)
+{
     if (!isRunning()) throw std::logic_error("tarnd does not run");
-    ::kill(pid, SIGTERM);
+    ::kill(pid, number);
 }
 
 int TarndProcess::waitForExit(std::chrono::seconds limit)

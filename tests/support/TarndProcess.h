@@ -65,6 +65,9 @@ public:
     /// Sends SIGTERM without waiting.
     void requestTermination();
 
+    /// Sends any signal.
+    void signal(int number);
+
     /// Waits for the end of a service that was told to stop; returns its exit code.
     int waitForExit(std::chrono::seconds limit = std::chrono::seconds(20));
 

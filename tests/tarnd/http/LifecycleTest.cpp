@@ -35,6 +35,7 @@ protected:
 
 TEST_F(Lifecycle, FinishesWhatIsUnderWayBeforeItStops)
 {
+    service.signal(SIGHUP); // ends nothing
     Wire upload(service.port());
     upload.send(halfAnUpload("f"));
     ASSERT_EQ(upload.receive().value().status, 100);
@@ -97,7 +98,11 @@ TEST_F(Lifecycle, SaysWhatIsWrongAndHowToGoOn)
     const Case cases[] = {
         {{"serve", "--listen", taken}, 1, "choose another port with --listen"},
         {{"serve", "--listen", "0.0.0.0:0"}, 1, "--tls-cert"},
-        {{"serve", "--listen", "nonsense"}, 1, "HOST:PORT"},
+        {{"serve", "--listen", "nonsense"}, 2, "HOST:PORT"},
+        {{"serve", "--listen", "127.0.0.1:"}, 2, "HOST:PORT"},
+        {{"serve", "--public-url", "files.example"}, 2, "begins with https://"},
+        {{"serve", "--database", "mysql://x"}, 2, "begins with postgresql://"},
+        {{"serve", "--database", "postgresql://"}, 2, "begins with postgresql://"},
         {{"serve", "--listen", "127.0.0.1:0", "--tls-cert", "/none", "--tls-key", "/none"}, 1, "/none"},
         {{"serve", "--tls-cert", "/none"}, 2, "--tls-key"},
         {{"serve", "--port", "1"}, 2, "--port"},
