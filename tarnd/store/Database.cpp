@@ -94,6 +94,7 @@ Database::Lease::Lease(Database& database, bool writing)
 Database::Lease::~Lease()
 {
     opened.reset();
+    if (!session) return;
     try {
         auto& dialect = *database.ownDialect;
         if (!ended) dialect.rollback(*session);
@@ -109,9 +110,12 @@ void Database::Lease::commit()
         dialect.commit(*session);
         ended = true;
     } catch (const Poco::Exception& error) {
-        if (dialect.isAlive(*session)) throw dialect.translated(error);
-        throw CommitUnknown(ServiceError::Kind::internal, std::string(sentences::internal.text),
-                            error.displayText());
+        const auto failure = dialect.translated(error);
+        if (!dialect.mayHaveCommitted(*session)) throw failure;
+        // What this connection takes for its state may not be what the disk holds: the next one looks for itself.
+        opened.reset();
+        session.reset();
+        throw CommitUnknown(failure.kind(), failure.what(), failure.detail());
     }
 }
 

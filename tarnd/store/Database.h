@@ -24,8 +24,8 @@ namespace tarnd {
 
 class Dialect;
 
-/// The commit was sent but its answer did not arrive: nobody knows whether the changes are in. What the
-/// transaction may have made reachable must be left alone.
+/// The commit failed in a way that leaves open whether the changes are in: its answer did not arrive, or the
+/// disk failed it. What the transaction may have made reachable must be left alone.
 struct CommitUnknown : ServiceError {
     using ServiceError::ServiceError;
 };

@@ -90,10 +90,15 @@ TEST_F(Kill, AtEveryCallOfEveryChange)
     int strikes = 0;
     for (std::size_t number = 0; number < changes().size(); ++number) {
         EXPECT_NE(course[number].state, course[number + 1].state) << changes()[number].name;
-        for (const auto& fault : faultKinds)
-            for (int at = 1; inFull() && strike(number, fault, at); ++at)
+        for (const auto& fault : faultKinds) {
+            // A commit that fails in one of its syncs is where most can go wrong.
+            const bool all =
+                inFull() || (changes()[number].name == "PutNew" && fault.error == EIO && !fault.worksOn);
+            for (int at = 1; all && strike(number, fault, at); ++at)
                 ++strikes;
-        if (!inFull()) strikes += strike(number, faultKinds[number % 2], 1 + random(course[number].calls));
+        }
+        const auto& one = faultKinds[number % faultKinds.size()];
+        if (!inFull()) strikes += strike(number, one, 1 + random(course[number].calls));
     }
     std::printf("%d strikes\n", strikes);
 }
