@@ -16,50 +16,43 @@ using testing::HasSubstr;
 using namespace std::chrono_literals;
 using namespace std::string_literals;
 
-struct RefusedCase {
-    const char* name;
-    const char* method;
-    const char* url; ///< "{}" stands for the server
-    HttpClientUnderTest::Headers headers;
-    const char* reason;
-};
-
-class Refused : public testing::TestWithParam<RefusedCase> {};
-
-TEST_P(Refused, BeforeAnythingIsSent)
+TEST(HttpClient, RefusesWhatItCannotSendAsItIs)
 {
-    const RefusedCase& row = GetParam();
-    ScriptedHttpServer server(ScriptedHttpServer::always(ScriptedHttpServer::reply("ok")));
-    HttpClientUnderTest http;
-    std::string url = row.url;
-    if (const auto at = url.find("{}"); at != std::string::npos) url.replace(at, 2, server.peer());
+    struct Row {
+        const char* method;
+        const char* url; ///< "{}" stands for the server
+        HttpClientUnderTest::Headers headers;
+        const char* reason;
+    };
 
-    const auto failure = transportFailure(http.send(row.method, url, row.headers));
-    ASSERT_TRUE(failure);
-    EXPECT_EQ(failure->phase, TransportPhase::prepare);
-    EXPECT_THAT(failure->text, HasSubstr(row.reason));
-    EXPECT_THAT(failure->text, testing::Not(HasSubstr("secret")));
+    const Row rows[] = {
+        {"get", "http://{}/", {{"x-token", "secret\nx: y"}}, "\"x-token\" holds"},
+        {"get", "http://{}/", {{"x-token", "secret\r"}}, "\"x-token\" holds"},
+        {"get", "http://{}/", {{"x-token", "secret\0"s}}, "\"x-token\" holds"},
+        {"get", "http://{}/", {{"x\r\ny", "v"}}, "header name"},
+        {"get", "http://{}/", {{"x: y", "v"}}, "header name"},
+        {"get", "http://{}/", {{"", "v"}}, "header name"},
+        {"put", "http://{}/", {{"content-LENGTH", "5"}}, "follows from the body"},
+        {"put", "http://{}/", {{"Transfer-Encoding", "chunked"}}, "from the body"},
+        {"post", "http://{}/", {}, "method"},
+        {"GET", "http://{}/", {}, "method"},
+        {"get", "http://me:secret@{}/", {}, "user name"},
+        {"get", "file:///etc/secret", {}, "neither http nor https"},
+        {"get", "secret place", {}, "not valid"},
+    };
+    ScriptedHttpServer server(ScriptedHttpServer::always(ScriptedHttpServer::reply("ok")));
+    for (const Row& row : rows) {
+        HttpClientUnderTest http;
+        std::string url = row.url;
+        if (const auto at = url.find("{}"); at != std::string::npos) url.replace(at, 2, server.peer());
+        const auto failure = transportFailure(http.send(row.method, url, row.headers));
+        ASSERT_TRUE(failure);
+        EXPECT_EQ(failure->phase, TransportPhase::prepare);
+        EXPECT_THAT(failure->text, HasSubstr(row.reason));
+        EXPECT_THAT(failure->text, testing::Not(HasSubstr("secret")));
+    }
     EXPECT_EQ(server.connectionCount(), 0u);
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    , Refused,
-    testing::Values(
-        RefusedCase{
-            "LineFeedInValue", "get", "http://{}/", {{"x-token", "secret\nx: y"}}, "\"x-token\" holds"},
-        RefusedCase{"ReturnInValue", "get", "http://{}/", {{"x-token", "secret\r"}}, "\"x-token\" holds"},
-        RefusedCase{"NulInValue", "get", "http://{}/", {{"x-token", "secret\0"s}}, "\"x-token\" holds"},
-        RefusedCase{"LineBreakInName", "get", "http://{}/", {{"x\r\ny", "v"}}, "header name"},
-        RefusedCase{"ColonInName", "get", "http://{}/", {{"x: y", "v"}}, "header name"},
-        RefusedCase{"EmptyName", "get", "http://{}/", {{"", "v"}}, "header name"},
-        RefusedCase{"OwnLength", "put", "http://{}/", {{"content-LENGTH", "5"}}, "follows from the body"},
-        RefusedCase{"OwnFraming", "put", "http://{}/", {{"Transfer-Encoding", "chunked"}}, "from the body"},
-        RefusedCase{"OtherMethod", "post", "http://{}/", {}, "method"},
-        RefusedCase{"UpperCaseMethod", "GET", "http://{}/", {}, "method"},
-        RefusedCase{"UserInUrl", "get", "http://me:secret@{}/", {}, "user name"},
-        RefusedCase{"OtherScheme", "get", "file:///etc/secret", {}, "neither http nor https"},
-        RefusedCase{"NoUrl", "get", "secret place", {}, "not valid"}),
-    [](const auto& row) { return row.param.name; });
 
 struct BrokenCase {
     const char* name;
