@@ -1,6 +1,7 @@
 #pragma once
 
 #include "tarn/accesscontrol/PermissionMessages.h"
+#include "tarn/protocol/ReplyTo.h"
 
 namespace connector::tarn {
 
@@ -13,12 +14,9 @@ class TARN_API AccessControl {
 public:
     virtual ~AccessControl() = default;
 
-    virtual Future<std::unique_ptr<PermissionGrantResponse>>
-    grantPermission(std::unique_ptr<PermissionGrant>&& request) = 0;
-    virtual Future<std::unique_ptr<PermissionRevokeResponse>>
-    revokePermission(std::unique_ptr<PermissionRevoke>&& request) = 0;
-    virtual Future<std::unique_ptr<PermissionListResponse>>
-    listPermissions(std::unique_ptr<PermissionList>&& request) = 0;
+    virtual ReplyTo<PermissionGrant> grantPermission(std::unique_ptr<PermissionGrant>&& request) = 0;
+    virtual ReplyTo<PermissionRevoke> revokePermission(std::unique_ptr<PermissionRevoke>&& request) = 0;
+    virtual ReplyTo<PermissionList> listPermissions(std::unique_ptr<PermissionList>&& request) = 0;
 
     /// @throws std::bad_weak_ptr when no shared_ptr owns the object
     virtual std::shared_ptr<AccessControl> getPtr() = 0;

@@ -8,22 +8,19 @@ AccessControlClient::AccessControlClient(std::shared_ptr<TarnSession> session,
 {
 }
 
-Future<std::unique_ptr<PermissionGrantResponse>>
-AccessControlClient::grantPermission(std::unique_ptr<PermissionGrant>&& request)
+ReplyTo<PermissionGrant> AccessControlClient::grantPermission(std::unique_ptr<PermissionGrant>&& request)
 {
-    return client.send<PermissionGrantResponse>(std::move(request), &PermissionGrant::bucket);
+    return client.send(std::move(request), &PermissionGrant::bucket);
 }
 
-Future<std::unique_ptr<PermissionRevokeResponse>>
-AccessControlClient::revokePermission(std::unique_ptr<PermissionRevoke>&& request)
+ReplyTo<PermissionRevoke> AccessControlClient::revokePermission(std::unique_ptr<PermissionRevoke>&& request)
 {
-    return client.send<PermissionRevokeResponse>(std::move(request));
+    return client.send(std::move(request));
 }
 
-Future<std::unique_ptr<PermissionListResponse>>
-AccessControlClient::listPermissions(std::unique_ptr<PermissionList>&& request)
+ReplyTo<PermissionList> AccessControlClient::listPermissions(std::unique_ptr<PermissionList>&& request)
 {
-    return client.send<PermissionListResponse>(std::move(request), &PermissionList::bucket);
+    return client.send(std::move(request), &PermissionList::bucket);
 }
 
 } // namespace connector::tarn

@@ -20,13 +20,10 @@ public:
     AccessControlClient(std::shared_ptr<TarnSession> session, std::shared_ptr<Connector> connector,
                         const Address& address);
 
-    Future<std::unique_ptr<PermissionGrantResponse>>
-    grantPermission(std::unique_ptr<PermissionGrant>&& request) override;
+    ReplyTo<PermissionGrant> grantPermission(std::unique_ptr<PermissionGrant>&& request) override;
     /// An empty permission id is sent as it is, and the service refuses it.
-    Future<std::unique_ptr<PermissionRevokeResponse>>
-    revokePermission(std::unique_ptr<PermissionRevoke>&& request) override;
-    Future<std::unique_ptr<PermissionListResponse>>
-    listPermissions(std::unique_ptr<PermissionList>&& request) override;
+    ReplyTo<PermissionRevoke> revokePermission(std::unique_ptr<PermissionRevoke>&& request) override;
+    ReplyTo<PermissionList> listPermissions(std::unique_ptr<PermissionList>&& request) override;
 
     std::shared_ptr<AccessControl> getPtr() override { return shared_from_this(); }
 

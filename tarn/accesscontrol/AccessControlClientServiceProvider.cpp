@@ -2,6 +2,7 @@
 
 #include "tarn/accesscontrol/PermissionMessages.h"
 #include "tarn/protocol/HttpExchange.h"
+#include "tarn/protocol/ReplyFields.h"
 #include "tarn/protocol/ServiceRequest.h"
 #include "tarn/protocol/WireText.h"
 
@@ -10,15 +11,22 @@ namespace {
 
 using Poco::XML::Document;
 using Poco::XML::Element;
+using Reply = ServiceProvider::Reply;
 
 constexpr const char* permissionsPath = "/service/v1/permissions";
 
-std::unique_ptr<PermissionGrantResponse> readGrant(const Document& reply)
-{
-    auto response = std::make_unique<PermissionGrantResponse>();
-    response->permissionId = documentText(reply, "PermissionId");
-    return response;
-}
+constexpr std::tuple grantFields{Field{"PermissionId", &PermissionGrantResponse::permissionId}};
+
+constexpr std::tuple permissionFields{
+    Field{"PermissionId", &Permission::permissionId},
+    Field{"Operation", &Permission::operation},
+    Field{"Status", &Permission::status},
+};
+
+constexpr std::tuple resourceFields{
+    Field{"Path", &Permission::path},
+    Field{"Bucket", &Permission::bucket},
+};
 
 /// The only descendant named `tag`, or null.
 const Element* onlyElement(const Element& element, const std::string& tag)
@@ -30,16 +38,13 @@ const Element* onlyElement(const Element& element, const std::string& tag)
 Permission readPermission(const Element& element)
 {
     Permission permission;
-    permission.permissionId = childText(element, "PermissionId");
+    readFields(element, permission, permissionFields);
     if (const Element* subject = onlyElement(element, "Subject")) {
         permission.subjectName = fromWire(childText(*subject, "SubjectName"));
     }
     if (const Element* resource = onlyElement(element, "Resource")) {
-        permission.path = fromWire(childText(*resource, "Path"));
-        permission.bucket = fromWire(childText(*resource, "Bucket"));
+        readFields(*resource, permission, resourceFields);
     }
-    permission.operation = childText(element, "Operation");
-    permission.status = childText(element, "Status");
     return permission;
 }
 
@@ -64,9 +69,8 @@ AccessControlClientServiceProvider::AccessControlClientServiceProvider(
 {
 }
 
-Future<std::unique_ptr<Message>>
-AccessControlClientServiceProvider::handle(std::unique_ptr<PermissionGrant>&& request, Address&& to,
-                                           std::shared_ptr<Context>&& context)
+Reply AccessControlClientServiceProvider::handle(std::unique_ptr<PermissionGrant>&& request, Address&& to,
+                                                 ContextPtr&& context)
 {
     auto build = [&] {
         ServiceRequest http = sessionRequest(endpoint, "put", permissionsPath, "", *request);
@@ -77,12 +81,12 @@ AccessControlClientServiceProvider::handle(std::unique_ptr<PermissionGrant>&& re
         http.addFlag("allowNonExistingUser", request->allowNonExistingUser);
         return http.build();
     };
-    return buildAndExchangeXml(build, std::move(to), *context, readGrant);
+    return buildAndExchangeXml(build, std::move(to), *context,
+                               fieldsReader<PermissionGrantResponse>(grantFields));
 }
 
-Future<std::unique_ptr<Message>>
-AccessControlClientServiceProvider::handle(std::unique_ptr<PermissionRevoke>&& request, Address&& to,
-                                           std::shared_ptr<Context>&& context)
+Reply AccessControlClientServiceProvider::handle(std::unique_ptr<PermissionRevoke>&& request, Address&& to,
+                                                 ContextPtr&& context)
 {
     auto build = [&] {
         return makeSessionHttpRequest(endpoint, "delete", permissionsPath, request->permissionId, *request);
@@ -90,9 +94,8 @@ AccessControlClientServiceProvider::handle(std::unique_ptr<PermissionRevoke>&& r
     return buildAndExchangeXml(build, std::move(to), *context, readNothing<PermissionRevokeResponse>);
 }
 
-Future<std::unique_ptr<Message>>
-AccessControlClientServiceProvider::handle(std::unique_ptr<PermissionList>&& request, Address&& to,
-                                           std::shared_ptr<Context>&& context)
+Reply AccessControlClientServiceProvider::handle(std::unique_ptr<PermissionList>&& request, Address&& to,
+                                                 ContextPtr&& context)
 {
     auto build = [&] {
         ServiceRequest http = sessionRequest(endpoint, "get", permissionsPath, "", *request);

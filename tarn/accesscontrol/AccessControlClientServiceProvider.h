@@ -20,12 +20,9 @@ public:
     AccessControlClientServiceProvider(std::shared_ptr<configuration::Configuration> configuration,
                                        const std::string& endpoint);
 
-    Future<std::unique_ptr<Message>> handle(std::unique_ptr<PermissionGrant>&& request, Address&& to,
-                                            std::shared_ptr<Context>&& context) override;
-    Future<std::unique_ptr<Message>> handle(std::unique_ptr<PermissionRevoke>&& request, Address&& to,
-                                            std::shared_ptr<Context>&& context) override;
-    Future<std::unique_ptr<Message>> handle(std::unique_ptr<PermissionList>&& request, Address&& to,
-                                            std::shared_ptr<Context>&& context) override;
+    Reply handle(std::unique_ptr<PermissionGrant>&& request, Address&& to, ContextPtr&& context) override;
+    Reply handle(std::unique_ptr<PermissionRevoke>&& request, Address&& to, ContextPtr&& context) override;
+    Reply handle(std::unique_ptr<PermissionList>&& request, Address&& to, ContextPtr&& context) override;
 
 private:
     std::string endpoint;

@@ -17,12 +17,9 @@ struct PermissionList;
 /// @return a future of the operation's response message
 class TARN_API AccessControlServiceProvider : public ServiceProviderAPI<AccessControlServiceProvider> {
 public:
-    virtual Future<std::unique_ptr<Message>> handle(std::unique_ptr<PermissionGrant>&& request, Address&& to,
-                                                    std::shared_ptr<Context>&& context) = 0;
-    virtual Future<std::unique_ptr<Message>> handle(std::unique_ptr<PermissionRevoke>&& request, Address&& to,
-                                                    std::shared_ptr<Context>&& context) = 0;
-    virtual Future<std::unique_ptr<Message>> handle(std::unique_ptr<PermissionList>&& request, Address&& to,
-                                                    std::shared_ptr<Context>&& context) = 0;
+    virtual Reply handle(std::unique_ptr<PermissionGrant>&& request, Address&& to, ContextPtr&& context) = 0;
+    virtual Reply handle(std::unique_ptr<PermissionRevoke>&& request, Address&& to, ContextPtr&& context) = 0;
+    virtual Reply handle(std::unique_ptr<PermissionList>&& request, Address&& to, ContextPtr&& context) = 0;
 };
 
 } // namespace connector::tarn

@@ -28,6 +28,8 @@ namespace connector::tarn {
 ///        "allowNonExistingUser"
 /// Fails  when there is no such user, unless `allowNonExistingUser`
 struct TARN_API PermissionGrant : SessionRequest, MessageAPI<PermissionGrant, AccessControlServiceProvider> {
+    using Response = struct PermissionGrantResponse;
+
     std::u16string path;
     std::u16string bucket;
     std::u16string subject;            ///< the user to grant to
@@ -46,6 +48,8 @@ struct TARN_API PermissionGrantResponse : Message {
 ///        with '/' is appended as it is
 struct TARN_API PermissionRevoke : SessionRequest,
                                    MessageAPI<PermissionRevoke, AccessControlServiceProvider> {
+    using Response = struct PermissionRevokeResponse;
+
     std::string permissionId;
 };
 
@@ -55,6 +59,8 @@ struct TARN_API PermissionRevokeResponse : Message {};
 ///
 /// Wire   GET /service/v1/permissions; "path" and "bucket" only when `path` is not empty
 struct TARN_API PermissionList : SessionRequest, MessageAPI<PermissionList, AccessControlServiceProvider> {
+    using Response = struct PermissionListResponse;
+
     std::u16string path; ///< empty: all grants of the session's user
     std::u16string bucket;
 };

@@ -3,6 +3,7 @@
 #include "tarn/fileaccess/FileHandleMessages.h"
 #include "tarn/fileaccess/FileMessages.h"
 #include "tarn/fileaccess/FolderMessages.h"
+#include "tarn/protocol/ReplyTo.h"
 
 namespace connector::tarn {
 
@@ -16,32 +17,24 @@ class TARN_API FileAccess {
 public:
     virtual ~FileAccess() = default;
 
-    virtual Future<std::unique_ptr<FileCreateResponse>> createFile(std::unique_ptr<FileCreate>&& request) = 0;
-    virtual Future<std::unique_ptr<FileHandleReadOnlyCreateResponse>>
+    virtual ReplyTo<FileCreate> createFile(std::unique_ptr<FileCreate>&& request) = 0;
+    virtual ReplyTo<FileHandleReadOnlyCreate>
     createReadOnlyFileHandle(std::unique_ptr<FileHandleReadOnlyCreate>&& request) = 0;
-    virtual Future<std::unique_ptr<FileHandleReadWriteCreateResponse>>
+    virtual ReplyTo<FileHandleReadWriteCreate>
     createReadWriteFileHandle(std::unique_ptr<FileHandleReadWriteCreate>&& request) = 0;
-    virtual Future<std::unique_ptr<FileHandleCloseResponse>>
-    closeFileHandle(std::unique_ptr<FileHandleClose>&& request) = 0;
-    virtual Future<std::unique_ptr<FileReadResponse>> readFile(std::unique_ptr<FileRead>&& request) = 0;
-    virtual Future<std::unique_ptr<FileContentReadResponse>>
-    readFileContent(std::unique_ptr<FileContentRead>&& request) = 0;
-    virtual Future<std::unique_ptr<FileUpdateResponse>> updateFile(std::unique_ptr<FileUpdate>&& request) = 0;
-    virtual Future<std::unique_ptr<FileContentWriteResponse>>
-    writeFileContent(std::unique_ptr<FileContentWrite>&& request) = 0;
-    virtual Future<std::unique_ptr<FileDeleteResponse>> deleteFile(std::unique_ptr<FileDelete>&& request) = 0;
-    virtual Future<std::unique_ptr<MoveResponse>> move(std::unique_ptr<Move>&& request) = 0;
-    virtual Future<std::unique_ptr<FileAttributesReadResponse>>
-    readFileAttributes(std::unique_ptr<FileAttributesRead>&& request) = 0;
-    virtual Future<std::unique_ptr<FolderCreateResponse>>
-    createFolder(std::unique_ptr<FolderCreate>&& request) = 0;
-    virtual Future<std::unique_ptr<FolderListResponse>> listFolder(std::unique_ptr<FolderList>&& request) = 0;
-    virtual Future<std::unique_ptr<FolderDeleteResponse>>
-    deleteFolder(std::unique_ptr<FolderDelete>&& request) = 0;
-    virtual Future<std::unique_ptr<SharedContentListResponse>>
-    listSharedContent(std::unique_ptr<SharedContentList>&& request) = 0;
-    virtual Future<std::unique_ptr<PublicAccessUrlGetResponse>>
-    getPublicAccessUrl(std::unique_ptr<PublicAccessUrlGet>&& request) = 0;
+    virtual ReplyTo<FileHandleClose> closeFileHandle(std::unique_ptr<FileHandleClose>&& request) = 0;
+    virtual ReplyTo<FileRead> readFile(std::unique_ptr<FileRead>&& request) = 0;
+    virtual ReplyTo<FileContentRead> readFileContent(std::unique_ptr<FileContentRead>&& request) = 0;
+    virtual ReplyTo<FileUpdate> updateFile(std::unique_ptr<FileUpdate>&& request) = 0;
+    virtual ReplyTo<FileContentWrite> writeFileContent(std::unique_ptr<FileContentWrite>&& request) = 0;
+    virtual ReplyTo<FileDelete> deleteFile(std::unique_ptr<FileDelete>&& request) = 0;
+    virtual ReplyTo<Move> move(std::unique_ptr<Move>&& request) = 0;
+    virtual ReplyTo<FileAttributesRead> readFileAttributes(std::unique_ptr<FileAttributesRead>&& request) = 0;
+    virtual ReplyTo<FolderCreate> createFolder(std::unique_ptr<FolderCreate>&& request) = 0;
+    virtual ReplyTo<FolderList> listFolder(std::unique_ptr<FolderList>&& request) = 0;
+    virtual ReplyTo<FolderDelete> deleteFolder(std::unique_ptr<FolderDelete>&& request) = 0;
+    virtual ReplyTo<SharedContentList> listSharedContent(std::unique_ptr<SharedContentList>&& request) = 0;
+    virtual ReplyTo<PublicAccessUrlGet> getPublicAccessUrl(std::unique_ptr<PublicAccessUrlGet>&& request) = 0;
 
     /// @throws std::bad_weak_ptr when no shared_ptr owns the object
     virtual std::shared_ptr<FileAccess> getPtr() = 0;

@@ -8,106 +8,94 @@ FileAccessClient::FileAccessClient(std::shared_ptr<TarnSession> session, std::sh
 {
 }
 
-Future<std::unique_ptr<FileCreateResponse>>
-FileAccessClient::createFile(std::unique_ptr<FileCreate>&& request)
+ReplyTo<FileCreate> FileAccessClient::createFile(std::unique_ptr<FileCreate>&& request)
 {
     // A new file always belongs to the session's user, whatever bucket the caller named.
     if (client.canSend(request)) request->bucket = client.user();
-    return client.send<FileCreateResponse>(std::move(request));
+    return client.send(std::move(request));
 }
 
-Future<std::unique_ptr<FileHandleReadOnlyCreateResponse>>
+ReplyTo<FileHandleReadOnlyCreate>
 FileAccessClient::createReadOnlyFileHandle(std::unique_ptr<FileHandleReadOnlyCreate>&& request)
 {
-    return client.send<FileHandleReadOnlyCreateResponse>(std::move(request),
-                                                         &FileHandleReadOnlyCreate::bucket);
+    return client.send(std::move(request), &FileHandleReadOnlyCreate::bucket);
 }
 
-Future<std::unique_ptr<FileHandleReadWriteCreateResponse>>
+ReplyTo<FileHandleReadWriteCreate>
 FileAccessClient::createReadWriteFileHandle(std::unique_ptr<FileHandleReadWriteCreate>&& request)
 {
-    return client.send<FileHandleReadWriteCreateResponse>(std::move(request),
-                                                          &FileHandleReadWriteCreate::bucket);
+    return client.send(std::move(request), &FileHandleReadWriteCreate::bucket);
 }
 
-Future<std::unique_ptr<FileHandleCloseResponse>>
-FileAccessClient::closeFileHandle(std::unique_ptr<FileHandleClose>&& request)
+ReplyTo<FileHandleClose> FileAccessClient::closeFileHandle(std::unique_ptr<FileHandleClose>&& request)
 {
     if (client.canSend(request) && request->handleId.empty()) {
         return makeExceptionalFuture<std::unique_ptr<FileHandleCloseResponse>>(
             std::runtime_error(ErrorText::emptyHandleId));
     }
-    return client.send<FileHandleCloseResponse>(std::move(request));
+    return client.send(std::move(request));
 }
 
-Future<std::unique_ptr<FileReadResponse>> FileAccessClient::readFile(std::unique_ptr<FileRead>&& request)
+ReplyTo<FileRead> FileAccessClient::readFile(std::unique_ptr<FileRead>&& request)
 {
-    return client.send<FileReadResponse>(std::move(request), &FileRead::bucket);
+    return client.send(std::move(request), &FileRead::bucket);
 }
 
-Future<std::unique_ptr<FileContentReadResponse>>
-FileAccessClient::readFileContent(std::unique_ptr<FileContentRead>&& request)
+ReplyTo<FileContentRead> FileAccessClient::readFileContent(std::unique_ptr<FileContentRead>&& request)
 {
-    return client.send<FileContentReadResponse>(std::move(request));
+    return client.send(std::move(request));
 }
 
-Future<std::unique_ptr<FileUpdateResponse>>
-FileAccessClient::updateFile(std::unique_ptr<FileUpdate>&& request)
+ReplyTo<FileUpdate> FileAccessClient::updateFile(std::unique_ptr<FileUpdate>&& request)
 {
-    return client.send<FileUpdateResponse>(std::move(request), &FileUpdate::bucket);
+    return client.send(std::move(request), &FileUpdate::bucket);
 }
 
-Future<std::unique_ptr<FileContentWriteResponse>>
-FileAccessClient::writeFileContent(std::unique_ptr<FileContentWrite>&& request)
+ReplyTo<FileContentWrite> FileAccessClient::writeFileContent(std::unique_ptr<FileContentWrite>&& request)
 {
-    return client.send<FileContentWriteResponse>(std::move(request));
+    return client.send(std::move(request));
 }
 
-Future<std::unique_ptr<FileDeleteResponse>>
-FileAccessClient::deleteFile(std::unique_ptr<FileDelete>&& request)
+ReplyTo<FileDelete> FileAccessClient::deleteFile(std::unique_ptr<FileDelete>&& request)
 {
-    return client.send<FileDeleteResponse>(std::move(request), &FileDelete::bucket);
+    return client.send(std::move(request), &FileDelete::bucket);
 }
 
-Future<std::unique_ptr<MoveResponse>> FileAccessClient::move(std::unique_ptr<Move>&& request)
+ReplyTo<Move> FileAccessClient::move(std::unique_ptr<Move>&& request)
 {
-    return client.send<MoveResponse>(std::move(request), &Move::bucket, &Move::targetBucket);
+    return client.send(std::move(request), &Move::bucket, &Move::targetBucket);
 }
 
-Future<std::unique_ptr<FileAttributesReadResponse>>
+ReplyTo<FileAttributesRead>
 FileAccessClient::readFileAttributes(std::unique_ptr<FileAttributesRead>&& request)
 {
-    return client.send<FileAttributesReadResponse>(std::move(request), &FileAttributesRead::bucket);
+    return client.send(std::move(request), &FileAttributesRead::bucket);
 }
 
-Future<std::unique_ptr<FolderCreateResponse>>
-FileAccessClient::createFolder(std::unique_ptr<FolderCreate>&& request)
+ReplyTo<FolderCreate> FileAccessClient::createFolder(std::unique_ptr<FolderCreate>&& request)
 {
-    return client.send<FolderCreateResponse>(std::move(request), &FolderCreate::bucket);
+    return client.send(std::move(request), &FolderCreate::bucket);
 }
 
-Future<std::unique_ptr<FolderListResponse>>
-FileAccessClient::listFolder(std::unique_ptr<FolderList>&& request)
+ReplyTo<FolderList> FileAccessClient::listFolder(std::unique_ptr<FolderList>&& request)
 {
-    return client.send<FolderListResponse>(std::move(request), &FolderList::bucket);
+    return client.send(std::move(request), &FolderList::bucket);
 }
 
-Future<std::unique_ptr<FolderDeleteResponse>>
-FileAccessClient::deleteFolder(std::unique_ptr<FolderDelete>&& request)
+ReplyTo<FolderDelete> FileAccessClient::deleteFolder(std::unique_ptr<FolderDelete>&& request)
 {
-    return client.send<FolderDeleteResponse>(std::move(request), &FolderDelete::bucket);
+    return client.send(std::move(request), &FolderDelete::bucket);
 }
 
-Future<std::unique_ptr<SharedContentListResponse>>
-FileAccessClient::listSharedContent(std::unique_ptr<SharedContentList>&& request)
+ReplyTo<SharedContentList> FileAccessClient::listSharedContent(std::unique_ptr<SharedContentList>&& request)
 {
-    return client.send<SharedContentListResponse>(std::move(request));
+    return client.send(std::move(request));
 }
 
-Future<std::unique_ptr<PublicAccessUrlGetResponse>>
+ReplyTo<PublicAccessUrlGet>
 FileAccessClient::getPublicAccessUrl(std::unique_ptr<PublicAccessUrlGet>&& request)
 {
-    return client.send<PublicAccessUrlGetResponse>(std::move(request), &PublicAccessUrlGet::bucket);
+    return client.send(std::move(request), &PublicAccessUrlGet::bucket);
 }
 
 } // namespace connector::tarn

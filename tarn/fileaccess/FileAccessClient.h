@@ -20,32 +20,24 @@ public:
     FileAccessClient(std::shared_ptr<TarnSession> session, std::shared_ptr<Connector> connector,
                      const Address& address);
 
-    Future<std::unique_ptr<FileCreateResponse>> createFile(std::unique_ptr<FileCreate>&& request) override;
-    Future<std::unique_ptr<FileHandleReadOnlyCreateResponse>>
+    ReplyTo<FileCreate> createFile(std::unique_ptr<FileCreate>&& request) override;
+    ReplyTo<FileHandleReadOnlyCreate>
     createReadOnlyFileHandle(std::unique_ptr<FileHandleReadOnlyCreate>&& request) override;
-    Future<std::unique_ptr<FileHandleReadWriteCreateResponse>>
+    ReplyTo<FileHandleReadWriteCreate>
     createReadWriteFileHandle(std::unique_ptr<FileHandleReadWriteCreate>&& request) override;
-    Future<std::unique_ptr<FileHandleCloseResponse>>
-    closeFileHandle(std::unique_ptr<FileHandleClose>&& request) override;
-    Future<std::unique_ptr<FileReadResponse>> readFile(std::unique_ptr<FileRead>&& request) override;
-    Future<std::unique_ptr<FileContentReadResponse>>
-    readFileContent(std::unique_ptr<FileContentRead>&& request) override;
-    Future<std::unique_ptr<FileUpdateResponse>> updateFile(std::unique_ptr<FileUpdate>&& request) override;
-    Future<std::unique_ptr<FileContentWriteResponse>>
-    writeFileContent(std::unique_ptr<FileContentWrite>&& request) override;
-    Future<std::unique_ptr<FileDeleteResponse>> deleteFile(std::unique_ptr<FileDelete>&& request) override;
-    Future<std::unique_ptr<MoveResponse>> move(std::unique_ptr<Move>&& request) override;
-    Future<std::unique_ptr<FileAttributesReadResponse>>
-    readFileAttributes(std::unique_ptr<FileAttributesRead>&& request) override;
-    Future<std::unique_ptr<FolderCreateResponse>>
-    createFolder(std::unique_ptr<FolderCreate>&& request) override;
-    Future<std::unique_ptr<FolderListResponse>> listFolder(std::unique_ptr<FolderList>&& request) override;
-    Future<std::unique_ptr<FolderDeleteResponse>>
-    deleteFolder(std::unique_ptr<FolderDelete>&& request) override;
-    Future<std::unique_ptr<SharedContentListResponse>>
-    listSharedContent(std::unique_ptr<SharedContentList>&& request) override;
-    Future<std::unique_ptr<PublicAccessUrlGetResponse>>
-    getPublicAccessUrl(std::unique_ptr<PublicAccessUrlGet>&& request) override;
+    ReplyTo<FileHandleClose> closeFileHandle(std::unique_ptr<FileHandleClose>&& request) override;
+    ReplyTo<FileRead> readFile(std::unique_ptr<FileRead>&& request) override;
+    ReplyTo<FileContentRead> readFileContent(std::unique_ptr<FileContentRead>&& request) override;
+    ReplyTo<FileUpdate> updateFile(std::unique_ptr<FileUpdate>&& request) override;
+    ReplyTo<FileContentWrite> writeFileContent(std::unique_ptr<FileContentWrite>&& request) override;
+    ReplyTo<FileDelete> deleteFile(std::unique_ptr<FileDelete>&& request) override;
+    ReplyTo<Move> move(std::unique_ptr<Move>&& request) override;
+    ReplyTo<FileAttributesRead> readFileAttributes(std::unique_ptr<FileAttributesRead>&& request) override;
+    ReplyTo<FolderCreate> createFolder(std::unique_ptr<FolderCreate>&& request) override;
+    ReplyTo<FolderList> listFolder(std::unique_ptr<FolderList>&& request) override;
+    ReplyTo<FolderDelete> deleteFolder(std::unique_ptr<FolderDelete>&& request) override;
+    ReplyTo<SharedContentList> listSharedContent(std::unique_ptr<SharedContentList>&& request) override;
+    ReplyTo<PublicAccessUrlGet> getPublicAccessUrl(std::unique_ptr<PublicAccessUrlGet>&& request) override;
 
     std::shared_ptr<FileAccess> getPtr() override { return shared_from_this(); }
 

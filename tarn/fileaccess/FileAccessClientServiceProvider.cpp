@@ -99,7 +99,7 @@ Reply FileAccessClientServiceProvider::write(Request& request, const std::string
     http.addFlag("createNewVersion", request.createNewVersion);
     http.addHeader(contentTypeHeader, request.contentType);
     http.setBody(std::make_shared<ContentPublisher>(std::move(request.content)));
-    return exchangeXml(http.build(), std::move(to), context, readVersionWritten<Response>);
+    return exchangeXml(http.build(), std::move(to), context, fieldsReader<Response>(versionFields));
 }
 
 Reply FileAccessClientServiceProvider::handle(std::unique_ptr<FileCreate>&& request, Address&& to,
@@ -154,7 +154,9 @@ Reply FileAccessClientServiceProvider::handle(std::unique_ptr<FileHandleReadOnly
     ServiceRequest http = fileHandleRequest(endpoint, *request);
     http.addText("accessMode", "readOnly");
     addVersion(http, *request);
-    return exchangeXml(http.build(), std::move(to), *context, readReadOnlyHandle);
+    return exchangeXml(
+        http.build(), std::move(to), *context,
+        fieldsReader<FileHandleReadOnlyCreateResponse>(handleFields<FileHandleReadOnlyCreateResponse>));
 }
 
 Reply FileAccessClientServiceProvider::handle(std::unique_ptr<FileHandleReadWriteCreate>&& request,
@@ -165,7 +167,8 @@ Reply FileAccessClientServiceProvider::handle(std::unique_ptr<FileHandleReadWrit
     addCreateMode(http, request->createMode);
     http.addFlag("truncate", request->truncate);
     http.addHeader(contentTypeHeader, request->contentType);
-    return exchangeXml(http.build(), std::move(to), *context, readReadWriteHandle);
+    return exchangeXml(http.build(), std::move(to), *context,
+                       fieldsReader<FileHandleReadWriteCreateResponse>(readWriteHandleFields));
 }
 
 Reply FileAccessClientServiceProvider::handle(std::unique_ptr<FileHandleClose>&& request, Address&& to,
@@ -221,7 +224,8 @@ Reply FileAccessClientServiceProvider::handle(std::unique_ptr<PublicAccessUrlGet
                                               ContextPtr&& context)
 {
     ServiceRequest http = itemRequest(endpoint, "get", publicUrlsPath, *request);
-    return exchangeXml(http.build(), std::move(to), *context, readPublicAccessUrl);
+    return exchangeXml(http.build(), std::move(to), *context,
+                       fieldsReader<PublicAccessUrlGetResponse>(publicUrlFields));
 }
 
 } // namespace connector::tarn

@@ -30,9 +30,6 @@ struct PublicAccessUrlGet;
 /// @return a future of the operation's response message
 class TARN_API FileAccessServiceProvider : public ServiceProviderAPI<FileAccessServiceProvider> {
 public:
-    using Reply = Future<std::unique_ptr<Message>>;
-    using ContextPtr = std::shared_ptr<Context>;
-
     virtual Reply handle(std::unique_ptr<FileCreate>&& request, Address&& to, ContextPtr&& context) = 0;
     virtual Reply handle(std::unique_ptr<FileUpdate>&& request, Address&& to, ContextPtr&& context) = 0;
     virtual Reply handle(std::unique_ptr<FileRead>&& request, Address&& to, ContextPtr&& context) = 0;

@@ -32,6 +32,8 @@ enum class HandleOperation : std::uint32_t {
 struct TARN_API FileHandleReadOnlyCreate : SessionRequest,
                                            VersionInfo,
                                            MessageAPI<FileHandleReadOnlyCreate, FileAccessServiceProvider> {
+    using Response = struct FileHandleReadOnlyCreateResponse;
+
     std::u16string path;
     std::u16string bucket;
 };
@@ -49,6 +51,8 @@ struct TARN_API FileHandleReadOnlyCreateResponse : Message {
 struct TARN_API FileHandleReadWriteCreate : SessionRequest,
                                             VersionInfo,
                                             MessageAPI<FileHandleReadWriteCreate, FileAccessServiceProvider> {
+    using Response = struct FileHandleReadWriteCreateResponse;
+
     std::u16string path;
     std::u16string bucket;
     CreateMode createMode = CreateMode::create;
@@ -68,6 +72,8 @@ struct TARN_API FileHandleReadWriteCreateResponse : Message {
 ///        "createNewVersion"
 /// Fails  "Handle ID cannot be empty", before anything is sent
 struct TARN_API FileHandleClose : SessionRequest, MessageAPI<FileHandleClose, FileAccessServiceProvider> {
+    using Response = struct FileHandleCloseResponse;
+
     std::string handleId; ///< from the response that opened it
     HandleOperation handleOperation = HandleOperation::commitChanges;
     bool createNewVersion = false;

@@ -31,6 +31,8 @@ namespace connector::tarn {
 ///        content as body
 /// Fails  when the file exists already
 struct TARN_API FileCreate : SessionRequest, MessageAPI<FileCreate, FileAccessServiceProvider> {
+    using Response = struct FileCreateResponse;
+
     std::u16string path;
     std::u16string bucket; ///< always replaced by the session's user
     common::DataBuffer content;
@@ -45,6 +47,8 @@ struct TARN_API FileCreateResponse : Message,
 ///
 /// Wire   PUT /service/v1/files{path}; "createMode" = "UPDATE", "createNewVersion"; otherwise as FileCreate
 struct TARN_API FileUpdate : SessionRequest, MessageAPI<FileUpdate, FileAccessServiceProvider> {
+    using Response = struct FileUpdateResponse;
+
     std::u16string path;
     std::u16string bucket;
     common::DataBuffer content;
@@ -61,6 +65,8 @@ struct TARN_API FileUpdateResponse : Message,
 /// reply
 ///        is the content itself
 struct TARN_API FileRead : SessionRequest, VersionInfo, MessageAPI<FileRead, FileAccessServiceProvider> {
+    using Response = struct FileReadResponse;
+
     std::u16string path;
     std::u16string bucket;
 };
@@ -71,7 +77,9 @@ struct TARN_API FileReadResponse : Message {
 };
 
 /// Not offered by the service: fails with "Not implemented yet" and sends nothing.
-struct TARN_API FileContentRead : SessionRequest, MessageAPI<FileContentRead, FileAccessServiceProvider> {};
+struct TARN_API FileContentRead : SessionRequest, MessageAPI<FileContentRead, FileAccessServiceProvider> {
+    using Response = struct FileContentReadResponse;
+};
 
 struct TARN_API FileContentReadResponse : Message {
     common::DataBuffer content;
@@ -79,7 +87,9 @@ struct TARN_API FileContentReadResponse : Message {
 };
 
 /// Not offered by the service: fails with "Not implemented yet" and sends nothing.
-struct TARN_API FileContentWrite : SessionRequest, MessageAPI<FileContentWrite, FileAccessServiceProvider> {};
+struct TARN_API FileContentWrite : SessionRequest, MessageAPI<FileContentWrite, FileAccessServiceProvider> {
+    using Response = struct FileContentWriteResponse;
+};
 
 struct TARN_API FileContentWriteResponse : Message {};
 
@@ -87,6 +97,8 @@ struct TARN_API FileContentWriteResponse : Message {};
 ///
 /// Wire   DELETE /service/v1/files{path}
 struct TARN_API FileDelete : SessionRequest, MessageAPI<FileDelete, FileAccessServiceProvider> {
+    using Response = struct FileDeleteResponse;
+
     std::u16string path;
     std::u16string bucket;
 };
@@ -98,6 +110,8 @@ struct TARN_API FileDeleteResponse : Message {};
 /// Wire   GET /service/v1/filesystem{path}
 struct TARN_API FileAttributesRead : SessionRequest,
                                      MessageAPI<FileAttributesRead, FileAccessServiceProvider> {
+    using Response = struct FileAttributesReadResponse;
+
     std::u16string path;
     std::u16string bucket;
 };

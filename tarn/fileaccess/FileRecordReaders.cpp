@@ -1,71 +1,87 @@
 #include "tarn/fileaccess/FileRecordReaders.h"
 
-#include "tarn/protocol/ReplyXml.h"
-#include "tarn/protocol/WireText.h"
+#include "tarn/protocol/ReplyFields.h"
 
 namespace connector::tarn {
 namespace {
 
 using Poco::XML::Element;
 
-/// The fields that all records have in common.
-template <class Record>
-void readSummary(const Element& element, Record& record)
+/// The fields that files have in common, whatever else a record holds.
+template <class File>
+constexpr std::tuple fileFields{
+    Field{"Name", &File::name},
+    Field{"Created", &File::created},
+    Field{"LastModified", &File::lastModified},
+    Field{"Size", &File::size},
+    Field{"Writable", &File::writable},
+    Field{"Watermark", &File::watermark},
+};
+
+constexpr std::tuple folderFields{
+    Field{"Name", &FolderSummary::name},
+    Field{"Created", &FolderSummary::created},
+    Field{"LastModified", &FolderSummary::lastModified},
+    Field{"Writable", &FolderSummary::writable},
+    Field{"Watermark", &FolderSummary::watermark},
+};
+
+constexpr auto attributesFields =
+    std::tuple_cat(std::tuple{Field{"Type", &FileAttributes::type}}, fileFields<FileAttributes>);
+
+constexpr std::tuple sharerFields{Field{"SharedByUserId", &SharedContent::sharedByUserId}};
+
+template <class Shared>
+constexpr std::tuple resourceFields{
+    Field{"Path", &Shared::path},
+    Field{"Bucket", &Shared::bucket},
+};
+
+template <class Record, class Table>
+Record readRecord(const Element& element, const Table& table)
 {
-    record.name = fromWire(childText(element, "Name"));
-    record.created = std::stoull(childText(element, "Created", "0"));
-    record.lastModified = std::stoull(childText(element, "LastModified", "0"));
-    if constexpr (requires { record.size; }) record.size = std::stoull(childText(element, "Size", "0"));
-    record.writable = flagFromWire(childText(element, "Writable", "false"));
-    record.watermark = childText(element, "Watermark");
+    Record record;
+    readFields(element, record, table);
+    return record;
 }
 
-template <class SharedRecord>
-SharedRecord readShared(const Element& element)
+template <class Shared, class Table>
+std::vector<Shared> readShared(const Element* container, const Table& table)
 {
-    SharedRecord record;
-    readSummary(element, record);
-    if (const Element* resource = element.getChildElement("Resource")) {
-        record.path = fromWire(childText(*resource, "Path"));
-        record.bucket = fromWire(childText(*resource, "Bucket"));
+    std::vector<Shared> records;
+    for (const Element* element : childElements(container)) {
+        auto& record = records.emplace_back(readRecord<Shared>(*element, table));
+        if (const Element* resource = element->getChildElement("Resource")) {
+            readFields(*resource, record, resourceFields<Shared>);
+        }
     }
-    return record;
+    return records;
 }
 
 } // namespace
 
 FileSummary readFileSummary(const Element& element)
 {
-    FileSummary record;
-    readSummary(element, record);
-    return record;
+    return readRecord<FileSummary>(element, fileFields<FileSummary>);
 }
 
 FolderSummary readFolderSummary(const Element& element)
 {
-    FolderSummary record;
-    readSummary(element, record);
-    return record;
+    return readRecord<FolderSummary>(element, folderFields);
 }
 
 FileAttributes readFileAttributes(const Element& element)
 {
-    FileAttributes record;
-    record.type = childText(element, "Type");
-    readSummary(element, record);
-    return record;
+    return readRecord<FileAttributes>(element, attributesFields);
 }
 
 SharedContent readSharedContent(const Element& element)
 {
-    SharedContent content;
-    content.sharedByUserId = fromWire(childText(element, "SharedByUserId"));
-    for (const Element* file : childElements(element.getChildElement("SharedFiles"))) {
-        content.sharedFiles.push_back(readShared<SharedFileSummary>(*file));
-    }
-    for (const Element* folder : childElements(element.getChildElement("SharedFolders"))) {
-        content.sharedFolders.push_back(readShared<SharedFolderSummary>(*folder));
-    }
+    auto content = readRecord<SharedContent>(element, sharerFields);
+    content.sharedFiles =
+        readShared<SharedFileSummary>(element.getChildElement("SharedFiles"), fileFields<FileSummary>);
+    content.sharedFolders =
+        readShared<SharedFolderSummary>(element.getChildElement("SharedFolders"), folderFields);
     return content;
 }
 

@@ -15,6 +15,8 @@ namespace connector::tarn {
 ///
 /// Wire   PUT /service/v1/folders{path}
 struct TARN_API FolderCreate : SessionRequest, MessageAPI<FolderCreate, FileAccessServiceProvider> {
+    using Response = struct FolderCreateResponse;
+
     std::u16string path;
     std::u16string bucket;
 };
@@ -25,6 +27,8 @@ struct TARN_API FolderCreateResponse : Message {};
 ///
 /// Wire   GET /service/v1/folders{path}
 struct TARN_API FolderList : SessionRequest, MessageAPI<FolderList, FileAccessServiceProvider> {
+    using Response = struct FolderListResponse;
+
     std::u16string path;
     std::u16string bucket;
 };
@@ -39,6 +43,8 @@ struct TARN_API FolderListResponse : Message {
 ///
 /// Wire   DELETE /service/v1/folders{path}; "forceRecursive", always
 struct TARN_API FolderDelete : SessionRequest, MessageAPI<FolderDelete, FileAccessServiceProvider> {
+    using Response = struct FolderDeleteResponse;
+
     std::u16string path;
     std::u16string bucket;
     bool forceRecursive = false; ///< with everything in it; otherwise only an empty one
@@ -51,6 +57,8 @@ struct TARN_API FolderDeleteResponse : Message {};
 /// Wire   PUT /service/v1/filesystem{path}; "targetPath" and "targetBucket", also when empty,
 ///        "moveTargetOverwrite"
 struct TARN_API Move : SessionRequest, MessageAPI<Move, FileAccessServiceProvider> {
+    using Response = struct MoveResponse;
+
     std::u16string path;
     std::u16string bucket;
     std::u16string targetPath;        ///< travels as a query value, so '?' and '#' are safe in it
@@ -63,8 +71,9 @@ struct TARN_API MoveResponse : Message {};
 /// Lists what other users share with the session's user.
 ///
 /// Wire   GET /service/v1/sharedcontent
-struct TARN_API SharedContentList : SessionRequest,
-                                    MessageAPI<SharedContentList, FileAccessServiceProvider> {};
+struct TARN_API SharedContentList : SessionRequest, MessageAPI<SharedContentList, FileAccessServiceProvider> {
+    using Response = struct SharedContentListResponse;
+};
 
 struct TARN_API SharedContentListResponse : Message {
     std::vector<SharedContent> sharedContent; ///< every element "SharedContent", one per sharing user
@@ -75,6 +84,8 @@ struct TARN_API SharedContentListResponse : Message {
 /// Wire   GET /service/v1/public/urls{path}
 struct TARN_API PublicAccessUrlGet : SessionRequest,
                                      MessageAPI<PublicAccessUrlGet, FileAccessServiceProvider> {
+    using Response = struct PublicAccessUrlGetResponse;
+
     std::u16string path;
     std::u16string bucket;
 };

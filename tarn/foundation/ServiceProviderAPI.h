@@ -12,8 +12,7 @@ public:
     /// @return the handler's future, or a failed one: std::runtime_error "Service exists but is not running."
     ///   (the message then stays with the caller), std::invalid_argument "Incorrect message type. ..."
     /// @throws std::bad_typeid on a null message, std::bad_weak_ptr when no shared_ptr owns this provider
-    Future<std::unique_ptr<Message>> deliver(std::unique_ptr<Message>&& msg, Address&& to,
-                                             std::shared_ptr<Context>&& ctx) override
+    Reply deliver(std::unique_ptr<Message>&& msg, Address&& to, ContextPtr&& ctx) override
     {
         if (!this->isRunning()) {
             return makeExceptionalFuture<std::unique_ptr<Message>>(

@@ -1,12 +1,12 @@
 #pragma once
 
 #include "tarn/foundation/Export.h"
+#include "tarn/protocol/ReplyLimits.h"
 
 #include <Poco/AutoPtr.h>
 #include <Poco/DOM/Document.h>
 #include <Poco/DOM/Element.h>
 
-#include <cstddef>
 #include <optional>
 #include <string>
 #include <vector>
@@ -15,13 +15,6 @@
 namespace connector::tarn {
 
 using ReplyDocument = Poco::AutoPtr<Poco::XML::Document>;
-
-/// How large a reply may be before it counts as not well-formed: reading it could take the process down.
-struct ReplyLimits {
-    std::size_t depth = 256;        ///< nesting of elements; the DOM's readers and destructors recurse
-    std::size_t names = 500;        ///< distinct names; the DOM's name pool holds 509
-    std::size_t nodes = 10'000'000; ///< elements, attributes, texts, comments, ...; about 100 bytes each
-};
 
 /// The document in `text`, as Poco's DOM parser reads it with its default settings.
 /// @throws std::runtime_error "TARN error: " followed by the whole text when it is not well-formed XML or

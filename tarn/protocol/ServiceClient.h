@@ -2,6 +2,7 @@
 
 #include "tarn/foundation/platform/Connector.h"
 #include "tarn/protocol/ErrorText.h"
+#include "tarn/protocol/ReplyTo.h"
 #include "tarn/protocol/SessionRequest.h"
 
 #include <memory>
@@ -42,12 +43,12 @@ public:
     /// what the caller put there, and sends the request.
     ///
     /// @param buckets  the members of the request that hold a bucket, in the order they are filled
-    /// @return a future resolved on the host's delivery thread; already failed with "Null request, session,
-    /// or
-    ///   context" when something is missing, and the request then stays with the caller
-    template <class Response, class Request, class... Buckets>
-    Future<std::unique_ptr<Response>> send(std::unique_ptr<Request>&& request, Buckets... buckets) const
+    /// @return a future resolved on the host's delivery thread; already failed with "Null request, session, or
+    ///         context" when something is missing, and the request then stays with the caller
+    template <class Request, class... Buckets>
+    ReplyTo<Request> send(std::unique_ptr<Request>&& request, Buckets... buckets) const
     {
+        using Response = typename Request::Response;
         if (!canSend(request)) {
             return makeExceptionalFuture<std::unique_ptr<Response>>(
                 std::runtime_error(ErrorText::nullArgument));

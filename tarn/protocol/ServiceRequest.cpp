@@ -64,6 +64,13 @@ ServiceRequest sessionRequest(const std::string& endpoint, const std::string& me
     return built;
 }
 
+std::unique_ptr<http::HttpClientRequest>
+makeSessionHttpRequest(const std::string& endpoint, const std::string& method, const std::string& servicePath,
+                       const std::string& resourcePath, const SessionRequest& request)
+{
+    return sessionRequest(endpoint, method, servicePath, resourcePath, request).build();
+}
+
 ServiceRequest pathRequest(const std::string& endpoint, const std::string& method,
                            const std::string& servicePath, const std::u16string& path,
                            const std::u16string& bucket, const SessionRequest& request)

@@ -15,9 +15,8 @@ namespace connector::tarn {
 /// One HTTP request to the service in the making. The URL is parsed once and printed once, in `build`.
 class TARN_API ServiceRequest {
 public:
-    /// @param urlText  endpoint and path as they stand; percent-encoded as a whole. '/', '?' and '#' stay as
-    /// they
-    ///   are: an item path that holds '?' or '#' reaches another object
+    /// @param urlText  endpoint and path as they stand; percent-encoded as a whole. '/', '?' and '#' stay as they
+    ///                 are: an item path that holds '?' or '#' reaches another object
     /// @throws Poco::SyntaxException when the text is no URL
     ServiceRequest(std::string methodWord, const std::string& urlText);
 
@@ -42,6 +41,18 @@ private:
     std::vector<std::pair<std::string, std::string>> headers;
     http::BodyPublisher body;
 };
+
+/// A request without body, with the session's parameters (never "bucket") and header.
+///
+/// @param endpoint      base URL of the service; percent-encoded together with the path, so an IPv6 literal in
+///                      brackets does not survive
+/// @param method        "get", "put" or "delete"
+/// @param resourcePath  appended to `servicePath`, after a '/' unless it begins with one; empty adds nothing.
+///                      '?' and '#' in it are not escaped: they cut an id off
+/// @throws Poco::SyntaxException when endpoint and path make no URL
+TARN_API std::unique_ptr<http::HttpClientRequest>
+makeSessionHttpRequest(const std::string& endpoint, const std::string& method, const std::string& servicePath,
+                       const std::string& resourcePath, const SessionRequest& request);
 
 /// A request as makeSessionHttpRequest builds it, open for further parameters.
 TARN_API ServiceRequest sessionRequest(const std::string& endpoint, const std::string& method,

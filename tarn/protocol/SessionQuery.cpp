@@ -1,6 +1,5 @@
 #include "tarn/protocol/SessionQuery.h"
 
-#include "tarn/protocol/ServiceRequest.h"
 #include "tarn/protocol/WireText.h"
 
 namespace connector::tarn {
@@ -12,13 +11,6 @@ void addSessionQueryParameters(Poco::URI& uri, const std::string& clientString, 
     if (!clientString.empty()) uri.addQueryParameter("clientString", clientString);
     if (!clientType.empty()) uri.addQueryParameter("clientType", clientType);
     if (!bucket.empty()) uri.addQueryParameter("bucket", toWire(bucket));
-}
-
-std::unique_ptr<http::HttpClientRequest>
-makeSessionHttpRequest(const std::string& endpoint, const std::string& method, const std::string& servicePath,
-                       const std::string& resourcePath, const SessionRequest& request)
-{
-    return sessionRequest(endpoint, method, servicePath, resourcePath, request).build();
 }
 
 void addUtf16QueryParameter(std::unique_ptr<http::HttpClientRequest>& httpRequest, const std::string& name,

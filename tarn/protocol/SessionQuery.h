@@ -21,18 +21,6 @@ inline constexpr const char* contentTypeHeader = "Content-Type";
 TARN_API void addSessionQueryParameters(Poco::URI& uri, const std::string& clientString,
                                         const std::string& clientType, const std::u16string& bucket);
 
-/// A request without body, with the session's parameters (never "bucket") and header.
-///
-/// @param endpoint      base URL of the service; percent-encoded together with the path, so an IPv6 literal
-/// in
-///   brackets does not survive
-/// @param method        "get", "put" or "delete"
-/// @param resourcePath  appended to `servicePath`, after a '/' unless it begins with one; empty adds nothing
-/// @throws Poco::SyntaxException when endpoint and path make no URL
-TARN_API std::unique_ptr<http::HttpClientRequest>
-makeSessionHttpRequest(const std::string& endpoint, const std::string& method, const std::string& servicePath,
-                       const std::string& resourcePath, const SessionRequest& request);
-
 /// Appends one query parameter to a request that is built already; an empty value is added as well. Parses
 /// and prints the URL each time: use ServiceRequest where several parameters are added.
 /// @throws std::invalid_argument when `value` is malformed UTF-16

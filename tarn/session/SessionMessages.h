@@ -17,6 +17,8 @@ namespace connector::tarn {
 ///        request: "File not found." (404), "Unknown error.", "TARN error: ..." when the reply is not XML, or
 ///        the transport's failure
 struct TARN_API Login : TarnBaseRequest, MessageAPI<Login, TarnSessionServiceProvider> {
+    using Response = struct LoginResponse;
+
     std::u16string user;             ///< kept by the session; not sent: the token names the account
     std::string authenticationToken; ///< UTF-8, from whoever runs the service
 };
@@ -30,7 +32,9 @@ struct TARN_API LoginResponse : Message {
 ///
 /// Wire   GET /service/v1/logout
 /// Fails  as every request; also when the reply is not XML, an empty one included
-struct TARN_API Logout : SessionRequest, MessageAPI<Logout, TarnSessionServiceProvider> {};
+struct TARN_API Logout : SessionRequest, MessageAPI<Logout, TarnSessionServiceProvider> {
+    using Response = struct LogoutResponse;
+};
 
 struct TARN_API LogoutResponse : Message {};
 
@@ -38,7 +42,9 @@ struct TARN_API LogoutResponse : Message {};
 ///
 /// Wire   GET /service/v1/ping
 /// Fails  as every request
-struct TARN_API Ping : SessionRequest, MessageAPI<Ping, TarnSessionServiceProvider> {};
+struct TARN_API Ping : SessionRequest, MessageAPI<Ping, TarnSessionServiceProvider> {
+    using Response = struct PingResponse;
+};
 
 struct TARN_API PingResponse : Message {
     std::string value; ///< element "Value", UTF-8; empty when the reply has not exactly one

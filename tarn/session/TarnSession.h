@@ -1,19 +1,12 @@
 #pragma once
 
-#include "tarn/foundation/Export.h"
-#include "tarn/foundation/Future.h"
+#include "tarn/protocol/ReplyTo.h"
+#include "tarn/session/SessionMessages.h"
 
 #include <memory>
 #include <string>
 
 namespace connector::tarn {
-
-struct Login;
-struct LoginResponse;
-struct Logout;
-struct LogoutResponse;
-struct Ping;
-struct PingResponse;
 
 /// The application's session with the service: whose it is, and what every request must carry.
 ///
@@ -25,11 +18,11 @@ public:
     virtual ~TarnSession() = default;
 
     /// Opens a session with the request's user and authentication token; its id is kept for later requests.
-    virtual Future<std::unique_ptr<LoginResponse>> login(std::unique_ptr<Login>&& request) = 0;
+    virtual ReplyTo<Login> login(std::unique_ptr<Login>&& request) = 0;
     /// Ends the session at the service. The id kept here stays until the next login.
-    virtual Future<std::unique_ptr<LogoutResponse>> logout(std::unique_ptr<Logout>&& request) = 0;
+    virtual ReplyTo<Logout> logout(std::unique_ptr<Logout>&& request) = 0;
     /// Asks the service for a sign of life.
-    virtual Future<std::unique_ptr<PingResponse>> ping(std::unique_ptr<Ping>&& request) = 0;
+    virtual ReplyTo<Ping> ping(std::unique_ptr<Ping>&& request) = 0;
 
     virtual void setSessionId(const std::string& value) = 0;
     /// UTF-8; header "x-qz-tarn-session-id" of every request. Empty before the first login.

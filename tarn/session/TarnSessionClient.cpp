@@ -13,37 +13,37 @@ TarnSessionClient::TarnSessionClient(std::shared_ptr<Connector> connector, const
 {
 }
 
-Future<std::unique_ptr<LoginResponse>> TarnSessionClient::login(std::unique_ptr<Login>&& request)
+ReplyTo<Login> TarnSessionClient::login(std::unique_ptr<Login>&& request)
 {
     user = request->user;
     request->clientString = clientString;
     request->clientType = clientType;
     return context->handle<LoginResponse, Login>(std::move(request), Address(target))
-        .then([this](Future<std::unique_ptr<LoginResponse>>&& reply) {
+        .then([this](ReplyTo<Login>&& reply) {
             auto response = reply.get();
             if (response) sessionId = response->sessionId;
             return response;
         });
 }
 
-Future<std::unique_ptr<LogoutResponse>> TarnSessionClient::logout(std::unique_ptr<Logout>&& request)
+ReplyTo<Logout> TarnSessionClient::logout(std::unique_ptr<Logout>&& request)
 {
-    return sendStamped<LogoutResponse>(request);
+    return sendStamped(request);
 }
 
-Future<std::unique_ptr<PingResponse>> TarnSessionClient::ping(std::unique_ptr<Ping>&& request)
+ReplyTo<Ping> TarnSessionClient::ping(std::unique_ptr<Ping>&& request)
 {
-    return sendStamped<PingResponse>(request);
+    return sendStamped(request);
 }
 
-template <class Response, class Request>
-Future<std::unique_ptr<Response>> TarnSessionClient::sendStamped(std::unique_ptr<Request>& request)
+template <class Request>
+ReplyTo<Request> TarnSessionClient::sendStamped(std::unique_ptr<Request>& request)
 {
     if (!request) request = std::make_unique<Request>();
     request->sessionId = sessionId;
     request->clientString = clientString;
     request->clientType = clientType;
-    return context->handle<Response, Request>(std::move(request), Address(target));
+    return context->handle<typename Request::Response, Request>(std::move(request), Address(target));
 }
 
 void TarnSessionClient::setMountPoint(const std::u16string& value)

@@ -1,7 +1,6 @@
 #pragma once
 
 #include "tarn/foundation/platform/Connector.h"
-#include "tarn/session/SessionMessages.h"
 #include "tarn/session/TarnSession.h"
 
 namespace connector::tarn {
@@ -25,11 +24,11 @@ public:
     /// The request must not be null. Its user becomes the session's at once; the session id returned is
     /// stored before the future is resolved. A login that fails leaves the session id as it was. This object
     /// must outlive the login.
-    Future<std::unique_ptr<LoginResponse>> login(std::unique_ptr<Login>&& request) override;
+    ReplyTo<Login> login(std::unique_ptr<Login>&& request) override;
     /// A null request is replaced by an empty one.
-    Future<std::unique_ptr<LogoutResponse>> logout(std::unique_ptr<Logout>&& request) override;
+    ReplyTo<Logout> logout(std::unique_ptr<Logout>&& request) override;
     /// A null request is replaced by an empty one.
-    Future<std::unique_ptr<PingResponse>> ping(std::unique_ptr<Ping>&& request) override;
+    ReplyTo<Ping> ping(std::unique_ptr<Ping>&& request) override;
 
     void setSessionId(const std::string& value) override { sessionId = value; }
 
@@ -57,8 +56,8 @@ public:
     std::shared_ptr<TarnSession> getPtr() override { return shared_from_this(); }
 
 private:
-    template <class Response, class Request>
-    Future<std::unique_ptr<Response>> sendStamped(std::unique_ptr<Request>& request);
+    template <class Request>
+    ReplyTo<Request> sendStamped(std::unique_ptr<Request>& request);
 
     std::shared_ptr<Context> context;
     Address target;

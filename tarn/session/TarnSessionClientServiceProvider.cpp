@@ -1,26 +1,20 @@
 #include "tarn/session/TarnSessionClientServiceProvider.h"
 
 #include "tarn/protocol/HttpExchange.h"
+#include "tarn/protocol/ReplyFields.h"
 #include "tarn/protocol/ServiceRequest.h"
 
 namespace connector::tarn {
 namespace {
 
-std::unique_ptr<LoginResponse> readLogin(const Poco::XML::Document& reply)
-{
-    auto response = std::make_unique<LoginResponse>();
-    response->sessionId = documentText(reply, "TarnSessionId");
-    response->minutesBeforeRelogin =
-        static_cast<std::uint32_t>(std::stoul(documentText(reply, "MinutesBeforeRelogin", "0")));
-    return response;
-}
+using Reply = ServiceProvider::Reply;
 
-std::unique_ptr<PingResponse> readPing(const Poco::XML::Document& reply)
-{
-    auto response = std::make_unique<PingResponse>();
-    response->value = documentText(reply, "Value");
-    return response;
-}
+constexpr std::tuple loginFields{
+    Field{"TarnSessionId", &LoginResponse::sessionId},
+    Field{"MinutesBeforeRelogin", &LoginResponse::minutesBeforeRelogin},
+};
+
+constexpr std::tuple pingFields{Field{"Value", &PingResponse::value}};
 
 /// Login and logout change something behind a "get": repeated on a fresh connection, they would happen twice.
 std::unique_ptr<http::HttpClientRequest> onlyOnce(std::unique_ptr<http::HttpClientRequest> request)
@@ -48,9 +42,8 @@ std::string TarnSessionClientServiceProvider::getEndpoint() const
     return endpoint;
 }
 
-Future<std::unique_ptr<Message>> TarnSessionClientServiceProvider::handle(std::unique_ptr<Login>&& request,
-                                                                          Address&& to,
-                                                                          std::shared_ptr<Context>&& context)
+Reply TarnSessionClientServiceProvider::handle(std::unique_ptr<Login>&& request, Address&& to,
+                                               ContextPtr&& context)
 {
     auto build = [&] {
         ServiceRequest login("get", getEndpoint() + "/service/v1/login");
@@ -58,12 +51,11 @@ Future<std::unique_ptr<Message>> TarnSessionClientServiceProvider::handle(std::u
         login.addHeader(authenticationTokenHeader, request->authenticationToken);
         return onlyOnce(login.build());
     };
-    return buildAndExchangeXml(build, std::move(to), *context, readLogin);
+    return buildAndExchangeXml(build, std::move(to), *context, fieldsReader<LoginResponse>(loginFields));
 }
 
-Future<std::unique_ptr<Message>> TarnSessionClientServiceProvider::handle(std::unique_ptr<Logout>&& request,
-                                                                          Address&& to,
-                                                                          std::shared_ptr<Context>&& context)
+Reply TarnSessionClientServiceProvider::handle(std::unique_ptr<Logout>&& request, Address&& to,
+                                               ContextPtr&& context)
 {
     auto build = [&] {
         return onlyOnce(makeSessionHttpRequest(getEndpoint(), "get", "/service/v1/logout", "", *request));
@@ -71,14 +63,13 @@ Future<std::unique_ptr<Message>> TarnSessionClientServiceProvider::handle(std::u
     return buildAndExchangeXml(build, std::move(to), *context, readNothing<LogoutResponse>);
 }
 
-Future<std::unique_ptr<Message>> TarnSessionClientServiceProvider::handle(std::unique_ptr<Ping>&& request,
-                                                                          Address&& to,
-                                                                          std::shared_ptr<Context>&& context)
+Reply TarnSessionClientServiceProvider::handle(std::unique_ptr<Ping>&& request, Address&& to,
+                                               ContextPtr&& context)
 {
     auto build = [&] {
         return makeSessionHttpRequest(getEndpoint(), "get", "/service/v1/ping", "", *request);
     };
-    return buildAndExchangeXml(build, std::move(to), *context, readPing);
+    return buildAndExchangeXml(build, std::move(to), *context, fieldsReader<PingResponse>(pingFields));
 }
 
 } // namespace connector::tarn

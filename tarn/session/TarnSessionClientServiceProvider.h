@@ -23,12 +23,9 @@ public:
     /// A copy of the current endpoint.
     std::string getEndpoint() const;
 
-    Future<std::unique_ptr<Message>> handle(std::unique_ptr<Login>&& request, Address&& to,
-                                            std::shared_ptr<Context>&& context) override;
-    Future<std::unique_ptr<Message>> handle(std::unique_ptr<Logout>&& request, Address&& to,
-                                            std::shared_ptr<Context>&& context) override;
-    Future<std::unique_ptr<Message>> handle(std::unique_ptr<Ping>&& request, Address&& to,
-                                            std::shared_ptr<Context>&& context) override;
+    Reply handle(std::unique_ptr<Login>&& request, Address&& to, ContextPtr&& context) override;
+    Reply handle(std::unique_ptr<Logout>&& request, Address&& to, ContextPtr&& context) override;
+    Reply handle(std::unique_ptr<Ping>&& request, Address&& to, ContextPtr&& context) override;
 
 private:
     mutable std::mutex mutex; ///< guards `endpoint`

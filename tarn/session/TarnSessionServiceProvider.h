@@ -17,12 +17,9 @@ struct Ping;
 /// @return a future of the operation's response message
 class TARN_API TarnSessionServiceProvider : public ServiceProviderAPI<TarnSessionServiceProvider> {
 public:
-    virtual Future<std::unique_ptr<Message>> handle(std::unique_ptr<Login>&& request, Address&& to,
-                                                    std::shared_ptr<Context>&& context) = 0;
-    virtual Future<std::unique_ptr<Message>> handle(std::unique_ptr<Logout>&& request, Address&& to,
-                                                    std::shared_ptr<Context>&& context) = 0;
-    virtual Future<std::unique_ptr<Message>> handle(std::unique_ptr<Ping>&& request, Address&& to,
-                                                    std::shared_ptr<Context>&& context) = 0;
+    virtual Reply handle(std::unique_ptr<Login>&& request, Address&& to, ContextPtr&& context) = 0;
+    virtual Reply handle(std::unique_ptr<Logout>&& request, Address&& to, ContextPtr&& context) = 0;
+    virtual Reply handle(std::unique_ptr<Ping>&& request, Address&& to, ContextPtr&& context) = 0;
 };
 
 } // namespace connector::tarn

@@ -28,6 +28,8 @@ namespace connector::tarn {
 /// Wire   PUT /service/v1/versions/files{path}; "versionId", also when empty, "versionLabel",
 /// "createNewVersion"
 struct TARN_API VersionRestore : SessionRequest, MessageAPI<VersionRestore, VersioningServiceProvider> {
+    using Response = struct VersionRestoreResponse;
+
     std::u16string path;
     std::u16string bucket; ///< not sent
     std::string versionId;
@@ -46,6 +48,8 @@ struct TARN_API VersionRestoreResponse : Message {
 ///
 /// Wire   GET /service/v1/versions/files{path}
 struct TARN_API VersionList : SessionRequest, MessageAPI<VersionList, VersioningServiceProvider> {
+    using Response = struct VersionListResponse;
+
     std::u16string path;
     std::u16string bucket; ///< not sent
 };

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "tarn/protocol/ReplyTo.h"
 #include "tarn/versioning/VersionMessages.h"
 
 namespace connector::tarn {
@@ -13,10 +14,8 @@ class TARN_API Versioning {
 public:
     virtual ~Versioning() = default;
 
-    virtual Future<std::unique_ptr<VersionListResponse>>
-    listVersions(std::unique_ptr<VersionList>&& request) = 0;
-    virtual Future<std::unique_ptr<VersionRestoreResponse>>
-    restoreVersion(std::unique_ptr<VersionRestore>&& request) = 0;
+    virtual ReplyTo<VersionList> listVersions(std::unique_ptr<VersionList>&& request) = 0;
+    virtual ReplyTo<VersionRestore> restoreVersion(std::unique_ptr<VersionRestore>&& request) = 0;
 
     /// @throws std::bad_weak_ptr when no shared_ptr owns the object
     virtual std::shared_ptr<Versioning> getPtr() = 0;

@@ -8,16 +8,14 @@ VersioningClient::VersioningClient(std::shared_ptr<TarnSession> session, std::sh
 {
 }
 
-Future<std::unique_ptr<VersionListResponse>>
-VersioningClient::listVersions(std::unique_ptr<VersionList>&& request)
+ReplyTo<VersionList> VersioningClient::listVersions(std::unique_ptr<VersionList>&& request)
 {
-    return client.send<VersionListResponse>(std::move(request), &VersionList::bucket);
+    return client.send(std::move(request), &VersionList::bucket);
 }
 
-Future<std::unique_ptr<VersionRestoreResponse>>
-VersioningClient::restoreVersion(std::unique_ptr<VersionRestore>&& request)
+ReplyTo<VersionRestore> VersioningClient::restoreVersion(std::unique_ptr<VersionRestore>&& request)
 {
-    return client.send<VersionRestoreResponse>(std::move(request), &VersionRestore::bucket);
+    return client.send(std::move(request), &VersionRestore::bucket);
 }
 
 } // namespace connector::tarn

@@ -19,11 +19,9 @@ public:
     VersioningClient(std::shared_ptr<TarnSession> session, std::shared_ptr<Connector> connector,
                      const Address& address);
 
-    Future<std::unique_ptr<VersionListResponse>>
-    listVersions(std::unique_ptr<VersionList>&& request) override;
+    ReplyTo<VersionList> listVersions(std::unique_ptr<VersionList>&& request) override;
     /// An empty version id is sent as it is, and the service refuses it.
-    Future<std::unique_ptr<VersionRestoreResponse>>
-    restoreVersion(std::unique_ptr<VersionRestore>&& request) override;
+    ReplyTo<VersionRestore> restoreVersion(std::unique_ptr<VersionRestore>&& request) override;
 
     std::shared_ptr<Versioning> getPtr() override { return shared_from_this(); }
 

@@ -1,8 +1,8 @@
 #include "tarn/versioning/VersioningClientServiceProvider.h"
 
 #include "tarn/protocol/HttpExchange.h"
+#include "tarn/protocol/ReplyFields.h"
 #include "tarn/protocol/ServiceRequest.h"
-#include "tarn/protocol/WireText.h"
 #include "tarn/versioning/VersionMessages.h"
 
 namespace connector::tarn {
@@ -10,6 +10,15 @@ namespace {
 
 using Poco::XML::Document;
 using Poco::XML::Element;
+using Reply = ServiceProvider::Reply;
+
+constexpr std::tuple listFields{Field{"Name", &VersionListResponse::name}};
+
+constexpr std::tuple versionFields{
+    Field{"VersionId", &VersionSummary::versionId},
+    Field{"Created", &VersionSummary::created},
+    Field{"VersionLabel", &VersionSummary::versionLabel},
+};
 
 /// A call about the versions of the file at `path`; the bucket is never part of it.
 ServiceRequest versionRequest(const std::string& endpoint, const std::string& method,
@@ -18,6 +27,8 @@ ServiceRequest versionRequest(const std::string& endpoint, const std::string& me
     return pathRequest(endpoint, method, "/service/v1/versions/files", path, {}, request);
 }
 
+/// What the reply does not tell is taken from the request. The label is read as an unsigned number, unlike that of
+/// a list.
 std::unique_ptr<VersionRestoreResponse> readRestore(const Document& reply, const VersionInfo& asked)
 {
     auto response = std::make_unique<VersionRestoreResponse>();
@@ -29,21 +40,12 @@ std::unique_ptr<VersionRestoreResponse> readRestore(const Document& reply, const
     return response;
 }
 
-VersionSummary readVersionSummary(const Element& element)
-{
-    VersionSummary version;
-    version.versionId = childText(element, "VersionId");
-    version.created = std::stoull(childText(element, "Created", "0"));
-    version.versionLabel = std::stoll(childText(element, "VersionLabel", "0"));
-    return version;
-}
-
 std::unique_ptr<VersionListResponse> readVersionList(const Document& reply)
 {
     auto response = std::make_unique<VersionListResponse>();
-    response->name = fromWire(documentText(reply, "Name"));
+    readFields(reply, *response, listFields);
     for (const Element* element : elementsNamed(reply, "VersionSummary")) {
-        response->versions.push_back(readVersionSummary(*element));
+        readFields(*element, response->versions.emplace_back(), versionFields);
     }
     return response;
 }
@@ -60,9 +62,8 @@ VersioningClientServiceProvider::VersioningClientServiceProvider(
 {
 }
 
-Future<std::unique_ptr<Message>>
-VersioningClientServiceProvider::handle(std::unique_ptr<VersionRestore>&& request, Address&& to,
-                                        std::shared_ptr<Context>&& context)
+Reply VersioningClientServiceProvider::handle(std::unique_ptr<VersionRestore>&& request, Address&& to,
+                                              ContextPtr&& context)
 {
     auto build = [&] {
         ServiceRequest http = versionRequest(endpoint, "put", request->path, *request);
@@ -76,9 +77,8 @@ VersioningClientServiceProvider::handle(std::unique_ptr<VersionRestore>&& reques
                                [asked](const Document& reply) { return readRestore(reply, asked); });
 }
 
-Future<std::unique_ptr<Message>>
-VersioningClientServiceProvider::handle(std::unique_ptr<VersionList>&& request, Address&& to,
-                                        std::shared_ptr<Context>&& context)
+Reply VersioningClientServiceProvider::handle(std::unique_ptr<VersionList>&& request, Address&& to,
+                                              ContextPtr&& context)
 {
     auto build = [&] { return versionRequest(endpoint, "get", request->path, *request).build(); };
     return buildAndExchangeXml(build, std::move(to), *context, readVersionList);

@@ -20,10 +20,8 @@ public:
     VersioningClientServiceProvider(std::shared_ptr<configuration::Configuration> configuration,
                                     const std::string& endpoint);
 
-    Future<std::unique_ptr<Message>> handle(std::unique_ptr<VersionRestore>&& request, Address&& to,
-                                            std::shared_ptr<Context>&& context) override;
-    Future<std::unique_ptr<Message>> handle(std::unique_ptr<VersionList>&& request, Address&& to,
-                                            std::shared_ptr<Context>&& context) override;
+    Reply handle(std::unique_ptr<VersionRestore>&& request, Address&& to, ContextPtr&& context) override;
+    Reply handle(std::unique_ptr<VersionList>&& request, Address&& to, ContextPtr&& context) override;
 
 private:
     std::string endpoint;

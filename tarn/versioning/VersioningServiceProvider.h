@@ -16,10 +16,8 @@ struct VersionList;
 /// @return a future of the operation's response message
 class TARN_API VersioningServiceProvider : public ServiceProviderAPI<VersioningServiceProvider> {
 public:
-    virtual Future<std::unique_ptr<Message>> handle(std::unique_ptr<VersionRestore>&& request, Address&& to,
-                                                    std::shared_ptr<Context>&& context) = 0;
-    virtual Future<std::unique_ptr<Message>> handle(std::unique_ptr<VersionList>&& request, Address&& to,
-                                                    std::shared_ptr<Context>&& context) = 0;
+    virtual Reply handle(std::unique_ptr<VersionRestore>&& request, Address&& to, ContextPtr&& context) = 0;
+    virtual Reply handle(std::unique_ptr<VersionList>&& request, Address&& to, ContextPtr&& context) = 0;
 };
 
 } // namespace connector::tarn

@@ -1,7 +1,6 @@
 #include "tarn/fileaccess/detail/FileReplies.h"
 
 #include "tarn/fileaccess/FileRecordReaders.h"
-#include "tarn/protocol/WireText.h"
 
 #include <Poco/Exception.h>
 
@@ -16,15 +15,6 @@ const Element& rootOf(const Document& reply)
     const Element* root = reply.documentElement();
     if (!root) throw Poco::NullPointerException();
     return *root;
-}
-
-template <class Handle>
-std::unique_ptr<Handle> readHandle(const Document& reply)
-{
-    auto response = std::make_unique<Handle>();
-    response->fileHandleId = documentText(reply, "FileHandleId");
-    response->fileSize = std::stoull(documentText(reply, "FileSize", "0"));
-    return response;
 }
 
 } // namespace
@@ -43,18 +33,6 @@ std::unique_ptr<FileAttributesReadResponse> readAttributes(const Document& reply
     if (const Element* attributes = rootOf(reply).getChildElement("FileAttributes")) {
         response->attributes = readFileAttributes(*attributes);
     }
-    return response;
-}
-
-std::unique_ptr<FileHandleReadOnlyCreateResponse> readReadOnlyHandle(const Document& reply)
-{
-    return readHandle<FileHandleReadOnlyCreateResponse>(reply);
-}
-
-std::unique_ptr<FileHandleReadWriteCreateResponse> readReadWriteHandle(const Document& reply)
-{
-    auto response = readHandle<FileHandleReadWriteCreateResponse>(reply);
-    response->fileCreated = flagFromWire(documentText(reply, "FileCreated", "false"));
     return response;
 }
 
@@ -80,13 +58,6 @@ std::unique_ptr<SharedContentListResponse> readSharedContentList(const Document&
     for (const Element* content : elementsNamed(rootOf(reply), "SharedContent")) {
         response->sharedContent.push_back(readSharedContent(*content));
     }
-    return response;
-}
-
-std::unique_ptr<PublicAccessUrlGetResponse> readPublicAccessUrl(const Document& reply)
-{
-    auto response = std::make_unique<PublicAccessUrlGetResponse>();
-    response->url = fromWire(documentText(reply, "PublicAccessUrl"));
     return response;
 }
 

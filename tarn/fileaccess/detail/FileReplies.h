@@ -4,6 +4,7 @@
 #include "tarn/fileaccess/FileMessages.h"
 #include "tarn/fileaccess/FolderMessages.h"
 #include "tarn/protocol/HttpExchange.h"
+#include "tarn/protocol/ReplyFields.h"
 
 #include <memory>
 
@@ -11,22 +12,27 @@
 /// field's default; a number that is none throws as std::stoll and std::stoull do.
 namespace connector::tarn {
 
-/// For FileCreateResponse and FileUpdateResponse.
-template <class Response>
-std::unique_ptr<Response> readVersionWritten(const Poco::XML::Document& reply)
-{
-    auto response = std::make_unique<Response>();
-    response->versionId = documentText(reply, "VersionId");
-    response->versionLabel = std::stoll(documentText(reply, "VersionLabel", "0"));
-    return response;
-}
+/// What both kinds of write answer.
+inline constexpr std::tuple versionFields{
+    Field{"VersionId", &VersionInfo::versionId},
+    Field{"VersionLabel", &VersionInfo::versionLabel},
+};
+
+template <class Handle>
+inline constexpr std::tuple handleFields{
+    Field{"FileHandleId", &Handle::fileHandleId},
+    Field{"FileSize", &Handle::fileSize},
+};
+
+inline constexpr auto readWriteHandleFields =
+    std::tuple_cat(handleFields<FileHandleReadWriteCreateResponse>,
+                   std::tuple{Field{"FileCreated", &FileHandleReadWriteCreateResponse::fileCreated}});
+
+inline constexpr std::tuple publicUrlFields{Field{"PublicAccessUrl", &PublicAccessUrlGetResponse::url}};
 
 std::unique_ptr<FileReadResponse> readFileContent(http::HttpClientResponse& reply);
 std::unique_ptr<FileAttributesReadResponse> readAttributes(const Poco::XML::Document& reply);
-std::unique_ptr<FileHandleReadOnlyCreateResponse> readReadOnlyHandle(const Poco::XML::Document& reply);
-std::unique_ptr<FileHandleReadWriteCreateResponse> readReadWriteHandle(const Poco::XML::Document& reply);
 std::unique_ptr<FolderListResponse> readFolderList(const Poco::XML::Document& reply);
 std::unique_ptr<SharedContentListResponse> readSharedContentList(const Poco::XML::Document& reply);
-std::unique_ptr<PublicAccessUrlGetResponse> readPublicAccessUrl(const Poco::XML::Document& reply);
 
 } // namespace connector::tarn

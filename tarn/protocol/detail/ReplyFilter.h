@@ -1,6 +1,6 @@
 #pragma once
 
-#include "tarn/protocol/ReplyXml.h"
+#include "tarn/protocol/ReplyLimits.h"
 
 #include <Poco/SAX/Attributes.h>
 #include <Poco/SAX/LexicalHandler.h>
