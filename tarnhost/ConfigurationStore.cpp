@@ -1,10 +1,8 @@
 #include "tarnhost/ConfigurationStore.h"
 
 #include <algorithm>
-#include <condition_variable>
 #include <deque>
 #include <exception>
-#include <thread>
 #include <utility>
 #include <vector>
 
@@ -50,11 +48,10 @@ private:
     const std::shared_ptr<SubscriberAPI<ConfigValue>> subscriber;
     const std::weak_ptr<Entry> entry;
     std::mutex mutex; ///< guards everything below
-    std::condition_variable idle;
     std::deque<ConfigValue> waiting;
     std::uint64_t demand = 0;
     bool cancelled = false;
-    std::thread::id deliverer; ///< no thread's id while nobody delivers
+    bool delivering = false; ///< some thread delivers, and takes what comes meanwhile along
 };
 
 /// What is known of one key.
@@ -130,8 +127,7 @@ std::exception_ptr ConfigurationStore::ValueSubscription::deliver()
 {
     std::exception_ptr first;
     std::unique_lock lock(mutex);
-    if (deliverer != std::thread::id()) return first;
-    deliverer = std::this_thread::get_id();
+    if (std::exchange(delivering, true)) return first;
     while (isDue()) {
         ConfigValue value = std::move(waiting.front());
         waiting.pop_front();
@@ -144,19 +140,16 @@ std::exception_ptr ConfigurationStore::ValueSubscription::deliver()
         }
         lock.lock();
     }
-    deliverer = std::thread::id();
-    idle.notify_all();
+    delivering = false;
     return first;
 }
 
 void ConfigurationStore::ValueSubscription::cancel()
 {
     if (auto source = entry.lock()) source->remove(this);
-    std::unique_lock lock(mutex);
+    std::lock_guard lock(mutex);
     cancelled = true;
     waiting.clear();
-    if (deliverer == std::this_thread::get_id()) return;
-    idle.wait(lock, [this] { return deliverer == std::thread::id(); });
 }
 
 /// Hands out subscriptions to one key; the key's entry keeps them, so the publisher may be dropped.

@@ -16,8 +16,8 @@ namespace connector::host {
 /// thread that sets them (or that subscribes, or requests); when another thread is just delivering to that
 /// subscriber, that thread delivers the new value too. No lock is held meanwhile.
 ///
-/// Cancelling a subscription waits until a delivery that runs on another thread has returned, so that what
-/// the subscriber refers to may be destroyed right after. Inside that delivery itself it does not wait.
+/// Cancelling a subscription ends further deliveries; one that runs on another thread may still be under way. The
+/// library's own subscribers wait for it in their cancel.
 class TARN_API ConfigurationStore : public configuration::Configuration {
 public:
     /// The first default of a key stays. All defaults form one layer, whatever `layer` says.
@@ -35,6 +35,13 @@ public:
     /// When a subscriber throws, the value stays, all others are told, and the first exception is rethrown:
     /// whoever sets the endpoint to a number hears boost::bad_get.
     void set(const std::string& key, const configuration::ConfigValue& value);
+
+    /// Sets text, narrow or UTF-16, given as a literal, which would otherwise turn into a bool.
+    template <class Character>
+    void set(const std::string& key, const Character* text)
+    {
+        set(key, configuration::ConfigValue(std::basic_string<Character>(text)));
+    }
 
     /// The value set, else the default, else nothing.
     std::optional<configuration::ConfigValue> get(const std::string& key) const;

@@ -14,7 +14,8 @@ Cancellers trackEndpoint(const std::shared_ptr<configuration::Configuration>& co
 {
     if (!configuration) return {};
     // The default comes first, so that the first value delivered is the host's or this one, never none.
-    configuration->registerDefault(endpointKey, ConfigValue(endpoint), "default");
+    // Nobody waits for it: a store that cannot take a default still has the values that the host set.
+    static_cast<void>(configuration->registerDefault(endpointKey, ConfigValue(endpoint), "default"));
     auto values = configuration->observe(endpointKey);
     auto subscriber = std::make_shared<ValueSubscriber>(std::move(onValue));
     // The canceller comes before the first value: should that throw, the publisher must not keep a subscriber

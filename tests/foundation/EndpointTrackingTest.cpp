@@ -15,6 +15,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <chrono>
+#include <latch>
+#include <thread>
 #include <vector>
 
 namespace {
@@ -79,12 +83,12 @@ TYPED_TEST(EveryProvider, SendsToTheEndpointLastConfigured)
     auto transport = std::make_shared<FakeTransport>();
     typename TypeParam::Provider provider(store, "http://first");
     auto send = [&] {
-        provider.handle(std::make_unique<typename TypeParam::Request>(), Address("http"),
-                        transport->getContext());
+        return provider.handle(std::make_unique<typename TypeParam::Request>(), Address("http"),
+                               transport->getContext());
     };
-    send();
+    auto first = send();
     store->subscriber->onNext(ConfigValue(std::string("http://second")));
-    send();
+    auto second = send();
     EXPECT_EQ(store->calls.front(), "default connector.tarnEndpoint http://first default");
     EXPECT_THAT(transport->sent(0), testing::HasSubstr(" http://first/service/"));
     EXPECT_THAT(transport->sent(1), testing::HasSubstr(" http://second/service/"));
@@ -125,7 +129,7 @@ TEST(CallbackSubscriber, EndsOnceAndSaysHow)
     EXPECT_EQ(values, 1);
     EXPECT_EQ(subscription->cancels, 0) << "a stream that has ended is not cancelled";
     EXPECT_TRUE(completed->completion().get());
-    EXPECT_THROW(completed->completion(), std::runtime_error);
+    EXPECT_THROW(completed->completion().get(), std::runtime_error);
 
     auto failed = make();
     failed->onError(std::make_exception_ptr(std::logic_error("broken")));
@@ -143,6 +147,44 @@ TEST(CallbackSubscriber, EndsOnceAndSaysHow)
 
     auto empty = std::make_shared<CallbackSubscriber<int>>(nullptr);
     EXPECT_THROW(empty->onNext(1), std::bad_function_call);
+}
+
+TEST(CallbackSubscriber, WaitsInCancelForCallbacksOnOtherThreads)
+{
+    std::latch entered(2);
+    std::latch leave(1);
+    std::atomic<int> running{2};
+    std::shared_ptr<CallbackSubscriber<int>> subscriber;
+    subscriber = std::make_shared<CallbackSubscriber<int>>([&](int&& inside) {
+        entered.count_down();
+        if (inside) subscriber->cancel(); // waits neither for itself nor for another that may do the same
+        leave.wait();
+        --running;
+    });
+    std::jthread first([&] { subscriber->onNext(0); });
+    std::jthread second([&] { subscriber->onNext(1); });
+    entered.wait();
+    Promise<int> cancelled;
+    auto stillRunning = cancelled.getFuture();
+    std::jthread canceller([&] {
+        subscriber->cancel();
+        cancelled.setValue(running.load());
+    });
+    EXPECT_FALSE(stillRunning.waitFor(std::chrono::milliseconds(50))) << "returned while a callback ran";
+    leave.count_down();
+    EXPECT_EQ(stillRunning.get(), 0);
+}
+
+TEST(CallbackSubscriber, OutlivesACallbackThatDropsIt)
+{
+    std::shared_ptr<CallbackSubscriber<int>> owner;
+    owner = std::make_shared<CallbackSubscriber<int>>([&](int&&) {
+        owner->cancel();
+        owner.reset();
+    });
+    CallbackSubscriber<int>& subscriber = *owner;
+    subscriber.onNext(1);
+    EXPECT_FALSE(owner);
 }
 
 } // namespace
