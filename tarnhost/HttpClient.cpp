@@ -98,15 +98,15 @@ void HttpClient::Exchanges::gatherBody(const http::BodyPublisher& publisher, Tra
         failLater(std::move(transfer), std::move(error));
         return;
     }
-    subscriber->getFuture().then([self = shared_from_this(), key = std::weak_ptr(subscriber),
-                                  waiting = std::move(transfer)](Future<DataBuffer>&& content) mutable {
-        {
-            std::lock_guard lock(self->mutex);
-            self->gathering.erase(key.lock());
-        }
-        self->bodyGathered(std::move(content), std::move(waiting));
-        return true;
-    });
+    static_cast<void>(
+        subscriber->getFuture().then([self = shared_from_this(), key = std::weak_ptr(subscriber),
+                                      waiting = std::move(transfer)](Future<DataBuffer>&& content) mutable {
+            {
+                std::lock_guard lock(self->mutex);
+                self->gathering.erase(key.lock());
+            }
+            self->bodyGathered(std::move(content), std::move(waiting));
+        }));
     try {
         publisher->subscribe(subscriber);
     } catch (...) {

@@ -70,7 +70,7 @@ struct Delivery {
     /// Resolves the promise with the outcome of `reply`, once there is one.
     void passOn(Future<Reply> reply)
     {
-        reply.then([to = std::move(promise), from = router](Future<Reply>&& ready) mutable {
+        static_cast<void>(reply.then([to = std::move(promise), from = router](Future<Reply>&& ready) mutable {
             Reply value;
             std::exception_ptr failure;
             try {
@@ -84,8 +84,7 @@ struct Delivery {
                 failure = std::make_exception_ptr(hostStopped());
             }
             failure ? to.setException(std::move(failure)) : to.setValue(std::move(value));
-            return true;
-        });
+        }));
     }
 };
 

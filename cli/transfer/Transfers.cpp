@@ -93,10 +93,10 @@ void Transfers::startNext()
     entry->logins = connection.logins();
     try {
         auto result = entry->transfer.start();
-        result.then([sent = std::move(entry), target = settled](Future<bool>&& reply) mutable {
-            target->put({std::move(sent), errorOf(std::move(reply))});
-            return true;
-        });
+        static_cast<void>(
+            result.then([sent = std::move(entry), target = settled](Future<bool>&& reply) mutable {
+                target->put({std::move(sent), errorOf(std::move(reply))});
+            }));
     } catch (...) {
         settled->put({std::move(entry), std::current_exception()});
     }

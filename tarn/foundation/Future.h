@@ -13,9 +13,16 @@ namespace connector {
 /// The consumer's handle on a result that arrives later: a value of type T, or an exception.
 ///
 /// A future is consumed once, either by `get` or by `then`. Misuse of the handle is thrown at the call as
-/// std::runtime_error; failures of the work itself arrive through `get`. Dropping a future stops nothing.
+/// std::runtime_error; failures of the work itself arrive through `get`. Dropping a future stops nothing: whoever
+/// means to, says so with a cast to void.
+///
+/// Which calls on one handle may overlap: `isValid` with any other; `isReady`, `waitFor`, `cancel` and one `get`
+/// with each other; several `then` and moves out of the handle with each other, of which one succeeds. Nothing
+/// else: no `then` or move while another thread waits, and no call while the handle is assigned or destroyed.
+/// Handles on the two ends of one result, its promise and its future, may always be used at once.
+/// @tparam T  movable; or void, for work that yields nothing but its end
 template <class T>
-class Future {
+class [[nodiscard]] Future {
 public:
     /// A handle without a result: every use fails with "Future state isn't valid!".
     Future() = default;
@@ -39,13 +46,13 @@ public:
     ///
     /// Legal once. Do not call it on a thread that the result needs in order to arrive, such as a host's only
     /// delivery thread.
-    /// @throws std::runtime_error "Future state isn't valid!" on a handle that was moved from or given to
-    /// `then`;
-    ///   "Future already returned it's value or has an associated continuation." on a second call;
-    ///   "Future has been cancelled." after `cancel`.
+    /// @throws std::runtime_error "Future state isn't valid!" on a handle that was moved from or given to `then`;
+    ///         "Future already returned it's value or has an associated continuation." on a second call;
+    ///         "Future has been cancelled." after `cancel`.
     T get() { return requireState().get(); }
 
-    /// Runs `fn(Future<T>&&)` once the result is there and returns a future of what it returns.
+    /// Runs `fn(Future<T>&&)` once the result is there and returns a future of what it returns, which may be
+    /// nothing: Future<void>.
     ///
     /// `fn` runs on the thread that resolves this future, or on this thread before `then` returns if it is
     /// resolved already; the future it receives is ready, so its `get` never blocks. An exception out of `fn`
@@ -53,12 +60,11 @@ public:
     /// returned future is never settled: do not wait for it without a limit.
     /// @post this handle is no longer valid
     /// @throws std::runtime_error "Future state isn't valid!" as `get` does;
-    ///   "Future already has returned it's value or has an associated continuation." after `get`.
+    ///         "Future already has returned it's value or has an associated continuation." after `get`.
     template <class Fn>
     auto then(Fn fn)
     {
         using R = std::invoke_result_t<Fn&, Future<T>&&>;
-        static_assert(!std::is_void_v<R>, "a continuation returns a value: the result of the next future");
         auto source = takeState();
         auto target = std::make_shared<detail::SharedFutureState<R>>();
         Future<R> next;
@@ -75,8 +81,8 @@ public:
     /// Whether `get` would return at once. @throws as `get` on an invalid handle
     bool isReady() const { return requireState().isReady(); }
 
-    /// Waits at most `duration` for the result. @return whether it is there. @throws as `get` on an invalid
-    /// handle
+    /// Waits at most `duration` for the result; a century or more is for ever. @return whether it is there
+    /// @throws as `get` on an invalid handle
     template <class Duration>
     bool waitFor(const Duration& duration) const
     {
@@ -138,6 +144,14 @@ Future<T> makeFailedFuture(std::exception_ptr error)
     auto state = std::make_shared<detail::SharedFutureState<T>>();
     state->setException(std::move(error));
     return Future<T>(std::move(state));
+}
+
+/// A future of void that is resolved already.
+inline Future<void> makeReadyFuture()
+{
+    auto state = std::make_shared<detail::SharedFutureState<void>>();
+    state->setValue({});
+    return Future<void>(std::move(state));
 }
 
 /// A future that holds `value` already.

@@ -86,8 +86,7 @@ public:
     {
         std::unique_lock lock(mutex);
         if (state != State::active) return;
-        finishCancelled(std::move(lock),
-                        std::make_exception_ptr(std::runtime_error("Content stream cancelled.")));
+        finishCancelled(std::move(lock), cancelledError());
     }
 
     /// True once the stream has completed, false once it was cancelled; a stream that fails while the future
@@ -112,6 +111,16 @@ public:
 private:
     enum class State : std::uint32_t { active = 0, completed = 1, cancelled = 2, failed = 3 };
 
+    /// When there is no memory for the error, the lack of it becomes the error: a cancel always settles the result.
+    static std::exception_ptr cancelledError() noexcept
+    {
+        try {
+            return std::make_exception_ptr(std::runtime_error("Content stream cancelled."));
+        } catch (...) {
+            return std::current_exception();
+        }
+    }
+
     /// Whoever is told of the end may drop the last owner of this subscriber, before everybody has been told.
     std::shared_ptr<void> keepAlive() { return this->weak_from_this().lock(); }
 
@@ -126,8 +135,8 @@ private:
         ended.setValue(false);
     }
 
-    std::mutex
-        mutex; ///< guards everything below except the two promises, which only the ending signal settles
+    /// Guards everything below except the two promises, which only the ending signal settles.
+    std::mutex mutex;
     Promise<Result> promise;
     Reducer reducer;
     Result initialValue;

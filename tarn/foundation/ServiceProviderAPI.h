@@ -9,6 +9,9 @@ namespace connector {
 template <class P>
 class TARN_API ServiceProviderAPI : public ServiceProvider, public std::enable_shared_from_this<P> {
 public:
+    using Reply = Future<std::unique_ptr<Message>>;
+    using ContextPtr = std::shared_ptr<Context>;
+
     /// @return the handler's future, or a failed one: std::runtime_error "Service exists but is not running."
     ///   (the message then stays with the caller), std::invalid_argument "Incorrect message type. ..."
     /// @throws std::bad_typeid on a null message, std::bad_weak_ptr when no shared_ptr owns this provider

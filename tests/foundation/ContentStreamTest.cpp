@@ -121,7 +121,6 @@ TEST(ContentReduction, JoinsItemsFromAnotherThreadInOrder)
     auto body = content.get();
     network.join();
     EXPECT_EQ(body.bytes(), expected);
-    EXPECT_LT(body.capacity, 3 * body.size) << "grows by doubling";
 }
 
 TEST(ContentReduction, TakesASingleExactItemOverWithoutACopy)
@@ -210,7 +209,7 @@ TEST(ReducingSubscriber, SettlesItsResultWhenCancelledOrAbandoned)
     auto dropped = std::make_shared<Reducing>(DataBuffer(), appendContent);
     auto orphan = dropped->getFuture();
     dropped.reset();
-    EXPECT_THROW(orphan.get(), std::runtime_error);
+    EXPECT_TRUE(orphan.isReady());
 
     auto late = std::make_shared<Reducing>(DataBuffer(), appendContent);
     EXPECT_THROW(late->onSubscribe({}), std::runtime_error) << "Subscription went away!";

@@ -20,7 +20,12 @@ public:
     {
         std::exception_ptr failure;
         try {
-            target->setValue(fn(std::move(future)));
+            if constexpr (std::is_void_v<R>) {
+                fn(std::move(future));
+                target->setValue({});
+            } else {
+                target->setValue(fn(std::move(future)));
+            }
             return;
         } catch (...) {
             failure = std::current_exception();

@@ -1,11 +1,13 @@
 #pragma once
 
+#include <chrono>
 #include <condition_variable>
 #include <cstdint>
 #include <exception>
 #include <memory>
 #include <mutex>
 #include <stdexcept>
+#include <type_traits>
 #include <utility>
 #include <variant>
 
@@ -33,6 +35,21 @@ inline constexpr const char* futureTaken = "Promise already returned a future.";
 inline constexpr const char* promiseDestroyed = "Promise destroyed before it provided a value.";
 } // namespace FutureError
 
+/// What a state of T holds as its value: T itself, or for void a value that says nothing.
+template <class T>
+using ValueOf = std::conditional_t<std::is_void_v<T>, std::monostate, T>;
+
+/// The exception of a promise that died without a result.
+///
+/// Made once, so that a promise can die when there is no memory left, and never destroyed, so that one may die
+/// while the process ends.
+inline const std::exception_ptr& promiseDestroyedError()
+{
+    static const auto& error =
+        *new std::exception_ptr(std::make_exception_ptr(std::runtime_error(FutureError::promiseDestroyed)));
+    return error;
+}
+
 /// What runs once a SharedFutureState<T> is resolved.
 template <class T>
 class ContinuationBase {
@@ -48,21 +65,23 @@ class Continuation;
 ///
 /// Always owned by a shared_ptr. Waiters are woken and continuations run after the mutex is released, on the
 /// thread that resolved the state, or on the thread that attached the continuation to a resolved state.
+/// Settling needs no memory: the result has its place in the state, so that a failure for want of memory reaches
+/// whoever waits.
 template <class T>
 class SharedFutureState : public std::enable_shared_from_this<SharedFutureState<T>> {
 public:
     using Lock = std::unique_lock<std::mutex>;
 
-    void setValue(T&& value)
+    void setValue(ValueOf<T>&& value)
     {
         Lock lock(mutex);
-        resolve(std::move(lock), FutureStatus::value, std::in_place_index<0>, std::move(value));
+        resolve<FutureStatus::value>(std::move(lock), std::move(value));
     }
 
     void setException(std::exception_ptr error)
     {
         Lock lock(mutex);
-        resolve(std::move(lock), FutureStatus::exception, std::in_place_index<1>, std::move(error));
+        resolve<FutureStatus::exception>(std::move(lock), std::move(error));
     }
 
     /// Fails the state unless it has been resolved or cancelled already.
@@ -70,7 +89,7 @@ public:
     {
         Lock lock(mutex);
         if (status != FutureStatus::pending) return;
-        resolve(std::move(lock), FutureStatus::exception, std::in_place_index<1>, std::move(error));
+        resolve<FutureStatus::exception>(std::move(lock), std::move(error));
     }
 
     /// Pending becomes cancelled and waiters wake; every other status stays as it is.
@@ -92,9 +111,13 @@ public:
         condition.wait(lock, [this] { return status != FutureStatus::pending; });
         switch (status) {
         case FutureStatus::value:
-            return std::move(std::get<0>(*result));
+            if constexpr (std::is_void_v<T>) {
+                return;
+            } else {
+                return std::move(std::get<cell(FutureStatus::value)>(result));
+            }
         case FutureStatus::exception: {
-            auto error = std::exchange(std::get<1>(*result), nullptr);
+            auto error = std::exchange(std::get<cell(FutureStatus::exception)>(result), nullptr);
             lock.unlock();
             std::rethrow_exception(std::move(error));
         }
@@ -121,31 +144,43 @@ public:
         return status != FutureStatus::pending;
     }
 
-    template <class Duration>
-    bool waitFor(const Duration& duration)
+    template <class Rep, class Period>
+    bool waitFor(const std::chrono::duration<Rep, Period>& duration)
     {
         Lock lock(mutex);
-        return condition.wait_for(lock, duration, [this] { return status != FutureStatus::pending; });
+        auto settled = [this] { return status != FutureStatus::pending; };
+        // The clock overflows when a longer time is added to now, and the wait would be over at once.
+        constexpr std::chrono::duration<double> century = std::chrono::hours(24 * 36'525);
+        if (std::chrono::duration<double>(duration) < century) return waitUpTo(lock, duration, settled);
+        condition.wait(lock, settled);
+        return true;
     }
 
 private:
-    template <std::size_t Index, class Result>
-    void resolve(Lock lock, FutureStatus resolved, std::in_place_index_t<Index> index, Result&& outcome)
+    template <class Duration, class Settled>
+    bool waitUpTo(Lock& lock, const Duration& duration, Settled settled)
+    {
+        return duration > Duration::zero() ? condition.wait_for(lock, duration, settled) : settled();
+    }
+
+    /// Which alternative of `result` a status tells of.
+    static constexpr std::size_t cell(FutureStatus told) { return static_cast<std::size_t>(told); }
+
+    template <FutureStatus resolved, class Outcome>
+    void resolve(Lock lock, Outcome&& outcome)
     {
         if (status == FutureStatus::cancelled) return;
         if (status != FutureStatus::pending) throw std::runtime_error(FutureError::alreadyResolved);
-        result = std::make_unique<Cell>(index, std::forward<Result>(outcome));
+        result.template emplace<cell(resolved)>(std::forward<Outcome>(outcome));
         status = resolved;
         notifyResolved(std::move(lock));
     }
 
     void notifyResolved(Lock lock);
 
-    using Cell = std::variant<T, std::exception_ptr>;
-
     mutable std::mutex mutex; ///< guards every member below
     std::condition_variable condition;
-    std::unique_ptr<Cell> result;
+    std::variant<std::monostate, ValueOf<T>, std::exception_ptr> result; ///< by the number of the status
     std::unique_ptr<ContinuationBase<T>> continuation;
     FutureStatus status = FutureStatus::pending;
     bool futureRetrieved = false;

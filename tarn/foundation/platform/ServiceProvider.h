@@ -8,15 +8,13 @@ namespace connector {
 /// What a host registers under an address: takes messages and answers each through a future.
 class TARN_API ServiceProvider : public common::Lifecycle {
 public:
-    using Reply = Future<std::unique_ptr<Message>>;
-    using ContextPtr = std::shared_ptr<Context>;
-
     /// Takes one message. Called on the host's delivery threads, any number at a time.
     ///
     /// @param to       where the provider sends what it has to send on, such as an HTTP request
     /// @param context  the way there
     /// @return a future of the reply; refusals arrive through it
-    virtual Reply deliver(std::unique_ptr<Message>&& message, Address&& to, ContextPtr&& context) = 0;
+    virtual Future<std::unique_ptr<Message>> deliver(std::unique_ptr<Message>&& message, Address&& to,
+                                                     std::shared_ptr<Context>&& context) = 0;
 };
 
 } // namespace connector
