@@ -72,12 +72,62 @@ TEST(ReplyXml, BoundsDepthNamesAndExpansion)
     for (int i = 0; i < 600; ++i)
         attributes += " a" + std::to_string(i) + "=''";
     EXPECT_FALSE(parses(attributes + "/>"));
+    const std::string longName(4097, 'n');
+    EXPECT_FALSE(parses("<" + longName + "/>"));
+    EXPECT_FALSE(parses("<a xmlns='" + longName + "'/>"));
     std::string bomb = "<!DOCTYPE r [<!ENTITY a0 'ha'>";
     for (int i = 1; i < 30; ++i) {
         const std::string previous = "&a" + std::to_string(i - 1) + ";";
         bomb += "<!ENTITY a" + std::to_string(i) + " '" + previous + previous + "'>";
     }
     EXPECT_FALSE(parses(bomb + "]><r>&a29;</r>"));
+}
+
+/// A document that declares `count` entities, each by the one before, and calls the last.
+std::string chained(int count)
+{
+    std::string text = "<!DOCTYPE r [<!ENTITY a1 'x'>";
+    for (int i = 2; i <= count; ++i)
+        text += "<!ENTITY a" + std::to_string(i) + " '&a" + std::to_string(i - 1) + ";'>";
+    return text + "]><r>&a" + std::to_string(count) + ";</r>";
+}
+
+TEST(ReplyXml, BoundsEntitiesAndWhatTheyExpandTo)
+{
+    EXPECT_TRUE(parses("<!DOCTYPE r><r/>"));
+    EXPECT_TRUE(parses(chained(100)));
+    EXPECT_FALSE(parses(chained(101)));
+    EXPECT_FALSE(parses(chained(26'000)));
+
+    const ReplyLimits small{.bytes = 1000};
+    const std::string head = "<!DOCTYPE r [<!ENTITY e '" + std::string(100, 'x') + "'>]>";
+    for (const std::string use : {"<r>&e;</r>", "<r a='&e;'/>"}) {
+        std::string text = head + use;
+        EXPECT_NO_THROW(parseXml(text, small)) << text;
+        for (int i = 0; i < 10; ++i)
+            text.insert(text.find("&e;"), "&e;");
+        EXPECT_THROW(parseXml(text, small), std::runtime_error) << text;
+    }
+}
+
+TEST(ReplyXml, RepeatsNoMoreOfABodyThanTheLimit)
+{
+    const std::string text = "<r>" + std::string(100, 'x') + "</r>";
+    EXPECT_NO_THROW(parseXml(text, {.bytes = text.size()}));
+    try {
+        parseXml(text, {.bytes = text.size() - 1});
+        FAIL();
+    } catch (const std::runtime_error& error) {
+        EXPECT_EQ(error.what(), "TARN error: " + text.substr(0, text.size() - 1));
+    }
+}
+
+TEST(ReplyXml, RefusesMoreNodesThanMemoryHolds)
+{
+    std::string text = "<r>";
+    for (int i = 0; i < 3'000'000; ++i)
+        text += "<a/>";
+    EXPECT_FALSE(parses(text + "</r>"));
 }
 
 TEST(ReplyXml, BoundsTheNumberOfNodesOfEveryKind)
@@ -104,6 +154,7 @@ TEST(ReplyXml, ReadsLikeThePlainParserBelowTheLimits)
     for (const char* text :
          {"<r a='1' b='&lt;'>x<!-- c --><![CDATA[<y>]]>&amp;<?pi data?><n:e xmlns:n='u' n:k='v'/>\n</r>",
           "<?xml version='1.0' encoding='ISO-8859-1'?><r>\xe4</r>",
+          "<?xml version='1.0' encoding='windows-1252'?><r>\x80</r>",
           "<!DOCTYPE r [<!ENTITY e 'text'>]><r>&e;</r>"}) {
         Poco::XML::DOMParser plain;
         Poco::AutoPtr<Poco::XML::Document> expected(plain.parseString(text));

@@ -2,11 +2,22 @@
 #include "support/WireTest.h"
 #include "tarn/session/TarnSessionClientServiceProvider.h"
 
+namespace connector::tarn {
+
+std::string show(const LoginResponse& login)
+{
+    return tarntest::fields(login.sessionId, login.minutesBeforeRelogin);
+}
+
+std::string show(const PingResponse& ping)
+{
+    return ping.value;
+}
+
 namespace {
 
-using namespace connector;
-using namespace connector::tarn;
 using namespace tarntest;
+using Case = WireCase<TarnSessionClient>;
 
 struct Bench {
     std::shared_ptr<FakeTransport> transport = std::make_shared<FakeTransport>();
@@ -19,116 +30,76 @@ struct Bench {
         client = std::make_shared<TarnSessionClient>(transport, Address("service"), clientString, clientType,
                                                      "de_DE");
     }
-
-    Future<std::unique_ptr<LoginResponse>> login(const std::string& token = "T&1")
-    {
-        auto request = std::make_unique<Login>();
-        request->user = u"alice";
-        request->authenticationToken = token;
-        request->clientString = "forged";
-        return client->login(std::move(request));
-    }
 };
 
-const std::string identity = "?locale=en_US&clientString=app%201.0&clientType=test\n";
-
-using Case = WireCase<TarnSessionClient>;
-
-class SessionOnTheWire : public testing::TestWithParam<Case> {};
-
-struct ClientBench : Bench {};
-
-TEST_P(SessionOnTheWire, SendsOneRequestAndReportsHowItEnds)
+Outcome login(TarnSessionClient& client)
 {
-    expectExchange<ClientBench>(GetParam());
+    auto request = std::make_unique<Login>();
+    request->user = u"alice";
+    request->authenticationToken = "T&1";
+    request->clientString = "forged";
+    return watch(client.login(std::move(request)));
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    , SessionOnTheWire,
-    testing::Values(Case{"Login",
-                         [](auto& c) {
-                             auto login = std::make_unique<Login>();
-                             login->authenticationToken = "T&1";
-                             return watch(c.login(std::move(login)));
-                         },
-                         "get http://host/service/v1/login" + identity +
-                             "at most once\nx-qz-authentication-token: T&1\n"},
-                    Case{"LogoutWithoutARequest", [](auto& c) { return watch(c.logout({})); },
-                         "get http://host/service/v1/logout" + identity +
-                             "at most once\nx-qz-tarn-session-id: \n"},
-                    Case{"PingWithoutARequest", [](auto& c) { return watch(c.ping({})); },
-                         "get http://host/service/v1/ping" + identity + "x-qz-tarn-session-id: \n"}),
-    caseName<Case>);
+const std::string identity = "?locale=en_US&clientString=app%201.0&clientType=test\n";
+const std::string once = "at most once\n";
+
+TEST(TarnSession, SendsEachRequestAndReadsItsReply)
+{
+    expectExchanges<Bench>(std::vector<Case>{
+        {"login", login,
+         "get http://host/service/v1/login" + identity + once + "x-qz-authentication-token: T&1\n",
+         "<R><TarnSessionId>S1</TarnSessionId><MinutesBeforeRelogin>30</MinutesBeforeRelogin></R>", "S1|30"},
+        {"logout without a request", [](auto& c) { return watch(c.logout({})); },
+         "get http://host/service/v1/logout" + identity + once + "x-qz-tarn-session-id: \n"},
+        {"ping without a request", [](auto& c) { return watch(c.ping({})); },
+         "get http://host/service/v1/ping" + identity + "x-qz-tarn-session-id: \n",
+         "<R><Value>pöng</Value></R>", "pöng"},
+    });
+}
 
 TEST(TarnSession, KeepsTheIdOfTheLastLoginThatSucceeded)
 {
     Bench bench("", "");
-    auto first = bench.login();
+    auto first = login(*bench.client);
     EXPECT_EQ(
         bench.transport->sent(0),
         "get http://host/service/v1/login?locale=en_US\nat most once\nx-qz-authentication-token: T&1\n");
     EXPECT_EQ(bench.client->getUser(), u"alice") << "known before the reply";
     EXPECT_EQ(bench.client->getSessionId(), "");
-    bench.transport->answer(
-        200, "<R><TarnSessionId>S1</TarnSessionId><MinutesBeforeRelogin>30</MinutesBeforeRelogin></R>", 0);
-    auto response = first.get();
-    EXPECT_EQ(response->sessionId, "S1");
-    EXPECT_EQ(response->minutesBeforeRelogin, 30u);
+    bench.transport->answer(200, "<R><TarnSessionId>S1</TarnSessionId></R>", 0);
+    EXPECT_EQ(first(), "S1|0");
     EXPECT_EQ(bench.client->getSessionId(), "S1");
 
-    auto refused = bench.login();
+    auto refused = login(*bench.client);
     bench.transport->answer(401, "<E><code>No.</code></E>", 1);
-    EXPECT_EQ(outcomeOf(refused), "No.");
+    EXPECT_EQ(refused(), "No.");
     EXPECT_EQ(bench.client->getSessionId(), "S1");
 
-    auto logout = bench.client->logout(std::make_unique<Logout>());
+    auto logout = watch(bench.client->logout(std::make_unique<Logout>()));
     EXPECT_EQ(bench.transport->sent(2),
               "get http://host/service/v1/logout?locale=en_US\nat most once\nx-qz-tarn-session-id: S1\n");
     bench.transport->answer(200, "<R/>", 2);
-    EXPECT_EQ(outcomeOf(logout), "done");
+    EXPECT_EQ(logout(), "done");
     EXPECT_EQ(bench.client->getSessionId(), "S1") << "a logout clears nothing here";
 }
 
 TEST(TarnSession, ReadsWhatALoginReplyHolds)
 {
-    struct Reading {
-        std::string reply;
-        std::string sessionId;
-        std::uint32_t minutes;
+    auto minutes = [](const std::string& text) {
+        return "<R><MinutesBeforeRelogin>" + text + "</MinutesBeforeRelogin></R>";
     };
-
     const std::string two = "<R><TarnSessionId>a</TarnSessionId><TarnSessionId>b</TarnSessionId></R>";
-    for (const auto& reading :
-         std::vector<Reading>{{"<R/>", "", 0},
-                              {two, "", 0},
-                              {"<R><MinutesBeforeRelogin>4294967297</MinutesBeforeRelogin></R>", "", 1},
-                              {"<R><MinutesBeforeRelogin> 15 minutes</MinutesBeforeRelogin></R>", "", 15},
-                              {"<R><MinutesBeforeRelogin>1</MinutesBeforeRelogin><MinutesBeforeRelogin>2</"
-                               "MinutesBeforeRelogin></R>",
-                               "", 0}}) {
-        Bench bench;
-        auto login = bench.login();
-        bench.transport->answer(200, reading.reply);
-        auto response = login.get();
-        EXPECT_EQ(response->sessionId, reading.sessionId) << reading.reply;
-        EXPECT_EQ(response->minutesBeforeRelogin, reading.minutes) << reading.reply;
-    }
-    for (const char* minutes : {"", "soon", "18446744073709551616"}) {
-        Bench bench;
-        auto login = bench.login();
-        bench.transport->answer(200, std::string("<R><MinutesBeforeRelogin>") + minutes +
-                                         "</MinutesBeforeRelogin></R>");
-        EXPECT_EQ(outcomeOf(login), "stoul") << minutes;
-        EXPECT_EQ(bench.client->getSessionId(), "");
-    }
-}
-
-TEST(TarnSession, ReadsThePing)
-{
-    Bench bench;
-    auto ping = bench.client->ping(nullptr);
-    bench.transport->answer(200, "<R><Value>pöng</Value></R>");
-    EXPECT_EQ(ping.get()->value, "pöng");
+    expectReadings<Bench>(std::vector<Reading<TarnSessionClient>>{
+        {login, "<R/>", "|0"},
+        {login, two, "|0"},
+        {login, minutes("4294967297"), "|1"},
+        {login, minutes(" 15 minutes"), "|15"},
+        {login, "<R>" + minutes("1") + minutes("2") + "</R>", "|0"},
+        {login, minutes(""), "stoul"},
+        {login, minutes("soon"), "stoul"},
+        {login, minutes("18446744073709551616"), "stoul"},
+    });
 }
 
 TEST(TarnSession, DerivesTheMountPointFromTheUser)
@@ -147,3 +118,4 @@ TEST(TarnSession, DerivesTheMountPointFromTheUser)
 }
 
 } // namespace
+} // namespace connector::tarn

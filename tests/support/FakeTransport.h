@@ -71,6 +71,9 @@ public:
         held.at(index).promise.setException(std::make_exception_ptr(std::runtime_error(text)));
     }
 
+    /// Loses every request, as a framework does that goes down.
+    void dropAll() { held.clear(); }
+
 private:
     struct Held {
         std::string text;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "support/FakeTransport.h"
+#include "tarn/foundation/platform/TextConversion.h"
 #include "tarn/session/TarnSessionClient.h"
 
 #include <gmock/gmock.h>
@@ -8,9 +9,11 @@
 
 #include <functional>
 #include <memory>
+#include <sstream>
 #include <string>
+#include <vector>
 
-/// Every operation of a client, from the call to the literal HTTP request and back.
+/// Every operation of a client, from the call to the literal HTTP request, and from the reply to the response.
 namespace tarntest {
 
 /// A client of type Client over a provider of type Provider, in a session of alice.
@@ -36,69 +39,80 @@ struct WireBench {
     }
 };
 
-/// Asks later how an operation ended: see outcomeOf.
+inline std::string asText(const std::u16string& text)
+{
+    return fl::i18n::to_string(text, fl::i18n::codecvt_ustring_to_string("UTF-8", true));
+}
+
+template <class Value>
+const Value& asText(const Value& value)
+{
+    return value;
+}
+
+/// The values in order, separated by '|'.
+template <class... Values>
+std::string fields(const Values&... values)
+{
+    std::ostringstream out;
+    out << std::boolalpha;
+    const char* separator = "";
+    ((out << separator << asText(values), separator = "|"), ...);
+    return out.str();
+}
+
+/// A response as text. Each area says, in the namespace of its messages, how its own show; the others say nothing.
+inline std::string show(const connector::Message&)
+{
+    return "done";
+}
+
+/// Asks later how an operation ended: "pending", its response as text, or the text of its exception.
 using Outcome = std::function<std::string()>;
 
 template <class Response>
-Outcome watch(connector::Future<Response>&& future)
+Outcome watch(connector::Future<std::unique_ptr<Response>>&& future)
 {
-    auto held = std::make_shared<connector::Future<Response>>(std::move(future));
-    return [held] { return outcomeOf(*held); };
+    auto held = std::make_shared<connector::Future<std::unique_ptr<Response>>>(std::move(future));
+    return [held]() -> std::string {
+        if (!held->isReady()) return "pending";
+        try {
+            return show(*held->get());
+        } catch (const std::exception& error) {
+            return error.what();
+        }
+    };
 }
 
+/// One operation: the request that must leave, as FakeTransport describes it, and what is read from a reply.
 template <class Client>
 struct WireCase {
     std::string name;
     std::function<Outcome(Client&)> call;
-    std::string request;              ///< what must leave, as FakeTransport describes it
-    std::string success = "<Reply/>"; ///< the least reply with which it succeeds
-    bool readsXml = true;             ///< false: any body of a 200 is a success
+    std::string request;
+    std::string reply = "<Reply/>";
+    std::string outcome = "done";
+    bool readsXml = true; ///< false: any body of a 200 is the response
 };
 
-template <class Client>
-void PrintTo(const WireCase<Client>& wireCase, std::ostream* out)
+/// How an exchange can end, and what the caller then hears.
+struct Ending {
+    std::string what;
+    std::function<void(FakeTransport&)> end;
+    std::string outcome;
+};
+
+inline Ending answered(std::string what, std::uint16_t status, std::string body, std::string outcome)
 {
-    *out << wireCase.name;
+    return {std::move(what), [=](FakeTransport& transport) { transport.answer(status, body); },
+            std::move(outcome)};
 }
 
-template <class Case>
-std::string caseName(const testing::TestParamInfo<Case>& info)
-{
-    return info.param.name;
-}
-
-/// Sends exactly the request of the case, and ends in every way an exchange can end.
 template <class Bench, class Client>
-void expectExchange(const WireCase<Client>& wireCase)
+void expectEndings(const WireCase<Client>& wireCase, const std::vector<Ending>& endings)
 {
-    struct Ending {
-        const char* what;
-        std::function<void(FakeTransport&)> end;
-        std::string outcome;
-    };
-
-    auto answered = [](std::uint16_t status, std::string body) {
-        return [=](FakeTransport& transport) { transport.answer(status, body); };
-    };
-    const std::vector<Ending> endings = {
-        {"success", answered(200, wireCase.success), "done"},
-        {"success that is no XML", answered(200, "<unclosed>"),
-         wireCase.readsXml ? "TARN error: <unclosed>" : "done"},
-        {"success without a body", answered(200, ""), wireCase.readsXml ? "TARN error: " : "done"},
-        {"not found, body unread", answered(404, "<Error><code>other</code></Error>"), "File not found."},
-        {"refusal", answered(403, "<Error><code>No &lt;way&gt;.</code></Error>"), "No <way>."},
-        {"created is not success", answered(201, "<Reply/>"), "Unknown error."},
-        {"two codes", answered(500, "<E><code>a</code><code>b</code></E>"), "Unknown error."},
-        {"proxy page", answered(503, "<html><p>down</html>"), "TARN error: <html><p>down</html>"},
-        {"lost connection", [](FakeTransport& transport) { transport.fail("Connection reset"); },
-         "Connection reset"},
-        {"null reply", [](FakeTransport& transport) { transport.answerWith(nullptr); }, "Unknown error."},
-        {"reply of another class",
-         [](FakeTransport& transport) { transport.answerWith(std::make_unique<connector::Message>()); },
-         "Unable to cast response message type: connector::Message to connector::http::HttpClientResponse"},
-    };
     for (const auto& ending : endings) {
-        SCOPED_TRACE(ending.what);
+        SCOPED_TRACE(wireCase.name + ", " + ending.what);
         Bench bench;
         auto outcome = wireCase.call(*bench.client);
         ASSERT_EQ(bench.transport->count(), 1u);
@@ -109,18 +123,75 @@ void expectExchange(const WireCase<Client>& wireCase)
     }
 }
 
-/// Refuses to send without a session or a connector.
+/// Each case sends exactly its request, reads its reply, and ends as all do: the first in every way an exchange can
+/// end, the others in those that an operation could come by on its own.
+template <class Bench, class Client>
+void expectExchanges(const std::vector<WireCase<Client>>& cases)
+{
+    for (const auto& wireCase : cases) {
+        expectEndings<Bench>(
+            wireCase,
+            {
+                answered("success", 200, wireCase.reply, wireCase.outcome),
+                answered("refusal", 403, "<Error><code>No &lt;way&gt;.</code></Error>", "No <way>."),
+            });
+        if (wireCase.readsXml) {
+            expectEndings<Bench>(wireCase, {answered("no XML", 200, "<unclosed>", "TARN error: <unclosed>")});
+        }
+    }
+    expectEndings<Bench>(
+        cases.front(),
+        {
+            answered("no body", 200, "", "TARN error: "),
+            answered("not found, body unread", 404, "<Error><code>other</code></Error>", "File not found."),
+            answered("created is not success", 201, "<Reply/>", "Unknown error."),
+            answered("two codes", 500, "<E><code>a</code><code>b</code></E>", "Unknown error."),
+            answered("proxy page", 503, "<html><p>down</html>", "TARN error: <html><p>down</html>"),
+            {"lost connection", [](FakeTransport& transport) { transport.fail("Connection reset"); },
+             "Connection reset"},
+            {"null reply", [](FakeTransport& transport) { transport.answerWith(nullptr); }, "Unknown error."},
+            {"reply of another class",
+             [](FakeTransport& transport) { transport.answerWith(std::make_unique<connector::Message>()); },
+             "Unable to cast response message type: connector::Message to "
+             "connector::http::HttpClientResponse"},
+            {"promise lost", [](FakeTransport& transport) { transport.dropAll(); },
+             "Promise destroyed before it provided a value."},
+        });
+}
+
+/// Each case refuses to send without a session or a connector.
 template <class Client>
-void expectRefusal(const WireCase<Client>& wireCase)
+void expectRefusals(const std::vector<WireCase<Client>>& cases)
 {
     auto transport = std::make_shared<FakeTransport>();
     auto session = std::make_shared<connector::tarn::TarnSessionClient>(
         transport, connector::Address("session"), "", "", "");
     Client withoutSession(nullptr, transport, connector::Address("service"));
     Client withoutConnector(session, nullptr, connector::Address("service"));
-    EXPECT_EQ(wireCase.call(withoutSession)(), "Null request, session, or context");
-    EXPECT_EQ(wireCase.call(withoutConnector)(), "Null request, session, or context");
+    for (const auto& wireCase : cases) {
+        EXPECT_EQ(wireCase.call(withoutSession)(), "Null request, session, or context") << wireCase.name;
+        EXPECT_EQ(wireCase.call(withoutConnector)(), "Null request, session, or context") << wireCase.name;
+    }
     EXPECT_EQ(transport->count(), 0u);
+}
+
+/// A reply, and what an operation makes of it.
+template <class Client>
+struct Reading {
+    std::function<Outcome(Client&)> call;
+    std::string reply;
+    std::string outcome;
+};
+
+template <class Bench, class Client>
+void expectReadings(const std::vector<Reading<Client>>& readings)
+{
+    for (const auto& reading : readings) {
+        Bench bench;
+        auto outcome = reading.call(*bench.client);
+        bench.transport->answer(200, reading.reply);
+        EXPECT_EQ(outcome(), reading.outcome) << reading.reply;
+    }
 }
 
 /// A request of type Request with path and bucket.
