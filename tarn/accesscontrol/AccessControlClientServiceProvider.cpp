@@ -11,7 +11,7 @@ namespace {
 
 using Poco::XML::Document;
 using Poco::XML::Element;
-using Reply = ServiceProvider::Reply;
+using Reply = AccessControlServiceProvider::Reply;
 
 constexpr const char* permissionsPath = "/service/v1/permissions";
 

@@ -19,7 +19,7 @@ constexpr std::uint16_t statusNotFound = 404;
 
 std::string serviceError(http::HttpClientResponse& response)
 {
-    ReplyDocument document = parseXml(readBody(response));
+    const ReplyDocument document = readDocument(response);
     return documentText(*document, "code", ErrorText::unknownError);
 }
 
@@ -48,6 +48,12 @@ common::DataBuffer readContent(http::HttpClientResponse& response)
 std::string readBody(http::HttpClientResponse& response)
 {
     return std::string(readContent(response).bytes());
+}
+
+ReplyDocument readDocument(http::HttpClientResponse& response)
+{
+    const common::DataBuffer content = readContent(response);
+    return parseXml(content.bytes());
 }
 
 } // namespace tarn

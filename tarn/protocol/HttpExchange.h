@@ -26,9 +26,8 @@ TARN_API Future<std::unique_ptr<http::HttpClientResponse>>
 sendHttpRequest(std::unique_ptr<http::HttpClientRequest>&& request, Address&& to, Context& context);
 
 /// Returns for status 200 and for no other, 201 and 204 included.
-/// @throws std::runtime_error "File not found." for 404; otherwise the text of the reply's single "code"
-/// element,
-///   "Unknown error." when there is not exactly one, "TARN error: " + body when the body is not XML
+/// @throws std::runtime_error "File not found." for 404; otherwise the text of the reply's single "code" element,
+///         "Unknown error." when there is not exactly one, "TARN error: " + body when the body is not XML
 TARN_API void checkResponse(const std::unique_ptr<http::HttpClientResponse>& response);
 
 /// The whole body, in the storage it arrived in; empty when there is none. Waits for a body that is still
@@ -37,6 +36,9 @@ TARN_API common::DataBuffer readContent(http::HttpClientResponse& response);
 
 /// The whole body as text; otherwise as readContent.
 TARN_API std::string readBody(http::HttpClientResponse& response);
+
+/// The whole body as an XML document; the bytes are released once it is built. @throws as readContent and parseXml
+TARN_API ReplyDocument readDocument(http::HttpClientResponse& response);
 
 /// Sends `request` and turns the reply into a message: the course of every operation.
 ///
@@ -63,7 +65,7 @@ Future<std::unique_ptr<Message>> exchangeXml(std::unique_ptr<http::HttpClientReq
 {
     return exchange(std::move(request), std::move(to), context,
                     [read = std::move(read)](http::HttpClientResponse& response) {
-                        ReplyDocument document = parseXml(readBody(response));
+                        const ReplyDocument document = readDocument(response);
                         return read(*document);
                     });
 }

@@ -1,10 +1,9 @@
 #include "tarn/protocol/ReplyXml.h"
 
 #include "tarn/protocol/ErrorText.h"
-#include "tarn/protocol/detail/ReplyFilter.h"
+#include "tarn/protocol/detail/ReplyInspection.h"
 
-#include <Poco/DOM/DOMBuilder.h>
-#include <Poco/SAX/SAXParser.h>
+#include <Poco/DOM/DOMParser.h>
 
 #include <stdexcept>
 
@@ -13,20 +12,6 @@ namespace {
 
 using Poco::XML::Element;
 using Poco::XML::Node;
-using Poco::XML::SAXParser;
-using Poco::XML::XMLReader;
-
-/// The document, or null when it passed a limit.
-ReplyDocument build(const std::string& text, const ReplyLimits& limits)
-{
-    SAXParser parser; // with the features of Poco's DOMParser
-    parser.setFeature(XMLReader::FEATURE_NAMESPACES, true);
-    parser.setFeature(XMLReader::FEATURE_NAMESPACE_PREFIXES, true);
-    detail::ReplyFilter filter(&parser, limits);
-    Poco::XML::DOMBuilder builder(filter);
-    ReplyDocument document(builder.parseMemoryNP(text.data(), text.size()));
-    return filter.limitPassed() ? ReplyDocument() : document;
-}
 
 /// The node after `node` in document order below `root`, or null at the end.
 const Node* following(const Node* node, const Node& root)
@@ -52,13 +37,17 @@ const Element* nextNamed(const Node* node, const Node& root, const std::string& 
 
 } // namespace
 
-ReplyDocument parseXml(const std::string& text, const ReplyLimits& limits)
+ReplyDocument parseXml(std::string_view text, const ReplyLimits& limits)
 {
     try {
-        if (auto document = build(text, limits)) return document;
+        if (detail::isAcceptable(text, limits)) {
+            return ReplyDocument(Poco::XML::DOMParser().parseMemory(text.data(), text.size()));
+        }
     } catch (...) {
+        // Whatever kept it from being read, the reply itself says most.
     }
-    throw std::runtime_error(ErrorText::notXmlPrefix + text);
+    // A body beyond the limit would be held twice more: here and in the exception's own copy.
+    throw std::runtime_error(ErrorText::notXmlPrefix + std::string(text.substr(0, limits.bytes)));
 }
 
 std::optional<std::string> onlyText(const Node& node, const std::string& tag)

@@ -9,6 +9,7 @@
 
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 /// Reading of XML replies. Every lookup is linear in the size of what it searches.
@@ -17,10 +18,9 @@ namespace connector::tarn {
 using ReplyDocument = Poco::AutoPtr<Poco::XML::Document>;
 
 /// The document in `text`, as Poco's DOM parser reads it with its default settings.
-/// @throws std::runtime_error "TARN error: " followed by the whole text when it is not well-formed XML or
-/// passes a
-///   limit
-TARN_API ReplyDocument parseXml(const std::string& text, const ReplyLimits& limits = {});
+/// @throws std::runtime_error "TARN error: " followed by the whole text, of which no more than `limits.bytes`, when
+///         it is not well-formed XML or passes a limit
+TARN_API ReplyDocument parseXml(std::string_view text, const ReplyLimits& limits = {});
 
 /// The text below the single descendant of `node` named `tag`, at any depth; nothing when there is none or
 /// more than one. The search stops at the second.

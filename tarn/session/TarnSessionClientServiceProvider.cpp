@@ -7,7 +7,7 @@
 namespace connector::tarn {
 namespace {
 
-using Reply = ServiceProvider::Reply;
+using Reply = TarnSessionServiceProvider::Reply;
 
 constexpr std::tuple loginFields{
     Field{"TarnSessionId", &LoginResponse::sessionId},

@@ -10,7 +10,7 @@ namespace {
 
 using Poco::XML::Document;
 using Poco::XML::Element;
-using Reply = ServiceProvider::Reply;
+using Reply = VersioningServiceProvider::Reply;
 
 constexpr std::tuple listFields{Field{"Name", &VersionListResponse::name}};
 
