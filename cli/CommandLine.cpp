@@ -14,19 +14,25 @@ Remote paths: /docs/a.txt is in your own storage, alice:/docs/a.txt in alice's.
 Without --endpoint, TARN_ENDPOINT and a profile in ~/.config/tarn/config.toml, tarn uses a local
 store on this machine, which it starts by itself.
 
-Environment: TARN_ENDPOINT, TARN_USER, TARN_TOKEN.
+Environment:
+  TARN_ENDPOINT          the service, unless --endpoint names one
+  TARN_USER, TARN_TOKEN  log in for one command; nothing of that is stored
+  SSL_CERT_FILE          the authorities to trust, unless --ca-file names them
+  https_proxy, http_proxy, all_proxy, no_proxy
+                         the proxy, unless --proxy names one; never for this machine
+
 Exit codes: 0 ok, 2 usage, 3 not found, 4 not logged in, 5 not allowed, 6 exists or conflict,
 7 service unreachable, 8 partly done, 1 anything else, 130 interrupted.
 --json: one document on standard output; errors as {"error": TEXT, "code": N} on standard error.
 
 Examples:
   tarn put notes.md /notes.md          store a file
-  tarn put -r photos /photos           store a folder with all that is in it
+  tarn put -r photos /photos           store a folder and everything in it
   tarn get /notes.md .                 fetch it again
   tarn ls -l /                         see what is there
   tarn --endpoint https://files.example.org login alice
 
-`tarn VERB --help` tells more about a verb.)";
+`tarn VERB --help` explains a verb.)";
 
 /// Hands each of a verb's options to the parser in its own terms.
 class Declaration {
@@ -73,13 +79,17 @@ public:
         app.fallthrough();
         app.footer(mainFooter);
         app.set_version_flag("--version", "tarn 0.1.0");
-        app.add_option("--endpoint", command.connection.endpoint, "Base URL of the service")
-            ->type_name("URL");
-        app.add_option("--profile", command.connection.profile, "Profile of the configuration file")
-            ->type_name("NAME");
+        auto& service = command.connection.service;
+        app.add_option("--endpoint", service.endpoint, "Base URL of the service")->type_name("URL");
+        app.add_option("--profile", service.profile, "Profile in the configuration file")->type_name("NAME");
+        app.add_option("--ca-file", service.caFile,
+                       "Certificates (PEM) of the authorities to trust instead of the system's")
+            ->type_name("FILE");
+        app.add_option("--proxy", service.proxy, "Proxy to go through, or none")->type_name("URL");
+        app.add_flag("--insecure", service.insecure, "Send the token over http:// to other machines, too");
         app.add_flag("--json", command.json, "Write results and errors as JSON");
-        auto* quiet = app.add_flag("-q,--quiet", quietly, "Tell errors only");
-        app.add_flag("-v,--verbose", verbosely, "Tell every step")->excludes(quiet);
+        auto* quiet = app.add_flag("-q,--quiet", quietly, "Show errors and warnings only");
+        app.add_flag("-v,--verbose", verbosely, "Report every step")->excludes(quiet);
         for (const auto& verb : all)
             add(verb);
         app.allow_extras(); // after the verbs, which would inherit it; refuseExtras() words it better

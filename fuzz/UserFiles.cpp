@@ -48,14 +48,14 @@ void readProfiles(const Home& home, std::string_view text)
 {
     const auto file = home.folder / "config.toml";
     Home::write(file, text);
-    chooseService("", "", Profiles::load(file));
+    chooseService({}, Profiles::load(file));
 }
 
 void readCredentials(const Home&, std::string_view text)
 {
-    const CredentialStore store(Service{"http://127.0.0.1:7070", "", ""});
-    Home::write(store.file(), text);
-    store.load();
+    const CredentialStore store("http://127.0.0.1:7070");
+    Home::write(store.file("alice"), text);
+    store.load("alice");
 }
 
 void readEndpoint(const Home&, std::string_view text)

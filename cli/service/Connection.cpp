@@ -1,7 +1,8 @@
 #include "cli/service/Connection.h"
 
-#include "cli/machine/Environment.h"
+#include "cli/machine/SystemError.h"
 #include "cli/machine/UserFolders.h"
+#include "cli/service/Identity.h"
 #include "cli/service/LocalStore.h"
 #include "cli/terminal/Output.h"
 #include "cli/terminal/Text.h"
@@ -9,6 +10,8 @@
 #include "tarn/session/SessionMessages.h"
 
 #include <algorithm>
+#include <chrono>
+#include <unistd.h>
 
 namespace tarncli {
 
@@ -16,17 +19,30 @@ namespace {
 
 using namespace connector::tarn;
 
-Service chosenService(const ConnectionOptions& options)
+constexpr auto farewellLimit = std::chrono::seconds(2);
+
+connector::host::HttpOptions httpOptionsFor(const Service& service, unsigned requestsInFlight)
 {
-    return chooseService(options.endpoint, options.profile,
-                         Profiles::load(folders::config() / "config.toml"));
+    connector::host::HttpOptions http;
+    http.connectionsPerHost = std::max(http.connectionsPerHost, requestsInFlight);
+    http.proxy = service.proxy;
+    http.caFile = service.caFile;
+    // Told here, since it would otherwise be told as a connection that failed.
+    if (!http.caFile.empty() && ::access(http.caFile.c_str(), R_OK) != 0)
+        throwErrno("Could not read the certificates in", http.caFile);
+    return http;
 }
 
 } // namespace
 
+Service serviceFor(const ServiceFlags& flags)
+{
+    return chooseService(flags, Profiles::load(folders::config() / "config.toml"));
+}
+
 Connection::Connection(const ConnectionOptions& options, Output& output)
-    : service(chosenService(options))
-    , credentialStore(service)
+    : service(serviceFor(options.service))
+    , credentialStore(service.endpoint)
     , endpoint(service.endpoint)
     , requestsInFlight(options.inFlight)
 {
@@ -35,8 +51,20 @@ Connection::Connection(const ConnectionOptions& options, Output& output)
     settings.endpoint = endpoint;
     settings.clientString = "tarn 0.1.0";
     settings.clientType = "cli";
-    settings.http.connectionsPerHost = std::max(settings.http.connectionsPerHost, options.inFlight);
+    settings.http = httpOptionsFor(service, options.inFlight);
     host = std::make_unique<connector::host::TarnHost>(settings);
+}
+
+Connection::Connection(Connection&&) noexcept = default;
+
+/// The session of a token from the environment is for this call alone: the service need not keep it.
+Connection::~Connection()
+{
+    if (!host || !passing || credentials.sessionId.empty()) return;
+    try {
+        host->session()->logout(nullptr).waitFor(farewellLimit);
+    } catch (const std::exception&) { // it ends by itself after a while
+    }
 }
 
 void Connection::startLocalStore(Output& output)
@@ -45,38 +73,32 @@ void Connection::startLocalStore(Output& output)
     const auto access = store.ensureRunning([&](const std::string& text) { output.message(text); });
     endpoint = access.url;
     service.user = access.user;
+    service.userFrom = "the local store";
     localToken = access.token;
 }
 
 Failure Connection::notLoggedIn(const std::string& why) const
 {
-    const auto name = service.user.empty() ? credentials.user : service.user;
-    return {ExitCode::notLoggedIn,
-            why + " " + "Use `tarn login " + (name.empty() ? "USER" : escaped(name)) + "`."};
-}
-
-std::string Connection::tokenAtHand() const
-{
-    if (!localToken.empty()) return localToken;
-    const auto given = environmentVariable("TARN_TOKEN");
-    return given.empty() ? credentials.token : given;
+    return notLoggedInAs(credentials.user, why);
 }
 
 void Connection::resume()
 {
-    credentials = credentialStore.load().value_or(Credentials{});
-    // Whoever asks for another user than the one who logged in last must not act as that one.
-    if (!service.user.empty() && credentials.user != service.user) credentials = {service.user, "", ""};
+    const auto identity = identify(service, credentialStore);
+    credentials = identity.kept;
+    passing = !identity.givenToken.empty();
+    if (passing) credentials = {identity.user, "", identity.givenToken};
+    if (!localToken.empty()) credentials.token = localToken;
     host->session()->setUser(toUtf16(credentials.user));
     host->session()->setSessionId(credentials.sessionId);
     if (!credentials.sessionId.empty()) return;
-    if (tokenAtHand().empty()) throw notLoggedIn("You are not logged in to " + serviceName() + ".");
+    if (credentials.token.empty()) throw notLoggedIn("You are not logged in to " + serviceName() + ".");
     if (credentials.user.empty())
         throw Failure(ExitCode::notLoggedIn,
-                      "The token's user is not known; set TARN_USER, or use `tarn login USER`.");
-    openSession(credentials.user, tokenAtHand());
+                      "Nothing says whose token TARN_TOKEN is; set TARN_USER, or use `tarn login USER`.");
+    openSession(credentials.user, credentials.token);
     checkUser(credentials.user);
-    credentialStore.save(credentials);
+    keep();
 }
 
 void Connection::login(const std::string& user, const std::string& token, bool keepToken)
@@ -84,8 +106,18 @@ void Connection::login(const std::string& user, const std::string& token, bool k
     credentials = {user, "", ""};
     openSession(user, localToken.empty() ? token : localToken);
     checkUser(user);
-    if (keepToken && localToken.empty()) credentials.token = token;
-    credentialStore.save(credentials);
+    if (keepToken) credentials.token = token;
+    keep();
+    credentialStore.setLastUser(user);
+}
+
+/// The local store's token stays in its own file alone.
+void Connection::keep() const
+{
+    if (passing) return;
+    auto kept = credentials;
+    if (!localToken.empty()) kept.token.clear();
+    credentialStore.save(kept);
 }
 
 void Connection::openSession(const std::string& user, const std::string& token)
@@ -96,7 +128,7 @@ void Connection::openSession(const std::string& user, const std::string& token)
     const auto response = host->session()->login(std::move(request)).get();
     if (response->sessionId.empty())
         throw Failure(ExitCode::failure,
-                      "The service opened no session. Check that the endpoint is that of a Tarn service.");
+                      "The service did not open a session. Check that the endpoint is a Tarn service.");
     credentials.sessionId = response->sessionId;
     ++loginCount;
 }
@@ -113,30 +145,32 @@ void Connection::checkUser(const std::string& user)
         if (!isAnswer(std::current_exception(), answers::notFound)) throw;
     }
     host->session()->logout(nullptr).get();
-    throw Failure(ExitCode::notLoggedIn, "The token is not that of the user \"" + escaped(user) + "\".");
+    credentials.sessionId.clear();
+    throw Failure(ExitCode::notLoggedIn, "The token does not belong to the user \"" + escaped(user) + "\".");
 }
 
 bool Connection::logout()
 {
-    credentials = credentialStore.load().value_or(Credentials{});
-    host->session()->setSessionId(credentials.sessionId);
-    if (!credentials.sessionId.empty()) {
+    const auto identity = identify(service, credentialStore);
+    host->session()->setSessionId(identity.kept.sessionId);
+    if (!identity.kept.sessionId.empty()) {
         try {
             host->session()->logout(nullptr).get();
         } catch (const std::exception&) {
+            // Ended already is what was asked for.
             if (!isAnswer(std::current_exception(), answers::sessionEnded)) throw;
         }
     }
-    return credentialStore.remove();
+    return !identity.user.empty() && credentialStore.remove(identity.user);
 }
 
 void Connection::renew(unsigned loginsSeen)
 {
+    // Of many requests that were refused for the same ended session, the first has renewed it.
     if (loginsSeen != loginCount) return;
-    const auto token = tokenAtHand();
-    if (token.empty()) throw notLoggedIn("Your session has ended.");
-    openSession(credentials.user, token);
-    credentialStore.save(credentials);
+    if (credentials.token.empty()) throw notLoggedIn("Your session has ended.");
+    openSession(credentials.user, credentials.token);
+    keep();
 }
 
 } // namespace tarncli

@@ -15,10 +15,12 @@ class Output;
 
 /// What the command line says about the service, and how it is spoken to.
 struct ConnectionOptions {
-    std::string endpoint; ///< empty: not told
-    std::string profile;  ///< empty: not told
+    ServiceFlags service;
     unsigned inFlight = 4;
 };
+
+/// The service that flags, environment and configuration file name. @throws Failure (usage)
+Service serviceFor(const ServiceFlags& flags);
 
 /// A session with the chosen service: what all verbs send their requests through.
 ///
@@ -29,9 +31,12 @@ public:
     /// Chooses the service; starts the local store when it is that. Sends nothing.
     /// @throws Failure
     Connection(const ConnectionOptions& options, Output& output);
+    Connection(Connection&&) noexcept;
+    /// Ends the session when it was opened with a token from the environment.
+    ~Connection();
 
-    /// Continues the session of the last login, or logs in when a token is at hand. @throws Failure
-    /// (notLoggedIn)
+    /// Continues the session that is kept for the user, or logs in when a token is at hand. A token from the
+    /// environment opens a session for this object alone. @throws Failure (notLoggedIn)
     void resume();
 
     /// Opens a session and checks that `user` is who the token belongs to; the local store has a token of its
@@ -39,7 +44,7 @@ public:
     /// @param keepToken  whether the token is stored beside the session
     void login(const std::string& user, const std::string& token, bool keepToken);
 
-    /// Ends the session and forgets user and token. @return false when there was none
+    /// Ends the user's kept session and forgets session and token. @return false when there was none
     bool logout();
 
     /// Logs in again unless that has happened since `loginsSeen` was read. @throws Failure (notLoggedIn)
@@ -91,15 +96,13 @@ public:
 
     const std::string& url() const { return endpoint; }
 
-    const CredentialStore& store() const { return credentialStore; }
-
     unsigned inFlight() const { return requestsInFlight; }
 
 private:
     void startLocalStore(Output& output);
     void openSession(const std::string& user, const std::string& token);
     void checkUser(const std::string& user);
-    std::string tokenAtHand() const;
+    void keep() const;
     Failure notLoggedIn(const std::string& why) const;
 
     Service service;
@@ -108,6 +111,7 @@ private:
     std::string localToken; ///< of the local store
     unsigned requestsInFlight;
     Credentials credentials;
+    bool passing = false; ///< the token is from the environment: nothing is kept
     unsigned loginCount = 0;
     std::unique_ptr<connector::host::TarnHost> host;
 };

@@ -3,14 +3,18 @@
 #include "cli/machine/PrivateFile.h"
 #include "cli/machine/UserFolders.h"
 #include "cli/terminal/Failure.h"
+#include "cli/terminal/Text.h"
 
 #include <cctype>
 #include <cstdint>
+#include <map>
 #include <nlohmann/json.hpp>
 
 namespace tarncli {
 
 namespace {
+
+constexpr const char* lastUserFile = "last-user.json";
 
 /// FNV-1a: tells apart the names that look alike once their special characters are gone.
 std::string hashOf(const std::string& text)
@@ -23,44 +27,83 @@ std::string hashOf(const std::string& text)
     return buffer;
 }
 
-std::string fileName(const std::string& key)
+std::string fileName(const std::string& text)
 {
     std::string readable;
-    for (const char c : key.substr(0, 80))
+    for (const char c : text.substr(0, 80))
         readable += std::isalnum(static_cast<unsigned char>(c)) != 0 ? c : '-';
-    return readable + "-" + hashOf(key) + ".json";
+    return readable + "-" + hashOf(text);
+}
+
+/// The members of a file, all of them texts; nothing when there is no such file.
+std::optional<std::map<std::string, std::string>> readTexts(const std::filesystem::path& file)
+{
+    const auto text = readPrivateFile(file);
+    if (!text) return {};
+    std::map<std::string, std::string> texts;
+    const auto json = nlohmann::json::parse(*text, nullptr, false);
+    if (json.is_object())
+        for (const auto& [name, value] : json.items())
+            if (value.is_string()) texts[name] = value.get<std::string>();
+    return texts;
+}
+
+void writeTexts(const std::filesystem::path& file, const nlohmann::json& texts)
+{
+    writePrivateFile(file, texts.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) + "\n");
 }
 
 } // namespace
 
-CredentialStore::CredentialStore(const Service& service)
-    : key((service.isLocal() ? "local" : service.endpoint) + " " + service.profile)
-    , path(folders::state() / "sessions" / fileName(key))
+CredentialStore::CredentialStore(const std::string& endpoint)
+    : service(endpoint.empty() ? "local" : endpoint)
+    , folder(folders::state() / "sessions" / fileName(service))
 {
 }
 
-std::optional<Credentials> CredentialStore::load() const
+std::filesystem::path CredentialStore::file(const std::string& user) const
 {
-    const auto text = readPrivateFile(path);
-    if (!text) return {};
-    const auto json = nlohmann::json::parse(*text, nullptr, false);
-    if (!json.is_object() || json.value("service", "") != key)
-        throw Failure(ExitCode::failure, path.string() + " is damaged; delete it and log in again.");
-    return Credentials{json.value("user", ""), json.value("session", ""), json.value("token", "")};
+    return folder / (fileName(user) + ".json");
+}
+
+std::string CredentialStore::lastUser() const
+{
+    auto texts = readTexts(folder / lastUserFile);
+    return texts ? (*texts)["user"] : "";
+}
+
+void CredentialStore::setLastUser(const std::string& user) const
+{
+    writeTexts(folder / lastUserFile, {{"service", service}, {"user", user}});
+}
+
+std::optional<Credentials> CredentialStore::load(const std::string& user) const
+{
+    auto texts = readTexts(file(user));
+    if (!texts) return {};
+    // The file's name holds no more than a hash of both.
+    if ((*texts)["service"] != service || (*texts)["user"] != user)
+        throw Failure(ExitCode::failure,
+                      escaped(file(user).string()) + " is damaged; delete it and log in again.");
+    return Credentials{user, (*texts)["session"], (*texts)["token"]};
 }
 
 void CredentialStore::save(const Credentials& credentials) const
 {
-    nlohmann::json json{{"service", key}, {"user", credentials.user}, {"session", credentials.sessionId}};
-    if (!credentials.token.empty()) json["token"] = credentials.token;
-    writePrivateFile(path, json.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) + "\n");
+    nlohmann::json texts{
+        {"service", service}, {"user", credentials.user}, {"session", credentials.sessionId}};
+    if (!credentials.token.empty()) texts["token"] = credentials.token;
+    writeTexts(file(credentials.user), texts);
 }
 
-bool CredentialStore::remove() const
+bool CredentialStore::remove(const std::string& user) const
 {
     std::error_code error;
-    const bool removed = std::filesystem::remove(path, error);
-    if (error) throw Failure(ExitCode::failure, "Could not delete " + path.string() + ": " + error.message());
+    if (lastUser() == user) std::filesystem::remove(folder / lastUserFile, error);
+    const bool removed = !error && std::filesystem::remove(file(user), error);
+    if (error)
+        throw Failure(ExitCode::failure,
+                      "Could not delete " + escaped(file(user).string()) + ": " + error.message() + ".");
     return removed;
 }
 

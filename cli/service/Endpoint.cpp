@@ -37,11 +37,11 @@ std::string whyBad(std::string_view rest)
         return "leave the user out; `tarn login USER` names it";
     if (!authority.empty() && authority.front() == '[')
         return "IPv6 addresses cannot be used; give a host name instead";
-    if (rest.find_first_of("?#") != std::string_view::npos) return "it holds a '?' or '#'";
+    if (rest.find_first_of("?#") != std::string_view::npos) return "it contains a '?' or '#'";
     if (host.empty() || !isAllowed(host, '.')) return "it names no host";
     if (colon != std::string_view::npos && !isPort(authority.substr(colon + 1)))
         return "the port is not a number from 1 to 65535";
-    if (!isAllowed(path, '/')) return "its path holds characters that cannot be used";
+    if (!isAllowed(path, '/')) return "its path contains characters that cannot be used";
     return {};
 }
 
@@ -58,6 +58,20 @@ std::string checkedEndpoint(const std::string& url)
         throw bad("it must be a URL such as https://files.example.org");
     if (const auto why = whyBad(text.substr(scheme.size() + 3)); !why.empty()) throw bad(why);
     return url.substr(0, url.find_last_not_of('/') + 1);
+}
+
+std::string hostOf(const std::string& endpoint)
+{
+    const auto begin = endpoint.find("://") + 3;
+    return endpoint.substr(begin, endpoint.find_first_of(":/", begin) - begin);
+}
+
+bool isLoopback(const std::string& endpoint)
+{
+    const auto host = hostOf(endpoint);
+    // A name such as 127.example.org is anybody's.
+    const bool isAddress = host.find_first_not_of("0123456789.") == std::string::npos;
+    return host == "localhost" || (isAddress && host.starts_with("127."));
 }
 
 } // namespace tarncli

@@ -10,4 +10,10 @@ namespace tarncli {
 /// query, a fragment, an IPv6 literal, percent-encoding. @throws Failure (usage)
 std::string checkedEndpoint(const std::string& url);
 
+/// The host of a checked endpoint, without the port.
+std::string hostOf(const std::string& endpoint);
+
+/// Whether what is sent to a checked endpoint stays on this machine.
+bool isLoopback(const std::string& endpoint);
+
 } // namespace tarncli

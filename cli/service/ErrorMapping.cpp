@@ -13,6 +13,8 @@ namespace tarncli {
 namespace {
 
 namespace texts = connector::tarn::ErrorText;
+using connector::host::TransportError;
+using connector::host::TransportPhase;
 
 enum class Match { whole, start };
 
@@ -33,6 +35,7 @@ constexpr Row rows[] = {
 
     {"The authentication token is not valid.", ExitCode::notLoggedIn, "Log in with `tarn login`."},
     {answers::sessionEnded, ExitCode::notLoggedIn, "Use `tarn login`."},
+    {"Too many logins with a wrong token come from your address.", ExitCode::notLoggedIn, "", Match::start},
 
     {"You may read this item but not change or share it.", ExitCode::notAllowed, ""},
 
@@ -41,19 +44,21 @@ constexpr Row rows[] = {
     {answers::folderExists, ExitCode::conflict, ""},
     {"The path names a folder, not a file.", ExitCode::conflict, ""},
     {answers::isFile, ExitCode::conflict, ""},
-    {"The folder is not empty.", ExitCode::conflict, "Use `tarn rm -r` to delete what is in it too."},
+    {"The folder is not empty.", ExitCode::conflict, "Use `tarn rm -r` to delete it and everything in it."},
     {"The root folder cannot be deleted, moved or replaced.", ExitCode::conflict, ""},
     {"The target of the move already exists.", ExitCode::conflict, "Use `tarn mv --force` to replace it."},
     {"A file can replace only a file, and a folder only an empty folder.", ExitCode::conflict, ""},
     {"A folder cannot be moved into itself.", ExitCode::conflict, ""},
     {"The item already belongs to this user.", ExitCode::conflict, ""},
 
+    {"The service is busy and has changed nothing. Try again.", ExitCode::unreachable, ""},
+
     {"The path is not valid: ", ExitCode::usage, "", Match::start},
     {"The user name is not valid: ", ExitCode::usage, "", Match::start},
 };
 
 constexpr const char* unreadableReply =
-    "The answer cannot be understood. Check that the endpoint is that of a Tarn service.";
+    "The reply cannot be understood. Check that the endpoint is a Tarn service.";
 
 const Row* rowOf(std::string_view sentence)
 {
@@ -75,10 +80,31 @@ Failure fromSentence(const std::string& sentence)
         return {row->code, row->advice.empty() ? sentence : sentence + " " + std::string(row->advice)};
     if (isUnreadableReply(sentence)) return {ExitCode::failure, unreadableReply};
     if (sentence == texts::unknownError)
-        return {ExitCode::failure,
-                "The service refused the request without saying why. Check that the endpoint "
-                "is that of a Tarn service."};
+        return {
+            ExitCode::failure,
+            "The service refused the request without saying why. Check that the endpoint is a Tarn service."};
     return {ExitCode::failure, sentence};
+}
+
+/// Nobody known has signed the certificate: the one case that --ca-file mends. The network layer tells it apart from the
+/// others in words alone.
+bool isUnknownAuthority(const TransportError& failure)
+{
+    return failure.phase() == TransportPhase::secure &&
+           (failure.reason().find("issuer") != std::string::npos ||
+            failure.reason().find("self-signed") != std::string::npos);
+}
+
+Failure fromTransport(const TransportError& failure)
+{
+    const bool refusedHere = failure.phase() == TransportPhase::prepare;
+    std::string sentence = failure.what();
+    if (!sentence.ends_with('.')) sentence += '.';
+    if (failure.mayHaveHappened())
+        sentence += " No answer says whether it was done: look before you do it again.";
+    if (isUnknownAuthority(failure))
+        sentence += " If you trust the authority that issued the certificate, name its file with --ca-file.";
+    return {refusedHere ? ExitCode::failure : ExitCode::unreachable, sentence};
 }
 
 } // namespace
@@ -90,8 +116,7 @@ Failure explain(std::exception_ptr error)
     } catch (const Failure& failure) {
         return failure;
     } catch (const connector::host::TransportError& failure) {
-        const bool refusedHere = failure.phase() == connector::host::TransportPhase::prepare;
-        return {refusedHere ? ExitCode::failure : ExitCode::unreachable, failure.what()};
+        return fromTransport(failure);
     } catch (const Poco::Exception& failure) {
         return {ExitCode::failure, failure.displayText()};
     } catch (const std::bad_alloc&) {
@@ -99,7 +124,7 @@ Failure explain(std::exception_ptr error)
     } catch (const std::exception& failure) {
         return fromSentence(failure.what());
     } catch (...) {
-        return {ExitCode::failure, "Something unknown went wrong."};
+        return {ExitCode::failure, "An unknown error occurred."};
     }
 }
 

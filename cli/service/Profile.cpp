@@ -3,6 +3,7 @@
 #include "cli/machine/Environment.h"
 #include "cli/machine/UserFolders.h"
 #include "cli/service/Endpoint.h"
+#include "cli/service/ProxyVariables.h"
 #include "cli/terminal/Failure.h"
 #include "cli/terminal/Text.h"
 
@@ -22,7 +23,31 @@ Failure fileError(const std::filesystem::path& file, const toml::source_region& 
 std::string textOf(const std::filesystem::path& file, std::string_view key, const toml::node& value)
 {
     if (const auto text = value.value_exact<std::string>()) return *text;
-    throw fileError(file, value.source(), std::string(key) + " must be a text in quotes.");
+    throw fileError(file, value.source(), std::string(key) + " must be text in quotes.");
+}
+
+constexpr std::pair<std::string_view, std::string Profile::*> textKeys[] = {
+    {"endpoint", &Profile::endpoint},
+    {"user", &Profile::user},
+    {"ca_file", &Profile::caFile},
+    {"proxy", &Profile::proxy},
+};
+
+void readKey(const std::filesystem::path& file, Profile& profile, const toml::key& key,
+             const toml::node& value)
+{
+    for (const auto& [name, member] : textKeys)
+        if (key == name) {
+            profile.*member = textOf(file, name, value);
+            return;
+        }
+    if (key != "insecure")
+        throw fileError(
+            file, key.source(),
+            "\"" + escaped(key.str()) +
+                "\" is not known here; a profile has endpoint, user, ca_file, proxy and insecure.");
+    if (!value.is_boolean()) throw fileError(file, value.source(), "insecure must be true or false.");
+    profile.insecure = value.value_or(false);
 }
 
 Profile readProfile(const std::filesystem::path& file, const toml::node& node)
@@ -30,17 +55,10 @@ Profile readProfile(const std::filesystem::path& file, const toml::node& node)
     const auto* table = node.as_table();
     if (table == nullptr) throw fileError(file, node.source(), "a profile is a table: [profiles.NAME].");
     Profile profile;
-    for (const auto& [key, value] : *table) {
-        if (key == "endpoint")
-            profile.endpoint = textOf(file, key.str(), value);
-        else if (key == "user")
-            profile.user = textOf(file, key.str(), value);
-        else
-            throw fileError(file, key.source(),
-                            "\"" + std::string(key.str()) +
-                                "\" is not known here; a profile has endpoint and user.");
-    }
+    for (const auto& [key, value] : *table)
+        readKey(file, profile, key, value);
     if (profile.endpoint.empty()) throw fileError(file, node.source(), "this profile needs an endpoint.");
+    if (!profile.caFile.empty()) profile.caFile = (file.parent_path() / profile.caFile).string();
     return profile;
 }
 
@@ -86,21 +104,56 @@ Profiles Profiles::load(const std::filesystem::path& file)
     return profiles;
 }
 
-Service chooseService(const std::string& endpointFlag, const std::string& profileFlag,
-                      const Profiles& profiles)
+namespace {
+
+/// A value and what named it.
+struct Told {
+    std::string value;
+    std::string from = {};
+};
+
+/// The first that says something.
+Told firstOf(std::initializer_list<Told> all)
 {
-    Service service;
-    service.profile = profileFlag.empty() ? profiles.defaultName : profileFlag;
-    service.endpoint = endpointFlag.empty() ? environmentVariable("TARN_ENDPOINT") : endpointFlag;
-    service.user = environmentVariable("TARN_USER");
+    for (const auto& one : all)
+        if (!one.value.empty()) return one;
+    return {};
+}
+
+void requireSafe(const Service& service)
+{
+    if (service.insecure || service.endpoint.starts_with("https:") || isLoopback(service.endpoint)) return;
+    throw usageError("Your token would travel unencrypted to " + service.endpoint +
+                     ", where others could read it. Use its https:// address, or insist with --insecure.");
+}
+
+} // namespace
+
+Service chooseService(const ServiceFlags& flags, const Profiles& profiles)
+{
+    const auto endpoint =
+        firstOf({{flags.endpoint, "--endpoint"}, {environmentVariable("TARN_ENDPOINT"), "TARN_ENDPOINT"}});
     // An endpoint given directly leaves the default profile aside, but not one that was asked for.
-    if (profileFlag.empty() && !service.endpoint.empty()) service.profile.clear();
-    if (!service.profile.empty()) {
-        const auto& profile = find(profiles, service.profile);
-        if (service.endpoint.empty()) service.endpoint = profile.endpoint;
-        if (service.user.empty()) service.user = profile.user;
-    }
-    if (!service.endpoint.empty()) service.endpoint = checkedEndpoint(service.endpoint);
+    const auto name =
+        !flags.profile.empty() || !endpoint.value.empty() ? flags.profile : profiles.defaultName;
+    const auto profile = name.empty() ? Profile{} : find(profiles, name);
+    const auto ofProfile = "profile \"" + escaped(name) + "\"";
+
+    Service service;
+    const auto chosen = firstOf({endpoint, {profile.endpoint, ofProfile}});
+    service.endpoint = chosen.value;
+    service.endpointFrom = chosen.from;
+    const auto user = firstOf({{environmentVariable("TARN_USER"), "TARN_USER"}, {profile.user, ofProfile}});
+    service.user = user.value;
+    service.userFrom = user.from;
+    if (service.isLocal()) return service;
+    service.endpoint = checkedEndpoint(service.endpoint);
+    service.caFile =
+        firstOf({{flags.caFile}, {profile.caFile}, {environmentVariable("SSL_CERT_FILE")}}).value;
+    service.proxy = firstOf({{flags.proxy}, {profile.proxy}, {proxyOfEnvironment(service.endpoint)}}).value;
+    if (service.proxy == "none") service.proxy.clear();
+    service.insecure = flags.insecure || profile.insecure;
+    requireSafe(service);
     return service;
 }
 

@@ -10,6 +10,10 @@ namespace tarncli {
 struct Profile {
     std::string endpoint;
     std::string user; ///< empty: named at `tarn login`
+    std::string
+        caFile; ///< key "ca_file", from the configuration file's folder; empty: the system's authorities
+    std::string proxy;     ///< URL, or "none"; empty: what the environment says
+    bool insecure = false; ///< the token may travel unencrypted
 };
 
 /// The user's configuration file:
@@ -18,29 +22,44 @@ struct Profile {
 ///     [profiles.work]
 ///     endpoint = "https://files.example.org"
 ///     user = "alice"
+///     ca_file = "work.pem"
+///     proxy = "http://proxy.example.org:3128"
 struct Profiles {
     std::string defaultName; ///< empty: none
     std::map<std::string, Profile> byName;
 
     /// Reads the file; one that is not there gives no profiles.
-    /// @throws Failure (usage) with the line for text that is no TOML, for an unknown key and for a wrong
-    /// type
+    /// @throws Failure (usage) with the line for text that is not TOML, for an unknown key and for a wrong type
     static Profiles load(const std::filesystem::path& file);
 };
 
-/// Which service to talk to, and as whom.
+/// What the command line itself says; empty: nothing.
+struct ServiceFlags {
+    std::string endpoint;
+    std::string profile;
+    std::string caFile;
+    std::string proxy;
+    bool insecure = false;
+};
+
+/// Which service to talk to, as whom, and which way.
 struct Service {
-    std::string endpoint; ///< empty: the local store
-    std::string profile;  ///< empty: none in use
-    std::string user;     ///< empty: not told; then it is whoever logged in last
+    std::string endpoint;     ///< empty: the local store
+    std::string endpointFrom; ///< what named it: "--endpoint", "TARN_ENDPOINT", "profile \"work\""
+    std::string user;         ///< empty: not told; then it is whoever logged in last
+    std::string userFrom;     ///< likewise
+    std::string caFile;       ///< empty: the system's authorities
+    std::string proxy;        ///< URL; empty: none
+    bool insecure = false;
 
     bool isLocal() const { return endpoint.empty(); }
 };
 
 /// Endpoint: the flag, then TARN_ENDPOINT, then the profile (the one named, else the default one), else the
-/// local store. User: TARN_USER, then the profile's.
-/// @throws Failure (usage) for an unknown profile and an endpoint that cannot be used
-Service chooseService(const std::string& endpointFlag, const std::string& profileFlag,
-                      const Profiles& profiles);
+/// local store. User: TARN_USER, then the profile's. Authorities: the flag, then the profile's, then SSL_CERT_FILE.
+/// Proxy: the flag, then the profile's, then the environment's (see proxyOfEnvironment).
+/// @throws Failure (usage) for an unknown profile, an endpoint that cannot be used, and a service beyond this machine
+/// that would be sent the token unencrypted without being told --insecure
+Service chooseService(const ServiceFlags& flags, const Profiles& profiles);
 
 } // namespace tarncli

@@ -14,12 +14,6 @@ struct Options {
     bool noStoreToken = false;
 };
 
-std::string askToken(const std::string& user)
-{
-    const auto given = environmentVariable("TARN_TOKEN");
-    return given.empty() ? readSecret("Token of " + escaped(user) + ": ") : given;
-}
-
 void logIn(const Invocation& invocation, const Options& options)
 {
     auto& out = invocation.out;
@@ -29,8 +23,11 @@ void logIn(const Invocation& invocation, const Options& options)
     if (const auto& known = connection.configuredUser(); user != known && connection.isLocal())
         throw usageError("The local store belongs to \"" + escaped(known) +
                          "\" and needs no login; name a service with --endpoint.");
-    const auto token = connection.isLocal() ? "" : askToken(user);
-    connection.login(user, token, !options.noStoreToken);
+    // What the environment gives is not written, here as elsewhere: only the session is.
+    auto token = connection.isLocal() ? "" : environmentVariable("TARN_TOKEN");
+    const bool given = !token.empty() || connection.isLocal();
+    if (!given) token = readSecret("Token of " + escaped(user) + ": ");
+    connection.login(user, token, !given && !options.noStoreToken);
     out.message("Logged in to " + connection.serviceName() + " as " + escaped(user) + ".");
     out.result("", {{"user", user}, {"endpoint", connection.url()}});
 }
@@ -41,14 +38,14 @@ Verb login()
 {
     const auto options = std::make_shared<Options>();
     return {.name = "login",
-            .summary = "Open a session and keep it for later calls",
+            .summary = "Log in for this and later commands",
             .examples =
                 "  tarn --endpoint https://files.example.org login alice\n"
                 "  pass show tarn | tarn login alice\n"
                 "The token is asked for, or read from standard input or TARN_TOKEN. It is stored beside the\n"
                 "session (mode 0600), so that an ended session is renewed without asking.",
-            .takes = {{"USER", &options->user, "Whose storage it is; default: the profile's user"},
-                      {"--no-store-token", &options->noStoreToken, "Keep the session only, not the token"}},
+            .takes = {{"USER", &options->user, "Whose storage to use; default: the profile's user"},
+                      {"--no-store-token", &options->noStoreToken, "Store only the session, not the token"}},
             .run = [options](const Invocation& invocation) { logIn(invocation, *options); }};
 }
 

@@ -8,6 +8,7 @@ namespace verbs {
 // nothing refers to, and the order is that of the help.
 Verb login();
 Verb logout();
+Verb whoami();
 Verb ping();
 Verb local();
 Verb ls();
@@ -32,8 +33,9 @@ Verb restore();
 std::vector<Verb> allVerbs()
 {
     using namespace verbs;
-    return {login(), logout(), ping(), local(), ls(),     tree(),   stat(),   cat(),  put(),      get(),
-            mkdir(), mv(),     rm(),   grant(), revoke(), grants(), shared(), link(), versions(), restore()};
+    return {login(), logout(), whoami(), ping(),   local(), ls(),       tree(),
+            stat(),  cat(),    put(),    get(),    mkdir(), mv(),       rm(),
+            grant(), revoke(), grants(), shared(), link(),  versions(), restore()};
 }
 
 } // namespace tarncli

@@ -1,5 +1,5 @@
-// A session that ends while many files are on their way: renewed once for all, nothing lost, nothing sent
-// twice.
+// A session that ends while many files are on their way: renewed once for all,
+// nothing lost, nothing sent twice.
 #include "tests/cli/Shell.h"
 
 #include <gmock/gmock.h>

@@ -20,6 +20,7 @@ TEST(Json, EveryVerbWritesOneDocument)
     shell.write("a\nb", std::string("\xff\0", 2));
     const std::vector<std::vector<std::string>> verbs{{"login", "alice"},
                                                       {"ping"},
+                                                      {"whoami"},
                                                       {"mkdir", "/d"},
                                                       {"put", "a\nb", "/d/a"},
                                                       {"ls", "/d"},

@@ -1,5 +1,5 @@
-// What the user may write as a path, an endpoint or a verb: a slip must be told, never sent as something
-// else.
+// What the user may write as a path, an endpoint or a verb: a slip must be told,
+// never sent as something else.
 #include "cli/remote/RemotePath.h"
 #include "cli/service/Endpoint.h"
 #include "cli/terminal/Failure.h"

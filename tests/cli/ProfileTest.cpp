@@ -1,6 +1,7 @@
 // Which service is meant: a slip in the configuration must not send files elsewhere.
 #include "cli/service/Profile.h"
 #include "cli/service/Credentials.h"
+#include "cli/service/ProxyVariables.h"
 #include "cli/terminal/Failure.h"
 
 #include <cstdlib>
@@ -20,12 +21,24 @@ protected:
     {
         auto name = (fs::temp_directory_path() / "tarn-profile-test-XXXXXX").string();
         folder = mkdtemp(name.data());
-        for (const char* variable : {"TARN_ENDPOINT", "TARN_USER"})
-            unsetenv(variable);
+        unsetAll();
         setenv("XDG_STATE_HOME", folder.c_str(), 1);
     }
 
-    ~ProfileTest() override { fs::remove_all(folder); }
+    ~ProfileTest() override
+    {
+        unsetAll();
+        fs::remove_all(folder);
+    }
+
+    /// What chooses the service; whatever a test sets is gone before the next, also when it fails.
+    static void unsetAll()
+    {
+        for (const char* variable :
+             {"TARN_ENDPOINT", "TARN_USER", "SSL_CERT_FILE", "http_proxy", "https_proxy", "HTTPS_PROXY",
+              "all_proxy", "ALL_PROXY", "no_proxy", "NO_PROXY", "XDG_STATE_HOME"})
+            unsetenv(variable);
+    }
 
     Profiles load(const std::string& text) const
     {
@@ -48,25 +61,58 @@ protected:
 
 constexpr const char* twoProfiles = "default_profile = 'home'\n"
                                     "[profiles.home]\n"
-                                    "endpoint = 'http://home:7070/'\n"
+                                    "endpoint = 'https://home:7070/'\n"
                                     "user = 'anna'\n"
                                     "[profiles.work]\n"
-                                    "endpoint = 'https://work.example.org'\n";
+                                    "endpoint = 'https://work.example.org'\n"
+                                    "ca_file = 'work.pem'\n"
+                                    "proxy = 'none'\n";
 
 TEST_F(ProfileTest, FlagBeatsEnvironmentBeatsProfileBeatsLocalStore)
 {
     const auto profiles = load(twoProfiles);
-    EXPECT_TRUE(chooseService("", "", Profiles{}).isLocal());
-    EXPECT_EQ(chooseService("", "", profiles).endpoint, "http://home:7070");
-    EXPECT_EQ(chooseService("", "", profiles).user, "anna");
-    EXPECT_EQ(chooseService("", "work", profiles).endpoint, "https://work.example.org");
-    EXPECT_EQ(chooseService("", "work", profiles).user, "");
-    setenv("TARN_ENDPOINT", "http://env:1", 1);
-    EXPECT_EQ(chooseService("", "", profiles).endpoint, "http://env:1");
-    EXPECT_EQ(chooseService("", "", profiles).user, ""); // the default profile's user belongs to its endpoint
-    EXPECT_EQ(chooseService("http://flag:1", "", profiles).endpoint, "http://flag:1");
+    EXPECT_TRUE(chooseService({}, Profiles{}).isLocal());
+    EXPECT_EQ(chooseService({}, profiles).endpoint, "https://home:7070");
+    EXPECT_EQ(chooseService({}, profiles).user, "anna");
+    setenv("SSL_CERT_FILE", "/env.pem", 1);
+    setenv("all_proxy", "http://env:3128", 1);
+    EXPECT_EQ(chooseService({}, profiles).caFile, "/env.pem");
+    EXPECT_EQ(chooseService({}, profiles).proxy, "http://env:3128");
+    const auto work = chooseService({.profile = "work"}, profiles);
+    EXPECT_EQ(work.endpoint, "https://work.example.org");
+    EXPECT_EQ(work.user, "");
+    EXPECT_EQ(work.caFile, folder / "work.pem");
+    EXPECT_EQ(work.proxy, "");
+    EXPECT_EQ(chooseService({.profile = "work", .caFile = "flag.pem"}, profiles).caFile, "flag.pem");
+    setenv("TARN_ENDPOINT", "https://env:1", 1);
+    EXPECT_EQ(chooseService({}, profiles).endpoint, "https://env:1");
+    EXPECT_EQ(chooseService({}, profiles).user, ""); // the default profile's user belongs to its endpoint
+    EXPECT_EQ(chooseService({.endpoint = "https://flag:1"}, profiles).endpoint, "https://flag:1");
     unsetenv("TARN_ENDPOINT");
-    EXPECT_THROW(chooseService("", "wrok", profiles), Failure);
+    EXPECT_THROW(chooseService({.profile = "wrok"}, profiles), Failure);
+}
+
+TEST_F(ProfileTest, SendsNoTokenInTheClearBeyondThisMachine)
+{
+    for (const auto* near : {"http://127.0.0.1:7070", "http://localhost", "https://files.example.org"})
+        EXPECT_NO_THROW(chooseService({.endpoint = near}, {})) << near;
+    for (const auto* far : {"http://10.0.0.1", "http://127.example.org", "http://localhost.example.org"}) {
+        EXPECT_THROW(chooseService({.endpoint = far}, {}), Failure) << far;
+        EXPECT_EQ(chooseService({.endpoint = far, .insecure = true}, {}).endpoint, far);
+    }
+}
+
+TEST_F(ProfileTest, TakesTheProxyThatTheEnvironmentNamesForThisHost)
+{
+    setenv("http_proxy", "plain", 1);
+    setenv("HTTPS_PROXY", "tls", 1);
+    setenv("no_proxy", "near.org, .b.example.org", 1);
+    const std::pair<const char*, const char*> rows[] = {
+        {"http://a.org", "plain"},  {"https://a.org:1/x", "tls"},      {"https://near.org", ""},
+        {"https://x.near.org", ""}, {"https://anear.org", "tls"},      {"https://c.b.example.org", ""},
+        {"http://127.0.0.1:1", ""}, {"https://b.example.org.x", "tls"}};
+    for (const auto& [endpoint, proxy] : rows)
+        EXPECT_EQ(proxyOfEnvironment(endpoint), proxy) << endpoint;
 }
 
 TEST_F(ProfileTest, NamesTheLineOfWhatItDoesNotUnderstand)
@@ -79,25 +125,31 @@ TEST_F(ProfileTest, NamesTheLineOfWhatItDoesNotUnderstand)
     EXPECT_TRUE(Profiles::load(folder / "none.toml").byName.empty());
 }
 
-TEST_F(ProfileTest, KeepsCredentialsPerEndpointAndProfileAndToItself)
+TEST_F(ProfileTest, KeepsCredentialsPerEndpointAndUserAndToItself)
 {
-    const CredentialStore one({"http://h:1", "", ""});
-    const CredentialStore other({"http://h-1", "", ""});
-    EXPECT_FALSE(one.load());
+    const auto mask = umask(0); // permissions must not depend on it
+    const CredentialStore one("http://h:1");
+    const CredentialStore other("http://h-1");
+    EXPECT_FALSE(one.load("alice"));
     one.save({"alice", "session", ""});
-    other.save({"bob", "another", "token"});
-    EXPECT_EQ(one.load()->user, "alice");
-    EXPECT_EQ(one.load()->token, "");
-    EXPECT_EQ(other.load()->token, "token");
+    one.save({"bob", "of bob", ""});
+    other.save({"alice", "another", "token"});
+    one.setLastUser("alice");
+    EXPECT_EQ(one.lastUser(), "alice");
+    EXPECT_EQ(other.lastUser(), "");
+    EXPECT_EQ(one.load("alice")->sessionId, "session");
+    EXPECT_EQ(one.load("alice")->token, "");
+    EXPECT_EQ(one.load("bob")->sessionId, "of bob");
+    EXPECT_EQ(other.load("alice")->token, "token");
 
-    struct stat status {};
-
-    ASSERT_EQ(stat(other.file().c_str(), &status), 0);
-    EXPECT_EQ(status.st_mode & 0777, 0600u);
-    chmod(one.file().c_str(), 0644);
-    EXPECT_THROW(one.load(), Failure);
-    EXPECT_TRUE(one.remove());
-    EXPECT_FALSE(one.remove());
+    for (const auto& entry : fs::recursive_directory_iterator(folder / "tarn"))
+        EXPECT_EQ(entry.status().permissions() & fs::perms(077), fs::perms::none) << entry;
+    umask(mask);
+    chmod(one.file("bob").c_str(), 0644);
+    EXPECT_THROW(one.load("bob"), Failure);
+    EXPECT_TRUE(one.remove("alice"));
+    EXPECT_EQ(one.lastUser(), "");
+    EXPECT_FALSE(one.remove("alice"));
 }
 
 } // namespace
