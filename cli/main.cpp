@@ -33,6 +33,7 @@ int run(const Command& command)
 
 int main(int argc, char** argv)
 {
+    // First: threads inherit the signals that are blocked here.
     handleInterrupts();
     Command command;
     try {

@@ -44,7 +44,7 @@ void requireMemory(const std::string& what, std::uint64_t bytes)
     const auto available = availableMemory();
     if (bytes <= available) return;
     throw Failure(ExitCode::failure, what + " does not fit into memory: it has " + humanSize(bytes) +
-                                         ", and " + humanSize(available) + " are free.");
+                                         ", and " + humanSize(available) + " is free.");
 }
 
 } // namespace tarncli

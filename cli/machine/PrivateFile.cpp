@@ -37,6 +37,7 @@ void makePrivateFolder(const fs::path& folder)
 {
     if (fs::is_directory(folder)) return;
     if (folder.has_parent_path() && folder.parent_path() != folder) makePrivateFolder(folder.parent_path());
+    // EEXIST: another command was faster.
     if (::mkdir(folder.c_str(), 0700) != 0 && errno != EEXIST)
         throwErrno("Could not make the folder", folder);
 }
@@ -49,12 +50,14 @@ void writePrivateFile(const fs::path& file, const std::string& text)
     if (!fd) throwErrno("Could not write", file);
     try {
         writeAll(fd.get(), text, file);
+        // Before the rename: a power loss could otherwise leave the name on an empty file.
         if (::fsync(fd.get()) != 0) throwErrno("Could not write", file);
         if (::rename(temporary.c_str(), file.c_str()) != 0) throwErrno("Could not write", file);
     } catch (const Failure&) {
         ::unlink(temporary.c_str());
         throw;
     }
+    // The rename itself is durable only with its folder.
     syncFolder(file.parent_path());
 }
 
@@ -66,8 +69,9 @@ std::optional<std::string> readPrivateFile(const fs::path& file)
     struct stat status {};
 
     if (!fd || ::fstat(fd.get(), &status) != 0) throwErrno("Could not read", file);
+    // What others could read counts as known to them, until its owner has looked.
     if ((status.st_mode & 077) != 0)
-        throw Failure(ExitCode::failure, "Others may read " + escaped(file.string()) +
+        throw Failure(ExitCode::failure, "Other users can read " + escaped(file.string()) +
                                              "; delete it and log in again, or `chmod 600` it.");
     std::string text;
     char buffer[4096];

@@ -47,8 +47,10 @@ std::vector<char*> argumentsOf(const std::vector<std::string>& commandLine)
 {
     const int in = open("/dev/null", O_RDONLY);
     if (dup2(in, 0) < 0 || dup2(out, 1) < 0 || dup2(err, 2) < 0) _exit(127);
+    // A lock or the writing end of a pipe that stayed open in a server would be held for as long as it runs.
     syscall(SYS_close_range, 3U, ~0U, 0U);
     if (detached && (setsid() < 0 || chdir("/") != 0)) _exit(127);
+    // Ignored and blocked signals outlast exec; the program expects them as the system has them.
     for (const int signal : {SIGPIPE, SIGINT, SIGTERM, SIGHUP})
         std::signal(signal, SIG_DFL);
     sigset_t none;
@@ -87,6 +89,7 @@ bool waitUntilGone(pid_t pid, std::chrono::milliseconds limit)
 
 fs::path find(const std::string& program)
 {
+    // Beside this program first: what was built or installed together belongs together.
     std::error_code ignored;
     std::stringstream folders(fs::read_symlink("/proc/self/exe", ignored).parent_path().string() + ":" +
                               environmentVariable("PATH"));

@@ -31,6 +31,7 @@ ExitCode codeOf(int error)
 
 void throwErrno(const std::string& verb, const std::filesystem::path& file)
 {
+    // First: whatever is called next may change it.
     const int error = errno;
     throw Failure(codeOf(error), verb + " " + escaped(file.string()) + ": " + std::strerror(error) + ".");
 }

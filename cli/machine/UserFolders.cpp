@@ -22,6 +22,7 @@ std::filesystem::path home()
 
 std::filesystem::path folder(const char* variable, const char* below)
 {
+    // The rules for these variables: a relative path is to be ignored.
     const std::filesystem::path set = environmentVariable(variable);
     return (set.is_absolute() ? set : home() / below) / "tarn";
 }

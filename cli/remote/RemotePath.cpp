@@ -19,9 +19,9 @@ void refuseBadNames(const std::string& text, std::string_view path)
         const auto name = path.substr(0, path.find('/'));
         path.remove_prefix(name.size());
         if (name.empty())
-            throw usageError("The remote path " + quote(text) + " holds an empty name (\"//\").");
+            throw usageError("The remote path " + quote(text) + " contains an empty name (\"//\").");
         if (name == "." || name == "..")
-            throw usageError("The remote path " + quote(text) + " holds \"" + std::string(name) +
+            throw usageError("The remote path " + quote(text) + " contains \"" + std::string(name) +
                              "\"; write it out from the root.");
     }
 }
@@ -33,6 +33,7 @@ RemotePath RemotePath::parse(const std::string& text)
     RemotePath result;
     if (text.empty()) throw usageError("A remote path is empty; the root folder is \"/\".");
     if (!isValidUtf8(text)) throw usageError("The remote path " + quote(text) + " is not valid UTF-8.");
+    // In "/a:b" the ':' is part of a name.
     const auto colon = text.front() == '/' ? std::string::npos : text.find(':');
     if (colon == 0) throw usageError("The remote path " + quote(text) + " names no user before the ':'.");
     if (colon != std::string::npos) result.bucket = text.substr(0, colon);

@@ -11,8 +11,8 @@ struct RemotePath {
     std::string path;      ///< UTF-8, begins with '/', no '/' at the end except for the root
     bool asFolder = false; ///< was written with a '/' at the end: must be a folder
 
-    /// Reads `/docs/a.txt` or `alice:/docs/a.txt`. Nothing is normalised: empty names, "." and ".." are
-    /// refused.
+    /// Reads `/docs/a.txt` or `alice:/docs/a.txt`. Nothing is normalised:
+    /// empty names, "." and ".." are refused.
     /// @throws Failure (usage) that says how to write it
     static RemotePath parse(const std::string& text);
 
@@ -32,8 +32,8 @@ struct RemotePath {
     std::string quoted() const;
 };
 
-/// Reads a path that becomes part of a request's URL, where '?' and '#' would cut it short and reach another
-/// item.
+/// Reads a path that becomes part of a request's URL, where '?' and '#' would cut it short
+/// and reach another item.
 /// @throws Failure (usage) as RemotePath::parse, and for those two
 RemotePath addressable(const std::string& text);
 

@@ -27,6 +27,7 @@ FileAttributes attributesOf(Connection& connection, const RemotePath& item)
 
 std::optional<FileAttributes> findAttributes(Connection& connection, const RemotePath& item)
 {
+    // Told by the answer rather than asked before: nothing can come in between.
     try {
         return readAttributes(connection, item);
     } catch (const std::exception&) {

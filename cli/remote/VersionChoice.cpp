@@ -12,12 +12,13 @@ using namespace connector::tarn;
 void requireOwnBucket(const Connection& connection, const RemotePath& file)
 {
     if (file.bucket.empty() || file.bucket == connection.user()) return;
-    throw usageError("The service tells the versions of your own files only, not those of " + file.quoted() +
+    throw usageError("The service lists the versions of your own files only, not those of " + file.quoted() +
                      ".");
 }
 
 VersionInfo chooseVersion(Connection& connection, const RemotePath& file, const std::string& text)
 {
+    // More digits do not fit into a label's 64 bits, and ids may consist of digits, too.
     const bool isLabel = text.size() < 18 && text.find_first_not_of("0123456789") == std::string::npos;
     if (!isLabel) return {text, 0};
     requireOwnBucket(connection, file);

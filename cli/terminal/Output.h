@@ -11,9 +11,9 @@ namespace tarncli {
 
 /// Where everything goes: data to standard output, all else to standard error.
 ///
-/// With --json a verb writes one JSON document to standard output, and a failure is one document {"error":
-/// TEXT, "code": EXIT CODE} on standard error. JSON carries names as they are; text for people carries them
-/// escaped.
+/// With --json a verb writes one JSON document to standard output, and a failure is one document
+/// {"error": TEXT, "code": EXIT CODE} on standard error.
+/// JSON carries names as they are; text for people carries them escaped.
 class Output {
 public:
     enum class Verbosity { quiet, normal, verbose };
@@ -34,8 +34,8 @@ public:
     void message(const std::string& text);
     /// Tells it with -v only.
     void detail(const std::string& text);
-    /// Something the user should know although the verb goes on; also with -q. Not with --json, where the
-    /// result lists it.
+    /// Something the user should know although the verb goes on; also with -q.
+    /// Not with --json, where the result lists it.
     void warning(const std::string& text);
     void error(const Failure& failure);
 

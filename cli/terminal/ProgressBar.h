@@ -34,8 +34,9 @@ public:
     /// @param bytesBefore  what `update` counts from
     void begin(const std::string& title, std::uint64_t bytesBefore, std::uint64_t totalBytes,
                std::uint64_t totalItems);
-    /// Draws at most ten times a second. @param bytes  by a counter that only grows; @param items  done since
-    /// begin
+    /// Draws at most ten times a second.
+    /// @param bytes  by a counter that only grows
+    /// @param items  done since begin
     void update(std::uint64_t bytes, std::uint64_t items);
     /// Takes the line away, so that other text can be written; the next update brings it back.
     void erase();

@@ -30,6 +30,7 @@ std::vector<int> Table::widths() const
 
 std::string Table::text() const
 {
+    // Headings over nothing would be read as an answer.
     if (rows.size() <= (headed ? 1u : 0u)) return {};
     const auto columns = widths();
     std::string result;

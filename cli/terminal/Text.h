@@ -14,14 +14,14 @@ std::string toUtf8(const std::u16string& text);
 bool isValidUtf8(std::string_view text);
 
 /// `text` fit for a terminal and one line: control characters, characters that reorder text, backslashes and
-/// bytes that are no UTF-8 as `\n`, `\u{202e}`, `\\`, `\xff`. Different texts stay different.
+/// bytes that are not UTF-8 as `\n`, `\u{202e}`, `\\`, `\xff`. Different texts stay different.
 std::string escaped(std::string_view text);
 
 /// Columns that `text` takes on a terminal.
 int displayWidth(std::string_view text);
 
-/// The longest start of `text` that takes at most `columns`, marked with an ellipsis when something is left
-/// out.
+/// The longest start of `text` that takes at most `columns`,
+/// marked with an ellipsis when something is left out.
 std::string cutToWidth(std::string_view text, int columns);
 
 } // namespace tarncli

@@ -21,9 +21,8 @@ TransferReport forEach(Output& out, const std::vector<std::string>& items,
 
 /// Ends a verb that dealt with many items: returns when all went well.
 /// @param verb  "stored", "deleted"
-/// @throws Failure  the one failure there is when nothing else was to be done; otherwise how much was not
-/// done,
-///   with partlyDone when something was, and else with the code of the first failure
+/// @throws Failure  the one failure there is when nothing else was to be done; otherwise how much was not done,
+///                  with partlyDone when something was, and else with the code of the first failure
 void conclude(const TransferReport& report, const std::string& verb);
 
 } // namespace tarncli

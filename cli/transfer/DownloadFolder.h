@@ -22,11 +22,11 @@ public:
     /// Likewise; makes it when it is missing, its parent must be there.
     static std::shared_ptr<const DownloadFolder> make(const std::filesystem::path& path);
 
-    /// The folder `name` in this one, made when missing. @throws Failure also for a link or a file of that
-    /// name
+    /// The folder `name` in this one, made when missing.
+    /// @throws Failure also for a link or a file of that name
     std::shared_ptr<const DownloadFolder> makeChild(const std::string& name) const;
 
-    /// Whether there is anything of that name. @throws Failure for what is no name
+    /// Whether there is anything of that name. @throws Failure for what cannot be a name
     bool contains(const std::string& name) const;
 
     /// Writes a file as a whole: to a temporary name, made durable, then renamed. A failure, an interrupt

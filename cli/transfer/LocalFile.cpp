@@ -61,7 +61,7 @@ DataBuffer readLocalFile(const fs::path& file, Symlinks symlinks)
 
     if (!fd || ::fstat(fd.get(), &before) != 0) throwErrno("Could not read", file);
     if (!S_ISREG(before.st_mode))
-        throw Failure(ExitCode::failure, escaped(file.string()) + " is no regular file.");
+        throw Failure(ExitCode::failure, escaped(file.string()) + " is not a regular file.");
     const auto size = static_cast<std::uint64_t>(before.st_size);
     auto content = allocated(file, size);
     const auto done = fill(fd.get(), static_cast<char*>(content.data), size, file);

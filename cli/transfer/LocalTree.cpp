@@ -22,6 +22,7 @@ public:
             fail(folder, {ExitCode::failure, "The folder could not be read: " + error.message() + "."});
             return;
         }
+        // The order of the file system is nobody's: two runs should do and tell the same.
         std::sort(found.begin(), found.end());
         for (const auto& item : found)
             entry(item, below);

@@ -52,7 +52,7 @@ private:
     {
         const bool isNoName = !where.isRoot() && (name.empty() || name == "." || name == "..");
         if (isNoName || name.find('/') != std::string::npos || name.find('\0') != std::string::npos)
-            throw Failure(ExitCode::failure, "The service names a folder that cannot be one.");
+            throw Failure(ExitCode::failure, "The service returned a folder name that is not valid.");
         if (const auto why = whyNotAddressable(name); !why.empty()) throw usageError(why);
         if (depth > deepest) throw Failure(ExitCode::failure, "The folders are nested too deeply.");
     }

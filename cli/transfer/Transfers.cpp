@@ -54,6 +54,7 @@ std::exception_ptr errorOf(Future<bool>&& result)
 Transfers::Transfers(Connection& openConnection, Output& output)
     : connection(openConnection)
     , out(output)
+    // Half: replies, the other programs and what the estimate does not know need the rest.
     , memoryLimit(availableMemory() / 2)
     , settled(std::make_shared<Settled>())
 {
@@ -98,6 +99,7 @@ void Transfers::startNext()
                 target->put({std::move(sent), errorOf(std::move(reply))});
             }));
     } catch (...) {
+        // What could not even be sent fails as a reply would, in its turn.
         settled->put({std::move(entry), std::current_exception()});
     }
 }

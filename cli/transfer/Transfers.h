@@ -25,7 +25,7 @@ struct Transfer {
     std::function<connector::Future<bool>()> start;
     /// Called on the thread of run() after success; may add transfers.
     std::function<void()> succeeded = [] {};
-    /// Called on the thread of run() after a failure; true: it is none after all, and counts as success.
+    /// Called on the thread of run() after a failure; true: the failure is forgiven, and counts as success.
     std::function<bool(const std::exception_ptr&)> forgives = [](const std::exception_ptr&) { return false; };
 };
 

@@ -40,6 +40,7 @@ nlohmann::json contentAsJson(const std::string& path, std::string_view bytes)
 void writeContents(const Invocation& invocation, const std::vector<std::string>& paths,
                    const std::string& chosenVersion)
 {
+    // All of them first: a slip in the last one must not show behind the output of the others.
     for (const auto& path : paths)
         addressable(path);
     auto connection = invocation.connect();

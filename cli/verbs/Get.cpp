@@ -63,7 +63,7 @@ void addSource(Connection& connection, Downloader& downloader, const Target& tar
     }
     if (!options.recursive)
         throw usageError(remote.quoted() +
-                         " is a folder; use `tarn get -r` to fetch it with all that is in it.");
+                         " is a folder; use `tarn get -r` to fetch it and everything in it.");
     if (!options.version.empty())
         throw usageError("--version is for files; " + remote.quoted() + " is a folder.");
     target.addTree(downloader, remote);
@@ -119,7 +119,7 @@ Verb get()
                     "  tarn get /backup.sql - | psql app",
         .takes =
             {{"PLACE", &options->places, "REMOTE... LOCAL; LOCAL - is standard output", {.required = true}},
-             {"-r,--recursive", &options->recursive, "Folders with all that is in them"},
+             {"-r,--recursive", &options->recursive, "Include folders and everything in them"},
              {"-f,--force", &options->force, "Replace local files that exist"},
              {"--version", &options->version, "Number or id of an earlier version", {.valueName = "VERSION"}},
              jobsOption(options->jobs)},

@@ -18,7 +18,9 @@ void printLink(const Invocation& invocation, const std::string& path)
             [&] { return connection.files().getPublicAccessUrl(requestFor<PublicAccessUrlGet>(item)); });
     });
     const auto url = toUtf8(response->url);
-    if (url.empty()) throw Failure(ExitCode::failure, "The service gave no link for " + item.quoted() + ".");
+    // A reply without one reads as an empty link, which a script would go on with.
+    if (url.empty())
+        throw Failure(ExitCode::failure, "The service did not return a link for " + item.quoted() + ".");
     invocation.out.result(escaped(url) + "\n", {{"path", item.text()}, {"url", url}});
 }
 
@@ -28,7 +30,7 @@ Verb link()
 {
     const auto path = std::make_shared<std::string>();
     return {.name = "link",
-            .summary = "Print a link that opens a file or folder without login",
+            .summary = "Print a link that opens a file or folder without logging in",
             .examples = "  tarn link /photo.jpg",
             .takes = {{"PATH", path.get(), "File or folder", {.required = true}}},
             .run = [path](const Invocation& invocation) { printLink(invocation, *path); }};

@@ -35,7 +35,7 @@ void seeOrEnd(const Invocation& invocation, const std::string& action)
 {
     if (action == "status") return showStatus(invocation);
     const bool stopped = LocalStore().stop();
-    invocation.out.message(stopped ? "The local store has ended." : "The local store was not running.");
+    invocation.out.message(stopped ? "Stopped the local store." : "The local store was not running.");
     invocation.out.result("", {{"stopped", stopped}});
 }
 
@@ -45,7 +45,7 @@ Verb local()
 {
     const auto action = std::make_shared<std::string>();
     return {.name = "local",
-            .summary = "See or end the local store",
+            .summary = "Show whether the local store runs, or stop it",
             .examples = "  tarn local status\n"
                         "  tarn local stop",
             .takes = {{"ACTION",

@@ -56,6 +56,7 @@ void list(const Invocation& invocation, const Options& options)
 {
     const auto where = addressable(options.path);
     auto connection = invocation.connect();
+    // As a folder first: nearly always it is one, and one request is enough.
     try {
         return showListing(invocation, where, *listFolder(connection, where), options.longFormat);
     } catch (const std::exception&) {

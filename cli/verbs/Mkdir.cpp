@@ -23,6 +23,7 @@ void createFolder(Connection& connection, const RemotePath& folder)
 void createWithParents(Connection& connection, const RemotePath& folder)
 {
     if (folder.isRoot()) return;
+    // Asking what is there first would cost as many requests, and another could make it in between.
     createWithParents(connection, folder.parent());
     try {
         createFolder(connection, folder);
@@ -54,13 +55,14 @@ void makeFolders(const Invocation& invocation, const Options& options)
 Verb mkdir()
 {
     const auto options = std::make_shared<Options>();
-    return {.name = "mkdir",
-            .summary = "Make folders",
-            .examples = "  tarn mkdir /docs\n"
-                        "  tarn mkdir -p /a/b/c",
-            .takes = {{"PATH", &options->paths, "Folders", {.required = true}},
-                      {"-p,--parents", &options->parents, "Also those above; one that is there is no error"}},
-            .run = [options](const Invocation& invocation) { makeFolders(invocation, *options); }};
+    return {
+        .name = "mkdir",
+        .summary = "Make folders",
+        .examples = "  tarn mkdir /docs\n"
+                    "  tarn mkdir -p /a/b/c",
+        .takes = {{"PATH", &options->paths, "Folders", {.required = true}},
+                  {"-p,--parents", &options->parents, "Make missing parents too; accept folders that exist"}},
+        .run = [options](const Invocation& invocation) { makeFolders(invocation, *options); }};
 }
 
 } // namespace tarncli::verbs

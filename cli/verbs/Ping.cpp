@@ -12,6 +12,7 @@ namespace {
 void pingService(const Invocation& invocation)
 {
     auto connection = invocation.connect();
+    // After connect(), which may have had to log in.
     const auto begin = std::chrono::steady_clock::now();
     const auto response = connection.call([&] { return connection.session().ping(nullptr); });
     const std::chrono::duration<double, std::milli> took = std::chrono::steady_clock::now() - begin;
@@ -30,7 +31,7 @@ void pingService(const Invocation& invocation)
 Verb ping()
 {
     return {.name = "ping",
-            .summary = "Ask the service for a sign of life",
+            .summary = "Check that the service answers",
             .examples = "  tarn ping",
             .takes = {},
             .run = pingService};

@@ -44,7 +44,7 @@ Source sourceOf(const std::string& place, bool recursive)
     Source source{place, fs::is_directory(status)};
     if (source.isFolder && !recursive)
         throw usageError(escaped(place) +
-                         " is a folder; use `tarn put -r` to store it with all that is in it.");
+                         " is a folder; use `tarn put -r` to store it and everything in it.");
     return source;
 }
 
@@ -191,7 +191,7 @@ Verb put()
                        &options->places,
                        "LOCAL... REMOTE; LOCAL - is standard input",
                        {.required = true}},
-                      {"-r,--recursive", &options->recursive, "Folders with all that is in them"},
+                      {"-r,--recursive", &options->recursive, "Include folders and everything in them"},
                       {"-f,--force", &options->force, "Replace the content of files that exist"},
                       {"--new-version", &options->newVersion, "Keep the old content as a version"},
                       {"--skip-existing", &options->skipExisting, "Leave files that exist as they are"},

@@ -21,6 +21,7 @@ void makeCurrent(const Invocation& invocation, const Options& options)
 {
     const auto file = addressable(options.path);
     auto connection = invocation.connect();
+    // The service would look in the user's own storage and restore a file of the same name there.
     requireOwnBucket(connection, file);
     const auto version = chooseVersion(connection, file, options.version);
     const auto restored = naming(file, [&] {

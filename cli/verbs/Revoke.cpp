@@ -24,9 +24,10 @@ void takeBack(const Invocation& invocation, const std::vector<std::string>& what
     const bool byPath = what.size() == 2;
     const auto& first = what.front();
     if (byPath) RemotePath::parse(first);
+    // An id becomes part of the URL, where these would reach another address.
     if (!byPath && first.find_first_of("/?#") != std::string::npos)
         throw usageError("\"" + escaped(first) +
-                         "\" is no id of a grant; use `tarn revoke ID` or `tarn revoke PATH USER`.");
+                         "\" is not the id of a grant; use `tarn revoke ID` or `tarn revoke PATH USER`.");
     auto connection = invocation.connect();
     const auto id = byPath ? findGrant(connection, first, what.back()) : first;
     connection.call([&] {
@@ -44,7 +45,7 @@ Verb revoke()
 {
     const auto what = std::make_shared<std::vector<std::string>>();
     return {.name = "revoke",
-            .summary = "Take a grant back",
+            .summary = "Take back a grant",
             .examples = "  tarn revoke /docs bob\n"
                         "  tarn revoke 5c1f…",
             .takes = {{"GRANT", what.get(), "ID, or PATH USER", {.required = true, .most = 2}}},

@@ -18,11 +18,12 @@ struct Options {
 
 void removeItem(Connection& connection, const RemotePath& item, const Options& options)
 {
+    // Files and folders are deleted by different requests, so it must be known which it is.
     const auto found = options.force ? findAttributes(connection, item) : attributesOf(connection, item);
     if (!found) return;
     if (isFolder(*found) && !options.recursive)
         throw Failure(ExitCode::conflict,
-                      item.quoted() + " is a folder; use `tarn rm -r` to delete it with all that is in it.");
+                      item.quoted() + " is a folder; use `tarn rm -r` to delete it and everything in it.");
     naming(item, [&] {
         if (!isFolder(*found)) {
             connection.call([&] { return connection.files().deleteFile(requestFor<FileDelete>(item)); });
@@ -38,6 +39,7 @@ void removeItem(Connection& connection, const RemotePath& item, const Options& o
 
 void remove(const Invocation& invocation, const Options& options)
 {
+    // All of them first: a slip in the last one must not show when the others are gone.
     for (const auto& path : options.paths)
         addressable(path);
     auto connection = invocation.connect();
@@ -62,8 +64,8 @@ Verb rm()
             .examples = "  tarn rm /a.txt\n"
                         "  tarn rm -r /docs",
             .takes = {{"PATH", &options->paths, "Files and folders", {.required = true}},
-                      {"-r,--recursive", &options->recursive, "Folders with all that is in them"},
-                      {"-f,--force", &options->force, "What is not there is no error"}},
+                      {"-r,--recursive", &options->recursive, "Include folders and everything in them"},
+                      {"-f,--force", &options->force, "Ignore what does not exist"}},
             .run = [options](const Invocation& invocation) { remove(invocation, *options); }};
 }
 

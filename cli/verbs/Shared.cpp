@@ -21,6 +21,7 @@ std::string place(const std::u16string& bucket, const std::u16string& path)
 std::string folderPlace(const SharedFolderSummary& folder)
 {
     const auto text = place(folder.bucket, folder.path);
+    // A folder that is shared from the root on has its '/' already.
     return text.ends_with('/') ? text : text + "/";
 }
 

@@ -66,7 +66,7 @@ Verb tree()
 {
     const auto path = std::make_shared<std::string>("/");
     return {.name = "tree",
-            .summary = "List a folder with all below it",
+            .summary = "List a folder and everything below it",
             .examples = "  tarn tree /docs",
             .takes = {{"PATH", path.get(), "Folder; default: /"}},
             .run = [path](const Invocation& invocation) { showTree(invocation, *path); }};
