@@ -88,7 +88,7 @@ TEST(LocalStore, IsFoundByItsLockWhateverBecameOfWhoStartedIt)
 
     const auto interrupted =
         shell.run("for after in 0.01 0.02 0.03 0.05 0.07 0.1 0.15; do tarn local stop; "
-                  "timeout -s INT $after tarn ls; tarn ls >ls || echo \"after $after\"; done");
+                  "timeout -s INT $after tarn ls >ls; tarn ls >ls || echo \"after $after\"; done");
     EXPECT_EQ(interrupted.out, "") << interrupted.err;
     EXPECT_EQ(processesWith(shell.home()), 1);
 }

@@ -59,6 +59,13 @@ protected:
     fs::path folder;
 };
 
+ServiceFlags flag(std::string ServiceFlags::*which, const std::string& value)
+{
+    ServiceFlags flags;
+    flags.*which = value;
+    return flags;
+}
+
 constexpr const char* twoProfiles = "default_profile = 'home'\n"
                                     "[profiles.home]\n"
                                     "endpoint = 'https://home:7070/'\n"
@@ -78,27 +85,32 @@ TEST_F(ProfileTest, FlagBeatsEnvironmentBeatsProfileBeatsLocalStore)
     setenv("all_proxy", "http://env:3128", 1);
     EXPECT_EQ(chooseService({}, profiles).caFile, "/env.pem");
     EXPECT_EQ(chooseService({}, profiles).proxy, "http://env:3128");
-    const auto work = chooseService({.profile = "work"}, profiles);
+    const auto work = chooseService(flag(&ServiceFlags::profile, "work"), profiles);
     EXPECT_EQ(work.endpoint, "https://work.example.org");
     EXPECT_EQ(work.user, "");
     EXPECT_EQ(work.caFile, folder / "work.pem");
     EXPECT_EQ(work.proxy, "");
-    EXPECT_EQ(chooseService({.profile = "work", .caFile = "flag.pem"}, profiles).caFile, "flag.pem");
+    auto flagged = flag(&ServiceFlags::profile, "work");
+    flagged.caFile = "flag.pem";
+    EXPECT_EQ(chooseService(flagged, profiles).caFile, "flag.pem");
     setenv("TARN_ENDPOINT", "https://env:1", 1);
     EXPECT_EQ(chooseService({}, profiles).endpoint, "https://env:1");
     EXPECT_EQ(chooseService({}, profiles).user, ""); // the default profile's user belongs to its endpoint
-    EXPECT_EQ(chooseService({.endpoint = "https://flag:1"}, profiles).endpoint, "https://flag:1");
+    EXPECT_EQ(chooseService(flag(&ServiceFlags::endpoint, "https://flag:1"), profiles).endpoint,
+              "https://flag:1");
     unsetenv("TARN_ENDPOINT");
-    EXPECT_THROW(chooseService({.profile = "wrok"}, profiles), Failure);
+    EXPECT_THROW(chooseService(flag(&ServiceFlags::profile, "wrok"), profiles), Failure);
 }
 
 TEST_F(ProfileTest, SendsNoTokenInTheClearBeyondThisMachine)
 {
     for (const auto* near : {"http://127.0.0.1:7070", "http://localhost", "https://files.example.org"})
-        EXPECT_NO_THROW(chooseService({.endpoint = near}, {})) << near;
+        EXPECT_NO_THROW(chooseService(flag(&ServiceFlags::endpoint, near), {})) << near;
     for (const auto* far : {"http://10.0.0.1", "http://127.example.org", "http://localhost.example.org"}) {
-        EXPECT_THROW(chooseService({.endpoint = far}, {}), Failure) << far;
-        EXPECT_EQ(chooseService({.endpoint = far, .insecure = true}, {}).endpoint, far);
+        EXPECT_THROW(chooseService(flag(&ServiceFlags::endpoint, far), {}), Failure) << far;
+        auto insisting = flag(&ServiceFlags::endpoint, far);
+        insisting.insecure = true;
+        EXPECT_EQ(chooseService(insisting, {}).endpoint, far);
     }
 }
 

@@ -100,7 +100,7 @@ TEST(ErrorMapping, TellsALostConnectionFromARequestThatFailed)
     const auto broken =
         std::make_exception_ptr(TransportError(TransportPhase::exchange, "http://h:1/x", "h:1", "reset"));
     EXPECT_EQ(explain(refused).code(), ExitCode::unreachable);
-    EXPECT_STREQ(explain(refused).what(), "Could not connect to h:1: Connection refused");
+    EXPECT_STREQ(explain(refused).what(), "Could not connect to h:1: Connection refused.");
     EXPECT_EQ(explain(broken).code(), ExitCode::unreachable);
     EXPECT_TRUE(isServiceGone(refused));
     EXPECT_FALSE(isServiceGone(broken));
