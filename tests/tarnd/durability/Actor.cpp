@@ -2,6 +2,8 @@
 
 namespace tarnd::test {
 
+using namespace std::string_literals;
+
 ServiceUser Actor::user() const
 {
     ServiceUser user(service->url());
@@ -10,9 +12,10 @@ ServiceUser Actor::user() const
     return user;
 }
 
-RestReply Actor::command(const std::vector<std::string>& arguments) const
+RestReply Actor::command(const std::string& verb, const std::string& option) const
 {
-    const auto result = service->run(arguments);
+    const auto result = service->run(option.empty() ? std::vector{"user"s, verb, name}
+                                                    : std::vector{"user"s, verb, name, option});
     return {result.exitCode == 0 ? 200 : 0, {}, result.out};
 }
 
@@ -33,98 +36,36 @@ int Change::make(Actor& actor) const
 const std::vector<Change>& changes()
 {
     using A = Actor;
+    static const Place a{"", "/a"}, b{"", "/d/b"}, c{"", "/c"}, d{"", "/d"}, h{"", "/h"};
     static const std::string large(100'000, 'x'); // arrives in several pieces
     static const std::vector<Change> all = {
-        {"UserAdd",
-         [](A& a) {
-             return a.command({"user", "add", a.name});
-         }},
-        {"Login", [](A& a) { return a.user().login(a.told["token"]); }},
-        {"PutNew",
-         [](A& a) {
-             return a.user().put({"", "/a"}, "first", "CREATE", false);
-         }},
-        {"PutOver",
-         [](A& a) {
-             return a.user().put({"", "/a"}, large, "UPDATE", false);
-         }},
-        {"PutVersion",
-         [](A& a) {
-             return a.user().put({"", "/a"}, "third", "UPDATE", true);
-         }},
-        {"MakeFolder",
-         [](A& a) {
-             return a.user().createFolder({"", "/d"});
-         }},
-        {"Move",
-         [](A& a) {
-             return a.user().move({"", "/a"}, {"", "/d/b"}, false);
-         }},
-        {"PutAnother",
-         [](A& a) {
-             return a.user().put({"", "/c"}, "other", "CREATE_OR_UPDATE", false);
-         }},
-        {"MoveOver",
-         [](A& a) {
-             return a.user().move({"", "/c"}, {"", "/d/b"}, true);
-         }},
-        {"PutSecondVersion",
-         [](A& a) {
-             return a.user().put({"", "/d/b"}, large + "2", "UPDATE", true);
-         }},
-        {"RestoreInPlace",
-         [](A& a) {
-             return a.user().restore({"", "/d/b"}, "", "1", false);
-         }},
-        {"RestoreCopy",
-         [](A& a) {
-             return a.user().restore({"", "/d/b"}, "", "2", true);
-         }},
-        {"Grant",
-         [](A& a) {
-             return a.user().grant({"", "/d"}, "keeper");
-         }},
-        {"GrantToNobodyYet",
-         [](A& a) {
-             return a.user().grant({"", "/d/b"}, a.name + "-guest", true);
-         }},
-        {"Revoke", [](A& a) { return a.user().revoke(a.told["PermissionId"]); }},
-        {"Link",
-         [](A& a) {
-             return a.user().link({"", "/d/b"});
-         }},
-        {"HandleOpen",
-         [](A& a) {
-             return a.user().openReadWrite({"", "/h"}, "CREATE", false);
-         }},
-        {"HandleCommit", [](A& a) { return a.user().closeHandle(a.told["FileHandleId"], true); }},
-        {"HandleOpenAgain",
-         [](A& a) {
-             return a.user().openReadWrite({"", "/h"}, "UPDATE", true);
-         }},
-        {"HandleAbort", [](A& a) { return a.user().closeHandle(a.told["FileHandleId"], false); }},
-        {"DeleteFile",
-         [](A& a) {
-             return a.user().deleteFile({"", "/h"});
-         }},
-        {"Rotate",
-         [](A& a) {
-             return a.command({"user", "rotate", a.name});
-         }},
-        {"LoginAgain", [](A& a) { return a.user().login(a.told["token"]); }},
-        {"DeleteFolder",
-         [](A& a) {
-             return a.user().deleteFolder({"", "/d"}, true);
-         }},
-        {"PutLast",
-         [](A& a) {
-             return a.user().put({"", "/z"}, "last", "CREATE", true);
-         }},
-        {"Logout", [](A& a) { return a.user().logout(); }},
-        {"UserRemove",
-         [](A& a) {
-             return a.command({"user", "remove", a.name, "--force"});
-         }},
+        {"UserAdd", [](A& actor) { return actor.command("add"); }},
+        {"Login", [](A& actor) { return actor.user().login(actor.told["token"]); }},
+        {"PutNew", [](A& actor) { return actor.user().put(a, "first", "CREATE", false); }},
+        {"PutOver", [](A& actor) { return actor.user().put(a, large, "UPDATE", false); }},
+        {"PutVersion", [](A& actor) { return actor.user().put(a, "third", "UPDATE", true); }},
+        {"MakeFolder", [](A& actor) { return actor.user().createFolder(d); }},
+        {"Move", [](A& actor) { return actor.user().move(a, b, false); }},
+        {"PutAnother", [](A& actor) { return actor.user().put(c, "other", "CREATE_OR_UPDATE", false); }},
+        {"MoveOver", [](A& actor) { return actor.user().move(c, b, true); }},
+        {"PutSecondVersion", [](A& actor) { return actor.user().put(b, large + "2", "UPDATE", true); }},
+        {"RestoreInPlace", [](A& actor) { return actor.user().restore(b, "", "1", false); }},
+        {"RestoreCopy", [](A& actor) { return actor.user().restore(b, "", "2", true); }},
+        {"Grant", [](A& actor) { return actor.user().grant(d, "keeper"); }},
+        {"GrantToNobodyYet", [](A& actor) { return actor.user().grant(b, actor.name + "-guest", true); }},
+        {"Revoke", [](A& actor) { return actor.user().revoke(actor.told["PermissionId"]); }},
+        {"Link", [](A& actor) { return actor.user().link(b); }},
+        {"HandleOpen", [](A& actor) { return actor.user().openReadWrite(h, "CREATE", false); }},
+        {"HandleCommit", [](A& actor) { return actor.user().closeHandle(actor.told["FileHandleId"], true); }},
+        {"HandleOpenAgain", [](A& actor) { return actor.user().openReadWrite(h, "UPDATE", true); }},
+        {"HandleAbort", [](A& actor) { return actor.user().closeHandle(actor.told["FileHandleId"], false); }},
+        {"DeleteFile", [](A& actor) { return actor.user().deleteFile(h); }},
+        {"Rotate", [](A& actor) { return actor.command("rotate"); }},
+        {"LoginAgain", [](A& actor) { return actor.user().login(actor.told["token"]); }},
+        {"DeleteFolder", [](A& actor) { return actor.user().deleteFolder(d, true); }},
+        {"PutLast", [](A& actor) { return actor.user().put(c, "last", "CREATE", true); }},
+        {"Logout", [](A& actor) { return actor.user().logout(); }},
+        {"UserRemove", [](A& actor) { return actor.command("remove", "--force"); }},
     };
     return all;
 }

@@ -19,8 +19,8 @@ struct Actor {
 
     ServiceUser user() const;
 
-    /// `tarnd ARGUMENTS…` as a reply: 200 when it succeeds, otherwise 0.
-    RestReply command(const std::vector<std::string>& arguments) const;
+    /// `tarnd user VERB NAME OPTION` as a reply: 200 when it succeeds, otherwise 0.
+    RestReply command(const std::string& verb, const std::string& option = {}) const;
 };
 
 /// One change of what the service stores.

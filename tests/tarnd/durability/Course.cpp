@@ -2,8 +2,6 @@
 
 #include "tests/tarnd/durability/StoredState.h"
 
-#include <limits>
-
 namespace tarnd::test {
 
 namespace fs = std::filesystem;
@@ -15,7 +13,7 @@ void copyData(const fs::path& from, const fs::path& to)
     fs::remove(to / "tarn.db-shm"); // belongs to the processes that map it
 }
 
-std::vector<Moment> calmCourse(TarndProcess& service, Faults& faults, const fs::path& copies)
+std::vector<Moment> calmCourse(TarndProcess& service, const fs::path& copies)
 {
     Actor actor{&service, "actor"};
     std::vector<Moment> course;
@@ -26,9 +24,7 @@ std::vector<Moment> calmCourse(TarndProcess& service, Faults& faults, const fs::
         copyData(service.dataDir(), copy);
         course.push_back({actor, stateOf(copy, actor.name), copy});
         if (i == changes().size()) break;
-        faults.strike(std::numeric_limits<int>::max(), FaultPlan::Action::kill);
         if (changes()[i].make(actor) != 200) throw std::runtime_error(changes()[i].name + " fails by itself");
-        course.back().calls = faults.heal();
     }
     service.kill();
     return course;

@@ -1,8 +1,8 @@
 #pragma once
 
 #include "tests/tarnd/durability/Actor.h"
-#include "tests/tarnd/durability/Faults.h"
 
+#include <filesystem>
 #include <random>
 
 namespace tarnd::test {
@@ -12,11 +12,10 @@ struct Moment {
     Actor actor;
     std::string state;
     std::filesystem::path data; ///< a copy of the data directory
-    int calls = 0;              ///< how many calls on files the change takes
 };
 
 /// Makes all changes once beside a user "keeper", undisturbed. @param copies where the data directories go
-std::vector<Moment> calmCourse(TarndProcess& service, Faults& faults, const std::filesystem::path& copies);
+std::vector<Moment> calmCourse(TarndProcess& service, const std::filesystem::path& copies);
 
 /// Copies a data directory that nobody writes to.
 void copyData(const std::filesystem::path& from, const std::filesystem::path& to);

@@ -44,9 +44,9 @@ struct FaultPlan {
         ::close(file);
     }
 
-    std::atomic<int> at;     ///< which call below `root` is struck, counted from 1; 0: none
-    std::atomic<int> calls;  ///< counted so far
-    std::atomic<int> struck; ///< how many were struck
+    std::atomic<int> at;      ///< which call below `root` is struck, counted from 1; 0: none
+    std::atomic<int> calls;   ///< counted so far
+    std::atomic<bool> struck; ///< one was
     Action action;
     int error;
     bool lasting;                 ///< all later calls fail as well

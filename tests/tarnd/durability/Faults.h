@@ -43,18 +43,15 @@ public:
         plan->action = action;
         plan->error = error;
         plan->lasting = lasting;
-        plan->calls = plan->struck = 0;
+        plan->struck = false;
+        plan->calls = 0;
         plan->at = at;
     }
 
-    /// From now on no call is struck. @returns how many calls were counted
-    int heal()
-    {
-        plan->at = 0;
-        return plan->calls;
-    }
+    /// From now on no call is struck.
+    void heal() { plan->at = 0; }
 
-    bool hasStruck() const { return plan->struck > 0; }
+    bool hasStruck() const { return plan->struck; }
 
     /// Records all calls from now on, in one order.
     void recordTo(const std::filesystem::path& journal)

@@ -4,12 +4,9 @@
 
 #include <cerrno>
 #include <csignal>
-#include <cstdarg>
 #include <sched.h>
 #include <sys/mman.h>
-#include <sys/stat.h>
 #include <sys/syscall.h>
-#include <sys/uio.h>
 
 namespace {
 
@@ -55,8 +52,7 @@ bool isStruck(Kind kind)
     if (at == 0 || (plan()->action == Action::tear && kind != Kind::write)) return false;
     const int number = ++plan()->calls;
     if (plan()->lasting ? number < at : number != at) return false;
-    ++plan()->struck;
-    return true;
+    return plan()->struck = true;
 }
 
 /// Makes the call, `real(bytes)`, and records it: all calls in one order, over threads and processes.
@@ -89,14 +85,6 @@ int pass(const FileCall& call, Real real, const void* data = nullptr)
     return -1;
 }
 
-int openAt(int folder, const char* name, int flags, mode_t mode)
-{
-    const auto path = pathAt(folder, name);
-    const auto real = [&](std::size_t) { return ::syscall(SYS_openat, folder, name, flags, mode); };
-    if ((flags & O_CREAT) && !exists(path)) return pass({Kind::createFile, path}, real);
-    return flags & O_TRUNC ? pass({Kind::resize, path}, real) : static_cast<int>(real(0));
-}
-
 int change(Kind kind, const char* from, const char* to, long number)
 {
     FileCall call(kind, from);
@@ -115,22 +103,21 @@ int sync(int fd, long number)
 
 extern "C" {
 
-int openat(int folder, const char* path, int flags, ...)
+// The C library declares these with "...": under other names they can take the mode as it comes.
+int openAt(int folder, const char* name, int flags, mode_t mode) asm("openat");
+int openHere(const char* name, int flags, mode_t mode) asm("open");
+
+int openAt(int folder, const char* name, int flags, mode_t mode)
 {
-    va_list arguments;
-    va_start(arguments, flags);
-    const auto mode = flags & O_CREAT ? va_arg(arguments, mode_t) : 0;
-    va_end(arguments);
-    return openAt(folder, path, flags, mode);
+    const auto path = pathAt(folder, name);
+    const auto real = [&](std::size_t) { return ::syscall(SYS_openat, folder, name, flags, mode); };
+    if ((flags & O_CREAT) && !exists(path)) return pass({Kind::createFile, path}, real);
+    return flags & O_TRUNC ? pass({Kind::resize, path}, real) : static_cast<int>(real(0));
 }
 
-int open(const char* path, int flags, ...)
+int openHere(const char* name, int flags, mode_t mode)
 {
-    va_list arguments;
-    va_start(arguments, flags);
-    const auto mode = flags & O_CREAT ? va_arg(arguments, mode_t) : 0;
-    va_end(arguments);
-    return openAt(AT_FDCWD, path, flags, mode);
+    return openAt(AT_FDCWD, name, flags, mode);
 }
 
 ssize_t write(int fd, const void* data, size_t size)
@@ -138,14 +125,6 @@ ssize_t write(int fd, const void* data, size_t size)
     const FileCall call(Kind::write, pathOf(fd), static_cast<std::size_t>(::lseek(fd, 0, SEEK_CUR)), size);
     return pass(
         call, [&](std::size_t bytes) { return ::syscall(SYS_write, fd, data, bytes); }, data);
-}
-
-ssize_t writev(int fd, const iovec* parts, int count)
-{
-    std::string whole;
-    for (int i = 0; i < count; ++i)
-        whole.append(static_cast<const char*>(parts[i].iov_base), parts[i].iov_len);
-    return write(fd, whole.data(), whole.size());
 }
 
 ssize_t pwrite(int fd, const void* data, size_t size, off_t offset)
@@ -204,8 +183,8 @@ int mkdir(const char* path, mode_t mode) noexcept
     return exists(path) ? static_cast<int>(real(0)) : pass({Kind::createFolder, path}, real);
 }
 
-int open64(const char* path, int flags, ...) SAME_AS("open");
-int openat64(int folder, const char* path, int flags, ...) SAME_AS("openat");
+int openHere64(const char* name, int flags, mode_t mode) asm("open64") SAME_AS("open");
+int openAt64(int folder, const char* name, int flags, mode_t mode) asm("openat64") SAME_AS("openat");
 ssize_t pwrite64(int fd, const void* data, size_t size, off_t offset) SAME_AS("pwrite");
 int ftruncate64(int fd, off_t size) noexcept SAME_AS("ftruncate");
 }

@@ -1,6 +1,7 @@
 // The power fails: what was written and not synced may be there in part or not at all. Everything acknowledged
 // must be there all the same. Rebuilt from the recorded calls of a workload.
 #include "tests/tarnd/durability/Course.h"
+#include "tests/tarnd/durability/Faults.h"
 #include "tests/tarnd/durability/RecordedDisk.h"
 #include "tests/tarnd/durability/StoredState.h"
 
@@ -123,10 +124,7 @@ std::vector<std::string> PowerLoss::losses(std::size_t states, const std::string
 TEST_F(PowerLoss, LosesNothingAcknowledged)
 {
     if (service.usesPostgres()) GTEST_SKIP() << "PostgreSQL writes by itself";
-    {
-        Faults counting(calm.dataDir());
-        course = calmCourse(calm, counting, folder.dataDir());
-    }
+    course = calmCourse(calm, folder.dataDir());
     record();
     const std::size_t states = inFull() ? 2'000 : 60;
     const auto found = losses(states, "nothing");
