@@ -16,6 +16,7 @@ namespace tarnd {
 namespace {
 
 constexpr std::chrono::seconds drainLimit{5};
+constexpr std::chrono::seconds databaseLimit{1};
 
 sigset_t blockTerminationSignals()
 {
@@ -106,7 +107,9 @@ void serve(const ServeOptions& options)
 
     int signal = 0;
     sigwait(&signals, &signal);
-    server.drain(drainLimit);
+    // Who waits for a database that does not answer is told so: the end does not wait for it as well.
+    for (const auto limit : {databaseLimit, drainLimit - databaseLimit})
+        if (!server.drain(limit)) store.interruptWaits();
 }
 
 } // namespace tarnd

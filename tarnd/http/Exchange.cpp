@@ -45,7 +45,8 @@ void Exchange::guarded(F&& step)
 
 void Exchange::fail(const ServiceError& error)
 {
-    if (error.kind() == ServiceError::Kind::internal) site.log.failed(methodName, target, error);
+    if (error.kind() == ServiceError::Kind::internal || !error.detail().empty())
+        site.log.failed(methodName, target, error);
     const bool forPeople = taken != nullptr && taken->access == Access::anybody;
     refusal = forPeople ? publicErrorPage(error) : errorReply(error);
     if (call) call->upload.reset();

@@ -152,7 +152,7 @@ struct HttpServer::Connections {
     explicit Connections(Site& theSite, const ConnectionLimits& limits) : site(theSite), table(limits) {}
 
     void start(const ServerOptions& options);
-    void drain(std::chrono::milliseconds limit);
+    bool drain(std::chrono::milliseconds limit);
 
     MHD_Result begin(MHD_Connection* connection, RequestHead head, Exchange& exchange);
     MHD_Result receive(MHD_Connection* connection, const char* data, std::size_t* size, Exchange& exchange);
@@ -322,13 +322,13 @@ bool HttpServer::Connections::handOver(int fd, const sockaddr_storage& address, 
     return MHD_add_connection(daemon, fd, reinterpret_cast<const sockaddr*>(&address), size) == MHD_YES;
 }
 
-void HttpServer::Connections::drain(std::chrono::milliseconds limit)
+bool HttpServer::Connections::drain(std::chrono::milliseconds limit)
 {
     acceptor->stop();
     std::unique_lock lock(mutex);
     draining = true;
     ending.notify_all();
-    answered.wait_for(lock, limit, [&] { return underWay == 0; });
+    return answered.wait_for(lock, limit, [&] { return underWay == 0; });
 }
 
 HttpServer::HttpServer(const ServerOptions& options, Site& site)
@@ -343,9 +343,9 @@ HttpServer::~HttpServer()
     MHD_stop_daemon(connections->daemon);
 }
 
-void HttpServer::drain(std::chrono::milliseconds limit)
+bool HttpServer::drain(std::chrono::milliseconds limit)
 {
-    connections->drain(limit);
+    return connections->drain(limit);
 }
 
 } // namespace tarnd

@@ -32,8 +32,9 @@ public:
     HttpServer(const HttpServer&) = delete;
     HttpServer& operator=(const HttpServer&) = delete;
 
-    /// Takes no more connections and waits until the requests under way are answered, `limit` at most.
-    void drain(std::chrono::milliseconds limit);
+    /// Takes no more connections and waits until the requests under way are answered, `limit` at most. True
+    /// when they are; may be called again when they are not.
+    bool drain(std::chrono::milliseconds limit);
 
 private:
     struct Connections;

@@ -23,14 +23,6 @@ std::vector<std::string> namedContents(Engine& engine)
     return ids;
 }
 
-bool isNamed(Engine& engine, const std::string& content)
-{
-    return engine.database.read([&](Transaction& transaction) {
-        return transaction.value<std::int64_t>("SELECT 1 FROM versions WHERE content = $1 LIMIT 1", content)
-            .has_value();
-    });
-}
-
 std::vector<std::string> without(const std::vector<std::string>& all, const std::vector<std::string>& taken)
 {
     std::vector<std::string> rest;
@@ -39,6 +31,12 @@ std::vector<std::string> without(const std::vector<std::string>& all, const std:
 }
 
 } // namespace
+
+bool isNamed(Transaction& transaction, const std::string& content)
+{
+    return transaction.value<std::int64_t>("SELECT 1 FROM versions WHERE content = $1 LIMIT 1", content)
+        .has_value();
+}
 
 std::vector<std::string> describeContent(Engine engine, const std::string& content)
 {
@@ -65,12 +63,15 @@ ContentCheck compareContents(Engine engine)
 {
     const auto named = namedContents(engine);
     const auto present = engine.contents.ids();
+    const auto isNamedNow = [&](const std::string& id) {
+        return engine.database.read([&](Transaction& transaction) { return isNamed(transaction, id); });
+    };
     ContentCheck check;
     for (const auto& id : without(named, present))
         for (const auto& version : describeContent(engine, id))
             check.missing.push_back(version + ": its content " + id + " is missing.");
     for (const auto& id : without(present, named))
-        if (!engine.contents.isBeingWritten(id) && !isNamed(engine, id)) check.orphans.push_back(id);
+        if (!engine.contents.isBeingWritten(id) && !isNamedNow(id)) check.orphans.push_back(id);
     return check;
 }
 

@@ -8,6 +8,8 @@
 
 namespace tarnd {
 
+class Transaction;
+
 /// Where contents and rows differ.
 struct ContentCheck {
     std::vector<std::string>
@@ -20,5 +22,8 @@ ContentCheck compareContents(Engine engine);
 
 /// "alice:/a.txt, version 3" for each version with this content.
 std::vector<std::string> describeContent(Engine engine, const std::string& content);
+
+/// Some version has this content.
+bool isNamed(Transaction& transaction, const std::string& content);
 
 } // namespace tarnd

@@ -22,6 +22,9 @@ VersionStamp enterContent(Engine& engine, ContentWriter& writer, Enter&& enter)
     VersionStamp stamp;
     try {
         stamp = engine.database.write([&](Transaction& transaction) {
+            // A start elsewhere may have taken this process for dead, and the content for left behind.
+            if (!engine.contents.open(content.id))
+                throw sentences::internal.because("content " + content.id + " is gone before its row came");
             auto entered = enter(transaction, content, dropped);
             engine.contents.notify(WriteStep::transactionOpen);
             return entered;

@@ -63,37 +63,47 @@ std::optional<std::string> DataDirectory::storeId() const
     return file >> id ? std::optional(id) : std::nullopt;
 }
 
-void DataDirectory::writeStoreId(const std::string& id) const
+/// Never replaces an id: of two processes that find none, the second takes over what the first has written.
+std::string DataDirectory::claimStoreId() const
 {
     const auto temporary = folder / ("store-id." + randomHex(storeIdBytes));
+    const auto id = randomHex(storeIdBytes);
     {
         std::ofstream file(temporary);
         file << id << '\n';
         if (!file.flush()) throw systemError(temporary);
     }
     const UniqueFd written(::open(temporary.c_str(), O_RDONLY | O_CLOEXEC));
-    if (!written || ::fsync(written.get()) != 0 ||
-        ::rename(temporary.c_str(), (folder / "store-id").c_str()) != 0)
-        throw systemError(temporary);
+    if (!written || ::fsync(written.get()) != 0) throw systemError(temporary);
+    const bool linked = ::link(temporary.c_str(), (folder / "store-id").c_str()) == 0;
+    if (!linked && errno != EEXIST) throw systemError(folder / "store-id");
+    ::unlink(temporary.c_str());
     syncFolder(folder);
+    return linked ? id : storeId().value();
 }
 
-/// The database gets its id first: should the process die in between, the next one finds no file and no
-/// contents.
+/// The folder has its id first, and the database takes it over under the write lock: of two folders over one
+/// empty database one loses here and now, not at its next start. A folder without an id is no new one when the
+/// database has had one: it is the empty place where a folder should be mounted.
 void DataDirectory::join(Database& database, const ContentFolder& contents) const
 {
+    const auto storeOf = [](Transaction& transaction) {
+        return transaction.value<std::string>("SELECT value FROM meta WHERE name = 'store'");
+    };
+    auto known = database.read(storeOf);
     const auto here = storeId();
-    const auto id = database.write([&](Transaction& transaction) {
-        auto known = transaction.value<std::string>("SELECT value FROM meta WHERE name = 'store'");
-        if (known) return *known;
-        if (here || !contents.ids().empty()) throw sentences::foreignData(folder);
-        const auto fresh = randomHex(storeIdBytes);
-        transaction.run("INSERT INTO meta (name, value) VALUES ('store', $1)", fresh);
-        return fresh;
-    });
-    const auto now = storeId();
-    if (now ? *now != id : !contents.ids().empty()) throw sentences::foreignData(folder);
-    if (!now) writeStoreId(id);
+    if (!known) {
+        const auto id = here ? *here : claimStoreId();
+        known = database.write([&](Transaction& transaction) {
+            const auto joined = storeOf(transaction);
+            if (joined) return *joined;
+            if (!contents.ids().empty()) throw sentences::foreignData(folder);
+            transaction.run("INSERT INTO meta (name, value) VALUES ('store', $1)", id);
+            return id;
+        });
+    }
+    if (storeId() == known) return;
+    throw contents.ids().empty() ? sentences::otherFolder(folder) : sentences::foreignData(folder);
 }
 
 bool DataDirectory::hasData() const

@@ -27,7 +27,7 @@ public:
 
     std::filesystem::path databaseFile() const { return folder / "tarn.db"; }
 
-    /// Checks that the contents belong to this database; a new database is joined to an empty directory.
+    /// Checks that the contents belong to this database; a new database is joined to an empty directory, once.
     /// Without this check a start with the wrong database would take every content for an orphan and remove
     /// it.
     /// @throws ServiceError conflict
@@ -44,7 +44,7 @@ public:
 private:
     void identify();
     std::optional<std::string> storeId() const;
-    void writeStoreId(const std::string& id) const;
+    std::string claimStoreId() const;
 
     std::filesystem::path folder;
     UniqueFd claim;

@@ -14,9 +14,9 @@ constexpr std::chrono::seconds turnLimit{10};
 void Transaction::execute(Poco::Data::Statement& statement)
 {
     try {
-        statement.execute();
+        dialect.execute(session, statement);
     } catch (const Poco::Exception& error) {
-        throw dialect.translated(error);
+        throw dialect.translated(error, dialect.isAlive(session));
     }
 }
 
@@ -38,8 +38,15 @@ std::vector<std::string> Database::selfCheck()
         auto session = ownDialect->open(false);
         return ownDialect->selfCheck(session);
     } catch (const Poco::Exception& error) {
-        return {error.displayText()};
+        return {dialect().translated(error, false).what()};
     }
+}
+
+void Database::interruptWaits()
+{
+    readerGate.turnAway();
+    writerGate.turnAway();
+    ownDialect->interruptWaits();
 }
 
 std::optional<Poco::Data::Session> Database::takeIdle(bool writing)
@@ -70,31 +77,40 @@ Database::Turn::Turn(Gate& gate) : gate(gate)
 Database::Lease::Lease(Database& database, bool writing)
     : database(database), writing(writing), turn(writing ? database.writerGate : database.readerGate)
 {
-    auto& dialect = *database.ownDialect;
-    try {
-        session = database.takeIdle(writing);
-        if (session) {
-            try {
-                dialect.begin(*session, writing);
-            } catch (const Poco::Exception&) {
-                if (dialect.isAlive(*session)) throw;
-                session.reset(); // the server restarted since this connection was last used
-            }
-        }
-        if (!session) {
-            session = dialect.open(writing);
-            dialect.begin(*session, writing);
-        }
-    } catch (const Poco::Exception& error) {
-        throw dialect.translated(error);
-    }
-    opened.emplace(*session, dialect);
+    begin();
+    opened.emplace(*session, *database.ownDialect);
 }
 
 Database::Lease::~Lease()
 {
     opened.reset();
-    if (!session) return;
+    if (session) giveBack();
+}
+
+void Database::Lease::begin()
+{
+    auto& dialect = *database.ownDialect;
+    try {
+        session = database.takeIdle(writing);
+        if (session) {
+            try {
+                return dialect.begin(*session, writing);
+            } catch (const Poco::Exception&) {
+                if (dialect.isAlive(*session)) throw;
+                session.reset(); // the server restarted since this connection was last used
+            }
+        }
+        session = dialect.open(writing);
+        dialect.begin(*session, writing);
+    } catch (const Poco::Exception& error) {
+        const bool alive = session && dialect.isAlive(*session);
+        if (alive) giveBack(); // the lock was not to be had: the next one need not connect again
+        throw dialect.translated(error, alive);
+    }
+}
+
+void Database::Lease::giveBack() noexcept
+{
     try {
         auto& dialect = *database.ownDialect;
         if (!ended) dialect.rollback(*session);
@@ -110,12 +126,14 @@ void Database::Lease::commit()
         dialect.commit(*session);
         ended = true;
     } catch (const Poco::Exception& error) {
-        const auto failure = dialect.translated(error);
+        const auto failure = dialect.translated(error, dialect.isAlive(*session));
         if (!dialect.mayHaveCommitted(*session)) throw failure;
         // What this connection takes for its state may not be what the disk holds: the next one looks for itself.
         opened.reset();
         session.reset();
-        throw CommitUnknown(failure.kind(), failure.what(), failure.detail());
+        throw CommitUnknown(failure.kind() == ServiceError::Kind::insufficientStorage
+                                ? failure
+                                : sentences::commitUnknown.because(failure.detail()));
     }
 }
 

@@ -27,7 +27,7 @@ class Dialect;
 /// The commit failed in a way that leaves open whether the changes are in: its answer did not arrive, or the
 /// disk failed it. What the transaction may have made reachable must be left alone.
 struct CommitUnknown : ServiceError {
-    using ServiceError::ServiceError;
+    explicit CommitUnknown(const ServiceError& error) : ServiceError(error) {}
 };
 
 /// SQL inside one transaction. Placeholders are $1, $2, … and appear for the first time in this order, which
@@ -150,6 +150,9 @@ public:
         }
     }
 
+    /// Fails, as busy or unreachable, what has been waiting for a turn or for the server. Any thread.
+    void interruptWaits();
+
     const Dialect& dialect() const { return *ownDialect; }
 
     /// Faults that the engine finds in itself.
@@ -183,6 +186,9 @@ private:
         void commit();
 
     private:
+        void begin();
+        void giveBack() noexcept;
+
         Database& database;
         bool writing;
         Turn turn;

@@ -5,14 +5,13 @@ namespace tarnd {
 bool Gate::enter(std::chrono::milliseconds limit)
 {
     std::unique_lock lock(mutex);
-    if (closed) return false;
     if (free > 0) { // then nobody waits
         --free;
         return true;
     }
     Waiting self;
     const auto place = queue.insert(queue.end(), &self);
-    self.turn.wait_for(lock, limit, [&] { return self.admitted || closed; });
+    self.turn.wait_for(lock, limit, [&] { return self.admitted || self.turnedAway; });
     if (self.admitted) return true;
     queue.erase(place);
     return false;
@@ -32,12 +31,13 @@ void Gate::leave()
     next.turn.notify_one();
 }
 
-void Gate::close()
+void Gate::turnAway()
 {
     const std::lock_guard lock(mutex);
-    closed = true;
-    for (auto* waiting : queue)
+    for (auto* waiting : queue) {
+        waiting->turnedAway = true;
         waiting->turn.notify_one();
+    }
 }
 
 } // namespace tarnd

@@ -14,25 +14,25 @@ class Gate {
 public:
     explicit Gate(std::size_t places) : free(places) {}
 
-    /// Takes a place. False when none became free within `limit`, or the gate was closed.
+    /// Takes a place. False when none became free within `limit`, or turnAway() was called meanwhile.
     bool enter(std::chrono::milliseconds limit);
 
     /// Gives the place back. @pre enter() returned true
     void leave();
 
-    /// Turns away whoever waits, and whoever comes.
-    void close();
+    /// Ends the waiting of all who wait now.
+    void turnAway();
 
 private:
     struct Waiting {
         std::condition_variable turn;
         bool admitted = false;
+        bool turnedAway = false;
     };
 
     std::mutex mutex; ///< guards all below
     std::size_t free;
     std::list<Waiting*> queue;
-    bool closed = false;
 };
 
 } // namespace tarnd

@@ -4,7 +4,35 @@
 #include "tarnd/store/ContentFolder.h"
 #include "tarnd/store/Database.h"
 
+#include <algorithm>
+#include <iterator>
+
 namespace tarnd {
+
+namespace {
+
+/// Removes those of the contents that no row names. Asked under the write lock: a process that died may have
+/// sent its COMMIT, and the database still be at it. Removed under it: a writer that was taken for dead looks for
+/// its content once it has the lock. In pieces, so that the other processes get their turns.
+std::size_t dropOrphans(Engine& engine, const std::vector<std::string>& suspects)
+{
+    constexpr std::ptrdiff_t piece = 500;
+    std::size_t dropped = 0;
+    for (auto at = suspects.begin(); at != suspects.end();) {
+        const auto end = at + std::min(piece, suspects.end() - at);
+        dropped += engine.database.write([&](Transaction& transaction) {
+            std::vector<std::string> orphans;
+            std::copy_if(at, end, std::back_inserter(orphans),
+                         [&](const std::string& id) { return !isNamed(transaction, id); });
+            engine.contents.drop(orphans);
+            return orphans.size();
+        });
+        at = end;
+    }
+    return dropped;
+}
+
+} // namespace
 
 RecoveryReport recover(Engine engine)
 {
@@ -17,8 +45,7 @@ RecoveryReport recover(Engine engine)
             detail.append(detail.empty() ? "" : "\n").append(missing);
         throw sentences::contentsMissing.because(detail);
     }
-    engine.contents.drop(check.orphans);
-    report.orphanedContents = check.orphans.size();
+    report.orphanedContents = dropOrphans(engine, check.orphans);
     return report;
 }
 

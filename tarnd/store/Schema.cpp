@@ -19,24 +19,24 @@ constexpr std::int64_t schemaVersion = 1;
 /// the user exists. handles keep parent and name of the file as of the opening; node is 0 for a file still to
 /// be created.
 constexpr const char* tables[] = {
-    R"(CREATE TABLE IF NOT EXISTS meta (
+    R"(CREATE TABLE meta (
         name  {text} PRIMARY KEY,
         value {text} NOT NULL))",
 
-    R"(CREATE TABLE IF NOT EXISTS users (
+    R"(CREATE TABLE users (
         id      {id},
         name    {text} NOT NULL UNIQUE,
         token   {text} NOT NULL UNIQUE,
         created BIGINT NOT NULL))",
 
-    R"(CREATE TABLE IF NOT EXISTS sessions (
+    R"(CREATE TABLE sessions (
         id      {text} PRIMARY KEY,
         account BIGINT NOT NULL REFERENCES users(id) ON DELETE CASCADE,
         used    BIGINT NOT NULL))",
-    "CREATE INDEX IF NOT EXISTS sessions_account ON sessions(account)",
-    "CREATE INDEX IF NOT EXISTS sessions_used ON sessions(used)",
+    "CREATE INDEX sessions_account ON sessions(account)",
+    "CREATE INDEX sessions_used ON sessions(used)",
 
-    R"(CREATE TABLE IF NOT EXISTS nodes (
+    R"(CREATE TABLE nodes (
         id       {id},
         owner    BIGINT NOT NULL REFERENCES users(id),
         parent   BIGINT REFERENCES nodes(id),
@@ -47,9 +47,9 @@ constexpr const char* tables[] = {
         revision BIGINT NOT NULL DEFAULT 0,
         current  {text} NOT NULL DEFAULT '',
         UNIQUE (parent, name)))",
-    "CREATE UNIQUE INDEX IF NOT EXISTS nodes_root ON nodes(owner) WHERE parent IS NULL",
+    "CREATE UNIQUE INDEX nodes_root ON nodes(owner) WHERE parent IS NULL",
 
-    R"(CREATE TABLE IF NOT EXISTS versions (
+    R"(CREATE TABLE versions (
         id      {text} PRIMARY KEY,
         node    BIGINT NOT NULL REFERENCES nodes(id) ON DELETE CASCADE,
         label   BIGINT NOT NULL,
@@ -58,20 +58,20 @@ constexpr const char* tables[] = {
         sha256  {text} NOT NULL,
         content {text} NOT NULL,
         UNIQUE (node, label)))",
-    "CREATE INDEX IF NOT EXISTS versions_content ON versions(content)",
+    "CREATE INDEX versions_content ON versions(content)",
 
-    R"(CREATE TABLE IF NOT EXISTS grants (
+    R"(CREATE TABLE grants (
         id      {text} PRIMARY KEY,
         node    BIGINT NOT NULL REFERENCES nodes(id) ON DELETE CASCADE,
         subject {text} NOT NULL,
         UNIQUE (node, subject)))",
-    "CREATE INDEX IF NOT EXISTS grants_subject ON grants(subject)",
+    "CREATE INDEX grants_subject ON grants(subject)",
 
-    R"(CREATE TABLE IF NOT EXISTS links (
+    R"(CREATE TABLE links (
         token {text} PRIMARY KEY,
         node  BIGINT NOT NULL UNIQUE REFERENCES nodes(id) ON DELETE CASCADE))",
 
-    R"(CREATE TABLE IF NOT EXISTS handles (
+    R"(CREATE TABLE handles (
         id      {text} PRIMARY KEY,
         session {text} NOT NULL REFERENCES sessions(id) ON DELETE CASCADE,
         parent  BIGINT NOT NULL,
@@ -79,25 +79,36 @@ constexpr const char* tables[] = {
         node    BIGINT NOT NULL,
         mode    BIGINT NOT NULL,
         changes BIGINT NOT NULL))",
-    "CREATE INDEX IF NOT EXISTS handles_session ON handles(session)",
+    "CREATE INDEX handles_session ON handles(session)",
 };
+
+void createTables(Transaction& transaction, const Dialect& dialect)
+{
+    for (const std::string table : tables)
+        transaction.run(Poco::replace(Poco::replace(table, "{id}", dialect.idType().c_str()), "{text}",
+                                      dialect.textType().c_str()));
+    transaction.run("INSERT INTO meta (name, value) VALUES ('schema', $1)", std::to_string(schemaVersion));
+}
+
+bool hasTables(Transaction& transaction, const Dialect& dialect)
+{
+    return transaction.value<std::int64_t>(dialect.tableCount(), std::string("meta")) == 1;
+}
 
 } // namespace
 
+/// Whoever finds no tables looks again under the write lock: another process may be making them.
 void prepareSchema(Database& database)
 {
     const auto& dialect = database.dialect();
-    database.write([&](Transaction& transaction) {
-        for (const std::string table : tables)
-            transaction.run(Poco::replace(Poco::replace(table, "{id}", dialect.idType().c_str()), "{text}",
-                                          dialect.textType().c_str()));
-        const auto version = transaction.value<std::string>("SELECT value FROM meta WHERE name = 'schema'");
-        if (!version)
-            transaction.run("INSERT INTO meta (name, value) VALUES ('schema', $1)",
-                            std::to_string(schemaVersion));
-        else if (std::stoll(*version) > schemaVersion)
-            throw sentences::newerSchema();
+    if (!database.read([&](Transaction& transaction) { return hasTables(transaction, dialect); }))
+        database.write([&](Transaction& transaction) {
+            if (!hasTables(transaction, dialect)) createTables(transaction, dialect);
+        });
+    const auto version = database.read([](Transaction& transaction) {
+        return transaction.value<std::string>("SELECT value FROM meta WHERE name = 'schema'");
     });
+    if (std::stoll(version.value()) > schemaVersion) throw sentences::newerSchema();
 }
 
 } // namespace tarnd

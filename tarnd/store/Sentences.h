@@ -47,17 +47,21 @@ inline constexpr Sentence handleWithoutFile {Kind::conflict, "The file of this h
 
 // Starting.
 inline constexpr Sentence badDataDir          {Kind::conflict, "The data directory {} cannot be used: {}"};
-inline constexpr Sentence databaseUnreachable {Kind::internal, "The database cannot be opened: {}"};
+inline constexpr Sentence databaseUnreachable {Kind::internal, "The database cannot be opened. What it says follows."};
+inline constexpr Sentence databaseRights      {Kind::internal, "The database grants too little: its role needs SELECT, INSERT, UPDATE and DELETE on the tables of tarnd, and CREATE for the first start."};
 inline constexpr Sentence badDatabaseUrl      {Kind::badRequest, "The database cannot be used: {}"};
 inline constexpr Sentence dataInUse           {Kind::conflict, "Another tarnd is using the data directory {}; stop it first."};
 inline constexpr Sentence noData              {Kind::badRequest, "There is no stored data in {}."};
 inline constexpr Sentence foreignData         {Kind::conflict, "The contents in {} belong to another database; name the database they were stored with, or another data directory."};
+inline constexpr Sentence otherFolder         {Kind::conflict, "The database has its contents in another folder than {}; is it mounted?"};
 inline constexpr Sentence newerSchema         {Kind::conflict, "The database was written by a newer tarnd; use that one."};
 inline constexpr Sentence contentsMissing     {Kind::internal, "Contents of stored files are missing; bring them back from a backup. `tarnd fsck` lists them."};
 
 // Faults.
-inline constexpr Sentence busy     {Kind::unavailable, "The service is busy and has changed nothing. Try again."};
-inline constexpr Sentence internal {Kind::internal, "The service failed to carry out the request."};
+inline constexpr Sentence commitUnknown {Kind::internal, "The change may have happened or not: the database did not confirm it. Look before you try again."};
+inline constexpr Sentence databaseGone  {Kind::unavailable, "The service cannot reach its database and has changed nothing. Try again."};
+inline constexpr Sentence busy          {Kind::unavailable, "The service is busy and has changed nothing. Try again."};
+inline constexpr Sentence internal      {Kind::internal, "The service failed to carry out the request."};
 
 // clang-format on
 

@@ -36,8 +36,9 @@ void prepare(Database& database)
     try {
         prepareSchema(database);
     } catch (const ServiceError& error) {
-        if (error.kind() != ServiceError::Kind::internal) throw;
-        throw sentences::databaseUnreachable(Poco::trim(error.detail()));
+        if (error.kind() != ServiceError::Kind::unavailable && error.what() != sentences::internal.text)
+            throw;
+        throw sentences::databaseUnreachable.because(error.detail());
     }
 }
 
@@ -116,6 +117,11 @@ PublicLinks& Store::links()
 Versions& Store::versions()
 {
     return parts->versions;
+}
+
+void Store::interruptWaits()
+{
+    parts->database.interruptWaits();
 }
 
 const RecoveryReport& Store::recovery() const

@@ -63,6 +63,9 @@ public:
     /// Tells whoever finds the data directory in use where its server answers.
     void announce(const std::string& url) const;
 
+    /// Fails what has been waiting for the database, so that the process can end. Any thread.
+    void interruptWaits();
+
 private:
     struct Parts;
     std::unique_ptr<Parts> parts;
