@@ -191,7 +191,7 @@ TarndProcess::TarndProcess(std::vector<std::string> arguments, std::string datab
     : serveArguments(std::move(arguments))
     , database(std::move(databaseUrl))
     , folder(uniqueFolder())
-    , data(std::move(dataDirectory))
+    , data(dataDirectory.empty() ? folder / "data" : std::move(dataDirectory))
 {
 }
 
@@ -199,6 +199,11 @@ std::unique_ptr<TarndProcess> TarndProcess::beside(const TarndProcess& first)
 {
     if (!first.usesPostgres()) throw std::logic_error("an SQLite database serves one tarnd");
     return std::unique_ptr<TarndProcess>(new TarndProcess(first.serveArguments, first.database, first.data));
+}
+
+std::unique_ptr<TarndProcess> TarndProcess::over(std::string databaseUrl, std::filesystem::path dataDir)
+{
+    return std::unique_ptr<TarndProcess>(new TarndProcess({}, std::move(databaseUrl), std::move(dataDir)));
 }
 
 TarndProcess::~TarndProcess()

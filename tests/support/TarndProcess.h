@@ -46,6 +46,10 @@ public:
     /// @pre first.usesPostgres()
     static std::unique_ptr<TarndProcess> beside(const TarndProcess& first);
 
+    /// One in front of that PostgreSQL database, which stays; over the contents in `dataDir`, which stay too, or
+    /// a folder of its own.
+    static std::unique_ptr<TarndProcess> over(std::string databaseUrl, std::filesystem::path dataDir = {});
+
     ~TarndProcess();
     TarndProcess(const TarndProcess&) = delete;
     TarndProcess& operator=(const TarndProcess&) = delete;
