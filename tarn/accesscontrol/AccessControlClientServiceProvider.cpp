@@ -51,7 +51,10 @@ Permission readPermission(const Element& element)
 std::unique_ptr<PermissionListResponse> readPermissionList(const Document& reply)
 {
     auto response = std::make_unique<PermissionListResponse>();
-    for (const Element* element : elementsNamed(reply, "Permission")) {
+    const auto elements = elementsNamed(reply, "Permission");
+    response->permissions.reserve(
+        elements.size()); // growing by doubling would count thrice in a reply's memory
+    for (const Element* element : elements) {
         response->permissions.push_back(readPermission(*element));
     }
     return response;
@@ -99,6 +102,7 @@ Reply AccessControlClientServiceProvider::handle(std::unique_ptr<PermissionList>
 {
     auto build = [&] {
         ServiceRequest http = sessionRequest(endpoint, "get", permissionsPath, "", *request);
+        // Without a path all grants are meant, whichever bucket the client has filled in.
         if (!request->path.empty()) {
             http.addText("path", request->path);
             http.addText("bucket", request->bucket);

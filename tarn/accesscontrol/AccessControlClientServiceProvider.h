@@ -10,7 +10,7 @@ namespace connector::tarn {
 /// Follows the endpoint in the configuration. The endpoint is written and read without a lock: let it settle
 /// before requests are made. Replies are read on the thread that completes the HTTP exchange and touch no
 /// state of the provider. Every failure arrives through the future, also what keeps a request
-/// from being built: malformed UTF-16 (std::invalid_argument), an endpoint that is no URL
+/// from being built: malformed UTF-16 (std::invalid_argument), an endpoint that is not a URL
 /// (Poco::SyntaxException).
 class TARN_API AccessControlClientServiceProvider : public AccessControlServiceProvider {
 public:

@@ -12,20 +12,20 @@
 /// Operations on permissions.
 ///
 /// `path` is UTF-16, '/'-separated and begins with '/'; `bucket` is the name of the user whose storage is
-/// meant. Left empty, AccessControlClient fills in the session's user.
+/// meant. Left empty, AccessControlClient fills in the session's user. Both, and `subject`, travel as query values,
+/// so '?' and '#' are safe in them.
 ///
 /// Every operation fails with "File not found." (404), with the service's own sentence, with "Unknown error."
 /// when the service gives none, with "TARN error: " and the body when a reply is not XML, an empty one
 /// included, or with the transport's failure. Malformed UTF-16 fails it with
-/// std::invalid_argument "The text is not well-formed UTF-16.", an endpoint that is no URL with
+/// std::invalid_argument "The text is not well-formed UTF-16.", an endpoint that is not a URL with
 /// Poco::SyntaxException.
 namespace connector::tarn {
 
 /// Lets another user read a file, or a folder and all below it.
 ///
-/// Wire   PUT /service/v1/permissions; "path", "bucket" and "subject", also when empty, "operation" =
-/// "READ_ONLY",
-///        "allowNonExistingUser"
+/// Wire   PUT /service/v1/permissions; "path", "bucket" and "subject", also when empty,
+///        "operation" = "READ_ONLY", "allowNonExistingUser"
 /// Fails  when there is no such user, unless `allowNonExistingUser`
 struct TARN_API PermissionGrant : SessionRequest, MessageAPI<PermissionGrant, AccessControlServiceProvider> {
     using Response = struct PermissionGrantResponse;
@@ -43,14 +43,13 @@ struct TARN_API PermissionGrantResponse : Message {
 
 /// Takes a grant back.
 ///
-/// Wire   DELETE /service/v1/permissions/{permissionId}; an empty id adds nothing to the path, and one that
-/// begins
+/// Wire   DELETE /service/v1/permissions/{permissionId}; an empty id adds nothing to the path, and one that begins
 ///        with '/' is appended as it is
 struct TARN_API PermissionRevoke : SessionRequest,
                                    MessageAPI<PermissionRevoke, AccessControlServiceProvider> {
     using Response = struct PermissionRevokeResponse;
 
-    std::string permissionId;
+    std::string permissionId; ///< from the grant or a list; a '?' or '#' in it would cut it off there
 };
 
 struct TARN_API PermissionRevokeResponse : Message {};

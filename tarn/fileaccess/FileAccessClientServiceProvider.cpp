@@ -47,7 +47,7 @@ void addVersion(ServiceRequest& http, const VersionInfo& version)
 
 void addCreateMode(ServiceRequest& http, CreateMode mode)
 {
-    switch (mode) {
+    switch (mode) { // no default: a number that is none of these sends no mode, and the service decides
     case CreateMode::create:
         http.addText("createMode", "CREATE");
         break;

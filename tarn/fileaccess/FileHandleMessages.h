@@ -46,8 +46,8 @@ struct TARN_API FileHandleReadOnlyCreateResponse : Message {
 /// Opens a file for writing. The version fields are carried but never sent.
 ///
 /// Wire   PUT /service/v1/filehandle; "path" and "bucket" when not empty, "accessMode" = "readWrite",
-/// "createMode"
-///        (left out for a value that is none of the three), "truncate"; header "Content-Type"; no body
+///        "createMode" (left out for a value that is none of the three), "truncate"; header "Content-Type";
+///        no body
 struct TARN_API FileHandleReadWriteCreate : SessionRequest,
                                             VersionInfo,
                                             MessageAPI<FileHandleReadWriteCreate, FileAccessServiceProvider> {
@@ -74,7 +74,7 @@ struct TARN_API FileHandleReadWriteCreateResponse : Message {
 struct TARN_API FileHandleClose : SessionRequest, MessageAPI<FileHandleClose, FileAccessServiceProvider> {
     using Response = struct FileHandleCloseResponse;
 
-    std::string handleId; ///< from the response that opened it
+    std::string handleId; ///< from the response that opened it; a '?' or '#' in it would cut it off there
     HandleOperation handleOperation = HandleOperation::commitChanges;
     bool createNewVersion = false;
 };

@@ -18,17 +18,16 @@
 ///
 /// Every operation fails with "File not found." (404), with the service's own sentence, with "Unknown error."
 /// when the service gives none, with "TARN error: " and the body when a reply is not XML, with
-/// std::invalid_argument or std::out_of_range when a number in a reply is none, or with the transport's
+/// std::invalid_argument or std::out_of_range when a number in a reply is malformed, or with the transport's
 /// failure. Malformed UTF-16 (std::invalid_argument "The text is not well-formed UTF-16.") and an endpoint
-/// that is no URL (Poco::SyntaxException) are thrown by the provider's `handle`; a host delivers them through
+/// that is not a URL (Poco::SyntaxException) are thrown by the provider's `handle`; a host delivers them through
 /// the future.
 namespace connector::tarn {
 
 /// Stores a new file. Sent with the caller's content, which is moved out of the request, never copied.
 ///
-/// Wire   PUT /service/v1/files{path}; "createMode" = "CREATE", "createNewVersion"; header "Content-Type";
-/// the
-///        content as body
+/// Wire   PUT /service/v1/files{path}; "createMode" = "CREATE", "createNewVersion";
+///        header "Content-Type"; the content as body
 /// Fails  when the file exists already
 struct TARN_API FileCreate : SessionRequest, MessageAPI<FileCreate, FileAccessServiceProvider> {
     using Response = struct FileCreateResponse;
@@ -37,11 +36,11 @@ struct TARN_API FileCreate : SessionRequest, MessageAPI<FileCreate, FileAccessSe
     std::u16string bucket; ///< always replaced by the session's user
     common::DataBuffer content;
     std::string contentType;
-    bool createNewVersion = false; ///< false: replace the current version's content
+    bool createNewVersion = false; ///< sent, but does nothing here: a new file has one version either way
 };
 
-struct TARN_API FileCreateResponse : Message,
-                                     VersionInfo {}; ///< the version written: "VersionId", "VersionLabel"
+/// The version written: "VersionId", "VersionLabel".
+struct TARN_API FileCreateResponse : Message, VersionInfo {};
 
 /// Stores new content for a file that exists.
 ///
@@ -56,14 +55,13 @@ struct TARN_API FileUpdate : SessionRequest, MessageAPI<FileUpdate, FileAccessSe
     bool createNewVersion = false; ///< true: keep what was there as an earlier version
 };
 
-struct TARN_API FileUpdateResponse : Message,
-                                     VersionInfo {}; ///< the version written: "VersionId", "VersionLabel"
+/// The version written: "VersionId", "VersionLabel".
+struct TARN_API FileUpdateResponse : Message, VersionInfo {};
 
 /// Reads a file's content, of the version named or of the current one.
 ///
-/// Wire   GET /service/v1/files{path}; "versionId" and "versionLabel" only when `versionId` is not empty. The
-/// reply
-///        is the content itself
+/// Wire   GET /service/v1/files{path}; "versionId" and "versionLabel" only when `versionId` is not empty.
+///        The reply is the content itself: any body of a 200 is taken for it, a proxy's page as well.
 struct TARN_API FileRead : SessionRequest, VersionInfo, MessageAPI<FileRead, FileAccessServiceProvider> {
     using Response = struct FileReadResponse;
 

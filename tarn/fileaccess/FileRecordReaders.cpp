@@ -48,8 +48,10 @@ Record readRecord(const Element& element, const Table& table)
 template <class Shared, class Table>
 std::vector<Shared> readShared(const Element* container, const Table& table)
 {
+    const auto children = childElements(container);
     std::vector<Shared> records;
-    for (const Element* element : childElements(container)) {
+    records.reserve(children.size()); // growing by doubling would count thrice in a reply's memory
+    for (const Element* element : children) {
         auto& record = records.emplace_back(readRecord<Shared>(*element, table));
         if (const Element* resource = element->getChildElement("Resource")) {
             readFields(*resource, record, resourceFields<Shared>);

@@ -6,7 +6,7 @@
 #include <Poco/DOM/Element.h>
 
 /// From elements of a reply to records. A field counts only when exactly one descendant bears its name.
-/// @throws std::invalid_argument or std::out_of_range, both "stoull", when a number is none or exceeds 64
+/// @throws std::invalid_argument or std::out_of_range, both "stoull", when a number is malformed or exceeds 64
 /// bits
 namespace connector::tarn {
 

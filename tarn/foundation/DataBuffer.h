@@ -16,8 +16,7 @@ struct TARN_API DataBuffer {
     DataBuffer() = default;
     /// A copy of `bytes`. @throws std::runtime_error "Out of memory!"
     explicit DataBuffer(std::string_view bytes);
-    /// Takes over `allocated`, which malloc or realloc returned for `capacityBytes` bytes, `used` of them in
-    /// use.
+    /// Takes over `allocated`, which malloc or realloc returned for `capacityBytes` bytes, `used` of them in use.
     DataBuffer(void* allocated, std::uint64_t capacityBytes, std::uint64_t used);
     DataBuffer(DataBuffer&& other) noexcept;
     /// Allocates exactly `other.size` bytes. @throws std::runtime_error "Out of memory!"

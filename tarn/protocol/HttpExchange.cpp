@@ -34,6 +34,7 @@ sendHttpRequest(std::unique_ptr<http::HttpClientRequest>&& request, Address&& to
 
 void checkResponse(const std::unique_ptr<http::HttpClientResponse>& response)
 {
+    // A host that answers with nothing at all: the caller must not be handed a null.
     if (!response) throw std::runtime_error(ErrorText::unknownError);
     if (response->status == statusNotFound) throw std::runtime_error(ErrorText::fileNotFound);
     if (response->status != statusOk) throw std::runtime_error(serviceError(*response));

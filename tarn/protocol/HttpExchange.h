@@ -71,7 +71,7 @@ Future<std::unique_ptr<Message>> exchangeXml(std::unique_ptr<http::HttpClientReq
 }
 
 /// `exchangeXml` for a request that is yet to be built: what keeps `build` from building it, such as
-/// malformed UTF-16 or an endpoint that is no URL, becomes the failure of the future, and nothing is sent.
+/// malformed UTF-16 or an endpoint that is not a URL, becomes the failure of the future, and nothing is sent.
 template <class Build, class Read>
 Future<std::unique_ptr<Message>> buildAndExchangeXml(Build build, Address&& to, Context& context, Read read)
 {

@@ -25,7 +25,7 @@ Field(const char*, Value Record::*) -> Field<Record, Value>;
 /// Text is taken as it stands, converted for a UTF-16 member. A flag is set by exactly "true". Numbers are
 /// decimal, leading digits count, and what follows them is ignored.
 /// @throws std::invalid_argument or std::out_of_range, "stoull", "stoll" (signed) or "stoul" (32 bits), for text
-///         that is no number or exceeds 64 bits; of a 32-bit number the low 32 bits count
+///         that is not a number or exceeds 64 bits; of a 32-bit number the low 32 bits count
 TARN_API void readValue(const std::string& text, std::string& value);
 TARN_API void readValue(const std::string& text, std::u16string& value);
 TARN_API void readValue(const std::string& text, bool& value);

@@ -27,6 +27,7 @@ const Node* following(const Node* node, const Node& root)
 /// The first element named `tag` after `node` in document order below `root`, or null.
 const Element* nextNamed(const Node* node, const Node& root, const std::string& tag)
 {
+    // Not getElementsByTagName: a NodeList walks the document anew for every item.
     while ((node = following(node, root))) {
         if (node->nodeType() == Node::ELEMENT_NODE && node->nodeName() == tag) {
             return static_cast<const Element*>(node);

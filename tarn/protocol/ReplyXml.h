@@ -26,7 +26,7 @@ TARN_API ReplyDocument parseXml(std::string_view text, const ReplyLimits& limits
 /// more than one. The search stops at the second.
 TARN_API std::optional<std::string> onlyText(const Poco::XML::Node& node, const std::string& tag);
 
-/// `onlyText` below an element; `fallback` also when `node` is no element.
+/// `onlyText` below an element; `fallback` also when `node` is not an element.
 TARN_API std::string childText(const Poco::XML::Node& node, const std::string& tag,
                                const std::string& fallback = {});
 
@@ -39,7 +39,7 @@ TARN_API std::vector<const Poco::XML::Element*> elementsNamed(const Poco::XML::N
                                                               const std::string& tag);
 
 /// The direct children of `container` that are elements, in document order; none for a null container. The
-/// text between the items of a pretty-printed reply is no item.
+/// text between the items of a pretty-printed reply is not an item.
 TARN_API std::vector<const Poco::XML::Element*> childElements(const Poco::XML::Element* container);
 
 } // namespace connector::tarn

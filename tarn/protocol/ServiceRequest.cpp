@@ -60,7 +60,7 @@ ServiceRequest sessionRequest(const std::string& endpoint, const std::string& me
 {
     ServiceRequest built(method, endpoint + servicePath + joinResource(resourcePath));
     built.addIdentity(request);
-    built.addHeader(sessionIdHeader, request.sessionId);
+    built.addHeader(sessionIdHeader, request.sessionId); // even when empty: the service then says so
     return built;
 }
 

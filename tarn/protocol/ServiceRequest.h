@@ -17,7 +17,7 @@ class TARN_API ServiceRequest {
 public:
     /// @param urlText  endpoint and path as they stand; percent-encoded as a whole. '/', '?' and '#' stay as they
     ///                 are: an item path that holds '?' or '#' reaches another object
-    /// @throws Poco::SyntaxException when the text is no URL
+    /// @throws Poco::SyntaxException when the text is not a URL
     ServiceRequest(std::string methodWord, const std::string& urlText);
 
     /// Appends the parameters of addSessionQueryParameters.

@@ -13,7 +13,7 @@ namespace connector::tarn {
 ///
 /// Wire   GET /service/v1/login; header "x-qz-authentication-token", sent even when empty; no session header
 /// Fails  the service's own text for a token it does not know; "stoul" (std::invalid_argument or
-///        std::out_of_range) when the reply's "MinutesBeforeRelogin" is no number; otherwise as every
+///        std::out_of_range) when the reply's "MinutesBeforeRelogin" is not a number; otherwise as every
 ///        request: "File not found." (404), "Unknown error.", "TARN error: ..." when the reply is not XML, or
 ///        the transport's failure
 struct TARN_API Login : TarnBaseRequest, MessageAPI<Login, TarnSessionServiceProvider> {

@@ -17,7 +17,8 @@ class TARN_API TarnSession : public std::enable_shared_from_this<TarnSession> {
 public:
     virtual ~TarnSession() = default;
 
-    /// Opens a session with the request's user and authentication token; its id is kept for later requests.
+    /// Opens a session with the request's user and authentication token; its id is kept for later requests. The user
+    /// is taken over at once: a login that fails has replaced the user already, beside the old session's id.
     virtual ReplyTo<Login> login(std::unique_ptr<Login>&& request) = 0;
     /// Ends the session at the service. The id kept here stays until the next login.
     virtual ReplyTo<Logout> logout(std::unique_ptr<Logout>&& request) = 0;

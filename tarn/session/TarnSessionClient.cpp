@@ -15,10 +15,13 @@ TarnSessionClient::TarnSessionClient(std::shared_ptr<Connector> connector, const
 
 ReplyTo<Login> TarnSessionClient::login(std::unique_ptr<Login>&& request)
 {
+    // Before the reply, so that the default mount point is known to whoever uses the session meanwhile.
     user = request->user;
     request->clientString = clientString;
     request->clientType = clientType;
-    return context->handle<LoginResponse, Login>(std::move(request), Address(target))
+    return context
+        ->handle<LoginResponse, Login>(std::move(request), Address(target))
+        // No shared pointer to this object: it would keep a session alive that the application has let go.
         .then([this](ReplyTo<Login>&& reply) {
             auto response = reply.get();
             if (response) sessionId = response->sessionId;

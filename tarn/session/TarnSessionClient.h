@@ -21,9 +21,9 @@ public:
                       const std::string& clientString, const std::string& clientType,
                       const std::string& locale);
 
-    /// The request must not be null. Its user becomes the session's at once; the session id returned is
-    /// stored before the future is resolved. A login that fails leaves the session id as it was. This object
-    /// must outlive the login.
+    /// The request must not be null. Its user becomes the session's at once, and stays so when the login fails,
+    /// which leaves the session id as it was. The session id returned is stored before the future is resolved.
+    /// This object must outlive the login.
     ReplyTo<Login> login(std::unique_ptr<Login>&& request) override;
     /// A null request is replaced by an empty one.
     ReplyTo<Logout> logout(std::unique_ptr<Logout>&& request) override;

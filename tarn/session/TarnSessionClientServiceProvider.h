@@ -11,7 +11,7 @@ namespace connector::tarn {
 ///
 /// Follows the endpoint in the configuration; the endpoint may change while requests are being handled.
 /// Replies are read on the thread that completes the HTTP exchange and touch no state of the provider.
-/// Every failure arrives through the future, also an endpoint that is no URL (Poco::SyntaxException).
+/// Every failure arrives through the future, also an endpoint that is not a URL (Poco::SyntaxException).
 class TARN_API TarnSessionClientServiceProvider : public TarnSessionServiceProvider {
 public:
     /// @param configuration  may be null: the endpoint then never changes

@@ -17,16 +17,15 @@
 ///
 /// Every operation fails with "File not found." (404), with the service's own sentence, with "Unknown error."
 /// when the service gives none, with "TARN error: " and the body when a reply is not XML, with
-/// std::invalid_argument or std::out_of_range ("stoull", "stoll") when a number in a reply is none, or with
+/// std::invalid_argument or std::out_of_range ("stoull", "stoll") when a number in a reply is malformed, or with
 /// the transport's failure. Malformed UTF-16 fails it with
-/// std::invalid_argument "The text is not well-formed UTF-16.", an endpoint that is no URL with
+/// std::invalid_argument "The text is not well-formed UTF-16.", an endpoint that is not a URL with
 /// Poco::SyntaxException.
 namespace connector::tarn {
 
 /// Makes an earlier version the current one.
 ///
-/// Wire   PUT /service/v1/versions/files{path}; "versionId", also when empty, "versionLabel",
-/// "createNewVersion"
+/// Wire   PUT /service/v1/versions/files{path}; "versionId", also when empty, "versionLabel", "createNewVersion"
 struct TARN_API VersionRestore : SessionRequest, MessageAPI<VersionRestore, VersioningServiceProvider> {
     using Response = struct VersionRestoreResponse;
 
@@ -40,8 +39,8 @@ struct TARN_API VersionRestore : SessionRequest, MessageAPI<VersionRestore, Vers
 /// The version now current; what the reply does not tell is taken from the request.
 struct TARN_API VersionRestoreResponse : Message {
     std::string versionId; ///< "VersionId"
-    std::int64_t versionLabel =
-        0; ///< "VersionLabel", read as an unsigned number; one from 2^63 up wraps to a negative one
+    /// "VersionLabel", read as an unsigned number; one from 2^63 up wraps to a negative one.
+    std::int64_t versionLabel = 0;
 };
 
 /// Lists the versions of a file.

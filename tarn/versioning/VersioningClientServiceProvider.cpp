@@ -72,6 +72,7 @@ Reply VersioningClientServiceProvider::handle(std::unique_ptr<VersionRestore>&& 
         http.addFlag("createNewVersion", request->createNewVersion);
         return http.build();
     };
+    // A copy: the request is gone by the time the reply comes.
     const VersionInfo asked{request->versionId, request->versionLabel};
     return buildAndExchangeXml(build, std::move(to), *context,
                                [asked](const Document& reply) { return readRestore(reply, asked); });

@@ -12,9 +12,21 @@ using Poco::XML::Element;
 
 const Element& rootOf(const Document& reply)
 {
+    // Cannot happen to what the parser built; a document made by hand must not crash the reader.
     const Element* root = reply.documentElement();
     if (!root) throw Poco::NullPointerException();
     return *root;
+}
+
+template <class Record>
+std::vector<Record> readEach(const Element* container, Record (*read)(const Element&))
+{
+    const auto children = childElements(container);
+    std::vector<Record> records;
+    records.reserve(children.size()); // growing by doubling would count thrice in a reply's memory
+    for (const Element* child : children)
+        records.push_back(read(*child));
+    return records;
 }
 
 } // namespace
@@ -43,12 +55,8 @@ std::unique_ptr<FolderListResponse> readFolderList(const Document& reply)
     if (const Element* folder = root.getChildElement("FolderSummary")) {
         response->folder = readFolderSummary(*folder);
     }
-    for (const Element* file : childElements(root.getChildElement("Files"))) {
-        response->files.push_back(readFileSummary(*file));
-    }
-    for (const Element* folder : childElements(root.getChildElement("Folders"))) {
-        response->folders.push_back(readFolderSummary(*folder));
-    }
+    response->files = readEach(root.getChildElement("Files"), readFileSummary);
+    response->folders = readEach(root.getChildElement("Folders"), readFolderSummary);
     return response;
 }
 

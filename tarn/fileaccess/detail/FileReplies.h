@@ -9,7 +9,7 @@
 #include <memory>
 
 /// From the replies of the service to response messages. An element that is missing or occurs twice keeps the
-/// field's default; a number that is none throws as std::stoll and std::stoull do.
+/// field's default; a malformed number throws as std::stoll and std::stoull do.
 namespace connector::tarn {
 
 /// What both kinds of write answer.

@@ -5,8 +5,7 @@
 
 namespace connector {
 
-/// Names the service provider that is to receive a message. Only the host that hands addresses out reads
-/// them.
+/// Names the service provider that is to receive a message. Only the host that hands addresses out reads them.
 class Address {
 public:
     Address() = default;

@@ -14,14 +14,12 @@ public:
     virtual ~Configuration() = default;
 
     /// Declares the value that `key` has until one is set. The same key may be declared several times.
-    /// @param layer  the configuration layer that the default belongs to; this library always passes
-    /// "default"
+    /// @param layer  the configuration layer that the default belongs to; this library always passes "default"
     /// @return true once the default is known to the store
     virtual Future<bool> registerDefault(const std::string& key, const ConfigValue& value,
                                          const std::string& layer) = 0;
 
-    /// A publisher that delivers the current value of `key` and then every later one, on threads of its
-    /// choice.
+    /// A publisher that delivers the current value of `key` and then every later one, on threads of its choice.
     virtual std::shared_ptr<reactive_streams::PublisherAPI<ConfigValue>> observe(const std::string& key) = 0;
 };
 

@@ -22,11 +22,11 @@ public:
     explicit codecvt_string_to_ustring(const std::string& encoding);
 };
 
-/// @throws std::invalid_argument when `text` is no well-formed UTF-16, such as a lone surrogate: replacing it
+/// @throws std::invalid_argument when `text` is not well-formed UTF-16, such as a lone surrogate: replacing it
 ///   silently would name another object
 TARN_API std::string to_string(const std::u16string& text, const codecvt_ustring_to_string& converter);
 
-/// @throws std::invalid_argument when `text` is no well-formed UTF-8
+/// @throws std::invalid_argument when `text` is not well-formed UTF-8
 TARN_API std::u16string to_ustring(const std::string& text, const codecvt_string_to_ustring& converter);
 
 } // namespace fl::i18n
