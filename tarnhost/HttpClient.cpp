@@ -72,6 +72,7 @@ void HttpClient::Exchanges::stop()
         stopping.swap(loop);
         unfinished.swap(gathering);
     }
+    // After the lock: a cancel settles its request, and what waits for that may come back here.
     for (const auto& subscriber : unfinished)
         subscriber->cancel();
     if (stopping) stopping->stop();
@@ -107,6 +108,7 @@ void HttpClient::Exchanges::gatherBody(const http::BodyPublisher& publisher, Tra
             }
             self->bodyGathered(std::move(content), std::move(waiting));
         }));
+    // Last, since a publisher may deliver everything before this returns.
     try {
         publisher->subscribe(subscriber);
     } catch (...) {

@@ -18,10 +18,13 @@ struct TransferredBytes {
 
 /// Takes http::HttpClientRequest, answers http::HttpClientResponse.
 ///
-/// A reply is there once its whole body has arrived; the body is then a publisher of one item that fills its
-/// storage exactly (none when empty), so folding it neither waits nor copies. The method goes on the wire in
-/// upper case; "put" always carries a Content-Length. A "put", a "delete" and whatever asks for it
-/// is sent at most once, even when a kept-alive connection turns out dead; any other "get" may be repeated.
+/// A reply is there once its whole body has arrived, its head to the empty line and its body to its length or
+/// last chunk; a reply that does not say where it ends is none. The body is then a publisher of one item that
+/// fills its storage exactly (none when empty), so folding it neither waits nor copies.
+///
+/// The method goes on the wire in upper case; "put" always carries a Content-Length. A "put", a "delete" and
+/// whatever asks for it is sent at most once, even when a kept-alive connection turns out dead; any other "get"
+/// may be repeated. HttpOptions says how long and how large an exchange may become.
 ///
 /// Between start and stop one I/O thread drives all exchanges. It runs no foreign code: request bodies are
 /// gathered on the thread of their publisher, and every future is resolved on a delivery thread. A request
@@ -32,8 +35,8 @@ public:
     HttpClient(std::shared_ptr<DeliveryThreads> deliveryThreads, HttpOptions options);
     ~HttpClient() override;
 
-    /// @return a failed future at once for a message that is no HttpClientRequest (std::invalid_argument), a
-    ///   request that cannot be sent as it is (TransportError, phase prepare: URL, method, or a header with
+    /// @return a failed future at once for a message that is not an HttpClientRequest (std::invalid_argument),
+    ///   a request that cannot be sent as it is (TransportError, phase prepare: URL, method, or a header with
     ///   CR, LF or NUL), or a stopped client (std::runtime_error "Service exists but is not running.")
     Future<std::unique_ptr<Message>> deliver(std::unique_ptr<Message>&& message, Address&& to,
                                              std::shared_ptr<Context>&& context) override;

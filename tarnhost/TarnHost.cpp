@@ -109,6 +109,7 @@ TarnHost& TarnHost::operator=(TarnHost&& other) noexcept
 void TarnHost::shutDown(std::shared_ptr<Parts> parts)
 {
     if (!parts) return;
+    // Closing first: what the last jobs send on is then refused, and the threads come to an end.
     auto finish = [held = parts] {
         held->router->close();
         held->threads->drain();

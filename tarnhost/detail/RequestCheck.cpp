@@ -66,7 +66,7 @@ UrlParts checkedTarget(const http::HttpClientRequest& request)
 std::string checkedMethod(const http::HttpClientRequest& request, const UrlParts& target)
 {
     if (request.method != "get" && request.method != "put" && request.method != "delete") {
-        refuse(target, "The method is none of get, put and delete.");
+        refuse(target, "The method must be get, put or delete.");
     }
     return mapped(request.method, &std::toupper);
 }

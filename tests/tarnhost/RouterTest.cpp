@@ -9,7 +9,6 @@
 #include <gtest/gtest.h>
 
 #include <functional>
-#include <thread>
 
 namespace connector::host::test {
 namespace {
@@ -138,14 +137,6 @@ TEST_F(RouterTest, UnregisteringStopsTheProvider)
     EXPECT_EQ(failureOf<std::runtime_error>(send("a")), "No service is registered at \"a\".");
 }
 
-TEST_F(RouterTest, MessageToAStoppedProviderIsRefusedByIt)
-{
-    auto provider = std::make_shared<TypedProvider>();
-    router->registerProvider(Address("a"), provider);
-    provider->stop();
-    EXPECT_EQ(failureOf<std::runtime_error>(send("a")), "Service exists but is not running.");
-}
-
 TEST_F(RouterTest, ClosingStopsAllProvidersEvenIfOneThrows)
 {
     auto first = add("a", nullptr);
@@ -156,26 +147,6 @@ TEST_F(RouterTest, ClosingStopsAllProvidersEvenIfOneThrows)
     EXPECT_EQ(first->stops, 1);
     EXPECT_EQ(second->stops, 1);
     EXPECT_EQ(failureOf<std::runtime_error>(send("a")), "The host has been shut down.");
-}
-
-TEST_F(RouterTest, SettlesEveryMessageSentWhileItCloses)
-{
-    add("a", [](auto&&...) { return makeReadyFuture(Reply()); });
-    std::atomic<bool> halfWay{false};
-    std::vector<Future<Reply>> replies;
-    std::thread sender([&] {
-        for (int i = 0; i < 2000; ++i) {
-            replies.push_back(send("a"));
-            if (i == 1000) halfWay = true;
-        }
-    });
-    while (!halfWay)
-        std::this_thread::yield();
-    router->close();
-    threads->drain();
-    sender.join();
-    for (auto& reply : replies)
-        EXPECT_TRUE(reply.waitFor(patience));
 }
 
 } // namespace
