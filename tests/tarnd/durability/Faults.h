@@ -24,6 +24,7 @@ public:
         root.string().copy(plan->root.data(), plan->root.size() - 1);
         ::setenv(FaultPlan::variable, file.c_str(), 1);
         ::setenv("LD_PRELOAD", FILE_FAULTS, 1);
+        ::setenv("ASAN_OPTIONS", "verify_asan_link_order=0", 0); // its library need not be loaded first
     }
 
     ~Faults()
