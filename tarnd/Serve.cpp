@@ -108,7 +108,7 @@ void serve(const ServeOptions& options)
     int signal = 0;
     sigwait(&signals, &signal);
     // Who waits for a database that does not answer is told so: the end does not wait for it as well.
-    for (const auto limit : {databaseLimit, drainLimit - databaseLimit})
+    for (const auto limit : {databaseLimit, drainLimit - 2 * databaseLimit, databaseLimit})
         if (!server.drain(limit)) store.interruptWaits();
 }
 

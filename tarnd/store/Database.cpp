@@ -90,14 +90,18 @@ Database::Lease::~Lease()
 void Database::Lease::begin()
 {
     auto& dialect = *database.ownDialect;
+    const auto started = std::chrono::steady_clock::now();
     try {
         session = database.takeIdle(writing);
         if (session) {
             try {
                 return dialect.begin(*session, writing);
             } catch (const Poco::Exception&) {
-                if (dialect.isAlive(*session)) throw;
-                session.reset(); // the server restarted since this connection was last used
+                // A restart of the server since the last use shows at once; what was waited for and then cut off
+                // would be waited for again.
+                const bool waited = std::chrono::steady_clock::now() - started >= std::chrono::seconds(1);
+                if (waited || dialect.isAlive(*session)) throw;
+                session.reset();
             }
         }
         session = dialect.open(writing);
