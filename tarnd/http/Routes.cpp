@@ -49,6 +49,11 @@ bool matches(const Route& route, std::string_view path)
 
 } // namespace
 
+std::span<const Route> allRoutes()
+{
+    return routes;
+}
+
 const Route& routeOf(const Request& request)
 {
     bool known = false;

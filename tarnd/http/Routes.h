@@ -3,6 +3,8 @@
 #include "tarnd/http/Call.h"
 #include "tarnd/http/Reply.h"
 
+#include <span>
+
 namespace tarnd {
 
 enum class Access {
@@ -28,6 +30,9 @@ struct Route {
     /// announced length mandatory.
     void (*begin)(Call& call) = nullptr;
 };
+
+/// The whole interface.
+std::span<const Route> allRoutes();
 
 /// The route that takes the request. @throws ServiceError badRequest when there is none
 const Route& routeOf(const Request& request);

@@ -1,8 +1,10 @@
 // Who may do what to which item, every combination: the one that nobody thought of is the leak. And what
 // somebody may not see has to answer exactly like what is not there, in every byte of the reply.
+#include "tarnd/http/Routes.h"
 #include "tests/tarnd/access/SharedWorld.h"
 
 #include <functional>
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <optional>
 
@@ -104,6 +106,7 @@ protected:
         const Attempt it{item.place, item.oldVersion, SharedWorld::nameOf(actor),
                          mineOf(user, operation, kind), "/taken" + std::to_string(++cells)};
         const auto reply = operation.run(user, it);
+        reached.insert(addressOf(routeOf(Request(user.lastRequest().first, user.lastRequest().second, {}))));
         const auto ruled = ruledOutcome(actor, operation.operation, state);
         if (operation.operation == Operation::readFile && ruled == "200")
             EXPECT_EQ(reply.body, "content");
@@ -139,8 +142,19 @@ protected:
             attempt(operation, kind, State::own, actor, world.make(State::own, kind, actor));
     }
 
+    static std::string addressOf(const Route& route)
+    {
+        return std::string(route.method) + " " + std::string(route.path);
+    }
+
     SharedWorld world;
     int cells = 0;
+    std::set<std::string> reached;
+
+    /// What is not about the item at a path; SharingTest has those that are about somebody's data.
+    const std::set<std::string> hasNoPath = {"GET /service/v1/logout", "GET /service/v1/ping",
+                                             "DELETE /service/v1/filehandle", "GET /service/v1/sharedcontent",
+                                             "DELETE /service/v1/permissions"};
 
 private:
     /// Made anew for the operations that use it up.
@@ -162,6 +176,23 @@ TEST_F(AccessMatrix, FollowsTheRulesInEveryCell)
             attemptInEveryState(operation, kind);
     RecordProperty("cells", cells);
     EXPECT_GT(cells, 2000);
+    for (const auto& route : allRoutes())
+        EXPECT_TRUE(route.access != Access::session || reached.contains(addressOf(route)) ||
+                    hasNoPath.contains(addressOf(route)))
+            << addressOf(route) << " has no case here";
+}
+
+TEST_F(AccessMatrix, NoRouteButLoginAndLinksIsOpenWithoutASession)
+{
+    for (const auto& route : allRoutes())
+        for (const auto actor : {Actor::nobody, Actor::linkHolder}) {
+            const auto target = std::string(route.path) + (route.tail == Tail::item ? "/private" : "");
+            const auto reply = world.as(actor).send(std::string(route.method), target);
+            if (route.access == Access::session)
+                EXPECT_EQ(outcomeOf(reply), "401 Your session has ended. Log in again.") << addressOf(route);
+            else
+                EXPECT_TRUE(route.path == "/service/v1/login" || route.path == "/public") << addressOf(route);
+        }
 }
 
 /// A link shows its very item to everybody, and nothing once that item is gone: not what has its name later.

@@ -1,6 +1,7 @@
 #include "tests/tarnd/access/ServiceUser.h"
 
 #include <cctype>
+#include <stdexcept>
 #include <string_view>
 
 namespace tarnd::test {
@@ -49,11 +50,14 @@ std::string outcomeOf(const RestReply& reply)
 }
 
 RestReply ServiceUser::send(const std::string& method, const std::string& target, const std::string& body,
-                            std::function<void()> meanwhile)
+                            const std::function<void()>& meanwhile, const std::string& headers)
 {
-    RestRequest request{method, url + target, {}, body, std::move(meanwhile)};
-    if (!sessionId.empty()) request.headers.push_back("x-qz-tarn-session-id: " + sessionId);
-    return client.send(request);
+    last = {method, target};
+    Wire wire(static_cast<std::uint16_t>(std::stoi(url.substr(url.rfind(':') + 1))));
+    wire.send(requestText(method, target, sessionId, body, headers));
+    auto reply = wire.receive(method == "HEAD", meanwhile);
+    if (!reply) throw std::runtime_error(method + " " + target + ": no reply");
+    return *reply;
 }
 
 std::string ServiceUser::targetOf(const std::string& resource, const Place& item, const std::string& query)
@@ -71,7 +75,8 @@ RestReply ServiceUser::onItem(const std::string& method, const std::string& reso
 
 RestReply ServiceUser::login(const std::string& token)
 {
-    auto reply = client.send({"GET", url + root + "login", {"x-qz-authentication-token: " + token}, {}});
+    sessionId.clear();
+    auto reply = send("GET", root + "login", {}, {}, "x-qz-authentication-token: " + token + "\r\n");
     if (reply.status == 200) sessionId = parseXml(reply.body).only("TarnSessionId");
     return reply;
 }
@@ -93,9 +98,9 @@ RestReply ServiceUser::put(const Place& file, const std::string& content, const 
                   content);
 }
 
-RestReply ServiceUser::read(const Place& file, std::function<void()> meanwhile)
+RestReply ServiceUser::read(const Place& file, const std::function<void()>& meanwhile)
 {
-    return send("GET", targetOf("files", file), {}, std::move(meanwhile));
+    return send("GET", targetOf("files", file), {}, meanwhile);
 }
 
 RestReply ServiceUser::readVersion(const Place& file, const std::string& versionId, const std::string& label)

@@ -1,11 +1,13 @@
 #pragma once
 
-#include "tests/tarnd/access/RestClient.h"
 #include "tests/tarnd/access/XmlElement.h"
+#include "tests/tarnd/http/Wire.h"
 
 #include <string>
 
 namespace tarnd::test {
+
+using RestReply = WireReply;
 
 /// Names an item. Both texts are plain: they are percent-encoded on their way.
 struct Place {
@@ -19,7 +21,8 @@ std::string percentEncoded(const std::string& text, bool path = false);
 /// "200", or "STATUS sentence" of an error reply. @throws std::runtime_error when the reply is not XML
 std::string outcomeOf(const RestReply& reply);
 
-/// Somebody who talks to the service: a user once logged in, nobody before. Every operation is one request.
+/// Somebody who talks to the service: a user once logged in, nobody before. Every operation is one request on a
+/// connection of its own; one that stays without a reply throws std::runtime_error.
 /// Not for use from two threads at once.
 class ServiceUser {
 public:
@@ -29,6 +32,9 @@ public:
     void moveTo(const std::string& serviceUrl) { url = serviceUrl; }
 
     const std::string& session() const { return sessionId; }
+
+    /// Method and target of the last request.
+    const std::pair<std::string, std::string>& lastRequest() const { return last; }
 
     void useSession(const std::string& id) { sessionId = id; }
 
@@ -41,7 +47,7 @@ public:
     RestReply put(const Place& file, const std::string& content, const std::string& mode = "CREATE",
                   bool createNewVersion = true);
     /// @param meanwhile called when the first bytes have come and the others have not
-    RestReply read(const Place& file, std::function<void()> meanwhile = {});
+    RestReply read(const Place& file, const std::function<void()>& meanwhile = {});
     RestReply readVersion(const Place& file, const std::string& versionId, const std::string& label);
     RestReply deleteFile(const Place& file);
     RestReply attributes(const Place& item);
@@ -71,14 +77,14 @@ public:
 
     /// Any request of this user's. @param target begins with a slash and goes out as it stands
     RestReply send(const std::string& method, const std::string& target, const std::string& body = {},
-                   std::function<void()> meanwhile = {});
+                   const std::function<void()>& meanwhile = {}, const std::string& headers = {});
 
 private:
     RestReply onItem(const std::string& method, const std::string& resource, const Place& item,
                      const std::string& query = {}, const std::string& body = {});
 
-    RestClient client;
     std::string url;
+    std::pair<std::string, std::string> last;
     std::string sessionId;
 };
 

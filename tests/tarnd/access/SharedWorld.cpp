@@ -150,7 +150,7 @@ std::string SharedWorld::ownersView()
 
 RestReply require(RestReply reply)
 {
-    if (reply.status != 200) throw std::runtime_error("refused: " + reply.headers + reply.body);
+    if (reply.status != 200) throw std::runtime_error("refused: " + reply.body);
     return reply;
 }
 

@@ -2,8 +2,6 @@
 // more.
 #include "tests/tarnd/http/ServiceTest.h"
 
-#include <regex>
-
 namespace tarnd::test {
 namespace {
 
@@ -41,41 +39,13 @@ TEST_F(PublicPages, FilesAreDownloadedNeverShown)
     EXPECT_EQ(wire.receive().value().body, file.body);
 }
 
-TEST_F(PublicPages, FoldersListTheirEntriesAsTextAndEveryLinkWorks)
-{
-    ASSERT_EQ(asAlice("PUT", "/service/v1/folders/d").status, 200);
-    ASSERT_EQ(asAlice("PUT", "/service/v1/folders/d/%3Cimg%20src=x%3E").status, 200);
-    for (const std::string name : {"javascript:alert(1)", "%22%3E%3Cscript%3Ealert(1)%27", "a%3Fb%23c"})
-        put("/d/" + name, "content");
-    put("/d/%3Cimg%20src=x%3E/in", "content");
-
-    for (const std::string slash : {"", "/"}) {
-        const auto base = linkTo("/d") + slash;
-        const auto page = open(base);
-        EXPECT_EQ(page.headers.at("content-type"), "text/html; charset=utf-8");
-        EXPECT_EQ(page.headers.at("content-security-policy").substr(0, 18), "default-src 'none'");
-        EXPECT_EQ(page.headers.at("referrer-policy"), "no-referrer");
-        EXPECT_EQ(page.body.find("<script"), std::string::npos);
-        EXPECT_EQ(page.body.find("<img"), std::string::npos);
-
-        static const std::regex href("href=\"\\./([^\"]*)\"");
-        int links = 0;
-        for (std::sregex_iterator each(page.body.begin(), page.body.end(), href), end; each != end;
-             ++each, ++links) {
-            const auto target = base.substr(0, base.rfind('/') + 1) + (*each)[1].str();
-            EXPECT_EQ(open(target).status, 200) << target;
-        }
-        EXPECT_EQ(links, 4);
-    }
-    EXPECT_EQ(open(linkTo("/d") + "/%3Cimg%20src=x%3E/in").body, "content");
-}
-
 TEST_F(PublicPages, ShowNothingBesideTheLinkedItem)
 {
     ASSERT_EQ(asAlice("PUT", "/service/v1/folders/d").status, 200);
     put("/d/f", "shared");
     put("/secret", "secret");
     const auto link = linkTo("/d");
+    EXPECT_EQ(open(link + "/f").body, "shared");
     for (const std::string& target :
          {link + "/..", link + "/../secret", link + "/%2e%2e/secret", link + "/..%2Fsecret", link + "/none",
           link + "0", link.substr(0, link.size() - 1), link + "/f/", link + "//f",

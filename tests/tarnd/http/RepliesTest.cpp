@@ -163,5 +163,15 @@ TEST_F(Replies, ContentsComeBackAsTheyAreWhateverTheyAre)
     EXPECT_EQ(asAlice("GET", "/service/v1/files/versions?versionLabel=1").body, "old");
 }
 
+TEST_F(Replies, FollowTheQueryDecodedOnceAndItsPlusAsAPlus)
+{
+    put("/a%20b", "1");
+    ASSERT_EQ(asAlice("PUT", "/service/v1/filesystem/a%20b?targetPath=/c+%2B%20%2525&targetBucket=&"
+                             "moveTargetOverwrite=false")
+                  .status,
+              200);
+    EXPECT_EQ(asAlice("GET", "/service/v1/files/c++%20%2525").body, "1");
+}
+
 } // namespace
 } // namespace tarnd::test

@@ -26,7 +26,7 @@ void parseHead(std::string_view head, WireReply& reply)
         auto name = std::string(line.substr(0, colon));
         std::transform(name.begin(), name.end(), name.begin(),
                        [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-        reply.headers[name] = line.substr(colon + 2);
+        if (name != "date") reply.headers[name] = line.substr(colon + 2);
     }
 }
 
@@ -78,7 +78,7 @@ bool Wire::fill()
     return true;
 }
 
-std::optional<WireReply> Wire::receive(bool toHead)
+std::optional<WireReply> Wire::receive(bool toHead, const std::function<void()>& meanwhile)
 {
     std::size_t end;
     while ((end = received.find("\r\n\r\n")) == std::string::npos)
@@ -86,6 +86,7 @@ std::optional<WireReply> Wire::receive(bool toHead)
     WireReply reply;
     parseHead(std::string_view(received).substr(0, end), reply);
     received.erase(0, end + 4);
+    if (meanwhile) meanwhile();
     const auto length = reply.headers.find("content-length");
     const auto size = toHead || length == reply.headers.end() ? 0 : std::stoull(length->second);
     while (received.size() < size)

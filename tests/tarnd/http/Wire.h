@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <optional>
 #include <string>
@@ -11,8 +12,10 @@ namespace tarnd::test {
 
 struct WireReply {
     int status = 0;
-    std::map<std::string, std::string> headers; ///< names in lower case
+    std::map<std::string, std::string> headers; ///< names in lower case; without the date
     std::string body;
+
+    bool operator==(const WireReply&) const = default;
 };
 
 /// One TCP connection to the service on which a test may say anything, well-formed or not. Every wait is
@@ -33,7 +36,8 @@ public:
 
     /// The next reply, a `100 Continue` included; nothing when the service closes without one.
     /// @param toHead the request was HEAD: the reply has no body whatever its length says
-    std::optional<WireReply> receive(bool toHead = false);
+    /// @param meanwhile called when the head has come and most of the body has not
+    std::optional<WireReply> receive(bool toHead = false, const std::function<void()>& meanwhile = {});
 
     /// What still comes until the service closes the connection.
     std::string rest();
