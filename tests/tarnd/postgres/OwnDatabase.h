@@ -1,8 +1,13 @@
 #pragma once
 
-#include <functional>
+#include "tarnd/store/Secrets.h"
+#include "tests/support/TarndProcess.h"
+
+#include <cstdlib>
 #include <gtest/gtest.h>
+#include <stdexcept>
 #include <string>
+#include <thread>
 
 namespace tarnd::test {
 
@@ -10,23 +15,47 @@ namespace tarnd::test {
 /// here must not stop other tests. Skips the test where there is no PostgreSQL.
 class OwnDatabase : public ::testing::Test {
 protected:
-    void SetUp() override;
-    ~OwnDatabase() override;
+    void SetUp() override
+    {
+        if (server.empty()) GTEST_SKIP() << "wants PostgreSQL: run it under scripts/with-postgres";
+        ask("CREATE DATABASE " + name, server);
+    }
 
-    /// @param options "key=value&…" as libpq knows them; @param port of a proxy in front of the server
-    std::string url(const std::string& options = {}, int port = 0) const;
-    int serverPort() const;
+    ~OwnDatabase() override
+    {
+        if (!server.empty()) ask("DROP DATABASE " + name + " WITH (FORCE)", server);
+    }
+
+    /// @param options "key=value&…" as libpq knows them
+    std::string url(const std::string& options = {}) const
+    {
+        return server.substr(0, server.rfind('/') + 1) + name + "?" + options;
+    }
 
     /// What a query answers, one line per row.
-    std::string ask(const std::string& sql) const;
+    std::string ask(const std::string& sql) const { return ask(sql, url()); }
 
     /// Waits until it holds, half a minute at most.
-    static void waitUntil(const std::function<bool()>& holds);
+    template <class Condition>
+    static void waitUntil(Condition&& holds)
+    {
+        for (int i = 0; !holds(); ++i) {
+            if (i == 3000) throw std::runtime_error("waited in vain");
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        }
+    }
 
-    std::string name;
+    const std::string name = "tarn_" + randomHex(8);
+    const std::string server = std::getenv("TARN_TEST_DATABASE") ? std::getenv("TARN_TEST_DATABASE") : "";
 
 private:
-    std::string server; ///< empty: there is none
+    static std::string ask(const std::string& sql, const std::string& where)
+    {
+        auto result = runCommand({"psql", "--no-psqlrc", "-qtA", "--command", sql, where});
+        if (result.exitCode != 0) throw std::runtime_error("psql: " + result.err);
+        result.out.erase(result.out.find_last_not_of('\n') + 1);
+        return result.out;
+    }
 };
 
 } // namespace tarnd::test
