@@ -58,7 +58,7 @@ std::vector<Account> Accounts::list()
 std::string Accounts::rotate(const std::string& name)
 {
     const auto token = randomHex(tokenBytes);
-    engine.database.write([&](Transaction& transaction) {
+    engine.database.writeAlsoWhenFull([&](Transaction& transaction) {
         const auto id = idOf(transaction, name);
         transaction.run("UPDATE users SET token = $1 WHERE id = $2", sha256Hex(token), id);
         transaction.run("DELETE FROM sessions WHERE account = $1", id);
@@ -68,7 +68,7 @@ std::string Accounts::rotate(const std::string& name)
 
 void Accounts::remove(const std::string& name, bool force)
 {
-    const auto dropped = engine.database.write([&](Transaction& transaction) {
+    const auto dropped = engine.database.writeAlsoWhenFull([&](Transaction& transaction) {
         const auto id = idOf(transaction, name);
         const auto root = rootOf(transaction, id);
         if (!force && hasChildren(transaction, root.id)) throw sentences::userOwnsData(name);

@@ -16,7 +16,8 @@ std::unique_ptr<Upload> Catalog::put(const Caller& caller, const Location& locat
         Tree tree(transaction, caller);
         slotForPut(tree, location, options.mode);
     });
-    return std::make_unique<Upload>(engine, caller, location, options, expectedSize);
+    auto room = engine.contents.room().claim(expectedSize);
+    return std::make_unique<Upload>(engine, caller, location, options, expectedSize, std::move(room));
 }
 
 OpenContent Catalog::read(const Caller& caller, const Location& location, const VersionChoice& version)
@@ -30,7 +31,7 @@ OpenContent Catalog::read(const Caller& caller, const Location& location, const 
 
 void Catalog::deleteFile(const Caller& caller, const Location& location)
 {
-    const auto dropped = engine.database.write([&](Transaction& transaction) {
+    const auto dropped = engine.database.writeAlsoWhenFull([&](Transaction& transaction) {
         const auto file = requireFile(Tree(transaction, caller).owned(location));
         entriesChanged(transaction, file.parent, engine.clock());
         return removeTree(transaction, file.id);
@@ -72,7 +73,7 @@ Listing Catalog::list(const Caller& caller, const Location& location)
 
 void Catalog::deleteFolder(const Caller& caller, const Location& location, bool forceRecursive)
 {
-    const auto dropped = engine.database.write([&](Transaction& transaction) {
+    const auto dropped = engine.database.writeAlsoWhenFull([&](Transaction& transaction) {
         const auto folder = requireFolder(Tree(transaction, caller).owned(location));
         if (!folder.parent) throw sentences::rootFolder();
         if (!forceRecursive && hasChildren(transaction, folder.id)) throw sentences::folderNotEmpty();
@@ -98,22 +99,23 @@ std::vector<std::string> clearTarget(Transaction& transaction, const Node& sourc
 
 void Catalog::move(const Caller& caller, const Location& source, const Location& target, bool overwrite)
 {
-    const auto dropped = engine.database.write([&](Transaction& transaction) -> std::vector<std::string> {
-        Tree tree(transaction, caller);
-        const auto moved = tree.owned(source);
-        if (!moved.parent) throw sentences::rootFolder();
-        const auto slot = tree.slot(target);
-        if (slot.existing && slot.existing->id == moved.id && overwrite) return {};
-        if (isWithin(transaction, slot.parent, moved.id)) throw sentences::intoItself();
-        std::vector<std::string> contents;
-        if (slot.existing) contents = clearTarget(transaction, moved, *slot.existing, overwrite);
-        const auto now = engine.clock();
-        transaction.run("UPDATE nodes SET parent = $1, name = $2 WHERE id = $3", slot.parent, slot.name,
-                        moved.id);
-        entriesChanged(transaction, moved.parent, now);
-        if (slot.parent != moved.parent) entriesChanged(transaction, slot.parent, now);
-        return contents;
-    });
+    const auto dropped =
+        engine.database.writeAlsoWhenFull([&](Transaction& transaction) -> std::vector<std::string> {
+            Tree tree(transaction, caller);
+            const auto moved = tree.owned(source);
+            if (!moved.parent) throw sentences::rootFolder();
+            const auto slot = tree.slot(target);
+            if (slot.existing && slot.existing->id == moved.id && overwrite) return {};
+            if (isWithin(transaction, slot.parent, moved.id)) throw sentences::intoItself();
+            std::vector<std::string> contents;
+            if (slot.existing) contents = clearTarget(transaction, moved, *slot.existing, overwrite);
+            const auto now = engine.clock();
+            transaction.run("UPDATE nodes SET parent = $1, name = $2 WHERE id = $3", slot.parent, slot.name,
+                            moved.id);
+            entriesChanged(transaction, moved.parent, now);
+            if (slot.parent != moved.parent) entriesChanged(transaction, slot.parent, now);
+            return contents;
+        });
     engine.contents.drop(dropped);
 }
 

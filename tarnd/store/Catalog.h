@@ -21,7 +21,8 @@ public:
     explicit Catalog(Engine engine) : engine(std::move(engine)) {}
 
     /// Begins an upload after checking what can be checked before the first byte; see Upload.
-    /// `expectedSize` is the announced length in bytes.
+    /// `expectedSize` is the announced length in bytes; one that would leave too little of the disk is refused
+    /// (insufficientStorage).
     /// create: conflict if the path is taken. update: notFound if it is not there. A folder of that name:
     /// conflict. Otherwise a missing parent folder is a conflict that names it (notFound outside the caller's
     /// own bucket).

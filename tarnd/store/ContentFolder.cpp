@@ -35,8 +35,11 @@ std::vector<fs::path> entries(const fs::path& folder)
 
 } // namespace
 
-ContentFolder::ContentFolder(fs::path dataDir, WriteListener listener)
-    : contents(dataDir / "contents"), uploads(dataDir / "uploads"), listener(std::move(listener))
+ContentFolder::ContentFolder(fs::path dataDir, WriteListener listener, std::uint64_t keepFree)
+    : contents(dataDir / "contents")
+    , uploads(dataDir / "uploads")
+    , listener(std::move(listener))
+    , diskRoom(dataDir, keepFree)
 {
     bool made = makeFolder(uploads);
     made = makeFolder(contents) || made;
@@ -90,7 +93,16 @@ UniqueFd ContentFolder::open(const std::string& id) const
     return file;
 }
 
-void ContentFolder::drop(const std::vector<std::string>& ids) noexcept
+void ContentFolder::drop(const std::vector<std::string>& ids)
+{
+    std::vector<fs::path> files;
+    files.reserve(ids.size());
+    for (const auto& id : ids)
+        files.push_back(contentPath(id));
+    remover.add(std::move(files));
+}
+
+void ContentFolder::dropNow(const std::vector<std::string>& ids) noexcept
 {
     for (const auto& id : ids)
         ::unlink(contentPath(id).c_str()); // what stays is an orphan, which the next start removes

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "tarnd/store/ContentRemover.h"
+#include "tarnd/store/DiskRoom.h"
 #include "tarnd/store/UniqueFd.h"
 
 #include <cstddef>
@@ -33,14 +35,24 @@ using WriteListener = std::function<void(WriteStep)>;
 class ContentFolder {
 public:
     /// Makes what is missing of the layout. @throws ServiceError internal
-    explicit ContentFolder(std::filesystem::path dataDir, WriteListener listener = {});
+    /// @param keepFree bytes of the disk that no upload may take
+    explicit ContentFolder(std::filesystem::path dataDir, WriteListener listener = {},
+                           std::uint64_t keepFree = 0);
     ~ContentFolder();
 
     /// Opens a content for reading; an empty descriptor if it is not there.
     UniqueFd open(const std::string& id) const;
 
-    /// Deletes contents whose rows are gone; a content already gone is no error.
-    void drop(const std::vector<std::string>& ids) noexcept;
+    /// Deletes contents whose rows are gone, in the background; a content already gone is no error.
+    void drop(const std::vector<std::string>& ids);
+
+    /// The same before it returns.
+    void dropNow(const std::vector<std::string>& ids) noexcept;
+
+    /// Blocks until all dropped contents are off the disk.
+    void finishDrops() { remover.finish(); }
+
+    DiskRoom& room() { return diskRoom; }
 
     /// All ids present, sorted.
     std::vector<std::string> ids() const;
@@ -75,6 +87,8 @@ private:
     std::mutex ownMutex; ///< guards the making of the two below
     std::filesystem::path ownFolder;
     UniqueFd ownLock; ///< held while this process lives
+    DiskRoom diskRoom;
+    ContentRemover remover;
 };
 
 } // namespace tarnd

@@ -11,6 +11,7 @@
 
 #include <concepts>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -152,6 +153,26 @@ public:
 
     /// Fails, as busy or unreachable, what has been waiting for a turn or for the server. Any thread.
     void interruptWaits();
+
+    /// A write that makes room, or that must go on while there is none: when the disk is full it is tried
+    /// once more after `makeRoom`. `work` may run twice.
+    template <class Work>
+    auto writeAlsoWhenFull(Work&& work)
+    {
+        try {
+            return write(work);
+        } catch (const CommitUnknown&) {
+            throw; // a second try could do a second time what the first has done
+        } catch (const ServiceError& error) {
+            const bool engineFailed = error.kind() == ServiceError::Kind::insufficientStorage ||
+                                      error.kind() == ServiceError::Kind::internal;
+            if (!engineFailed || !makeRoom || !makeRoom()) throw;
+        }
+        return write(work);
+    }
+
+    /// Called when a write failed; true when there is more room on the disk now. Set it before the first call.
+    std::function<bool()> makeRoom;
 
     const Dialect& dialect() const { return *ownDialect; }
 

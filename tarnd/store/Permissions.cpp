@@ -55,7 +55,7 @@ std::string Permissions::grant(const Caller& caller, const Location& location, c
 
 void Permissions::revoke(const Caller& caller, const std::string& permissionId)
 {
-    engine.database.write([&](Transaction& transaction) {
+    engine.database.writeAlsoWhenFull([&](Transaction& transaction) {
         const auto found = transaction.row<std::int64_t, std::string>(
             "SELECT n.owner, g.subject FROM grants g JOIN nodes n ON n.id = g.node WHERE g.id = $1",
             permissionId);

@@ -24,7 +24,7 @@ std::size_t dropOrphans(Engine& engine, const std::vector<std::string>& suspects
             std::vector<std::string> orphans;
             std::copy_if(at, end, std::back_inserter(orphans),
                          [&](const std::string& id) { return !isNamed(transaction, id); });
-            engine.contents.drop(orphans);
+            engine.contents.dropNow(orphans);
             return orphans.size();
         });
         at = end;

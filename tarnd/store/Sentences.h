@@ -55,7 +55,7 @@ inline constexpr Sentence noData              {Kind::badRequest, "There is no st
 inline constexpr Sentence foreignData         {Kind::conflict, "The contents in {} belong to another database; name the database they were stored with, or another data directory."};
 inline constexpr Sentence otherFolder         {Kind::conflict, "The database has its contents in another folder than {}; is it mounted?"};
 inline constexpr Sentence newerSchema         {Kind::conflict, "The database was written by a newer tarnd; use that one."};
-inline constexpr Sentence contentsMissing     {Kind::internal, "Contents of stored files are missing; bring them back from a backup. `tarnd fsck` lists them."};
+inline constexpr Sentence contentsMissing     {Kind::internal, "Contents of stored files are missing; bring them back from a backup, or let `tarnd fsck --repair` set aside what they belong to."};
 
 // Faults.
 inline constexpr Sentence commitUnknown {Kind::internal, "The change may have happened or not: the database did not confirm it. Look before you try again."};

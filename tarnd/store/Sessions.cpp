@@ -10,6 +10,9 @@ namespace {
 constexpr std::size_t sessionIdBytes = 24;
 constexpr std::int64_t minute = 60 * 1000;
 
+/// More than one person's devices and scripts take, few enough that a loop of logins fills no disk.
+constexpr std::int64_t sessionsPerUser = 100;
+
 /// The stored time of the last use may lag by this much, which spares a write per request.
 constexpr std::int64_t touchInterval = minute;
 
@@ -19,7 +22,7 @@ std::string Sessions::login(const std::string& token)
 {
     const auto account = accounts.authenticate(token);
     const auto id = randomHex(sessionIdBytes);
-    engine.database.write([&](Transaction& transaction) {
+    engine.database.writeAlsoWhenFull([&](Transaction& transaction) {
         const auto now = engine.clock();
         transaction.run("DELETE FROM sessions WHERE used < $1", now - life());
         // Rotated or removed meanwhile: then the token is no longer anybody's.
@@ -28,6 +31,10 @@ std::string Sessions::login(const std::string& token)
                SELECT $1, id, $2 FROM users WHERE id = $3 AND token = $4 RETURNING account)",
             sha256Hex(id), now, account.id, sha256Hex(token));
         if (!inserted) throw sentences::badToken();
+        transaction.run(
+            R"(DELETE FROM sessions WHERE account = $1 AND id NOT IN (
+                   SELECT id FROM sessions WHERE account = $2 ORDER BY used DESC, id LIMIT $3))",
+            account.id, account.id, sessionsPerUser);
     });
     return id;
 }
@@ -49,7 +56,7 @@ Caller Sessions::touch(const std::string& sessionId)
 
 void Sessions::logout(const Caller& caller)
 {
-    engine.database.write([&](Transaction& transaction) {
+    engine.database.writeAlsoWhenFull([&](Transaction& transaction) {
         transaction.run("DELETE FROM sessions WHERE id = $1", caller.sessionKey);
     });
 }
@@ -61,7 +68,7 @@ std::int64_t Sessions::life() const
 
 void renewSession(const Engine& engine, const Caller& caller)
 {
-    engine.database.write([&](Transaction& transaction) {
+    engine.database.writeAlsoWhenFull([&](Transaction& transaction) {
         transaction.run("UPDATE sessions SET used = $1 WHERE id = $2", engine.clock(), caller.sessionKey);
     });
 }

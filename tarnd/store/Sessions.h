@@ -20,7 +20,8 @@ public:
     {
     }
 
-    /// Opens a session for the account the token belongs to and returns its id.
+    /// Opens a session for the account the token belongs to and returns its id. A user has 100 sessions at
+    /// most: one more ends the one that was idle for the longest.
     /// @throws ServiceError loginRequired for a token no account has
     std::string login(const std::string& token);
 

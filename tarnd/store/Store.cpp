@@ -3,6 +3,7 @@
 #include "tarnd/store/DataDirectory.h"
 #include "tarnd/store/Database.h"
 #include "tarnd/store/Dialect.h"
+#include "tarnd/store/Repair.h"
 #include "tarnd/store/Schema.h"
 
 #include <Poco/String.h>
@@ -48,13 +49,16 @@ struct Store::Parts {
     Parts(StoreOptions options, Purpose purpose)
         : directory(openDirectory(options, purpose))
         , database(dialectFor(options, directory), options.readers)
-        , contents(directory.path(), std::move(options.writeListener))
+        , contents(directory.path(), std::move(options.writeListener), options.keepFree)
         , engine{database, contents, options.clock}
         , sessions(engine, accounts, options.sessionIdleMinutes)
     {
         prepare(database);
         directory.join(database, contents);
-        if (purpose == Purpose::serve) recovery = recover(engine);
+        database.makeRoom = [this] { return contents.room().giveReserve(); };
+        if (purpose != Purpose::serve) return;
+        recovery = recover(engine);
+        contents.room().takeReserve();
     }
 
     DataDirectory directory;
@@ -129,8 +133,19 @@ const RecoveryReport& Store::recovery() const
     return parts->recovery;
 }
 
+std::vector<std::string> Store::setMissingAside()
+{
+    return tarnd::setMissingAside(parts->engine, parts->directory.path() / "set-aside.txt");
+}
+
+void Store::finishDrops()
+{
+    parts->contents.finishDrops();
+}
+
 FsckReport Store::fsck()
 {
+    finishDrops(); // or it would meet contents whose rows are gone
     return tarnd::fsck(parts->engine);
 }
 

@@ -12,12 +12,13 @@ constexpr std::int64_t renewInterval = 60 * 1000; // milliseconds
 } // namespace
 
 Upload::Upload(Engine engine, Caller caller, Location location, PutOptions options,
-               std::uint64_t expectedSize)
+               std::uint64_t expectedSize, DiskRoom::Claim room)
     : engine(std::move(engine))
     , caller(std::move(caller))
     , location(std::move(location))
     , options(options)
     , expectedSize(expectedSize)
+    , room(std::move(room))
     , writer(this->engine.contents)
     , renewed(this->engine.clock())
 {
@@ -27,6 +28,7 @@ void Upload::write(const void* data, std::size_t size)
 {
     if (size > expectedSize - writer.size()) throw sentences::sizeDiffers();
     writer.write(data, size);
+    room.use(size);
     if (const auto now = engine.clock(); now - renewed >= renewInterval) {
         renewed = now;
         renewSession(engine, caller);

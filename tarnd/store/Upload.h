@@ -2,6 +2,7 @@
 
 #include "tarnd/store/Caller.h"
 #include "tarnd/store/ContentWriter.h"
+#include "tarnd/store/DiskRoom.h"
 #include "tarnd/store/Engine.h"
 #include "tarnd/store/Item.h"
 #include "tarnd/store/ItemPath.h"
@@ -17,7 +18,8 @@ namespace tarnd {
 class Upload {
 public:
     /// Use Catalog::put, which checks first.
-    Upload(Engine engine, Caller caller, Location location, PutOptions options, std::uint64_t expectedSize);
+    Upload(Engine engine, Caller caller, Location location, PutOptions options, std::uint64_t expectedSize,
+           DiskRoom::Claim room);
 
     /// Appends bytes; the session does not count as idle meanwhile. @throws ServiceError badRequest beyond
     /// the announced length, insufficientStorage, internal
@@ -35,6 +37,7 @@ private:
     Location location;
     PutOptions options;
     std::uint64_t expectedSize;
+    DiskRoom::Claim room;
     ContentWriter writer;
     std::int64_t renewed; ///< when the session was last kept alive
 };
