@@ -78,6 +78,11 @@ void addServeOptions(CLI::App& command, ServeOptions& options)
     command.add_option("--session-minutes", options.store.sessionIdleMinutes, "Idle life of a session")
         ->check(CLI::Range(1, 60 * 24 * 365))
         ->capture_default_str();
+    command
+        .add_option("--keep-free", options.store.keepFree,
+                    "Bytes of the disk that no upload may take, so that it can be emptied again")
+        ->type_name("BYTES")
+        ->capture_default_str();
     command.add_option("--max-file-size", options.maxFileSize, "Largest upload in bytes")->type_name("BYTES");
     command.add_option("--idle-timeout", options.idleTimeout, "Seconds until a silent connection is closed")
         ->type_name("SECONDS")
@@ -94,9 +99,13 @@ void printToken(const std::string& token)
     std::printf("%s\n", token.c_str());
 }
 
-int check(const StoreOptions& options)
+int check(const StoreOptions& options, bool repair)
 {
-    const auto report = Store(options, Purpose::check).fsck();
+    Store store(options, Purpose::check);
+    if (repair)
+        for (const auto& version : store.setMissingAside())
+            std::printf("Set aside: %s\n", version.c_str());
+    const auto report = store.fsck();
     for (const auto& problem : report.problems)
         std::printf("%s\n", problem.c_str());
     std::printf("Checked %ju files and folders and %ju contents of %ju bytes: %zu problems.\n",
@@ -112,6 +121,8 @@ struct CommandLine {
         addStoreOptions(*serve, options.store);
         addServeOptions(*serve, options);
         addStoreOptions(*fsck, options.store);
+        fsck->add_flag("--repair", repair,
+                       "Take versions whose content is missing out of the tree, and say which");
         user->require_subcommand(1);
         for (auto* command : {add, list, rotate, remove})
             addStoreOptions(*command, options.store);
@@ -123,7 +134,7 @@ struct CommandLine {
     int run()
     {
         if (*serve) return tarnd::serve(options), 0;
-        if (*fsck) return check(options.store);
+        if (*fsck) return check(options.store, repair);
         Store store(options.store, Purpose::administer);
         auto& accounts = store.accounts();
         if (*add) printToken(accounts.add(name));
@@ -146,6 +157,7 @@ struct CommandLine {
     ServeOptions options;
     std::string name;
     bool force = false;
+    bool repair = false;
 };
 
 int fail(const char* sentence, const std::string& detail)

@@ -34,6 +34,8 @@ constexpr TreeRule treeRules[] = {
      R"(SELECT n.id, n.name FROM nodes n
         LEFT JOIN versions v ON v.id = n.current AND v.node = n.id
         WHERE n.kind = 1 AND v.id IS NULL)"},
+    {"is a version of a file that is not there",
+     R"(SELECT v.node, v.id FROM versions v LEFT JOIN nodes n ON n.id = v.node WHERE n.id IS NULL)"},
     {"is a folder but has versions",
      R"(SELECT DISTINCT n.id, n.name FROM nodes n JOIN versions v ON v.node = n.id WHERE n.kind <> 1)"},
     {"has a root folder that is not one",
@@ -104,7 +106,7 @@ FsckReport fsck(Engine engine)
     for (const auto& id : check.orphans)
         report.problems.push_back("No version names the content " + id + ".");
     for (const auto& stranger : engine.contents.strangers())
-        report.problems.push_back("The file " + stranger + " among the contents is none.");
+        report.problems.push_back("The file " + stranger + " lies among the contents but is not one.");
     checkContents(engine, report);
     return report;
 }

@@ -73,6 +73,20 @@ TEST_F(AccountsTest, SessionsLiveAsLongAsTheyAreUsed)
     EXPECT_EQ(lastSentence(), "Your session has ended. Log in again.");
 }
 
+TEST_F(AccountsTest, OneSessionTooManyEndsTheOneThatWasIdleForTheLongest)
+{
+    const auto token = store->accounts().add("carol");
+    const auto oldest = store->sessions().login(token);
+    now += 60'000;
+    const auto second = store->sessions().login(token);
+    now += 60'000;
+    store->sessions().touch(oldest);
+    for (int i = 0; i < 99; ++i)
+        store->sessions().login(token);
+    EXPECT_EQ(store->sessions().touch(oldest).user, "carol");
+    EXPECT_EQ(refusal([&] { store->sessions().touch(second); }), Kind::loginRequired);
+}
+
 TEST_F(AccountsTest, SessionsOutliveTheProcessAndEndWithTheLogout)
 {
     const auto id = store->sessions().login(store->accounts().add("carol"));

@@ -1,7 +1,5 @@
 #include "tests/tarnd/store/StoreTest.h"
 
-#include <vector>
-
 /// What others may see and do: a slip here shows or changes somebody's files.
 namespace tarnd {
 
@@ -20,85 +18,7 @@ protected:
     {
         return store->permissions().grant(alice, at(path), subject, false);
     }
-
-    /// Every operation on an item of alice's, as bob.
-    std::vector<std::function<void()>> changes(const std::string& file, const std::string& parent)
-    {
-        const auto there = at(file, "alice");
-        return {
-            [=, this] {
-                put(bob, there, "x", {CreateMode::update, false});
-            },
-            [=, this] {
-                put(bob, there, "x", {CreateMode::createOrUpdate, true});
-            },
-            [=, this] {
-                put(bob, at(parent + "/new", "alice"), "x", {CreateMode::create, false});
-            },
-            [=, this] { store->catalog().deleteFile(bob, there); },
-            [=, this] { store->catalog().createFolder(bob, at(parent + "/new", "alice")); },
-            [=, this] { store->catalog().deleteFolder(bob, at(parent, "alice"), true); },
-            [=, this] { store->catalog().move(bob, there, at("/stolen"), true); },
-            [=, this] { store->catalog().move(bob, at("/mine"), there, true); },
-            [=, this] { store->catalog().move(bob, at("/mine"), at(parent + "/new", "alice"), false); },
-            [=, this] { store->handles().openReadWrite(bob, there, CreateMode::createOrUpdate, true); },
-            [=, this] {
-                store->versions().restore(bob, there, {{}, 1}, true);
-            },
-            [=, this] { store->links().get(bob, there); },
-            [=, this] { store->permissions().grant(bob, there, "bob", true); },
-            [=, this] { store->permissions().list(bob, there); },
-        };
-    }
-
-    std::vector<std::function<void()>> reads(const std::string& file, const std::string& parent)
-    {
-        const auto there = at(file, "alice");
-        return {
-            [=, this] { get(bob, there); },
-            [=, this] { store->catalog().attributes(bob, there); },
-            [=, this] { store->catalog().list(bob, at(parent, "alice")); },
-            [=, this] { store->handles().openReadOnly(bob, there); },
-            [=, this] { store->versions().list(bob, there); },
-        };
-    }
 };
-
-TEST_F(SharingTest, AStrangerCannotTellWhatExists)
-{
-    put(bob, at("/mine"), "x");
-    for (const auto& [file, parent] :
-         {std::pair{"/docs/sub/a.txt", "/docs/sub"}, std::pair{"/none/a.txt", "/none"}}) {
-        auto attempts = changes(file, parent);
-        for (auto& read : reads(file, parent))
-            attempts.push_back(read);
-        for (std::size_t i = 0; i < attempts.size(); ++i) {
-            EXPECT_EQ(refusal(attempts[i]), Kind::notFound) << file << ", attempt " << i;
-            EXPECT_EQ(lastSentence(), "The path does not exist.") << file << ", attempt " << i;
-        }
-    }
-    for (const auto* bucket : {"alice", "nobody"}) {
-        EXPECT_EQ(refusal([&] { store->catalog().list(bob, at("/", bucket)); }), Kind::notFound);
-        EXPECT_EQ(refusal([&] { store->catalog().createFolder(bob, at("/", bucket)); }), Kind::notFound);
-        EXPECT_EQ(refusal([&] { put(bob, at("/x", bucket), ""); }), Kind::notFound);
-    }
-}
-
-TEST_F(SharingTest, AReaderReadsAllBelowTheGrantAndChangesNothing)
-{
-    put(bob, at("/mine"), "x");
-    share("/docs");
-    const auto attempts = changes("/docs/sub/a.txt", "/docs/sub");
-    for (std::size_t i = 0; i < attempts.size(); ++i)
-        EXPECT_EQ(refusal(attempts[i]), Kind::notAllowed) << "attempt " << i;
-    for (const auto& read : reads("/docs/sub/a.txt", "/docs/sub"))
-        EXPECT_EQ(refusal(read), std::nullopt);
-    EXPECT_FALSE(store->catalog().attributes(bob, at("/docs/sub/a.txt", "alice")).writable);
-    EXPECT_FALSE(store->catalog().list(bob, at("/docs", "alice")).folder.writable);
-    EXPECT_EQ(refusal([&] { get(bob, at("/private.txt", "alice")); }), Kind::notFound);
-    EXPECT_EQ(refusal([&] { store->catalog().list(bob, at("/", "alice")); }), Kind::notFound);
-    EXPECT_EQ(get(alice, at("/docs/sub/a.txt")), "shared");
-}
 
 TEST_F(SharingTest, GrantsFollowTheItemAndEndWithItOrTheRevocation)
 {

@@ -82,6 +82,7 @@ protected:
         StoreOptions options;
         options.dataDir = place.folder;
         options.databaseUrl = place.databaseUrl;
+        options.keepFree = keepFree;
         options.clock = [this] { return now.load(); };
         options.writeListener = [this](WriteStep step) {
             if (listener) listener(step);
@@ -166,6 +167,7 @@ protected:
     /// Files below a part of the data directory ("contents", "uploads"), locks aside.
     std::size_t filesIn(const std::string& part) const
     {
+        if (store) store->finishDrops();
         std::size_t count = 0;
         for (const auto& entry : std::filesystem::recursive_directory_iterator(place.folder / part))
             count += entry.is_regular_file() && entry.path().filename() != "lock";
@@ -182,6 +184,7 @@ protected:
 
     StorePlace place;
     std::atomic<std::int64_t> now = 1'700'000'000'000;
+    std::uint64_t keepFree = 0; ///< a reserve takes time on a folder in memory
     std::function<void(WriteStep)> listener;
     std::unique_ptr<Store> store;
     Caller alice;
