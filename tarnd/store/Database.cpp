@@ -130,14 +130,15 @@ void Database::Lease::commit()
         dialect.commit(*session);
         ended = true;
     } catch (const Poco::Exception& error) {
-        const auto failure = dialect.translated(error, dialect.isAlive(*session));
-        if (!dialect.mayHaveCommitted(*session)) throw failure;
+        const bool alive = dialect.isAlive(*session);
+        const auto failure = dialect.translated(error, alive);
+        // Full is certain: the engine could not write the end of the commit.
+        const bool full = alive && failure.kind() == ServiceError::Kind::insufficientStorage;
+        if (full || !dialect.mayHaveCommitted(*session)) throw failure;
         // What this connection takes for its state may not be what the disk holds: the next one looks for itself.
         opened.reset();
         session.reset();
-        throw CommitUnknown(failure.kind() == ServiceError::Kind::insufficientStorage
-                                ? failure
-                                : sentences::commitUnknown.because(failure.detail()));
+        throw CommitUnknown(sentences::commitUnknown.because(failure.detail()));
     }
 }
 

@@ -18,6 +18,17 @@ ServiceError systemError(const std::filesystem::path& path)
     return full ? sentences::storageFull.because(detail) : sentences::internal.because(detail);
 }
 
+bool FileWatch::isInPlace()
+{
+    struct stat now = {};
+    const bool there = ::stat(path.c_str(), &now) == 0;
+    if (inode == 0 && there) {
+        device = now.st_dev;
+        inode = now.st_ino;
+    }
+    return inode == 0 || (there && now.st_dev == device && now.st_ino == inode);
+}
+
 bool makeFolder(const std::filesystem::path& path)
 {
     if (::mkdir(path.c_str(), 0700) == 0) return true;

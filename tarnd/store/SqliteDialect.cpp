@@ -1,10 +1,13 @@
 #include "tarnd/store/Dialect.h"
 
+#include "tarnd/store/FileSystem.h"
 #include "tarnd/store/Sentences.h"
 
 #include <Poco/Data/SQLite/Connector.h>
 #include <Poco/Data/SQLite/SQLiteException.h>
 #include <Poco/Data/Statement.h>
+
+#include <mutex>
 
 namespace tarnd {
 
@@ -31,13 +34,15 @@ std::vector<std::string> texts(Session& session, const std::string& sql)
 
 class SqliteDialect : public Dialect {
 public:
-    explicit SqliteDialect(const std::filesystem::path& file) : file(file.string())
+    explicit SqliteDialect(const std::filesystem::path& file)
+        : file(file.string()), database(file), log(file.string() + "-wal")
     {
         Poco::Data::SQLite::Connector::registerConnector();
     }
 
     Session open(bool writing) override
     {
+        requireFiles(false); // or the engine would make a new, empty database
         Session session(Poco::Data::SQLite::Connector::KEY, file);
         run(session, "PRAGMA busy_timeout = 30000"); // a `tarnd user` command may be writing
         if (texts(session, "PRAGMA journal_mode = WAL") != std::vector<std::string>{"wal"})
@@ -49,16 +54,26 @@ public:
         if (!writing) {
             run(session, "PRAGMA query_only = ON");
             run(session, "PRAGMA wal_autocheckpoint = 0");
+        } else {
+            const std::lock_guard lock(mutex);
+            log.forget(); // with its last connection closed the engine makes a new one
         }
+        requireFiles(false);
         return session;
     }
 
     void begin(Session& session, bool writing) override
     {
+        if (writing) requireFiles(true);
         run(session, writing ? "BEGIN IMMEDIATE" : "BEGIN");
     }
 
-    void commit(Session& session) override { run(session, "COMMIT"); }
+    /// Looks afterwards: what was committed to files that are no longer there is not acknowledged.
+    void commit(Session& session) override
+    {
+        run(session, "COMMIT");
+        requireFiles(true);
+    }
 
     void rollback(Session& session) override { run(session, "ROLLBACK"); }
 
@@ -96,7 +111,21 @@ public:
     }
 
 private:
+    /// Once the files of the database were taken away nothing is changed until the next start, not even when
+    /// they come back: what they hold and what this process takes for true may differ.
+    /// @param logToo the log is the writer's: when no connection was left the next one begins another
+    void requireFiles(bool logToo)
+    {
+        const std::lock_guard lock(mutex);
+        gone = gone || !database.isInPlace() || (logToo && !log.isInPlace());
+        if (gone) throw Poco::FileException("removed or replaced while in use", file);
+    }
+
     std::string file;
+    std::mutex mutex; ///< guards all below
+    FileWatch database;
+    FileWatch log;
+    bool gone = false;
 };
 
 } // namespace
