@@ -1,8 +1,5 @@
 #include "tests/tarnd/store/StoreTest.h"
 
-#include <thread>
-#include <vector>
-
 /// The rules of the tree: what taken names, missing parents and moves do, and that a refused call changes
 /// nothing.
 namespace tarnd {
@@ -150,32 +147,6 @@ TEST_F(CatalogTest, MoveTable)
     EXPECT_EQ(problems(), "");
 }
 
-TEST_F(CatalogTest, OfManyConcurrentCreatesInTwoProcessesExactlyOneWins)
-{
-    Store other(options(), Purpose::administer);
-    std::atomic<int> won = 0, refused = 0;
-    std::vector<std::jthread> threads;
-    for (int i = 0; i < 8; ++i)
-        threads.emplace_back([&, i] {
-            for (int round = 0; round < 5; ++round) {
-                const auto failure = refusal([&] {
-                    const auto path = at("/f" + std::to_string(round));
-                    auto& catalog = (i % 2 ? *store : other).catalog();
-                    const auto upload = catalog.put(alice, path, {CreateMode::create, false}, 1);
-                    upload->write("x", 1);
-                    upload->commit();
-                });
-                if (!failure) ++won;
-                if (failure == Kind::conflict) ++refused;
-            }
-        });
-    threads.clear();
-    EXPECT_EQ(won, 5);
-    EXPECT_EQ(refused, 35);
-    EXPECT_EQ(filesIn("contents"), 5U);
-    EXPECT_EQ(filesIn("uploads"), 0U);
-}
-
 TEST_F(CatalogTest, UploadsOfTheWrongLengthLeaveNothing)
 {
     const auto shorter = store->catalog().put(alice, at("/a"), {}, 10);
@@ -188,23 +159,6 @@ TEST_F(CatalogTest, UploadsOfTheWrongLengthLeaveNothing)
     EXPECT_EQ(filesIn("contents"), 0U);
     EXPECT_EQ(filesIn("uploads"), 2U) << "the two still open";
     EXPECT_EQ(names(alice, at("/")), "");
-}
-
-/// What was true when the upload began does not count, only what is true at its commit.
-TEST_F(CatalogTest, UploadsAreCheckedAgainAtTheirCommit)
-{
-    folder("/d");
-    const auto orphaned = store->catalog().put(alice, at("/d/a"), {}, 0);
-    const auto late = store->catalog().put(alice, at("/b"), {CreateMode::create, false}, 0);
-    const auto updating = store->catalog().put(alice, at("/b2"), {}, 0);
-    store->catalog().deleteFolder(alice, at("/d"), true);
-    put(alice, at("/b"), "1");
-    folder("/b2");
-    EXPECT_EQ(refusal([&] { orphaned->commit(); }), Kind::conflict);
-    EXPECT_EQ(refusal([&] { late->commit(); }), Kind::conflict);
-    EXPECT_EQ(refusal([&] { updating->commit(); }), Kind::conflict);
-    EXPECT_EQ(get(alice, at("/b")), "1");
-    EXPECT_EQ(filesIn("contents"), 1U);
 }
 
 } // namespace tarnd

@@ -157,6 +157,8 @@ TEST_F(DiskTest, NothingIsAcknowledgedOverADatabaseThatWasTakenAway)
             EXPECT_EQ(refusal([&] { put(alice, at("/g"), "bytes"); }), Kind::internal) << file;
             EXPECT_EQ(refusal([&] { store->catalog().deleteFile(alice, at("/f")); }), Kind::internal) << file;
             std::filesystem::rename(place.folder / "away", path);
+            open();
+            EXPECT_EQ(names(alice, at("/")), "f");
         }
 }
 

@@ -102,28 +102,4 @@ TEST_F(VersionsTest, HandlesShowNothingBeforeTheCommit)
     EXPECT_EQ(handles.openReadOnly(alice, at("/new"), {"", 2}).size, 4);
 }
 
-TEST_F(VersionsTest, HandlesBelongToTheirSessionAndFailWhenTheTreeIsAgainstThem)
-{
-    using Close = FileHandles::CloseOperation;
-    auto& handles = store->handles();
-    const auto token = store->accounts().rotate("alice");
-    alice = store->sessions().touch(store->sessions().login(token));
-    const auto elsewhere = store->sessions().touch(store->sessions().login(token));
-    const auto handle = handles.openReadWrite(alice, at("/f"), CreateMode::create, false);
-    EXPECT_EQ(refusal([&] { handles.close(elsewhere, handle.id, Close::commit, false); }), Kind::badRequest);
-    put(alice, at("/f"), "first");
-    EXPECT_EQ(refusal([&] { handles.close(alice, handle.id, Close::commit, false); }), Kind::conflict);
-    EXPECT_EQ(get(alice, at("/f")), "first");
-
-    const auto deleted = handles.openReadWrite(alice, at("/f"), CreateMode::update, true);
-    store->catalog().deleteFile(alice, at("/f"));
-    EXPECT_EQ(refusal([&] { handles.close(alice, deleted.id, Close::commit, false); }), Kind::conflict);
-    const auto left = handles.openReadWrite(alice, at("/f"), CreateMode::create, false);
-    store->sessions().logout(alice);
-    EXPECT_EQ(refusal([&] { handles.close(elsewhere, left.id, Close::commit, false); }), Kind::badRequest);
-    EXPECT_EQ(refusal([&] { handles.openReadWrite(alice, at("/f"), CreateMode::create, false); }),
-              Kind::loginRequired);
-    EXPECT_EQ(names(elsewhere, at("/")), "");
-}
-
 } // namespace tarnd
