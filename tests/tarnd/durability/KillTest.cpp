@@ -46,8 +46,8 @@ protected:
     bool strike(std::size_t number, const Fault& fault, int at);
 
     std::mt19937 generator = seededRandom();
-    TarndProcess service;
-    TarndProcess copies; ///< never started: a folder
+    TarndProcess service{{"--keep-free", "0"}}; ///< no reserve: its file would be one more to tell apart
+    TarndProcess copies;                        ///< never started: a folder
     Faults faults{service.dataDir()};
     std::vector<Moment> course;
 };

@@ -41,7 +41,7 @@ protected:
                          const std::vector<std::size_t>& acknowledged) const;
 
     std::mt19937 random = seededRandom();
-    TarndProcess calm, service;
+    TarndProcess calm{{"--keep-free", "0"}}, service{{"--keep-free", "0"}};
     TarndProcess folder; ///< never started
     std::vector<Moment> course;
     std::vector<Worker> workers{{{&service}, "ann"}, {{&service}, "ben"}, {{&service}, "eve"}};
@@ -84,6 +84,7 @@ std::string PowerLoss::lossesIn(const std::filesystem::path& data,
 {
     try {
         StoreOptions options;
+        options.keepFree = 0;
         options.dataDir = data;
         const Store start(options, Purpose::serve);
         auto text = faultsIn(data);
