@@ -1,21 +1,24 @@
 #include "cli/remote/Requests.h"
 
+#include "cli/remote/Answer.h"
+
+#include <algorithm>
 #include <nlohmann/json.hpp>
 
 namespace tarncli {
 
 using namespace connector::tarn;
-
-namespace {
+using connector::Future;
 
 FileAttributes readAttributes(Connection& connection, const RemotePath& item)
 {
     const auto response = connection.call(
         [&] { return connection.files().readFileAttributes(requestFor<FileAttributesRead>(item)); });
-    return response->attributes;
+    const auto& attributes = response->attributes;
+    requireTold(!attributes.name.empty(), "the name of the item");
+    requireTold(isFolder(attributes) || attributes.type == "FILE", "the type of the item");
+    return attributes;
 }
-
-} // namespace
 
 FileAttributes attributesOf(Connection& connection, const RemotePath& item)
 {
@@ -37,9 +40,17 @@ std::optional<FileAttributes> findAttributes(Connection& connection, const Remot
     }
 }
 
-std::unique_ptr<FolderListResponse> listFolder(Connection& connection, const RemotePath& folder)
+Future<std::unique_ptr<FolderListResponse>> requestListing(Connection& connection, const RemotePath& folder)
 {
-    return connection.call([&] { return connection.files().listFolder(requestFor<FolderList>(folder)); });
+    using Reply = std::unique_ptr<FolderListResponse>;
+    return connection.files().listFolder(requestFor<FolderList>(folder)).then([](Future<Reply>&& ready) {
+        auto reply = ready.get();
+        const auto named = [](const auto& item) { return !item.name.empty(); };
+        requireTold(named(reply->folder), "the name of the folder");
+        requireTold(std::ranges::all_of(reply->files, named), "the name of a file");
+        requireTold(std::ranges::all_of(reply->folders, named), "the name of a folder");
+        return reply;
+    });
 }
 
 FileSummary summaryOf(const FileAttributes& attributes)

@@ -29,14 +29,18 @@ inline bool isFolder(const connector::tarn::FileAttributes& attributes)
     return attributes.type == "FOLDER";
 }
 
-/// @throws what the request fails with, the item in front
+/// @throws what the request fails with; Failure when the answer does not tell what the item is
+connector::tarn::FileAttributes readAttributes(Connection& connection, const RemotePath& item);
+
+/// Likewise. @throws Failure with the item in front; conflict when a path ends with '/' and is a file's
 connector::tarn::FileAttributes attributesOf(Connection& connection, const RemotePath& item);
 
 /// Nothing when there is no such item.
 std::optional<connector::tarn::FileAttributes> findAttributes(Connection& connection, const RemotePath& item);
 
-std::unique_ptr<connector::tarn::FolderListResponse> listFolder(Connection& connection,
-                                                                const RemotePath& folder);
+/// Sends the request for a listing. The future fails with Failure when the answer is no listing of a folder.
+connector::Future<std::unique_ptr<connector::tarn::FolderListResponse>>
+requestListing(Connection& connection, const RemotePath& folder);
 
 /// Runs `action`; a failure is thrown as a Failure with the item in front.
 template <class Action>

@@ -3,10 +3,16 @@
 #include "cli/remote/RemotePath.h"
 #include "cli/service/Connection.h"
 #include "tarn/protocol/VersionInfo.h"
+#include "tarn/versioning/VersionMessages.h"
 
+#include <memory>
 #include <string>
 
 namespace tarncli {
+
+/// The versions of a file. @throws Failure (usage) for the bucket of another user, as requireOwnBucket
+std::unique_ptr<connector::tarn::VersionListResponse> versionsOf(Connection& connection,
+                                                                 const RemotePath& file);
 
 /// The version that the user means by `text`: a number is the label of a version in the file's list, anything
 /// else its id. @throws Failure (notFound) for a label that is not in the list; (usage) for a label in the

@@ -17,6 +17,10 @@ inline constexpr std::string_view folderExists = "The folder already exists.";
 inline constexpr std::string_view isFile = "The path names a file, not a folder.";
 } // namespace answers
 
+/// What a message about a change ends with when nobody knows whether it was made.
+inline constexpr const char* unknownOutcome =
+    "It may have been done all the same; look before you try again.";
+
 /// The failure behind any exception of a request or of this program.
 ///
 /// The library hands on the service's sentence and no status code, so the exit code and the advice come from

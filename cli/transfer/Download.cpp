@@ -1,6 +1,7 @@
 #include "cli/transfer/Download.h"
 
 #include "cli/machine/Memory.h"
+#include "cli/remote/FileContent.h"
 #include "cli/remote/Requests.h"
 #include "cli/terminal/Output.h"
 #include "cli/transfer/Conclusion.h"
@@ -9,6 +10,21 @@ namespace tarncli {
 
 using namespace connector::tarn;
 using connector::Future;
+
+namespace {
+
+bool isSizeDifference(const std::exception_ptr& error)
+{
+    try {
+        std::rethrow_exception(error);
+    } catch (const SizeDiffers&) {
+        return true;
+    } catch (...) {
+        return false;
+    }
+}
+
+} // namespace
 
 void Downloader::addTree(const RemotePath& remote, const std::filesystem::path& local)
 {
@@ -42,7 +58,7 @@ DownloadReport Downloader::run()
 {
     Transfers transfers(connection, out);
     std::uint64_t total = 0;
-    for (const auto& download : downloads) {
+    for (auto& download : downloads) {
         total += download.size;
         transfers.add(transferOf(download));
     }
@@ -52,39 +68,41 @@ DownloadReport Downloader::run()
     return std::move(report);
 }
 
-Transfer Downloader::transferOf(const Download& download)
+Transfer Downloader::transferOf(Download& download)
 {
     Transfer transfer;
     transfer.what = download.remote.quoted();
     transfer.bytes = download.size;
-    auto received = std::make_shared<std::uint64_t>(0);
-    transfer.start = [this, &download, received] { return fetch(download, received); };
-    transfer.succeeded = [this, &download, received] {
+    transfer.start = [this, &download] { return fetch(download); };
+    // What was listed a while ago may have been replaced since.
+    transfer.mayRepeat = [this, &download](const std::exception_ptr& error) {
+        if (!isSizeDifference(error)) return false;
+        download.size = sizeOf(connection, download.remote, download.version);
+        return true;
+    };
+    transfer.succeeded = [this, &download] {
         ++report.files;
-        report.bytes += *received;
+        report.bytes += download.size;
         out.detail("Fetched " + download.remote.quoted() + " to " +
                    escaped(download.folder->shown(download.name)) + ".");
     };
     return transfer;
 }
 
-Future<bool> Downloader::fetch(const Download& download, const std::shared_ptr<std::uint64_t>& received)
+Future<bool> Downloader::fetch(const Download& download)
 {
     if (download.folder->contains(download.name) && overwrite == Overwrite::refuse)
         throw Failure(ExitCode::conflict, escaped(download.folder->shown(download.name)) +
                                               " exists already; use --force to replace it.");
     if (const auto why = whyNotAddressable(download.remote.path); !why.empty()) throw usageError(why);
     requireMemory(download.remote.quoted(), download.size);
-    auto request = requestFor<FileRead>(download.remote);
-    static_cast<VersionInfo&>(*request) = download.version;
     // Written where the reply arrives, so that several files are written at the same time.
-    return connection.files()
-        .readFile(std::move(request))
-        .then([folder = download.folder, name = download.name, chosen = overwrite,
-               received](Future<std::unique_ptr<FileReadResponse>>&& reply) {
+    return requestContent(connection, download.remote, download.version)
+        .then([folder = download.folder, name = download.name, size = download.size,
+               chosen = overwrite](Future<std::unique_ptr<FileReadResponse>>&& reply) {
             const auto response = reply.get();
+            if (response->content.size != size) throw SizeDiffers(response->content.size, size);
             folder->store(name, response->content.bytes(), chosen);
-            *received = response->content.size;
             return true;
         });
 }

@@ -18,7 +18,7 @@ namespace tarncli {
 struct Download {
     RemotePath remote;
     connector::tarn::VersionInfo version; ///< empty id: the current one
-    std::uint64_t size = 0;               ///< bytes, by its attributes or the listing it was found in
+    std::uint64_t size = 0;               ///< bytes, by sizeOf() or the listing it was found in
     std::shared_ptr<const DownloadFolder> folder;
     std::string name; ///< in the folder
 };
@@ -51,8 +51,8 @@ public:
 
 private:
     void addFolder(const RemoteFolder& remote, const std::shared_ptr<const DownloadFolder>& local);
-    Transfer transferOf(const Download& download);
-    connector::Future<bool> fetch(const Download& download, const std::shared_ptr<std::uint64_t>& received);
+    Transfer transferOf(Download& download);
+    connector::Future<bool> fetch(const Download& download);
 
     Connection& connection;
     Output& out;

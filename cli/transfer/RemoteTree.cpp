@@ -37,12 +37,10 @@ private:
         transfer.what = folder.where.quoted();
         transfer.start = [this, reply, where = folder.where, name = folder.name, depth] {
             requireUsable(name, where, depth);
-            return connection.files()
-                .listFolder(requestFor<FolderList>(where))
-                .then([reply](Future<Reply>&& listed) {
-                    *reply = listed.get();
-                    return true;
-                });
+            return requestListing(connection, where).then([reply](Future<Reply>&& listed) {
+                *reply = listed.get();
+                return true;
+            });
         };
         transfer.succeeded = [this, reply, &folder, depth] { take(folder, **reply, depth); };
         transfers.add(std::move(transfer));

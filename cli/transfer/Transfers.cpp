@@ -104,11 +104,18 @@ void Transfers::startNext()
     }
 }
 
-void Transfers::settle(std::unique_ptr<Entry> entry, const std::exception_ptr& error)
+void Transfers::settle(std::unique_ptr<Entry> entry, std::exception_ptr error)
 {
     --inFlight;
     bytesInFlight -= entry->transfer.bytes;
-    if (error && isAnswer(error, answers::sessionEnded) && !entry->repeated) return repeat(std::move(entry));
+    if (error && !entry->repeated) {
+        if (isAnswer(error, answers::sessionEnded)) return renewSession(std::move(entry));
+        try {
+            if (entry->transfer.mayRepeat(error)) return repeat(std::move(entry));
+        } catch (...) {
+            error = std::current_exception();
+        }
+    }
     if (error && !entry->transfer.forgives(error)) {
         fail(*entry, explain(error));
         if (isServiceGone(error)) giveUp();
@@ -118,17 +125,24 @@ void Transfers::settle(std::unique_ptr<Entry> entry, const std::exception_ptr& e
     entry->transfer.succeeded();
 }
 
+void Transfers::renewSession(std::unique_ptr<Entry> entry)
+{
+    if (!abandoned) {
+        try {
+            connection.renew(entry->logins);
+        } catch (const std::exception&) {
+            fail(*entry, explain(std::current_exception()));
+            return giveUp();
+        }
+    }
+    repeat(std::move(entry));
+}
+
 void Transfers::repeat(std::unique_ptr<Entry> entry)
 {
     if (abandoned) {
         ++report.notStarted;
         return;
-    }
-    try {
-        connection.renew(entry->logins);
-    } catch (const std::exception&) {
-        fail(*entry, explain(std::current_exception()));
-        return giveUp();
     }
     entry->repeated = true;
     waiting.push_front(std::move(*entry));

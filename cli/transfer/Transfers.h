@@ -20,11 +20,17 @@ class Output;
 struct Transfer {
     std::string what;        ///< named in front of its failure
     std::uint64_t bytes = 0; ///< memory that its content takes while it is in flight
-    /// Sends the request. Called on the thread of run(), and once more when the session had ended; what its
-    /// continuations use must live on their own. What it throws fails this transfer only.
+    /// Sends the request. Called on the thread of run(), and once more when the session had ended or when
+    /// `mayRepeat` says so; what its continuations use must live on their own. What it throws fails this
+    /// transfer only.
     std::function<connector::Future<bool>()> start;
     /// Called on the thread of run() after success; may add transfers.
     std::function<void()> succeeded = [] {};
+    /// Called on the thread of run() after the first failure; true: try once more. What it throws is the
+    /// failure then.
+    std::function<bool(const std::exception_ptr&)> mayRepeat = [](const std::exception_ptr&) {
+        return false;
+    };
     /// Called on the thread of run() after a failure; true: the failure is forgiven, and counts as success.
     std::function<bool(const std::exception_ptr&)> forgives = [](const std::exception_ptr&) { return false; };
 };
@@ -45,7 +51,7 @@ struct TransferReport {
 ///
 /// Everything but the requests' own continuations happens on the thread that calls run(). A session that ends
 /// in the middle is renewed once for all, and the requests it was refused to are sent again. Nothing else is
-/// sent twice. Once the service cannot be reached any more, nothing further is started.
+/// sent twice, unless a transfer asks for it. Once the service cannot be reached any more, nothing further is started.
 class Transfers {
 public:
     Transfers(Connection& openConnection, Output& output);
@@ -67,8 +73,9 @@ private:
 
     bool mayStart() const;
     void startNext();
-    void settle(std::unique_ptr<Entry> entry, const std::exception_ptr& error);
+    void settle(std::unique_ptr<Entry> entry, std::exception_ptr error);
     void repeat(std::unique_ptr<Entry> entry);
+    void renewSession(std::unique_ptr<Entry> entry);
     void fail(const Entry& entry, const Failure& failure);
     void giveUp();
 

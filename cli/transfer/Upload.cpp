@@ -1,5 +1,6 @@
 #include "cli/transfer/Upload.h"
 
+#include "cli/remote/Answer.h"
 #include "cli/remote/Requests.h"
 #include "cli/terminal/Output.h"
 #include "cli/terminal/Quantities.h"
@@ -21,12 +22,12 @@ namespace fs = std::filesystem;
 
 constexpr const char* contentType = "application/octet-stream";
 
-/// True once the reply is there, whatever it says.
+/// True once the service has confirmed what it stored.
 template <class Response>
-Future<bool> settled(Future<std::unique_ptr<Response>>&& reply)
+Future<bool> confirmed(Future<std::unique_ptr<Response>>&& reply)
 {
     return reply.then([](Future<std::unique_ptr<Response>>&& ready) {
-        ready.get();
+        requireConfirmed(!ready.get()->versionId.empty(), "the id of the version that it stored");
         return true;
     });
 }
@@ -47,8 +48,8 @@ Future<bool> store(Connection& connection, const RemotePath& target, connector::
 {
     auto& files = connection.files();
     if (exists)
-        return settled(files.updateFile(contentRequest<FileUpdate>(target, std::move(content), existing)));
-    return settled(files.createFile(contentRequest<FileCreate>(target, std::move(content), existing)));
+        return confirmed(files.updateFile(contentRequest<FileUpdate>(target, std::move(content), existing)));
+    return confirmed(files.createFile(contentRequest<FileCreate>(target, std::move(content), existing)));
 }
 
 std::string parentOf(const std::string& below)
@@ -133,7 +134,12 @@ void Uploader::addFolder(Transfers& transfers, Folders& folders, const std::stri
     const auto where = join(folders.target, below);
     transfer.what = where.quoted();
     transfer.start = [this, where] {
-        return settled(connection.files().createFolder(requestFor<FolderCreate>(where)));
+        return connection.files()
+            .createFolder(requestFor<FolderCreate>(where))
+            .then([](Future<std::unique_ptr<FolderCreateResponse>>&& reply) {
+                reply.get();
+                return true;
+            });
     };
     transfer.forgives = [&folders, below](const std::exception_ptr& error) {
         const bool isThere = isAnswer(error, answers::folderExists);
@@ -158,12 +164,10 @@ void Uploader::lookInto(Folders& folders)
         const auto where = join(folders.target, below);
         transfer.what = where.quoted();
         transfer.start = [this, where, reply] {
-            return connection.files()
-                .listFolder(requestFor<FolderList>(where))
-                .then([reply](Future<Reply>&& listed) {
-                    *reply = listed.get();
-                    return true;
-                });
+            return requestListing(connection, where).then([reply](Future<Reply>&& listed) {
+                *reply = listed.get();
+                return true;
+            });
         };
         transfer.succeeded = [&folders, below, reply] {
             for (const auto& file : (*reply)->files)

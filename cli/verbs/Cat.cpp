@@ -1,9 +1,9 @@
 #include "cli/verbs/Cat.h"
 
+#include "cli/remote/FileContent.h"
 #include "cli/remote/Requests.h"
 #include "cli/remote/VersionChoice.h"
 #include "cli/transfer/Conclusion.h"
-#include "cli/transfer/LocalFile.h"
 
 #include <Poco/Base64Encoder.h>
 
@@ -49,13 +49,7 @@ void writeContents(const Invocation& invocation, const std::vector<std::string>&
         const auto file = addressable(path);
         VersionInfo version;
         if (!chosenVersion.empty()) version = chooseVersion(connection, file, chosenVersion);
-        const auto read = naming(file, [&] {
-            return connection.call([&] {
-                auto request = requestFor<FileRead>(file);
-                static_cast<VersionInfo&>(*request) = version;
-                return connection.files().readFile(std::move(request));
-            });
-        });
+        const auto read = readContent(connection, file, version);
         if (invocation.out.isJson())
             documents.push_back(contentAsJson(file.text(), read->content.bytes()));
         else

@@ -1,3 +1,4 @@
+#include "cli/remote/FileContent.h"
 #include "cli/remote/Requests.h"
 #include "cli/remote/VersionChoice.h"
 #include "cli/terminal/Quantities.h"
@@ -58,8 +59,10 @@ void addSource(Connection& connection, Downloader& downloader, const Target& tar
     const auto attributes = attributesOf(connection, remote);
     if (!isFolder(attributes)) {
         VersionInfo version;
-        if (!options.version.empty()) version = chooseVersion(connection, remote, options.version);
-        return target.addFile(downloader, remote, version, attributes.size);
+        if (options.version.empty()) return target.addFile(downloader, remote, version, attributes.size);
+        version = chooseVersion(connection, remote, options.version);
+        const auto size = naming(remote, [&] { return sizeOf(connection, remote, version); });
+        return target.addFile(downloader, remote, version, size);
     }
     if (!options.recursive)
         throw usageError(remote.quoted() +

@@ -1,3 +1,4 @@
+#include "cli/remote/Answer.h"
 #include "cli/remote/Requests.h"
 #include "cli/verbs/Verb.h"
 #include "tarn/accesscontrol/PermissionMessages.h"
@@ -28,6 +29,7 @@ void letRead(const Invocation& invocation, const Options& options)
             return connection.access().grantPermission(std::move(request));
         });
     });
+    requireConfirmed(!granted->permissionId.empty(), "the id of the grant");
     invocation.out.message(escaped(options.user) + " may read " + item.quoted() + ".");
     invocation.out.result(escaped(granted->permissionId) + "\n",
                           {{"id", granted->permissionId}, {"path", item.text()}, {"user", options.user}});

@@ -58,7 +58,8 @@ void list(const Invocation& invocation, const Options& options)
     auto connection = invocation.connect();
     // As a folder first: nearly always it is one, and one request is enough.
     try {
-        return showListing(invocation, where, *listFolder(connection, where), options.longFormat);
+        const auto listing = connection.call([&] { return requestListing(connection, where); });
+        return showListing(invocation, where, *listing, options.longFormat);
     } catch (const std::exception&) {
         const auto error = std::current_exception();
         if (!isAnswer(error, answers::isFile)) throw about(where.quoted(), explain(error));

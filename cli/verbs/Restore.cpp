@@ -1,3 +1,4 @@
+#include "cli/remote/Answer.h"
 #include "cli/remote/Requests.h"
 #include "cli/remote/VersionChoice.h"
 #include "cli/verbs/Verb.h"
@@ -33,6 +34,8 @@ void makeCurrent(const Invocation& invocation, const Options& options)
             return connection.versioning().restoreVersion(std::move(request));
         });
     });
+    const bool toldNew = !options.asNew || restored->versionId != version.versionId;
+    requireConfirmed(toldNew && restored->versionLabel > 0, "the version that is now the current one");
     invocation.out.message("Version " + std::to_string(restored->versionLabel) + " of " + file.quoted() +
                            " is now the current one.");
     invocation.out.result(

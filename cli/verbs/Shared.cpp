@@ -1,8 +1,10 @@
+#include "cli/remote/Answer.h"
 #include "cli/remote/Requests.h"
 #include "cli/terminal/Quantities.h"
 #include "cli/terminal/Table.h"
 #include "cli/verbs/Verb.h"
 
+#include <algorithm>
 #include <nlohmann/json.hpp>
 
 namespace tarncli::verbs {
@@ -43,6 +45,10 @@ void listShared(const Invocation& invocation)
     Table table({left, right, left, left}, {"USER", "SIZE", "MODIFIED", "PATH"});
     auto documents = json::array();
     for (const auto& one : response->sharedContent) {
+        const auto placed = [](const auto& item) { return !item.path.empty(); };
+        requireTold(!one.sharedByUserId.empty() && std::ranges::all_of(one.sharedFolders, placed) &&
+                        std::ranges::all_of(one.sharedFiles, placed),
+                    "the user or the path of what is shared");
         const auto user = toUtf8(one.sharedByUserId);
         json document{{"user", user}, {"folders", json::array()}, {"files", json::array()}};
         for (const auto& folder : one.sharedFolders) {

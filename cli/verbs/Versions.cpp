@@ -1,3 +1,4 @@
+#include "cli/remote/Answer.h"
 #include "cli/remote/Requests.h"
 #include "cli/remote/VersionChoice.h"
 #include "cli/terminal/Quantities.h"
@@ -17,11 +18,7 @@ void listVersions(const Invocation& invocation, const std::string& path)
 {
     const auto file = addressable(path);
     auto connection = invocation.connect();
-    requireOwnBucket(connection, file);
-    const auto response = naming(file, [&] {
-        return connection.call(
-            [&] { return connection.versioning().listVersions(requestFor<VersionList>(file)); });
-    });
+    const auto response = versionsOf(connection, file);
     using enum Table::Align;
     Table table({right, left, left}, {"VERSION", "CREATED", "ID"});
     auto documents = nlohmann::json::array();
