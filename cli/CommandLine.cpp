@@ -87,6 +87,10 @@ public:
             ->type_name("FILE");
         app.add_option("--proxy", service.proxy, "Proxy to go through, or none")->type_name("URL");
         app.add_flag("--insecure", service.insecure, "Send the token over http:// to other machines, too");
+        app.add_option("--timeout", command.connection.timeout,
+                       "How long a service may keep still; default: 30, and 300 before it replies")
+            ->check(CLI::Range(1u, 86'400u))
+            ->type_name("SECONDS");
         app.add_flag("--json", command.json, "Write results and errors as JSON");
         auto* quiet = app.add_flag("-q,--quiet", quietly, "Show errors and warnings only");
         app.add_flag("-v,--verbose", verbosely, "Report every step")->excludes(quiet);

@@ -2,10 +2,20 @@
 
 #include <chrono>
 #include <cstdint>
+#include <functional>
 #include <limits>
 #include <string>
+#include <string_view>
 
 namespace connector::host {
+
+/// A complete reply, as HttpOptions::replyCheck sees it.
+struct ReceivedReply {
+    std::uint16_t status = 0;
+    std::string_view contentType; ///< as sent; empty: none was
+    bool isContent = false;       ///< status 200 on a request for the bytes of a file; else it is a document
+    std::string_view body;
+};
 
 /// How the HTTP client works. Redirects, cookies, content decoding and proxies of the environment are off
 /// whatever is set here, and TLS certificates are always verified, from TLS 1.2 on.
@@ -35,6 +45,10 @@ struct HttpOptions {
     std::string caFile = {};          ///< PEM file of trusted roots; empty: the system's
     std::string proxy = {};           ///< URL of a proxy; empty: none
     unsigned connectionsPerHost = 16; ///< further requests to the same host wait their turn
+    /// Looks at every complete reply before it is handed on, whatever its status; empty: all pass. Returns
+    /// what is wrong with it, with which the exchange then fails (TransportError, phase reply), or nothing.
+    /// Called on the delivery threads, several at a time.
+    std::function<std::string(const ReceivedReply&)> replyCheck = {};
 };
 
 } // namespace connector::host

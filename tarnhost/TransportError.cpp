@@ -14,6 +14,8 @@ std::string sentence(TransportPhase phase, const std::string& peer, const std::s
         return "Could not connect to " + peer + ": " + reason;
     case TransportPhase::secure:
         return "Could not make a secure connection to " + peer + ": " + reason;
+    case TransportPhase::reply:
+        return "Could not use the reply of " + peer + ": " + reason;
     case TransportPhase::shutdown:
         return reason; // wherever a request was when its host went, it fails with the same sentence
     case TransportPhase::exchange:

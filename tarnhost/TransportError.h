@@ -13,6 +13,7 @@ enum class TransportPhase {
     connect,  ///< no connection: unknown host, refused, timed out
     secure,   ///< connected, but TLS failed: certificate not trusted, wrong host, no common cipher
     exchange, ///< broken while sending or receiving: whether the service acted on the request is unknown
+    reply,    ///< a complete reply came, which HttpOptions::replyCheck refused
     shutdown, ///< the host was shut down: before anything was sent, or as `exchange`
 };
 

@@ -4,6 +4,7 @@
 #include "cli/machine/UserFolders.h"
 #include "cli/service/Identity.h"
 #include "cli/service/LocalStore.h"
+#include "cli/service/ReplyCheck.h"
 #include "cli/terminal/Output.h"
 #include "cli/terminal/Text.h"
 #include "tarn/fileaccess/FileMessages.h"
@@ -33,6 +34,13 @@ connector::host::HttpOptions httpOptionsFor(const Service& service, unsigned req
     return http;
 }
 
+void limitWaiting(connector::host::HttpOptions& http, std::chrono::seconds limit)
+{
+    http.connectTimeout = std::min<std::chrono::milliseconds>(http.connectTimeout, limit);
+    http.replyTimeout = limit;
+    http.stallWindow = limit;
+}
+
 } // namespace
 
 Service serviceFor(const ServiceFlags& flags)
@@ -52,6 +60,8 @@ Connection::Connection(const ConnectionOptions& options, Output& output)
     settings.clientString = "tarn 0.1.0";
     settings.clientType = "cli";
     settings.http = httpOptionsFor(service, options.inFlight);
+    settings.http.replyCheck = whyNotTarn;
+    if (options.timeout > 0) limitWaiting(settings.http, std::chrono::seconds(options.timeout));
     host = std::make_unique<connector::host::TarnHost>(settings);
 }
 

@@ -1,5 +1,6 @@
 #include "cli/service/ErrorMapping.h"
 
+#include "cli/terminal/Text.h"
 #include "tarn/protocol/ErrorText.h"
 #include "tarnhost/TransportError.h"
 
@@ -76,14 +77,16 @@ bool isUnreadableReply(std::string_view text)
 
 Failure fromSentence(const std::string& sentence)
 {
+    // A sentence may hold names, and the service may be anyone's: neither commands the terminal.
+    const auto shown = escaped(sentence);
     if (const auto* row = rowOf(sentence))
-        return {row->code, row->advice.empty() ? sentence : sentence + " " + std::string(row->advice)};
+        return {row->code, row->advice.empty() ? shown : shown + " " + std::string(row->advice)};
     if (isUnreadableReply(sentence)) return {ExitCode::failure, unreadableReply};
     if (sentence == texts::unknownError)
         return {
             ExitCode::failure,
             "The service refused the request without saying why. Check that the endpoint is a Tarn service."};
-    return {ExitCode::failure, sentence};
+    return {ExitCode::failure, shown};
 }
 
 /// Nobody known has signed the certificate: the one case that --ca-file mends. The network layer tells it apart from the
@@ -97,14 +100,15 @@ bool isUnknownAuthority(const TransportError& failure)
 
 Failure fromTransport(const TransportError& failure)
 {
-    const bool refusedHere = failure.phase() == TransportPhase::prepare;
-    std::string sentence = failure.what();
+    const bool isOurs = failure.phase() == TransportPhase::prepare || failure.phase() == TransportPhase::reply;
+    auto sentence = escaped(failure.what());
     if (!sentence.ends_with('.')) sentence += '.';
-    if (failure.mayHaveHappened())
-        sentence += " No answer says whether it was done: look before you do it again.";
+    // A login is nothing that anyone would look for.
+    const bool isLogin = failure.url().ends_with("/service/v1/login");
+    if (failure.mayHaveHappened() && !isLogin) sentence += std::string(" ") + unknownOutcome;
     if (isUnknownAuthority(failure))
         sentence += " If you trust the authority that issued the certificate, name its file with --ca-file.";
-    return {refusedHere ? ExitCode::failure : ExitCode::unreachable, sentence};
+    return {isOurs ? ExitCode::failure : ExitCode::unreachable, sentence};
 }
 
 } // namespace
@@ -118,7 +122,7 @@ Failure explain(std::exception_ptr error)
     } catch (const connector::host::TransportError& failure) {
         return fromTransport(failure);
     } catch (const Poco::Exception& failure) {
-        return {ExitCode::failure, failure.displayText()};
+        return {ExitCode::failure, escaped(failure.displayText())};
     } catch (const std::bad_alloc&) {
         return {ExitCode::failure, "There is not enough memory."};
     } catch (const std::exception& failure) {

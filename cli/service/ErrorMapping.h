@@ -19,7 +19,7 @@ inline constexpr std::string_view isFile = "The path names a file, not a folder.
 
 /// What a message about a change ends with when nobody knows whether it was made.
 inline constexpr const char* unknownOutcome =
-    "It may have been done all the same; look before you try again.";
+    "No answer says whether it was done: look before you do it again.";
 
 /// The failure behind any exception of a request or of this program.
 ///

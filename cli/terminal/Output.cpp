@@ -77,12 +77,7 @@ void Output::error(const Failure& failure)
 void Output::say(const std::string& text)
 {
     bar.erase();
-    std::string line = "tarn: " + text;
-    // Sentences of a service are shown as well: none of them
-    // starts a line of its own or commands the terminal.
-    for (char& c : line)
-        if (static_cast<unsigned char>(c) < 0x20 || c == 0x7f) c = ' ';
-    std::fputs((line + "\n").c_str(), stderr);
+    std::fputs(("tarn: " + text + "\n").c_str(), stderr);
 }
 
 } // namespace tarncli

@@ -186,6 +186,9 @@ void HttpTransfer::close(CURLcode outcome)
         return;
     }
     complete = true;
+    const char* type = nullptr;
+    curl_easy_getinfo(easy.get(), CURLINFO_CONTENT_TYPE, &type);
+    contentType = type ? type : "";
     easy.reset();
 }
 
@@ -233,19 +236,31 @@ std::string HttpTransfer::reasonOf(CURLcode outcome) const
     return errorText[0] != '\0' ? errorText.data() : curl_easy_strerror(outcome);
 }
 
+void HttpTransfer::check(const common::DataBuffer& content)
+{
+    if (failure || !options->replyCheck) return;
+    try {
+        auto wrong = options->replyCheck({reply.status(), contentType, !reply.isDocument(), content.bytes()});
+        if (!wrong.empty()) failure = errorOf(TransportPhase::reply, std::move(wrong));
+    } catch (...) {
+        failure = std::current_exception();
+    }
+}
+
 void HttpTransfer::settle()
 {
     settled = true;
     body = common::DataBuffer(); // here, since giving much memory back would hold up the I/O thread
     if (!complete && !failure) failure = errorOf(TransportPhase::shutdown, errors::hostStopped);
+    auto content = reply.takeContent();
+    check(content);
     if (failure) {
-        reply.takeContent();
         promise.setException(std::exchange(failure, nullptr));
         return;
     }
     promise.setValue(std::make_unique<http::HttpClientResponse>(
         reply.status(),
-        std::make_shared<reactive_streams::OneShotPublisher<common::DataBuffer>>(reply.takeContent())));
+        std::make_shared<reactive_streams::OneShotPublisher<common::DataBuffer>>(std::move(content))));
 }
 
 } // namespace connector::host::detail

@@ -79,6 +79,7 @@ private:
     TransportPhase phaseOf(CURLcode outcome) const;
     std::string reasonOf(CURLcode outcome) const;
     std::size_t take(void (IncomingReply::*step)(std::string_view), std::string_view bytes);
+    void check(const common::DataBuffer& content);
 
     static std::size_t onHeader(char* bytes, std::size_t unit, std::size_t count, void* self);
     static std::size_t onBody(char* bytes, std::size_t unit, std::size_t count, void* self);
@@ -112,6 +113,7 @@ private:
 
     ExchangeClock clock;
     IncomingReply reply;
+    std::string contentType;
     std::exception_ptr failure;
     bool complete = false;
     bool settled = false;

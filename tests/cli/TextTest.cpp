@@ -80,6 +80,7 @@ TEST(ErrorMapping, FindsTheExitCodeInTheServicesSentence)
         {"The folder is not empty.", ExitCode::conflict, "rm -r"},
         {"The path is not valid: a name is empty.", ExitCode::usage, "a name is empty"},
         {"Something new.", ExitCode::failure, "Something new."},
+        {"No.\n\x1b[31m\u009b31m\u202e", ExitCode::failure, "No.\\n\\u{1b}[31m\\u{9b}31m\\u{202e}"},
         {"TARN error: <html>", ExitCode::failure, "endpoint"},
         {"Unknown error.", ExitCode::failure, "endpoint"},
         {"stoull", ExitCode::failure, "endpoint"},
