@@ -5,8 +5,10 @@
 #include <gmock/gmock.h>
 
 #include <chrono>
+#include <fstream>
 #include <functional>
 #include <future>
+#include <sys/stat.h>
 #include <thread>
 
 namespace tarncli::test {
@@ -37,7 +39,13 @@ protected:
 
     std::size_t logins() const { return count(service.errors(), "/service/v1/login"); }
 
-    std::size_t uploads() const { return count(service.errors(), "PUT /service/v1/files"); }
+    /// Returns once the service has had this many requests of the kind.
+    void waitFor(const std::string& request, std::size_t times) const
+    {
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+        while (count(service.errors(), request) < times && std::chrono::steady_clock::now() < deadline)
+            std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    }
 
     /// Ends alice's session behind her back: another shell logs out with a copy of what she keeps.
     void endSession() const
@@ -67,15 +75,28 @@ TEST_F(EndedSessionTest, IsRenewedOnceInTheMiddleAndEveryFileArrives)
     auto put = std::async(std::launch::async, [&] {
         return alice.tarn({"put", "-r", "-j", "8", "tree", "/tree"});
     });
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
-    while (uploads() < 20 && std::chrono::steady_clock::now() < deadline)
-        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    waitFor("PUT /service/v1/files", 20);
     endSession();
     const auto result = put.get();
     EXPECT_EQ(result.exitCode, 0) << result.err;
     EXPECT_EQ(logins(), 2u);
     EXPECT_EQ(alice.tarn({"get", "-r", "/tree", "back"}).exitCode, 0);
     EXPECT_EQ(contentsOf(alice.work() / "tree"), contentsOf(alice.work() / "back"));
+}
+
+TEST_F(EndedSessionTest, EndsWhileStandardInputIsReadWhichIsNotLost)
+{
+    const auto pipe = alice.work() / "pipe";
+    ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+    auto put = std::async(std::launch::async, [&] { return alice.run("exec tarn put - /input <pipe"); });
+    std::ofstream input(pipe);
+    waitFor("GET /service/v1/filesystem/input", 1);
+    endSession();
+    input << "all of it";
+    input.close();
+    EXPECT_EQ(put.get().exitCode, 0);
+    EXPECT_EQ(logins(), 2u);
+    EXPECT_EQ(alice.tarn({"cat", "/input"}).out, "all of it");
 }
 
 TEST_F(EndedSessionTest, WithoutAValidTokenStopsAndSaysSo)

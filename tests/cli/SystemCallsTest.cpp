@@ -1,0 +1,84 @@
+// What cannot be seen from outside: whether a file was made to last before it was shown, and whether it changed while
+// it was read. These calls come by here on their way to the kernel.
+#include "cli/machine/PrivateFile.h"
+#include "cli/terminal/Failure.h"
+#include "cli/transfer/DownloadFolder.h"
+#include "cli/transfer/LocalFile.h"
+#include "tests/cli/Shell.h"
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <functional>
+#include <utility>
+
+namespace {
+
+std::vector<std::string> steps;       ///< of the test's own thread, as all that follows
+std::function<void()> afterLookingAt; ///< called once
+
+} // namespace
+
+extern "C" int fstat(int fd, struct stat* status) noexcept
+{
+    const auto result = syscall(SYS_newfstatat, fd, "", status, AT_EMPTY_PATH);
+    if (afterLookingAt) std::exchange(afterLookingAt, nullptr)();
+    return static_cast<int>(result);
+}
+
+extern "C" int fsync(int fd)
+{
+    struct stat status {};
+
+    fstat(fd, &status);
+    steps.emplace_back(S_ISDIR(status.st_mode) ? "sync folder" : "sync file");
+    return static_cast<int>(syscall(SYS_fsync, fd));
+}
+
+extern "C" int renameat2(int from, const char* name, int to, const char* newName, unsigned flags) noexcept
+{
+    steps.emplace_back("rename");
+    return static_cast<int>(syscall(SYS_renameat2, from, name, to, newName, flags));
+}
+
+extern "C" int rename(const char* name, const char* newName) noexcept
+{
+    return renameat2(AT_FDCWD, name, AT_FDCWD, newName, 0);
+}
+
+namespace tarncli::test {
+namespace {
+
+TEST(SystemCalls, AFileLastsBeforeItIsShownAndItsNameBeforeItIsTold)
+{
+    const Shell shell;
+    const auto folder = DownloadFolder::open(shell.work());
+    const std::function<void()> writes[] = {[&] { folder->store("new", "x", Overwrite::refuse); },
+                                            [&] { folder->store("new", "y", Overwrite::replace); },
+                                            [&] { writePrivateFile(shell.work() / "private", "x"); }};
+    for (const auto& write : writes) {
+        steps.clear();
+        write();
+        EXPECT_THAT(steps, testing::ElementsAre("sync file", "rename", "sync folder"));
+    }
+}
+
+TEST(SystemCalls, AFileThatChangesWhileItIsReadIsNotStored)
+{
+    const Shell shell;
+    const auto file = shell.work() / "file";
+    for (const auto* changed : {"rewritten", "longer than it was", "short"}) {
+        shell.write("file", "undefined");
+        const timespec longAgo[2]{};
+        ASSERT_EQ(utimensat(AT_FDCWD, file.c_str(), longAgo, 0), 0); // the clock of files ticks slowly
+        afterLookingAt = [&] { shell.write("file", changed); };
+        EXPECT_THROW(readLocalFile(file, Symlinks::follow), Failure) << changed;
+    }
+    EXPECT_EQ(readLocalFile(file, Symlinks::follow).bytes(), "short");
+}
+
+} // namespace
+} // namespace tarncli::test
