@@ -35,6 +35,7 @@ std::optional<FileAttributes> findAttributes(Connection& connection, const Remot
         return readAttributes(connection, item);
     } catch (const std::exception&) {
         const auto error = std::current_exception();
+        // The one answer that also stands for "you may not know of it".
         if (isAnswer(error, answers::notFound)) return {};
         throw about(item.quoted(), explain(error));
     }

@@ -38,6 +38,7 @@ TransferReport forEach(Output& out, const std::vector<std::string>& items,
             const auto failure = explain(std::current_exception());
             if (items.size() > 1) out.warning(failure.what());
             report.failed.push_back({items[i], failure});
+            // Each further item would wait for the same silence.
             if (failure.code() != ExitCode::unreachable) continue;
             report.notStarted = items.size() - i - 1;
             break;

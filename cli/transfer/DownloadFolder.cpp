@@ -57,6 +57,7 @@ public:
             if (count < 0) throwErrno("Could not write", shown);
             content.remove_prefix(static_cast<std::size_t>(count));
         }
+        // Before the name: a power cut must not leave a name on an empty file.
         if (::fsync(file.get()) != 0) throwErrno("Could not write", shown);
     }
 
@@ -68,6 +69,7 @@ public:
         if (result != 0 && errno == EINVAL && flags != 0 && !taken(target))
             result = ::renameat(folder, name.c_str(), folder, target.c_str());
         if (result != 0 && errno == EEXIST) throw exists(shown.string());
+        // The new name lasts only once the folder does.
         if (result != 0 || ::fsync(folder) != 0) throwErrno("Could not write", shown);
     }
 

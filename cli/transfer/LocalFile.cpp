@@ -55,6 +55,7 @@ bool isSame(const struct stat& before, const struct stat& after)
 DataBuffer readLocalFile(const fs::path& file, Symlinks symlinks)
 {
     const int noFollow = symlinks == Symlinks::refuse ? O_NOFOLLOW : 0;
+    // Not blocking: what was a file when the folder was walked may be a pipe by now.
     const FileDescriptor fd(::open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | noFollow));
 
     struct stat before {};
@@ -65,7 +66,7 @@ DataBuffer readLocalFile(const fs::path& file, Symlinks symlinks)
     const auto size = static_cast<std::uint64_t>(before.st_size);
     auto content = allocated(file, size);
     const auto done = fill(fd.get(), static_cast<char*>(content.data), size, file);
-    char more = 0;
+    char more = 0; // a file that grew has a byte beyond its former end
 
     struct stat after {};
 
