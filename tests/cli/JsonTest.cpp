@@ -54,6 +54,11 @@ TEST(Json, EveryVerbWritesOneDocument)
     EXPECT_EQ(documents["ls"]["files"][0]["size"], 2);
     EXPECT_EQ(documents["cat"]["files"][0]["content"], "/wA=");
     EXPECT_EQ(documents["versions"]["versions"][0]["label"], 1);
+    EXPECT_EQ(documents["restore"]["id"], documents["versions"]["versions"][0]["id"]);
+    const auto grant = documents["grants"]["grants"][0];
+    EXPECT_EQ(grant["id"], documents["grant"]["id"]);
+    EXPECT_EQ(grant["user"], "bob");
+    EXPECT_EQ(grant["path"], "/a");
 }
 
 TEST(Json, FailuresNameSentenceAndExitCode)

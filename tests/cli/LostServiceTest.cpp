@@ -83,17 +83,6 @@ TEST_F(LostServiceTest, PutTellsWhatIsMissingAndStoresNoHalves)
     EXPECT_EQ(wholeFiles("back/tree"), static_cast<std::size_t>(files));
 }
 
-TEST_F(LostServiceTest, GetLeavesWholeFilesOnly)
-{
-    ASSERT_EQ(alice.tarn({"put", "-r", "-j", "16", "tree", "/tree"}).exitCode, 0);
-    auto get = std::async(std::launch::async, [&] { return alice.tarn({"get", "-r", "/tree", "back"}); });
-    waitUntil([&] { return arrived("back") > 20; });
-    service.kill();
-    const auto result = get.get();
-    EXPECT_EQ(result.exitCode, 8) << result.err;
-    EXPECT_GT(wholeFiles("back"), 0u);
-}
-
 TEST_F(LostServiceTest, AnInterruptLeavesWholeFilesOnly)
 {
     ASSERT_EQ(alice.tarn({"put", "-r", "-j", "16", "tree", "/tree"}).exitCode, 0);

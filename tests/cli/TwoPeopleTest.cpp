@@ -1,13 +1,11 @@
-// A day of two people on one service, as they would type it: each step's exit code and output, in both forms.
+// A day of two people on one service, as they would type it: each step's exit code and output.
 #include "tests/cli/Shell.h"
 
 #include <gmock/gmock.h>
-#include <nlohmann/json.hpp>
 
 namespace tarncli::test {
 namespace {
 
-using nlohmann::json;
 using tarnd::test::TarndProcess;
 
 struct Step {
@@ -70,44 +68,6 @@ TEST(TwoPeople, ShareReadTakeBackLinkAndGoBackInTime)
             EXPECT_EQ(result.out, step.output) << step.who << ": " << step.types;
         }
     }
-}
-
-TEST(TwoPeople, ReadTheSameAsJson)
-{
-    TarndProcess service;
-    service.start();
-    Shell alice;
-    Shell bob;
-    alice.logIn(service, "alice");
-    bob.logIn(service, "bob");
-    alice.run("echo one > a && tarn mkdir /d && tarn put a /d/a && tarn put --new-version a /d/a");
-    auto asJson = [](const Shell& shell, const std::string& command) {
-        const auto result = shell.run("tarn --json " + command);
-        EXPECT_EQ(result.exitCode, 0) << command << ": " << result.err;
-        return json::parse(result.out);
-    };
-    const auto grant = asJson(alice, "grant /d/a bob");
-    const auto grants = asJson(alice, "grants")["grants"];
-    ASSERT_EQ(grants.size(), 1u);
-    EXPECT_EQ(grants[0]["id"], grant["id"]);
-    EXPECT_EQ(grants[0]["user"], "bob");
-    EXPECT_EQ(grants[0]["operation"], "READ_ONLY");
-    EXPECT_EQ(grants[0]["path"], "/d/a");
-    const auto shared = asJson(bob, "shared")["shared"];
-    ASSERT_EQ(shared.size(), 1u);
-    EXPECT_EQ(shared[0]["user"], "alice");
-    EXPECT_EQ(shared[0]["folders"], json::array());
-    EXPECT_EQ(shared[0]["files"].size(), 1u);
-    const auto versions = asJson(alice, "versions /d/a");
-    EXPECT_EQ(versions["name"], "a");
-    ASSERT_EQ(versions["versions"].size(), 2u);
-    EXPECT_EQ(versions["versions"][0]["label"], 2) << "newest first";
-    const auto restored = asJson(alice, "restore /d/a 1");
-    EXPECT_EQ(restored["label"], 1);
-    EXPECT_EQ(restored["id"], versions["versions"][1]["id"]);
-    const auto refused = bob.run("tarn --json rm alice:/d/a");
-    EXPECT_EQ(refused.exitCode, 5);
-    EXPECT_EQ(json::parse(refused.err)["code"], 5);
 }
 
 } // namespace

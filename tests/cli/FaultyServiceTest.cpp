@@ -1,0 +1,266 @@
+// Whatever goes wrong between the command line and its service, every verb ends in time with the right exit code, says
+// nothing that is not so, and leaves the user's files as they were.
+#include "tests/cli/Shell.h"
+#include "tests/support/FaultServer.h"
+
+#include <gmock/gmock.h>
+
+#include <atomic>
+#include <chrono>
+#include <map>
+#include <thread>
+
+namespace tarncli::test {
+namespace {
+
+using connector::host::test::Ending;
+using connector::host::test::Fault;
+using connector::host::test::FaultServer;
+using connector::host::test::ScriptedHttpServer;
+using connector::host::test::TrueReply;
+using tarnd::test::TarndProcess;
+using testing::HasSubstr;
+using testing::Not;
+
+/// A verb at work, and the one of its requests that the fault strikes.
+struct Errand {
+    const char* arguments;
+    const char* struck;   ///< how the request begins
+    bool changes = false; ///< what is stored
+    bool tells = false;   ///< its true reply holds one element that the verb cannot do without
+    int partly =
+        0; ///< exit code instead of that of the fault, when something else was done before; 0: none was
+};
+
+constexpr Errand errands[] = {
+    {"login alice", "GET /service/v1/login", false, true},
+    {"ping", "GET /service/v1/ping"},
+    {"ls /d", "GET /service/v1/folders/d"},
+    {"tree /d", "GET /service/v1/folders/d"},
+    {"stat /f", "GET /service/v1/filesystem/f"},
+    {"cat /f", "GET /service/v1/files/f"},
+    {"get -f /f .", "GET /service/v1/files/f"},
+    {"get -f /f .", "GET /service/v1/filesystem/f"},
+    {"put f /new", "PUT /service/v1/files/new", true, true},
+    {"put -f f /f", "PUT /service/v1/files/f", true, true},
+    {"mkdir /new", "PUT /service/v1/folders/new", true},
+    {"mv /f /new", "PUT /service/v1/filesystem/f", true},
+    {"rm /f", "DELETE /service/v1/files/f", true},
+    {"rm -r /d", "DELETE /service/v1/folders/d", true},
+    {"grant /f bob", "PUT /service/v1/permissions", true, true},
+    {"grants", "GET /service/v1/permissions"},
+    {"revoke 1", "DELETE /service/v1/permissions/1", true},
+    {"shared", "GET /service/v1/sharedcontent"},
+    {"link /f", "GET /service/v1/public/urls/f", false, true},
+    {"versions /f", "GET /service/v1/versions/files/f", false, true},
+    {"restore /f 1", "PUT /service/v1/versions/files/f", true},
+};
+
+struct Outcome {
+    int exitCode;
+    const char* told;
+};
+
+/// A document that tells the fault is here no more than a page: it comes without the type of the service's documents.
+const std::map<Ending, Outcome> outcomes = {
+    {Ending::truth, {0, ""}},
+    {Ending::noConnection, {7, "Could not connect to"}},
+    {Ending::noReply, {7, "Could not complete the exchange with"}},
+    {Ending::error, {1, "does not look like a Tarn service"}},
+    {Ending::notXml, {1, "does not look like a Tarn service"}},
+    {Ending::otherXml, {1, "does not look like a Tarn service"}},
+    {Ending::cut, {1, ""}},
+};
+
+TrueReply replyOf(const std::string& type, const std::string& body)
+{
+    return {"HTTP/1.1 200 OK\r\nContent-Type: " + type +
+                "\r\nContent-Length: " + std::to_string(body.size()) + "\r\n\r\n",
+            body};
+}
+
+TrueReply document(const std::string& inner)
+{
+    return replyOf("application/xml", "<Response>" + inner + "</Response>");
+}
+
+/// The true reply with `times` times what its document holds.
+Fault holds(std::string name, int times)
+{
+    return {std::move(name), Ending::cut,
+            [times](ScriptedHttpServer::Connection& connection, const TrueReply& reply) {
+                const auto begin = reply.body.find("<Response>") + 10;
+                const auto inner = reply.body.substr(begin, reply.body.rfind("</Response>") - begin);
+                const auto changed = document(times == 0 ? "" : inner + inner);
+                connection.send(changed.head + changed.body);
+            }};
+}
+
+struct Cell {
+    const Errand* errand;
+    Fault fault;
+};
+
+std::vector<Cell> cells()
+{
+    std::vector<Cell> all;
+    for (const auto& errand : errands) {
+        for (const auto& fault : connector::host::test::faults())
+            all.push_back({&errand, fault});
+        for (const std::size_t offset : {0, 12, 17, 40})
+            all.push_back({&errand, connector::host::test::closesInHead(offset)});
+        if (!errand.tells) continue;
+        all.push_back({&errand, holds("nothing in the document", 0)});
+        all.push_back({&errand, holds("everything twice", 2)});
+    }
+    return all;
+}
+
+class FaultMatrix : public testing::Test {
+protected:
+    FaultMatrix()
+    {
+        service.start();
+        Shell alice;
+        token = alice.logIn(service, "alice");
+        service.addUser("bob");
+        EXPECT_EQ(alice.run("echo true > f && tarn put f /f && tarn mkdir /d && tarn put f /d/f").exitCode,
+                  0);
+    }
+
+    /// Questions are answered by a true service, and changes as it would: they must not happen for the next cell.
+    TrueReply truth(const std::string& request) const
+    {
+        if (request.starts_with("GET ")) return connector::host::test::truthOf(service.port())(request);
+        return document(
+            "<VersionId>v</VersionId><VersionLabel>2</VersionLabel><PermissionId>p</PermissionId>");
+    }
+
+    void play(Shell& shell, const Cell& cell) const
+    {
+        SCOPED_TRACE(std::string("tarn ") + cell.errand->arguments + ", " + cell.fault.name);
+        shell.write("f", "old");
+        shell.write("d/f", "old");
+        const auto before = contentsOf(shell.work());
+        const FaultServer server(
+            cell.fault, [this](const std::string& request) { return truth(request); },
+            [&](const std::string& request) { return request.starts_with(cell.errand->struck); });
+        shell.set("TARN_ENDPOINT", server.url());
+        const auto begin = std::chrono::steady_clock::now();
+        const auto result =
+            shell.run(std::string("exec tarn --timeout 1 ") + cell.errand->arguments + " </dev/null");
+        EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(30));
+        EXPECT_TRUE(server.happened());
+        const auto [exitCode, told] = outcomes.at(cell.fault.ending);
+        const bool failed = exitCode != 0;
+        const bool struck = cell.fault.ending != Ending::noConnection;
+        EXPECT_EQ(result.exitCode, failed && struck && cell.errand->partly ? cell.errand->partly : exitCode)
+            << result.err;
+        if (!failed) return;
+        EXPECT_THAT(result.err, testing::StartsWith("tarn: "));
+        EXPECT_THAT(result.err, HasSubstr(told));
+        const bool mayBeDone = struck && cell.errand->changes;
+        EXPECT_EQ(result.err.find("may have been done") != std::string::npos, mayBeDone) << result.err;
+        EXPECT_EQ(result.out, "");
+        EXPECT_THAT(result.err,
+                    Not(testing::ContainsRegex("Stored|Fetched [0-9]* file|may read|Logged|is now")));
+        EXPECT_EQ(contentsOf(shell.work()), before);
+    }
+
+    TarndProcess service;
+    std::string token;
+};
+
+TEST_F(FaultMatrix, EveryVerbEndsAndTellsTheTruth)
+{
+    const auto all = cells();
+    std::atomic<std::size_t> next{0};
+    std::vector<std::thread> workers;
+    for (int i = 0; i < 8; ++i) // mostly they wait for time to pass
+        workers.emplace_back([&] {
+            Shell shell;
+            shell.set("TARN_USER", "alice");
+            shell.set("TARN_TOKEN", token);
+            for (auto mine = next++; mine < all.size(); mine = next++) {
+                try {
+                    play(shell, all[mine]);
+                } catch (const std::exception& error) {
+                    ADD_FAILURE() << all[mine].errand->arguments << ", " << all[mine].fault.name << ": "
+                                  << error.what();
+                }
+            }
+        });
+    for (auto& worker : workers)
+        worker.join();
+}
+
+/// Answers in good form what cannot be, or not for long: a folder that holds itself, and a file of five bytes that is
+/// said to have `sizes`, one for each time somebody asks, the last for all further ones.
+class StrangeService {
+public:
+    explicit StrangeService(std::vector<int> sizes = {})
+        : told(std::move(sizes))
+        , server(
+              {}, [this](const std::string& request) { return answer(request); }, never)
+    {
+        shell.set("TARN_ENDPOINT", server.url());
+        shell.set("TARN_USER", "alice");
+        shell.set("TARN_TOKEN", "token");
+        shell.write("f", "old");
+    }
+
+    Shell shell;
+    std::atomic<int> listings{0};
+    std::atomic<int> contents{0};
+
+private:
+    static bool never(const std::string&) { return false; }
+
+    TrueReply answer(const std::string& request)
+    {
+        if (request.starts_with("GET /service/v1/login")) return document("<TarnSessionId>s</TarnSessionId>");
+        if (request.starts_with("GET /service/v1/files/"))
+            return ++contents, replyOf("application/octet-stream", "five!");
+        if (request.starts_with("GET /service/v1/folders"))
+            return ++listings, document("<FolderSummary><Name>d</Name></FolderSummary><Files/>"
+                                        "<Folders><FolderSummary><Name>d</Name></FolderSummary></Folders>");
+        const bool isFile = request.starts_with("GET /service/v1/filesystem/f");
+        const auto size = isFile ? told.front() : 0;
+        if (isFile && told.size() > 1) told.erase(told.begin());
+        return document(std::string("<FileAttributes><Type>") + (isFile ? "FILE" : "FOLDER") +
+                        "</Type><Name>f</Name><Writable>true</Writable><Size>" + std::to_string(size) +
+                        "</Size></FileAttributes>");
+    }
+
+    std::vector<int> told;
+    FaultServer server;
+};
+
+TEST(StrangeService, FoldersWithoutEndAreCutOff)
+{
+    const StrangeService service;
+    const auto result = service.shell.tarn({"tree"});
+    EXPECT_EQ(result.exitCode, 8);
+    EXPECT_THAT(result.err, HasSubstr("nested too deeply"));
+    EXPECT_LT(service.listings, 300);
+}
+
+TEST(StrangeService, AContentOfAnotherSizeIsFetchedOnceMoreInCaseTheFileWasReplaced)
+{
+    for (const auto* verb : {"cat /f", "get -f /f ."}) {
+        const StrangeService wrong({1000});
+        const auto refused = wrong.shell.run(std::string("tarn ") + verb);
+        EXPECT_EQ(refused.exitCode, 1) << verb;
+        EXPECT_EQ(refused.out, "");
+        EXPECT_THAT(refused.err, HasSubstr("sent 5 bytes of a content that has 1000"));
+        EXPECT_THAT(contentsOf(wrong.shell.work()), testing::ElementsAre(testing::Pair("f", "old")));
+        EXPECT_EQ(wrong.contents, 2);
+
+        const StrangeService replaced({1000, 5});
+        EXPECT_THAT(replaced.shell.run(std::string("tarn -q ") + verb + " && cat f").out,
+                    testing::StartsWith("five!"));
+    }
+}
+
+} // namespace
+} // namespace tarncli::test
