@@ -100,7 +100,8 @@ bool isUnknownAuthority(const TransportError& failure)
 
 Failure fromTransport(const TransportError& failure)
 {
-    const bool isOurs = failure.phase() == TransportPhase::prepare || failure.phase() == TransportPhase::reply;
+    const bool isOurs =
+        failure.phase() == TransportPhase::prepare || failure.phase() == TransportPhase::reply;
     auto sentence = escaped(failure.what());
     if (!sentence.ends_with('.')) sentence += '.';
     // A login is nothing that anyone would look for.

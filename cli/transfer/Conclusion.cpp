@@ -37,7 +37,7 @@ TransferReport forEach(Output& out, const std::vector<std::string>& items,
         } catch (const std::exception&) {
             const auto failure = explain(std::current_exception());
             if (items.size() > 1) out.warning(failure.what());
-            report.failed.push_back({items[i], failure});
+            report.failed.push_back({items[i], failure, items.size() > 1});
             // Each further item would wait for the same silence.
             if (failure.code() != ExitCode::unreachable) continue;
             report.notStarted = items.size() - i - 1;
@@ -53,7 +53,11 @@ void conclude(const TransferReport& report, const std::string& verb)
     const auto& first = report.failed.front();
     if (report.done == 0 && report.failed.size() == 1 && report.notStarted == 0) throw first.failure;
     const auto code = report.done > 0 ? ExitCode::partlyDone : first.failure.code();
-    auto text = counted(report.failed.size(), "item") + " could not be " + verb;
+    std::string text;
+    // One that came alone was left to be told here, with what came of the rest.
+    for (const auto& one : report.failed)
+        if (!one.told) text += std::string(one.failure.what()) + " ";
+    text += counted(report.failed.size(), "item") + " could not be " + verb;
     if (report.notStarted > 0) text += ", and " + std::to_string(report.notStarted) + " were not tried";
     throw Failure(code,
                   text + "; " + std::to_string(report.done) + " " + (report.done == 1 ? "was." : "were."));

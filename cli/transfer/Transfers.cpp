@@ -152,7 +152,7 @@ void Transfers::fail(const Entry& entry, const Failure& failure)
 {
     const auto told = about(entry.transfer.what, failure);
     if (added > 1) out.warning(told.what());
-    report.failed.push_back({entry.transfer.what, told});
+    report.failed.push_back({entry.transfer.what, told, added > 1});
 }
 
 void Transfers::giveUp()

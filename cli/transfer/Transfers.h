@@ -39,7 +39,8 @@ struct Transfer {
 struct TransferReport {
     struct Failed {
         std::string what;
-        Failure failure; ///< names `what`, too
+        Failure failure;  ///< names `what`, too
+        bool told = true; ///< false: nobody has been told of it yet
     };
 
     std::uint64_t done = 0;
