@@ -21,9 +21,13 @@ function(tarn_tests name)
   if(count GREATER 2) # below that, precompiling costs more than it saves
     target_precompile_headers(${name}_tests PRIVATE <gmock/gmock.h> <gtest/gtest.h>)
   endif()
+  set(timeout 300)
+  if(TARN_SANITIZE) # several times slower, and tests run side by side
+    set(timeout 900)
+  endif()
   include(GoogleTest)
   gtest_discover_tests(${name}_tests
     TEST_PREFIX ${name}. NO_PRETTY_VALUES
-    PROPERTIES LABELS ${name} TIMEOUT 300
+    PROPERTIES LABELS ${name} TIMEOUT ${timeout}
                ENVIRONMENT "TARN_BIN_DIR=${CMAKE_RUNTIME_OUTPUT_DIRECTORY}")
 endfunction()
