@@ -100,9 +100,13 @@ Reply Exchange::finish()
     Reply reply;
     if (!refusal) guarded([&] { reply = taken->handle(*call); });
     if (refusal) reply = std::move(*refusal);
-    site.log.answered(methodName, target, reply.status, std::chrono::steady_clock::now() - started);
     const bool isLogin = taken != nullptr && taken->access == Access::token;
-    if (isLogin && reply.status == 401) heldBack = site.failedLogins.add(client);
+    if (isLogin && reply.status == 401) try {
+            heldBack = site.failedLogins.add(client);
+        } catch (const ServiceError& tooMany) {
+            reply = errorReply(tooMany);
+        }
+    site.log.answered(methodName, target, reply.status, std::chrono::steady_clock::now() - started);
     return reply;
 }
 

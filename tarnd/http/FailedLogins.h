@@ -25,9 +25,13 @@ public:
     void check(ClientAddress client);
 
     /// A login has failed. Keep what it returns until the refusal is sent. @pre this outlives it
+    /// @throws ServiceError notAllowed as check does: answer with that, at once
     HeldBack add(ClientAddress client);
 
 private:
+    /// @pre mutex is held
+    void refuseWhenFull(ClientAddress client) const;
+
     std::mutex mutex; ///< guards the member below
     std::map<ClientAddress, int> heldBack;
 };
