@@ -18,13 +18,13 @@ struct Column {
     std::string_view expression;
     std::tuple<Steps...> steps;
 
-    auto& of(Record& record) const
+    using Member = std::remove_reference_t<decltype((std::declval<Record&>().*....*std::declval<Steps>()))>;
+
+    Member& of(Record& record) const
     {
-        return std::apply(
-            [&](auto... step) -> auto& { return (record.*....*step); }, steps);
+        return std::apply([&](auto... step) -> Member& { return (record.*....*step); }, steps);
     }
 
-    using Member = std::remove_reference_t<decltype(std::declval<Column>().of(std::declval<Record&>()))>;
     using Stored = std::conditional_t<std::is_same_v<Member, std::string>, std::string, std::int64_t>;
 };
 
