@@ -19,8 +19,8 @@ constexpr std::uint64_t dropLimit = 256 * 1024;
 void refuseUnfitLength(const Route& route, const Request& request, std::uint64_t maxFileSize)
 {
     const auto length = request.contentLength();
-    if (route.begin != nullptr && !length) throw sentences::lengthRequired();
-    if (route.begin != nullptr && *length > maxFileSize) throw sentences::fileTooLarge();
+    if (route.begin != nullptr && !length && !request.isChunked()) throw sentences::lengthRequired();
+    if (route.begin != nullptr && length.value_or(0) > maxFileSize) throw sentences::fileTooLarge();
     if (route.begin == nullptr && length.value_or(0) > strayBodyLimit) throw sentences::bodyTooLarge();
 }
 
@@ -85,13 +85,15 @@ Exchange::Body Exchange::begin(RequestHead head)
 bool Exchange::receive(const char* data, std::size_t size)
 {
     received += size;
-    if (refusal) return received <= dropLimit;
+    if (refusal) return received - receivedBeforeRefusal <= dropLimit;
     guarded([&] {
+        if (call->upload && received > site.maxFileSize) throw sentences::fileTooLarge();
         if (call->upload)
             call->upload->write(data, size);
         else if (received > strayBodyLimit)
             throw sentences::bodyTooLarge();
     });
+    if (refusal) receivedBeforeRefusal = received;
     return true;
 }
 

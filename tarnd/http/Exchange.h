@@ -64,7 +64,8 @@ private:
     std::string methodName;
     std::chrono::steady_clock::time_point started = std::chrono::steady_clock::now();
     bool begun = false;
-    std::uint64_t received = 0;
+    std::uint64_t received = 0;              ///< bytes of the body
+    std::uint64_t receivedBeforeRefusal = 0; ///< of these
     const Route* taken = nullptr;
     std::optional<Request> request;
     std::optional<Call> call;

@@ -1,3 +1,4 @@
+#include "tarnd/http/ContentReply.h"
 #include "tarnd/http/Handlers.h"
 #include "tarnd/http/ItemRecords.h"
 #include "tarnd/http/Sentences.h"
@@ -39,21 +40,22 @@ void beginFile(Call& call)
 {
     const auto& query = call.request.query();
     const PutOptions options{createModeOf(query), query.flag("createNewVersion")};
-    call.upload =
-        call.store.catalog().put(call.caller, itemOf(call), options, call.request.contentLength().value());
+    call.upload = call.store.catalog().put(call.caller, itemOf(call), options, call.request.contentLength());
 }
 
 Reply putFile(Call& call)
 {
     XmlWriter xml("Response");
     writeVersion(xml, call.upload->commit());
-    return xmlReply(std::move(xml));
+    auto reply = xmlReply(std::move(xml));
+    const auto digest = digestField(call.upload->sha256());
+    reply.headers = {{"Content-Digest", digest}, {"Repr-Digest", digest}};
+    return reply;
 }
 
 Reply readFile(Call& call)
 {
-    auto content = call.store.catalog().read(call.caller, itemOf(call), versionOf(call));
-    return fileReply(std::move(content.fd), static_cast<std::uint64_t>(content.size));
+    return contentReply(call.request, call.store.catalog().read(call.caller, itemOf(call), versionOf(call)));
 }
 
 Reply deleteFile(Call& call)

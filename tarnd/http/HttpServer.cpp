@@ -38,7 +38,7 @@ ResponsePtr responseOf(Reply& reply)
 {
     MHD_Response* response =
         reply.file
-            ? MHD_create_response_from_fd64(reply.fileSize, reply.file.get())
+            ? MHD_create_response_from_fd_at_offset64(reply.fileSize, reply.file.get(), reply.fileOffset)
             : MHD_create_response_from_buffer(reply.text.size(), reply.text.data(), MHD_RESPMEM_MUST_COPY);
     if (response != nullptr && reply.file) reply.file.release(); // the response closes it
     return {response, &MHD_destroy_response};

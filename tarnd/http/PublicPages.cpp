@@ -1,5 +1,6 @@
 #include "tarnd/http/PublicPages.h"
 
+#include "tarnd/http/ContentReply.h"
 #include "tarnd/http/Handlers.h"
 #include "tarnd/http/PercentEncoding.h"
 #include "tarnd/store/Sentences.h"
@@ -78,11 +79,11 @@ Reply folderPage(const Listing& listing, const std::string& base)
     return page(200, listing.folder.name, body);
 }
 
-Reply download(OpenContent content)
+Reply download(const Request& request, OpenContent content)
 {
-    auto reply = fileReply(std::move(content.fd), static_cast<std::uint64_t>(content.size));
-    reply.headers.emplace_back("Content-Disposition",
-                               "attachment; filename*=UTF-8''" + percentEncode(content.file.name));
+    const auto name = percentEncode(content.file.name);
+    auto reply = contentReply(request, std::move(content));
+    reply.headers.emplace_back("Content-Disposition", "attachment; filename*=UTF-8''" + name);
     addSafetyHeaders(reply, "sandbox; default-src 'none'");
     return reply;
 }
@@ -122,7 +123,7 @@ Reply openPublicLink(Call& call)
     auto shown = call.store.links().open(path.token, path.below);
     if (auto* content = std::get_if<OpenContent>(&shown)) {
         if (path.endsWithSlash) throw sentences::notFound();
-        return download(std::move(*content));
+        return download(call.request, std::move(*content));
     }
     const auto base = path.endsWithSlash ? std::string("./") : "./" + path.lastSegment + "/";
     return folderPage(std::get<Listing>(shown), base);

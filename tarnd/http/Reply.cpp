@@ -1,9 +1,5 @@
 #include "tarnd/http/Reply.h"
 
-#include "tarnd/store/Sentences.h"
-
-#include <sys/stat.h>
-
 namespace tarnd {
 
 namespace {
@@ -29,21 +25,6 @@ Reply doneReply()
     return xmlReply(XmlWriter("Response"));
 }
 
-Reply fileReply(UniqueFd file, std::uint64_t size)
-{
-    struct stat found {};
-
-    // Otherwise sendfile would wait for the rest until the connection counts as idle.
-    if (fstat(file.get(), &found) != 0 || static_cast<std::uint64_t>(found.st_size) != size)
-        throw sentences::internal.because("a content has " + std::to_string(found.st_size) +
-                                          " bytes instead of " + std::to_string(size) + "; see tarnd fsck");
-    Reply reply;
-    reply.contentType = "application/octet-stream";
-    reply.file = std::move(file);
-    reply.fileSize = size;
-    return reply;
-}
-
 unsigned statusOf(ServiceError::Kind kind)
 {
     using Kind = ServiceError::Kind;
@@ -62,6 +43,8 @@ unsigned statusOf(ServiceError::Kind kind)
         return 411;
     case Kind::tooLarge:
         return 413;
+    case Kind::rangeOutside:
+        return 416;
     case Kind::insufficientStorage:
         return 507;
     case Kind::internal:

@@ -16,8 +16,9 @@ struct Reply {
     unsigned status = 200;
     std::string contentType;
     std::string text;
-    UniqueFd file;              ///< when set, `fileSize` bytes of it are the body instead of `text`
-    std::uint64_t fileSize = 0; ///< bytes
+    UniqueFd file;                ///< when set, `fileSize` bytes of it are the body instead of `text`
+    std::uint64_t fileOffset = 0; ///< where these begin
+    std::uint64_t fileSize = 0;   ///< bytes
     std::vector<std::pair<std::string, std::string>> headers;
 };
 
@@ -26,10 +27,6 @@ Reply xmlReply(XmlWriter&& document);
 
 /// Success without anything to tell: 200 with an empty document, because the library parses every reply.
 Reply doneReply();
-
-/// Success: 200 with the bytes as they are. @throws ServiceError internal when the file has another size, before
-/// a head promises what cannot follow
-Reply fileReply(UniqueFd file, std::uint64_t size);
 
 /// The one place where a kind of failure becomes a status.
 unsigned statusOf(ServiceError::Kind kind);

@@ -99,6 +99,16 @@ std::string Request::header(std::string_view name) const
     return std::string(onlyValue(headers, name));
 }
 
+std::vector<std::string_view> Request::headerValues(std::string_view name) const
+{
+    return valuesOf(headers, name);
+}
+
+bool Request::isChunked() const
+{
+    return !valuesOf(headers, "Transfer-Encoding").empty();
+}
+
 void requireHost(const RequestHead& head)
 {
     if (head.version == "HTTP/1.1" && valuesOf(head.headers, "Host").empty())

@@ -41,6 +41,12 @@ public:
     /// @throws ServiceError badRequest when it is repeated
     std::string header(std::string_view name) const;
 
+    /// The values of all headers of that name, in the order they came.
+    std::vector<std::string_view> headerValues(std::string_view name) const;
+
+    /// The body comes in chunks, and ends with the last of them.
+    bool isChunked() const;
+
     /// Bytes of the body as announced; nothing for a chunked body and for a request that announces none.
     std::optional<std::uint64_t> contentLength() const { return announcedLength; }
 

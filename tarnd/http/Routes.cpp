@@ -15,6 +15,7 @@ constexpr Route routes[] = {
 
     {"PUT", "/service/v1/files", Tail::item, Access::session, putFile, beginFile},
     {"GET", "/service/v1/files", Tail::item, Access::session, readFile},
+    {"HEAD", "/service/v1/files", Tail::item, Access::session, readFile},
     {"DELETE", "/service/v1/files", Tail::item, Access::session, deleteFile},
     {"GET", "/service/v1/filesystem", Tail::item, Access::session, readAttributes},
     {"PUT", "/service/v1/filesystem", Tail::item, Access::session, move},

@@ -26,8 +26,8 @@ struct Route {
     Tail tail;
     Access access;
     Reply (*handle)(Call& call);
-    /// Set where a file content comes in: runs before the first byte, sets `call.upload`, and makes the
-    /// announced length mandatory.
+    /// Set where a file content comes in: runs before the first byte, sets `call.upload`, and makes a
+    /// length or chunks mandatory.
     void (*begin)(Call& call) = nullptr;
 };
 

@@ -20,6 +20,7 @@ inline constexpr Sentence unknownTransferEncoding {Kind::badRequest, "The only T
 inline constexpr Sentence headersTooLarge         {Kind::tooLarge, "The headers of the request are too large."};
 inline constexpr Sentence lengthRequired          {Kind::lengthRequired, "An upload must tell its length in the header Content-Length."};
 inline constexpr Sentence fileTooLarge            {Kind::tooLarge, "The file is larger than this service accepts."};
+inline constexpr Sentence rangeOutside            {Kind::rangeOutside, "The file has no bytes in the range asked for."};
 inline constexpr Sentence bodyTooLarge            {Kind::tooLarge, "The request carries content that nothing here takes."};
 
 inline constexpr Sentence tooManyFailedLogins     {Kind::notAllowed, "Too many logins with a wrong token come from your address. Try again in a few seconds."};

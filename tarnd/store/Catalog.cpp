@@ -10,13 +10,13 @@
 namespace tarnd {
 
 std::unique_ptr<Upload> Catalog::put(const Caller& caller, const Location& location,
-                                     const PutOptions& options, std::uint64_t expectedSize)
+                                     const PutOptions& options, std::optional<std::uint64_t> expectedSize)
 {
     engine.database.read([&](Transaction& transaction) {
         Tree tree(transaction, caller);
         slotForPut(tree, location, options.mode);
     });
-    auto room = engine.contents.room().claim(expectedSize);
+    auto room = engine.contents.room().claim(expectedSize.value_or(0));
     return std::make_unique<Upload>(engine, caller, location, options, expectedSize, std::move(room));
 }
 
@@ -25,7 +25,7 @@ OpenContent Catalog::read(const Caller& caller, const Location& location, const 
     return readContent(engine, [&](Transaction& transaction) {
         Tree tree(transaction, caller);
         const auto file = requireFile(tree.readable(location));
-        return FoundContent{tree.item(file), chosenVersion(transaction, file, version)};
+        return FoundContent(file, tree.item(file), chosenVersion(transaction, file, version));
     });
 }
 

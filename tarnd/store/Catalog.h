@@ -8,6 +8,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 
 namespace tarnd {
 
@@ -21,13 +22,13 @@ public:
     explicit Catalog(Engine engine) : engine(std::move(engine)) {}
 
     /// Begins an upload after checking what can be checked before the first byte; see Upload.
-    /// `expectedSize` is the announced length in bytes; one that would leave too little of the disk is refused
-    /// (insufficientStorage).
+    /// `expectedSize` is the announced length in bytes, if there is one; what would leave too little of the
+    /// disk is refused (insufficientStorage), without a length as soon as so much has come.
     /// create: conflict if the path is taken. update: notFound if it is not there. A folder of that name:
     /// conflict. Otherwise a missing parent folder is a conflict that names it (notFound outside the caller's
     /// own bucket).
     std::unique_ptr<Upload> put(const Caller& caller, const Location& location, const PutOptions& options,
-                                std::uint64_t expectedSize);
+                                std::optional<std::uint64_t> expectedSize);
 
     /// @throws ServiceError also conflict for a folder, badRequest for an unknown version
     OpenContent read(const Caller& caller, const Location& location, const VersionChoice& version = {});

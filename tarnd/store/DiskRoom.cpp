@@ -26,6 +26,16 @@ DiskRoom::Claim::~Claim()
     if (room) room->claimed -= left;
 }
 
+/// In steps, because asking the disk costs more than writing a piece.
+void DiskRoom::Claim::extendTo(std::uint64_t bytes)
+{
+    constexpr std::uint64_t step = 1 << 20;
+    if (!room || left >= bytes) return;
+    const auto more = std::max(step, bytes - left);
+    room->promise(more);
+    left += more;
+}
+
 void DiskRoom::Claim::use(std::uint64_t bytes) noexcept
 {
     bytes = std::min(bytes, left);
@@ -41,10 +51,16 @@ std::uint64_t DiskRoom::freeBytes() const noexcept
     return std::uint64_t{disk.f_bavail} * disk.f_frsize;
 }
 
-/// Claims count with the bytes on the disk: two uploads that fit one by one may not fit together.
 DiskRoom::Claim DiskRoom::claim(std::uint64_t bytes)
 {
     takeReserve();
+    promise(bytes);
+    return {*this, bytes};
+}
+
+/// Claims count with the bytes on the disk: two uploads that fit one by one may not fit together.
+void DiskRoom::promise(std::uint64_t bytes)
+{
     const std::lock_guard lock(mutex);
     const auto free = freeBytes();
     const auto taken = claimed.load();
@@ -52,7 +68,6 @@ DiskRoom::Claim DiskRoom::claim(std::uint64_t bytes)
         throw sentences::storageFull.because("an upload of " + std::to_string(bytes) +
                                              " bytes: " + std::to_string(free) + " are free");
     claimed += bytes;
-    return {*this, bytes};
 }
 
 void DiskRoom::takeReserve() noexcept

@@ -27,6 +27,9 @@ public:
         Claim& operator=(Claim&&) = delete;
         ~Claim();
 
+        /// At least so many bytes are promised when this returns. @throws as DiskRoom::claim
+        void extendTo(std::uint64_t bytes);
+
         /// So many bytes more have been written.
         void use(std::uint64_t bytes) noexcept;
 
@@ -45,6 +48,7 @@ public:
     bool giveReserve() noexcept;
 
 private:
+    void promise(std::uint64_t bytes);
     std::uint64_t freeBytes() const noexcept;
 
     std::filesystem::path folder;

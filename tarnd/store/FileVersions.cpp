@@ -11,7 +11,9 @@ constexpr std::size_t versionIdBytes = 12;
 void replaceCurrent(Transaction& transaction, const Node& file, const StoredContent& content,
                     std::int64_t now, std::vector<std::string>& dropped)
 {
-    transaction.run("UPDATE versions SET created = $1, size = $2, sha256 = $3, content = $4 WHERE id = $5",
+    transaction.run(R"(UPDATE versions
+                       SET created = $1, size = $2, sha256 = $3, content = $4, revision = revision + 1
+                       WHERE id = $5)",
                     now, content.size, content.sha256, content.id, file.version.id);
     setCurrent(transaction, file.id, file.version.id, now);
     // A restored copy may still show the old content.
@@ -19,12 +21,12 @@ void replaceCurrent(Transaction& transaction, const Node& file, const StoredCont
         dropped.push_back(file.content);
 }
 
-constexpr auto versionColumns = columns(column("id", &VersionRow::stamp, &VersionStamp::id), //
-                                        column("label", &VersionRow::stamp, &VersionStamp::label),
-                                        column("created", &VersionRow::created),
-                                        column("content", &VersionRow::content, &StoredContent::id),
-                                        column("size", &VersionRow::content, &StoredContent::size),
-                                        column("sha256", &VersionRow::content, &StoredContent::sha256));
+constexpr auto versionColumns = columns(
+    column("id", &VersionRow::stamp, &VersionStamp::id), //
+    column("label", &VersionRow::stamp, &VersionStamp::label), column("created", &VersionRow::created),
+    column("revision", &VersionRow::revision), column("content", &VersionRow::content, &StoredContent::id),
+    column("size", &VersionRow::content, &StoredContent::size),
+    column("sha256", &VersionRow::content, &StoredContent::sha256));
 
 template <class... Args>
 std::vector<VersionRow> versionRows(Transaction& transaction, const std::string& condition,

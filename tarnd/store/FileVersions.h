@@ -36,6 +36,7 @@ void setCurrent(Transaction& transaction, std::int64_t file, const std::string& 
 struct VersionRow {
     VersionStamp stamp;
     std::int64_t created = 0;
+    std::int64_t revision = 0; ///< how often its content was replaced under its id
     StoredContent content;
 };
 

@@ -53,6 +53,10 @@ struct OpenContent {
     std::string sha256;    ///< 64 hex digits
     Item file;             ///< the file it was read from; `size` there is that of its current version
     VersionStamp version;
+    /// Differs between any two contents that a file ever had: the version's id, and "-N" behind it once the
+    /// content was replaced N times under that id.
+    std::string tag;
+    std::int64_t modified = 0; ///< when the file got this content, milliseconds since 1970, UTC
 };
 
 } // namespace tarnd

@@ -41,7 +41,7 @@ std::variant<OpenContent, Listing> PublicLinks::open(const std::string& token, c
     if (listing) return *listing;
     return readContent(engine, [&](Transaction& transaction) {
         const auto file = requireFile(linked(transaction, token, below));
-        return FoundContent{itemOf(file, false), chosenVersion(transaction, file, {})};
+        return FoundContent(file, itemOf(file, false), chosenVersion(transaction, file, {}));
     });
 }
 

@@ -11,9 +11,14 @@ namespace tarnd {
 
 /// What a read found in the tree.
 struct FoundContent {
+    FoundContent(const Node& node, Item file, VersionRow version);
+
     Item file;
     VersionRow version;
+    std::int64_t modified; ///< when the file got this content, milliseconds since 1970, UTC
 };
+
+OpenContent openContent(UniqueFd fd, FoundContent found);
 
 /// Runs `find(transaction)`, which names a FoundContent, and opens its content. Between the two the content
 /// may be replaced or deleted; then `find` runs again and sees what is there now, or fails as for a file that
@@ -23,10 +28,9 @@ OpenContent readContent(Engine& engine, Find&& find)
 {
     constexpr int attempts = 100;
     for (int i = 0; i < attempts; ++i) {
-        auto [file, version] = engine.database.read(find);
-        if (auto fd = engine.contents.open(version.content.id))
-            return {std::move(fd), version.content.size, version.content.sha256, std::move(file),
-                    version.stamp};
+        FoundContent found = engine.database.read(find);
+        if (auto fd = engine.contents.open(found.version.content.id))
+            return openContent(std::move(fd), std::move(found));
     }
     throw sentences::internal.because("a content is missing");
 }

@@ -38,10 +38,10 @@ std::string describe(Transaction& transaction, const LostVersion& lost)
 {
     const auto paths = pathsOf(transaction, "SELECT id FROM nodes WHERE id = $1", lost.file);
     const auto path = paths.find(lost.file);
-    const auto& [stamp, created, content] = lost.version;
+    const auto& content = lost.version.content;
     return lost.owner + ":" + (path == paths.end() ? "(unreachable)" : path->second) + ", version " +
-           std::to_string(stamp.label) + ": content " + content.id + ", " + std::to_string(content.size) +
-           " bytes, SHA-256 " + content.sha256;
+           std::to_string(lost.version.stamp.label) + ": content " + content.id + ", " +
+           std::to_string(content.size) + " bytes, SHA-256 " + content.sha256;
 }
 
 void takeOut(Transaction& transaction, const LostVersion& lost, std::int64_t now)

@@ -9,12 +9,13 @@ namespace tarnd {
 
 namespace {
 
-constexpr std::int64_t schemaVersion = 1;
+constexpr std::int64_t schemaVersion = 2;
 
 /// Times are milliseconds since 1970, UTC. Text is compared byte by byte.
 ///
 /// nodes.current is not a foreign key: node and first version would refer to each other.
-/// nodes.revision counts the changes that a watermark shows. A content may stand in several versions of one
+/// nodes.revision counts the changes that a watermark shows, versions.revision those of a content under one
+/// id. A content may stand in several versions of one
 /// file (a restored copy), never in two files. grants.subject is a name, because it may be granted to before
 /// the user exists. handles keep parent and name of the file as of the opening; node is 0 for a file still to
 /// be created.
@@ -57,6 +58,7 @@ constexpr const char* tables[] = {
         size    BIGINT NOT NULL,
         sha256  {text} NOT NULL,
         content {text} NOT NULL,
+        revision BIGINT NOT NULL DEFAULT 0,
         UNIQUE (node, label)))",
     "CREATE INDEX versions_content ON versions(content)",
 
@@ -90,6 +92,24 @@ void createTables(Transaction& transaction, const Dialect& dialect)
     transaction.run("INSERT INTO meta (name, value) VALUES ('schema', $1)", std::to_string(schemaVersion));
 }
 
+/// Statements that turn a schema of version 1 into one of version 2, and so on.
+constexpr const char* upgrades[] = {
+    "ALTER TABLE versions ADD COLUMN revision BIGINT NOT NULL DEFAULT 0",
+};
+static_assert(std::size(upgrades) + 1 == schemaVersion);
+
+std::int64_t versionOf(Transaction& transaction)
+{
+    return std::stoll(transaction.value<std::string>("SELECT value FROM meta WHERE name = 'schema'").value());
+}
+
+void upgrade(Transaction& transaction)
+{
+    for (auto version = versionOf(transaction); version < schemaVersion; ++version)
+        transaction.run(upgrades[version - 1]);
+    transaction.run("UPDATE meta SET value = $1 WHERE name = 'schema'", std::to_string(schemaVersion));
+}
+
 bool hasTables(Transaction& transaction, const Dialect& dialect)
 {
     return transaction.value<std::int64_t>(dialect.tableCount(), std::string("meta")) == 1;
@@ -105,10 +125,9 @@ void prepareSchema(Database& database)
         database.write([&](Transaction& transaction) {
             if (!hasTables(transaction, dialect)) createTables(transaction, dialect);
         });
-    const auto version = database.read([](Transaction& transaction) {
-        return transaction.value<std::string>("SELECT value FROM meta WHERE name = 'schema'");
-    });
-    if (std::stoll(version.value()) > schemaVersion) throw sentences::newerSchema();
+    const auto version = database.read(versionOf);
+    if (version > schemaVersion) throw sentences::newerSchema();
+    if (version < schemaVersion) database.write(upgrade);
 }
 
 } // namespace tarnd

@@ -42,6 +42,18 @@ std::string sha256Hex(std::string_view data)
     return digest.finish();
 }
 
+std::string base64OfHex(std::string_view hex)
+{
+    const auto digit = [](char c) { return c <= '9' ? c - '0' : c - 'a' + 10; };
+    std::vector<unsigned char> bytes;
+    for (std::size_t i = 0; i + 1 < hex.size(); i += 2)
+        bytes.push_back(static_cast<unsigned char>(digit(hex[i]) << 4 | digit(hex[i + 1])));
+    std::string text((bytes.size() + 2) / 3 * 4 + 1, '\0');
+    auto* const out = reinterpret_cast<unsigned char*>(text.data());
+    text.resize(static_cast<std::size_t>(EVP_EncodeBlock(out, bytes.data(), static_cast<int>(bytes.size()))));
+    return text;
+}
+
 bool equalInConstantTime(std::string_view a, std::string_view b)
 {
     return a.size() == b.size() && CRYPTO_memcmp(a.data(), b.data(), a.size()) == 0;

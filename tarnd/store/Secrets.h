@@ -14,6 +14,9 @@ std::string randomHex(std::size_t bytes);
 /// SHA-256 as 64 lower-case hex digits.
 std::string sha256Hex(std::string_view data);
 
+/// The bytes that the hex digits stand for, as base64.
+std::string base64OfHex(std::string_view hex);
+
 /// Compares without telling by its duration where the first difference is; different lengths are unequal.
 bool equalInConstantTime(std::string_view a, std::string_view b);
 

@@ -12,7 +12,7 @@ constexpr std::int64_t renewInterval = 60 * 1000; // milliseconds
 } // namespace
 
 Upload::Upload(Engine engine, Caller caller, Location location, PutOptions options,
-               std::uint64_t expectedSize, DiskRoom::Claim room)
+               std::optional<std::uint64_t> expectedSize, DiskRoom::Claim room)
     : engine(std::move(engine))
     , caller(std::move(caller))
     , location(std::move(location))
@@ -26,7 +26,8 @@ Upload::Upload(Engine engine, Caller caller, Location location, PutOptions optio
 
 void Upload::write(const void* data, std::size_t size)
 {
-    if (size > expectedSize - writer.size()) throw sentences::sizeDiffers();
+    if (expectedSize && size > *expectedSize - writer.size()) throw sentences::sizeDiffers();
+    room.extendTo(size);
     writer.write(data, size);
     room.use(size);
     if (const auto now = engine.clock(); now - renewed >= renewInterval) {
@@ -37,7 +38,7 @@ void Upload::write(const void* data, std::size_t size)
 
 VersionStamp Upload::commit()
 {
-    if (writer.size() != expectedSize) throw sentences::sizeDiffers();
+    if (expectedSize && writer.size() != *expectedSize) throw sentences::sizeDiffers();
     return enterContent(
         engine, writer, [&](Transaction& transaction, const StoredContent& content, auto& dropped) {
             requireSession(transaction, caller);

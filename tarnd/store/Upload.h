@@ -10,6 +10,8 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
+#include <string>
 
 namespace tarnd {
 
@@ -18,8 +20,8 @@ namespace tarnd {
 class Upload {
 public:
     /// Use Catalog::put, which checks first.
-    Upload(Engine engine, Caller caller, Location location, PutOptions options, std::uint64_t expectedSize,
-           DiskRoom::Claim room);
+    Upload(Engine engine, Caller caller, Location location, PutOptions options,
+           std::optional<std::uint64_t> expectedSize, DiskRoom::Claim room);
 
     /// Appends bytes; the session does not count as idle meanwhile. @throws ServiceError badRequest beyond
     /// the announced length, insufficientStorage, internal
@@ -31,12 +33,15 @@ public:
     /// @throws ServiceError as Catalog::put, badRequest when bytes are missing; then nothing has changed
     VersionStamp commit();
 
+    /// Of the bytes stored, 64 hex digits. @pre commit() has returned
+    const std::string& sha256() const { return writer.sha256(); }
+
 private:
     Engine engine;
     Caller caller;
     Location location;
     PutOptions options;
-    std::uint64_t expectedSize;
+    std::optional<std::uint64_t> expectedSize;
     DiskRoom::Claim room;
     ContentWriter writer;
     std::int64_t renewed; ///< when the session was last kept alive

@@ -126,6 +126,14 @@ TEST_F(DiskTest, AFullDiskRefusesUploadsEarlyAndIsEmptiedThroughTheService)
         EXPECT_EQ(refusal([&] { announce(16 << 20); }), Kind::insufficientStorage) << "both do not fit";
     }
     EXPECT_EQ(refusal([&] { announce(16 << 20); }), std::nullopt) << "the first was given up";
+    const auto endless = store->catalog().put(alice, at("/new"), {}, std::nullopt);
+    const std::string piece(1 << 20, 'x');
+    EXPECT_EQ(refusal([&] {
+                  for (int i = 0; i < 32; ++i)
+                      endless->write(piece.data(), piece.size());
+              }),
+              Kind::insufficientStorage);
+    EXPECT_GE(std::filesystem::space(place.folder).available, keepFree);
 
     std::ofstream filler(place.folder / "filler"); // another program
     while (filler << std::string(4096, 'x') && filler.flush()) {

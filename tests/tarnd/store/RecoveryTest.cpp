@@ -30,6 +30,21 @@ protected:
     }
 };
 
+/// Takes the schema back to what it was before the latest column.
+TEST_F(RecoveryTest, AStoreOfAnEarlierVersionIsBroughtUpToDate)
+{
+    put(alice, at("/f"), "old");
+    store.reset();
+    Database(place.dialect()).write([](Transaction& sql) {
+        sql.run("ALTER TABLE versions DROP COLUMN revision");
+        sql.run("UPDATE meta SET value = '1' WHERE name = 'schema'");
+    });
+    open();
+    EXPECT_EQ(get(alice, at("/f")), "old");
+    const auto id = put(alice, at("/f"), "new").id;
+    EXPECT_EQ(store->catalog().read(alice, at("/f")).tag, id + "-1");
+}
+
 class KilledWriteTest : public RecoveryTest, public testing::WithParamInterface<WriteStep> {
 protected:
     [[noreturn]] void replaceAndDie()

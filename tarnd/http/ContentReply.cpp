@@ -1,0 +1,88 @@
+#include "tarnd/http/ContentReply.h"
+
+#include "tarnd/http/ContentPart.h"
+#include "tarnd/http/Sentences.h"
+#include "tarnd/store/Secrets.h"
+#include "tarnd/store/Sentences.h"
+
+#include <Poco/DateTimeFormat.h>
+#include <Poco/DateTimeFormatter.h>
+
+#include <sys/stat.h>
+
+namespace tarnd {
+
+namespace {
+
+std::string httpDate(std::int64_t milliseconds)
+{
+    constexpr std::int64_t microseconds = 1000;
+    return Poco::DateTimeFormatter::format(Poco::Timestamp(milliseconds * microseconds),
+                                           Poco::DateTimeFormat::HTTP_FORMAT);
+}
+
+/// Only a GET has ranges. An If-Range that does not name this very content asks for all of the present one.
+std::optional<ContentPart> partAskedFor(const Request& request, const std::string& tag, std::uint64_t size)
+{
+    const auto ranges = request.headerValues("Range");
+    const auto conditions = request.headerValues("If-Range");
+    if (request.method() != "GET" || ranges.size() != 1) return {};
+    if (!conditions.empty() && (conditions.size() > 1 || conditions.front() != tag)) return {};
+    return partOf(ranges.front(), size);
+}
+
+void requireSize(const UniqueFd& file, std::uint64_t size)
+{
+    struct stat found {};
+
+    // Otherwise sendfile would wait for the rest until the connection counts as idle.
+    if (fstat(file.get(), &found) != 0 || static_cast<std::uint64_t>(found.st_size) != size)
+        throw sentences::internal.because("a content has " + std::to_string(found.st_size) +
+                                          " bytes instead of " + std::to_string(size) + "; see tarnd fsck");
+}
+
+Reply rangeRefusal(std::uint64_t size)
+{
+    auto reply = errorReply(sentences::rangeOutside());
+    reply.headers.emplace_back("Content-Range", "bytes */" + std::to_string(size));
+    return reply;
+}
+
+} // namespace
+
+std::string digestField(const std::string& sha256)
+{
+    return "sha-256=:" + base64OfHex(sha256) + ":";
+}
+
+Reply contentReply(const Request& request, OpenContent content)
+{
+    const auto size = static_cast<std::uint64_t>(content.size);
+    const auto tag = '"' + content.tag + '"';
+    requireSize(content.fd, size);
+    const auto part = partAskedFor(request, tag, size);
+    if (part && part->size == 0) return rangeRefusal(size);
+
+    const auto digest = digestField(content.sha256);
+    Reply reply;
+    reply.contentType = "application/octet-stream";
+    reply.file = std::move(content.fd);
+    reply.fileSize = size;
+    reply.headers = {{"Accept-Ranges", "bytes"},
+                     {"ETag", tag},
+                     {"Last-Modified", httpDate(content.modified)},
+                     {"Repr-Digest", digest}};
+    if (!part) {
+        reply.headers.emplace_back("Content-Digest", digest);
+        return reply;
+    }
+    reply.status = 206;
+    reply.fileOffset = part->first;
+    reply.fileSize = part->size;
+    reply.headers.emplace_back("Content-Range", "bytes " + std::to_string(part->first) + "-" +
+                                                    std::to_string(part->first + part->size - 1) + "/" +
+                                                    std::to_string(size));
+    return reply;
+}
+
+} // namespace tarnd

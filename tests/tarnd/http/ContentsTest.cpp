@@ -1,0 +1,131 @@
+// Parts of contents, what is told about them, and uploads of unknown length.
+#include "tests/tarnd/http/ServiceTest.h"
+
+#include <regex>
+
+namespace tarnd::test {
+namespace {
+
+class Contents : public ServiceTest {
+protected:
+    Contents() : ServiceTest({"--max-file-size", "1000000"}) {}
+
+    static constexpr auto file = "/service/v1/files/f";
+
+    WireReply ask(const std::string& method, const std::string& headers, const std::string& target = file)
+    {
+        return send(requestText(method, target, alice, {}, headers), method == "HEAD");
+    }
+
+    std::string link()
+    {
+        const auto url = textOf(asAlice("GET", "/service/v1/public/urls/f").body, "PublicAccessUrl");
+        return url.substr(service.url().size());
+    }
+
+    WireReply putChunks(const std::string& chunks)
+    {
+        return send("PUT /service/v1/files/f?createMode=CREATE_OR_UPDATE HTTP/1.1\r\nHost: tarn\r\n"
+                    "x-qz-tarn-session-id: " +
+                    alice + "\r\nTransfer-Encoding: chunked\r\n\r\n" + chunks);
+    }
+};
+
+const std::string digestOfTenDigits = "sha-256=:hNiYd/DUBB77a/kaFvAkjy/Vc+avBcGflr7bn4gveII=:";
+
+TEST_F(Contents, ComeInTheRangeAskedFor)
+{
+    put("/f", "0123456789");
+    put("/empty", "");
+    const auto tag = ask("HEAD", "").headers.at("etag");
+
+    struct Row {
+        std::string headers, body, range; ///< range: empty for the whole with 200, "*" for 416
+    };
+
+    const Row rows[] = {
+        {"bytes=0-0", "0", "0-0"},
+        {"bytes=3-5", "345", "3-5"},
+        {"bytes=7-", "789", "7-9"},
+        {"bytes=-2", "89", "8-9"},
+        {"bytes=-20", "0123456789", "0-9"},
+        {"bytes=8-99999999999999999999999", "89", "8-9"},
+        {"bytes=10-", "", "*"},
+        {"bytes=99999999999999999999999-", "", "*"},
+        {"bytes=-0", "", "*"},
+        {"bytes=0-1,4-5", "0123456789", ""},
+        {"bytes=5-3", "0123456789", ""},
+        {"bytes=-", "0123456789", ""},
+        {"bytes=1", "0123456789", ""},
+        {"bytes= 1-2", "0123456789", ""},
+        {"bytes=+1-2", "0123456789", ""},
+        {"lines=1-2", "0123456789", ""},
+        {"bytes=1-2\r\nRange: bytes=3-4", "0123456789", ""},
+        {"bytes=1-2\r\nIf-Range: " + tag, "12", "1-2"},
+        {"bytes=10-\r\nIf-Range: " + tag, "", "*"},
+        {"bytes=1-2\r\nIf-Range: W/" + tag, "0123456789", ""},
+        {"bytes=1-2\r\nIf-Range: \"other\"", "0123456789", ""},
+        {"bytes=1-2\r\nIf-Range: Wed, 21 Oct 2054 07:28:00 GMT", "0123456789", ""},
+    };
+    for (const auto& target : {std::string(file), link()})
+        for (const auto& [headers, body, range] : rows) {
+            const auto reply = ask("GET", "Range: " + headers + "\r\n", target);
+            const auto told = reply.headers.find("content-range");
+            EXPECT_EQ(reply.status, range.empty() ? 200 : range == "*" ? 416 : 206) << headers;
+            EXPECT_EQ(told == reply.headers.end() ? "" : told->second,
+                      range.empty() ? "" : "bytes " + range + "/10")
+                << headers;
+            EXPECT_EQ(range == "*" ? errorOf(reply) : reply.body,
+                      range == "*" ? "416 The file has no bytes in the range asked for." : body)
+                << headers;
+        }
+    EXPECT_EQ(ask("GET", "Range: bytes=0-\r\n", "/service/v1/files/empty").status, 416);
+    EXPECT_EQ(ask("GET", "Range: bytes=-1\r\n", "/service/v1/files/empty").status, 200);
+}
+
+TEST_F(Contents, AreDescribedByTheirHeaders)
+{
+    put("/f", "0123456789");
+    auto whole = ask("GET", "").headers;
+    EXPECT_EQ(whole.at("accept-ranges"), "bytes");
+    EXPECT_EQ(whole.at("content-digest"), digestOfTenDigits);
+    EXPECT_EQ(whole.at("repr-digest"), digestOfTenDigits);
+    EXPECT_TRUE(std::regex_match(whole.at("last-modified"), std::regex("..., .. ... .... ..:..:.. GMT")));
+    EXPECT_EQ(ask("HEAD", "Range: bytes=1-2\r\n").headers, whole);
+    const auto part = ask("GET", "Range: bytes=1-2\r\n").headers;
+    EXPECT_EQ(part.count("content-digest"), 0U) << "it would be that of the part";
+    EXPECT_EQ(part.at("repr-digest"), digestOfTenDigits);
+    EXPECT_EQ(ask("HEAD", "", "/service/v1/files/none").status, 404);
+
+    const auto versions = asAlice("GET", "/service/v1/versions/files/f").body;
+    EXPECT_EQ(whole.at("etag"), '"' + textOf(versions, "VersionId") + '"');
+    put("/f", "other, under the same version");
+    EXPECT_NE(ask("HEAD", "").headers.at("etag"), whole.at("etag"));
+}
+
+TEST_F(Contents, MayComeInWithoutALength)
+{
+    const auto stored = putChunks("3\r\n012\r\n7;x=y\r\n3456789\r\n0\r\n\r\n");
+    EXPECT_EQ(stored.status, 200);
+    EXPECT_EQ(stored.headers.at("content-digest"), digestOfTenDigits);
+    const auto large = "f000\r\n" + std::string(0xf000, 'x') + "\r\n";
+    std::string tooLarge;
+    for (int i = 0; i < 17; ++i)
+        tooLarge += large;
+    EXPECT_EQ(errorOf(putChunks(tooLarge + "0\r\n\r\n")),
+              "413 The file is larger than this service accepts.");
+    {
+        Wire cut(service.port());
+        cut.send(
+            "PUT /service/v1/files/f?createMode=UPDATE HTTP/1.1\r\nHost: tarn\r\nx-qz-tarn-session-id: " +
+            alice + "\r\nTransfer-Encoding: chunked\r\n\r\n3\r\nabc\r\n");
+        cut.endOfRequest();
+        cut.rest();
+    }
+    EXPECT_EQ(ask("GET", "").body, "0123456789");
+    EXPECT_EQ(asAlice("PUT", "/service/v1/files/f?createMode=UPDATE", "0123456789").headers.at("repr-digest"),
+              digestOfTenDigits);
+}
+
+} // namespace
+} // namespace tarnd::test
