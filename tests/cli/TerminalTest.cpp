@@ -1,7 +1,9 @@
 // At a terminal: the token is not shown, and the bar comes and goes.
 #include "tests/cli/Shell.h"
+#include "tests/support/FaultServer.h"
 
 #include <gmock/gmock.h>
+#include <latch>
 #include <poll.h>
 #include <pty.h>
 #include <sys/wait.h>
@@ -10,6 +12,9 @@
 namespace tarncli::test {
 namespace {
 
+using connector::host::test::Ending;
+using connector::host::test::FaultServer;
+using connector::host::test::truthOf;
 using tarnd::test::TarndProcess;
 using testing::HasSubstr;
 using testing::Not;
@@ -26,6 +31,7 @@ public:
         winsize size{24, 100, 0, 0};
         child = forkpty(&fd, nullptr, nullptr, &size);
         if (child == 0) {
+            alarm(120); // outlasts exec: what hangs is ended
             execv(arguments[0], arguments.data());
             _exit(127);
         }
@@ -107,10 +113,21 @@ TEST_F(TerminalTest, CtrlCAtThePromptGivesTheEchoBack)
 
 TEST_F(TerminalTest, ShowsABarWhileItStoresAndTakesItAway)
 {
-    ASSERT_EQ(shell.run("printf %s \"$1\" | tarn login alice && truncate -s 300M big", {token}).exitCode, 0);
-    Terminal terminal(shell.commandLine("exec tarn put big /big"));
+    std::latch shown(1);
+    const FaultServer server({"answers late", Ending::truth,
+                              [&](auto& connection, const auto& reply) {
+                                  shown.wait();
+                                  connection.send(reply.head + reply.body);
+                              }},
+                             truthOf(service.port()),
+                             [](const std::string& request) { return request.starts_with("PUT "); });
+    shell.set("TARN_ENDPOINT", server.url());
+    shell.set("TARN_USER", "alice");
+    shell.set("TARN_TOKEN", token);
+    Terminal terminal(shell.commandLine("truncate -s 3M big && exec tarn put big /big"));
+    EXPECT_TRUE(terminal.shows("of 3.0 MiB")) << terminal.shown;
+    shown.count_down();
     EXPECT_EQ(terminal.finish(), 0) << terminal.shown;
-    EXPECT_THAT(terminal.shown, testing::ContainsRegex("Storing  .*of 300 MiB"));
     const auto lastBar = terminal.shown.rfind("Storing  ");
     EXPECT_NE(terminal.shown.find("\r\033[K", lastBar), std::string::npos);
     EXPECT_THAT(shell.tarn({"put", "-f", "big", "/big"}).err, Not(HasSubstr("\033")));
