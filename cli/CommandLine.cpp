@@ -43,6 +43,7 @@ public:
 
     void operator()(unsigned* target) const
     {
+        // Not 0: with no transfer at a time nothing would ever end.
         ruled(verb.add_option(option.names, *target, option.help))->check(CLI::Range(1u, option.rules.most));
     }
 
@@ -75,8 +76,8 @@ class Parser {
 public:
     explicit Parser(const std::vector<Verb>& all)
     {
-        app.require_subcommand(0, 1);
-        app.fallthrough();
+        app.require_subcommand(0, 1); // none shows the help, which the parser would call an error
+        app.fallthrough();            // --json and the like may stand behind the verb, too
         app.footer(mainFooter);
         app.set_version_flag("--version", "tarn 0.1.0");
         auto& service = command.connection.service;
@@ -85,10 +86,12 @@ public:
         app.add_option("--ca-file", service.caFile,
                        "Certificates (PEM) of the authorities to trust instead of the system's")
             ->type_name("FILE");
-        app.add_option("--proxy", service.proxy, "Proxy to go through, or none")->type_name("URL");
-        app.add_flag("--insecure", service.insecure, "Send the token over http:// to other machines, too");
+        app.add_option("--proxy", service.proxy, "Proxy to use; \"none\" for a direct connection")
+            ->type_name("URL");
+        app.add_flag("--insecure", service.insecure,
+                     "Allow http:// to other machines, which sends the token unencrypted");
         app.add_option("--timeout", command.connection.timeout,
-                       "How long a service may keep still; default: 30, and 300 before it replies")
+                       "How long the service may stay silent; default: 30, or 300 before its reply begins")
             ->check(CLI::Range(1u, 86'400u))
             ->type_name("SECONDS");
         app.add_flag("--json", command.json, "Write results and errors as JSON");
@@ -142,6 +145,7 @@ private:
         const auto extras = app.remaining();
         if (extras.empty()) return;
         const auto& extra = extras.front();
+        // Behind a verb, or with a dash in front, it was not meant as a verb.
         const auto verbsGiven = app.get_subcommands();
         if (!verbsGiven.empty() || extra.starts_with('-'))
             throw usageError("\"" + escaped(extra) + "\" is not expected here; see `tarn " +

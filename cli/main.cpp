@@ -39,6 +39,7 @@ int main(int argc, char** argv)
     try {
         command = parseCommandLine(allVerbs(), argc, argv);
     } catch (const Failure& failure) {
+        // Nothing was understood, but a script that asked for JSON must be able to read even this.
         const bool json = std::find(argv, argv + argc, std::string_view("--json")) != argv + argc;
         Output(json, Output::Verbosity::normal).error(failure);
         return static_cast<int>(failure.code());

@@ -14,6 +14,7 @@ std::string environmentVariable(const char* name)
 
 std::string loginName()
 {
+    // In a container one may well run under an id that has no name.
     const auto* entry = getpwuid(getuid());
     return entry == nullptr ? "me" : entry->pw_name;
 }

@@ -14,6 +14,7 @@ FileDescriptor lockFile(const std::filesystem::path& file)
     makePrivateFolder(file.parent_path());
     FileDescriptor fd(::open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
     if (!fd) throwErrno("Could not open", file);
+    // Not fcntl(): its lock is gone as soon as the process closes any descriptor of the same file.
     while (::flock(fd.get(), LOCK_EX) != 0)
         if (errno != EINTR) throwErrno("Could not lock", file);
     return fd;

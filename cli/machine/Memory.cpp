@@ -24,6 +24,7 @@ std::uint64_t readKilobytes(const char* file, const std::string& key)
     return unlimited;
 }
 
+/// Under `ulimit -v` allocations fail however much memory the machine has.
 std::uint64_t leftOfAddressSpace()
 {
     rlimit limit{};
@@ -36,6 +37,7 @@ std::uint64_t leftOfAddressSpace()
 
 std::uint64_t availableMemory()
 {
+    // Available rather than free: most of what is not free is cache, which gives way.
     return std::min(readKilobytes("/proc/meminfo", "MemAvailable"), leftOfAddressSpace());
 }
 

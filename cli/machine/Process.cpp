@@ -65,7 +65,7 @@ Detached startChild(const std::vector<std::string>& commandLine, const fs::path&
     auto pipe = makePipe();
     const FileDescriptor err(open(log.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600));
     if (!err) throwErrno("Could not write", log);
-    const auto arguments = argumentsOf(commandLine);
+    const auto arguments = argumentsOf(commandLine); // before fork(): afterwards nothing may be allocated
     const pid_t child = fork();
     if (child < 0) throwErrno("Could not start", commandLine.front());
     if (child == 0) become(arguments.data(), pipe.writer.get(), err.get(), detached);
@@ -79,8 +79,9 @@ bool isProgram(const fs::path& file)
 
 bool waitUntilGone(pid_t pid, std::chrono::milliseconds limit)
 {
+    // A descriptor of the process wakes at its end, and goes on meaning it when its number is used again.
     const FileDescriptor handle(static_cast<int>(syscall(SYS_pidfd_open, pid, 0)));
-    if (!handle) return true;
+    if (!handle) return true; // gone already
     pollfd waiting{handle.get(), POLLIN, 0};
     return poll(&waiting, 1, static_cast<int>(limit.count())) > 0;
 }
@@ -131,7 +132,7 @@ std::string readLine(const FileDescriptor& stream, std::chrono::seconds limit)
         pollfd waiting{stream.get(), POLLIN, 0};
         char c = 0;
         if (left <= 0ms || poll(&waiting, 1, static_cast<int>(left.count())) == 0) return {};
-        if (read(stream.get(), &c, 1) <= 0) return {};
+        if (read(stream.get(), &c, 1) <= 0) return {}; // byte by byte: what follows the line stays unread
         if (c == '\n') return line;
         line += c;
     }

@@ -14,7 +14,7 @@ namespace tarncli {
 inline void requireTold(bool told, const std::string& what)
 {
     if (!told)
-        throw Failure(ExitCode::failure, "The answer of the service lacks " + what +
+        throw Failure(ExitCode::failure, "The service's answer lacks " + what +
                                              ". Check that the endpoint is that of a Tarn service.");
 }
 
@@ -22,7 +22,7 @@ inline void requireTold(bool told, const std::string& what)
 inline void requireConfirmed(bool confirmed, const std::string& what)
 {
     if (!confirmed)
-        throw Failure(ExitCode::failure, "The answer of the service lacks " + what + ". " + unknownOutcome);
+        throw Failure(ExitCode::failure, "The service's answer lacks " + what + ". " + unknownOutcome);
 }
 
 } // namespace tarncli

@@ -34,7 +34,7 @@ std::uint64_t sizeOfVersion(Connection& connection, const RemotePath& file, cons
 
 SizeDiffers::SizeDiffers(std::uint64_t arrived, std::uint64_t told)
     : Failure(ExitCode::failure, "The service sent " + std::to_string(arrived) +
-                                     " bytes of a content that has " + std::to_string(told) + ".")
+                                     " bytes of a file that has " + std::to_string(told) + ".")
 {
 }
 

@@ -18,7 +18,7 @@ std::vector<Permission> listGrants(Connection& connection, const std::string& pa
         return answer->permissions;
     };
     if (path.empty()) return list({});
-    const auto item = RemotePath::parse(path);
+    const auto item = RemotePath::parse(path); // sent in the query, where any name can stand
     return naming(item, [&] { return list(item); });
 }
 

@@ -20,6 +20,7 @@ void refuseBadNames(const std::string& text, std::string_view path)
         path.remove_prefix(name.size());
         if (name.empty())
             throw usageError("The remote path " + quote(text) + " contains an empty name (\"//\").");
+        // Proxies on the way resolve these, or do not: the service would be asked for another item.
         if (name == "." || name == "..")
             throw usageError("The remote path " + quote(text) + " contains \"" + std::string(name) +
                              "\"; write it out from the root.");
@@ -83,6 +84,7 @@ RemotePath addressable(const std::string& text)
 std::string whyNotAddressable(std::string_view name)
 {
     if (!isValidUtf8(name)) return "The name is not valid UTF-8.";
+    // The library puts paths into URLs with these two as they are, and the URL's path ends there.
     for (const char c : {'?', '#'})
         if (name.find(c) != std::string_view::npos)
             return std::string("The service cannot be asked for names with '") + c +

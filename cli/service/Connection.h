@@ -17,7 +17,7 @@ class Output;
 struct ConnectionOptions {
     ServiceFlags service;
     unsigned inFlight = 4;
-    unsigned timeout = 0; ///< seconds that the service may keep still; 0: not told
+    unsigned timeout = 0; ///< seconds that the service may stay silent; 0: not told
 };
 
 /// The service that flags, environment and configuration file name. @throws Failure (usage)

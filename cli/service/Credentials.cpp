@@ -30,7 +30,7 @@ std::string hashOf(const std::string& text)
 std::string fileName(const std::string& text)
 {
     std::string readable;
-    for (const char c : text.substr(0, 80))
+    for (const char c : text.substr(0, 80)) // a file name ends at 255 bytes, an endpoint need not
         readable += std::isalnum(static_cast<unsigned char>(c)) != 0 ? c : '-';
     return readable + "-" + hashOf(text);
 }
@@ -98,6 +98,7 @@ void CredentialStore::save(const Credentials& credentials) const
 
 bool CredentialStore::remove(const std::string& user) const
 {
+    // The name first: interrupted in between, this must not leave the name of a user without credentials.
     std::error_code error;
     if (lastUser() == user) std::filesystem::remove(folder / lastUserFile, error);
     const bool removed = !error && std::filesystem::remove(file(user), error);

@@ -10,6 +10,7 @@ namespace tarncli {
 
 namespace {
 
+/// What no URL has to escape: paths are appended to the endpoint as it stands.
 constexpr std::string_view unreserved = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-._~";
 
 bool isPort(std::string_view text)

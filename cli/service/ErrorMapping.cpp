@@ -26,6 +26,7 @@ struct Row {
     Match match = Match::whole;
 };
 
+/// The service sends fixed sentences and no codes; one that holds a name is known by its beginning.
 constexpr Row rows[] = {
     {answers::notFound, ExitCode::notFound, "Check the path with `tarn ls`."},
     {"The folder \"", ExitCode::notFound, "Make it first with `tarn mkdir -p`.", Match::start},
@@ -138,7 +139,7 @@ bool isAnswer(const std::exception_ptr& error, std::string_view sentence)
     try {
         std::rethrow_exception(error);
     } catch (const Failure&) {
-        return false;
+        return false; // our own words, even where they quote the service's
     } catch (const std::exception& failure) {
         return failure.what() == sentence;
     } catch (...) {

@@ -18,8 +18,7 @@ inline constexpr std::string_view isFile = "The path names a file, not a folder.
 } // namespace answers
 
 /// What a message about a change ends with when nobody knows whether it was made.
-inline constexpr const char* unknownOutcome =
-    "No answer says whether it was done: look before you do it again.";
+inline constexpr const char* unknownOutcome = "It may or may not have been done; check before you try again.";
 
 /// The failure behind any exception of a request or of this program.
 ///

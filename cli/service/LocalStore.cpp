@@ -109,6 +109,7 @@ std::optional<LocalStore::Server> LocalStore::server() const
 
 LocalStore::Access LocalStore::ensureRunning(const std::function<void(const std::string&)>& told)
 {
+    // Without the lock first: nearly every command finds a server that runs.
     const auto account = readAccount();
     auto found = server();
     if (account && found && found->answers) return {found->url, account->user, account->token};
@@ -167,6 +168,7 @@ bool LocalStore::stop()
     const auto lock = lockFile(data / "local.lock");
     const auto owner = lockOwner(data / "lock");
     if (!owner) return false;
+    // The kernel names no process of this machine: there is none that could be told to end.
     if (*owner <= 0)
         throw Failure(ExitCode::failure,
                       "The local store in " + escaped(data.string()) +

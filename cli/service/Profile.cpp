@@ -58,6 +58,7 @@ Profile readProfile(const std::filesystem::path& file, const toml::node& node)
     for (const auto& [key, value] : *table)
         readKey(file, profile, key, value);
     if (profile.endpoint.empty()) throw fileError(file, node.source(), "this profile needs an endpoint.");
+    // Relative to the file that names it: where a command is run from must not change whom it trusts.
     if (!profile.caFile.empty()) profile.caFile = (file.parent_path() / profile.caFile).string();
     return profile;
 }
@@ -123,6 +124,7 @@ Told firstOf(std::initializer_list<Told> all)
 void requireSafe(const Service& service)
 {
     if (service.insecure || service.endpoint.starts_with("https:") || isLoopback(service.endpoint)) return;
+    // Before anything is sent: a redirect to https:// would come too late for the token.
     throw usageError("Your token would travel unencrypted to " + service.endpoint +
                      ", where others could read it. Use its https:// address, or insist with --insecure.");
 }

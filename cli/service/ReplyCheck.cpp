@@ -53,8 +53,7 @@ std::string whyNotTarn(const connector::host::ReceivedReply& reply)
     if (isTarn(reply)) return {};
     return "what answers there, with status " + std::to_string(reply.status) +
            ", does not look like a Tarn service. Check the endpoint; a proxy or the login page of a network "
-           "may "
-           "have answered in its place.";
+           "may have answered in its place.";
 }
 
 } // namespace tarncli

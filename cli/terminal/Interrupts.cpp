@@ -43,6 +43,7 @@ void handleInterrupts()
         sigaddset(&signals, signal);
     pthread_sigmask(SIG_BLOCK, &signals, nullptr);
     guards();
+    // A thread that waits may take locks and call anything, which a signal handler may not.
     std::thread([signals] { endAtSignal(signals); }).detach();
 }
 

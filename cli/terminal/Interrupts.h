@@ -10,8 +10,8 @@ namespace tarncli {
 /// Call it first of all, while there is one thread.
 void handleInterrupts();
 
-/// What must be undone when the program is interrupted while this object lives,
-/// such as deleting a temporary file.
+/// What must be undone when the program is interrupted while this object lives, such as deleting a
+/// temporary file.
 ///
 /// The function runs on the thread that waits for signals, under the lock that also makes and destroys
 /// guards: it must not make one, and must not wait for anything that does.

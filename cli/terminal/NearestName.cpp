@@ -28,6 +28,7 @@ std::size_t distance(std::string_view from, std::string_view to)
 std::string nearestName(std::string_view text, const std::vector<std::string>& names)
 {
     std::string nearest;
+    // Half of the letters may be wrong; a distance as long as the longer word means nothing in common.
     auto best = std::max<std::size_t>(2, text.size() / 2) + 1;
     for (const auto& name : names)
         if (const auto d = distance(text, name); d < best && d < std::max(text.size(), name.size())) {

@@ -13,9 +13,11 @@ namespace {
 
 std::string dumped(const nlohmann::json& document)
 {
+    // Names need not be valid UTF-8, and a document without them is better than none.
     return document.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace) + "\n";
 }
 
+/// As programs in a pipe end: silently, and with the status that the shell knows.
 [[noreturn]] void endByBrokenPipe()
 {
     std::signal(SIGPIPE, SIG_DFL);

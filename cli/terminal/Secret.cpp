@@ -22,8 +22,9 @@ public:
         termios silent = before;
         silent.c_lflag &= ~static_cast<tcflag_t>(ECHO);
         silent.c_lflag |= ECHONL;
+        // Before the echo goes, so that Ctrl-C finds it at any moment.
         guard.emplace([this] { restore(); });
-        tcsetattr(STDIN_FILENO, TCSAFLUSH, &silent);
+        tcsetattr(STDIN_FILENO, TCSAFLUSH, &silent); // drops what was typed before the prompt
     }
 
     ~EchoOff() { restore(); }

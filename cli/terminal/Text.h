@@ -20,8 +20,7 @@ std::string escaped(std::string_view text);
 /// Columns that `text` takes on a terminal.
 int displayWidth(std::string_view text);
 
-/// The longest start of `text` that takes at most `columns`,
-/// marked with an ellipsis when something is left out.
+/// The longest start of `text` that takes at most `columns`, marked with an ellipsis when something is left out.
 std::string cutToWidth(std::string_view text, int columns);
 
 } // namespace tarncli

@@ -31,6 +31,7 @@ Failure exists(const std::string& shown)
     return {ExitCode::conflict, escaped(shown) + " exists already; use --force to replace it."};
 }
 
+/// In the same folder, since a file cannot be renamed from one file system to another.
 std::string temporaryName()
 {
     static std::atomic<unsigned> counter{0};
@@ -108,6 +109,8 @@ std::shared_ptr<const DownloadFolder> DownloadFolder::make(const fs::path& path)
     return open(path);
 }
 
+/// Opened for each use: a tree may have more folders than a process may have descriptors. Name by name and without
+/// following links, since a folder may be swapped for a link while files arrive.
 FileDescriptor DownloadFolder::descriptor() const
 {
     if (!parent) return FileDescriptor(::open(path.c_str(), folderFlags));

@@ -37,7 +37,7 @@ DataBuffer allocated(const fs::path& file, std::uint64_t size)
 {
     if (size == 0) return {};
     requireMemory(escaped(file.string()), size);
-    void* memory = std::malloc(size);
+    void* memory = std::malloc(size); // the buffer frees what it owns with free()
     if (memory == nullptr)
         throw Failure(ExitCode::failure,
                       "There is not enough memory to read " + escaped(file.string()) + ".");

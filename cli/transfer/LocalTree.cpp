@@ -37,6 +37,7 @@ private:
         const auto name = item.path().filename().string();
         const auto place = below.empty() ? name : below + "/" + name;
         const auto status = item.symlink_status(error);
+        // A link may lead out of the tree, or round in circles.
         if (fs::is_symlink(status)) return skip(item.path(), "symbolic links are not followed");
         if (!error && !fs::is_directory(status) && !fs::is_regular_file(status))
             return skip(item.path(), "it is neither a file nor a folder");

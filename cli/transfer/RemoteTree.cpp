@@ -32,11 +32,11 @@ private:
 
     void add(RemoteFolder& folder, int depth)
     {
-        auto reply = std::make_shared<Reply>();
+        auto reply = std::make_shared<Reply>(); // outlives this when the reply comes after all was given up
         Transfer transfer;
         transfer.what = folder.where.quoted();
         transfer.start = [this, reply, where = folder.where, name = folder.name, depth] {
-            requireUsable(name, where, depth);
+            requireUsable(name, where, depth); // here, so that only this folder fails
             return requestListing(connection, where).then([reply](Future<Reply>&& listed) {
                 *reply = listed.get();
                 return true;

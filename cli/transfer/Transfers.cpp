@@ -71,6 +71,7 @@ TransferReport Transfers::run()
     while (inFlight > 0 || !waiting.empty()) {
         while (mayStart())
             startNext();
+        // Not until a reply comes: the bar has to move while large contents travel.
         for (auto& [entry, error] : settled->take(std::chrono::milliseconds(100)))
             settle(std::move(entry), error);
         out.progress().update(connection.transferredBytes(), report.done);
@@ -145,16 +146,18 @@ void Transfers::repeat(std::unique_ptr<Entry> entry)
         return;
     }
     entry->repeated = true;
-    waiting.push_front(std::move(*entry));
+    waiting.push_front(std::move(*entry)); // ahead of the others: its turn had come
 }
 
 void Transfers::fail(const Entry& entry, const Failure& failure)
 {
     const auto told = about(entry.transfer.what, failure);
+    // One alone is told by the caller, as the failure of the whole command.
     if (added > 1) out.warning(told.what());
     report.failed.push_back({entry.transfer.what, told, added > 1});
 }
 
+/// Each further request would wait for the same silence, or be refused for the same session.
 void Transfers::giveUp()
 {
     abandoned = true;

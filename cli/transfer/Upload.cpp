@@ -222,6 +222,7 @@ UploadReport Uploader::run()
 Future<bool> Uploader::send(const Upload& upload)
 {
     requireStorable(connection, upload.remote, upload.exists, existing);
+    // Read only now, when its turn has come: what waits takes no memory.
     return store(connection, upload.remote, readLocalFile(upload.local, upload.symlinks), existing,
                  upload.exists);
 }
@@ -242,7 +243,7 @@ void Uploader::skip(const fs::path& local, const std::string& reason)
 void uploadStandardInput(Connection& connection, const RemotePath& target, Existing existing, bool exists,
                          std::uint64_t& bytes)
 {
-    requireStorable(connection, target, exists, existing);
+    requireStorable(connection, target, exists, existing); // before the input is used up
     auto content = readStandardInput();
     bytes = content.size;
     // What was read cannot be read again: should the session have ended meanwhile, it is renewed before.

@@ -14,7 +14,7 @@ using nlohmann::json;
 
 void listAll(const Invocation& invocation, const std::string& path)
 {
-    if (!path.empty()) RemotePath::parse(path);
+    if (!path.empty()) RemotePath::parse(path); // refused before a connection is made
     auto connection = invocation.connect();
     using enum Table::Align;
     Table table({left, left, left, left, left}, {"ID", "USER", "ACCESS", "STATUS", "PATH"});

@@ -18,7 +18,7 @@ std::string stateOf(const std::optional<LocalStore::Server>& server)
 
 void showStatus(const Invocation& invocation)
 {
-    const LocalStore store;
+    const LocalStore store; // rather than a connection, which would start it
     const auto server = store.server();
     nlohmann::json document{{"running", server.has_value()}, {"data", store.dataFolder().string()}};
     if (server) {

@@ -9,6 +9,7 @@ namespace {
 void logOut(const Invocation& invocation)
 {
     auto& out = invocation.out;
+    // Not connect(), which would log in where no session is left.
     Connection connection(invocation.connection, out);
     const bool wasLoggedIn = connection.logout();
     out.message(wasLoggedIn ? "Logged out of " + connection.serviceName() + "."

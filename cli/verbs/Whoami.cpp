@@ -62,7 +62,7 @@ void showIdentity(const Invocation& invocation)
 Verb whoami()
 {
     return {.name = "whoami",
-            .summary = "Tell who you are, where, and from where that is known",
+            .summary = "Show who you are, on which service, and how that is known",
             .examples =
                 "  tarn whoami\n"
                 "  tarn --profile work whoami\n"
