@@ -91,10 +91,6 @@ const std::vector<Case> cases = {
 TEST(AccessControl, SendsEachRequestAndReadsItsReply)
 {
     expectExchanges<Bench>(cases);
-}
-
-TEST(AccessControl, SendsNothingWithoutSessionOrConnector)
-{
     expectRefusals(cases);
 }
 

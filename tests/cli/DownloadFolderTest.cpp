@@ -1,8 +1,8 @@
 // What a service names must stay inside the folder that the user chose, and no half file may be seen.
 #include "cli/transfer/DownloadFolder.h"
 #include "cli/terminal/Failure.h"
+#include "tests/cli/Shell.h"
 
-#include <fstream>
 #include <gmock/gmock.h>
 
 namespace tarncli {
@@ -14,19 +14,9 @@ class DownloadFolderTest : public testing::Test {
 protected:
     DownloadFolderTest()
     {
-        auto name = (fs::temp_directory_path() / "tarn-download-test-XXXXXX").string();
-        base = mkdtemp(name.data());
         fs::create_directories(base / "in");
         fs::create_directories(base / "outside");
         folder = DownloadFolder::open(base / "in");
-    }
-
-    ~DownloadFolderTest() override { fs::remove_all(base); }
-
-    std::string read(const fs::path& below) const
-    {
-        std::ifstream file(base / below);
-        return {std::istreambuf_iterator<char>(file), {}};
     }
 
     std::ptrdiff_t entries(const fs::path& below) const
@@ -34,7 +24,8 @@ protected:
         return std::distance(fs::directory_iterator(base / below), {});
     }
 
-    fs::path base;
+    test::Shell shell;
+    const fs::path base = shell.work();
     std::shared_ptr<const DownloadFolder> folder;
 };
 
@@ -62,12 +53,12 @@ TEST_F(DownloadFolderTest, FollowsNoLinkBelowIt)
 
 TEST_F(DownloadFolderTest, ReplacesALinkInsteadOfWritingThroughIt)
 {
-    std::ofstream(base / "outside/precious") << "old";
+    shell.write("outside/precious", "old");
     fs::create_symlink(base / "outside/precious", base / "in/x");
     EXPECT_THROW(folder->store("x", "new", Overwrite::refuse), Failure);
     folder->store("x", "new", Overwrite::replace);
-    EXPECT_EQ(read("outside/precious"), "old");
-    EXPECT_EQ(read("in/x"), "new");
+    EXPECT_EQ(shell.read("outside/precious"), "old");
+    EXPECT_EQ(shell.read("in/x"), "new");
 }
 
 TEST_F(DownloadFolderTest, LeavesNothingWhereItCannotFinish)
@@ -76,7 +67,7 @@ TEST_F(DownloadFolderTest, LeavesNothingWhereItCannotFinish)
     EXPECT_THROW(folder->store("taken", "x", Overwrite::replace), Failure);
     folder->store("file", "old", Overwrite::refuse);
     EXPECT_THROW(folder->store("file", "new", Overwrite::refuse), Failure);
-    EXPECT_EQ(read("in/file"), "old");
+    EXPECT_EQ(shell.read("in/file"), "old");
     EXPECT_EQ(entries("in"), 2);
 }
 

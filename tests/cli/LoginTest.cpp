@@ -120,17 +120,6 @@ TEST_F(LoginTest, TellsWhoOneIsWhereAndFromWhere)
     EXPECT_FALSE(fs::exists(shell.home() / ".local/share/tarn")); // and does not start it
 }
 
-TEST_F(LoginTest, TakesUserAndEndpointFromAProfile)
-{
-    const auto config = shell.home() / ".config/tarn";
-    fs::create_directories(config);
-    std::ofstream(config / "config.toml")
-        << "[profiles.work]\nendpoint = \"" << service.url() << "\"\nuser = \"alice\"\n";
-    shell.set("TARN_ENDPOINT", "");
-    EXPECT_EQ(shell.run("printf %s \"$1\" | tarn --profile work login", {token}).exitCode, 0);
-    EXPECT_THAT(shell.tarn({"--profile", "work", "ping"}).out, HasSubstr(service.url()));
-}
-
 /// A service with a certificate that no authority of the system has signed.
 TEST(Authorities, AreThoseThatTheUserNames)
 {
@@ -151,6 +140,10 @@ TEST(Authorities, AreThoseThatTheUserNames)
     EXPECT_EQ(unknown.exitCode, 7);
     EXPECT_THAT(unknown.err, HasSubstr("--ca-file"));
     EXPECT_EQ(shell.tarn({"--ca-file", "ca.pem", "ls"}).exitCode, 0);
+    const auto elsewhere =
+        "https://localhost:" + std::to_string(service.port()); // not whom it was made out to
+    EXPECT_THAT(shell.tarn({"--ca-file", "ca.pem", "--endpoint", elsewhere, "ls"}).err,
+                HasSubstr("no alternative certificate subject name"));
     EXPECT_EQ(shell.run("SSL_CERT_FILE=$PWD/ca.pem tarn ls").exitCode, 0);
     EXPECT_THAT(shell.tarn({"--ca-file", "none.pem", "ls"}).err, HasSubstr("none.pem: No such file"));
     fs::create_directories(shell.home() / ".config/tarn");

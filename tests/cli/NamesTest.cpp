@@ -1,9 +1,7 @@
-// What the user may write as a path, an endpoint or a verb: a slip must be told,
-// never sent as something else.
+// What the user may write as a path or an endpoint: a slip must be told, never sent as something else.
 #include "cli/remote/RemotePath.h"
 #include "cli/service/Endpoint.h"
 #include "cli/terminal/Failure.h"
-#include "cli/terminal/NearestName.h"
 
 #include <gmock/gmock.h>
 
@@ -78,15 +76,6 @@ TEST(Endpoint, AcceptsOnlyWhatSurvivesInAUrl)
                             "http://a@h", "http://h?x", "http://h/#", "http://h:0", "http://h:99999",
                             "http://h:x", "http://h/a b", "http://h/%20", "HTTP//h"})
         EXPECT_THAT(refusal([bad] { checkedEndpoint(bad); }), HasSubstr("cannot be used")) << bad;
-}
-
-TEST(NearestName, FindsTheVerbThatWasMeant)
-{
-    const std::vector<std::string> verbs{"ls", "put", "get", "mkdir", "grant", "grants", "versions"};
-    EXPECT_EQ(nearestName("lst", verbs), "ls");
-    EXPECT_EQ(nearestName("mdkir", verbs), "mkdir");
-    EXPECT_EQ(nearestName("version", verbs), "versions");
-    EXPECT_EQ(nearestName("frobnicate", verbs), "");
 }
 
 } // namespace

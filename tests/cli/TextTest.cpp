@@ -1,10 +1,8 @@
 // What reaches a terminal: names that command it, columns that do not line up, a bar that wraps.
 #include "cli/terminal/Text.h"
-#include "cli/service/ErrorMapping.h"
 #include "cli/terminal/ProgressBar.h"
 #include "cli/terminal/Quantities.h"
 #include "cli/terminal/Table.h"
-#include "tarnhost/TransportError.h"
 
 #include <gmock/gmock.h>
 
@@ -59,52 +57,6 @@ TEST(ProgressLine, LeavesOutWhatDoesNotFit)
     EXPECT_EQ(progressLine(progress, 50), "Storing  [#####---------------] 25%");
     EXPECT_EQ(progressLine(progress, 4), "Sto…");
     EXPECT_EQ(progressLine({"Storing", 0, 0, 0, 0, 0}, 80), "Storing  [--------------------]  0%");
-}
-
-struct Mapped {
-    const char* sentence;
-    ExitCode code;
-    const char* shown;
-};
-
-TEST(ErrorMapping, FindsTheExitCodeInTheServicesSentence)
-{
-    const Mapped rows[] = {
-        {"File not found.", ExitCode::notFound, "tarn ls"},
-        {"The folder \"/a\" does not exist.", ExitCode::notFound, "mkdir -p"},
-        {"There is no user named \"eve\".", ExitCode::notFound, "--pending"},
-        {"The authentication token is not valid.", ExitCode::notLoggedIn, "tarn login"},
-        {"Your session has ended. Log in again.", ExitCode::notLoggedIn, "tarn login"},
-        {"You may read this item but not change or share it.", ExitCode::notAllowed, ""},
-        {"The file already exists.", ExitCode::conflict, "--force"},
-        {"The folder is not empty.", ExitCode::conflict, "rm -r"},
-        {"The path is not valid: a name is empty.", ExitCode::usage, "a name is empty"},
-        {"Something new.", ExitCode::failure, "Something new."},
-        {"No.\n\x1b[31m\u009b31m\u202e", ExitCode::failure, "No.\\n\\u{1b}[31m\\u{9b}31m\\u{202e}"},
-        {"TARN error: <html>", ExitCode::failure, "endpoint"},
-        {"Unknown error.", ExitCode::failure, "endpoint"},
-        {"stoull", ExitCode::failure, "endpoint"},
-    };
-    for (const auto& row : rows) {
-        const auto failure = explain(std::make_exception_ptr(std::runtime_error(row.sentence)));
-        EXPECT_EQ(failure.code(), row.code) << row.sentence;
-        EXPECT_THAT(failure.what(), testing::HasSubstr(row.shown));
-    }
-}
-
-TEST(ErrorMapping, TellsALostConnectionFromARequestThatFailed)
-{
-    using connector::host::TransportError;
-    using connector::host::TransportPhase;
-    const auto refused = std::make_exception_ptr(
-        TransportError(TransportPhase::connect, "http://h:1/x", "h:1", "Connection refused"));
-    const auto broken =
-        std::make_exception_ptr(TransportError(TransportPhase::exchange, "http://h:1/x", "h:1", "reset"));
-    EXPECT_EQ(explain(refused).code(), ExitCode::unreachable);
-    EXPECT_STREQ(explain(refused).what(), "Could not connect to h:1: Connection refused.");
-    EXPECT_EQ(explain(broken).code(), ExitCode::unreachable);
-    EXPECT_TRUE(isServiceGone(refused));
-    EXPECT_FALSE(isServiceGone(broken));
 }
 
 } // namespace

@@ -108,14 +108,14 @@ const std::vector<Case> cases = {
     {"read the current version whatever the label",
      [](auto& c) { return watch(c.readFile(versioned<FileRead>(u"/a", "", 7))); },
      "get http://host/service/v1/files/a" + own + "\nfor content\n" + session, "<unclosed>",
-     "application/octet-stream|<unclosed>", false},
+     "application/octet-stream|<unclosed>"},
     {"read one version", [](auto& c) { return watch(c.readFile(versioned<FileRead>(u"/a", "a&c", -3))); },
      "get http://host/service/v1/files/a" + own + "&versionId=a%26c&versionLabel=-3\nfor content\n" + session,
-     std::string("\0<xml\xff", 6), std::string("application/octet-stream|\0<xml\xff", 31), false},
+     std::string("\0<xml\xff", 6), std::string("application/octet-stream|\0<xml\xff", 31)},
     {"path without a slash is joined as it stands",
      [](auto& c) { return watch(c.readFile(located<FileRead>(u"docs/a.txt"))); },
      "get http://host/service/v1/filesdocs/a.txt" + own + "\nfor content\n" + session, "",
-     "application/octet-stream|", false},
+     "application/octet-stream|"},
     {"every character that needs it",
      [](auto& c) { return watch(c.deleteFile(located<FileDelete>(u"/%<>{}|\\\"^`!*'()$,[]+&=;:@~"))); },
      "delete http://host/service/v1/files/%25%3C%3E%7B%7D%7C%5C%22%5E%60%21%2A%27%28%29%24%2C%5B%5D+&=;:@~" +
@@ -194,10 +194,6 @@ const std::vector<Case> cases = {
 TEST(FileAccess, SendsEachRequestAndReadsItsReply)
 {
     expectExchanges<Bench>(cases);
-}
-
-TEST(FileAccess, SendsNothingWithoutSessionOrConnector)
-{
     expectRefusals(cases);
 }
 
@@ -268,15 +264,6 @@ TEST(FileAccessClient, OverwritesTheSessionDataThatACallerPutIn)
     auto reading = bench.client->readFile(std::move(request));
     EXPECT_EQ(bench.transport->sent(),
               "get http://host/service/v1/files/a" + own + "\nfor content\n" + session);
-}
-
-TEST(FileAccessClient, SettlesOnceWhenTheReplyComesAfterACancel)
-{
-    Bench bench;
-    auto reading = bench.client->readFile(located<FileRead>(u"/a"));
-    reading.cancel();
-    bench.transport->answer(200, "late");
-    EXPECT_EQ(outcomeOf(reading), "Future has been cancelled.");
 }
 
 } // namespace

@@ -1,5 +1,6 @@
 // Memory that runs out at every single allocation of an operation: whatever fails, somebody must hear of it, and
 // nothing may hang, crash or leak.
+#include "support/ManualPublisher.h"
 #include "support/WireTest.h"
 #include "tarn/accesscontrol/AccessControlClient.h"
 #include "tarn/accesscontrol/AccessControlClientServiceProvider.h"
@@ -99,26 +100,6 @@ namespace {
 using namespace connector;
 using namespace connector::tarn;
 using namespace tarntest;
-
-/// Publishes when the test says so.
-struct ManualPublisher : reactive_streams::PublisherAPI<common::DataBuffer> {
-    Future<bool> completion() override { return makeReadyFuture(true); }
-
-    void subscribe(std::shared_ptr<reactive_streams::SubscriberAPI<common::DataBuffer>> added) override
-    {
-        subscriber = added;
-        subscriber->onSubscribe(link);
-    }
-
-    struct Link : reactive_streams::Subscription {
-        void request(std::uint64_t) override {}
-
-        void cancel() override {}
-    };
-
-    std::shared_ptr<Link> link = std::make_shared<Link>();
-    std::shared_ptr<reactive_streams::SubscriberAPI<common::DataBuffer>> subscriber;
-};
 
 struct Stream {
     std::shared_ptr<ManualPublisher> manual = std::make_shared<ManualPublisher>();

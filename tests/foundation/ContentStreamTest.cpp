@@ -1,5 +1,6 @@
 // Bytes on their way to and from the network: items lost, doubled or out of order, copies of large bodies,
 // streams that end in the middle or are cancelled from inside.
+#include "support/ManualPublisher.h"
 #include "tarn/foundation/ContentReduction.h"
 #include "tarn/foundation/OneShotPublisher.h"
 #include "tarn/foundation/ReducingSubscriber.h"
@@ -16,32 +17,8 @@ namespace {
 using namespace connector;
 using namespace connector::reactive_streams;
 using common::DataBuffer;
+using tarntest::ManualPublisher;
 using Reducing = ReducingSubscriber<DataBuffer, DataBuffer>;
-
-/// Publishes when the test says so.
-class ManualPublisher : public PublisherAPI<DataBuffer> {
-public:
-    class Link : public Subscription {
-    public:
-        void request(std::uint64_t n) override { requested = n; }
-
-        void cancel() override { cancelled = true; }
-
-        std::uint64_t requested = 0;
-        bool cancelled = false;
-    };
-
-    Future<bool> completion() override { return makeReadyFuture(true); }
-
-    void subscribe(std::shared_ptr<SubscriberAPI<DataBuffer>> added) override
-    {
-        subscriber = added;
-        subscriber->onSubscribe(link);
-    }
-
-    std::shared_ptr<SubscriberAPI<DataBuffer>> subscriber;
-    std::shared_ptr<Link> link = std::make_shared<Link>();
-};
 
 /// Requests what the test says, and records.
 class ManualSubscriber : public SubscriberAPI<DataBuffer> {

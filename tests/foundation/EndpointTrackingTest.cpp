@@ -56,11 +56,6 @@ TEST(EndpointTracking, FollowsTextAndRefusesEverythingElse)
     store->subscriber->onNext(ConfigValue(std::string("http://nobody"))); // must reach no dead provider
 }
 
-TEST(EndpointTracking, KeepsTheFirstEndpointWithoutAConfiguration)
-{
-    EXPECT_EQ(TarnSessionClientServiceProvider(nullptr, "http://only").getEndpoint(), "http://only");
-}
-
 template <class Pair>
 class EveryProvider : public testing::Test {
 };

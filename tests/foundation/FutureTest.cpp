@@ -35,17 +35,6 @@ std::exception_ptr failure(const char* text)
     return std::make_exception_ptr(std::logic_error(text));
 }
 
-TEST(Future, WaitsForAValueFromAnotherThread)
-{
-    Promise<Number> promise;
-    auto future = promise.getFuture();
-    EXPECT_FALSE(future.isReady());
-    EXPECT_FALSE(future.waitFor(1ms));
-    std::thread producer([&] { promise.setValue(std::make_unique<int>(7)); });
-    EXPECT_EQ(*future.get(), 7);
-    producer.join();
-}
-
 TEST(Future, RefusesASecondUseInExactWords)
 {
     Promise<int> promise;
@@ -81,16 +70,6 @@ TEST(Future, RefusesTheStateThatAContinuationHolds)
               "Future already has returned it's value or has an associated continuation.");
     state->setValue(5);
     EXPECT_EQ(next.get(), 5) << "the refused calls changed nothing";
-}
-
-TEST(Future, RethrowsAnExceptionOnce)
-{
-    Promise<int> promise;
-    auto future = promise.getFuture();
-    promise.setException(failure("broken"));
-    EXPECT_THROW(future.get(), std::logic_error);
-    EXPECT_EQ(errorOf([&] { future.get(); }),
-              "Future already returned it's value or has an associated continuation.");
 }
 
 TEST(Future, FailsWhenItsPromiseDies)
@@ -212,26 +191,6 @@ TEST(Future, WrapsAnExceptionPointerGivenAsTheException)
     } catch (const std::exception_ptr& wrapped) {
         EXPECT_THROW(std::rethrow_exception(wrapped), std::logic_error);
     }
-}
-
-TEST(Future, CarriesTheEndOfWorkThatYieldsNothing)
-{
-    Promise<void> promise;
-    int runs = 0;
-    auto last = promise.getFuture()
-                    .then([&](Future<void>&& f) {
-                        f.get();
-                        ++runs;
-                    })
-                    .then([&](Future<void>&& f) {
-                        f.get();
-                        throw std::runtime_error("broken after " + std::to_string(++runs));
-                    });
-    static_assert(std::is_same_v<decltype(last), Future<void>>);
-    promise.setValue();
-    EXPECT_EQ(outcomeOf(last), "broken after 2");
-    auto ready = makeReadyFuture();
-    EXPECT_EQ(outcomeOf(ready), "done");
 }
 
 TEST(Future, WaitsAsLongAsItIsTold)

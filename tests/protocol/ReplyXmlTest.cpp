@@ -51,14 +51,6 @@ std::string written(Poco::XML::Document& document)
     return out.str();
 }
 
-TEST(ReplyXml, RefusesWhatIsNotXml)
-{
-    for (const char* text : {"", " ", "text", "<a>", "<a></b>", "<a/><b/>", "<a>&nbsp;</a>", "<a \xff=''/>",
-                             "<a>\xff</a>", "{\"code\": 1}"}) {
-        EXPECT_FALSE(parses(text)) << text;
-    }
-}
-
 TEST(ReplyXml, BoundsDepthNamesAndExpansion)
 {
     EXPECT_TRUE(parses(nested(256)));
@@ -75,12 +67,6 @@ TEST(ReplyXml, BoundsDepthNamesAndExpansion)
     const std::string longName(4097, 'n');
     EXPECT_FALSE(parses("<" + longName + "/>"));
     EXPECT_FALSE(parses("<a xmlns='" + longName + "'/>"));
-    std::string bomb = "<!DOCTYPE r [<!ENTITY a0 'ha'>";
-    for (int i = 1; i < 30; ++i) {
-        const std::string previous = "&a" + std::to_string(i - 1) + ";";
-        bomb += "<!ENTITY a" + std::to_string(i) + " '" + previous + previous + "'>";
-    }
-    EXPECT_FALSE(parses(bomb + "]><r>&a29;</r>"));
 }
 
 /// A document that declares `count` entities, each by the one before, and calls the last.

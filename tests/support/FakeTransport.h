@@ -66,14 +66,6 @@ public:
         held.at(index).promise.setValue(std::move(reply));
     }
 
-    void fail(const std::string& text, std::size_t index = 0)
-    {
-        held.at(index).promise.setException(std::make_exception_ptr(std::runtime_error(text)));
-    }
-
-    /// Loses every request, as a framework does that goes down.
-    void dropAll() { held.clear(); }
-
 private:
     struct Held {
         std::string text;

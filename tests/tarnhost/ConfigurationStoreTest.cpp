@@ -148,18 +148,5 @@ TEST_F(ConfigurationStoreTest, TakesALiteralForText)
     EXPECT_TRUE(store.get("key") == ConfigValue(std::u16string(u"text")));
 }
 
-TEST_F(ConfigurationStoreTest, CancelInsideItsOwnDeliveryReturns)
-{
-    std::shared_ptr<ValueSubscriber> subscriber;
-    int delivered = 0;
-    subscriber = observe([&](ConfigValue&&) {
-        ++delivered;
-        subscriber->cancel();
-    });
-    store.set("key", text("a"));
-    store.set("key", text("b"));
-    EXPECT_EQ(delivered, 1);
-}
-
 } // namespace
 } // namespace connector::host::test

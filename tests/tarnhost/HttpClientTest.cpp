@@ -203,15 +203,6 @@ TEST(HttpClient, IgnoresTheProxyOfTheEnvironment)
     EXPECT_EQ(textOf(*bounded(http.send("get", server.url()))), "direct");
 }
 
-TEST(HttpClient, GoesThroughTheProxyItIsGiven)
-{
-    ScriptedHttpServer proxy(ScriptedHttpServer::always(ScriptedHttpServer::reply("relayed")));
-    HttpClientUnderTest http({.proxy = proxy.url()});
-    EXPECT_EQ(textOf(*bounded(http.send("get", "http://files.invalid/a"))), "relayed");
-    ASSERT_EQ(proxy.heads().size(), 1u);
-    EXPECT_THAT(proxy.heads().front(), testing::StartsWith("GET http://files.invalid/a HTTP/1.1\r\n"));
-}
-
 TEST(HttpClient, CanBeStartedAgainAfterAStop)
 {
     ScriptedHttpServer server(ScriptedHttpServer::always(ScriptedHttpServer::reply("ok")));

@@ -69,10 +69,6 @@ const std::vector<Case> cases = {
 TEST(Versioning, SendsEachRequestAndReadsItsReply)
 {
     expectExchanges<Bench>(cases);
-}
-
-TEST(Versioning, SendsNothingWithoutSessionOrConnector)
-{
     expectRefusals(cases);
 }
 
