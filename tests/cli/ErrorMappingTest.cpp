@@ -61,9 +61,9 @@ TEST(ErrorMapping, TellsOfALostConnectionWhatIsKnown)
         {TransportPhase::exchange, "reset", false, ExitCode::unreachable, Not(HasSubstr(unknown))},
         {TransportPhase::prepare, "A header has a line break", false, ExitCode::failure, testing::_},
         {TransportPhase::secure, "unable to get local issuer certificate", false, ExitCode::unreachable,
-         HasSubstr("--ca-file")},
+         HasSubstr("--ca-file"), true},
         {TransportPhase::secure, "certificate has expired", false, ExitCode::unreachable,
-         Not(HasSubstr("--ca-file"))},
+         Not(HasSubstr("--ca-file")), true},
     };
 
     for (const auto& row : rows) {

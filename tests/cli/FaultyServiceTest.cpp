@@ -208,7 +208,7 @@ TEST_F(FaultMatrix, EveryVerbEndsAndTellsTheTruth)
         worker.join();
 }
 
-/// Answers in good form what cannot be, or not for long: a folder that holds itself, and a file of five bytes that is
+/// Answers in good form what cannot be, or not for long: a folder that holds itself a thousand times, and a file of five bytes that is
 /// said to have `sizes`, one for each time somebody asks, the last for all further ones.
 class StrangeService {
 public:
@@ -236,8 +236,10 @@ private:
         if (request.starts_with("GET /service/v1/files/"))
             return ++contents, replyOf("application/octet-stream", "five!");
         if (request.starts_with("GET /service/v1/folders"))
-            return ++listings, document("<FolderSummary><Name>d</Name></FolderSummary><Files/>"
-                                        "<Folders><FolderSummary><Name>d</Name></FolderSummary></Folders>");
+            return document(std::string("<FolderSummary><Name>d</Name></FolderSummary><Files/>") +
+                            (++listings < 1000
+                                 ? "<Folders><FolderSummary><Name>d</Name></FolderSummary></Folders>"
+                                 : "<Folders/>"));
         const bool isFile = request.starts_with("GET /service/v1/filesystem/f");
         const auto size = isFile ? told.front() : 0;
         if (isFile && told.size() > 1) told.erase(told.begin());
