@@ -24,6 +24,7 @@ function(tarn_tests name)
   set(timeout 300)
   if(TARN_SANITIZE) # several times slower, and tests run side by side
     set(timeout 900)
+    target_compile_definitions(${name}_tests PRIVATE TARN_SANITIZED)
   endif()
   include(GoogleTest)
   gtest_discover_tests(${name}_tests

@@ -28,6 +28,9 @@ target_compile_options(tarn_warnings INTERFACE
   $<$<CXX_COMPILER_ID:GNU>:-Wshadow=local;-Wno-restrict>
   $<$<BOOL:${TARN_WERROR}>:-Werror>)
 
+# A compiler cache hands out precompiled headers that are older than the files they were made from.
+add_compile_options("$<$<CXX_COMPILER_ID:Clang>:SHELL:-Xclang -fno-pch-timestamp>")
+
 if(TARN_SANITIZE)
   add_compile_options(-fsanitize=${TARN_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
   add_link_options(-fsanitize=${TARN_SANITIZE})

@@ -109,7 +109,7 @@ std::vector<Cell> cells()
     for (const auto& errand : errands) {
         for (const auto& fault : connector::host::test::faults())
             all.push_back({&errand, fault});
-        for (const std::size_t offset : {0, 12, 17, 40})
+        for (const std::size_t offset : {0u, 12u, 17u, 40u})
             all.push_back({&errand, connector::host::test::closesInHead(offset)});
         if (!errand.tells) continue;
         all.push_back({&errand, holds("nothing in the document", 0)});
@@ -118,7 +118,7 @@ std::vector<Cell> cells()
     return all;
 }
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#ifdef TARN_SANITIZED
 // Programs start and answer many times slower here: each cell has more time, and one in seven is played, which
 // still meets each errand and each fault.
 constexpr const char* limit = "10";

@@ -46,7 +46,7 @@ void* counted(void* block)
 
 } // namespace
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#ifdef TARN_SANITIZED
 // The sanitizers have an allocator of their own below this.
 void* operator new(std::size_t size)
 {

@@ -102,7 +102,7 @@ TEST(MessageRouting, RefusesInExactWords)
               "Unable to deliver to service. Incorrect message type. Expected: N7routing5GreetE but found "
               "N7routing5GreetE")
         << "another object of the same type is refused as well";
-    EXPECT_THROW(dispatcher.dispatch(greeter, nullptr, connector::Address(), nullptr), std::bad_typeid);
+    EXPECT_THROW((void)dispatcher.dispatch(greeter, nullptr, connector::Address(), nullptr), std::bad_typeid);
 
     greeter->stop();
     EXPECT_EQ(deliver(*greeter, std::make_unique<Greet>()), "Service exists but is not running.");
