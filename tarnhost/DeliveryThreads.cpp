@@ -1,5 +1,7 @@
 #include "tarnhost/DeliveryThreads.h"
 
+#include "tarn/foundation/DeliveryScope.h"
+
 #include <boost/asio/post.hpp>
 #include <boost/asio/thread_pool.hpp>
 
@@ -38,7 +40,11 @@ void DeliveryThreads::drain()
 void DeliveryThreads::enqueue(std::unique_ptr<Job> job)
 {
     std::shared_lock lock(mutex);
-    if (pool) boost::asio::post(*pool, [held = std::move(job)] { held->run(); });
+    if (!pool) return;
+    boost::asio::post(*pool, [held = std::move(job)] {
+        const DeliveryScope scope("a reply or a message");
+        held->run();
+    });
 }
 
 } // namespace connector::host

@@ -47,6 +47,7 @@ public:
     TransferredBytes transferred() const { return {counters->sent.load(), counters->received.load()}; }
 
 private:
+    void stream(const http::BodyPublisher& publisher, Transfer transfer);
     void gatherBody(const http::BodyPublisher& publisher, Transfer transfer);
     void bodyGathered(Future<DataBuffer> content, Transfer transfer);
     /// @return false while stopped; otherwise `stop` cancels the subscriber unless it has finished
@@ -61,6 +62,7 @@ private:
     std::mutex mutex;                           ///< guards the two below
     std::shared_ptr<detail::TransferLoop> loop; ///< null while stopped
     std::set<std::shared_ptr<BodySubscriber>> gathering;
+    const std::shared_ptr<detail::LiveStreams> live = std::make_shared<detail::LiveStreams>();
 };
 
 void HttpClient::Exchanges::stop()
@@ -75,19 +77,40 @@ void HttpClient::Exchanges::stop()
     // After the lock: a cancel settles its request, and what waits for that may come back here.
     for (const auto& subscriber : unfinished)
         subscriber->cancel();
-    if (stopping) stopping->stop();
+    if (!stopping) return;
+    stopping->stop();
+    live->failAll(
+        std::make_exception_ptr(TransportError(TransportPhase::shutdown, "", "", errors::hostStopped)));
 }
 
 Future<Reply> HttpClient::Exchanges::exchange(const http::HttpClientRequest& request)
 {
     auto transfer = std::make_unique<detail::HttpTransfer>(request, options, counters);
     auto reply = transfer->getFuture();
-    if (request.body) {
+    if (transfer->isStreamed()) {
+        stream(request.body, std::move(transfer));
+    } else if (request.body) {
         gatherBody(request.body, std::move(transfer));
     } else {
         submit(std::move(transfer));
     }
     return reply;
+}
+
+void HttpClient::Exchanges::stream(const http::BodyPublisher& publisher, Transfer transfer)
+{
+    auto running = currentLoop();
+    if (!running) {
+        submit(std::move(transfer));
+        return;
+    }
+    const auto outgoing = transfer->openStreams(threads, running->bell(), live);
+    if (!outgoing && publisher) {
+        gatherBody(publisher, std::move(transfer));
+        return;
+    }
+    running->submit(std::move(transfer));
+    if (outgoing) outgoing->follow(publisher); // last, since it may fail before this returns
 }
 
 void HttpClient::Exchanges::gatherBody(const http::BodyPublisher& publisher, Transfer transfer)

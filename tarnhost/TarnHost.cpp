@@ -7,6 +7,8 @@
 #include "tarn/foundation/EndpointTracking.h"
 #include "tarn/session/TarnSessionClient.h"
 #include "tarn/session/TarnSessionClientServiceProvider.h"
+#include "tarn/transfer/FileTransferClient.h"
+#include "tarn/transfer/FileTransferClientServiceProvider.h"
 #include "tarn/versioning/VersioningClient.h"
 #include "tarn/versioning/VersioningClientServiceProvider.h"
 #include "tarnhost/ConfigurationStore.h"
@@ -70,6 +72,7 @@ struct TarnHost::Parts {
     std::shared_ptr<tarn::FileAccess> fileAccess;
     std::shared_ptr<tarn::AccessControl> accessControl;
     std::shared_ptr<tarn::Versioning> versioning;
+    std::shared_ptr<tarn::FileTransfer> fileTransfer;
 };
 
 TarnHost::Parts::Parts(const Options& options)
@@ -82,6 +85,7 @@ TarnHost::Parts::Parts(const Options& options)
     , fileAccess(std::make_shared<tarn::FileAccessClient>(session, router, Addresses::fileAccess()))
     , accessControl(std::make_shared<tarn::AccessControlClient>(session, router, Addresses::accessControl()))
     , versioning(std::make_shared<tarn::VersioningClient>(session, router, Addresses::versioning()))
+    , fileTransfer(std::make_shared<tarn::FileTransferClient>(session, router, Addresses::fileTransfer()))
 {
     const std::string endpoint = checkedEndpoint(options.endpoint);
     router->registerProvider(Addresses::http(), http);
@@ -89,6 +93,7 @@ TarnHost::Parts::Parts(const Options& options)
     add<tarn::FileAccessClientServiceProvider>(Addresses::fileAccess(), endpoint);
     add<tarn::AccessControlClientServiceProvider>(Addresses::accessControl(), endpoint);
     add<tarn::VersioningClientServiceProvider>(Addresses::versioning(), endpoint);
+    add<tarn::FileTransferClientServiceProvider>(Addresses::fileTransfer(), endpoint);
 }
 
 TarnHost::TarnHost(Options options) : parts(std::make_shared<Parts>(options)) {}
@@ -140,6 +145,11 @@ std::shared_ptr<tarn::AccessControl> TarnHost::accessControl() const
 std::shared_ptr<tarn::Versioning> TarnHost::versioning() const
 {
     return parts->versioning;
+}
+
+std::shared_ptr<tarn::FileTransfer> TarnHost::fileTransfer() const
+{
+    return parts->fileTransfer;
 }
 
 std::shared_ptr<Connector> TarnHost::connector() const

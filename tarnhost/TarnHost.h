@@ -5,6 +5,7 @@
 #include "tarn/foundation/platform/Connector.h"
 #include "tarn/foundation/platform/ServiceProvider.h"
 #include "tarn/session/TarnSession.h"
+#include "tarn/transfer/FileTransfer.h"
 #include "tarn/versioning/Versioning.h"
 #include "tarnhost/HttpClient.h"
 #include "tarnhost/HttpOptions.h"
@@ -18,7 +19,7 @@ namespace connector::host {
 class ConfigurationStore;
 
 /// Everything the library needs to run in, with the library's providers in it: threads, message router,
-/// configuration, HTTP client, one session and the three clients over it.
+/// configuration, HTTP client, one session and the four clients over it.
 ///
 ///     TarnHost host({.endpoint = "https://files.example.org"});
 ///     auto login = std::make_unique<tarn::Login>();
@@ -27,7 +28,7 @@ class ConfigurationStore;
 ///     host.fileAccess()->listFolder(std::move(request)).get();
 ///
 /// All futures are resolved on the delivery threads: a continuation may call anything here, but must not
-/// block on a future that needs these threads. A request that gets no reply fails with TransportError.
+/// block on a future that needs these threads; `get` throws WouldDeadlock there. A request that gets no reply fails with TransportError.
 class TARN_API TarnHost {
 public:
     struct Options {
@@ -50,6 +51,8 @@ public:
         static Address accessControl() { return Address("tarn.accessControl"); }
 
         static Address versioning() { return Address("tarn.versioning"); }
+
+        static Address fileTransfer() { return Address("tarn.fileTransfer"); }
     };
 
     /// Sends nothing yet.
@@ -72,6 +75,7 @@ public:
     std::shared_ptr<tarn::FileAccess> fileAccess() const;
     std::shared_ptr<tarn::AccessControl> accessControl() const;
     std::shared_ptr<tarn::Versioning> versioning() const;
+    std::shared_ptr<tarn::FileTransfer> fileTransfer() const;
 
     /// What further clients and sessions are made with.
     std::shared_ptr<Connector> connector() const;

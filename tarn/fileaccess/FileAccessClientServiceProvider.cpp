@@ -2,6 +2,7 @@
 
 #include "tarn/fileaccess/detail/FileReplies.h"
 #include "tarn/foundation/OneShotPublisher.h"
+#include "tarn/protocol/ContentRequest.h"
 #include "tarn/protocol/ErrorText.h"
 #include "tarn/protocol/ServiceRequest.h"
 
@@ -14,7 +15,6 @@ using Reply = FileAccessServiceProvider::Reply;
 using ContextPtr = FileAccessServiceProvider::ContextPtr;
 using ContentPublisher = reactive_streams::OneShotPublisher<common::DataBuffer>;
 
-constexpr const char* filesPath = "/service/v1/files";
 constexpr const char* filesystemPath = "/service/v1/filesystem";
 constexpr const char* fileHandlePath = "/service/v1/filehandle";
 constexpr const char* foldersPath = "/service/v1/folders";
@@ -35,29 +35,6 @@ ServiceRequest fileHandleRequest(const std::string& endpoint, const Request& req
     if (!request.path.empty()) http.addText("path", request.path);
     if (!request.bucket.empty()) http.addText("bucket", request.bucket);
     return http;
-}
-
-/// A label names nothing without its id, so both go out or neither.
-void addVersion(ServiceRequest& http, const VersionInfo& version)
-{
-    if (version.versionId.empty()) return;
-    http.addText("versionId", version.versionId);
-    http.addNumber("versionLabel", version.versionLabel);
-}
-
-void addCreateMode(ServiceRequest& http, CreateMode mode)
-{
-    switch (mode) { // no default: a number that is none of these sends no mode, and the service decides
-    case CreateMode::create:
-        http.addText("createMode", "CREATE");
-        break;
-    case CreateMode::update:
-        http.addText("createMode", "UPDATE");
-        break;
-    case CreateMode::createOrUpdate:
-        http.addText("createMode", "CREATE_OR_UPDATE");
-        break;
-    }
 }
 
 void addHandleOperation(ServiceRequest& http, HandleOperation operation)
@@ -91,35 +68,30 @@ FileAccessClientServiceProvider::FileAccessClientServiceProvider(
 }
 
 template <class Response, class Request>
-Reply FileAccessClientServiceProvider::write(Request& request, const std::string& createMode, Address&& to,
+Reply FileAccessClientServiceProvider::write(Request& request, CreateMode mode, Address&& to,
                                              Context& context) const
 {
-    ServiceRequest http = itemRequest(endpoint, "put", filesPath, request);
-    http.addText("createMode", createMode);
-    http.addFlag("createNewVersion", request.createNewVersion);
-    http.addHeader(contentTypeHeader, request.contentType);
-    http.setBody(std::make_shared<ContentPublisher>(std::move(request.content)));
+    auto content = std::make_shared<ContentPublisher>(std::move(request.content));
+    const ServiceRequest http = contentWriteRequest(endpoint, request, mode, std::move(content));
     return exchangeXml(http.build(), std::move(to), context, fieldsReader<Response>(versionFields));
 }
 
 Reply FileAccessClientServiceProvider::handle(std::unique_ptr<FileCreate>&& request, Address&& to,
                                               ContextPtr&& context)
 {
-    return write<FileCreateResponse>(*request, "CREATE", std::move(to), *context);
+    return write<FileCreateResponse>(*request, CreateMode::create, std::move(to), *context);
 }
 
 Reply FileAccessClientServiceProvider::handle(std::unique_ptr<FileUpdate>&& request, Address&& to,
                                               ContextPtr&& context)
 {
-    return write<FileUpdateResponse>(*request, "UPDATE", std::move(to), *context);
+    return write<FileUpdateResponse>(*request, CreateMode::update, std::move(to), *context);
 }
 
 Reply FileAccessClientServiceProvider::handle(std::unique_ptr<FileRead>&& request, Address&& to,
                                               ContextPtr&& context)
 {
-    ServiceRequest read = itemRequest(endpoint, "get", filesPath, *request);
-    addVersion(read, *request);
-    auto built = read.build();
+    auto built = contentReadRequest(endpoint, *request).build();
     built->replyBody = http::ReplyBody::content; // as long as the file is, unlike every other reply
     return exchange(std::move(built), std::move(to), *context, readFileContent);
 }

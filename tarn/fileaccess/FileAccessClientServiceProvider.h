@@ -2,6 +2,7 @@
 
 #include "tarn/fileaccess/FileAccessServiceProvider.h"
 #include "tarn/foundation/EndpointTracking.h"
+#include "tarn/protocol/CreateMode.h"
 
 namespace connector::tarn {
 
@@ -40,7 +41,7 @@ public:
 
 private:
     template <class Response, class Request>
-    Reply write(Request& request, const std::string& createMode, Address&& to, Context& context) const;
+    Reply write(Request& request, CreateMode mode, Address&& to, Context& context) const;
 
     std::string endpoint;
     std::shared_ptr<configuration::Configuration> configuration;

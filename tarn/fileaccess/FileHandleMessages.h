@@ -2,6 +2,7 @@
 
 #include "tarn/fileaccess/FileAccessServiceProvider.h"
 #include "tarn/foundation/ServiceMessage.h"
+#include "tarn/protocol/CreateMode.h"
 #include "tarn/protocol/SessionRequest.h"
 #include "tarn/protocol/VersionInfo.h"
 
@@ -11,13 +12,6 @@
 /// Opening and closing files by handle. Paths, buckets and failures are as for FileMessages.h, but the path
 /// travels as query parameter "path", so that '?' and '#' are safe in it.
 namespace connector::tarn {
-
-/// Which files a read-write handle may be opened on. Parameter "createMode".
-enum class CreateMode : std::uint32_t {
-    create = 0,         ///< "CREATE": only one that does not exist
-    update = 1,         ///< "UPDATE": only one that exists
-    createOrUpdate = 2, ///< "CREATE_OR_UPDATE"
-};
 
 /// What closing a handle does with the changes made through it. Parameter "handleOperation".
 enum class HandleOperation : std::uint32_t {

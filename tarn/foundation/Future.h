@@ -44,9 +44,10 @@ public:
 
     /// Blocks until the result is there, then returns the value or rethrows the exception.
     ///
-    /// Legal once. Do not call it on a thread that the result needs in order to arrive, such as a host's only
-    /// delivery thread.
-    /// @throws std::runtime_error "Future state isn't valid!" on a handle that was moved from or given to `then`;
+    /// Legal once. A host's delivery thread, which results need in order to arrive, it does not block: see
+    /// DeliveryScope.
+    /// @throws WouldDeadlock there, when the result is not ready; the handle stays as it was;
+    ///         std::runtime_error "Future state isn't valid!" on a handle that was moved from or given to `then`;
     ///         "Future already returned it's value or has an associated continuation." on a second call;
     ///         "Future has been cancelled." after `cancel`.
     T get() { return requireState().get(); }

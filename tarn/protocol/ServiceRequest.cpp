@@ -47,13 +47,6 @@ void ServiceRequest::addNumber(const std::string& name, std::int64_t value)
     addText(name, std::to_string(value));
 }
 
-std::unique_ptr<http::HttpClientRequest> ServiceRequest::build() const
-{
-    auto request = std::make_unique<http::HttpClientRequest>(uri.toString(), method, body);
-    request->headers.insert(headers.begin(), headers.end());
-    return request;
-}
-
 ServiceRequest sessionRequest(const std::string& endpoint, const std::string& method,
                               const std::string& servicePath, const std::string& resourcePath,
                               const SessionRequest& request)

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "tarn/foundation/platform/HttpStreamedRequest.h"
 #include "tarn/protocol/SessionQuery.h"
 
 #include <Poco/URI.h>
@@ -33,9 +34,23 @@ public:
 
     void setBody(http::BodyPublisher publisher) { body = std::move(publisher); }
 
-    std::unique_ptr<http::HttpClientRequest> build() const;
+    std::unique_ptr<http::HttpClientRequest> build() const { return buildAs<http::HttpClientRequest>(); }
+
+    /// The same request, its reply wanted while it arrives.
+    std::unique_ptr<http::HttpStreamedRequest> buildStreamed() const
+    {
+        return buildAs<http::HttpStreamedRequest>();
+    }
 
 private:
+    template <class Http>
+    std::unique_ptr<Http> buildAs() const
+    {
+        auto request = std::make_unique<Http>(uri.toString(), method, body);
+        request->headers.insert(headers.begin(), headers.end());
+        return request;
+    }
+
     std::string method;
     Poco::URI uri;
     std::vector<std::pair<std::string, std::string>> headers;

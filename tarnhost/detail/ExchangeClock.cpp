@@ -29,6 +29,8 @@ std::string ExchangeClock::overdue(Time now, const Progress& progress)
         if (now - answerDue < options.replyTimeout) return {};
         return "No reply came within " + seconds(options.replyTimeout) + ".";
     }
+    // A service that stalls brings nothing to be held up, so that its window still runs out.
+    if (progress.held) beginWindow(now, bytes);
     if (!stalled(now, bytes)) return {};
     return std::string(stage == Stage::sending ? "The request was taken" : "The reply came") +
            " at less than " + std::to_string(options.leastRate) + " bytes per second for " +
@@ -41,6 +43,11 @@ void ExchangeClock::enter(Stage next, Time now, std::uint64_t bytes)
     // Interim replies take the stage back from receiving to waiting; the service has no more time for that.
     if (next != Stage::sending && answerDue == Time()) answerDue = now;
     stage = next;
+    beginWindow(now, bytes);
+}
+
+void ExchangeClock::beginWindow(Time now, std::uint64_t bytes)
+{
     windowBegin = now;
     before = bytes;
 }
@@ -50,8 +57,7 @@ bool ExchangeClock::stalled(Time now, std::uint64_t bytes)
     if (now - windowBegin < options.stallWindow) return false;
     const auto due = options.leastRate * static_cast<std::uint64_t>(options.stallWindow.count()) / 1000;
     const bool tooFew = bytes - before < due;
-    windowBegin = now;
-    before = bytes;
+    beginWindow(now, bytes);
     return tooFew;
 }
 

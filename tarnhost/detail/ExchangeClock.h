@@ -20,6 +20,8 @@ public:
         bool document; ///< the reply is bounded in time
         std::uint64_t bytesOut;
         std::uint64_t bytesIn;
+        bool held =
+            false; ///< stood still on this side since it was last asked, for a slow publisher or subscriber
     };
 
     explicit ExchangeClock(const HttpOptions& httpOptions) : options(httpOptions) {}
@@ -35,6 +37,7 @@ private:
     enum class Stage { none, sending, waiting, receiving };
 
     void enter(Stage next, Time now, std::uint64_t bytes);
+    void beginWindow(Time now, std::uint64_t bytes);
     bool stalled(Time now, std::uint64_t bytes);
 
     const HttpOptions& options;

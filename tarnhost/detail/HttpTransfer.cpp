@@ -1,15 +1,21 @@
 #include "tarnhost/detail/HttpTransfer.h"
 
 #include "tarn/foundation/OneShotPublisher.h"
-#include "tarn/foundation/platform/HttpClientResponse.h"
+#include "tarn/foundation/platform/HttpStreamedRequest.h"
+#include "tarn/foundation/platform/HttpStreamedResponse.h"
+#include "tarnhost/DeliveryThreads.h"
 #include "tarnhost/HostErrors.h"
-#include "tarnhost/detail/RequestCheck.h"
+#include "tarnhost/detail/StreamLimits.h"
 
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <functional>
 #include <stdexcept>
 #include <system_error>
+#include <utility>
+
+#include <strings.h>
 
 namespace connector::host::detail {
 namespace {
@@ -17,6 +23,61 @@ namespace {
 constexpr long transferBufferBytes = 256 * 1024;
 constexpr const char* notRepeated =
     "The connection was lost before the reply; the request is not sent a second time.";
+constexpr const char* givenUp = "The transfer was cancelled.";
+
+using Reply = std::unique_ptr<Message>;
+
+const http::HttpStreamedRequest* streamedOf(const http::HttpClientRequest& request)
+{
+    return dynamic_cast<const http::HttpStreamedRequest*>(&request);
+}
+
+bool asksForPart(const http::HttpClientRequest& request)
+{
+    return std::any_of(request.headers.begin(), request.headers.end(),
+                       [](const auto& header) { return strcasecmp(header.first.c_str(), "range") == 0; });
+}
+
+IncomingReply::Wish wishOf(const http::HttpClientRequest& request)
+{
+    const bool streamed = streamedOf(request) != nullptr;
+    return {request.replyBody, streamed, streamed && asksForPart(request)};
+}
+
+/// Settles the promise of a reply whose body is still on its way. A task that goes without having run, since the
+/// threads have ended, settles it too.
+struct HeadDelivery {
+    HeadDelivery(Promise<Reply> given, std::unique_ptr<http::HttpStreamedResponse> arrived,
+                 std::function<std::exception_ptr()> checkOfIt)
+        : promise(std::move(given)), response(std::move(arrived)), check(std::move(checkOfIt))
+    {
+    }
+
+    HeadDelivery(HeadDelivery&&) = default;
+    HeadDelivery& operator=(HeadDelivery&&) = delete;
+
+    ~HeadDelivery()
+    {
+        if (!response) return;
+        promise.setException(
+            std::make_exception_ptr(TransportError(TransportPhase::shutdown, "", "", errors::hostStopped)));
+    }
+
+    void operator()()
+    {
+        auto taken = std::move(response);
+        if (auto error = check()) {
+            taken.reset(); // nobody has subscribed to its body, which is cancelled by that
+            promise.setException(std::move(error));
+        } else {
+            promise.setValue(std::move(taken));
+        }
+    }
+
+    Promise<Reply> promise;
+    std::unique_ptr<http::HttpStreamedResponse> response;
+    std::function<std::exception_ptr()> check;
+};
 
 } // namespace
 
@@ -29,10 +90,24 @@ HttpTransfer::HttpTransfer(const http::HttpClientRequest& request,
     , target(checkedTarget(request))
     , method(checkedMethod(request, target))
     , isChange(request.atMostOnce || method != "GET")
+    , framing(checkedFraming(request, target))
+    , streamsReply(streamedOf(request) != nullptr)
+    , stop(streamsReply ? streamedOf(request)->stop : std::stop_token())
     , headerLines(checkedHeaders(request, target))
     , clock(*options)
-    , reply(request.replyBody, *options)
+    , reply(wishOf(request), *options)
 {
+}
+
+std::shared_ptr<OutgoingStream> HttpTransfer::openStreams(const std::shared_ptr<DeliveryThreads>& pool,
+                                                          const std::shared_ptr<LoopBell>& bell,
+                                                          const std::shared_ptr<LiveStreams>& live)
+{
+    threads = pool;
+    if (framing.streamed) outgoing = std::make_shared<OutgoingStream>(pool, bell, framing.length);
+    if (streamsReply) incoming = std::make_shared<IncomingStream>(pool, bell, live);
+    if (stop.stop_possible()) onStop.emplace(stop, Ring{bell});
+    return outgoing;
 }
 
 HttpTransfer::~HttpTransfer()
@@ -99,7 +174,7 @@ void HttpTransfer::setRequest()
         append(line);
     append("Expect:"); // an upload does not wait for the service's consent
     set(CURLOPT_HTTPHEADER, headerList.get());
-    set(CURLOPT_BUFFERSIZE, transferBufferBytes);
+    set(CURLOPT_BUFFERSIZE, incoming ? streamBufferBytes : transferBufferBytes);
     set(CURLOPT_HEADERFUNCTION, &HttpTransfer::onHeader);
     set(CURLOPT_HEADERDATA, this);
     set(CURLOPT_WRITEFUNCTION, &HttpTransfer::onBody);
@@ -110,10 +185,12 @@ void HttpTransfer::setRequest()
 /// changes out of that, and where there is none, the check before sending does.
 void HttpTransfer::setBodySource()
 {
-    if (body.size > 0 || method == "PUT") {
+    if (outgoing || body.size > 0 || method == "PUT") {
         set(CURLOPT_UPLOAD, 1L);
-        set(CURLOPT_INFILESIZE_LARGE, static_cast<curl_off_t>(body.size));
-        set(CURLOPT_UPLOAD_BUFFERSIZE, transferBufferBytes);
+        // Of a body whose length nobody knows, libcurl says so and sends it in chunks.
+        const auto length = !outgoing ? body.size : outgoing->length.value_or(static_cast<std::uint64_t>(-1));
+        set(CURLOPT_INFILESIZE_LARGE, static_cast<curl_off_t>(length));
+        set(CURLOPT_UPLOAD_BUFFERSIZE, outgoing ? streamBufferBytes : transferBufferBytes);
         set(CURLOPT_READFUNCTION, &HttpTransfer::onUpload);
         set(CURLOPT_READDATA, this);
     }
@@ -133,6 +210,7 @@ int HttpTransfer::onBeforeSend(void* self, char*, char*, int, int)
 std::size_t HttpTransfer::onUpload(char* room, std::size_t unit, std::size_t count, void* self)
 {
     auto& transfer = *static_cast<HttpTransfer*>(self);
+    if (transfer.outgoing) return transfer.supplyStreamed(room, unit * count);
     const auto bytes = std::min<std::uint64_t>(unit * count, transfer.body.size - transfer.uploaded);
     if (bytes == 0) return 0;
     std::memcpy(room, static_cast<const char*>(transfer.body.data) + transfer.uploaded, bytes);
@@ -141,16 +219,102 @@ std::size_t HttpTransfer::onUpload(char* room, std::size_t unit, std::size_t cou
     return bytes;
 }
 
+std::size_t HttpTransfer::supplyStreamed(char* room, std::size_t size)
+{
+    std::size_t taken = 0;
+    switch (outgoing->take(room, size, taken)) {
+    case OutgoingStream::Supply::later:
+        paused |= CURLPAUSE_SEND;
+        return CURL_READFUNC_PAUSE;
+    case OutgoingStream::Supply::failed:
+        return CURL_READFUNC_ABORT;
+    case OutgoingStream::Supply::bytes:
+    case OutgoingStream::Supply::end:
+        break;
+    }
+    uploaded += taken;
+    counters->sent.fetch_add(taken, std::memory_order_relaxed);
+    return taken;
+}
+
 std::size_t HttpTransfer::onHeader(char* bytes, std::size_t unit, std::size_t count, void* self)
 {
-    return static_cast<HttpTransfer*>(self)->take(&IncomingReply::takeLine, {bytes, unit * count});
+    auto& transfer = *static_cast<HttpTransfer*>(self);
+    const auto taken = transfer.take(&IncomingReply::takeLine, {bytes, unit * count});
+    if (transfer.reply.hasHead() && transfer.reply.isStreamed()) transfer.deliverHead();
+    return taken;
+}
+
+/// Once, however many lines of a trailer follow.
+void HttpTransfer::deliverHead()
+{
+    if (headGiven || !refusal.empty()) return;
+    headGiven = true;
+    auto headers = reply.takeHeaders();
+    const auto type = headers.find("content-type");
+    ReceivedReply seen{reply.status(), {}, true, {}};
+    auto check = [seen, text = type == headers.end() ? std::string() : type->second, settings = options,
+                  where = target]() mutable -> std::exception_ptr {
+        if (!settings->replyCheck) return nullptr;
+        try {
+            seen.contentType = text;
+            auto wrong = settings->replyCheck(seen);
+            if (wrong.empty()) return nullptr;
+            return std::make_exception_ptr(
+                TransportError(TransportPhase::reply, where.printable(), where.peer(), std::move(wrong)));
+        } catch (...) {
+            return std::current_exception();
+        }
+    };
+    threads->post(HeadDelivery(
+        std::move(promise),
+        std::make_unique<http::HttpStreamedResponse>(reply.status(), incoming->publish(), std::move(headers)),
+        std::move(check)));
 }
 
 std::size_t HttpTransfer::onBody(char* bytes, std::size_t unit, std::size_t count, void* self)
 {
     auto& transfer = *static_cast<HttpTransfer*>(self);
-    transfer.counters->received.fetch_add(unit * count, std::memory_order_relaxed);
-    return transfer.take(&IncomingReply::takeBody, {bytes, unit * count});
+    const std::string_view arrived(bytes, unit * count);
+    if (transfer.headGiven && !transfer.takeStreamed(arrived)) return CURL_WRITEFUNC_PAUSE;
+    transfer.counters->received.fetch_add(arrived.size(), std::memory_order_relaxed);
+    return transfer.headGiven ? arrived.size() : transfer.take(&IncomingReply::takeBody, arrived);
+}
+
+bool HttpTransfer::takeStreamed(std::string_view bytes)
+{
+    if (!incoming->accept(bytes)) {
+        paused |= CURLPAUSE_RECV;
+        return false;
+    }
+    reply.countBody(bytes.size());
+    hasNews = true;
+    return true;
+}
+
+void HttpTransfer::handOver()
+{
+    if (std::exchange(hasNews, false)) incoming->handOver();
+}
+
+CURLcode HttpTransfer::attend()
+{
+    int standing = paused;
+    if (incoming && incoming->hasRoomAgain()) standing &= ~CURLPAUSE_RECV;
+    if (outgoing && outgoing->hasMoreAgain()) standing &= ~CURLPAUSE_SEND;
+    if (standing == paused) return CURLE_OK;
+    paused = standing; // before the call, which may come back with more to pause for
+    return curl_easy_pause(easy.get(), standing);
+}
+
+bool HttpTransfer::isCancelled()
+{
+    return stop.stop_requested() || (headGiven && incoming->isCancelled()) || (outgoing && outgoing->error());
+}
+
+void HttpTransfer::giveUp()
+{
+    close(CURLE_ABORTED_BY_CALLBACK);
 }
 
 std::size_t HttpTransfer::take(void (IncomingReply::*step)(std::string_view), std::string_view bytes)
@@ -170,13 +334,20 @@ bool HttpTransfer::isOverdue(ExchangeClock::Time now)
     curl_off_t sent = 0;          // on the wire, while `uploaded` runs ahead by what libcurl holds
     curl_easy_getinfo(easy.get(), CURLINFO_SIZE_UPLOAD_T, &sent);
     const auto bytesOut = static_cast<std::uint64_t>(sent);
-    refusal = clock.overdue(
-        now, {bytesOut >= body.size, reply.hasBegun(), reply.isDocument(), bytesOut, reply.arrived()});
+    const bool isSent = outgoing ? outgoing->isAllTaken() && bytesOut >= uploaded : bytesOut >= body.size;
+    const bool slowPublisher = outgoing && outgoing->wasHeld();
+    const bool slowSubscriber = incoming && incoming->wasHeld();
+    refusal = clock.overdue(now, {isSent, reply.hasBegun(), reply.isDocument(), bytesOut, reply.arrived(),
+                                  slowPublisher || slowSubscriber});
     return !refusal.empty();
 }
 
 void HttpTransfer::close(CURLcode outcome)
 {
+    if (auto error = outgoing && outcome != CURLE_OK ? outgoing->error() : nullptr) {
+        fail(std::move(error));
+        return;
+    }
     if (outcome != CURLE_OK) {
         fail(errorOf(phaseOf(outcome), reasonOf(outcome)));
         return;
@@ -186,6 +357,7 @@ void HttpTransfer::close(CURLcode outcome)
         return;
     }
     complete = true;
+    if (headGiven) incoming->close(nullptr);
     const char* type = nullptr;
     curl_easy_getinfo(easy.get(), CURLINFO_CONTENT_TYPE, &type);
     contentType = type ? type : "";
@@ -195,13 +367,16 @@ void HttpTransfer::close(CURLcode outcome)
 void HttpTransfer::fail(std::exception_ptr error)
 {
     easy.reset();
+    if (headGiven) incoming->close(error);
     failure = std::move(error);
 }
 
 std::exception_ptr HttpTransfer::errorOf(TransportPhase phase, std::string reason) const
 {
+    // No service can carry out a request of whose body it has only a part.
+    const bool mayHaveHappened = isChange && sendBegun && (!outgoing || outgoing->isAllTaken());
     return std::make_exception_ptr(
-        TransportError(phase, target.printable(), target.peer(), std::move(reason), isChange && sendBegun));
+        TransportError(phase, target.printable(), target.peer(), std::move(reason), mayHaveHappened));
 }
 
 TransportPhase HttpTransfer::phaseOf(CURLcode outcome) const
@@ -228,6 +403,7 @@ std::string HttpTransfer::reasonOf(CURLcode outcome) const
 {
     if (!refusal.empty()) return refusal;
     if (outcome == CURLE_SEND_FAIL_REWIND) return notRepeated;
+    if (outcome == CURLE_ABORTED_BY_CALLBACK) return givenUp;
     long systemError = 0;
     curl_easy_getinfo(easy.get(), CURLINFO_OS_ERRNO, &systemError);
     if (outcome == CURLE_COULDNT_CONNECT && systemError != 0) {
@@ -250,6 +426,9 @@ void HttpTransfer::check(const common::DataBuffer& content)
 void HttpTransfer::settle()
 {
     settled = true;
+    onStop.reset();
+    if (outgoing) outgoing->cancel();
+    if (headGiven) return;
     body = common::DataBuffer(); // here, since giving much memory back would hold up the I/O thread
     if (!complete && !failure) failure = errorOf(TransportPhase::shutdown, errors::hostStopped);
     auto content = reply.takeContent();
@@ -258,9 +437,13 @@ void HttpTransfer::settle()
         promise.setException(std::exchange(failure, nullptr));
         return;
     }
-    promise.setValue(std::make_unique<http::HttpClientResponse>(
-        reply.status(),
-        std::make_shared<reactive_streams::OneShotPublisher<common::DataBuffer>>(std::move(content))));
+    auto whole = std::make_shared<reactive_streams::OneShotPublisher<common::DataBuffer>>(std::move(content));
+    if (streamsReply) {
+        promise.setValue(std::make_unique<http::HttpStreamedResponse>(reply.status(), std::move(whole),
+                                                                      reply.takeHeaders()));
+    } else {
+        promise.setValue(std::make_unique<http::HttpClientResponse>(reply.status(), std::move(whole)));
+    }
 }
 
 } // namespace connector::host::detail

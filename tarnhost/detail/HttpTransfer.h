@@ -6,6 +6,9 @@
 #include "tarnhost/TransportError.h"
 #include "tarnhost/detail/ExchangeClock.h"
 #include "tarnhost/detail/IncomingReply.h"
+#include "tarnhost/detail/IncomingStream.h"
+#include "tarnhost/detail/OutgoingStream.h"
+#include "tarnhost/detail/RequestCheck.h"
 #include "tarnhost/detail/UrlParts.h"
 
 #include <curl/curl.h>
@@ -14,6 +17,8 @@
 #include <atomic>
 #include <exception>
 #include <memory>
+#include <optional>
+#include <stop_token>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -30,7 +35,8 @@ struct TransferCounters {
 ///
 /// Handed from thread to thread, never used by two at once: prepared and given its body on the requesting
 /// side, `open` to `close` on the I/O thread, `settle` on a delivery thread. A transfer that dies unsettled,
-/// since the delivery threads have ended, is settled with what it has come to.
+/// since the delivery threads have ended, is settled with what it has come to. Where the reply is streamed, the
+/// promise is kept when the head has arrived, and what becomes of the exchange is what becomes of the stream.
 class HttpTransfer {
 public:
     /// @throws TransportError, phase prepare, when the request cannot be sent as it is
@@ -48,6 +54,14 @@ public:
 
     void setBody(common::DataBuffer content) { body = std::move(content); }
 
+    /// Whether the body, the reply or both are to be moved as they arrive.
+    bool isStreamed() const { return framing.streamed || streamsReply; }
+
+    /// Makes the streams. @return the one that has to follow the publisher of the body; null without a body
+    std::shared_ptr<OutgoingStream> openStreams(const std::shared_ptr<DeliveryThreads>& threads,
+                                                const std::shared_ptr<LoopBell>& bell,
+                                                const std::shared_ptr<LiveStreams>& live);
+
     std::string origin() const { return target.origin(); }
 
     /// A new handle for this exchange, valid until `close`. @throws std::runtime_error
@@ -55,6 +69,19 @@ public:
 
     /// Whether the exchange has taken too long; `close` then says in what. @pre open
     bool isOverdue(ExchangeClock::Time now);
+
+    /// Gives the subscriber of a streamed reply what has arrived since. @pre open
+    void handOver();
+
+    /// Takes up what stood still on this side and does no longer. Anything but CURLE_OK is an outcome for
+    /// `close`. @pre open
+    CURLcode attend();
+
+    /// Whether the application has given the exchange up.
+    bool isCancelled();
+
+    /// Makes the cancel the outcome. @pre as `close`
+    void giveUp();
 
     /// Takes the outcome over and gives the handle up. @pre the handle is in no multi handle any more
     void close(CURLcode outcome);
@@ -79,6 +106,9 @@ private:
     TransportPhase phaseOf(CURLcode outcome) const;
     std::string reasonOf(CURLcode outcome) const;
     std::size_t take(void (IncomingReply::*step)(std::string_view), std::string_view bytes);
+    bool takeStreamed(std::string_view bytes);
+    std::size_t supplyStreamed(char* room, std::size_t size);
+    void deliverHead();
     void check(const common::DataBuffer& content);
 
     static std::size_t onHeader(char* bytes, std::size_t unit, std::size_t count, void* self);
@@ -100,10 +130,27 @@ private:
     const UrlParts target;
     const std::string method;
     const bool isChange; ///< may be sent once only
+    const BodyFraming framing;
+    const bool streamsReply;
+    const std::stop_token stop;
     const std::vector<std::string> headerLines;
     http::BodyPublisher bodySource;
     common::DataBuffer body;
     std::uint64_t uploaded = 0;
+
+    struct Ring {
+        void operator()() const { bell->ring(); }
+
+        std::shared_ptr<LoopBell> bell;
+    };
+
+    std::shared_ptr<DeliveryThreads> threads; ///< those of the streams; null without
+    std::shared_ptr<OutgoingStream> outgoing; ///< null: the body is in `body`
+    std::shared_ptr<IncomingStream> incoming; ///< null: the reply is gathered
+    std::optional<std::stop_callback<Ring>> onStop;
+    int paused = 0;         ///< CURLPAUSE_ bits
+    bool hasNews = false;   ///< `handOver` has something to do
+    bool headGiven = false; ///< the promise is kept, or will be by a task
 
     std::unique_ptr<curl_slist, FreeList> headerList;
     std::array<char, CURL_ERROR_SIZE> errorText{};

@@ -33,6 +33,14 @@ bool sameWord(std::string_view a, std::string_view b)
                       [](unsigned char x, unsigned char y) { return std::tolower(x) == std::tolower(y); });
 }
 
+std::string lowered(std::string_view word)
+{
+    std::string letters(word);
+    std::transform(letters.begin(), letters.end(), letters.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    return letters;
+}
+
 std::string_view trimmed(std::string_view text)
 {
     const auto first = text.find_first_not_of(" \t\r\n");
@@ -52,8 +60,7 @@ Number numberIn(std::string_view text, const char* complaint)
 
 } // namespace
 
-IncomingReply::IncomingReply(http::ReplyBody askedFor, const HttpOptions& httpOptions)
-    : asked(askedFor), options(httpOptions)
+IncomingReply::IncomingReply(Wish wished, const HttpOptions& httpOptions) : wish(wished), options(httpOptions)
 {
 }
 
@@ -74,6 +81,7 @@ void IncomingReply::takeLine(std::string_view line)
 void IncomingReply::beginHead(std::string_view statusLine)
 {
     stage = Stage::head;
+    headers.clear(); // those of an interim reply
     const auto code = statusLine.find(' ');
     if (code == std::string_view::npos) refuse("The reply has no status.");
     statusCode = numberIn<std::uint16_t>(statusLine.substr(code + 1, 3), "The reply has no status.");
@@ -85,6 +93,7 @@ void IncomingReply::takeHeader(std::string_view line)
     if (colon == std::string_view::npos) return;
     const auto name = line.substr(0, colon);
     const auto value = trimmed(line.substr(colon + 1));
+    if (wish.streamed) headers.emplace(lowered(name), value);
     if (sameWord(name, "content-length")) {
         ++framings;
         announced = numberIn<std::uint64_t>(value, "The reply announces no valid length.");
@@ -107,7 +116,7 @@ void IncomingReply::endHead()
     if (framings == 0)
         refuse("The reply does not say where it ends, so that nobody can tell it is complete.");
     if (framings > 1) refuse("The reply says more than once where it ends.");
-    if (!chunked) announce();
+    if (!chunked && !isStreamed()) announce();
 }
 
 /// Makes room for a body of known length in one step. The kernel grants memory that it does not have, so that

@@ -2,10 +2,12 @@
 
 #include "tarn/foundation/DataBuffer.h"
 #include "tarn/foundation/platform/HttpClientRequest.h"
+#include "tarn/foundation/platform/HttpStreamedResponse.h"
 #include "tarnhost/HttpOptions.h"
 
 #include <cstdint>
 #include <string_view>
+#include <utility>
 
 namespace connector::host::detail {
 
@@ -15,7 +17,14 @@ namespace connector::host::detail {
 /// a length or by chunks. One that ends with its connection looks the same whole and cut.
 class IncomingReply {
 public:
-    IncomingReply(http::ReplyBody asked, const HttpOptions& options);
+    /// How the reply is wanted.
+    struct Wish {
+        http::ReplyBody body = http::ReplyBody::document;
+        bool streamed = false; ///< headers are kept, and content is not gathered here
+        bool part = false;     ///< status 206 brings content, too
+    };
+
+    IncomingReply(Wish wish, const HttpOptions& options);
 
     /// Takes one line of a head, its line end included; after the body, of the trailer.
     /// @throws std::runtime_error, whose text says why this reply cannot be taken
@@ -23,6 +32,14 @@ public:
 
     /// Takes bytes of the body. @throws as takeLine
     void takeBody(std::string_view bytes);
+
+    /// Bytes of a streamed body have gone elsewhere.
+    void countBody(std::size_t bytes) { streamedBytes += bytes; }
+
+    /// The body is not to be taken here. @pre hasHead
+    bool isStreamed() const { return wish.streamed && !isDocument(); }
+
+    http::HttpStreamedResponse::Headers takeHeaders() { return std::move(headers); }
 
     /// The head of the reply proper, past any interim one, has begun.
     bool hasBegun() const { return stage != Stage::awaited; }
@@ -32,13 +49,13 @@ public:
     /// Read as a whole and parsed: what was asked for as such, and every refusal.
     bool isDocument() const
     {
-        return asked == http::ReplyBody::document || (hasBegun() && statusCode != 200);
+        return wish.body == http::ReplyBody::document || (hasBegun() && !bringsContent());
     }
 
     std::uint16_t status() const { return statusCode; }
 
     /// Bytes so far, heads included.
-    std::uint64_t arrived() const { return headBytes + body.size; }
+    std::uint64_t arrived() const { return headBytes + body.size + streamedBytes; }
 
     /// The body, in storage that it fills exactly: such is never copied later.
     common::DataBuffer takeContent();
@@ -46,13 +63,15 @@ public:
 private:
     enum class Stage { awaited, head, body };
 
+    bool bringsContent() const { return statusCode == 200 || (wish.part && statusCode == 206); }
+
     void beginHead(std::string_view statusLine);
     void takeHeader(std::string_view line);
     void endHead();
     void announce();
     std::uint64_t limit() const;
 
-    const http::ReplyBody asked;
+    const Wish wish;
     const HttpOptions& options;
     Stage stage = Stage::awaited;
     std::uint16_t statusCode = 0;
@@ -60,7 +79,9 @@ private:
     unsigned framings = 0; ///< headers that say where the body ends
     bool chunked = false;
     std::uint64_t announced = 0; ///< bytes of a body that is not chunked
+    std::uint64_t streamedBytes = 0;
     common::DataBuffer body;
+    http::HttpStreamedResponse::Headers headers;
 };
 
 } // namespace connector::host::detail

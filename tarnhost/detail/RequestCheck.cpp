@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <charconv>
 #include <stdexcept>
 #include <string_view>
 
@@ -43,10 +44,26 @@ void checkHeader(const std::string& name, const std::string& value, const UrlPar
     if (value.find_first_of(std::string_view("\r\n\0", 3)) != std::string::npos) {
         refuse(target, "The value of the header \"" + name + "\" holds a line break or NUL.");
     }
+}
+
+bool isFraming(const std::string& name)
+{
     const std::string lower = mapped(name, &std::tolower);
-    if (lower == "content-length" || lower == "transfer-encoding") {
-        refuse(target, "The header \"" + name + "\" follows from the body and cannot be set.");
+    return lower == "content-length" || lower == "transfer-encoding";
+}
+
+BodyFraming framingOf(const std::string& name, const std::string& value, const UrlParts& target)
+{
+    if (mapped(name, &std::tolower) == "transfer-encoding") {
+        if (mapped(value, &std::tolower) != "chunked") refuse(target, "The body can be sent in chunks only.");
+        return {true, std::nullopt};
     }
+    std::uint64_t length = 0;
+    const auto [end, fault] = std::from_chars(value.data(), value.data() + value.size(), length);
+    if (fault != std::errc() || end != value.data() + value.size()) {
+        refuse(target, "The length of the body is not a number.");
+    }
+    return {true, length};
 }
 
 } // namespace
@@ -71,11 +88,26 @@ std::string checkedMethod(const http::HttpClientRequest& request, const UrlParts
     return mapped(request.method, &std::toupper);
 }
 
+BodyFraming checkedFraming(const http::HttpClientRequest& request, const UrlParts& target)
+{
+    BodyFraming framing;
+    for (const auto& [name, value] : request.headers) {
+        if (!isFraming(name)) continue;
+        if (!request.body) {
+            refuse(target, "The header \"" + name + "\" follows from the body and cannot be set.");
+        }
+        if (framing.streamed) refuse(target, "The request says more than once how long its body is.");
+        framing = framingOf(name, value, target);
+    }
+    return framing;
+}
+
 std::vector<std::string> checkedHeaders(const http::HttpClientRequest& request, const UrlParts& target)
 {
     std::vector<std::string> lines;
     lines.reserve(request.headers.size());
     for (const auto& [name, value] : request.headers) {
+        if (isFraming(name)) continue;
         checkHeader(name, value, target);
         lines.push_back(isBlank(value) ? name + ";" : name + ": " + value);
     }

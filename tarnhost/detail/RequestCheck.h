@@ -3,6 +3,8 @@
 #include "tarn/foundation/platform/HttpClientRequest.h"
 #include "tarnhost/detail/UrlParts.h"
 
+#include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -15,9 +17,20 @@ UrlParts checkedTarget(const http::HttpClientRequest& request);
 /// The method as it goes on the wire. @throws TransportError, phase prepare, unless "get", "put" or "delete"
 std::string checkedMethod(const http::HttpClientRequest& request, const UrlParts& target);
 
-/// One text per header: "name: value", or "name;" for an empty value.
-/// @throws TransportError, phase prepare: a name that is no token, a value with CR, LF or NUL, or a header
-///   that says how the body is framed. The text names the header, never its value
+/// How the body is sent, as the headers say.
+struct BodyFraming {
+    bool streamed = false;               ///< as it arrives; otherwise it is gathered first
+    std::optional<std::uint64_t> length; ///< of a streamed body; nothing: it goes in chunks
+};
+
+/// @throws TransportError, phase prepare: a header that frames a body that is not there, two of them, a length that
+///   is no number, or a coding other than "chunked"
+BodyFraming checkedFraming(const http::HttpClientRequest& request, const UrlParts& target);
+
+/// One text per header: "name: value", or "name;" for an empty value. Those that frame the body are left out, since
+/// libcurl writes them.
+/// @throws TransportError, phase prepare: a name that is no token, or a value with CR, LF or NUL. The text names the
+///   header, never its value
 std::vector<std::string> checkedHeaders(const http::HttpClientRequest& request, const UrlParts& target);
 
 } // namespace connector::host::detail

@@ -5,6 +5,7 @@
 
 #include <pthread.h>
 
+#include <algorithm>
 #include <csignal>
 #include <stdexcept>
 #include <utility>
@@ -41,6 +42,7 @@ TransferLoop::TransferLoop(std::shared_ptr<DeliveryThreads> deliveryThreads, con
     startLibcurl();
     multi.reset(curl_multi_init());
     if (!multi) throw std::bad_alloc();
+    callers = std::make_shared<LoopBell>(multi.get());
     curl_multi_setopt(multi.get(), CURLMOPT_MAXCONNECTS, static_cast<long>(2 * laneLimit));
     thread = std::thread([this] { run(); });
 }
@@ -77,14 +79,17 @@ void TransferLoop::run()
 {
     blockBrokenPipeSignal();
     while (takeArrivals()) {
+        if (callers->answer()) attend();
         int running = 0;
         curl_multi_perform(multi.get(), &running);
+        handOver();
         collectFinished();
         endOverdue();
         const auto wait = active.empty() ? idle : tick;
         curl_multi_poll(multi.get(), nullptr, 0, static_cast<int>(wait.count()), nullptr);
     }
     abandonAll();
+    callers->silence();
     multi.reset(); // closes connections here, where SIGPIPE is blocked
 }
 
@@ -120,6 +125,11 @@ void TransferLoop::fillLane(const std::string& origin)
 
 void TransferLoop::begin(Transfer transfer)
 {
+    if (transfer->isCancelled()) {
+        transfer->giveUp();
+        post(std::move(transfer));
+        return;
+    }
     try {
         CURL* handle = transfer->open();
         if (const auto fault = curl_multi_add_handle(multi.get(), handle); fault != CURLM_OK) {
@@ -152,6 +162,39 @@ void TransferLoop::finish(CURL* handle, CURLcode outcome)
     post(std::move(transfer));
     --lanes[origin].active;
     fillLane(origin);
+}
+
+/// After all that has arrived in one round, so that a subscriber is called for full items rather than for each
+/// piece of them.
+void TransferLoop::handOver()
+{
+    for (const auto& [handle, transfer] : active)
+        transfer->handOver();
+}
+
+void TransferLoop::attend()
+{
+    std::vector<std::pair<CURL*, CURLcode>> ended;
+    for (const auto& [handle, transfer] : active) {
+        const CURLcode outcome = transfer->isCancelled() ? CURLE_ABORTED_BY_CALLBACK : transfer->attend();
+        if (outcome != CURLE_OK) ended.emplace_back(handle, outcome);
+    }
+    for (const auto& [handle, outcome] : ended)
+        finish(handle, outcome);
+    dropCancelledWaiting();
+}
+
+void TransferLoop::dropCancelledWaiting()
+{
+    for (auto& [origin, lane] : lanes) {
+        const auto kept = std::stable_partition(lane.waiting.begin(), lane.waiting.end(),
+                                                [](const Transfer& t) { return !t->isCancelled(); });
+        std::for_each(kept, lane.waiting.end(), [this](Transfer& cancelled) {
+            cancelled->giveUp();
+            post(std::move(cancelled));
+        });
+        lane.waiting.erase(kept, lane.waiting.end());
+    }
 }
 
 void TransferLoop::endOverdue()

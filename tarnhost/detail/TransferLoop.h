@@ -34,6 +34,9 @@ public:
     /// Takes a transfer over; once stopped, fails it.
     void submit(std::unique_ptr<HttpTransfer> transfer);
 
+    /// With which streams call this thread.
+    const std::shared_ptr<LoopBell>& bell() const { return callers; }
+
     /// Fails all transfers, phase shutdown, and ends the thread. The second call does nothing.
     void stop();
 
@@ -57,6 +60,9 @@ private:
     void begin(Transfer transfer);
     void collectFinished();
     void finish(CURL* handle, CURLcode outcome);
+    void handOver();
+    void attend();
+    void dropCancelledWaiting();
     void endOverdue();
     void abandonAll();
     void abandon(Transfer transfer);
@@ -66,7 +72,8 @@ private:
     const std::shared_ptr<DeliveryThreads> threads;
     const unsigned laneLimit;
     const std::chrono::milliseconds tick;
-    std::unique_ptr<CURLM, FreeMulti> multi;     ///< used by the I/O thread, but for its wake-up
+    std::unique_ptr<CURLM, FreeMulti> multi; ///< used by the I/O thread, but for its wake-up
+    std::shared_ptr<LoopBell> callers;
     std::unordered_map<std::string, Lane> lanes; ///< I/O thread only
     std::unordered_map<CURL*, Transfer> active;  ///< I/O thread only
 

@@ -12,12 +12,6 @@
 /// field's default; a malformed number throws as std::stoll and std::stoull do.
 namespace connector::tarn {
 
-/// What both kinds of write answer.
-inline constexpr std::tuple versionFields{
-    Field{"VersionId", &VersionInfo::versionId},
-    Field{"VersionLabel", &VersionInfo::versionLabel},
-};
-
 template <class Handle>
 inline constexpr std::tuple handleFields{
     Field{"FileHandleId", &Handle::fileHandleId},

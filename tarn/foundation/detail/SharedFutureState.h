@@ -1,5 +1,7 @@
 #pragma once
 
+#include "tarn/foundation/Export.h"
+
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
@@ -8,6 +10,7 @@
 #include <mutex>
 #include <stdexcept>
 #include <type_traits>
+#include <typeinfo>
 #include <utility>
 #include <variant>
 
@@ -61,6 +64,9 @@ public:
 template <class T, class Fn, class R>
 class Continuation;
 
+/// @throws WouldDeadlock on a thread with a DeliveryScope
+TARN_API void requireMayBlock(const std::type_info& awaited);
+
 /// The state that a Promise (or a continuation) shares with the Future made from it.
 ///
 /// Always owned by a shared_ptr. Waiters are woken and continuations run after the mutex is released, on the
@@ -107,6 +113,7 @@ public:
     {
         Lock lock(mutex);
         if (valueRetrieved || continuation) throw std::runtime_error(FutureError::getConsumed);
+        if (status == FutureStatus::pending) requireMayBlock(typeid(T));
         valueRetrieved = true;
         condition.wait(lock, [this] { return status != FutureStatus::pending; });
         switch (status) {
@@ -152,6 +159,7 @@ public:
         // The clock overflows when a longer time is added to now, and the wait would be over at once.
         constexpr std::chrono::duration<double> century = std::chrono::hours(24 * 36'525);
         if (std::chrono::duration<double>(duration) < century) return waitUpTo(lock, duration, settled);
+        if (!settled()) requireMayBlock(typeid(T));
         condition.wait(lock, settled);
         return true;
     }

@@ -1,0 +1,251 @@
+#include "tarn/transfer/detail/DownloadRelay.h"
+
+#include "tarn/foundation/OneShotPublisher.h"
+#include "tarn/protocol/HttpExchange.h"
+#include "tarn/transfer/DigestMismatch.h"
+#include "tarn/transfer/detail/ReplyHead.h"
+
+#include <algorithm>
+#include <cstring>
+#include <stdexcept>
+#include <utility>
+
+namespace connector::tarn::detail {
+namespace {
+
+using common::DataBuffer;
+
+constexpr std::uint16_t partialContent = 206;
+constexpr std::uint16_t rangeNotSatisfiable = 416;
+
+http::BodyPublisher emptyBody()
+{
+    return std::make_shared<reactive_streams::OneShotPublisher<DataBuffer>>(DataBuffer());
+}
+
+} // namespace
+
+DownloadRelay::DownloadRelay(std::unique_ptr<FileDownload> request)
+    : asked(std::move(request))
+    , response(std::make_unique<FileDownloadResponse>())
+    , receiver(std::move(asked->content))
+{
+}
+
+void DownloadRelay::begin(Future<std::unique_ptr<http::HttpClientResponse>> reply) noexcept
+{
+    try {
+        const auto arrived = reply.get();
+        readHead(arrived);
+        if (asked->onHead) asked->onHead(*response);
+        auto content = response->isPart && expected == 0u ? emptyBody() : arrived->body;
+        if (!content) content = emptyBody();
+        {
+            std::lock_guard lock(mutex);
+            body = content;
+        }
+        content->subscribe(shared_from_this());
+    } catch (...) {
+        if (end()) promise.setException(std::current_exception());
+    }
+}
+
+/// @throws what checkResponse throws, when this is not a success
+void DownloadRelay::readHead(const std::unique_ptr<http::HttpClientResponse>& reply)
+{
+    const bool isPart = asked->offset > 0 || asked->length;
+    if (isPart && reply && reply->status == partialContent) {
+        readPart(*reply);
+    } else if (isPart && reply && endsAtOffset(*reply)) {
+        response->isPart = true;
+        response->offset = asked->offset;
+        response->totalSize = asked->offset;
+        expected = 0;
+    } else {
+        checkResponse(reply);
+        readWhole(*reply);
+    }
+    response->versionId = ReplyHead(*reply).versionId();
+}
+
+void DownloadRelay::readPart(const http::HttpClientResponse& reply)
+{
+    const auto part = ReplyHead(reply).part();
+    if (!part || part->first != asked->offset ||
+        (asked->length && part->last - asked->offset >= *asked->length)) {
+        throw std::runtime_error("The service sent another part of the file than was asked for.");
+    }
+    response->isPart = true;
+    response->offset = asked->offset;
+    response->totalSize = part->total;
+    expected = part->last - asked->offset + 1;
+}
+
+bool DownloadRelay::endsAtOffset(const http::HttpClientResponse& reply) const
+{
+    if (reply.status != rangeNotSatisfiable) return false;
+    const auto part = ReplyHead(reply).part();
+    return part && !part->first && part->total == asked->offset;
+}
+
+/// The service has sent everything. Where the caller holds the beginning of another version, that is what is needed;
+/// otherwise what was asked for is cut out here.
+void DownloadRelay::readWhole(const http::HttpClientResponse& reply)
+{
+    const ReplyHead head(reply);
+    response->totalSize = expected = head.contentLength();
+    response->sha256 = head.sha256();
+    if (!response->sha256.empty()) hash.emplace();
+    if (!asked->ifVersion.empty()) return;
+    if (expected && asked->offset > *expected) {
+        throw std::runtime_error("The file ends before the part that was asked for.");
+    }
+    response->offset = skip = asked->offset;
+    remaining = asked->length;
+}
+
+void DownloadRelay::onSubscribe(std::weak_ptr<reactive_streams::Subscription> subscription)
+{
+    {
+        std::lock_guard lock(mutex);
+        source = std::move(subscription);
+    }
+    receiver->onSubscribe(weak_from_this());
+}
+
+void DownloadRelay::request(std::uint64_t n)
+{
+    std::unique_lock lock(mutex);
+    const auto held = ended ? nullptr : source.lock();
+    lock.unlock();
+    if (held) held->request(n);
+}
+
+void DownloadRelay::cancel()
+{
+    if (!end()) return;
+    stopSource();
+    promise.setException(std::make_exception_ptr(std::runtime_error("Content stream cancelled.")));
+}
+
+void DownloadRelay::onNext(DataBuffer&& item)
+{
+    {
+        std::lock_guard lock(mutex);
+        if (ended) return;
+    }
+    if (hash) hash->add(item.bytes());
+    seen += item.size;
+    const bool wasEmpty = item.size == 0;
+    cut(item);
+    if (item.size == 0 && !wasEmpty) {
+        request(1); // in the place of the one that the subscriber does not get
+        return;
+    }
+    pass(std::move(item));
+}
+
+/// Drops what was not asked for.
+void DownloadRelay::cut(DataBuffer& item)
+{
+    const auto before = std::min(skip, item.size);
+    if (before > 0) {
+        skip -= before;
+        item.size -= before;
+        std::memmove(item.data, static_cast<const char*>(item.data) + before, item.size);
+    }
+    if (remaining) {
+        item.size = std::min(item.size, *remaining);
+        *remaining -= item.size;
+    }
+}
+
+void DownloadRelay::pass(DataBuffer&& item)
+{
+    response->bytes += item.size;
+    try {
+        receiver->onNext(std::move(item));
+    } catch (...) {
+        if (!end()) return;
+        stopSource();
+        promise.setException(std::current_exception());
+        return;
+    }
+    if (remaining == 0u && expected != seen && end()) { // the rest is not needed
+        stopSource();
+        complete();
+    }
+}
+
+void DownloadRelay::onComplete()
+{
+    if (!end()) return;
+    try {
+        verify();
+    } catch (...) {
+        fail(std::current_exception());
+        return;
+    }
+    complete();
+}
+
+/// @pre the body has come to its end
+void DownloadRelay::verify()
+{
+    if (expected && seen != *expected) {
+        throw std::runtime_error("The content ended after " + std::to_string(seen) + " of " +
+                                 std::to_string(*expected) + " bytes.");
+    }
+    if (skip > 0) throw std::runtime_error("The file ends before the part that was asked for.");
+    if (!response->isPart) response->totalSize = seen;
+    if (!hash) return;
+    if (const std::string found = hash->hex(); found != response->sha256) {
+        throw DigestMismatch("The content is damaged: its SHA-256 is " + found + ", not " + response->sha256 +
+                             ".");
+    }
+    response->verified = true;
+}
+
+void DownloadRelay::complete()
+{
+    try {
+        receiver->onComplete();
+    } catch (...) {
+        promise.setException(std::current_exception());
+        return;
+    }
+    promise.setValue(std::move(response));
+}
+
+void DownloadRelay::onError(std::exception_ptr error)
+{
+    if (end()) fail(std::move(error));
+}
+
+/// The subscriber first: whoever waits for the future finds it told. @pre ended here
+void DownloadRelay::fail(std::exception_ptr error)
+{
+    try {
+        receiver->onError(error);
+    } catch (...) { // the future tells the error that came first
+    }
+    promise.setException(std::move(error));
+}
+
+bool DownloadRelay::end()
+{
+    http::BodyPublisher released; // after the lock, since with it may go what calls back
+    std::lock_guard lock(mutex);
+    released.swap(body);
+    return !std::exchange(ended, true);
+}
+
+void DownloadRelay::stopSource()
+{
+    std::unique_lock lock(mutex);
+    const auto held = source.lock();
+    lock.unlock();
+    if (held) held->cancel();
+}
+
+} // namespace connector::tarn::detail

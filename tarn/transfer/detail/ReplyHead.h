@@ -1,0 +1,38 @@
+#pragma once
+
+#include "tarn/foundation/platform/HttpClientResponse.h"
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+namespace connector::tarn::detail {
+
+/// What the headers of a reply tell, as far as the host hands them over.
+class ReplyHead {
+public:
+    explicit ReplyHead(const http::HttpClientResponse& reply) : response(reply) {}
+
+    /// A part of a file, as "Content-Range" says.
+    struct Part {
+        std::optional<std::uint64_t> first; ///< nothing: the part that was asked for is not there
+        std::uint64_t last = 0;
+        std::optional<std::uint64_t> total;
+    };
+
+    /// Nothing when there is no such header, or none that can be read.
+    std::optional<Part> part() const;
+    std::optional<std::uint64_t> contentLength() const;
+    /// Of "Content-Digest".
+    std::string sha256() const;
+    /// Of "ETag", without its quotes.
+    std::string versionId() const;
+
+private:
+    /// The only header of this name; empty otherwise.
+    std::string value(const std::string& name) const;
+
+    const http::HttpClientResponse& response;
+};
+
+} // namespace connector::tarn::detail

@@ -1,0 +1,130 @@
+#include "tarnhost/FileSink.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <string_view>
+#include <system_error>
+#include <utility>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace connector::host {
+namespace {
+
+using common::DataBuffer;
+
+/// As large as what file systems keep holes by.
+constexpr std::size_t blockBytes = 4096;
+
+[[noreturn]] void fail(const char* what)
+{
+    throw std::system_error(errno, std::generic_category(), what);
+}
+
+bool isRegular(int descriptor)
+{
+    struct stat about {};
+
+    return fstat(descriptor, &about) == 0 && S_ISREG(about.st_mode);
+}
+
+bool isZero(std::string_view block)
+{
+    return block.front() == '\0' && std::memcmp(block.data(), block.data() + 1, block.size() - 1) == 0;
+}
+
+/// How far blocks of one kind, zeros or not, go from the front.
+std::size_t runLength(std::string_view bytes, bool zeros)
+{
+    std::size_t run = 0;
+    while (run < bytes.size() && isZero(bytes.substr(run, blockBytes)) == zeros)
+        run += std::min(blockBytes, bytes.size() - run);
+    return run;
+}
+
+} // namespace
+
+FileSink::FileSink(int descriptor, Options options)
+    : file(fcntl(descriptor, F_DUPFD_CLOEXEC, 0)), keepHoles(options.keepHoles && isRegular(descriptor))
+{
+    if (file < 0) fail("Could not open the target");
+}
+
+FileSink::~FileSink()
+{
+    ::close(file);
+}
+
+void FileSink::onSubscribe(std::weak_ptr<reactive_streams::Subscription> offered)
+{
+    std::unique_lock lock(mutex);
+    subscription = std::move(offered);
+    const auto held = subscription.lock();
+    lock.unlock();
+    // One item comes after the other, each once the one before is written.
+    if (held) held->request(reactive_streams::unboundedDemand);
+}
+
+void FileSink::onNext(DataBuffer&& item)
+{
+    auto bytes = item.bytes();
+    while (!bytes.empty()) {
+        const bool zeros = keepHoles && isZero(bytes.substr(0, blockBytes));
+        const auto run = keepHoles ? runLength(bytes, zeros) : bytes.size();
+        zeros ? skip(run) : write(bytes.substr(0, run));
+        bytes.remove_prefix(run);
+    }
+}
+
+void FileSink::write(std::string_view bytes)
+{
+    while (!bytes.empty()) {
+        const auto written = ::write(file, bytes.data(), bytes.size());
+        if (written < 0 && errno == EINTR) continue;
+        if (written < 0) fail("Could not write the content");
+        bytes.remove_prefix(static_cast<std::size_t>(written));
+    }
+}
+
+void FileSink::skip(std::uint64_t bytes)
+{
+    if (lseek(file, static_cast<off_t>(bytes), SEEK_CUR) < 0) fail("Could not write the content");
+    hasHole = true;
+}
+
+void FileSink::onComplete()
+{
+    if (hasHole) { // the last block may be one
+        const off_t end = lseek(file, 0, SEEK_CUR);
+        if (end < 0 || ftruncate(file, end) != 0) fail("Could not write the content");
+    }
+    settle(true);
+}
+
+void FileSink::onError(std::exception_ptr)
+{
+    settle(false);
+}
+
+void FileSink::cancel()
+{
+    std::unique_lock lock(mutex);
+    const auto held = subscription.lock();
+    lock.unlock();
+    if (held) held->cancel();
+    settle(false);
+}
+
+void FileSink::settle(bool completed)
+{
+    {
+        std::lock_guard lock(mutex);
+        if (std::exchange(settled, true)) return;
+    }
+    ended.setValue(std::move(completed));
+}
+
+} // namespace connector::host

@@ -1,0 +1,212 @@
+#include "tarnhost/FileSource.h"
+
+#include "tarnhost/detail/Descriptor.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <condition_variable>
+#include <cstdlib>
+#include <mutex>
+#include <stdexcept>
+#include <system_error>
+#include <thread>
+#include <utility>
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace connector::host {
+namespace {
+
+using common::DataBuffer;
+using Subscriber = reactive_streams::SubscriberAPI<DataBuffer>;
+
+constexpr std::uint64_t itemBytes = 128 * 1024;
+
+[[noreturn]] void fail(const std::string& what)
+{
+    throw std::system_error(errno, std::generic_category(), what);
+}
+
+std::optional<std::uint64_t> restOf(int descriptor)
+{
+    struct stat about {};
+
+    if (fstat(descriptor, &about) != 0) fail("Could not look at the content");
+    if (!S_ISREG(about.st_mode)) return std::nullopt;
+    const off_t position = lseek(descriptor, 0, SEEK_CUR);
+    if (position < 0) fail("Could not look at the content");
+    return about.st_size > position ? static_cast<std::uint64_t>(about.st_size - position) : 0;
+}
+
+/// The next item; empty at the end.
+DataBuffer readItem(int descriptor, std::uint64_t most)
+{
+    DataBuffer item;
+    item.reserve(most);
+    ssize_t bytes = 0;
+    do {
+        bytes = read(descriptor, item.data, most);
+    } while (bytes < 0 && errno == EINTR);
+    if (bytes < 0) fail("Could not read the content");
+    item.size = static_cast<std::uint64_t>(bytes);
+    return item;
+}
+
+} // namespace
+
+/// What the publisher and its thread share: the thread may be the last to need it.
+class FileSource::Reader : public reactive_streams::Subscription,
+                           public std::enable_shared_from_this<Reader> {
+public:
+    explicit Reader(int descriptor)
+        : file(fcntl(descriptor, F_DUPFD_CLOEXEC, 0)), size(file.isOpen() ? restOf(file.get()) : std::nullopt)
+    {
+        if (!file.isOpen()) fail("Could not open the content");
+        if (size) return;
+        wakeUp = detail::Descriptor(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
+        if (!wakeUp.isOpen()) fail("Could not watch the content");
+    }
+
+    void subscribe(std::shared_ptr<Subscriber> taker)
+    {
+        {
+            std::lock_guard lock(mutex);
+            if (receiver) throw std::invalid_argument("Only one subscription allowed.");
+            receiver = taker;
+        }
+        taker->onSubscribe(weak_from_this());
+    }
+
+    void request(std::uint64_t n) override
+    {
+        std::unique_lock lock(mutex);
+        demand =
+            n > reactive_streams::unboundedDemand - demand ? reactive_streams::unboundedDemand : demand + n;
+        if (size) {
+            // A subscriber that asks again within its onNext is served by the loop that runs already.
+            if (!std::exchange(delivering, true)) deliver(std::move(lock));
+        } else if (!thread.joinable() && !done) {
+            thread =
+                std::thread([self = shared_from_this()] { self->deliver(std::unique_lock(self->mutex)); });
+        } else {
+            changed.notify_one();
+        }
+    }
+
+    void cancel() override
+    {
+        std::lock_guard lock(mutex);
+        done = true;
+        changed.notify_one();
+        if (wakeUp.isOpen()) eventfd_write(wakeUp.get(), 1);
+    }
+
+    void join()
+    {
+        cancel();
+        std::unique_lock lock(mutex);
+        auto ending = std::move(thread);
+        lock.unlock();
+        if (!ending.joinable()) return;
+        if (ending.get_id() == std::this_thread::get_id()) {
+            ending.detach(); // within its own signal; it has nothing more to do than return
+        } else {
+            ending.join();
+        }
+    }
+
+    std::optional<std::uint64_t> total() const { return size; }
+
+private:
+    using Lock = std::unique_lock<std::mutex>;
+
+    /// As long as something is asked for: for a file until nothing is, for anything else until the end.
+    void deliver(Lock lock)
+    {
+        while (!done) {
+            if (demand == 0 && size) break;
+            changed.wait(lock, [this] { return done || demand > 0; });
+            if (done) break;
+            if (demand != reactive_streams::unboundedDemand) --demand;
+            lock.unlock();
+            deliverNext();
+            lock.lock();
+        }
+        delivering = false;
+    }
+
+    void deliverNext()
+    {
+        DataBuffer item;
+        try {
+            if (!size && !hasInput()) return;
+            item = readItem(file.get(),
+                            size ? std::min(itemBytes, std::max<std::uint64_t>(*size, 1)) : itemBytes);
+        } catch (...) {
+            if (end()) receiver->onError(std::current_exception());
+            return;
+        }
+        if (item.size > 0) {
+            receiver->onNext(std::move(item));
+        } else if (end()) {
+            receiver->onComplete();
+        }
+    }
+
+    /// Waits for it. @return false when cancelled meanwhile
+    bool hasInput()
+    {
+        pollfd watched[] = {{file.get(), POLLIN, 0}, {wakeUp.get(), POLLIN, 0}};
+        while (poll(watched, 2, -1) < 0) {
+            if (errno != EINTR) fail("Could not read the content");
+        }
+        return watched[1].revents == 0;
+    }
+
+    bool end()
+    {
+        std::lock_guard lock(mutex);
+        return !std::exchange(done, true);
+    }
+
+    const detail::Descriptor file;
+    const std::optional<std::uint64_t> size;
+    detail::Descriptor wakeUp; ///< open where a thread reads
+    std::mutex mutex;          ///< guards everything below
+    std::condition_variable changed;
+    std::shared_ptr<Subscriber> receiver;
+    std::thread thread;
+    std::uint64_t demand = 0;
+    bool delivering = false;
+    bool done = false;
+};
+
+std::shared_ptr<FileSource> FileSource::open(const std::string& path)
+{
+    const detail::Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    if (!file.isOpen()) fail("Could not open \"" + path + "\"");
+    return std::make_shared<FileSource>(file.get());
+}
+
+FileSource::FileSource(int descriptor) : reader(std::make_shared<Reader>(descriptor)) {}
+
+FileSource::~FileSource()
+{
+    reader->join();
+}
+
+std::optional<std::uint64_t> FileSource::size() const
+{
+    return reader->total();
+}
+
+void FileSource::subscribe(std::shared_ptr<Subscriber> subscriber)
+{
+    reader->subscribe(std::move(subscriber));
+}
+
+} // namespace connector::host

@@ -1,0 +1,204 @@
+#include "tarnhost/detail/OutgoingStream.h"
+
+#include "tarn/foundation/DeliveryScope.h"
+#include "tarnhost/DeliveryThreads.h"
+#include "tarnhost/detail/StreamLimits.h"
+
+#include <algorithm>
+#include <cstring>
+#include <stdexcept>
+#include <string>
+#include <utility>
+
+namespace connector::host::detail {
+namespace {
+
+using common::DataBuffer;
+
+std::exception_ptr wrongLength(const char* relation, std::uint64_t arrived, std::uint64_t length)
+{
+    return std::make_exception_ptr(std::runtime_error("The content to send " + std::string(relation) +
+                                                      " after " + std::to_string(arrived) + " of " +
+                                                      std::to_string(length) + " bytes."));
+}
+
+} // namespace
+
+OutgoingStream::OutgoingStream(std::shared_ptr<DeliveryThreads> deliveryThreads,
+                               std::shared_ptr<LoopBell> loopBell, std::optional<std::uint64_t> total)
+    : length(total), threads(std::move(deliveryThreads)), bell(std::move(loopBell))
+{
+}
+
+void OutgoingStream::follow(http::BodyPublisher publisher)
+{
+    {
+        std::lock_guard lock(mutex);
+        source = publisher;
+    }
+    try {
+        publisher->subscribe(shared_from_this());
+    } catch (...) {
+        onError(std::current_exception());
+    }
+}
+
+void OutgoingStream::onSubscribe(std::weak_ptr<reactive_streams::Subscription> offered)
+{
+    Lock lock(mutex);
+    subscription = std::move(offered);
+    subscribed = true;
+    schedule(std::move(lock));
+}
+
+void OutgoingStream::onNext(DataBuffer&& item)
+{
+    Lock lock(mutex);
+    asked = false;
+    if (ended || stopped) return;
+    arrived += item.size;
+    if (length && arrived > *length) {
+        fail(std::move(lock), wrongLength("goes on", *length, *length));
+        return;
+    }
+    if (item.size > 0) {
+        queued += item.size;
+        items.push_back(std::move(item));
+    }
+    callLoop(std::move(lock));
+}
+
+void OutgoingStream::onComplete()
+{
+    Lock lock(mutex);
+    if (ended || stopped) return;
+    if (length && arrived < *length) {
+        fail(std::move(lock), wrongLength("ended", arrived, *length));
+        return;
+    }
+    ended = true;
+    callLoop(std::move(lock));
+}
+
+void OutgoingStream::onError(std::exception_ptr error)
+{
+    Lock lock(mutex);
+    if (ended || stopped) return;
+    ended = true;
+    fail(std::move(lock), std::move(error));
+}
+
+void OutgoingStream::cancel()
+{
+    Lock lock(mutex);
+    stopped = true;
+    const auto dropped = std::exchange(items, {});
+    schedule(std::move(lock));
+}
+
+OutgoingStream::Supply OutgoingStream::take(char* room, std::size_t size, std::size_t& taken)
+{
+    Lock lock(mutex);
+    taken = 0;
+    if (failure) return Supply::failed;
+    while (taken < size && !items.empty()) {
+        DataBuffer& item = items.front();
+        const auto part = std::min<std::uint64_t>(size - taken, item.size - takenOfItem);
+        std::memcpy(room + taken, static_cast<const char*>(item.data) + takenOfItem, part);
+        taken += part;
+        takenOfItem += part;
+        if (takenOfItem < item.size) break;
+        queued -= item.size;
+        takenOfItem = 0;
+        items.pop_front();
+    }
+    if (taken == 0 && ended) return Supply::end;
+    if (taken == 0) starved = held = true;
+    schedule(std::move(lock));
+    return taken > 0 ? Supply::bytes : Supply::later;
+}
+
+bool OutgoingStream::hasMoreAgain()
+{
+    std::lock_guard lock(mutex);
+    return starved && (!items.empty() || ended || failure) && std::exchange(starved, false);
+}
+
+bool OutgoingStream::wasHeld()
+{
+    std::lock_guard lock(mutex);
+    return std::exchange(held, starved);
+}
+
+bool OutgoingStream::isAllTaken()
+{
+    std::lock_guard lock(mutex);
+    return ended && !failure && items.empty();
+}
+
+std::exception_ptr OutgoingStream::error()
+{
+    std::lock_guard lock(mutex);
+    return failure;
+}
+
+/// @pre locked
+bool OutgoingStream::wantsItem() const
+{
+    return subscribed && !ended && !stopped && !asked && queued < streamQueueBytes;
+}
+
+/// The publisher has no more to do, and is to go. @pre locked
+bool OutgoingStream::hasDone() const
+{
+    return (ended || stopped) && source;
+}
+
+void OutgoingStream::schedule(Lock lock)
+{
+    if (scheduled || !(wantsItem() || hasDone())) return;
+    scheduled = true;
+    lock.unlock();
+    threads->post([self = shared_from_this()] {
+        const DeliveryScope scope("asking for an item of a streamed request");
+        self->step();
+    });
+}
+
+/// One item at a time, so that many streams share one thread evenly.
+void OutgoingStream::step()
+{
+    Lock lock(mutex);
+    const bool last = hasDone();
+    const bool first = wantsItem();
+    asked = asked || first;
+    // Released here and not within the publisher's own signal, in which it could not wait for its thread.
+    auto publisher = last ? std::exchange(source, nullptr) : source;
+    const auto asking = subscription.lock();
+    const bool stop = last && !ended;
+    lock.unlock();
+    if (asking && stop) asking->cancel();
+    if (asking && first) asking->request(1);
+    if (!asking && first) onError(std::make_exception_ptr(std::runtime_error("Subscription went away!")));
+    publisher.reset();
+    lock.lock();
+    scheduled = false;
+    schedule(std::move(lock));
+}
+
+void OutgoingStream::fail(Lock lock, std::exception_ptr error)
+{
+    failure = std::move(error);
+    if (!ended) stopped = true;
+    callLoop(std::move(lock));
+}
+
+/// After anything that `take` may wait for.
+void OutgoingStream::callLoop(Lock lock)
+{
+    const bool wanted = starved || failure;
+    schedule(std::move(lock));
+    if (wanted) bell->ring();
+}
+
+} // namespace connector::host::detail
