@@ -7,6 +7,7 @@
 #include "tarn/protocol/SessionRequest.h"
 #include "tarn/protocol/VersionInfo.h"
 #include "tarn/transfer/FileTransferServiceProvider.h"
+#include "tarn/transfer/Sha256.h"
 
 #include <cstdint>
 #include <functional>
@@ -72,8 +73,9 @@ struct TARN_API FileDownloadHead {
 /// transfer, and the future fails with what was thrown. `Subscription::cancel` closes the connection, and the future
 /// fails with std::runtime_error "Content stream cancelled.".
 ///
-/// All of it arrives, or an error: a body that ends early and a whole file whose SHA-256 is not the one that the
-/// service tells (DigestMismatch) are errors, after the items.
+/// All of it arrives, or an error: a body that ends early and a file whose SHA-256 is not the one that the
+/// service tells (DigestMismatch) are errors, after the items. The latter is known of a whole file, and of the end of
+/// one with `before`.
 ///
 /// With `ifVersion`, the part is wanted only of that version, which the caller has the beginning of. Of any other
 /// the service sends the whole file, which `onHead` tells by an `offset` of 0. Without it, a service that knows
@@ -93,6 +95,8 @@ struct TARN_API FileDownload : SessionRequest,
     std::uint64_t offset = 0;            ///< bytes
     std::optional<std::uint64_t> length; ///< bytes, or fewer where the file ends; nothing: all the rest
     std::string ifVersion;               ///< a version id; empty: of whatever version there is
+    std::optional<Sha256>
+        before; ///< of the `offset` bytes that the caller has, so that the whole is verified
     ContentSubscriber content;
     /// Called before the subscriber gets its subscription, on the same thread; empty: nobody asks. What it throws
     /// ends the transfer and fails the future.
@@ -102,7 +106,7 @@ struct TARN_API FileDownload : SessionRequest,
 
 struct TARN_API FileDownloadResponse : Message, FileDownloadHead {
     std::uint64_t bytes = 0; ///< delivered
-    bool verified = false;   ///< the whole file went by, and its SHA-256 is the one told
+    bool verified = false;   ///< the SHA-256 of the whole file is the one told
 };
 
 } // namespace connector::tarn

@@ -55,6 +55,7 @@ TEST(FileTransfer, BringsAFileThereAndBackThroughTheRealService)
     const auto stored = bounded(host.fileTransfer()->uploadFile(std::move(upload)));
     EXPECT_EQ(stored->bytes, content.size());
     EXPECT_EQ(stored->versionLabel, 1);
+    EXPECT_TRUE(stored->verified);
 
     TemporaryFile copy;
     auto download = std::make_unique<FileDownload>();
@@ -63,6 +64,8 @@ TEST(FileTransfer, BringsAFileThereAndBackThroughTheRealService)
     const auto brought = bounded(host.fileTransfer()->downloadFile(std::move(download)));
     EXPECT_EQ(brought->bytes, content.size());
     EXPECT_EQ(brought->totalSize, content.size());
+    EXPECT_TRUE(brought->verified);
+    EXPECT_EQ(brought->versionId, stored->versionId);
     EXPECT_EQ(copy.content(), content);
 }
 

@@ -65,6 +65,13 @@ void DownloadRelay::readHead(const std::unique_ptr<http::HttpClientResponse>& re
         checkResponse(reply);
         readWhole(*reply);
     }
+    response->sha256 = ReplyHead(*reply).sha256();
+    if (!response->isPart) {
+        hash.emplace();
+    } else if (!asked->length) {
+        hash = std::move(asked->before);
+    }
+    if (response->sha256.empty()) hash.reset();
     response->versionId = ReplyHead(*reply).versionId();
 }
 
@@ -94,8 +101,6 @@ void DownloadRelay::readWhole(const http::HttpClientResponse& reply)
 {
     const ReplyHead head(reply);
     response->totalSize = expected = head.contentLength();
-    response->sha256 = head.sha256();
-    if (!response->sha256.empty()) hash.emplace();
     if (!asked->ifVersion.empty()) return;
     if (expected && asked->offset > *expected) {
         throw std::runtime_error("The file ends before the part that was asked for.");

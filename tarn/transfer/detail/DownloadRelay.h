@@ -53,8 +53,8 @@ private:
     Promise<std::unique_ptr<Message>> promise;
     std::unique_ptr<FileDownloadResponse> response;
     ContentSubscriber receiver;
-    std::optional<Sha256> hash;             ///< of a whole file whose digest is told
-    std::uint64_t skip = 0;                 ///< bytes still to be dropped
+    std::optional<Sha256> hash; ///< where it comes to that of the whole file, whose digest is told
+    std::uint64_t skip = 0;     ///< bytes still to be dropped
     std::optional<std::uint64_t> remaining; ///< bytes to be delivered, where more may come
     std::optional<std::uint64_t> expected;  ///< bytes of the body
     std::uint64_t seen = 0;                 ///< bytes of the body

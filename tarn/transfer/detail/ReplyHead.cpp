@@ -9,6 +9,8 @@
 namespace connector::tarn::detail {
 namespace {
 
+constexpr std::uint16_t statusOk = 200;
+
 std::optional<std::uint64_t> numberIn(std::string_view text)
 {
     std::uint64_t number = 0;
@@ -52,7 +54,8 @@ std::optional<std::uint64_t> ReplyHead::contentLength() const
 
 std::string ReplyHead::sha256() const
 {
-    return sha256In(value("content-digest"));
+    const std::string whole = sha256In(value("repr-digest"));
+    return !whole.empty() || response.status != statusOk ? whole : sha256In(value("content-digest"));
 }
 
 std::string ReplyHead::versionId() const

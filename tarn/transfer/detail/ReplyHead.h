@@ -23,7 +23,7 @@ public:
     /// Nothing when there is no such header, or none that can be read.
     std::optional<Part> part() const;
     std::optional<std::uint64_t> contentLength() const;
-    /// Of "Content-Digest".
+    /// Of the whole file: "Repr-Digest", or "Content-Digest" where the body is the whole; empty when not told.
     std::string sha256() const;
     /// Of "ETag", without its quotes.
     std::string versionId() const;
