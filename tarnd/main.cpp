@@ -3,6 +3,7 @@
 #include "tarnd/store/ServiceError.h"
 
 #include <CLI/CLI.hpp>
+#include <charconv>
 #include <cstdio>
 #include <sys/stat.h>
 
@@ -13,13 +14,31 @@ using namespace tarnd;
 constexpr int failure = 1;
 constexpr int usage = 2;
 
-/// Refuses a malformed URL as what it is, an error in what was typed, before anything is opened.
+/// The database counts in signed 64 bits.
+constexpr std::uint64_t largestSize = std::numeric_limits<std::int64_t>::max();
+
+/// Refuses a malformed URL as what it is, an error in what was typed, before anything is opened. Does not repeat it,
+/// since it may hold a password.
 CLI::Validator isUrlWith(std::vector<std::string> beginnings)
 {
     return {[beginnings](const std::string& url) {
                 for (const auto& beginning : beginnings)
                     if (url.starts_with(beginning) && url.size() > beginning.size()) return std::string();
-                return "'" + url + "' is not a URL that begins with " + beginnings.front();
+                return "What is given must be a URL that begins with " + beginnings.front();
+            },
+            ""};
+}
+
+CLI::Validator isFrom(std::uint64_t least, std::uint64_t most)
+{
+    return {[=](const std::string& text) {
+                std::uint64_t number = 0;
+                const auto* end = text.data() + text.size();
+                const auto [stopped, error] = std::from_chars(text.data(), end, number);
+                const bool fits = error == std::errc() && stopped == end && least <= number && number <= most;
+                return fits ? ""
+                            : "'" + text + "' is not a whole number from " + std::to_string(least) + " to " +
+                                  std::to_string(most);
             },
             ""};
 }
@@ -76,19 +95,23 @@ void addServeOptions(CLI::App& command, ServeOptions& options)
         ->type_name("URL");
     command.add_flag("--insecure", options.insecure, "Allow plain HTTP beyond this machine");
     command.add_option("--session-minutes", options.store.sessionIdleMinutes, "Idle life of a session")
-        ->check(CLI::Range(1, 60 * 24 * 365))
+        ->check(isFrom(1, 60 * 24 * 365))
         ->capture_default_str();
     command
         .add_option("--keep-free", options.store.keepFree,
                     "Bytes of the disk that no upload may take, so that it can be emptied again")
+        ->check(isFrom(0, largestSize))
         ->type_name("BYTES")
         ->capture_default_str();
-    command.add_option("--max-file-size", options.maxFileSize, "Largest upload in bytes")->type_name("BYTES");
+    command.add_option("--max-file-size", options.maxFileSize, "Largest upload in bytes")
+        ->check(isFrom(0, largestSize))
+        ->type_name("BYTES");
     command.add_option("--idle-timeout", options.idleTimeout, "Seconds until a silent connection is closed")
+        ->check(isFrom(1, 24 * 60 * 60))
         ->type_name("SECONDS")
         ->default_str("60");
     command.add_option("--readers", options.store.readers, "Requests that read the database at a time")
-        ->check(CLI::Range(1, 256))
+        ->check(isFrom(1, 256))
         ->capture_default_str();
     command.add_flag("-v,--verbose", options.verbose, "A line per request on standard error");
 }
@@ -133,6 +156,7 @@ struct CommandLine {
 
     int run()
     {
+        // `serve` opens the store itself: it blocks signals first, before any thread of the store exists.
         if (*serve) return tarnd::serve(options), 0;
         if (*fsck) return check(options.store, repair);
         Store store(options.store, Purpose::administer);
