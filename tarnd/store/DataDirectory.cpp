@@ -64,9 +64,10 @@ std::optional<std::string> DataDirectory::storeId() const
 }
 
 /// Never replaces an id: of two processes that find none, the second takes over what the first has written.
-std::string DataDirectory::claimStoreId() const
+/// Written among the uploads, where the next start finds and removes what a dying process has left.
+std::string DataDirectory::claimStoreId(ContentFolder& contents) const
 {
-    const auto temporary = folder / ("store-id." + randomHex(storeIdBytes));
+    const auto temporary = contents.ownUploads() / "store-id";
     const auto id = randomHex(storeIdBytes);
     {
         std::ofstream file(temporary);
@@ -85,7 +86,7 @@ std::string DataDirectory::claimStoreId() const
 /// The folder has its id first, and the database takes it over under the write lock: of two folders over one
 /// empty database one loses here and now, not at its next start. A folder without an id is no new one when the
 /// database has had one: it is the empty place where a folder should be mounted.
-void DataDirectory::join(Database& database, const ContentFolder& contents) const
+void DataDirectory::join(Database& database, ContentFolder& contents) const
 {
     const auto storeOf = [](Transaction& transaction) {
         return transaction.value<std::string>("SELECT value FROM meta WHERE name = 'store'");
@@ -93,7 +94,7 @@ void DataDirectory::join(Database& database, const ContentFolder& contents) cons
     auto known = database.read(storeOf);
     const auto here = storeId();
     if (!known) {
-        const auto id = here ? *here : claimStoreId();
+        const auto id = here ? *here : claimStoreId(contents);
         known = database.write([&](Transaction& transaction) {
             const auto joined = storeOf(transaction);
             if (joined) return *joined;

@@ -31,11 +31,11 @@ public:
     /// Without this check a start with the wrong database would take every content for an orphan and remove
     /// it.
     /// @throws ServiceError conflict
-    void join(Database& database, const ContentFolder& contents) const;
+    void join(Database& database, ContentFolder& contents) const;
 
-    /// Writes into the lock file where this process can be reached: {"pid":1234,"url":"http://127.0.0.1:7070"}. Text
-    /// with another id than the lock's owner is that of a process from before. Does nothing where several share the
-    /// directory.
+    /// Writes into the lock file where this process can be reached: {"pid":1234,"url":"http://127.0.0.1:7070"}.
+    /// Text with another id than the lock's owner is that of a process from before. Does nothing where several
+    /// share the directory.
     void announce(const std::string& url) const;
 
     /// Something was stored here before.
@@ -44,7 +44,7 @@ public:
 private:
     void identify();
     std::optional<std::string> storeId() const;
-    std::string claimStoreId() const;
+    std::string claimStoreId(ContentFolder& contents) const;
 
     std::filesystem::path folder;
     UniqueFd claim;

@@ -50,11 +50,9 @@ std::string faultsIn(const std::filesystem::path& dataDir)
         text += problem + "\n";
     const std::set<std::string> known{"contents",    "lock",        "store-id", "tarn.db",
                                       "tarn.db-shm", "tarn.db-wal", "uploads"};
-    // A first start that dies leaves the file it was about to name "store-id"; nobody reads that.
     for (const auto& folder : {dataDir, dataDir / "uploads"})
         for (const auto& entry : std::filesystem::directory_iterator(folder))
-            if (!known.contains(entry.path().filename()) && entry.path().stem() != "store-id")
-                text += entry.path().string() + " was left\n";
+            if (!known.contains(entry.path().filename())) text += entry.path().string() + " was left\n";
     return text;
 }
 

@@ -17,13 +17,13 @@ namespace {
 
 std::mutex syncMutex;
 std::vector<std::string> synced;         ///< files and folders, in the order of the calls
-std::string failSyncOf = "no such file"; ///< the end of a name whose next sync fails
+std::string failSyncOf = "no such file"; ///< a part of a name whose next sync fails
 
 int sync(int fd, long call)
 {
     const std::lock_guard lock(syncMutex);
     synced.push_back(std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(fd)));
-    if (!synced.back().ends_with(failSyncOf)) return static_cast<int>(::syscall(call, fd));
+    if (synced.back().find(failSyncOf) == std::string::npos) return static_cast<int>(::syscall(call, fd));
     failSyncOf = "no such file";
     errno = EIO;
     return -1;
@@ -110,6 +110,18 @@ TEST_F(DiskTest, AFailedSyncAtTheCommitKeepsTheContent)
     open();
     EXPECT_EQ(get(alice, at("/after")), "2");
     EXPECT_EQ(problems(), "");
+}
+
+TEST_F(DiskTest, AFirstStartThatFailsLeavesNoIdBehind)
+{
+    StorePlace fresh;
+    auto first = options();
+    first.dataDir = fresh.folder;
+    first.databaseUrl = fresh.databaseUrl;
+    failSyncOf = "store-id";
+    EXPECT_EQ(refusal([&] { Store(first, Purpose::serve); }), Kind::internal);
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(fresh.folder))
+        EXPECT_EQ(entry.path().filename().string().find("store-id"), std::string::npos) << entry.path();
 }
 
 TEST_F(DiskTest, AFullDiskRefusesUploadsEarlyAndIsEmptiedThroughTheService)
