@@ -1,12 +1,14 @@
 #include "tarnd/http/ConnectionTable.h"
 
 #include <algorithm>
+#include <fcntl.h>
 // glibc's own <netinet/tcp.h> lacks the counters of bytes.
 #include <linux/sockios.h>
 #include <linux/tcp.h>
 #include <netinet/in.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <utility>
 
 namespace tarnd {
@@ -98,6 +100,17 @@ void ConnectionTable::enter(int fd, Phase phase)
     connection.since = Clock::now();
     connection.moved.reset();
     connection.headBegun = connection.left = false;
+    connection.file = {};
+}
+
+void ConnectionTable::watch(int fd, const UniqueFd& file, std::uint64_t end)
+{
+    const std::lock_guard lock(mutex);
+    const auto found = connections.find(fd);
+    if (found == connections.end()) return;
+    // One of its own: the server library closes the other when it likes. Without one the slowness shows it.
+    found->second.file = UniqueFd(fcntl(file.get(), F_DUPFD_CLOEXEC, 0));
+    found->second.fileEnd = end;
 }
 
 void ConnectionTable::setBusy(int fd, bool busy)
@@ -127,15 +140,22 @@ bool ConnectionTable::isEmpty() const
 bool ConnectionTable::mustGo(int fd, Connection& connection) const
 {
     const SocketState state(fd);
-    // A content that was cut short under a download leaves the server library trying for ever.
     if (connection.phase == Phase::download)
-        return isTooSlow(state.acknowledged, connection.busy,
+        return isCutShort(connection) ||
+               isTooSlow(state.acknowledged, connection.busy,
                          state.unsent == 0 ? limits.head : limits.download, connection);
     // The server library reads once per event, so that an end that came together with bytes escapes it. Seen
     // twice, because those bytes may be on their way to the handler just now.
     const bool gone = state.clientEnded && state.unread == 0 && !connection.busy;
     if (gone && std::exchange(connection.left, true)) return true;
     return isLate(state, connection);
+}
+
+bool ConnectionTable::isCutShort(const Connection& connection)
+{
+    struct stat now = {};
+    return connection.file && fstat(connection.file.get(), &now) == 0 &&
+           static_cast<std::uint64_t>(now.st_size) < connection.fileEnd;
 }
 
 bool ConnectionTable::isLate(const SocketState& state, Connection& connection) const

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "tarnd/http/ClientAddress.h"
+#include "tarnd/store/UniqueFd.h"
 
 #include <chrono>
 #include <cstddef>
@@ -16,7 +17,7 @@ struct ConnectionLimits {
     std::size_t connections = 1000;
     std::size_t perAddress = 750; ///< leaves room for the others
     std::chrono::seconds head{
-        10}; ///< from the first byte of a head, or from the start of a connection, to its end
+        10}; ///< from the first byte of a head, or the start of a connection, to its end
     std::chrono::seconds upload{30};   ///< over which an upload must keep to `leastRate`
     std::chrono::seconds download{60}; ///< over which a reply must; longer, because clients pause downloads
     std::uint64_t leastRate = 1024;    ///< bytes per second
@@ -51,6 +52,10 @@ public:
 
     void enter(int fd, Phase phase);
 
+    /// The download that was entered is of a file up to `end`, and must go once the file is shorter: the server
+    /// library would try for the rest for ever.
+    void watch(int fd, const UniqueFd& file, std::uint64_t end);
+
     /// While a handler works on it a connection may take as long as that takes.
     void setBusy(int fd, bool busy);
 
@@ -70,12 +75,15 @@ private:
         std::optional<std::uint64_t> moved = {}; ///< the socket's counter then; unknown until the next sweep
         bool headBegun = true;                   ///< a new connection owes its first head at once
         bool busy = false;
-        bool left = false;   ///< its client was seen gone
-        bool ending = false; ///< shut down, and not yet removed
+        bool left = false;         ///< its client was seen gone
+        bool ending = false;       ///< shut down, and not yet removed
+        UniqueFd file = {};        ///< what is being sent
+        std::uint64_t fileEnd = 0; ///< bytes that it must have
     };
 
     bool evict(std::optional<ClientAddress> client);
     bool mustGo(int fd, Connection& connection) const;
+    static bool isCutShort(const Connection& connection);
     bool isLate(const struct SocketState& state, Connection& connection) const;
     bool isTooSlow(std::uint64_t moved, bool ours, std::chrono::seconds window, Connection& connection) const;
     void discount(Connection& connection);

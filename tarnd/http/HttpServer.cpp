@@ -218,7 +218,7 @@ MHD_Result HttpServer::Connections::begin(MHD_Connection* connection, RequestHea
         break;
     }
     table.enter(busy.fd, ConnectionTable::Phase::download);
-    return send(connection, exchange.finish(), true);
+    return send(connection, exchange.finish(), true); // a refusal: no file
 }
 
 MHD_Result HttpServer::Connections::receive(MHD_Connection* connection, const char* data, std::size_t* size,
@@ -233,6 +233,7 @@ MHD_Result HttpServer::Connections::receive(MHD_Connection* connection, const ch
     table.enter(busy.fd, ConnectionTable::Phase::download);
     auto reply = exchange.finish();
     holdBack(exchange.delay());
+    if (reply.file) table.watch(busy.fd, reply.file, reply.fileSize);
     return send(connection, std::move(reply), draining);
 }
 
