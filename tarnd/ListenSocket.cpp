@@ -38,8 +38,10 @@ AddressList resolve(const std::string& address)
 {
     const auto [host, port] = split(address);
     addrinfo hints{};
+    // A port is a number: a lookup of names of services reads files that a container may lack.
     hints.ai_flags = AI_PASSIVE | AI_NUMERICSERV;
     hints.ai_socktype = SOCK_STREAM;
+    // ":7070" is IPv4 alone, since whether an IPv6 socket takes both differs from machine to machine.
     hints.ai_family = host.empty() ? AF_INET : AF_UNSPEC;
     addrinfo* found = nullptr;
     if (const int error = getaddrinfo(host.empty() ? nullptr : host.c_str(), port.c_str(), &hints, &found))
@@ -94,6 +96,7 @@ ListenSocket::ListenSocket(const std::string& address)
         throw std::runtime_error("Could not listen on " + address + ": " + std::strerror(error) + "." +
                                  adviceFor(error));
     }
+    // What was bound, not what was asked for: with port 0 the kernel has chosen, and a name may have several addresses.
     sockaddr_storage bound{};
     socklen_t length = sizeof bound;
     getsockname(fd, reinterpret_cast<sockaddr*>(&bound), &length);

@@ -90,6 +90,7 @@ void serve(const ServeOptions& options)
 {
     const auto signals = blockTerminationSignals();
     raiseFileLimit();
+    // Before the store is opened: a port that is taken or open to everybody must not leave traces on the disk.
     ListenSocket socket(options.listen);
     refuseOpenListening(options, socket);
     const auto url = (options.tlsCertificateFile.empty() ? "http://" : "https://") + socket.name();

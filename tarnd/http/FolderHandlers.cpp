@@ -30,6 +30,7 @@ Reply readAttributes(Call& call)
 Reply move(Call& call)
 {
     const auto& query = call.request.query();
+    // An empty bucket is the caller's own, as in every address.
     const Location target{ItemPath::fromText(query.text("targetPath")), query.text("targetBucket")};
     call.store.catalog().move(call.caller, itemOf(call), target, query.flag("moveTargetOverwrite"));
     return doneReply();

@@ -2,6 +2,7 @@
 
 namespace tarnd {
 
+/// A folder has no size to tell: 0 would be that of an empty file.
 void writeItem(XmlWriter& xml, const Item& item)
 {
     xml.text("Name", item.name);

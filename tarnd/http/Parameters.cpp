@@ -10,7 +10,8 @@ namespace tarnd {
 
 namespace {
 
-constexpr std::size_t parameterLimit = 100; // ten times what any request of the interface has
+/// Ten times what any request of the interface has.
+constexpr std::size_t parameterLimit = 100;
 
 } // namespace
 
@@ -26,6 +27,7 @@ Parameters::Parameters(std::string_view query)
             equals == std::string_view::npos ? std::string() : percentDecode(pair.substr(equals + 1));
         const auto [place, inserted] = values.emplace(std::move(name), std::move(value));
         if (values.size() > parameterLimit) throw sentences::tooManyParameters();
+        // Of two values for one name some programs take the first and others the last.
         if (!inserted) throw sentences::repeatedParameter(plainText(place->first));
     }
 }

@@ -42,6 +42,7 @@ std::string percentDecode(std::string_view encoded)
         text += escape ? decodeEscape(encoded) : encoded.front();
         encoded.remove_prefix(escape ? 3 : 1);
     }
+    // PostgreSQL keeps neither, and would say so in words of its own.
     if (text.find('\0') != std::string::npos || !utf8::is_valid(text.begin(), text.end()))
         throw sentences::badEncoding();
     return text;

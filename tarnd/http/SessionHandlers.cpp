@@ -17,6 +17,7 @@ Reply logout(Call& call)
     return doneReply();
 }
 
+/// Whether the session lives was asked before any handler runs.
 Reply ping(Call&)
 {
     XmlWriter xml("Response");

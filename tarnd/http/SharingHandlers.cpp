@@ -46,6 +46,7 @@ void writeSharedItems(XmlWriter& xml, std::string_view list, std::string_view re
 Reply grantPermission(Call& call)
 {
     const auto& query = call.request.query();
+    // The only kind of grant there is: whoever asks for another must not get this one.
     if (query.required("operation") != "READ_ONLY") throw sentences::badParameter("operation", "READ_ONLY");
     XmlWriter xml("Response");
     xml.text("PermissionId",

@@ -30,6 +30,7 @@ void requireUserName(const std::string& name)
     if (!why.empty()) throw sentences::badUserName(why);
 }
 
+/// Only a digest is kept. Without a salt, which a secret of 256 random bits does not need, a token is found by it.
 std::string Accounts::add(const std::string& name)
 {
     requireUserName(name);
@@ -73,6 +74,7 @@ void Accounts::remove(const std::string& name, bool force)
         const auto root = rootOf(transaction, id);
         if (!force && hasChildren(transaction, root.id)) throw sentences::userOwnsData(name);
         auto contents = removeTree(transaction, root.id);
+        // Grants name their subject by text: a later user of this name must not come into these.
         transaction.run("DELETE FROM grants WHERE subject = $1", name);
         transaction.run("DELETE FROM users WHERE id = $1", id);
         return contents;
@@ -86,6 +88,7 @@ Account Accounts::authenticate(const std::string& token)
     return engine.database.read([&](Transaction& transaction) {
         const auto stored =
             transaction.value<std::string>("SELECT token FROM users WHERE token = $1", digest);
+        // The index compares digests, which say nothing of how near a guessed token came; this is the last look.
         if (!stored || !equalInConstantTime(*stored, digest)) throw sentences::badToken();
         return transaction.record(accountColumns, "FROM users WHERE token = $1", digest).value();
     });

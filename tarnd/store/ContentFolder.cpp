@@ -48,13 +48,14 @@ ContentFolder::ContentFolder(fs::path dataDir, WriteListener listener, std::uint
     for (const char high : std::string_view(digits))
         for (const char low : std::string_view(digits))
             shardMade = makeFolder(contents / std::string{high, low}) || shardMade;
+    // From the leaves up: once a content is acknowledged, no folder on its path may be lost with the power.
     if (shardMade) syncFolder(contents);
     if (made) syncFolder(dataDir);
 }
 
 ContentFolder::~ContentFolder()
 {
-    std::error_code ignored;
+    std::error_code ignored; // what stays is removed by the next start
     if (ownLock) fs::remove_all(ownFolder, ignored);
 }
 
@@ -144,6 +145,7 @@ std::size_t ContentFolder::dropAbandonedUploads()
 {
     std::size_t dropped = 0;
     for (const auto& folder : entries(uploads)) {
+        // O_CREAT, because its owner may have died between making the folder and making the lock.
         UniqueFd file(::open((folder / "lock").c_str(), O_CREAT | O_RDWR | O_CLOEXEC, 0600));
         if (!file || ::flock(file.get(), LOCK_EX | LOCK_NB) != 0) continue; // alive
         std::error_code ignored;

@@ -24,6 +24,7 @@ void ContentRemover::add(std::vector<std::filesystem::path> files)
         const std::lock_guard lock(mutex);
         waiting.insert(waiting.end(), std::make_move_iterator(files.begin()),
                        std::make_move_iterator(files.end()));
+        // Made when first needed: most processes over a store, such as `user add`, never remove anything.
         if (!thread.joinable()) thread = std::thread([this] { run(); });
     }
     changed.notify_all();
@@ -40,10 +41,10 @@ void ContentRemover::run()
     std::unique_lock lock(mutex);
     for (;;) {
         changed.wait(lock, [&] { return ending || !waiting.empty(); });
-        if (waiting.empty()) return;
+        if (waiting.empty()) return; // ends only when nothing is left to remove
         const auto files = std::exchange(waiting, {});
         removing = true;
-        lock.unlock();
+        lock.unlock(); // a request that adds files must not wait for the disk
         for (const auto& file : files)
             ::unlink(file.c_str()); // what stays is an orphan, which the next start removes
         lock.lock();

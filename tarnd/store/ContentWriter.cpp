@@ -27,6 +27,8 @@ ContentWriter::~ContentWriter()
 void ContentWriter::discard() noexcept
 {
     if (std::exchange(settled, true)) return;
+    // The public name first: as long as the temporary one is there, a starting process takes the content for one that
+    // is being written and leaves it alone. What cannot be removed is an orphan for the next start.
     if (!published.empty()) ::unlink(published.c_str());
     ::unlink(temporary.c_str());
 }
@@ -38,6 +40,7 @@ void ContentWriter::write(const void* data, std::size_t size)
     for (auto at = static_cast<const char*>(data); size > 0;) {
         const auto written = ::write(file.get(), at, size);
         if (written < 0 && errno == EINTR) continue;
+        // A short write is no error yet: the next one tells why, if it is more than a signal.
         if (written < 0) throw systemError(temporary);
         at += written;
         size -= static_cast<std::size_t>(written);
@@ -52,6 +55,7 @@ void ContentWriter::publish()
     if (::fdatasync(file.get()) != 0) throw systemError(temporary);
     folder.notify(WriteStep::bytesDurable);
     const auto path = folder.contentPath(contentId);
+    // Not rename(): the temporary name must last until the row is committed, see discard().
     if (::link(temporary.c_str(), path.c_str()) != 0) throw systemError(path);
     published = path;
     folder.notify(WriteStep::contentNamed);
@@ -65,6 +69,7 @@ void ContentWriter::keep() noexcept
     ::unlink(temporary.c_str());
 }
 
+/// Leaves both names: nobody knows whether the commit took place, so the next start asks the rows.
 void ContentWriter::abandon() noexcept
 {
     settled = true;

@@ -97,6 +97,7 @@ void FileHandles::close(const Caller& caller, const std::string& handleId, Close
                         bool createNewVersion)
 {
     const auto take = [&](Transaction& transaction) { return takeHandle(transaction, caller, handleId); };
+    // Asked first, so that most handles end without a content being written; the transaction asks again.
     const bool makesVisible =
         operation == CloseOperation::commit && engine.database.read([&](Transaction& transaction) {
             return handleById(transaction, caller, handleId).changes;
@@ -114,6 +115,7 @@ void FileHandles::close(const Caller& caller, const std::string& handleId, Close
                                           createNewVersion, engine.clock(), dropped);
                      });
     } catch (const ServiceError& error) {
+        // The file cannot be made any more, however often it is tried. Any other failure may pass, and keeps the handle.
         if (error.kind() == ServiceError::Kind::conflict) engine.database.write(take);
         throw;
     }

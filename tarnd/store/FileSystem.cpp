@@ -14,6 +14,7 @@ ServiceError systemError(const std::filesystem::path& path)
 {
     const int code = errno;
     const auto detail = path.string() + ": " + std::generic_category().message(code);
+    // EFBIG: a file system's own limit on one file; to the client it is the same lack of room.
     const bool full = code == ENOSPC || code == EDQUOT || code == EFBIG;
     return full ? sentences::storageFull.because(detail) : sentences::internal.because(detail);
 }
@@ -31,6 +32,7 @@ bool FileWatch::isInPlace()
 
 bool makeFolder(const std::filesystem::path& path)
 {
+    // Tried before it is looked for: of two processes that make it at once both must go on.
     if (::mkdir(path.c_str(), 0700) == 0) return true;
     if (errno == EEXIST && std::filesystem::is_directory(path)) return false;
     throw systemError(path);

@@ -44,6 +44,7 @@ std::string Permissions::grant(const Caller& caller, const Location& location, c
         const bool known =
             transaction.value<std::int64_t>("SELECT id FROM users WHERE name = $1", subject).has_value();
         if (!known && !allowNonExistingUser) throw sentences::unknownUser(subject);
+        // Granting again is no error and keeps the id, which the subject or a script may hold.
         const auto existing = transaction.value<std::string>(
             "SELECT id FROM grants WHERE node = $1 AND subject = $2", node.id, subject);
         if (existing) return *existing;
@@ -61,6 +62,7 @@ void Permissions::revoke(const Caller& caller, const std::string& permissionId)
             permissionId);
         const bool isOwner = found && std::get<0>(*found) == caller.userId;
         const bool isSubject = found && std::get<1>(*found) == caller.user;
+        // The subject sees that the grant exists and may be told so; to all others it is unknown.
         if (isSubject) throw sentences::readOnly();
         if (!isOwner) throw sentences::unknownPermission();
         transaction.run("DELETE FROM grants WHERE id = $1", permissionId);

@@ -18,6 +18,7 @@ std::vector<SharedByUser> SharedContent::list(const Caller& caller)
                  caller.user))
             names.emplace(id, name);
 
+        // The reply groups by sharer, and a map keeps each group in order of the paths.
         std::map<std::pair<std::string, std::string>, Node> byUserAndPath;
         for (auto& node : nodesIn(transaction, granted, caller.user))
             byUserAndPath.emplace(std::pair(names.at(node.owner), paths.at(node.id)), std::move(node));

@@ -53,9 +53,11 @@ struct Store::Parts {
         , engine{database, contents, options.clock}
         , sessions(engine, accounts, options.sessionIdleMinutes)
     {
+        // Nothing is removed before it is certain that contents and database belong together.
         prepare(database);
         directory.join(database, contents);
         database.makeRoom = [this] { return contents.room().giveReserve(); };
+        // Only a server cleans up: administration works beside one, and a check must not change what it looks at.
         if (purpose != Purpose::serve) return;
         recovery = recover(engine);
         contents.room().takeReserve();

@@ -103,6 +103,7 @@ std::vector<Node> nodesIn(Transaction& transaction, const std::string& ids, cons
     return nodes(transaction, "n.id IN (" + ids + ")", text);
 }
 
+/// Looked for from the node upwards: that passes a few ancestors, where downwards would pass the whole tree.
 bool isWithin(Transaction& transaction, std::int64_t node, std::int64_t folder)
 {
     return transaction.value<std::int64_t>(upwards + "SELECT 1 FROM up WHERE id = $2 LIMIT 1", node, folder)
@@ -163,6 +164,8 @@ void entriesChanged(Transaction& transaction, std::int64_t folder, std::int64_t 
 
 std::vector<std::string> removeTree(Transaction& transaction, std::int64_t node)
 {
+    // Before the rows go: the contents are what the caller drops after the commit. Versions, grants and links go
+    // with the nodes, by their foreign keys.
     std::vector<std::string> contents;
     for (auto& [content] : transaction.rows<std::string>(
              below + "SELECT DISTINCT v.content FROM versions v JOIN below b ON v.node = b.id", node))
@@ -182,6 +185,7 @@ std::string pathsQuery(const std::string& nodes)
                          "{nodes}", nodes.c_str());
 }
 
+/// Finds what is there whoever asks; only findReadable() may show it.
 std::optional<Node> Tree::find(const Location& location)
 {
     auto owner = caller.userId;
@@ -208,6 +212,7 @@ std::optional<Node> Tree::findReadable(const Location& location)
     return node && (isOwner(*node) || isGranted(*node)) ? node : std::nullopt;
 }
 
+/// What may not be seen is answered like what is not there: another status would tell that it exists.
 Node Tree::readable(const Location& location)
 {
     auto node = findReadable(location);
@@ -235,6 +240,7 @@ Slot Tree::slot(const Location& location)
     const auto parent = findReadable({location.path.parent(), location.bucket});
     if (parent && !isOwner(*parent)) throw sentences::readOnly();
     if (parent && parent->isFolder()) return {parent->id, parent->owner, location.path.name(), std::nullopt};
+    // In another's bucket a missing parent and a hidden one must look alike.
     const bool ownBucket = location.bucket.empty() || location.bucket == caller.user;
     throw ownBucket ? sentences::parentMissing(location.path.parent().text()) : sentences::notFound();
 }

@@ -21,6 +21,7 @@ VersionStamp Versions::restore(const Caller& caller, const Location& location, c
 {
     return engine.database.write([&](Transaction& transaction) {
         const auto file = requireFile(Tree(transaction, caller).owned(location));
+        // Nothing chosen means the current version everywhere else; restoring that would silently do nothing.
         if (version.isCurrent()) throw sentences::unknownVersion();
         const auto old = chosenVersion(transaction, file, version);
         if (createNewVersion) return addVersion(transaction, file.id, old.content, engine.clock());
