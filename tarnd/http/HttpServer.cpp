@@ -233,7 +233,7 @@ MHD_Result HttpServer::Connections::receive(MHD_Connection* connection, const ch
     table.enter(busy.fd, ConnectionTable::Phase::download);
     auto reply = exchange.finish();
     holdBack(exchange.delay());
-    if (reply.file) table.watch(busy.fd, reply.file, reply.fileSize);
+    if (reply.file) table.watch(busy.fd, reply.file, reply.fileOffset + reply.fileSize);
     return send(connection, std::move(reply), draining);
 }
 

@@ -36,34 +36,15 @@ enum class State {
 
 constexpr State firstStateForOthersOnly = State::otherKind;
 
-enum class Operation {
-    readFile,
-    readOldVersion,
-    readAttributes,
-    openReadOnly,
-    listVersions,
-    listFolder,
-    updateFile,
-    replaceFile,
-    deleteFile,
-    deleteFolder,
-    truncate,
-    restoreCopy,
-    restoreItself,
-    moveAway,
-    getLink,
-    grantOther,
-    grantUnknown,
-    listGrants,
-    createFile,
-    createOrUpdateFile,
-    openCreating,
-    createFolder,
-    moveOnto,
-    moveOver,
+enum class Effect {
+    reads,
+    changes,
+    makes, ///< an item of a new name
+    moves, ///< an item to a new name
 };
 
-/// What must come of it: "200", or the status and the sentence of the error.
-std::string ruledOutcome(Actor actor, Operation operation, State state);
+/// What must come of an operation.
+/// @param onOwnItem what comes of it on an item of the actor's own: "200", a content, or status and sentence
+std::string ruledOutcome(Actor actor, State state, Effect effect, const std::string& onOwnItem);
 
 } // namespace tarnd::test

@@ -1,7 +1,5 @@
 #include "tests/tarnd/access/SharedWorld.h"
 
-#include <stdexcept>
-
 namespace tarnd::test {
 
 SharedWorld::SharedWorld()
@@ -44,71 +42,39 @@ std::string SharedWorld::nameOf(Actor actor)
 
 MadeItem SharedWorld::make(State state, Kind kind, Actor owner)
 {
+    using enum State;
     const auto name = "/x" + std::to_string(++counter);
-    if (state == State::own) return create(owner, "/own" + name, kind);
-    return createInState(state, kind, name);
-}
+    if (state == own) return create(owner, "/own" + name, kind);
+    const bool isShared =
+        state == shared || state == movedOut || state == deletedShared || state == neverShared;
+    const auto path = (isShared ? "/shared" : "/private") + name;
+    const bool otherOne = state == otherKind || (state == belowFile && kind == Kind::folder);
+    const auto made = !otherOne ? kind : kind == Kind::file ? Kind::folder : Kind::file;
+    if (state == root) return {{"alice", "/"}};
+    if (state == unknownBucket) return {{"zoe", path}};
+    if (state == belowMissing) return {{"alice", path + "/below"}};
+    if (state == neverShared || state == neverPrivate) return {{"alice", path}};
 
-MadeItem SharedWorld::createInState(State state, Kind kind, const std::string& name)
-{
-    const auto nowhere = [](const std::string& path, const std::string& bucket = "alice") {
-        return MadeItem{{bucket, path}};
-    };
-    const auto shared = "/shared" + name;
-    const auto hidden = "/private" + name;
-    const auto createShared = [&](const std::string& path) {
-        auto item = create(Actor::owner, path, kind);
-        share(item);
-        return item;
-    };
-    const auto createAndDelete = [&](const std::string& path) {
-        auto item = createShared(path);
-        remove(item.place, kind);
-        return item;
-    };
-    switch (state) {
-    case State::shared:
-        return createShared(shared);
-    case State::revoked: {
-        auto item = createShared(hidden);
-        require(as(Actor::owner).revoke(item.grant));
-        return item;
-    }
-    case State::movedOut: {
-        auto item = create(Actor::owner, shared, kind);
-        require(as(Actor::owner).move(item.place, {"alice", hidden}, false));
-        item.place.path = hidden;
-        return item;
-    }
-    case State::recreated: {
-        const auto before = createAndDelete(hidden);
-        auto item = create(Actor::owner, hidden, kind);
+    auto& alice = as(Actor::owner);
+    auto item = create(Actor::owner, path, made);
+    if (state == belowFile) return {{"alice", path + "/below"}};
+    if (state == shared || state == revoked || state == recreated || state == deletedShared ||
+        state == deletedPrivate)
+        item.grant =
+            parseXml(require(alice.grant(item.place, nameOf(Actor::itemReader))).body).only("PermissionId");
+    if (state == revoked) require(alice.revoke(item.grant));
+    if (state == recreated || state == deletedShared || state == deletedPrivate)
+        require(kind == Kind::file ? alice.deleteFile(item.place) : alice.deleteFolder(item.place, true));
+    if (state == recreated) {
+        const auto before = std::exchange(item, create(Actor::owner, path, kind));
         item.grant = before.grant;
         item.link = before.link;
-        return item;
     }
-    case State::deletedShared:
-        return createAndDelete(shared);
-    case State::deletedPrivate:
-        return createAndDelete(hidden);
-    case State::neverShared:
-        return nowhere(shared);
-    case State::neverPrivate:
-        return nowhere(hidden);
-    case State::otherKind:
-        return create(Actor::owner, hidden, kind == Kind::file ? Kind::folder : Kind::file);
-    case State::belowFile:
-        create(Actor::owner, hidden, Kind::file);
-        return nowhere(hidden + "/below");
-    case State::belowMissing:
-        return nowhere(hidden + "/below");
-    case State::root:
-        return nowhere("/");
-    case State::unknownBucket:
-        return nowhere(hidden, "zoe");
-    default:
-        return create(Actor::owner, hidden, kind);
+    if (state == movedOut) {
+        item.place.path = "/private" + name;
+        require(alice.move({"", path}, item.place, false));
     }
+    return item;
 }
 
 MadeItem SharedWorld::create(Actor owner, const std::string& path, Kind kind)
@@ -127,18 +93,6 @@ MadeItem SharedWorld::create(Actor owner, const std::string& path, Kind kind)
     return item;
 }
 
-void SharedWorld::remove(const Place& place, Kind kind)
-{
-    auto& owner = as(Actor::owner);
-    require(kind == Kind::file ? owner.deleteFile(place) : owner.deleteFolder(place, true));
-}
-
-void SharedWorld::share(MadeItem& item)
-{
-    const auto granted = require(as(Actor::owner).grant(item.place, nameOf(Actor::itemReader)));
-    item.grant = parseXml(granted.body).only("PermissionId");
-}
-
 std::string SharedWorld::ownersView()
 {
     auto& owner = as(Actor::owner);
@@ -146,12 +100,6 @@ std::string SharedWorld::ownersView()
     for (const auto* folder : {"/", "/shared", "/private"})
         view += "\n" + require(owner.list({"", folder})).body;
     return view;
-}
-
-RestReply require(RestReply reply)
-{
-    if (reply.status != 200) throw std::runtime_error("refused: " + reply.body);
-    return reply;
 }
 
 } // namespace tarnd::test

@@ -13,11 +13,12 @@ enum class Kind { file, folder };
 
 struct MadeItem {
     Place place;
-    std::string oldVersion =
-        "none";                 ///< id of the version with label 1 of a file; the current one has label 2
-    std::string grant = "none"; ///< id of the item reader's grant, where there ever was one
-    std::string link =
-        "none"; ///< public link, where the item ever was and `withLinks` is set: "/public/SECRET"
+    /// Id of the version with label 1 of a file; the current one has label 2.
+    std::string oldVersion = "none";
+    /// Id of the item reader's grant, where there ever was one.
+    std::string grant = "none";
+    /// Public link, where the item ever was and `withLinks` is set: "/public/SECRET".
+    std::string link = "/public/none";
 };
 
 /// A service with one user for each actor, who share as AccessRules.h tells.
@@ -41,15 +42,9 @@ public:
 
 private:
     MadeItem create(Actor owner, const std::string& path, Kind kind);
-    MadeItem createInState(State state, Kind kind, const std::string& name);
-    void remove(const Place& place, Kind kind);
-    void share(MadeItem& item);
 
     std::map<Actor, ServiceUser> users;
     int counter = 0;
 };
-
-/// The reply, which must be a success. @throws std::runtime_error with the error
-RestReply require(RestReply reply);
 
 } // namespace tarnd::test

@@ -2,31 +2,23 @@
 
 namespace tarnd::test {
 
-using namespace std::string_literals;
-
-ServiceUser Actor::user() const
-{
-    ServiceUser user(service->url());
-    if (const auto session = told.find("TarnSessionId"); session != told.end())
-        user.useSession(session->second);
-    return user;
-}
-
 RestReply Actor::command(const std::string& verb, const std::string& option) const
 {
-    const auto result = service->run(option.empty() ? std::vector{"user"s, verb, name}
-                                                    : std::vector{"user"s, verb, name, option});
+    std::vector<std::string> arguments{"user", verb, name};
+    if (!option.empty()) arguments.push_back(option);
+    const auto result = service->run(arguments);
     return {result.exitCode == 0 ? 200 : 0, {}, result.out};
 }
 
 int Change::make(Actor& actor) const
 {
     try {
+        actor.user.moveTo(actor.service->url());
         const auto reply = send(actor);
-        for (const std::string element : {"TarnSessionId", "FileHandleId", "PermissionId"})
-            if (reply.body.find("<" + element + ">") != std::string::npos)
-                actor.told[element] = parseXml(reply.body).only(element);
-        if (reply.headers.empty() && !reply.body.empty()) actor.told["token"] = reply.body.substr(0, 64);
+        if (reply.headers.empty() && !reply.body.empty()) actor.token = reply.body.substr(0, 64);
+        for (const auto& [element, id] :
+             {std::pair("FileHandleId", &actor.handle), {"PermissionId", &actor.grant}})
+            if (reply.body.find(element) != std::string::npos) *id = parseXml(reply.body).only(element);
         return reply.status;
     } catch (const std::runtime_error&) { // the service is gone
         return 0;
@@ -40,31 +32,31 @@ const std::vector<Change>& changes()
     static const std::string large(100'000, 'x'); // arrives in several pieces
     static const std::vector<Change> all = {
         {"UserAdd", [](A& actor) { return actor.command("add"); }},
-        {"Login", [](A& actor) { return actor.user().login(actor.told["token"]); }},
-        {"PutNew", [](A& actor) { return actor.user().put(a, "first", "CREATE", false); }},
-        {"PutOver", [](A& actor) { return actor.user().put(a, large, "UPDATE", false); }},
-        {"PutVersion", [](A& actor) { return actor.user().put(a, "third", "UPDATE", true); }},
-        {"MakeFolder", [](A& actor) { return actor.user().createFolder(d); }},
-        {"Move", [](A& actor) { return actor.user().move(a, b, false); }},
-        {"PutAnother", [](A& actor) { return actor.user().put(c, "other", "CREATE_OR_UPDATE", false); }},
-        {"MoveOver", [](A& actor) { return actor.user().move(c, b, true); }},
-        {"PutSecondVersion", [](A& actor) { return actor.user().put(b, large + "2", "UPDATE", true); }},
-        {"RestoreInPlace", [](A& actor) { return actor.user().restore(b, "", "1", false); }},
-        {"RestoreCopy", [](A& actor) { return actor.user().restore(b, "", "2", true); }},
-        {"Grant", [](A& actor) { return actor.user().grant(d, "keeper"); }},
-        {"GrantToNobodyYet", [](A& actor) { return actor.user().grant(b, actor.name + "-guest", true); }},
-        {"Revoke", [](A& actor) { return actor.user().revoke(actor.told["PermissionId"]); }},
-        {"Link", [](A& actor) { return actor.user().link(b); }},
-        {"HandleOpen", [](A& actor) { return actor.user().openReadWrite(h, "CREATE", false); }},
-        {"HandleCommit", [](A& actor) { return actor.user().closeHandle(actor.told["FileHandleId"], true); }},
-        {"HandleOpenAgain", [](A& actor) { return actor.user().openReadWrite(h, "UPDATE", true); }},
-        {"HandleAbort", [](A& actor) { return actor.user().closeHandle(actor.told["FileHandleId"], false); }},
-        {"DeleteFile", [](A& actor) { return actor.user().deleteFile(h); }},
+        {"Login", [](A& actor) { return actor.user.login(actor.token); }},
+        {"PutNew", [](A& actor) { return actor.user.put(a, "first", "CREATE", false); }},
+        {"PutOver", [](A& actor) { return actor.user.put(a, large, "UPDATE", false); }},
+        {"PutVersion", [](A& actor) { return actor.user.put(a, "third", "UPDATE", true); }},
+        {"MakeFolder", [](A& actor) { return actor.user.createFolder(d); }},
+        {"Move", [](A& actor) { return actor.user.move(a, b, false); }},
+        {"PutAnother", [](A& actor) { return actor.user.put(c, "other", "CREATE_OR_UPDATE", false); }},
+        {"MoveOver", [](A& actor) { return actor.user.move(c, b, true); }},
+        {"PutSecondVersion", [](A& actor) { return actor.user.put(b, large + "2", "UPDATE", true); }},
+        {"RestoreInPlace", [](A& actor) { return actor.user.restore(b, "", "1", false); }},
+        {"RestoreCopy", [](A& actor) { return actor.user.restore(b, "", "2", true); }},
+        {"Grant", [](A& actor) { return actor.user.grant(d, "keeper"); }},
+        {"GrantToNobodyYet", [](A& actor) { return actor.user.grant(b, actor.name + "-guest", true); }},
+        {"Revoke", [](A& actor) { return actor.user.revoke(actor.grant); }},
+        {"Link", [](A& actor) { return actor.user.link(b); }},
+        {"HandleOpen", [](A& actor) { return actor.user.openReadWrite(h, "CREATE", false); }},
+        {"HandleCommit", [](A& actor) { return actor.user.closeHandle(actor.handle, true); }},
+        {"HandleOpenAgain", [](A& actor) { return actor.user.openReadWrite(h, "UPDATE", true); }},
+        {"HandleAbort", [](A& actor) { return actor.user.closeHandle(actor.handle, false); }},
+        {"DeleteFile", [](A& actor) { return actor.user.deleteFile(h); }},
         {"Rotate", [](A& actor) { return actor.command("rotate"); }},
-        {"LoginAgain", [](A& actor) { return actor.user().login(actor.told["token"]); }},
-        {"DeleteFolder", [](A& actor) { return actor.user().deleteFolder(d, true); }},
-        {"PutLast", [](A& actor) { return actor.user().put(c, "last", "CREATE", true); }},
-        {"Logout", [](A& actor) { return actor.user().logout(); }},
+        {"LoginAgain", [](A& actor) { return actor.user.login(actor.token); }},
+        {"DeleteFolder", [](A& actor) { return actor.user.deleteFolder(d, true); }},
+        {"PutLast", [](A& actor) { return actor.user.put(c, "last", "CREATE", true); }},
+        {"Logout", [](A& actor) { return actor.user.logout(); }},
         {"UserRemove", [](A& actor) { return actor.command("remove", "--force"); }},
     };
     return all;

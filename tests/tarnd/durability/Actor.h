@@ -14,10 +14,8 @@ namespace tarnd::test {
 struct Actor {
     TarndProcess* service;
     std::string name = {};
-    std::map<std::string, std::string> told =
-        {}; ///< by the element that told it; "token" by the command line
-
-    ServiceUser user() const;
+    ServiceUser user{{}};
+    std::string token = {}, handle = {}, grant = {}; ///< the last that were told
 
     /// `tarnd user VERB NAME OPTION` as a reply: 200 when it succeeds, otherwise 0.
     RestReply command(const std::string& verb, const std::string& option = {}) const;

@@ -13,21 +13,28 @@ void copyData(const fs::path& from, const fs::path& to)
     fs::remove(to / "tarn.db-shm"); // belongs to the processes that map it
 }
 
-std::vector<Moment> calmCourse(TarndProcess& service, const fs::path& copies)
+CourseTest::CourseTest()
 {
+    const char* given = std::getenv("TARN_TEST_SEED");
+    const auto seed = given ? static_cast<unsigned>(std::stoul(given)) : std::random_device()();
+    std::printf("TARN_TEST_SEED=%u\n", seed);
+    random.seed(seed);
+}
+
+void CourseTest::SetUp()
+{
+    if (service.usesPostgres()) GTEST_SKIP() << "takes copies of an SQLite database";
     Actor actor{&service, "actor"};
-    std::vector<Moment> course;
     service.addUser("keeper");
     service.start();
     for (std::size_t i = 0;; ++i) {
-        const auto copy = copies / std::to_string(i);
+        const auto copy = folder.dataDir() / std::to_string(i);
         copyData(service.dataDir(), copy);
         course.push_back({actor, stateOf(copy, actor.name), copy});
         if (i == changes().size()) break;
-        if (changes()[i].make(actor) != 200) throw std::runtime_error(changes()[i].name + " fails by itself");
+        ASSERT_EQ(changes()[i].make(actor), 200) << changes()[i].name << " fails by itself";
     }
     service.kill();
-    return course;
 }
 
 void Worker::work(std::size_t limit, const std::function<void()>& acknowledged)
@@ -53,14 +60,6 @@ std::string Worker::losses(const fs::path& dataDir, const std::vector<Moment>& c
                "nor\n" + course[at + 1].state + "but\n" + state;
     if (number > 0) text += stateOf(dataDir, name + "-" + std::to_string(number - 1)); // has removed itself
     return text;
-}
-
-std::mt19937 seededRandom()
-{
-    const char* given = std::getenv("TARN_TEST_SEED");
-    const auto seed = given ? static_cast<unsigned>(std::stoul(given)) : std::random_device()();
-    std::printf("TARN_TEST_SEED=%u\n", seed);
-    return std::mt19937(seed);
 }
 
 bool inFull()

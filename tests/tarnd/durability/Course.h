@@ -3,6 +3,7 @@
 #include "tests/tarnd/durability/Actor.h"
 
 #include <filesystem>
+#include <gtest/gtest.h>
 #include <random>
 
 namespace tarnd::test {
@@ -13,9 +14,6 @@ struct Moment {
     std::string state;
     std::filesystem::path data; ///< a copy of the data directory
 };
-
-/// Makes all changes once beside a user "keeper", undisturbed. @param copies where the data directories go
-std::vector<Moment> calmCourse(TarndProcess& service, const std::filesystem::path& copies);
 
 /// Copies a data directory that nobody writes to.
 void copyData(const std::filesystem::path& from, const std::filesystem::path& to);
@@ -36,10 +34,19 @@ struct Worker {
     int lastStatus = 200;
 };
 
-/// Seeded with TARN_TEST_SEED, or by chance; prints the seed, so that a failure can be had again.
-std::mt19937 seededRandom();
-
 /// `./check kill` rather than the suite, which has time for samples only.
 bool inFull();
+
+/// Has made all changes once beside a user "keeper", undisturbed. The service does not run.
+class CourseTest : public ::testing::Test {
+protected:
+    CourseTest();
+    void SetUp() override;
+
+    std::mt19937 random;                        ///< seeded with TARN_TEST_SEED, or by chance; tells the seed
+    TarndProcess service{{"--keep-free", "0"}}; ///< no reserve: its file would be one more to tell apart
+    TarndProcess folder;                        ///< never started
+    std::vector<Moment> course;
+};
 
 } // namespace tarnd::test

@@ -5,8 +5,6 @@
 #include "tests/tarnd/durability/StoredState.h"
 
 #include <cerrno>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <thread>
 
 namespace tarnd::test {
@@ -33,23 +31,13 @@ const std::vector<Fault> faultKinds = {
 
 constexpr int callsOfAChange = 25; // about
 
-class Kill : public ::testing::Test {
+class Kill : public CourseTest {
 protected:
-    void SetUp() override
-    {
-        if (service.usesPostgres()) GTEST_SKIP() << "takes copies of an SQLite database";
-        course = calmCourse(service, copies.dataDir());
-    }
-
-    int random(int below) { return std::uniform_int_distribution(0, below - 1)(generator); }
+    int below(int limit) { return std::uniform_int_distribution(0, limit - 1)(random); }
 
     bool strike(std::size_t number, const Fault& fault, int at);
 
-    std::mt19937 generator = seededRandom();
-    TarndProcess service{{"--keep-free", "0"}}; ///< no reserve: its file would be one more to tell apart
-    TarndProcess copies;                        ///< never started: a folder
     Faults faults{service.dataDir()};
-    std::vector<Moment> course;
 };
 
 /// One change, struck at one call. @returns whether it takes that many calls
@@ -94,14 +82,15 @@ TEST_F(Kill, AtEveryCallOfEveryChange)
     for (std::size_t number = 0; number < changes().size(); ++number) {
         EXPECT_NE(course[number].state, course[number + 1].state) << changes()[number].name;
         for (const auto& fault : faultKinds) {
-            // A commit that fails in one of its syncs is where most can go wrong.
-            const bool all =
-                inFull() || (changes()[number].name == "PutNew" && fault.error == EIO && !fault.worksOn);
+            // A commit that ends or fails in one of its syncs is where most can go wrong.
+            const auto& name = changes()[number].name;
+            const bool all = inFull() || (name == "PutNew" && fault.error == EIO && !fault.worksOn) ||
+                             (name == "PutOver" && fault.action == Action::kill);
             for (int at = 1; all && strike(number, fault, at); ++at)
                 ++strikes;
         }
         const auto& one = faultKinds[number % faultKinds.size()];
-        if (!inFull()) strikes += strike(number, one, 1 + random(callsOfAChange));
+        if (!inFull()) strikes += strike(number, one, 1 + below(callsOfAChange));
     }
     std::printf("%d strikes\n", strikes);
 }
@@ -120,11 +109,11 @@ TEST_F(Kill, AtRandomMomentsUnderLoad)
             service.start();
             workers.clear();
         }
-        const int at = 1 + random(20 * callsOfAChange);
+        const int at = 1 + below(20 * callsOfAChange);
         SCOPED_TRACE("kill " + std::to_string(kill) + " at call " + std::to_string(at));
         for (const std::string name : {"ann", "ben", "eve", "joe"})
             workers.push_back({{&service}, name + std::to_string(kill)});
-        faults.strike(at, random(2) ? Action::kill : Action::tear);
+        faults.strike(at, below(2) ? Action::kill : Action::tear);
         std::vector<std::jthread> threads;
         for (auto worker = workers.end() - 4; worker != workers.end(); ++worker)
             threads.emplace_back([&, worker] { worker->work(1'000, [&] { ++acknowledged; }); });

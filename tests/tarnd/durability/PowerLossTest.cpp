@@ -9,7 +9,6 @@
 
 #include <algorithm>
 #include <fstream>
-#include <gtest/gtest.h>
 #include <thread>
 
 namespace tarnd::test {
@@ -29,7 +28,7 @@ RecordedDisk::Luck drawnFrom(std::mt19937& random)
     };
 }
 
-class PowerLoss : public ::testing::Test {
+class PowerLoss : public CourseTest {
 protected:
     void record();
 
@@ -40,11 +39,8 @@ protected:
     std::string lossesIn(const std::filesystem::path& data,
                          const std::vector<std::size_t>& acknowledged) const;
 
-    std::mt19937 random = seededRandom();
-    TarndProcess calm{{"--keep-free", "0"}}, service{{"--keep-free", "0"}};
-    TarndProcess folder; ///< never started
-    std::vector<Moment> course;
-    std::vector<Worker> workers{{{&service}, "ann"}, {{&service}, "ben"}, {{&service}, "eve"}};
+    TarndProcess recorded{{"--keep-free", "0"}};
+    std::vector<Worker> workers{{{&recorded}, "ann"}, {{&recorded}, "ben"}, {{&recorded}, "eve"}};
     std::string journal;
     std::vector<RecordedCall> calls;
 };
@@ -53,16 +49,16 @@ protected:
 void PowerLoss::record()
 {
     const auto file = folder.dataDir() / "journal";
-    Faults faults(service.dataDir());
+    Faults faults(recorded.dataDir());
     faults.recordTo(file);
-    service.addUser("keeper");
+    recorded.addUser("keeper");
     for (const std::size_t limit : {changes().size() + 10, (inFull() ? 5 : 2) * changes().size()}) {
-        service.start();
+        recorded.start();
         std::vector<std::jthread> threads;
         for (std::size_t i = 0; i < workers.size(); ++i)
             threads.emplace_back([&, i, limit] { workers[i].work(limit, [&, i] { faults.mark(i); }); });
         threads.clear();
-        ASSERT_EQ(service.terminate(), 0);
+        ASSERT_EQ(recorded.terminate(), 0);
         for (const auto& worker : workers)
             ASSERT_EQ(worker.done, limit) << worker.lastStatus;
     }
@@ -70,12 +66,12 @@ void PowerLoss::record()
     journal.assign(std::istreambuf_iterator<char>(in), {});
     calls = recordedCalls(journal);
 
-    RecordedDisk disk(service.dataDir());
+    RecordedDisk disk(recorded.dataDir());
     for (const auto& call : calls)
         disk.follow(call);
     const auto all = folder.dataDir() / "all";
     disk.leave(all, [](std::size_t count) { return std::vector<double>(count, 1); });
-    const auto difference = runCommand({"diff", "-r", all, service.dataDir()});
+    const auto difference = runCommand({"diff", "-r", all, recorded.dataDir()});
     ASSERT_EQ(difference.out, "") << "some calls were not recorded";
 }
 
@@ -86,7 +82,7 @@ std::string PowerLoss::lossesIn(const std::filesystem::path& data,
         StoreOptions options;
         options.keepFree = 0;
         options.dataDir = data;
-        const Store start(options, Purpose::serve);
+        Store(options, Purpose::serve);
         auto text = faultsIn(data);
         for (std::size_t i = 0; i < workers.size(); ++i)
             text += workers[i].losses(data, course, acknowledged[i]);
@@ -103,7 +99,7 @@ std::vector<std::string> PowerLoss::losses(std::size_t states, const std::string
         cut = random() % (calls.size() + 1);
     std::sort(cuts.begin(), cuts.end());
 
-    RecordedDisk disk(service.dataDir());
+    RecordedDisk disk(recorded.dataDir());
     std::vector<std::string> found;
     auto call = calls.cbegin();
     for (const auto cut : cuts) {
@@ -124,8 +120,6 @@ std::vector<std::string> PowerLoss::losses(std::size_t states, const std::string
 
 TEST_F(PowerLoss, LosesNothingAcknowledged)
 {
-    if (service.usesPostgres()) GTEST_SKIP() << "PostgreSQL writes by itself";
-    course = calmCourse(calm, folder.dataDir());
     record();
     const std::size_t states = inFull() ? 2'000 : 60;
     const auto found = losses(states, "nothing");

@@ -19,7 +19,7 @@ protected:
 
     std::string link()
     {
-        const auto url = textOf(asAlice("GET", "/service/v1/public/urls/f").body, "PublicAccessUrl");
+        const auto url = parseXml(asAlice("GET", "/service/v1/public/urls/f").body).only("PublicAccessUrl");
         return url.substr(service.url().size());
     }
 
@@ -75,7 +75,7 @@ TEST_F(Contents, ComeInTheRangeAskedFor)
             EXPECT_EQ(told == reply.headers.end() ? "" : told->second,
                       range.empty() ? "" : "bytes " + range + "/10")
                 << headers;
-            EXPECT_EQ(range == "*" ? errorOf(reply) : reply.body,
+            EXPECT_EQ(range == "*" ? outcomeOf(reply) : reply.body,
                       range == "*" ? "416 The file has no bytes in the range asked for." : body)
                 << headers;
         }
@@ -98,7 +98,7 @@ TEST_F(Contents, AreDescribedByTheirHeaders)
     EXPECT_EQ(ask("HEAD", "", "/service/v1/files/none").status, 404);
 
     const auto versions = asAlice("GET", "/service/v1/versions/files/f").body;
-    EXPECT_EQ(whole.at("etag"), '"' + textOf(versions, "VersionId") + '"');
+    EXPECT_EQ(whole.at("etag"), '"' + parseXml(versions).only("VersionId") + '"');
     put("/f", "other, under the same version");
     EXPECT_NE(ask("HEAD", "").headers.at("etag"), whole.at("etag"));
 }
@@ -112,7 +112,7 @@ TEST_F(Contents, MayComeInWithoutALength)
     std::string tooLarge;
     for (int i = 0; i < 17; ++i)
         tooLarge += large;
-    EXPECT_EQ(errorOf(putChunks(tooLarge + "0\r\n\r\n")),
+    EXPECT_EQ(outcomeOf(putChunks(tooLarge + "0\r\n\r\n")),
               "413 The file is larger than this service accepts.");
     {
         Wire cut(service.port());

@@ -20,10 +20,9 @@ TEST_F(Errors, HaveTheStatusOfTheirKindAndOneSentence)
     };
 
     put("/f", "content");
-    ASSERT_EQ(asAlice("PUT", "/service/v1/folders/shared").status, 200);
+    require(asAlice("PUT", "/service/v1/folders/shared"));
     put("/shared/g", "content");
-    ASSERT_EQ(asAlice("PUT", "/service/v1/permissions?path=%2Fshared&subject=bob&operation=READ_ONLY").status,
-              200);
+    require(asAlice("PUT", "/service/v1/permissions?path=%2Fshared&subject=bob&operation=READ_ONLY"));
     const std::string missing = "404 The path does not exist.";
     const Row rows[] = {
         {'a', "GET", "/service/v1/nothing", "400 The service has nothing at this address."},
@@ -51,6 +50,8 @@ TEST_F(Errors, HaveTheStatusOfTheirKindAndOneSentence)
         {'a', "DELETE", "/service/v1/permissions/none", "400 There is no permission with this id."},
         {'a', "PUT", "/service/v1/permissions?path=%2Ff&subject=carol&operation=READ_ONLY",
          "400 There is no user named \"carol\"."},
+        {'a', "PUT", "/service/v1/permissions?path=%2Ff&subject=alice&operation=READ_ONLY",
+         "400 The item already belongs to this user."},
         {'a', "PUT", "/service/v1/permissions?path=%2Ff&subject=bob&operation=WRITE",
          "400 The parameter operation must be READ_ONLY."},
         {'x', "GET", "/service/v1/login", "401 The authentication token is not valid."},
@@ -58,6 +59,8 @@ TEST_F(Errors, HaveTheStatusOfTheirKindAndOneSentence)
         {'x', "PUT", "/service/v1/files/f?createMode=CREATE", "401 Your session has ended. Log in again."},
         {'b', "DELETE", "/service/v1/files/shared/g?bucket=alice",
          "403 You may read this item but not change or share it."},
+        {'a', "GET", "/service/v1/files/%4",
+         "400 The address of the request is not valid percent-encoded UTF-8."},
         {'a', "GET", "/service/v1/files/none", missing},
         {'a', "GET", "/service/v1/folders/none", missing},
         {'b', "GET", "/service/v1/files/f?bucket=alice", missing},
@@ -72,9 +75,9 @@ TEST_F(Errors, HaveTheStatusOfTheirKindAndOneSentence)
     for (const auto& row : rows) {
         const auto session = row.user == 'a' ? alice : row.user == 'b' ? bob : "";
         const auto reply = send(requestText(row.method, row.target, session));
-        EXPECT_EQ(errorOf(reply), row.error) << row.method << " " << row.target;
+        EXPECT_EQ(outcomeOf(reply), row.error) << row.method << " " << row.target;
     }
-    EXPECT_EQ(errorOf(asAlice("PUT", "/service/v1/files/n?createMode=CREATE", std::string(1001, 'x'))),
+    EXPECT_EQ(outcomeOf(asAlice("PUT", "/service/v1/files/n?createMode=CREATE", std::string(1001, 'x'))),
               "413 The file is larger than this service accepts.");
 }
 
@@ -84,11 +87,15 @@ TEST_F(Errors, OfTheServiceItselfAreLoggedWithoutSecrets)
     for (const auto& entry : std::filesystem::recursive_directory_iterator(service.dataDir() / "contents"))
         if (entry.is_regular_file()) std::filesystem::resize_file(entry.path(), 3);
     const auto failed = "500 The service failed to carry out the request.";
-    EXPECT_EQ(errorOf(asAlice("GET", "/service/v1/files/f?locale=en_US")), failed);
+    EXPECT_EQ(outcomeOf(asAlice("GET", "/service/v1/files/f?locale=en_US")), failed);
     std::filesystem::remove_all(service.dataDir() / "contents");
-    EXPECT_EQ(errorOf(asAlice("GET", "/service/v1/files/f?locale=en_US")), failed);
+    EXPECT_EQ(outcomeOf(asAlice("GET", "/service/v1/files/f?locale=en_US")), failed);
     EXPECT_NE(service.errors().find("tarnd: GET /service/v1/files/f failed: "), std::string::npos);
     EXPECT_EQ(service.errors().find(alice), std::string::npos);
+    ASSERT_EQ(service.terminate(), 0);
+    const auto fsck = service.run({"fsck"});
+    EXPECT_EQ(fsck.exitCode, 1);
+    EXPECT_NE(fsck.out.find("/f"), std::string::npos) << fsck.out;
 }
 
 } // namespace

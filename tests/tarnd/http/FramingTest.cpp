@@ -22,7 +22,7 @@ protected:
 
     void expectNothingStored()
     {
-        EXPECT_EQ(errorOf(asAlice("GET", "/service/v1/filesystem/f")), "404 The path does not exist.");
+        EXPECT_EQ(outcomeOf(asAlice("GET", "/service/v1/filesystem/f")), "404 The path does not exist.");
     }
 };
 
@@ -78,7 +78,7 @@ TEST_F(Framing, RefusesWhatCanBeReadInTwoWays)
          "413 The request carries content that nothing here takes."},
     };
     for (const auto& [name, request, error] : cases)
-        EXPECT_EQ(errorOf(send(request)), error) << name;
+        EXPECT_EQ(outcomeOf(send(request)), error) << name;
     expectNothingStored();
 }
 
@@ -89,7 +89,8 @@ TEST_F(Framing, EndsTheConnectionOverALengthThatIsNoNumber)
     for (const std::string length : {"-1", "+3", "0x3", "3, 3", "99999999999999999999999", ""}) {
         Wire wire(service.port());
         wire.send(putHead("Content-Length: " + length + "\r\n") + "abc" + head("GET /service/v1/ping", ""));
-        EXPECT_EQ(errorOf(wire.receive().value()), "400 The header Content-Length is not a number of bytes.");
+        EXPECT_EQ(outcomeOf(wire.receive().value()),
+                  "400 The header Content-Length is not a number of bytes.");
         EXPECT_EQ(wire.rest(), "") << length;
     }
     for (const auto& request : {putHead("Transfer-Encoding: chunked\r\n") + "zz\r\nabc\r\n0\r\n\r\n",
@@ -143,7 +144,7 @@ TEST_F(Framing, TellsAWaitingClientToGoOnOnlyWhenTheUploadIsWelcome)
 
     Wire refused(service.port());
     refused.send(putHead("Content-Length: 3\r\nExpect: 100-continue\r\n"));
-    EXPECT_EQ(errorOf(refused.receive().value()), "409 The file already exists.");
+    EXPECT_EQ(outcomeOf(refused.receive().value()), "409 The file already exists.");
     EXPECT_EQ(refused.rest(), "");
 }
 
@@ -155,7 +156,7 @@ TEST_F(Framing, GivesTheReasonToAClientThatSendsALargeBodyUnasked)
         const std::string body(static_cast<std::size_t>(size), 'x');
         EXPECT_EQ(wire.send(requestText("PUT", "/service/v1/files/f?createMode=CREATE", alice, body)),
                   isRead);
-        EXPECT_EQ(errorOf(wire.receive().value()), "409 The file already exists.");
+        EXPECT_EQ(outcomeOf(wire.receive().value()), "409 The file already exists.");
     }
     Wire endless(service.port());
     endless.send(putHead("Transfer-Encoding: chunked\r\n"));

@@ -1,5 +1,4 @@
-// Public links open to anybody in a browser: nothing stored may run there, and a link shows its item and no
-// more.
+// Public links open to anybody in a browser: nothing stored may run there, and a link shows its item and no more.
 #include "tests/tarnd/http/ServiceTest.h"
 
 namespace tarnd::test {
@@ -10,7 +9,8 @@ protected:
     /// The path of a new public link: "/public/TOKEN".
     std::string linkTo(const std::string& path)
     {
-        const auto url = textOf(asAlice("GET", "/service/v1/public/urls" + path).body, "PublicAccessUrl");
+        const auto url =
+            parseXml(asAlice("GET", "/service/v1/public/urls" + path).body).only("PublicAccessUrl");
         EXPECT_EQ(url.substr(0, service.url().size() + 8), service.url() + "/public/");
         return url.substr(service.url().size());
     }

@@ -1,5 +1,4 @@
-// Every success reply, letter for letter: a renamed, repeated or missing element is silently read as a
-// default.
+// Every success reply, letter for letter: a renamed, repeated or missing element is silently read as a default.
 #include "tests/tarnd/http/ServiceTest.h"
 
 #include <regex>
@@ -19,23 +18,20 @@ protected:
         return std::regex_replace(std::regex_replace(body, changing, "<$1>*<"), link, "LINK<");
     }
 
-    /// "{PermissionId}" in a target stands for what the last reply holding one called it.
-    std::string filled(std::string target)
+    /// "{id}" in a target stands for the last id of a handle or grant that a reply has told.
+    std::string filled(const std::string& target)
     {
-        for (const std::string name : {"FileHandleId", "PermissionId"}) {
-            const auto place = target.find("{" + name + "}");
-            if (place != std::string::npos) target.replace(place, name.size() + 2, ids[name]);
-        }
-        return target;
+        return std::regex_replace(target, std::regex("\\{id\\}"), id);
     }
 
     void remember(const std::string& body)
     {
-        for (const std::string name : {"FileHandleId", "PermissionId"})
-            if (const auto id = textOf(body, name); !id.empty()) ids[name] = id;
+        static const std::regex told("<(?:FileHandleId|PermissionId)>([^<]+)<");
+        for (std::sregex_iterator each(body.begin(), body.end(), told), none; each != none; ++each)
+            id = (*each)[1];
     }
 
-    std::map<std::string, std::string> ids;
+    std::string id;
 };
 
 TEST_F(Replies, AreExactlyThese)
@@ -51,6 +47,8 @@ TEST_F(Replies, AreExactlyThese)
     const std::string shared3 = record + "<Size>3</Size><Writable>false</Writable><Watermark>*</Watermark>";
     const std::string sharedFolder = record + "<Writable>false</Writable><Watermark>*</Watermark>";
     const Row rows[] = {
+        {'t', "GET", "/login", "",
+         "<TarnSessionId>*</TarnSessionId><MinutesBeforeRelogin>30</MinutesBeforeRelogin>"},
         {'a', "GET", "/ping", "", "<Value>pong</Value>"},
         {'a', "PUT", "/files/a.txt?createMode=CREATE&createNewVersion=true", "four",
          "<VersionId>*</VersionId><VersionLabel>1</VersionLabel>"},
@@ -81,13 +79,11 @@ TEST_F(Replies, AreExactlyThese)
          "<VersionId>*</VersionId><VersionLabel>3</VersionLabel>"},
         {'a', "PUT", "/filehandle?path=%2Fdocs%2Fb.txt&accessMode=readOnly", "",
          "<FileHandleId>*</FileHandleId><FileSize>4</FileSize><FileCreated>false</FileCreated>"},
-        {'a', "DELETE", "/filehandle/{FileHandleId}?handleOperation=ABORT_CHANGES&createNewVersion=false", "",
-         ""},
+        {'a', "DELETE", "/filehandle/{id}?handleOperation=ABORT_CHANGES&createNewVersion=false", "", ""},
         {'a', "PUT",
          "/filehandle?path=%2Fdocs%2Fsub%2Fnew&accessMode=readWrite&createMode=CREATE&truncate=false", "",
          "<FileHandleId>*</FileHandleId><FileSize>0</FileSize><FileCreated>true</FileCreated>"},
-        {'a', "DELETE", "/filehandle/{FileHandleId}?handleOperation=COMMIT_CHANGES&createNewVersion=false",
-         "", ""},
+        {'a', "DELETE", "/filehandle/{id}?handleOperation=COMMIT_CHANGES&createNewVersion=false", "", ""},
         {'a', "PUT", "/versions/files/docs/b.txt?versionId=&versionLabel=2&createNewVersion=false", "",
          "<VersionId>*</VersionId><VersionLabel>2</VersionLabel>"},
         {'a', "PUT", "/permissions?path=%2Fdocs&bucket=alice&subject=bob&operation=READ_ONLY", "",
@@ -103,7 +99,11 @@ TEST_F(Replies, AreExactlyThese)
          "<Permission><PermissionId>*</PermissionId><Subject><SubjectName>carol</SubjectName></Subject>"
          "<Resource><Path>/docs/b.txt</Path><Bucket>alice</Bucket></Resource><Operation>READ_ONLY</Operation>"
          "<Status>PENDING</Status></Permission>"},
-        {'a', "DELETE", "/permissions/{PermissionId}", "", ""},
+        {'a', "GET", "/permissions?path=%2Fdocs%2Fb.txt", "",
+         "<Permission><PermissionId>*</PermissionId><Subject><SubjectName>carol</SubjectName></Subject>"
+         "<Resource><Path>/docs/b.txt</Path><Bucket>alice</Bucket></Resource><Operation>READ_ONLY</Operation>"
+         "<Status>PENDING</Status></Permission>"},
+        {'a', "DELETE", "/permissions/{id}", "", ""},
         {'a', "PUT", "/permissions?path=%2Fdocs%2Fb.txt&bucket=alice&subject=bob&operation=READ_ONLY", "",
          "<PermissionId>*</PermissionId>"},
         {'b', "GET", "/sharedcontent", "",
@@ -122,23 +122,16 @@ TEST_F(Replies, AreExactlyThese)
     };
     for (const auto& row : rows) {
         const auto target = "/service/v1" + filled(row.target);
-        const auto reply =
-            row.user == 'a' ? asAlice(row.method, target, row.body) : asBob(row.method, target);
+        const auto session = row.user == 'a' ? alice : row.user == 'b' ? bob : "";
+        const auto token =
+            row.user == 't' ? "x-qz-authentication-token: " + aliceToken + "\r\n" : std::string();
+        const auto reply = send(requestText(row.method, target, session, row.body, token));
         EXPECT_EQ(reply.status, 200) << row.method << " " << target;
         EXPECT_EQ(masked(reply.body),
                   R"(<?xml version="1.0" encoding="UTF-8"?><Response>)" + row.reply + "</Response>")
             << row.method << " " << target;
         remember(reply.body);
     }
-}
-
-TEST_F(Replies, LoginTellsTheSessionAndItsLife)
-{
-    const auto reply = send(
-        requestText("GET", "/service/v1/login", {}, {}, "x-qz-authentication-token: " + aliceToken + "\r\n"));
-    EXPECT_EQ(masked(reply.body),
-              R"(<?xml version="1.0" encoding="UTF-8"?><Response><TarnSessionId>*</TarnSessionId>)"
-              "<MinutesBeforeRelogin>30</MinutesBeforeRelogin></Response>");
 }
 
 TEST_F(Replies, ContentsComeBackAsTheyAreWhateverTheyAre)
@@ -149,9 +142,7 @@ TEST_F(Replies, ContentsComeBackAsTheyAreWhateverTheyAre)
     put("/big", content);
     put("/empty", "");
     put("/versions", "old");
-    ASSERT_EQ(
-        asAlice("PUT", "/service/v1/files/versions?createMode=UPDATE&createNewVersion=true", "new").status,
-        200);
+    require(asAlice("PUT", "/service/v1/files/versions?createMode=UPDATE&createNewVersion=true", "new"));
 
     const auto big = asAlice("GET", "/service/v1/files/big");
     EXPECT_TRUE(big.body == content);
@@ -166,10 +157,8 @@ TEST_F(Replies, ContentsComeBackAsTheyAreWhateverTheyAre)
 TEST_F(Replies, FollowTheQueryDecodedOnceAndItsPlusAsAPlus)
 {
     put("/a%20b", "1");
-    ASSERT_EQ(asAlice("PUT", "/service/v1/filesystem/a%20b?targetPath=/c+%2B%20%2525&targetBucket=&"
-                             "moveTargetOverwrite=false")
-                  .status,
-              200);
+    require(asAlice("PUT", "/service/v1/filesystem/a%20b?targetPath=/c+%2B%20%2525&targetBucket=&"
+                           "moveTargetOverwrite=false"));
     EXPECT_EQ(asAlice("GET", "/service/v1/files/c++%20%2525").body, "1");
 }
 

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "tests/support/TarndProcess.h"
-#include "tests/tarnd/http/Wire.h"
+#include "tests/tarnd/access/ServiceUser.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -12,31 +12,43 @@ namespace tarnd::test {
 /// A real service with two users who are logged in.
 class ServiceTest : public ::testing::Test {
 protected:
-    explicit ServiceTest(std::vector<std::string> serveArguments = {});
+    explicit ServiceTest(std::vector<std::string> serveArguments = {}) : service(std::move(serveArguments))
+    {
+        service.start();
+        alice = logIn(aliceToken);
+        bob = logIn(service.addUser("bob"));
+    }
 
-    /// Logs a user in over the wire; returns the session id.
-    std::string logIn(const std::string& token);
+    /// The session of a login; empty when that is refused.
+    std::string logIn(const std::string& token)
+    {
+        ServiceUser user(service.url());
+        user.login(token);
+        return user.session();
+    }
 
     /// One request on a connection of its own.
-    WireReply send(const std::string& request, bool toHead = false);
+    WireReply send(const std::string& request, bool toHead = false)
+    {
+        Wire wire(service.port());
+        wire.send(request);
+        return wire.receive(toHead).value_or(WireReply{});
+    }
 
-    WireReply asAlice(std::string_view method, std::string_view target, std::string_view body = {});
-    WireReply asBob(std::string_view method, std::string_view target, std::string_view body = {});
+    WireReply asAlice(std::string_view method, std::string_view target, std::string_view body = {})
+    {
+        return send(requestText(method, target, alice, body));
+    }
 
     /// Stores a file of alice's and requires that it worked.
-    void put(const std::string& path, std::string_view content);
+    void put(const std::string& path, std::string_view content)
+    {
+        require(asAlice("PUT", "/service/v1/files" + path + "?createMode=CREATE_OR_UPDATE", content));
+    }
 
     TarndProcess service;
-    std::string aliceToken;
-    std::string bobToken;
-    std::string alice; ///< session id
-    std::string bob;   ///< session id
+    const std::string aliceToken = service.addUser("alice");
+    std::string alice, bob; ///< session ids
 };
-
-/// The text of the only element of that name; empty when there is none or more than one.
-std::string textOf(const std::string& document, const std::string& element);
-
-/// "STATUS sentence" of an error reply.
-std::string errorOf(const WireReply& reply);
 
 } // namespace tarnd::test

@@ -18,8 +18,7 @@ struct WireReply {
     bool operator==(const WireReply&) const = default;
 };
 
-/// One TCP connection to the service on which a test may say anything, well-formed or not. Every wait is
-/// bounded.
+/// One TCP connection to the service on which a test may say anything, well-formed or not. Every wait is bounded.
 class Wire {
 public:
     /// @param from the loopback address that the service is to see

@@ -34,14 +34,15 @@ TEST(Model, ForetellsEveryReply)
     }
 
     std::atomic<bool> agree = true;
-    std::vector<std::thread> threads;
+    std::deque<RandomUser> users;
     for (std::size_t i = 0; i < clients; ++i)
-        threads.emplace_back([&, i] {
+        users.emplace_back(accounts, i, servers.urls(), seed + static_cast<unsigned>(i));
+    std::vector<std::thread> threads;
+    for (auto& user : users)
+        threads.emplace_back([&] {
             try {
-                RandomUser user(accounts, i, servers.urls(), seed + static_cast<unsigned>(i));
                 for (std::size_t done = 0; done < operations / clients && agree; ++done)
                     if (!user.step()) agree = false;
-                if (agree) user.judgeEverything();
             } catch (const std::exception& e) {
                 agree = false;
                 ADD_FAILURE() << e.what();
@@ -49,6 +50,9 @@ TEST(Model, ForetellsEveryReply)
         });
     for (auto& thread : threads)
         thread.join();
+    if (agree)
+        for (auto& user : users)
+            user.judgeEverything();
     EXPECT_EQ(servers.endAndCheck(), "") << "TARN_TEST_SEED=" << seed;
 }
 

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <gtest/gtest.h>
+#include <numeric>
 #include <set>
 
 namespace tarnd::test {
@@ -10,36 +11,89 @@ namespace {
 
 const std::vector<std::string> names = {"a", "b", "B", "c d", "\xC3\xA9", "<&>"};
 const std::vector<std::string> modes = {"CREATE", "UPDATE", "CREATE_OR_UPDATE"};
-constexpr std::size_t maxDepth = 4;
+constexpr std::ptrdiff_t maxDepth = 4;
 
 std::string join(const std::string& folder, const std::string& name)
 {
     return folder == "/" ? "/" + name : folder + "/" + name;
 }
 
-std::string namesOf(const std::vector<const XmlElement*>& records)
+std::string namesOf(const XmlElement& list)
 {
     std::string all;
-    for (const auto* record : records)
-        all += record->only("Name") + "|";
+    for (const auto& record : list.children)
+        all += record.only("Name") + "|";
     return all;
 }
 
-std::string joined(const std::vector<std::string>& texts)
+enum class About {
+    reading,
+    change, ///< of an item: for its owner alone
+    grants, ///< of one's own
+};
+
+struct Operation {
+    unsigned weight;
+    const char* name;
+    About about;
+    RestReply (*send)(ServiceUser&, const Draw&);
+    int (*foretell)(TreeModel&, const Draw&);
+    void (RandomUser::*judge)(const Draw&, const RestReply&);
+};
+
+/// Nothing can be written through a handle: a commit leaves a created or truncated file empty.
+RestReply useHandle(ServiceUser& user, const Draw& d)
 {
-    std::string all;
-    for (const auto& text : texts)
-        all += text + "|";
-    return all;
+    const auto opened = user.openReadWrite(d.item, d.mode, d.first);
+    return opened.status == 200
+               ? user.closeHandle(parseXml(opened.body).only("FileHandleId"), d.second, d.third)
+               : opened;
 }
 
-std::vector<const XmlElement*> childrenOf(const XmlElement& element)
+int foretellHandle(TreeModel& tree, const Draw& d)
 {
-    std::vector<const XmlElement*> children;
-    for (const auto& child : element.children)
-        children.push_back(&child);
-    return children;
+    auto opened = tree;
+    const int status = opened.put(d.path, d.mode, false, {});
+    const bool changes = d.second && (d.first || tree.findFile(d.path) != 200);
+    return status == 200 && changes ? tree.put(d.path, "CREATE_OR_UPDATE", d.third, {}) : status;
 }
+
+using U = ServiceUser;
+using T = TreeModel;
+using D = const Draw;
+using R = RandomUser;
+
+const Operation operations[] = {
+    {22, "put", About::change, [](U& u, D& d) { return u.put(d.item, d.content, d.mode, d.first); },
+     [](T& t, D& d) { return t.put(d.path, d.mode, d.first, d.content); }, &R::version},
+    {5, "delete", About::change, [](U& u, D& d) { return u.deleteFile(d.item); },
+     [](T& t, D& d) { return t.deleteFile(d.path); }, &R::nothing},
+    {4, "handle", About::change, useHandle, foretellHandle, &R::nothing},
+    {10, "mkdir", About::change, [](U& u, D& d) { return u.createFolder(d.item); },
+     [](T& t, D& d) { return t.createFolder(d.path); }, &R::nothing},
+    {3, "rmdir", About::change, [](U& u, D& d) { return u.deleteFolder(d.item, d.first && d.second); },
+     [](T& t, D& d) { return t.deleteFolder(d.path, d.first && d.second); }, &R::nothing},
+    {10, "move", About::change, [](U& u, D& d) { return u.move(d.item, d.target, d.first); },
+     [](T& t, D& d) { return t.move(d.path, d.target.path, d.first); }, &R::nothing},
+    {7, "restore", About::change,
+     [](U& u, D& d) { return u.restore(d.item, {}, std::to_string(d.version + 1), d.first); },
+     [](T& t, D& d) { return t.restore(d.path, d.version, d.first); }, &R::version},
+    {6, "grant", About::change, [](U& u, D& d) { return u.grant(d.item, d.subject); },
+     [](T& t, D& d) { return t.grant(d.path, d.subject); }, &R::permission},
+    {3, "revoke", About::grants, [](U& u, D& d) { return u.revoke(d.grant); },
+     [](T& t, D& d) { return t.revoke(d.grant); }, &R::nothing},
+    {10, "read", About::reading, [](U& u, D& d) { return u.read(d.item); },
+     [](T& t, D& d) { return t.findFile(d.path); }, &R::content},
+    {9, "list", About::reading, [](U& u, D& d) { return u.list(d.item); },
+     [](T& t, D& d) { return t.findFolder(d.path); }, &R::listing},
+    {7, "attributes", About::reading, [](U& u, D& d) { return u.attributes(d.item); },
+     [](T& t, D& d) { return t.findItem(d.path); }, &R::attributes},
+    {7, "versions", About::reading, [](U& u, D& d) { return u.versions(d.item); },
+     [](T& t, D& d) { return t.findFile(d.path); }, &R::versions},
+};
+
+const unsigned allWeights = std::accumulate(std::begin(operations), std::end(operations), 0U,
+                                            [](unsigned sum, const auto& each) { return sum + each.weight; });
 
 } // namespace
 
@@ -47,309 +101,94 @@ RandomUser::RandomUser(std::deque<Account>& all, std::size_t which, std::vector<
                        unsigned seed)
     : accounts(all), own(all[which]), serverUrls(std::move(urls)), random(seed), user(serverUrls.front())
 {
-    judge("login", http().login(own.token), 200);
+    judge("login", outcomeOf(http().login(own.token)), "200");
 }
 
 bool RandomUser::step()
 {
-    struct Weighted {
-        unsigned weight;
-        Step step;
-    };
+    if (below(50) == 0) loginAgain();
+    auto& of = below(7) == 0 ? accounts[below(accounts.size())] : own;
+    const std::lock_guard lock(of.mutex);
+    const auto d = draw(of);
+    std::size_t chosen = below(allWeights);
+    const auto* operation = std::begin(operations);
+    for (; chosen >= operation->weight; ++operation)
+        chosen -= operation->weight;
 
-    static const Weighted steps[] = {
-        {22, &RandomUser::put},         {8, &RandomUser::read},          {5, &RandomUser::deleteFile},
-        {4, &RandomUser::handle},       {10, &RandomUser::createFolder}, {6, &RandomUser::list},
-        {3, &RandomUser::deleteFolder}, {10, &RandomUser::move},         {4, &RandomUser::attributes},
-        {6, &RandomUser::grant},        {3, &RandomUser::revoke},        {2, &RandomUser::listGrants},
-        {4, &RandomUser::versions},     {7, &RandomUser::restore},       {2, &RandomUser::loginAgain},
-        {12, &RandomUser::readForeign}, {3, &RandomUser::changeForeign}, {1, &RandomUser::sharedContent},
-    };
-    unsigned total = 0;
-    for (const auto& each : steps)
-        total += each.weight;
-    unsigned chosen = below(total);
-    const auto* step = std::begin(steps);
-    for (; chosen >= step->weight; ++step)
-        chosen -= step->weight;
-    (this->*step->step)();
+    int status;
+    if (&of == &own) {
+        status = operation->foretell(of.tree, d);
+    } else {
+        auto unchanged = of.tree;
+        status = operation->foretell(unchanged, d);
+        const bool changes = operation->about != About::reading;
+        // Which refusal comes first when there are several is not foretold.
+        if (operation->about == About::grants || (changes && status != 200)) return agrees;
+        if (!of.tree.isSharedWith(own.name, d.path))
+            status = 404;
+        else if (changes)
+            status = 403;
+    }
+    const auto what = std::string(operation->name) + " " + of.name + ":" + d.path;
+    const auto reply = operation->send(http(), d);
+    judge(what + " " + d.mode + " " + d.target.path + "\n" + reply.body, std::to_string(reply.status),
+          std::to_string(status));
+    if (reply.status == 200) (this->*operation->judge)(d, reply);
     return agrees;
 }
 
-bool RandomUser::judgeEverything()
+void RandomUser::judgeEverything()
 {
-    const std::lock_guard lock(own.mutex);
-    for (const auto& path : own.tree.paths()) {
-        if (own.tree.isFolder(path)) {
-            judgeListing(http().list({"", path}), own, path);
+    for (auto& [path, item] : own.tree.items) {
+        auto d = draw(own);
+        d.path = path;
+        d.item = {"", path};
+        if (!item.isFile()) {
+            listing(d, http().list(d.item));
             continue;
         }
-        judge("content of " + path, http().read({"", path}).body, own.tree.file(path).shown().content);
-        judgeVersions(http().versions({"", path}), own, path);
-        for (const auto& version : own.tree.file(path).versions)
+        content(d, http().read(d.item));
+        versions(d, http().versions(d.item));
+        for (const auto& each : item.versions)
             judge("old content of " + path,
-                  http().readVersion({"", path}, version.id, std::to_string(version.label)).body,
-                  version.content);
+                  http().readVersion(d.item, each.id, std::to_string(each.label)).body, each.content);
     }
-    return agrees;
+    judgeShared();
 }
 
-void RandomUser::put()
+void RandomUser::judgeShared()
 {
-    const std::lock_guard lock(own.mutex);
-    const auto path = anyPath(own.tree);
-    const auto& mode = modes[below(modes.size())];
-    const bool newVersion = coin();
-    const auto content =
-        std::string(below(4) == 0 ? below(100'000) : below(40), static_cast<char>('a' + below(26))) +
-        std::to_string(++counter);
-    const auto reply = http().put({coin() ? own.name : "", path}, content, mode, newVersion);
-    judge("put " + mode + (newVersion ? " as version " : " ") + path, reply,
-          own.tree.put(path, mode, newVersion, content));
-    if (reply.status == 200) learnVersion(reply, path);
-}
-
-void RandomUser::read()
-{
-    const std::lock_guard lock(own.mutex);
-    const auto path = somePath(own.tree);
-    const auto reply = http().read({"", path});
-    judge("read " + path, reply, own.tree.readFile(path));
-    if (reply.status == 200) judge("content of " + path, reply.body, own.tree.file(path).shown().content);
-}
-
-void RandomUser::deleteFile()
-{
-    const std::lock_guard lock(own.mutex);
-    const auto path = somePath(own.tree);
-    judge("delete " + path, http().deleteFile({"", path}), own.tree.deleteFile(path));
-}
-
-/// Nothing can be written through a handle: a commit leaves a created or truncated file empty.
-void RandomUser::handle()
-{
-    const std::lock_guard lock(own.mutex);
-    const auto path = anyPath(own.tree);
-    const auto& mode = modes[below(modes.size())];
-    const bool truncate = coin();
-    auto committed = own.tree;
-    const bool created = !committed.exists(path);
-    const auto opened = http().openReadWrite({"", path}, mode, truncate);
-    judge("open " + mode + " " + path, opened, committed.put(path, mode, false, ""));
-    if (opened.status != 200) return;
-    const auto document = parseXml(opened.body);
-    judge("created by opening " + path, document.only("FileCreated"), created ? "true" : "false");
-    judge("size after opening " + path, document.only("FileSize"),
-          std::to_string(created || truncate ? 0 : own.tree.file(path).shown().content.size()));
-
-    const bool commit = coin();
-    const bool newVersion = coin();
-    judge("close " + path, http().closeHandle(document.only("FileHandleId"), commit, newVersion), 200);
-    if (!commit || !(created || truncate)) return;
-    own.tree.put(path, "CREATE_OR_UPDATE", newVersion, "");
-    const auto listed = parseXml(http().versions({"", path}).body);
-    auto& version = own.tree.file(path).shown();
-    if (version.id.empty()) version.id = listed.all("VersionId").front()->text; // an added one is the newest
-    judgeVersions(http().versions({"", path}), own, path);
-}
-
-void RandomUser::createFolder()
-{
-    const std::lock_guard lock(own.mutex);
-    const auto path = anyPath(own.tree);
-    judge("mkdir " + path, http().createFolder({"", path}), own.tree.createFolder(path));
-}
-
-void RandomUser::list()
-{
-    const std::lock_guard lock(own.mutex);
-    const auto path = somePath(own.tree);
-    const auto reply = http().list({"", path});
-    judge("list " + path, reply, own.tree.listFolder(path));
-    if (reply.status == 200) judgeListing(reply, own, path);
-}
-
-void RandomUser::deleteFolder()
-{
-    const std::lock_guard lock(own.mutex);
-    const auto path = somePath(own.tree);
-    const bool force = below(3) == 0;
-    judge(std::string(force ? "rmdir with all " : "rmdir ") + path, http().deleteFolder({"", path}, force),
-          own.tree.deleteFolder(path, force));
-}
-
-void RandomUser::move()
-{
-    const std::lock_guard lock(own.mutex);
-    const auto from = somePath(own.tree);
-    const auto to = anyPath(own.tree);
-    if (from == to) return;
-    const bool overwrite = coin();
-    judge("move " + from + (overwrite ? " over " : " to ") + to,
-          http().move({"", from}, {coin() ? own.name : "", to}, overwrite),
-          own.tree.move(from, to, overwrite));
-}
-
-void RandomUser::attributes()
-{
-    const std::lock_guard lock(own.mutex);
-    const auto path = anyPath(own.tree);
-    const auto reply = http().attributes({"", path});
-    judge("attributes of " + path, reply, own.tree.readItem(path));
-    if (reply.status == 200) judgeAttributes(reply, own, path);
-}
-
-void RandomUser::grant()
-{
-    const std::lock_guard lock(own.mutex);
-    const auto path = somePath(own.tree);
-    const auto& subject = someOther().name;
-    const auto reply = http().grant({own.name, path}, subject);
-    judge("grant " + path + " to " + subject, reply, own.tree.readItem(path));
-    if (reply.status != 200) return;
-    const auto id = parseXml(reply.body).only("PermissionId");
-    const auto& known = own.tree.grants.try_emplace({path, subject}, id).first->second;
-    judge("id of the grant of " + path + " to " + subject, id, known);
-}
-
-void RandomUser::revoke()
-{
-    const std::lock_guard lock(own.mutex);
-    auto& grants = own.tree.grants;
-    if (grants.empty()) return;
-    const auto chosen = std::next(grants.begin(), below(grants.size()));
-    judge("revoke grant on " + chosen->first.first, http().revoke(chosen->second), 200);
-    judge("revoke again", http().revoke(chosen->second), 400);
-    grants.erase(chosen);
-}
-
-void RandomUser::listGrants()
-{
-    const std::lock_guard lock(own.mutex);
-    const auto document = parseXml(http().grants().body);
     std::set<std::string> got, expected;
-    for (const auto* each : document.all("Permission"))
+    const auto grants = parseXml(http().grants().body), shared = parseXml(http().sharedContent().body);
+    for (const auto* each : grants.all("Permission"))
         got.insert(each->only("Path") + " " + each->only("SubjectName") + " " + each->only("PermissionId"));
-    for (const auto& [grant, id] : own.tree.grants)
-        expected.insert(grant.first + " " + grant.second + " " + id);
-    judge("grants", joined({got.begin(), got.end()}), joined({expected.begin(), expected.end()}));
-}
+    for (const auto& [path, item] : own.tree.items)
+        for (const auto& [subject, id] : item.grants)
+            expected.insert(path + " " + subject + " " + id);
+    EXPECT_EQ(got, expected) << own.name;
 
-void RandomUser::versions()
-{
-    const std::lock_guard lock(own.mutex);
-    const auto path = somePath(own.tree);
-    const auto reply = http().versions({"", path});
-    judge("versions of " + path, reply, own.tree.readFile(path));
-    if (reply.status == 200) judgeVersions(reply, own, path);
-}
-
-void RandomUser::restore()
-{
-    const std::lock_guard lock(own.mutex);
-    const auto path = somePath(own.tree);
-    if (!own.tree.isFile(path)) return;
-    const auto& all = own.tree.file(path).versions;
-    const auto index = below(all.size());
-    const bool newVersion = coin();
-    const auto version = all[index];
-    const auto reply = http().restore({"", path}, version.id, std::to_string(version.label), newVersion);
-    judge((newVersion ? "restore a copy of " : "restore ") + path, reply,
-          own.tree.restore(path, index, newVersion));
-    if (reply.status == 200) learnVersion(reply, path);
+    got.clear();
+    expected.clear();
+    for (const auto* sharer : shared.all("SharedContent"))
+        for (const auto* each : sharer->all("Resource"))
+            got.insert(sharer->only("SharedByUserId") + " " + each->only("Bucket") + ":" +
+                       each->only("Path"));
+    for (const auto& account : accounts)
+        for (const auto& [path, item] : account.tree.items)
+            if (item.grants.contains(own.name))
+                expected.insert(account.name + " " + account.name + ":" + path);
+    EXPECT_EQ(got, expected) << own.name;
 }
 
 /// A session is one for all servers, and ends for all of them at once.
 void RandomUser::loginAgain()
 {
-    const auto old = user.session();
-    judge("logout", http().logout(), 200);
+    judge("logout", outcomeOf(http().logout()), "200");
     for (const auto& url : serverUrls) {
         user.moveTo(url);
-        judge("ping after logout", user.ping(), 401);
+        judge("ping after logout", std::to_string(user.ping().status), "401");
     }
-    judge("login with a wrong token", http().login(own.token + "0"), 401);
-    judge("login", http().login(own.token), 200);
-    judge("ping after login", http().ping(), 200);
-}
-
-void RandomUser::readForeign()
-{
-    auto& other = someOther();
-    const std::lock_guard lock(other.mutex);
-    const auto path = somePath(other.tree);
-    const Place place{other.name, path};
-    const auto what = " " + other.name + "'s " + path;
-    const auto ruled = [&](int status) { return other.tree.forReader(own.name, path, status); };
-    switch (below(4)) {
-    case 0: {
-        const auto reply = http().read(place);
-        judge("read" + what, reply, ruled(other.tree.readFile(path)));
-        if (reply.status == 200)
-            judge("content of" + what, reply.body, other.tree.file(path).shown().content);
-        break;
-    }
-    case 1: {
-        const auto reply = http().list(place);
-        judge("list" + what, reply, ruled(other.tree.listFolder(path)));
-        if (reply.status == 200) judgeListing(reply, other, path);
-        break;
-    }
-    case 2: {
-        const auto reply = http().attributes(place);
-        judge("attributes of" + what, reply, ruled(other.tree.readItem(path)));
-        if (reply.status == 200) judgeAttributes(reply, other, path);
-        break;
-    }
-    default: {
-        const auto reply = http().versions(place);
-        judge("versions of" + what, reply, ruled(other.tree.readFile(path)));
-        if (reply.status == 200) judgeVersions(reply, other, path);
-    }
-    }
-}
-
-void RandomUser::changeForeign()
-{
-    auto& other = someOther();
-    const std::lock_guard lock(other.mutex);
-    const auto path = somePath(other.tree);
-    const Place place{other.name, path};
-    const int refusal = other.tree.forReader(own.name, path, 403);
-    judge("move away " + other.name + "'s " + path, http().move(place, {own.name, "/stolen"}, true), refusal);
-    judge("share " + other.name + "'s " + path, http().grant(place, someOther().name), refusal);
-    if (other.tree.isFile(path)) {
-        judge("change " + other.name + "'s " + path, http().put(place, "x", "UPDATE", coin()), refusal);
-        judge("delete " + other.name + "'s " + path, http().deleteFile(place), refusal);
-    } else {
-        judge("rmdir " + other.name + "'s " + path, http().deleteFolder(place, true), refusal);
-    }
-}
-
-void RandomUser::sharedContent()
-{
-    std::vector<std::unique_lock<std::mutex>> locks; // in one order, and nobody else holds two
-    for (auto& account : accounts)
-        locks.emplace_back(account.mutex);
-    const auto document = parseXml(http().sharedContent().body);
-    std::set<std::string> got, expected;
-    for (const auto* sharer : document.all("SharedContent"))
-        for (const auto* resource : sharer->all("Resource"))
-            got.insert(sharer->only("SharedByUserId") + " " + resource->only("Bucket") + ":" +
-                       resource->only("Path"));
-    for (const auto& account : accounts)
-        for (const auto& entry : account.tree.grants)
-            if (entry.first.second == own.name)
-                expected.insert(account.name + " " + account.name + ":" + entry.first.first);
-    judge("shared content", joined({got.begin(), got.end()}), joined({expected.begin(), expected.end()}));
-}
-
-void RandomUser::judge(const std::string& what, const RestReply& reply, int status)
-{
-    if (reply.status == status) return;
-    agrees = false;
-    ADD_FAILURE() << own.name << ": " << what << " gave " << reply.status << ", not " << status << ": "
-                  << reply.body;
+    judge("login", outcomeOf(http().login(own.token)), "200");
 }
 
 void RandomUser::judge(const std::string& what, const std::string& got, const std::string& expected)
@@ -360,82 +199,106 @@ void RandomUser::judge(const std::string& what, const std::string& got, const st
                   << expected.substr(0, 400);
 }
 
-void RandomUser::judgeListing(const RestReply& reply, const Account& of, const std::string& path)
+void RandomUser::learn(const std::string& what, const std::string& got, std::string& expected)
 {
-    const auto document = parseXml(reply.body);
-    const auto files = childrenOf(document.child("Files"));
-    judge("name of " + path, document.child("FolderSummary").only("Name"), nameOf(path));
-    judge("files in " + path, namesOf(files), joined(of.tree.filesIn(path)));
-    judge("folders in " + path, namesOf(childrenOf(document.child("Folders"))),
-          joined(of.tree.foldersIn(path)));
-    for (const auto* file : files) {
-        if (!of.tree.isFile(join(path, file->only("Name")))) continue;
-        const auto size = of.tree.file(join(path, file->only("Name"))).shown().content.size();
-        judge("size in " + path, file->only("Size"), std::to_string(size));
-        judge("writable in " + path, file->only("Writable"), &of == &own ? "true" : "false");
-    }
+    if (expected.empty()) expected = got;
+    judge(what, got, expected);
 }
 
-void RandomUser::judgeAttributes(const RestReply& reply, const Account& of, const std::string& path)
+void RandomUser::content(const Draw& d, const RestReply& reply)
 {
-    const auto document = parseXml(reply.body);
-    const bool isFile = of.tree.isFile(path);
-    judge("name of " + path, document.only("Name"), nameOf(path));
-    judge("type of " + path, document.only("Type"), isFile ? "FILE" : "FOLDER");
-    judge("writable of " + path, document.only("Writable"), &of == &own ? "true" : "false");
-    if (isFile)
-        judge("size of " + path, document.only("Size"),
-              std::to_string(of.tree.file(path).shown().content.size()));
-}
-
-void RandomUser::judgeVersions(const RestReply& reply, const Account& of, const std::string& path)
-{
-    const auto document = parseXml(reply.body);
-    std::vector<std::string> got, expected;
-    for (const auto* version : document.all("VersionSummary"))
-        got.push_back(version->only("VersionLabel") + " " + version->only("VersionId"));
-    for (const auto& version : of.tree.file(path).versions)
-        expected.insert(expected.begin(), std::to_string(version.label) + " " + version.id);
-    judge("versions of " + path, joined(got), joined(expected));
-    judge("name in versions of " + path, document.only("Name"), nameOf(path));
+    judge("content of " + d.path, reply.body, d.of.tree.items[d.path].shown().content);
 }
 
 /// The reply names the version now current: a new one by a new id, an old one by its own.
-void RandomUser::learnVersion(const RestReply& reply, const std::string& path)
+void RandomUser::version(const Draw& d, const RestReply& reply)
 {
     const auto document = parseXml(reply.body);
-    auto& version = own.tree.file(path).shown();
-    judge("label of " + path, document.only("VersionLabel"), std::to_string(version.label));
-    if (version.id.empty()) version.id = document.only("VersionId");
-    judge("version of " + path, document.only("VersionId"), version.id);
+    auto& shown = d.of.tree.items[d.path].shown();
+    judge("label of " + d.path, document.only("VersionLabel"), std::to_string(shown.label));
+    learn("version of " + d.path, document.only("VersionId"), shown.id);
 }
 
-unsigned RandomUser::below(std::size_t count)
+void RandomUser::listing(const Draw& d, const RestReply& reply)
 {
-    return static_cast<unsigned>(random() % count);
+    const auto document = parseXml(reply.body);
+    judge("name of " + d.path, document.child("FolderSummary").only("Name"), nameOf(d.path));
+    judge("files in " + d.path, namesOf(document.child("Files")), d.of.tree.namesIn(d.path, true));
+    judge("folders in " + d.path, namesOf(document.child("Folders")), d.of.tree.namesIn(d.path, false));
+    for (const auto& file : document.child("Files").children) {
+        const auto shown = d.of.tree.items[join(d.path, file.only("Name"))].shown();
+        judge("size in " + d.path, file.only("Size"), std::to_string(shown.content.size()));
+        judge("writable in " + d.path, file.only("Writable"), &d.of == &own ? "true" : "false");
+    }
 }
 
-/// Mostly one that is there.
+void RandomUser::attributes(const Draw& d, const RestReply& reply)
+{
+    const auto document = parseXml(reply.body);
+    auto& item = d.of.tree.items[d.path];
+    judge("name of " + d.path, document.only("Name"), nameOf(d.path));
+    judge("type of " + d.path, document.only("Type"), item.isFile() ? "FILE" : "FOLDER");
+    judge("writable of " + d.path, document.only("Writable"), &d.of == &own ? "true" : "false");
+    if (item.isFile())
+        judge("size of " + d.path, document.only("Size"), std::to_string(item.shown().content.size()));
+}
+
+void RandomUser::versions(const Draw& d, const RestReply& reply)
+{
+    const auto document = parseXml(reply.body);
+    const auto listed = document.all("VersionSummary");
+    auto& expected = d.of.tree.items[d.path].versions;
+    judge("name in versions of " + d.path, document.only("Name"), nameOf(d.path));
+    judge("versions of " + d.path, std::to_string(listed.size()), std::to_string(expected.size()));
+    for (std::size_t i = 0; agrees && i < listed.size(); ++i) { // the newest first
+        auto& version = expected[listed.size() - 1 - i];
+        judge("label in " + d.path, listed[i]->only("VersionLabel"), std::to_string(version.label));
+        learn("version in " + d.path, listed[i]->only("VersionId"), version.id);
+    }
+}
+
+void RandomUser::permission(const Draw& d, const RestReply& reply)
+{
+    learn("id of the grant of " + d.path + " to " + d.subject, parseXml(reply.body).only("PermissionId"),
+          d.of.tree.items[d.path].grants[d.subject]);
+}
+
+/// Half of the time one that is there, else one that may be there, mostly in a folder that is.
 std::string RandomUser::somePath(const TreeModel& tree)
 {
-    if (below(8) == 0) return anyPath(tree);
-    const auto paths = tree.paths();
-    return paths[below(paths.size())];
+    const auto& path =
+        std::next(tree.items.begin(), static_cast<std::ptrdiff_t>(below(tree.items.size())))->first;
+    if (coin()) return path;
+    return join(std::count(path.begin(), path.end(), '/') < maxDepth ? path : "/",
+                names[below(names.size())]);
 }
 
-/// One that may be there, not the root, mostly in a folder that is there.
-std::string RandomUser::anyPath(const TreeModel& tree)
+Draw RandomUser::draw(Account& of)
 {
-    auto paths = tree.paths();
-    auto& folder = paths[below(paths.size())];
-    if (std::count(folder.begin(), folder.end(), '/') >= static_cast<std::ptrdiff_t>(maxDepth)) folder = "/";
-    return join(folder, names[below(names.size())]);
-}
-
-Account& RandomUser::someOther()
-{
-    while (true)
-        if (auto& account = accounts[below(accounts.size())]; &account != &own) return account;
+    const auto path = somePath(of.tree);
+    const auto length = below(4) == 0 ? below(100'000) : below(40);
+    const auto& item = of.tree.items.find(path);
+    std::vector<std::string> grants = {"none"};
+    for (const auto& each : of.tree.items)
+        for (const auto& [subject, id] : each.second.grants)
+            grants.push_back(id);
+    auto* subject = &own;
+    while (subject == &own)
+        subject = &accounts[below(accounts.size())];
+    return {.of = of,
+            .path = path,
+            .item = {&of != &own || coin() ? of.name : "", path},
+            .target = {coin() ? own.name : "", &of == &own ? somePath(of.tree) : "/stolen"},
+            .mode = modes[below(modes.size())],
+            .content = std::string(length, static_cast<char>('a' + below(26))) + std::to_string(++counter),
+            .subject = subject->name,
+            .grant = grants[below(grants.size())],
+            .version = item == of.tree.items.end() || !item->second.isFile()
+                           ? 0
+                           : below(item->second.versions.size()),
+            .first = coin(),
+            .second = coin(),
+            .third = coin()};
 }
 
 ServiceUser& RandomUser::http()

@@ -11,36 +11,12 @@ constexpr int conflict = 409;
 /// The path itself or something below it.
 bool isWithin(const std::string& path, const std::string& top)
 {
-    return top == "/" || path == top || path.compare(0, top.size() + 1, top + "/") == 0;
+    return top == "/" || path == top || path.starts_with(top + "/");
 }
 
-std::string moved(const std::string& path, const std::string& from, const std::string& to)
+void addVersion(ModelItem& file, const std::string& content)
 {
-    return isWithin(path, from) ? to + path.substr(from.size()) : path;
-}
-
-template <class Paths>
-std::vector<std::string> namesIn(const std::string& folder, const Paths& paths)
-{
-    std::vector<std::string> names;
-    for (const auto& path : paths)
-        if (path != "/" && parentOf(path) == folder) names.push_back(nameOf(path));
-    return names;
-}
-
-template <class Map>
-std::set<std::string> keysOf(const Map& map)
-{
-    std::set<std::string> keys;
-    for (const auto& entry : map)
-        keys.insert(entry.first);
-    return keys;
-}
-
-void addVersion(ModelFile& file, const std::string& content)
-{
-    const auto last = file.versions.empty() ? 0 : file.versions.back().label;
-    file.versions.push_back({{}, last + 1, content});
+    file.versions.push_back({{}, file.isFile() ? file.versions.back().label + 1 : 1, content});
     file.current = file.versions.size() - 1;
 }
 
@@ -57,122 +33,113 @@ std::string nameOf(const std::string& path)
     return path == "/" ? path : path.substr(path.rfind('/') + 1);
 }
 
+int TreeModel::findItem(const std::string& path) const
+{
+    return items.contains(path) ? ok : missing;
+}
+
+int TreeModel::findFile(const std::string& path) const
+{
+    return !items.contains(path) ? missing : items.at(path).isFile() ? ok : conflict;
+}
+
+int TreeModel::findFolder(const std::string& path) const
+{
+    return !items.contains(path) ? missing : items.at(path).isFile() ? conflict : ok;
+}
+
 int TreeModel::put(const std::string& path, const std::string& mode, bool newVersion,
                    const std::string& content)
 {
-    if (isFolder(path)) return conflict;
-    if (isFile(path) ? mode == "CREATE" : mode == "UPDATE") return isFile(path) ? conflict : missing;
-    if (!isFile(path) && !isFolder(parentOf(path))) return conflict;
-    auto& file = files[path];
-    if (file.versions.empty() || newVersion)
+    if (findFile(path) == missing) {
+        if (mode == "UPDATE") return missing;
+        if (findFolder(parentOf(path)) != ok) return conflict;
+    } else if (findFile(path) == conflict || mode == "CREATE") {
+        return conflict;
+    }
+    auto& file = items[path];
+    if (!file.isFile() || newVersion)
         addVersion(file, content);
     else
         file.shown().content = content;
     return ok;
 }
 
-int TreeModel::readFile(const std::string& path) const
+int TreeModel::createFolder(const std::string& path)
 {
-    return isFile(path) ? ok : isFolder(path) ? conflict : missing;
+    if (items.contains(path) || findFolder(parentOf(path)) != ok) return conflict;
+    items[path];
+    return ok;
 }
 
 int TreeModel::deleteFile(const std::string& path)
 {
-    const int status = readFile(path);
-    if (status == ok) remove(path);
+    const int status = findFile(path);
+    if (status == ok) items.erase(path);
     return status;
-}
-
-int TreeModel::createFolder(const std::string& path)
-{
-    if (exists(path) || !isFolder(parentOf(path))) return conflict;
-    folders.insert(path);
-    return ok;
-}
-
-int TreeModel::listFolder(const std::string& path) const
-{
-    return isFolder(path) ? ok : isFile(path) ? conflict : missing;
 }
 
 int TreeModel::deleteFolder(const std::string& path, bool forceRecursive)
 {
-    if (const int status = listFolder(path); status != ok) return status;
-    if (path == "/" || (!forceRecursive && !isEmpty(path))) return conflict;
-    remove(path);
+    if (const int status = findFolder(path); status != ok) return status;
+    const bool isEmpty = (namesIn(path, true) + namesIn(path, false)).empty();
+    if (path == "/" || (!forceRecursive && !isEmpty)) return conflict;
+    std::erase_if(items, [&](const auto& item) { return isWithin(item.first, path); });
     return ok;
 }
 
 int TreeModel::move(const std::string& from, const std::string& to, bool overwrite)
 {
-    if (!exists(from)) return missing;
-    if (from == "/" || to == "/" || isWithin(to, from) || !isFolder(parentOf(to))) return conflict;
-    if (exists(to)) {
-        if (!overwrite || isFile(from) != isFile(to)) return conflict;
-        if (isFolder(to) && !isEmpty(to)) return conflict;
-        remove(to);
-    }
-    decltype(files) newFiles;
-    decltype(folders) newFolders;
-    decltype(grants) newGrants;
-    for (auto& [path, file] : files)
-        newFiles.emplace(moved(path, from, to), std::move(file));
-    for (const auto& path : folders)
-        newFolders.insert(moved(path, from, to));
-    for (const auto& [grant, id] : grants)
-        newGrants.emplace(Grant(moved(grant.first, from, to), grant.second), id);
-    files = std::move(newFiles);
-    folders = std::move(newFolders);
-    grants = std::move(newGrants);
+    if (findItem(from) != ok) return missing;
+    if (from == to && overwrite && from != "/") return ok;
+    if (from == "/" || to == "/" || isWithin(to, from) || findFolder(parentOf(to)) != ok) return conflict;
+    const bool isTaken = items.contains(to);
+    if (isTaken && (!overwrite || items[from].isFile() != items[to].isFile())) return conflict;
+    if (isTaken && (items[to].isFile() ? deleteFile(to) : deleteFolder(to, false)) != ok) return conflict;
+    decltype(items) after;
+    for (auto& [path, item] : items)
+        after[isWithin(path, from) ? to + path.substr(from.size()) : path] = std::move(item);
+    items = std::move(after);
     return ok;
 }
 
 int TreeModel::restore(const std::string& path, std::size_t version, bool newVersion)
 {
-    if (const int status = readFile(path); status != ok) return status;
-    auto& restored = file(path);
+    if (const int status = findFile(path); status != ok) return status;
+    auto& file = items[path];
     if (newVersion)
-        addVersion(restored, std::string(restored.versions.at(version).content));
+        addVersion(file, std::string(file.versions.at(version).content));
     else
-        restored.current = version;
+        file.current = version;
     return ok;
 }
 
-int TreeModel::forReader(const std::string& subject, const std::string& path, int status) const
+int TreeModel::grant(const std::string& path, const std::string& subject)
 {
-    if (!exists(path)) return missing;
-    for (const auto& entry : grants)
-        if (entry.first.second == subject && isWithin(path, entry.first.first)) return status;
-    return missing;
+    if (findItem(path) == ok) items[path].grants.try_emplace(subject);
+    return findItem(path);
 }
 
-std::vector<std::string> TreeModel::filesIn(const std::string& folder) const
+int TreeModel::revoke(const std::string& id)
 {
-    return namesIn(folder, keysOf(files));
+    for (auto& [path, item] : items)
+        if (std::erase_if(item.grants, [&](const auto& grant) { return grant.second == id; })) return ok;
+    return 400;
 }
 
-std::vector<std::string> TreeModel::foldersIn(const std::string& folder) const
+bool TreeModel::isSharedWith(const std::string& subject, const std::string& path) const
 {
-    return namesIn(folder, folders);
+    for (const auto& [top, item] : items)
+        if (isWithin(path, top) && item.grants.contains(subject)) return true;
+    return false;
 }
 
-std::vector<std::string> TreeModel::paths() const
+std::string TreeModel::namesIn(const std::string& folder, bool files) const
 {
-    auto all = keysOf(files);
-    all.insert(folders.begin(), folders.end());
-    return {all.begin(), all.end()};
-}
-
-bool TreeModel::isEmpty(const std::string& folder) const
-{
-    return filesIn(folder).empty() && foldersIn(folder).empty();
-}
-
-void TreeModel::remove(const std::string& path)
-{
-    std::erase_if(files, [&](const auto& entry) { return isWithin(entry.first, path); });
-    std::erase_if(folders, [&](const auto& folder) { return isWithin(folder, path); });
-    std::erase_if(grants, [&](const auto& entry) { return isWithin(entry.first.first, path); });
+    std::string names;
+    for (const auto& [path, item] : items)
+        if (path != "/" && parentOf(path) == folder && item.isFile() == files) names += nameOf(path) + "|";
+    return names;
 }
 
 } // namespace tarnd::test

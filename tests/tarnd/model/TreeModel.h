@@ -2,76 +2,53 @@
 
 #include <cstdint>
 #include <map>
-#include <set>
 #include <string>
-#include <utility>
 #include <vector>
 
 namespace tarnd::test {
 
 struct ModelVersion {
     std::string id; ///< empty until the service has told it
-    std::int64_t label = 0;
+    std::int64_t label;
     std::string content;
 };
 
-struct ModelFile {
-    std::vector<ModelVersion> versions; ///< by label
-    std::size_t current = 0;            ///< index
+/// A file, or a folder, which has no versions.
+struct ModelItem {
+    bool isFile() const { return !versions.empty(); }
 
     ModelVersion& shown() { return versions[current]; }
 
-    const ModelVersion& shown() const { return versions[current]; }
+    std::vector<ModelVersion> versions; ///< by label
+    std::size_t current = 0;            ///< index
+    std::map<std::string, std::string>
+        grants; ///< ids by subject; an id is empty until the service has told it
 };
 
 /// What the service should do with one user's tree, stated a second time and kept in memory.
 ///
 /// Every operation returns the status that the owner should get and, when that is 200, has taken effect.
-/// Paths are plain: "/" or "/a/b".
-class TreeModel {
-public:
-    using Grant = std::pair<std::string, std::string>; ///< path, subject
-
+struct TreeModel {
     int put(const std::string& path, const std::string& mode, bool newVersion, const std::string& content);
-    int readFile(const std::string& path) const;
-    int deleteFile(const std::string& path);
     int createFolder(const std::string& path);
-    int listFolder(const std::string& path) const;
+    int deleteFile(const std::string& path);
     int deleteFolder(const std::string& path, bool forceRecursive);
     int move(const std::string& from, const std::string& to, bool overwrite);
     int restore(const std::string& path, std::size_t version, bool newVersion);
+    int grant(const std::string& path, const std::string& subject);
+    int revoke(const std::string& id);
 
-    int readItem(const std::string& path) const { return exists(path) ? 200 : 404; }
+    int findItem(const std::string& path) const;
+    int findFile(const std::string& path) const;
+    int findFolder(const std::string& path) const;
 
-    /// What `subject` gets where the owner would get `status`, if it is for reading.
-    int forReader(const std::string& subject, const std::string& path, int status) const;
+    /// The item or a folder above it was granted to the subject.
+    bool isSharedWith(const std::string& subject, const std::string& path) const;
 
-    bool isFile(const std::string& path) const { return files.count(path) != 0; }
+    /// "a|b|": the files or the folders in a folder.
+    std::string namesIn(const std::string& folder, bool files) const;
 
-    bool isFolder(const std::string& path) const { return folders.count(path) != 0; }
-
-    bool exists(const std::string& path) const { return isFile(path) || isFolder(path); }
-
-    /// @pre isFile(path)
-    ModelFile& file(const std::string& path) { return files.at(path); }
-
-    const ModelFile& file(const std::string& path) const { return files.at(path); }
-
-    /// Names of the entries in order.
-    std::vector<std::string> filesIn(const std::string& folder) const;
-    std::vector<std::string> foldersIn(const std::string& folder) const;
-
-    /// All paths there are.
-    std::vector<std::string> paths() const;
-
-    std::map<Grant, std::string> grants; ///< with their ids
-
-private:
-    bool isEmpty(const std::string& folder) const;
-    void remove(const std::string& path);
-
-    std::map<std::string, ModelFile> files;
-    std::set<std::string> folders = {"/"};
+    std::map<std::string, ModelItem> items{{"/", {}}}; ///< by path: "/" or "/a/b"
 };
 
 std::string parentOf(const std::string& path);

@@ -22,33 +22,20 @@ namespace tarnd {
 class StorePlace {
 public:
     StorePlace()
-        : owner(!std::getenv("TARN_TEST_PLACE"))
-        , schema(owner ? "tarn_" + randomHex(8) : std::getenv("TARN_TEST_PLACE"))
     {
         if (!base.empty())
             databaseUrl = base + (base.find('?') == std::string::npos ? "?" : "&") +
                           "options=-csearch_path%3D" + schema + "&application_name=" + schema;
-        if (!owner) return;
         std::filesystem::create_directories(folder);
-        if (!base.empty())
-            Database(postgresDialect(base)).write([&](Transaction& sql) {
-                sql.run("CREATE SCHEMA " + schema);
-            });
+        administer("CREATE SCHEMA " + schema);
     }
 
     ~StorePlace()
     {
-        if (!owner) return;
-        ::unsetenv("TARN_TEST_PLACE");
         std::error_code ignored;
         std::filesystem::remove_all(folder, ignored);
-        if (!base.empty())
-            Database(postgresDialect(base)).write([&](Transaction& sql) {
-                sql.run("DROP SCHEMA " + schema + " CASCADE");
-            });
+        administer("DROP SCHEMA " + schema + " CASCADE");
     }
-
-    void handToNewProcess() const { ::setenv("TARN_TEST_PLACE", schema.c_str(), 1); }
 
     std::unique_ptr<Dialect> dialect() const
     {
@@ -57,11 +44,16 @@ public:
 
     bool isSqlite() const { return base.empty(); }
 
-    const bool owner;
     const std::string base = std::getenv("TARN_TEST_DATABASE") ? std::getenv("TARN_TEST_DATABASE") : "";
-    const std::string schema;
+    const std::string schema = "tarn_" + randomHex(8);
     const std::filesystem::path folder = std::filesystem::temp_directory_path() / schema;
     std::string databaseUrl;
+
+private:
+    void administer(const std::string& statement) const
+    {
+        if (!isSqlite()) Database(postgresDialect(base)).write([&](Transaction& sql) { sql.run(statement); });
+    }
 };
 
 /// A store with the users alice and bob, a clock turned by hand, and short ways to say what a test does.
@@ -71,7 +63,6 @@ protected:
 
     void SetUp() override
     {
-        if (!place.owner) return;
         open();
         alice = login("alice");
         bob = login("bob");
