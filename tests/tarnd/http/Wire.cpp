@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <arpa/inet.h>
 #include <cerrno>
+#include <charconv>
 #include <cstring>
 #include <poll.h>
 #include <stdexcept>
@@ -17,7 +18,10 @@ constexpr int patience = 20'000; // milliseconds
 
 void parseHead(std::string_view head, WireReply& reply)
 {
-    reply.status = std::stoi(std::string(head.substr(9, 3)));
+    const auto status = head.substr(std::min<std::size_t>(head.size(), 9), 3);
+    // The port of a service that was killed may be another server's by now, and that may answer anything.
+    if (std::from_chars(status.data(), status.data() + status.size(), reply.status).ec != std::errc())
+        throw std::runtime_error("no reply of a service: " + std::string(head));
     head.remove_prefix(std::min(head.size(), head.find("\r\n") + 2));
     while (!head.empty()) {
         const auto line = head.substr(0, head.find("\r\n"));
