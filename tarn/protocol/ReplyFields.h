@@ -2,9 +2,11 @@
 
 #include "tarn/protocol/ReplyXml.h"
 
+#include <array>
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <tuple>
 
 /// Reading of flat records from tables: one row per field, in the order in which a malformed one fails.
@@ -38,10 +40,18 @@ TARN_API void readValue(const std::string& text, std::uint32_t& value);
 template <class Record, class... Fields>
 void readFields(const Poco::XML::Node& node, Record& record, const std::tuple<Fields...>& table)
 {
-    auto readField = [&](const auto& field) {
-        if (auto text = onlyText(node, field.element)) readValue(*text, record.*field.member);
-    };
-    std::apply([&](const auto&... fields) { (readField(fields), ...); }, table);
+    std::apply(
+        [&](const auto&... fields) {
+            const std::array<std::string_view, sizeof...(Fields)> tags{fields.element...};
+            std::array<Only, sizeof...(Fields)> found;
+            findOnly(node, tags, found);
+            auto next = found.begin();
+            auto read = [&](const auto& field) {
+                if (auto text = (next++)->text()) readValue(*text, record.*field.member);
+            };
+            (read(fields), ...);
+        },
+        table);
 }
 
 /// The reader of a reply whose response is nothing but a table of fields, which may stand anywhere in it.

@@ -5,6 +5,7 @@
 
 #include <Poco/DOM/DOMParser.h>
 
+#include <algorithm>
 #include <stdexcept>
 
 namespace connector::tarn {
@@ -41,8 +42,13 @@ const Element* nextNamed(const Node* node, const Node& root, const std::string& 
 ReplyDocument parseXml(std::string_view text, const ReplyLimits& limits)
 {
     try {
-        if (detail::isAcceptable(text, limits)) {
-            return ReplyDocument(Poco::XML::DOMParser().parseMemory(text.data(), text.size()));
+        if (auto names = detail::namesIn(text, limits)) {
+            // The parser's own choice holds 509 names, and making room for them takes longer than reading a
+            // reply of one record. A quarter more than are needed keeps the search for a free place short.
+            constexpr std::size_t poolLimit = 509;
+            Poco::XML::DOMParser parser(
+                static_cast<unsigned long>(std::min(*names + *names / 4 + 17, poolLimit)));
+            return ReplyDocument(parser.parseMemory(text.data(), text.size()));
         }
     } catch (...) {
         // Whatever kept it from being read, the reply itself says most.
@@ -56,6 +62,27 @@ std::optional<std::string> onlyText(const Node& node, const std::string& tag)
     const Element* found = nextNamed(&node, node, tag);
     if (!found || nextNamed(found, node, tag)) return std::nullopt;
     return found->innerText();
+}
+
+std::optional<std::string> Only::text() const
+{
+    if (!element || ambiguous) return std::nullopt;
+    return element->innerText();
+}
+
+void findOnly(const Node& node, std::span<const std::string_view> tags, std::span<Only> found)
+{
+    // One walk for all: a record of six fields would be walked six times. The limit on depth bounds the recursion.
+    for (const Node* each = node.firstChild(); each; each = each->nextSibling()) {
+        if (each->nodeType() != Node::ELEMENT_NODE) continue;
+        const std::string& name = each->nodeName();
+        for (std::size_t i = 0; i < tags.size(); ++i) {
+            if (name != tags[i]) continue;
+            if (found[i].element) found[i].ambiguous = true;
+            found[i].element = static_cast<const Element*>(each);
+        }
+        findOnly(*each, tags, found);
+    }
 }
 
 std::string childText(const Node& node, const std::string& tag, const std::string& fallback)

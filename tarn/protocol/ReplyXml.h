@@ -8,6 +8,7 @@
 #include <Poco/DOM/Element.h>
 
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -25,6 +26,19 @@ TARN_API ReplyDocument parseXml(std::string_view text, const ReplyLimits& limits
 /// The text below the single descendant of `node` named `tag`, at any depth; nothing when there is none or
 /// more than one. The search stops at the second.
 TARN_API std::optional<std::string> onlyText(const Poco::XML::Node& node, const std::string& tag);
+
+/// An element that was looked for, and whether it was met more than once.
+struct Only {
+    const Poco::XML::Element* element = nullptr;
+    bool ambiguous = false;
+
+    /// As `onlyText`.
+    TARN_API std::optional<std::string> text() const;
+};
+
+/// What `onlyText` would find for each of `tags`, in one walk. @pre `found` is as long as `tags`
+TARN_API void findOnly(const Poco::XML::Node& node, std::span<const std::string_view> tags,
+                       std::span<Only> found);
 
 /// `onlyText` below an element; `fallback` also when `node` is not an element.
 TARN_API std::string childText(const Poco::XML::Node& node, const std::string& tag,

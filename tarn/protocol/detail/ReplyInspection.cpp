@@ -1,5 +1,7 @@
 #include "tarn/protocol/detail/ReplyInspection.h"
 
+#include "tarn/protocol/detail/PlainReply.h"
+
 #include <Poco/TextEncoding.h>
 #include <expat.h>
 
@@ -8,6 +10,7 @@
 #include <limits>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <type_traits>
 #include <unordered_set>
 
@@ -32,7 +35,7 @@ public:
             parser, [](void* self, const XML_Char*, const XML_Char* data) { of(self).addTextNode(data); });
         XML_SetStartCdataSectionHandler(parser, [](void* self) { of(self).addNode(); });
         XML_SetStartNamespaceDeclHandler(
-            parser, [](void* self, const XML_Char*, const XML_Char* uri) { of(self).checkLength(uri); });
+            parser, [](void* self, const XML_Char*, const XML_Char* uri) { of(self).addNamespace(uri); });
         XML_SetEntityDeclHandler(parser, [](void* self, const XML_Char*, int, const XML_Char*, int,
                                             const XML_Char*, const XML_Char*, const XML_Char*,
                                             const XML_Char*) { of(self).addEntity(); });
@@ -40,6 +43,8 @@ public:
         XML_SetNotationDeclHandler(parser, [](void* self, const XML_Char*, const XML_Char*, const XML_Char*,
                                               const XML_Char*) { of(self).addNode(); });
     }
+
+    std::size_t countedNames() const { return names.size() + namespaces; }
 
 private:
     static Inspection& of(void* self) { return *static_cast<Inspection*>(self); }
@@ -86,14 +91,19 @@ private:
 
     void addTextNode(const XML_Char* value) { addText(value ? std::strlen(value) : 0); }
 
-    void checkLength(const XML_Char* name) { require(!name || std::strlen(name) <= limits.nameLength); }
+    void addNamespace(const XML_Char* uri)
+    {
+        require(!uri || std::strlen(uri) <= limits.nameLength);
+        ++namespaces;
+    }
 
     void addName(const XML_Char* name)
     {
-        checkLength(name);
-        if (passed) return;
+        const std::string_view text(name);
+        require(text.size() <= limits.nameLength);
+        if (passed || names.find(text) != names.end()) return; // nearly always known: not worth a copy
         try {
-            names.insert(name);
+            names.emplace(text);
             require(names.size() <= limits.names);
         } catch (...) {
             require(false); // no memory to go on with
@@ -107,9 +117,16 @@ private:
         XML_StopParser(parser, XML_FALSE);
     }
 
+    struct Hash {
+        using is_transparent = void;
+
+        std::size_t operator()(std::string_view name) const { return std::hash<std::string_view>()(name); }
+    };
+
     XML_Parser parser;
     const ReplyLimits& limits;
-    std::unordered_set<std::string> names;
+    std::unordered_set<std::string, Hash, std::equal_to<>> names;
+    std::size_t namespaces = 0;
     std::size_t depth = 0;
     std::size_t nodes = 0;
     std::size_t entities = 0;
@@ -119,14 +136,18 @@ private:
 
 } // namespace
 
-bool isAcceptable(std::string_view text, const ReplyLimits& limits)
+std::optional<std::size_t> namesIn(std::string_view text, const ReplyLimits& limits)
 {
     // The parser takes an int for the length.
-    if (text.size() > limits.bytes || text.size() > std::numeric_limits<int>::max()) return false;
+    if (text.size() > limits.bytes || text.size() > std::numeric_limits<int>::max()) return std::nullopt;
+    if (auto names = namesInPlain(text, limits)) return names;
     const Parser parser(XML_ParserCreateNS(nullptr, '\t'), &XML_ParserFree);
-    if (!parser) return false;
+    if (!parser) return std::nullopt;
     Inspection inspection(parser.get(), limits); // a limit passed stops the parser, which is then an error
-    return XML_Parse(parser.get(), text.data(), static_cast<int>(text.size()), XML_TRUE) == XML_STATUS_OK;
+    if (XML_Parse(parser.get(), text.data(), static_cast<int>(text.size()), XML_TRUE) != XML_STATUS_OK) {
+        return std::nullopt;
+    }
+    return inspection.countedNames();
 }
 
 } // namespace connector::tarn::detail

@@ -2,14 +2,17 @@
 
 #include "tarn/protocol/ReplyLimits.h"
 
+#include <cstddef>
+#include <optional>
 #include <string_view>
 
 namespace connector::tarn::detail {
 
-/// Whether `text` is well-formed XML that passes no limit, so that a DOM may be built of it.
+/// How many names a DOM of `text` needs room for; nothing when a DOM must not be built of it, since it passes a limit
+/// or is not well-formed XML. What is neither but cannot grow while it is read is left to the DOM's parser.
 ///
 /// Reads the text once without building anything and stops at the first limit passed: a hostile reply is refused at
 /// a bounded cost before the DOM builder sees it, which can neither be stopped nor be thrown through.
-bool isAcceptable(std::string_view text, const ReplyLimits& limits);
+std::optional<std::size_t> namesIn(std::string_view text, const ReplyLimits& limits);
 
 } // namespace connector::tarn::detail
