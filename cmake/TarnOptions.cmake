@@ -26,6 +26,8 @@ target_compile_options(tarn_warnings INTERFACE
   -Wall -Wextra -Wpedantic -Wnon-virtual-dtor -Woverloaded-virtual -Wconversion
   # g++ 12 sees overlaps in std::basic_string that are not there.
   $<$<CXX_COMPILER_ID:GNU>:-Wshadow=local;-Wno-restrict>
+  # g++ does not count these among conversions.
+  $<$<CXX_COMPILER_ID:Clang>:-Wno-sign-conversion>
   $<$<BOOL:${TARN_WERROR}>:-Werror>)
 
 # A compiler cache hands out precompiled headers that are older than the files they were made from.
