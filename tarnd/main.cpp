@@ -24,7 +24,7 @@ CLI::Validator isUrlWith(std::vector<std::string> beginnings)
     return {[beginnings](const std::string& url) {
                 for (const auto& beginning : beginnings)
                     if (url.starts_with(beginning) && url.size() > beginning.size()) return std::string();
-                return "What is given must be a URL that begins with " + beginnings.front();
+                return "The value must be a URL that begins with " + beginnings.front();
             },
             ""};
 }
