@@ -5,8 +5,7 @@
 
 namespace tarnd {
 
-/// A listening TCP socket, bound before anything else of the service starts so that a taken port is told at
-/// once.
+/// A listening TCP socket, bound before anything else of the service starts so that a taken port is told at once.
 class ListenSocket {
 public:
     /// @param address `HOST:PORT`, `[IPV6]:PORT` or `:PORT` (all interfaces); port 0 takes a free one.

@@ -27,8 +27,7 @@ public:
     /// "true" or "false"; absent is false. @throws ServiceError badRequest for anything else
     bool flag(std::string_view name) const;
 
-    /// A signed decimal number; nothing when the parameter is absent or empty. @throws ServiceError
-    /// badRequest
+    /// A signed decimal number; nothing when the parameter is absent or empty. @throws ServiceError badRequest
     std::optional<std::int64_t> number(std::string_view name) const;
 
     bool has(std::string_view name) const { return values.find(name) != values.end(); }

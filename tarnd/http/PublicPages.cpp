@@ -36,8 +36,7 @@ std::string htmlEscape(std::string_view text)
     return escaped;
 }
 
-/// The link is the secret: it must not reach other sites as referrer, nor a content run as script in this
-/// origin.
+/// The link is the secret: it must not reach other sites as referrer, nor a content run as script in this origin.
 void addSafetyHeaders(Reply& reply, std::string_view policy)
 {
     reply.headers.emplace_back("Content-Security-Policy", policy);

@@ -13,7 +13,7 @@
 
 namespace tarnd {
 
-/// Steps of a write, told to a listener in this order; a test stops the process at one of them.
+/// Steps of a write, told to a listener in this order; a test looks at the disk, or disturbs, in between.
 enum class WriteStep {
     bytesWritten,
     bytesDurable,

@@ -12,8 +12,7 @@ namespace tarnd {
 
 class ContentFolder;
 
-/// One content being total. Destroyed before keep() or abandon(): nothing is left of it. One thread at a
-/// time.
+/// One content being total. Destroyed before keep() or abandon(): nothing is left of it. One thread at a time.
 class ContentWriter {
 public:
     /// @throws ServiceError insufficientStorage, internal

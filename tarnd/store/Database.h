@@ -31,9 +31,8 @@ struct CommitUnknown : ServiceError {
     explicit CommitUnknown(const ServiceError& error) : ServiceError(error) {}
 };
 
-/// SQL inside one transaction. Placeholders are $1, $2, … and appear for the first time in this order, which
-/// reads the same on both engines. Columns are std::int64_t or std::string and must not be NULL. One thread
-/// at a time.
+/// SQL inside one transaction. Placeholders are $1, $2, … and appear for the first time in this order, which reads
+/// the same on both engines. Columns are std::int64_t or std::string and must not be NULL. One thread at a time.
 class Transaction {
 public:
     Transaction(Poco::Data::Session session, Dialect& dialect) : session(std::move(session)), dialect(dialect)

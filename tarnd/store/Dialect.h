@@ -36,8 +36,7 @@ public:
     /// Whether a commit that has just failed may be found to have happened by the next start.
     virtual bool mayHaveCommitted(Poco::Data::Session& session) = 0;
 
-    /// What the column types {id} (a key the engine makes) and {text} (compared byte by byte) of the schema
-    /// are.
+    /// What the column types {id} (a key the engine makes) and {text} (compared byte by byte) of the schema are.
     virtual std::string idType() const = 0;
     virtual std::string textType() const = 0;
 

@@ -43,8 +43,7 @@ struct VersionRow {
 /// All versions, the highest label first.
 std::vector<VersionRow> versionsOf(Transaction& transaction, std::int64_t file);
 
-/// The version chosen, the current one by default. @throws ServiceError badRequest if there is no such
-/// version
+/// The version chosen, the current one by default. @throws ServiceError badRequest if there is no such version
 VersionRow chosenVersion(Transaction& transaction, const Node& file, const VersionChoice& choice);
 
 } // namespace tarnd

@@ -6,8 +6,7 @@
 
 namespace tarnd {
 
-/// The path of an item inside a bucket, as names from the root folder down; no names is the root folder
-/// itself.
+/// The path of an item inside a bucket, as names from the root folder down; no names is the root folder itself.
 ///
 /// Names are UTF-8 and kept byte for byte. Refused (badRequest) is a name that is empty, "." or "..", longer
 /// than 255 bytes, not valid UTF-8, or that holds '/', a control character (NUL, C0, DEL, C1) or a character

@@ -20,9 +20,8 @@ public:
     /// @throws ServiceError notFound, notAllowed for a reader of the item (only the owner shares)
     std::string get(const Caller& caller, const Location& location);
 
-    /// What the link, or `below` inside the linked folder, shows: a file's content or a folder's listing.
-    /// Nothing in it is writable. @throws ServiceError notFound for an unknown token and for a path that is
-    /// not there
+    /// What the link, or `below` inside the linked folder, shows: a file's content or a folder's listing. Nothing
+    /// in it is writable. @throws ServiceError notFound for an unknown token and for a path that is not there
     std::variant<OpenContent, Listing> open(const std::string& token, const ItemPath& below = {});
 
 private:

@@ -13,12 +13,11 @@ constexpr std::int64_t schemaVersion = 2;
 
 /// Times are milliseconds since 1970, UTC. Text is compared byte by byte.
 ///
-/// nodes.current is not a foreign key: node and first version would refer to each other.
-/// nodes.revision counts the changes that a watermark shows, versions.revision those of a content under one
-/// id. A content may stand in several versions of one
-/// file (a restored copy), never in two files. grants.subject is a name, because it may be granted to before
-/// the user exists. handles keep parent and name of the file as of the opening; node is 0 for a file still to
-/// be created.
+/// nodes.current is not a foreign key: node and first version would refer to each other. nodes.revision counts the
+/// changes that a watermark shows, versions.revision those of a content under one id. A content may stand in
+/// several versions of one file (a restored copy), never in two files. grants.subject is a name, because it may be
+/// granted to before the user exists. handles keep parent and name of the file as of the opening; node is 0 for a
+/// file still to be created.
 constexpr const char* tables[] = {
     R"(CREATE TABLE meta (
         name  {text} PRIMARY KEY,

@@ -10,9 +10,8 @@ namespace tarnd {
 
 class Transaction;
 
-/// Logins. A session id is 192 random bits as hex, stored hashed and in the database, so that several
-/// processes share it; it dies after its idle life. All calls block on the database and may run on any
-/// thread.
+/// Logins. A session id is 192 random bits as hex, stored hashed and in the database, so that several processes
+/// share it; it dies after its idle life. All calls block on the database and may run on any thread.
 class Sessions {
 public:
     Sessions(Engine engine, Accounts& accounts, std::uint32_t idleMinutes)

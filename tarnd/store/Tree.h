@@ -39,8 +39,7 @@ struct Slot {
     std::optional<Node> existing; ///< what has the name now
 };
 
-/// The tree as one caller sees it, inside one transaction: the only place that decides who may see and change
-/// what.
+/// The tree as one caller sees it, inside one transaction: the only place that decides who may see and change what.
 class Tree {
 public:
     Tree(Transaction& transaction, const Caller& caller) : transaction(transaction), caller(caller) {}
@@ -106,8 +105,7 @@ void entriesChanged(Transaction& transaction, std::int64_t folder, std::int64_t 
 /// Deletes the node and all below it; returns the contents to drop after the commit.
 std::vector<std::string> removeTree(Transaction& transaction, std::int64_t node);
 
-/// The query that yields start and path of all nodes whose id is in the result of `nodes`, a SELECT of one
-/// column.
+/// The query that yields start and path of all nodes whose id is in the result of `nodes`, a SELECT of one column.
 std::string pathsQuery(const std::string& nodes);
 
 /// Paths by node id for the nodes that `nodes`, a SELECT of one column with these arguments, yields.
