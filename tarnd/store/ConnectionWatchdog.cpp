@@ -32,7 +32,7 @@ ConnectionWatchdog::~ConnectionWatchdog()
 }
 
 ConnectionWatchdog::Watch::Watch(ConnectionWatchdog& watchdog, int socket)
-    : watchdog(watchdog), connection(::dup(socket)), since(Clock::now())
+    : watchdog(watchdog), connection(socket), since(Clock::now())
 {
     const std::lock_guard lock(watchdog.mutex);
     place = watchdog.waits.insert(watchdog.waits.end(), this);
@@ -73,7 +73,7 @@ void ConnectionWatchdog::run()
 void ConnectionWatchdog::cut(Clock::time_point upTo)
 {
     for (const auto* watch : waits)
-        if (watch->since <= upTo) ::shutdown(watch->connection.get(), SHUT_RDWR);
+        if (watch->since <= upTo) ::shutdown(watch->connection, SHUT_RDWR);
 }
 
 } // namespace tarnd

@@ -1,7 +1,5 @@
 #pragma once
 
-#include "tarnd/store/UniqueFd.h"
-
 #include <chrono>
 #include <condition_variable>
 #include <functional>
@@ -24,6 +22,7 @@ public:
     ~ConnectionWatchdog();
 
     /// Watches a call that waits on the socket, from construction to destruction. Any thread.
+    /// @pre `socket` stays open meanwhile, whatever the call does: so it is a duplicate of the call's own
     class Watch {
     public:
         Watch(ConnectionWatchdog& watchdog, int socket);
@@ -35,7 +34,7 @@ public:
         friend ConnectionWatchdog;
 
         ConnectionWatchdog& watchdog;
-        UniqueFd connection; ///< a duplicate: the number may be another file's once the call has failed
+        int connection;
         std::chrono::steady_clock::time_point since;
         std::list<Watch*>::iterator place;
     };

@@ -11,62 +11,39 @@ constexpr std::chrono::seconds turnLimit{10};
 
 } // namespace
 
-void Transaction::execute(Poco::Data::Statement& statement)
-{
-    try {
-        dialect.execute(session, statement);
-    } catch (const Poco::Exception& error) {
-        throw dialect.translated(error, dialect.isAlive(session));
-    }
-}
-
 Database::Database(std::unique_ptr<Dialect> dialect, std::size_t readers)
-    : ownDialect(std::move(dialect)), writerGate(1), readerGate(readers)
+    : ownDialect(std::move(dialect)), writers(ownDialect->hasManyWriters() ? readers : 1), readers(readers)
 {
 }
 
 /// Readers go first: the writer is the last connection to close, and it is the one that may checkpoint.
 Database::~Database()
 {
-    idleReaders.clear();
-    writer.reset();
+    readers.idle.clear();
+    writers.idle.clear();
 }
 
 std::vector<std::string> Database::selfCheck()
 {
+    const auto query = ownDialect->selfCheck();
+    std::vector<std::string> faults;
+    if (query.empty()) return faults;
     try {
-        auto session = ownDialect->open(false);
-        return ownDialect->selfCheck(session);
-    } catch (const Poco::Exception& error) {
-        return {dialect().translated(error, false).what()};
+        lookUp([&](Transaction& transaction) {
+            for (auto& [fault] : transaction.rows<std::string>(query))
+                faults.push_back(std::move(fault));
+        });
+    } catch (const ServiceError& error) {
+        faults.emplace_back(error.what());
     }
+    return faults;
 }
 
 void Database::interruptWaits()
 {
-    readerGate.turnAway();
-    writerGate.turnAway();
+    readers.gate.turnAway();
+    writers.gate.turnAway();
     ownDialect->interruptWaits();
-}
-
-std::optional<Poco::Data::Session> Database::takeIdle(bool writing)
-{
-    if (writing) return std::exchange(writer, std::nullopt);
-    const std::lock_guard lock(idleMutex);
-    if (idleReaders.empty()) return std::nullopt;
-    auto session = std::move(idleReaders.back());
-    idleReaders.pop_back();
-    return session;
-}
-
-void Database::giveBack(Poco::Data::Session session, bool writing)
-{
-    if (writing) {
-        writer = std::move(session);
-        return;
-    }
-    const std::lock_guard lock(idleMutex);
-    idleReaders.push_back(std::move(session));
 }
 
 Database::Turn::Turn(Gate& gate) : gate(gate)
@@ -74,70 +51,62 @@ Database::Turn::Turn(Gate& gate) : gate(gate)
     if (!gate.enter(turnLimit)) throw sentences::busy();
 }
 
-Database::Lease::Lease(Database& database, bool writing)
-    : database(database), writing(writing), turn(writing ? database.writerGate : database.readerGate)
+Database::Lease::Lease(Database& database, Mode mode, const WriteScope& scope)
+    : database(database)
+    , mode(mode)
+    , pool(mode == Mode::write ? database.writers : database.readers)
+    , turn(pool.gate)
 {
-    begin();
-    opened.emplace(*session, *database.ownDialect);
+    begin(scope);
+    opened.emplace(*connection);
 }
 
 Database::Lease::~Lease()
 {
-    opened.reset();
-    if (session) giveBack();
+    if (connection) giveBack();
 }
 
-void Database::Lease::begin()
+void Database::Lease::begin(const WriteScope& scope)
 {
-    auto& dialect = *database.ownDialect;
-    const auto started = std::chrono::steady_clock::now();
-    try {
-        session = database.takeIdle(writing);
-        if (session) {
-            try {
-                return dialect.begin(*session, writing);
-            } catch (const Poco::Exception&) {
-                // A restart of the server since the last use shows at once; what was waited for and then cut off
-                // would be waited for again.
-                const bool waited = std::chrono::steady_clock::now() - started >= std::chrono::seconds(1);
-                if (waited || dialect.isAlive(*session)) throw;
-                session.reset();
-            }
+    {
+        const std::lock_guard lock(pool.mutex);
+        if (!pool.idle.empty()) {
+            connection = std::move(pool.idle.back());
+            pool.idle.pop_back();
         }
-        session = dialect.open(writing);
-        dialect.begin(*session, writing);
-    } catch (const Poco::Exception& error) {
-        const bool alive = session && dialect.isAlive(*session);
-        if (alive) giveBack(); // the lock was not to be had: the next one need not connect again
-        throw dialect.translated(error, alive);
+    }
+    if (!connection) connection = database.ownDialect->open(mode == Mode::write);
+    try {
+        if (mode == Mode::read) connection->beginRead();
+        if (mode == Mode::write) connection->beginWrite(scope);
+    } catch (const ServiceError&) {
+        ended = true; // the lock was not to be had: the next one need not connect again
+        giveBack();
+        throw;
     }
 }
 
 void Database::Lease::giveBack() noexcept
 {
     try {
-        auto& dialect = *database.ownDialect;
-        if (!ended) dialect.rollback(*session);
-        if (dialect.isAlive(*session)) database.giveBack(std::move(*session), writing);
+        if (!ended && mode != Mode::lookUp) connection->rollback();
+        const std::lock_guard lock(pool.mutex);
+        if (connection->isAlive()) pool.idle.push_back(std::move(connection));
     } catch (const std::exception&) { // a connection that cannot roll back is closed, which does
     }
 }
 
 void Database::Lease::commit()
 {
-    auto& dialect = *database.ownDialect;
     try {
-        dialect.commit(*session);
+        connection->commit();
         ended = true;
-    } catch (const Poco::Exception& error) {
-        const bool alive = dialect.isAlive(*session);
-        const auto failure = dialect.translated(error, alive);
+    } catch (const ServiceError& failure) {
         // Full is certain: the engine could not write the end of the commit.
-        const bool full = alive && failure.kind() == ServiceError::Kind::insufficientStorage;
-        if (full || !dialect.mayHaveCommitted(*session)) throw failure;
+        const bool full = connection->isAlive() && failure.kind() == ServiceError::Kind::insufficientStorage;
+        if (full || !connection->mayHaveCommitted()) throw;
         // What this connection takes for its state may not be what the disk holds: the next one looks for itself.
-        opened.reset();
-        session.reset();
+        connection.reset();
         throw CommitUnknown(sentences::commitUnknown.because(failure.detail()));
     }
 }

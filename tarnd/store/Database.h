@@ -3,11 +3,7 @@
 #include "tarnd/store/Columns.h"
 #include "tarnd/store/Gate.h"
 #include "tarnd/store/Sentences.h"
-
-#include <Poco/Data/Binding.h>
-#include <Poco/Data/Extraction.h>
-#include <Poco/Data/Session.h>
-#include <Poco/Data/Statement.h>
+#include "tarnd/store/SqlConnection.h"
 
 #include <concepts>
 #include <cstdint>
@@ -31,13 +27,12 @@ struct CommitUnknown : ServiceError {
     explicit CommitUnknown(const ServiceError& error) : ServiceError(error) {}
 };
 
-/// SQL inside one transaction. Placeholders are $1, $2, … and appear for the first time in this order, which reads
-/// the same on both engines. Columns are std::int64_t or std::string and must not be NULL. One thread at a time.
+/// SQL inside one transaction, or one statement by itself. Placeholders are $1, $2, … and appear for the first time
+/// in this order, which reads the same on both engines. Columns are std::int64_t or std::string and must not be NULL.
+/// One thread at a time.
 class Transaction {
 public:
-    Transaction(Poco::Data::Session session, Dialect& dialect) : session(std::move(session)), dialect(dialect)
-    {
-    }
+    explicit Transaction(SqlConnection& connection) : connection(connection) {}
 
     /// All rows of a query; a std::vector<std::string> among the arguments fills one placeholder per element.
     /// @throws ServiceError internal, insufficientStorage
@@ -86,60 +81,82 @@ public:
     }
 
 private:
-    void execute(Poco::Data::Statement& statement);
-
-    static void bindOne(Poco::Data::Statement& statement, const std::string& text)
+    static void add(std::vector<SqlValue>& values, const std::string& text)
     {
-        statement.addBind(Poco::Data::Keywords::bind(text));
+        values.emplace_back(std::string_view(text));
     }
 
-    static void bindOne(Poco::Data::Statement& statement, const std::vector<std::string>& texts)
+    static void add(std::vector<SqlValue>& values, const std::vector<std::string>& texts)
     {
         for (const auto& text : texts)
-            bindOne(statement, text);
+            add(values, text);
     }
 
     template <class Number>
     requires std::integral<Number> || std::is_enum_v<Number>
 
-    static void bindOne(Poco::Data::Statement& statement, Number number)
+    static void add(std::vector<SqlValue>& values, Number number)
     {
-        statement.addBind(Poco::Data::Keywords::bind(static_cast<Poco::Int64>(number)));
+        values.emplace_back(static_cast<std::int64_t>(number));
     }
 
-    Poco::Data::Session session;
-    Dialect& dialect;
+    template <class Column>
+    static Column value(const SqlRow& row, std::size_t column)
+    {
+        if constexpr (std::is_same_v<Column, std::string>)
+            return std::string(row.text(static_cast<int>(column)));
+        else
+            return row.number(static_cast<int>(column));
+    }
+
+    template <class... Columns, std::size_t... I>
+    static std::tuple<Columns...> tuple(const SqlRow& row, std::index_sequence<I...>)
+    {
+        return {value<Columns>(row, I)...};
+    }
+
+    SqlConnection& connection;
 };
 
 /// The metadata: one schema on SQLite and PostgreSQL. All calls may run on any thread and block.
 ///
-/// Writes run one at a time, over all processes: SQLite has one writer anyway, and on PostgreSQL one advisory
-/// lock per transaction gives the same. Every check a write makes (name free, parent there, permission live)
-/// therefore holds until its commit, without serialization failures to retry and without deadlocks. Contents
-/// are on the disk before, so a write lasts a few statements and one commit.
+/// Writes run one at a time within their scope, over all processes: SQLite has one writer anyway, and on
+/// PostgreSQL advisory locks give the same for each user. Every check a write makes (name free, parent there,
+/// permission live) is about what belongs to one user and therefore holds until its commit, without
+/// serialization failures to retry and without deadlocks. Contents are on the disk before, so a write lasts a
+/// few statements and one commit.
 class Database {
 public:
     /// @param readers how many may read at a time, each over a connection of its own; the others wait
     explicit Database(std::unique_ptr<Dialect> dialect, std::size_t readers = 4);
     ~Database();
 
+    /// Runs `work(Transaction&)`, which makes one statement, and returns what it returns.
+    /// @throws as read()
+    template <class Work>
+    auto lookUp(Work&& work)
+    {
+        Lease lease(*this, Lease::Mode::lookUp);
+        return work(lease.transaction());
+    }
+
     /// Runs `work(Transaction&)` on a snapshot of the database and returns what it returns.
     /// @throws ServiceError unavailable when the turn to read does not come, internal, and what `work` throws
     template <class Work>
     auto read(Work&& work)
     {
-        Lease lease(*this, false);
+        Lease lease(*this, Lease::Mode::read);
         return work(lease.transaction());
     }
 
-    /// Runs `work(Transaction&)` as the only write and commits; a throwing `work` changes nothing. The
-    /// changes are on the disk when this returns. Reads and writes do not nest.
+    /// Runs `work(Transaction&)` as the only write in its scope and commits; a throwing `work` changes nothing.
+    /// The changes are on the disk when this returns. Reads and writes do not nest.
     /// @throws CommitUnknown, ServiceError unavailable when the turn to write does not come, internal,
     /// insufficientStorage, and what `work` throws
     template <class Work>
-    auto write(Work&& work)
+    auto write(Work&& work, const WriteScope& scope = {})
     {
-        Lease lease(*this, true);
+        Lease lease(*this, Lease::Mode::write, scope);
         if constexpr (std::is_void_v<std::invoke_result_t<Work, Transaction&>>) {
             work(lease.transaction());
             lease.commit();
@@ -156,10 +173,10 @@ public:
     /// A write that makes room, or that must go on while there is none: when the disk is full it is tried
     /// once more after `makeRoom`. `work` may run twice.
     template <class Work>
-    auto writeAlsoWhenFull(Work&& work)
+    auto writeAlsoWhenFull(Work&& work, const WriteScope& scope = {})
     {
         try {
-            return write(work);
+            return write(work, scope);
         } catch (const CommitUnknown&) {
             throw; // a second try could do a second time what the first has done
         } catch (const ServiceError& error) {
@@ -167,7 +184,7 @@ public:
                                       error.kind() == ServiceError::Kind::internal;
             if (!engineFailed || !makeRoom || !makeRoom()) throw;
         }
-        return write(work);
+        return write(work, scope);
     }
 
     /// Called when a write failed; true when there is more room on the disk now. Set it before the first call.
@@ -193,10 +210,24 @@ private:
         Gate& gate;
     };
 
-    /// A session in an open transaction; gives both back in the end, rolling back what was not committed.
+    using ConnectionPtr = std::unique_ptr<SqlConnection>;
+
+    /// Connections of one kind, and the turns to use them.
+    struct Pool {
+        explicit Pool(std::size_t size) : gate(size) {}
+
+        Gate gate; ///< entered for the length of a use
+        std::mutex mutex;
+        std::vector<ConnectionPtr> idle; ///< guarded by the mutex
+    };
+
+    /// A connection, in an open transaction unless only to look something up; gives it back in the end,
+    /// rolling back what was not committed.
     class Lease {
     public:
-        Lease(Database& database, bool writing);
+        enum class Mode { lookUp, read, write };
+
+        Lease(Database& database, Mode mode, const WriteScope& scope = {});
         ~Lease();
         Lease(const Lease&) = delete;
         Lease& operator=(const Lease&) = delete;
@@ -206,46 +237,33 @@ private:
         void commit();
 
     private:
-        void begin();
+        void begin(const WriteScope& scope);
         void giveBack() noexcept;
 
         Database& database;
-        bool writing;
+        Mode mode;
+        Pool& pool;
         Turn turn;
-        std::optional<Poco::Data::Session> session;
+        ConnectionPtr connection;
         std::optional<Transaction> opened;
         bool ended = false;
     };
 
-    std::optional<Poco::Data::Session> takeIdle(bool writing);
-    void giveBack(Poco::Data::Session session, bool writing);
-
     std::unique_ptr<Dialect> ownDialect;
-    Gate writerGate;                           ///< entered for the length of a write
-    Gate readerGate;                           ///< entered for the length of a read
-    std::optional<Poco::Data::Session> writer; ///< belongs to who is inside writerGate
-    std::mutex idleMutex;                      ///< guards idleReaders
-    std::vector<Poco::Data::Session> idleReaders;
+    Pool writers;
+    Pool readers;
 };
 
 template <class... Columns, class... Args>
 std::vector<std::tuple<Columns...>> Transaction::rows(const std::string& sql, const Args&... args)
 {
-    std::tuple<std::vector<Columns>...> columns;
-    Poco::Data::Statement statement(session);
-    statement << sql;
-    (bindOne(statement, args), ...);
-    std::apply([&](auto&... column) { (statement.addExtract(Poco::Data::Keywords::into(column)), ...); },
-               columns);
-    execute(statement);
-
+    std::vector<SqlValue> values;
+    values.reserve(sizeof...(Args));
+    (add(values, args), ...);
     std::vector<std::tuple<Columns...>> rows;
-    if constexpr (sizeof...(Columns) > 0) {
-        const auto count = std::get<0>(columns).size();
-        rows.reserve(count);
-        for (std::size_t i = 0; i < count; ++i)
-            std::apply([&](auto&... column) { rows.emplace_back(std::move(column[i])...); }, columns);
-    }
+    connection.execute(sql, values, [&](const SqlRow& row) {
+        rows.push_back(tuple<Columns...>(row, std::index_sequence_for<Columns...>()));
+    });
     return rows;
 }
 

@@ -3,89 +3,189 @@
 #include "tarnd/store/FileSystem.h"
 #include "tarnd/store/Sentences.h"
 
-#include <Poco/Data/SQLite/Connector.h>
-#include <Poco/Data/SQLite/SQLiteException.h>
-#include <Poco/Data/Statement.h>
+#include <sqlite3.h>
 
 #include <mutex>
+#include <unordered_map>
 
 namespace tarnd {
 
 namespace {
 
-using Poco::Data::Session;
-using Poco::Data::Statement;
-
-void run(Session& session, const std::string& sql)
-{
-    Statement statement(session);
-    statement << sql;
-    statement.execute();
-}
-
-std::vector<std::string> texts(Session& session, const std::string& sql)
-{
-    std::vector<std::string> result;
-    Statement statement(session);
-    statement << sql, Poco::Data::Keywords::into(result);
-    statement.execute();
-    return result;
-}
-
-class SqliteDialect : public Dialect {
+/// Once the files of the database were taken away nothing is changed until the next start, not even when they
+/// come back: what they hold and what this process takes for true may differ. Any thread.
+class DatabaseFiles {
 public:
-    explicit SqliteDialect(const std::filesystem::path& file)
-        : file(file.string()), database(file), log(file.string() + "-wal")
+    explicit DatabaseFiles(const std::filesystem::path& file)
+        : path(file.string()), database(file), log(path + "-wal")
     {
-        Poco::Data::SQLite::Connector::registerConnector();
     }
 
-    Session open(bool writing) override
+    /// @param logToo the log is the writer's: when no connection was left the next one begins another
+    void require(bool logToo)
     {
-        requireFiles(false); // or the engine would make a new, empty database
-        Session session(Poco::Data::SQLite::Connector::KEY, file);
-        run(session, "PRAGMA busy_timeout = 30000"); // a `tarnd user` command may be writing
-        if (texts(session, "PRAGMA journal_mode = WAL") != std::vector<std::string>{"wal"})
-            throw sentences::internal.because("SQLite cannot keep a write-ahead log in " + file);
-        run(session, "PRAGMA synchronous = FULL");
-        run(session, "PRAGMA foreign_keys = ON");
-        run(session,
-            "PRAGMA cache_size = -16384"); // KiB: a folder of 40,000 entries does not fit the default 2 MB
-        if (!writing) {
-            run(session, "PRAGMA query_only = ON");
-            run(session, "PRAGMA wal_autocheckpoint = 0");
-        } else {
-            const std::lock_guard lock(mutex);
-            log.forget(); // with its last connection closed the engine makes a new one
-        }
-        requireFiles(false);
-        return session;
+        const std::lock_guard lock(mutex);
+        gone = gone || !database.isInPlace() || (logToo && !log.isInPlace());
+        if (gone) throw sentences::internal.because(path + " was removed or replaced while in use");
     }
 
-    void begin(Session& session, bool writing) override
+    /// With its last connection closed the engine makes a new log.
+    void forgetLog()
     {
-        if (writing) requireFiles(true);
-        run(session, writing ? "BEGIN IMMEDIATE" : "BEGIN");
+        const std::lock_guard lock(mutex);
+        log.forget();
+    }
+
+    const std::string path;
+
+private:
+    std::mutex mutex; ///< guards all below
+    FileWatch database;
+    FileWatch log;
+    bool gone = false;
+};
+
+struct CloseDatabase {
+    void operator()(sqlite3* database) const { sqlite3_close_v2(database); }
+};
+
+struct FinalizeStatement {
+    void operator()(sqlite3_stmt* statement) const { sqlite3_finalize(statement); }
+};
+
+using StatementPtr = std::unique_ptr<sqlite3_stmt, FinalizeStatement>;
+
+/// Ends a run of a kept statement: until then the engine holds its snapshot.
+struct ResetStatement {
+    void operator()(sqlite3_stmt* statement) const { sqlite3_reset(statement); }
+};
+
+class SqliteRow final : public SqlRow {
+public:
+    explicit SqliteRow(sqlite3_stmt* statement) : statement(statement) {}
+
+    std::int64_t number(int column) const override { return sqlite3_column_int64(statement, column); }
+
+    std::string_view text(int column) const override
+    {
+        const auto* bytes = reinterpret_cast<const char*>(sqlite3_column_text(statement, column));
+        return {bytes ? bytes : "", static_cast<std::size_t>(sqlite3_column_bytes(statement, column))};
+    }
+
+private:
+    sqlite3_stmt* statement;
+};
+
+class SqliteConnection : public SqlConnection {
+public:
+    SqliteConnection(DatabaseFiles& files, bool writing) : files(files)
+    {
+        sqlite3* opened = nullptr;
+        const int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX;
+        const int result = sqlite3_open_v2(files.path.c_str(), &opened, flags, nullptr);
+        database.reset(opened);
+        require(result);
+        run("PRAGMA busy_timeout = 30000"); // a `tarnd user` command may be writing
+        std::string mode;
+        execute("PRAGMA journal_mode = WAL", {}, [&](const SqlRow& row) { mode = row.text(0); });
+        if (mode != "wal")
+            throw sentences::internal.because("SQLite cannot keep a write-ahead log in " + files.path);
+        run("PRAGMA synchronous = FULL");
+        run("PRAGMA foreign_keys = ON");
+        run("PRAGMA cache_size = -16384"); // KiB: a folder of 40,000 entries does not fit the default 2 MB
+        if (writing) return;
+        run("PRAGMA query_only = ON");
+        run("PRAGMA wal_autocheckpoint = 0");
+    }
+
+    void beginRead() override { run("BEGIN"); }
+
+    void beginWrite(const WriteScope&) override
+    {
+        files.require(true);
+        run("BEGIN IMMEDIATE");
     }
 
     /// Looks afterwards: what was committed to files that are no longer there is not acknowledged.
-    void commit(Session& session) override
+    void commit() override
     {
-        run(session, "COMMIT");
-        requireFiles(true);
+        run("COMMIT");
+        files.require(true);
     }
 
-    void rollback(Session& session) override { run(session, "ROLLBACK"); }
+    void rollback() override { run("ROLLBACK"); }
 
-    void execute(Session&, Statement& statement) override { statement.execute(); }
+    void execute(const std::string& sql, std::span<const SqlValue> args, const RowReceiver& receive) override
+    {
+        const std::unique_ptr<sqlite3_stmt, ResetStatement> running(prepared(sql));
+        auto* const statement = running.get();
+        int place = 0;
+        for (const auto& arg : args)
+            bind(statement, ++place, arg);
+        int result = 0;
+        while ((result = sqlite3_step(statement)) == SQLITE_ROW)
+            if (receive) receive(SqliteRow(statement));
+        if (result != SQLITE_DONE) require(result);
+    }
 
-    bool isAlive(Session&) override { return true; }
+    bool isAlive() const override { return true; }
 
     /// A commit whose sync fails stands in the log already, and is replayed if the process dies before the next
     /// commit overwrites it. Which of the commit's calls failed cannot be told.
-    bool mayHaveCommitted(Session&) override { return true; }
+    bool mayHaveCommitted() const override { return true; }
+
+private:
+    void run(const std::string& sql) { execute(sql, {}, {}); }
+
+    sqlite3_stmt* prepared(const std::string& sql)
+    {
+        auto& statement = statements[sql];
+        if (!statement) {
+            sqlite3_stmt* made = nullptr;
+            require(sqlite3_prepare_v3(database.get(), sql.c_str(), static_cast<int>(sql.size()) + 1,
+                                       SQLITE_PREPARE_PERSISTENT, &made, nullptr));
+            statement.reset(made);
+        }
+        return statement.get();
+    }
+
+    void bind(sqlite3_stmt* statement, int place, const SqlValue& value)
+    {
+        if (const auto* number = std::get_if<std::int64_t>(&value))
+            return require(sqlite3_bind_int64(statement, place, *number));
+        const auto text = std::get<std::string_view>(value);
+        require(sqlite3_bind_text64(statement, place, text.data(), text.size(), SQLITE_STATIC, SQLITE_UTF8));
+    }
+
+    void require(int result) const
+    {
+        if (result == SQLITE_OK) return;
+        const auto& sentence = (result & 0xff) == SQLITE_FULL ? sentences::storageFull : sentences::internal;
+        const std::string said = database ? sqlite3_errmsg(database.get()) : sqlite3_errstr(result);
+        throw sentence.because("SQLite " + std::to_string(result) + ": " + said);
+    }
+
+    DatabaseFiles& files;
+    std::unique_ptr<sqlite3, CloseDatabase> database;
+    std::unordered_map<std::string, StatementPtr> statements; ///< by their text; go before the database
+};
+
+class SqliteDialect : public Dialect {
+public:
+    explicit SqliteDialect(const std::filesystem::path& file) : files(file) {}
+
+    std::unique_ptr<SqlConnection> open(bool writing) override
+    {
+        files.require(false); // or the engine would make a new, empty database
+        auto connection = std::make_unique<SqliteConnection>(files, writing);
+        if (writing) files.forgetLog();
+        files.require(false);
+        return connection;
+    }
 
     void interruptWaits() override {} // none lasts longer than the busy timeout
+
+    bool hasManyWriters() const override { return false; }
 
     /// AUTOINCREMENT, because a handle must never meet another item under the id of a deleted one.
     std::string idType() const override { return "INTEGER PRIMARY KEY AUTOINCREMENT"; }
@@ -97,35 +197,13 @@ public:
         return "SELECT COUNT(*) FROM sqlite_master WHERE type = 'table' AND name = $1";
     }
 
-    ServiceError translated(const Poco::Exception& error, bool) const override
+    std::string selfCheck() const override
     {
-        const bool full = dynamic_cast<const Poco::Data::SQLite::DatabaseFullException*>(&error) != nullptr;
-        return (full ? sentences::storageFull : sentences::internal).because(error.displayText());
-    }
-
-    std::vector<std::string> selfCheck(Session& session) override
-    {
-        auto problems = texts(session, "PRAGMA integrity_check");
-        if (problems == std::vector<std::string>{"ok"}) problems.clear();
-        return problems;
+        return "SELECT integrity_check FROM pragma_integrity_check WHERE integrity_check <> 'ok'";
     }
 
 private:
-    /// Once the files of the database were taken away nothing is changed until the next start, not even when
-    /// they come back: what they hold and what this process takes for true may differ.
-    /// @param logToo the log is the writer's: when no connection was left the next one begins another
-    void requireFiles(bool logToo)
-    {
-        const std::lock_guard lock(mutex);
-        gone = gone || !database.isInPlace() || (logToo && !log.isInPlace());
-        if (gone) throw Poco::FileException("removed or replaced while in use", file);
-    }
-
-    std::string file;
-    std::mutex mutex; ///< guards all below
-    FileWatch database;
-    FileWatch log;
-    bool gone = false;
+    DatabaseFiles files;
 };
 
 } // namespace

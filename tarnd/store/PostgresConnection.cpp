@@ -1,0 +1,297 @@
+#include "tarnd/store/PostgresConnection.h"
+
+#include "tarnd/store/Sentences.h"
+
+#include <libpq-fe.h>
+
+#include <algorithm>
+#include <charconv>
+#include <endian.h>
+
+namespace tarnd {
+
+namespace {
+
+/// Set unless the URL, the role or the server says otherwise. A process that stops inside a write loses its
+/// connection, and with it the lock, before those who wait for the lock give up. The server gives up a client
+/// that does not read, too.
+constexpr const char* sessionDefaults = R"(
+    SELECT set_config(name, value, false)
+    FROM (VALUES ('idle_in_transaction_session_timeout', '5s'),
+                 ('lock_timeout', '10s'),
+                 ('tcp_user_timeout', '10s')) AS wanted(name, value)
+    WHERE current_setting(name) = '0')";
+
+/// A reader sees one snapshot; a writer sees what was committed before it got its turn.
+constexpr const char* readerLevel =
+    "SET SESSION CHARACTERISTICS AS TRANSACTION ISOLATION LEVEL REPEATABLE READ, READ ONLY";
+constexpr const char* writerLevel =
+    "SET SESSION CHARACTERISTICS AS TRANSACTION ISOLATION LEVEL READ COMMITTED";
+
+/// Locks of the service among all advisory locks of the database.
+constexpr std::int64_t lockOfAll = 1952543342;
+const std::string takeLockOfAll = "SELECT pg_advisory_xact_lock($1)";
+/// Writes of a user go on beside those of others, and not beside a write of all.
+const std::string takeLockOfUser = "SELECT pg_advisory_xact_lock_shared($1), pg_advisory_xact_lock($2)";
+
+/// A number as the server reads it: eight bytes, the highest first.
+struct Bound {
+    explicit Bound(const SqlValue& value)
+    {
+        if (const auto* given = std::get_if<std::int64_t>(&value))
+            number = htobe64(static_cast<std::uint64_t>(*given));
+        else
+            text = std::get<std::string_view>(value);
+    }
+
+    const char* data() const { return text ? text->data() : reinterpret_cast<const char*>(&number); }
+
+    int size() const { return text ? static_cast<int>(text->size()) : static_cast<int>(sizeof number); }
+
+    Oid type() const { return text ? 25 : 20; } // text, int8
+
+    std::optional<std::string_view> text;
+    std::uint64_t number = 0;
+};
+
+class PostgresRow final : public SqlRow {
+public:
+    PostgresRow(const PGresult* result, int row) : result(result), row(row) {}
+
+    std::int64_t number(int column) const override
+    {
+        std::int64_t value = 0;
+        const auto digits = text(column);
+        std::from_chars(digits.data(), digits.data() + digits.size(), value);
+        return value;
+    }
+
+    std::string_view text(int column) const override
+    {
+        return {PQgetvalue(result, row, column), static_cast<std::size_t>(PQgetlength(result, row, column))};
+    }
+
+private:
+    const PGresult* result;
+    int row;
+};
+
+/// What people are told of an error with this SQLSTATE.
+const Sentence& sentenceFor(std::string_view state, bool alive)
+{
+    struct Row {
+        std::string_view state; ///< or its first characters
+        const Sentence& sentence;
+    };
+
+    static constexpr Row rows[] = {
+        {"53100", sentences::storageFull},    // disk full
+        {"55P03", sentences::busy},           // lock_timeout
+        {"57014", sentences::busy},           // statement_timeout, or cancelled by the operator
+        {"40", sentences::busy},              // deadlock, serialization: not by us alone
+        {"42501", sentences::databaseRights}, // insufficient privilege
+        {"25006", sentences::databaseGone},   // a standby, which takes no writes
+        {"53", sentences::databaseGone},      // too many connections, out of memory
+        {"57P", sentences::databaseGone},     // stopping, starting, idle for too long
+        {"08", sentences::databaseGone},      // connection lost
+    };
+    const auto* row = std::find_if(std::begin(rows), std::end(rows),
+                                   [&](const Row& each) { return state.starts_with(each.state); });
+    if (row != std::end(rows)) return row->sentence;
+    return alive ? sentences::internal : sentences::databaseGone;
+}
+
+} // namespace
+
+void PostgresConnection::Close::operator()(pg_conn* connection) const
+{
+    PQfinish(connection);
+}
+
+void PostgresConnection::Clear::operator()(pg_result* result) const
+{
+    PQclear(result);
+}
+
+PostgresConnection::PostgresConnection(std::string options, bool writing, ConnectionWatchdog& watchdog)
+    : options(std::move(options)), writing(writing), watchdog(watchdog)
+{
+    connect();
+}
+
+PostgresConnection::~PostgresConnection() = default;
+
+void PostgresConnection::connect()
+{
+    statements.clear();
+    underWay.clear();
+    connection.reset(PQconnectdb(options.c_str()));
+    require(isAlive());
+    socket = UniqueFd(::dup(PQsocket(connection.get())));
+    const auto* encoding = PQparameterStatus(connection.get(), "server_encoding");
+    if (!encoding || std::string_view(encoding) != "UTF8")
+        throw sentences::badDatabaseUrl("the encoding of the database is not UTF8.");
+    const ConnectionWatchdog::Watch watch(watchdog, socket.get());
+    runAlone("SET client_min_messages TO warning");
+    runAlone(sessionDefaults);
+    runAlone(writing ? writerLevel : readerLevel);
+    require(PQenterPipelineMode(connection.get()) == 1);
+}
+
+void PostgresConnection::runAlone(const char* sql)
+{
+    const Result result(PQexec(connection.get(), sql));
+    const auto status = PQresultStatus(result.get());
+    if (status != PGRES_COMMAND_OK && status != PGRES_TUPLES_OK) throw failure(result.get());
+}
+
+void PostgresConnection::beginRead()
+{
+    opening = true;
+    lock.reset();
+}
+
+void PostgresConnection::beginWrite(const WriteScope& scope)
+{
+    opening = true;
+    lock = scope;
+}
+
+void PostgresConnection::commit()
+{
+    opening = false;
+    if (!std::exchange(inTransaction, false)) return; // nothing was asked
+    const ConnectionWatchdog::Watch watch(watchdog, socket.get());
+    send("COMMIT", {});
+    const auto result = exchange();
+    if (std::string_view(PQcmdStatus(result.get())) != "COMMIT") throw failure(result.get());
+}
+
+/// The server ends the transaction as soon as it reads this; its answer is read before the next statement.
+void PostgresConnection::rollback()
+{
+    opening = false;
+    if (!std::exchange(inTransaction, false) || !isAlive()) return;
+    send("ROLLBACK", {});
+    require(PQpipelineSync(connection.get()) == 1 && PQflush(connection.get()) >= 0);
+}
+
+/// A restart of the server since the last use shows at the first statement, which is then sent over a new
+/// connection; what was waited for and then cut off would be waited for again.
+void PostgresConnection::execute(const std::string& sql, std::span<const SqlValue> args,
+                                 const RowReceiver& receive)
+{
+    const bool begins = std::exchange(opening, false);
+    const bool first = !inTransaction;
+    const auto attempt = [&] {
+        const ConnectionWatchdog::Watch watch(watchdog, socket.get());
+        if (!underWay.empty()) collect(); // the end of the last transaction
+        if (begins) sendBegin();
+        send(sql, args);
+        return exchange();
+    };
+    const auto started = std::chrono::steady_clock::now();
+    inTransaction = inTransaction || begins;
+    Result result;
+    try {
+        result = attempt();
+    } catch (const ServiceError&) {
+        const bool waited = std::chrono::steady_clock::now() - started >= std::chrono::seconds(1);
+        if (!first || waited || isAlive()) throw;
+        connect();
+        result = attempt();
+    }
+    for (int row = 0; receive && row < PQntuples(result.get()); ++row)
+        receive(PostgresRow(result.get(), row));
+}
+
+void PostgresConnection::sendBegin()
+{
+    send("BEGIN", {});
+    if (!lock) return;
+    if (lock->user) {
+        const SqlValue args[] = {lockOfAll, -*lock->user}; // below zero, where no lock of all is
+        send(takeLockOfUser, args);
+    } else {
+        const SqlValue args[] = {lockOfAll};
+        send(takeLockOfAll, args);
+    }
+}
+
+void PostgresConnection::send(const std::string& sql, std::span<const SqlValue> args)
+{
+    const std::vector<Bound> bound(args.begin(), args.end());
+    std::vector<const char*> data;
+    std::vector<int> sizes;
+    std::vector<Oid> types;
+    for (const auto& each : bound) {
+        data.push_back(each.data());
+        sizes.push_back(each.size());
+        types.push_back(each.type());
+    }
+    const std::vector<int> binary(args.size(), 1);
+    const auto count = static_cast<int>(args.size());
+    auto found = statements.find(sql);
+    if (found == statements.end()) {
+        found = statements.emplace(sql, "s" + std::to_string(statements.size())).first;
+        require(PQsendPrepare(connection.get(), found->second.c_str(), sql.c_str(), count, types.data()) ==
+                1);
+        underWay.push_back(sql);
+    }
+    require(PQsendQueryPrepared(connection.get(), found->second.c_str(), count, data.data(), sizes.data(),
+                                binary.data(), 0) == 1);
+    underWay.emplace_back();
+}
+
+PostgresConnection::Result PostgresConnection::exchange()
+{
+    require(PQpipelineSync(connection.get()) == 1);
+    return collect();
+}
+
+/// Reads all answers to what is under way; returns the last. @throws the first failure among them
+PostgresConnection::Result PostgresConnection::collect()
+{
+    Result last, failed;
+    for (const auto& text : std::exchange(underWay, {})) {
+        bool worked = false;
+        while (Result result{PQgetResult(connection.get())}) {
+            const auto status = PQresultStatus(result.get());
+            worked = status == PGRES_COMMAND_OK || status == PGRES_TUPLES_OK;
+            if (!worked && !failed) failed = std::move(result);
+            if (worked) last = std::move(result);
+        }
+        if (!worked && !text.empty()) statements.erase(text);
+    }
+    const Result end{PQgetResult(connection.get())};
+    const bool whole = end && PQresultStatus(end.get()) == PGRES_PIPELINE_SYNC;
+    if (failed || !whole) {
+        auto error = failure(failed ? failed.get() : end.get());
+        if (!whole) connection.reset(); // what else comes could not be told from the answers to come
+        throw error;
+    }
+    return last;
+}
+
+void PostgresConnection::require(bool sent)
+{
+    if (sent) return;
+    auto error = failure(nullptr);
+    connection.reset(); // what is under way can no longer be told
+    throw error;
+}
+
+bool PostgresConnection::isAlive() const
+{
+    return connection && PQstatus(connection.get()) == CONNECTION_OK;
+}
+
+ServiceError PostgresConnection::failure(const pg_result* result) const
+{
+    const char* state = result ? PQresultErrorField(result, PG_DIAG_SQLSTATE) : nullptr;
+    const std::string said = result ? PQresultErrorMessage(result) : PQerrorMessage(connection.get());
+    const std::string code = state ? state : "";
+    return sentenceFor(code, isAlive()).because("PostgreSQL " + code + ": " + said);
+}
+
+} // namespace tarnd

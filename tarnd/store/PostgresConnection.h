@@ -1,0 +1,67 @@
+#pragma once
+
+#include "tarnd/store/ConnectionWatchdog.h"
+#include "tarnd/store/ServiceError.h"
+#include "tarnd/store/SqlConnection.h"
+#include "tarnd/store/UniqueFd.h"
+
+#include <memory>
+#include <unordered_map>
+
+struct pg_conn;
+struct pg_result;
+
+namespace tarnd {
+
+/// A connection to PostgreSQL. Each call costs at most one round trip: what opens a transaction travels with
+/// its first statement, and the end of one that was only read is not waited for.
+///
+/// A connection that was lost between two transactions is made anew.
+class PostgresConnection : public SqlConnection {
+public:
+    /// @param options libpq's "key=value key=value"
+    PostgresConnection(std::string options, bool writing, ConnectionWatchdog& watchdog);
+    ~PostgresConnection() override;
+
+    void beginRead() override;
+    void beginWrite(const WriteScope& scope) override;
+    void commit() override;
+    void rollback() override;
+    void execute(const std::string& sql, std::span<const SqlValue> args, const RowReceiver& receive) override;
+    bool isAlive() const override;
+
+    bool mayHaveCommitted() const override { return !isAlive(); }
+
+private:
+    struct Close {
+        void operator()(pg_conn* connection) const;
+    };
+
+    struct Clear {
+        void operator()(pg_result* result) const;
+    };
+
+    using Result = std::unique_ptr<pg_result, Clear>;
+
+    void connect();
+    void runAlone(const char* sql);
+    void sendBegin();
+    void send(const std::string& sql, std::span<const SqlValue> args);
+    Result exchange();
+    Result collect();
+    void require(bool sent);
+    ServiceError failure(const pg_result* result) const;
+
+    const std::string options;
+    const bool writing;
+    ConnectionWatchdog& watchdog;
+    std::unique_ptr<pg_conn, Close> connection;
+    UniqueFd socket; ///< a duplicate: libpq closes its own when a call fails
+    std::unordered_map<std::string, std::string> statements; ///< names of the prepared ones, by their text
+    std::vector<std::string> underWay; ///< what was sent: the text of what is being prepared, or nothing
+    bool opening = false;              ///< a transaction begins with the next statement
+    bool inTransaction = false;
+    std::optional<WriteScope> lock; ///< to be taken when it begins
+};
+
+} // namespace tarnd
