@@ -49,10 +49,41 @@ void entriesOfAListing(benchmark::State& state)
     yardstick.report("entries", "read", "parsed alone");
 }
 
+/// A reply of one record, as most are.
+void aReplyOfOneRecord(benchmark::State& state)
+{
+    const std::string text =
+        "<?xml version=\"1.0\" encoding=\"UTF-8\"?><Response><Type>FILE</Type><Name>a.txt</Name>"
+        "<Created>1795258798853</Created><LastModified>1795258798853</LastModified><Size>4096</Size>"
+        "<Writable>true</Writable><Watermark>2-1</Watermark></Response>";
+    constexpr int replies = 500; // in a turn
+    Yardstick yardstick(state);
+    for (auto _ : state) {
+        yardstick.round(
+            replies,
+            [&] {
+                for (int i = 0; i < replies; ++i) {
+                    auto document = tarn::parseXml(text);
+                    benchmark::DoNotOptimize(tarn::readFileAttributes(*document->documentElement()));
+                }
+            },
+            [&] {
+                for (int i = 0; i < replies; ++i) {
+                    Poco::XML::DOMParser parser;
+                    Poco::AutoPtr<Poco::XML::Document> document(parser.parseString(text));
+                    benchmark::DoNotOptimize(document);
+                }
+            });
+    }
+    yardstick.report("replies", "read", "parsed alone");
+}
+
+BENCHMARK(aReplyOfOneRecord)->UseManualTime()->Unit(benchmark::kMillisecond);
+
 BENCHMARK(entriesOfAListing)
     ->Arg(1'000)
     ->Arg(10'000)
-    ->Arg(40'000)
+    ->Arg(100'000)
     ->UseManualTime()
     ->Unit(benchmark::kMillisecond);
 

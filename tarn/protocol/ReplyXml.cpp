@@ -2,10 +2,10 @@
 
 #include "tarn/protocol/ErrorText.h"
 #include "tarn/protocol/detail/ReplyInspection.h"
+#include "tarn/protocol/detail/ThreadNamePool.h"
 
 #include <Poco/DOM/DOMParser.h>
 
-#include <algorithm>
 #include <stdexcept>
 
 namespace connector::tarn {
@@ -43,11 +43,7 @@ ReplyDocument parseXml(std::string_view text, const ReplyLimits& limits)
 {
     try {
         if (auto names = detail::namesIn(text, limits)) {
-            // The parser's own choice holds 509 names, and making room for them takes longer than reading a
-            // reply of one record. A quarter more than are needed keeps the search for a free place short.
-            constexpr std::size_t poolLimit = 509;
-            Poco::XML::DOMParser parser(
-                static_cast<unsigned long>(std::min(*names + *names / 4 + 17, poolLimit)));
+            Poco::XML::DOMParser parser(detail::poolFor(*names));
             return ReplyDocument(parser.parseMemory(text.data(), text.size()));
         }
     } catch (...) {
