@@ -21,7 +21,7 @@ namespace connector::host {
 class TARN_API FileSink : public reactive_streams::SubscriberAPI<common::DataBuffer> {
 public:
     struct Options {
-        /// Blocks of zeros become holes of a regular file, which is cut or extended at the end of the stream.
+        /// Blocks of zeros become holes of a regular file, which is to hold nothing behind its position.
         bool keepHoles = false;
     };
 

@@ -39,6 +39,8 @@ std::optional<std::uint64_t> restOf(int descriptor)
     if (!S_ISREG(about.st_mode)) return std::nullopt;
     const off_t position = lseek(descriptor, 0, SEEK_CUR);
     if (position < 0) fail("Could not look at the content");
+    char probe = 0; // files of the kernel's own say that they are empty, and are not
+    if (about.st_size == 0 && pread(descriptor, &probe, 1, 0) > 0) return std::nullopt;
     return about.st_size > position ? static_cast<std::uint64_t>(about.st_size - position) : 0;
 }
 
@@ -144,17 +146,17 @@ private:
         DataBuffer item;
         try {
             if (!size && !hasInput()) return;
-            item = readItem(file.get(),
-                            size ? std::min(itemBytes, std::max<std::uint64_t>(*size, 1)) : itemBytes);
+            const auto most = size ? std::min(itemBytes, *size - published) : itemBytes;
+            if (most > 0) item = readItem(file.get(), most);
         } catch (...) {
             if (end()) receiver->onError(std::current_exception());
             return;
         }
-        if (item.size > 0) {
-            receiver->onNext(std::move(item));
-        } else if (end()) {
-            receiver->onComplete();
-        }
+        published += item.size;
+        // A file ends with its last item, so that nobody has to ask for more to hear of it.
+        const bool last = item.size == 0 || published == size;
+        if (item.size > 0) receiver->onNext(std::move(item));
+        if (last && end()) receiver->onComplete();
     }
 
     /// Waits for it. @return false when cancelled meanwhile
@@ -174,6 +176,7 @@ private:
     }
 
     const detail::Descriptor file;
+    std::uint64_t published = 0; ///< bytes; used by whoever delivers
     const std::optional<std::uint64_t> size;
     detail::Descriptor wakeUp; ///< open where a thread reads
     std::mutex mutex;          ///< guards everything below

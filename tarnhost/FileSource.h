@@ -32,7 +32,8 @@ public:
     FileSource(const FileSource&) = delete;
     FileSource& operator=(const FileSource&) = delete;
 
-    /// Bytes from where a regular file stood to its end, when this was made; nothing for anything else.
+    /// Bytes from where a regular file stood to its end, when this was made, and no more are published; nothing for
+    /// anything else, a file of the kernel's that does not know its size included.
     std::optional<std::uint64_t> size() const;
 
     /// Resolved with true already.

@@ -61,8 +61,10 @@ struct TARN_API FileDownloadHead {
         totalSize;            ///< bytes of the whole file; nothing: the service does not say yet
     std::uint64_t offset = 0; ///< in the file, of the first byte that is delivered
     bool isPart = false;      ///< the service sends no more than was asked for (status 206)
-    std::string versionId;    ///< header "ETag"; empty: not told
-    std::string sha256;       ///< of the whole file, as in FileUploadResponse; empty: not told
+    /// Header "ETag", to be handed back as `ifVersion`: the version's id, and more once the service has replaced the
+    /// content of that version in place; empty: not told
+    std::string versionId;
+    std::string sha256; ///< of the whole file, as in FileUploadResponse; empty: not told
 };
 
 /// Brings the content of a file, of the version named or of the current one, or a part of it.
@@ -94,7 +96,7 @@ struct TARN_API FileDownload : SessionRequest,
     std::u16string bucket;
     std::uint64_t offset = 0;            ///< bytes
     std::optional<std::uint64_t> length; ///< bytes, or fewer where the file ends; nothing: all the rest
-    std::string ifVersion;               ///< a version id; empty: of whatever version there is
+    std::string ifVersion; ///< FileDownloadHead::versionId of the beginning; empty: of whatever there is
     std::optional<Sha256>
         before; ///< of the `offset` bytes that the caller has, so that the whole is verified
     ContentSubscriber content;

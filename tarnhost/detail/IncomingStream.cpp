@@ -4,18 +4,20 @@
 #include "tarnhost/DeliveryThreads.h"
 #include "tarnhost/HostErrors.h"
 #include "tarnhost/TransportError.h"
+#include "tarnhost/detail/StreamLimits.h"
 
 #include <algorithm>
 #include <cstring>
 #include <stdexcept>
 #include <utility>
 
-#include "tarnhost/detail/StreamLimits.h"
-
 namespace connector::host::detail {
 namespace {
 
 using common::DataBuffer;
+
+/// What libcurl hands over at once; anything smaller is most likely the end of a small body.
+constexpr std::size_t largestPiece = CURL_MAX_WRITE_SIZE;
 
 /// What the response carries. Dropped without a subscriber, it cancels: nobody will ever read the body.
 class LiveBody : public reactive_streams::PublisherAPI<DataBuffer> {
@@ -99,7 +101,7 @@ bool IncomingStream::accept(std::string_view bytes)
     while (!bytes.empty()) {
         if (items.empty() || items.back().size == items.back().capacity) {
             items.emplace_back();
-            items.back().reserve(streamItemBytes);
+            items.back().reserve(bytes.size() < largestPiece ? bytes.size() : streamItemBytes);
         }
         const auto part = std::min<std::uint64_t>(items.back().capacity - items.back().size, bytes.size());
         append(items.back(), bytes.substr(0, part));

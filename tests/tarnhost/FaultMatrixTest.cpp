@@ -1,7 +1,9 @@
 // Whatever goes wrong between the library and its service, every operation ends, once, and tells the truth.
 #include "Bounded.h"
 #include "support/FaultServer.h"
-
+#include "tarn/foundation/ContentReduction.h"
+#include "tarn/foundation/OneShotPublisher.h"
+#include "tarn/foundation/ReducingSubscriber.h"
 #include "tarn/protocol/WireText.h"
 #include "tarn/session/SessionMessages.h"
 #include "tarnhost/TarnHost.h"
@@ -70,6 +72,31 @@ auto call(std::shared_ptr<Area> (TarnHost::*area)() const,
 
 using namespace tarn;
 
+Future<std::string> uploadAFile(TarnHost& host)
+{
+    using Publisher = reactive_streams::OneShotPublisher<common::DataBuffer>;
+    auto request = std::make_unique<FileUpload>();
+    request->path = u"/a";
+    request->content = std::make_shared<Publisher>(common::DataBuffer("content"));
+    request->size = 7;
+    return host.fileTransfer()->uploadFile(std::move(request)).then([](auto&& reply) {
+        return reply.get()->versionId;
+    });
+}
+
+Future<std::string> downloadAFile(TarnHost& host)
+{
+    using Gathering = reactive_streams::ReducingSubscriber<common::DataBuffer, common::DataBuffer>;
+    auto request = std::make_unique<FileDownload>();
+    request->path = u"/a";
+    const auto content = std::make_shared<Gathering>(common::DataBuffer(), reactive_streams::appendContent);
+    request->content = content;
+    return host.fileTransfer()->downloadFile(std::move(request)).then([content](auto&& reply) {
+        reply.get();
+        return std::string(content->getFuture().get().bytes()); // there, since the stream has ended
+    });
+}
+
 constexpr auto inSession = &TarnHost::session;
 constexpr auto inFiles = &TarnHost::fileAccess;
 constexpr auto inAccess = &TarnHost::accessControl;
@@ -87,6 +114,8 @@ const std::vector<Operation> operations = {
      "<R><VersionId>it</VersionId></R>", "it"},
     {"readFile", false, call(inFiles, &FileAccess::readFile, &FileReadResponse::content), "a file's content",
      "a file's content", "", false},
+    {"uploadFile", true, uploadAFile, "<R><VersionId>it</VersionId></R>", "it"},
+    {"downloadFile", false, downloadAFile, "a file's content", "a file's content", "", false},
     {"deleteFile", true, call(inFiles, &FileAccess::deleteFile)},
     {"readFileAttributes", false,
      call(inFiles, &FileAccess::readFileAttributes, &FileAttributesReadResponse::attributes,
@@ -210,8 +239,11 @@ void expectTruth(const std::vector<Fault>& faults)
     for (std::size_t first = 0; first < faults.size(); first += atATime) {
         std::vector<std::unique_ptr<Cell>> cells;
         for (std::size_t i = first; i < std::min(first + atATime, faults.size()); ++i)
-            for (const Operation& operation : operations)
+            for (const Operation& operation : operations) {
+                // Contents that are not gathered may be of any size, and their subscriber decides what is too much.
+                if (operation.name == "downloadFile" && faults[i].name == "never ends its chunks") continue;
                 cells.push_back(std::make_unique<Cell>(operation, faults[i]));
+            }
         for (const auto& cell : cells)
             cell->check();
     }
@@ -219,7 +251,7 @@ void expectTruth(const std::vector<Fault>& faults)
 
 TEST(EveryOperation, TellsTheTruthWhateverTheServiceDoes)
 {
-    ASSERT_EQ(operations.size(), 22u);
+    ASSERT_EQ(operations.size(), 24u);
     expectTruth(faults());
 }
 

@@ -1,21 +1,35 @@
-// Contents on their way: what waits for whom, who hears of an end, and whether all of it is the truth.
+// Contents on their way: what waits for whom, who hears of an end, and that nothing waits for itself.
 #include "Bounded.h"
+#include "HttpClientUnderTest.h"
+#include "support/ScriptedHttpServer.h"
 #include "support/TarndProcess.h"
+#include "tarn/foundation/WouldDeadlock.h"
+#include "tarn/foundation/platform/HttpStreamedRequest.h"
 #include "tarn/session/SessionMessages.h"
-#include "tarn/transfer/Sha256.h"
 #include "tarnhost/FileSink.h"
 #include "tarnhost/FileSource.h"
 #include "tarnhost/TarnHost.h"
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <atomic>
 #include <cstdio>
-#include <cstdlib>
+#include <future>
+#include <random>
+#include <thread>
 
 namespace connector::host::test {
 namespace {
 
+using namespace std::chrono_literals;
 using namespace tarn;
+using common::DataBuffer;
+using testing::HasSubstr;
+
+constexpr std::uint64_t mebibyte = 1 << 20;
 
 struct TemporaryFile {
     std::FILE* file = std::tmpfile();
@@ -32,7 +46,89 @@ struct TemporaryFile {
     }
 };
 
-TEST(FileTransfer, BringsAFileThereAndBackThroughTheRealService)
+/// Asks when the test says so, and keeps count.
+struct Consumer : reactive_streams::SubscriberAPI<DataBuffer> {
+    void onSubscribe(std::weak_ptr<reactive_streams::Subscription> offered) override
+    {
+        subscription = offered;
+        started.set_value();
+    }
+
+    void onNext(DataBuffer&& item) override
+    {
+        EXPECT_FALSE(busy.exchange(true)) << "two items at a time";
+        bytes += item.size;
+        if (afterItem) afterItem(*this);
+        busy = false;
+    }
+
+    void onComplete() override { ++ends; }
+
+    void onError(std::exception_ptr) override { ++errors; }
+
+    void cancel() override { subscription.lock()->cancel(); }
+
+    void request(std::uint64_t n)
+    {
+        if (const auto held = subscription.lock()) held->request(n);
+    }
+
+    Future<bool> completion() override { return makeReadyFuture(true); }
+
+    std::weak_ptr<reactive_streams::Subscription> subscription;
+    std::promise<void> started;
+    std::function<void(Consumer&)> afterItem;
+    std::atomic<std::uint64_t> bytes{0};
+    std::atomic<int> ends{0};
+    std::atomic<int> errors{0};
+    std::atomic<bool> busy{false};
+};
+
+/// Waits for what another thread is about to do. @return whether it came to pass in time
+template <class Condition>
+bool eventually(Condition condition)
+{
+    const auto deadline = std::chrono::steady_clock::now() + patience;
+    while (!condition() && std::chrono::steady_clock::now() < deadline)
+        std::this_thread::yield();
+    return condition();
+}
+
+std::string headOf(std::uint64_t length)
+{
+    return "HTTP/1.1 200 OK\r\nContent-Length: " + std::to_string(length) + "\r\n\r\n";
+}
+
+/// @return false when the peer has gone before it had all of it
+bool sendContent(ScriptedHttpServer::Connection& connection, std::uint64_t bytes)
+{
+    const std::string piece(64 * 1024, 'x');
+    bool there = true;
+    for (std::uint64_t sent = 0; there && sent < bytes; sent += piece.size())
+        there = connection.send(std::string_view(piece).substr(0, bytes - sent));
+    return there;
+}
+
+auto downloadTo(TarnHost& host, std::shared_ptr<Consumer> consumer, const char16_t* path = u"/a",
+                std::stop_token stop = {})
+{
+    auto request = std::make_unique<FileDownload>();
+    request->path = path;
+    request->content = std::move(consumer);
+    request->stop = std::move(stop);
+    return host.fileTransfer()->downloadFile(std::move(request));
+}
+
+auto uploadOf(TarnHost& host, ContentPublisher content, std::optional<std::uint64_t> size)
+{
+    auto request = std::make_unique<FileUpload>();
+    request->path = u"/a";
+    request->content = std::move(content);
+    request->size = size;
+    return host.fileTransfer()->uploadFile(std::move(request));
+}
+
+TEST(StreamedTransfer, BringsFilesAndPipesThereAndBackThroughTheRealService)
 {
     tarnd::test::TarndProcess service;
     const auto token = service.addUser("alice");
@@ -42,31 +138,295 @@ TEST(FileTransfer, BringsAFileThereAndBackThroughTheRealService)
     login->user = u"alice";
     login->authenticationToken = token;
     bounded(host.session()->login(std::move(login)));
-
-    TemporaryFile local;
     std::string content(3'000'000, '\0');
     content.replace(1'000'000, 5, "hello");
-    ASSERT_EQ(pwrite(local.descriptor(), content.data(), content.size(), 0), 3'000'000);
-    auto source = std::make_shared<FileSource>(local.descriptor());
-    auto upload = std::make_unique<FileUpload>();
-    upload->path = u"/big";
-    upload->content = source;
-    upload->size = source->size();
-    const auto stored = bounded(host.fileTransfer()->uploadFile(std::move(upload)));
-    EXPECT_EQ(stored->bytes, content.size());
-    EXPECT_EQ(stored->versionLabel, 1);
-    EXPECT_TRUE(stored->verified);
 
-    TemporaryFile copy;
-    auto download = std::make_unique<FileDownload>();
-    download->path = u"/big";
-    download->content = std::make_shared<FileSink>(copy.descriptor(), FileSink::Options{.keepHoles = true});
-    const auto brought = bounded(host.fileTransfer()->downloadFile(std::move(download)));
-    EXPECT_EQ(brought->bytes, content.size());
-    EXPECT_EQ(brought->totalSize, content.size());
-    EXPECT_TRUE(brought->verified);
-    EXPECT_EQ(brought->versionId, stored->versionId);
-    EXPECT_EQ(copy.content(), content);
+    for (const bool isPipe : {false, true}) {
+        SCOPED_TRACE(isPipe);
+        TemporaryFile local;
+        ASSERT_EQ(pwrite(local.descriptor(), content.data(), content.size(), 0), 3'000'000);
+        int ends[2];
+        ASSERT_EQ(pipe(ends), 0);
+        std::thread writer([&, file = fdopen(ends[1], "w")] {
+            std::fwrite(content.data(), 1, content.size(), file);
+            std::fclose(file);
+        });
+        auto source = std::make_shared<FileSource>(isPipe ? ends[0] : local.descriptor());
+        EXPECT_EQ(source->size().has_value(), !isPipe);
+        auto upload = std::make_unique<FileUpload>();
+        upload->path = u"/big";
+        upload->createMode = CreateMode::createOrUpdate;
+        upload->size = source->size();
+        upload->content = std::move(source);
+        const auto stored = bounded(host.fileTransfer()->uploadFile(std::move(upload)));
+        close(ends[0]);
+        writer.join();
+        EXPECT_EQ(stored->bytes, content.size());
+        EXPECT_TRUE(stored->verified);
+
+        TemporaryFile copy;
+        auto download = std::make_unique<FileDownload>();
+        download->path = u"/big";
+        download->content =
+            std::make_shared<FileSink>(copy.descriptor(), FileSink::Options{.keepHoles = true});
+        const auto brought = bounded(host.fileTransfer()->downloadFile(std::move(download)));
+        EXPECT_TRUE(brought->verified);
+        EXPECT_THAT(brought->versionId, testing::StartsWith(stored->versionId));
+        EXPECT_EQ(copy.content(), content);
+
+        struct stat about {};
+
+        ASSERT_EQ(fstat(copy.descriptor(), &about), 0);
+        EXPECT_LT(about.st_blocks * 512, 100'000) << "holes were filled";
+    }
+}
+
+TEST(StreamedTransfer, EndsForSixtyFourConsumersOfRandomSpeedOnOneThread)
+{
+    constexpr int count = 64;
+    constexpr std::uint64_t size = 3 * mebibyte;
+    std::atomic<int> freed = 0;
+    ScriptedHttpServer server([&](ScriptedHttpServer::Connection& connection) {
+        const auto head = connection.readHead();
+        if (!head) return;
+        const bool isEndless = head->find("/endless") != std::string::npos;
+        connection.send(headOf(isEndless ? 1000 * size : size));
+        if (!sendContent(connection, isEndless ? 1000 * size : size)) ++freed;
+    });
+    TarnHost host({.endpoint = server.url(), .threads = 1, .http = {.connectionsPerHost = count}});
+
+    const auto isCancelled = [](int i) { return i % 4 == 0; };
+    std::vector<std::shared_ptr<Consumer>> consumers;
+    std::vector<Future<std::unique_ptr<FileDownloadResponse>>> downloads;
+    for (int i = 0; i < count; ++i) {
+        consumers.push_back(std::make_shared<Consumer>());
+        downloads.push_back(downloadTo(host, consumers.back(), isCancelled(i) ? u"/endless" : u"/a"));
+    }
+    std::minstd_rand random;
+    EXPECT_TRUE(eventually([&] {
+        int open = 0;
+        for (int i = 0; i < count; ++i) {
+            if (downloads[static_cast<std::size_t>(i)].isReady()) continue;
+            ++open;
+            auto& consumer = *consumers[static_cast<std::size_t>(i)];
+            if (random() % 4 == 0) consumer.request(random() % 8);
+            const auto held = consumer.subscription.lock();
+            if (isCancelled(i) && held && consumer.bytes > 0) held->cancel();
+        }
+        return open == 0;
+    }));
+    for (int i = 0; i < count; ++i) {
+        const auto& consumer = *consumers[static_cast<std::size_t>(i)];
+        auto& download = downloads[static_cast<std::size_t>(i)];
+        if (isCancelled(i)) {
+            EXPECT_EQ(failureOf<std::runtime_error>(std::move(download)), "Content stream cancelled.");
+        } else {
+            EXPECT_EQ(bounded(std::move(download))->bytes, size);
+            EXPECT_EQ(consumer.bytes, size);
+        }
+        EXPECT_EQ(consumer.ends, isCancelled(i) ? 0 : 1);
+    }
+    EXPECT_TRUE(eventually([&] { return freed == count / 4; })) << freed;
+}
+
+TEST(StreamedTransfer, MakesTheServiceWaitForASlowConsumerAndDoesNotBlameIt)
+{
+    constexpr std::uint64_t size = 64 * mebibyte;
+    std::atomic<bool> allSent = false;
+    ScriptedHttpServer server([&](ScriptedHttpServer::Connection& connection) {
+        if (!connection.readHead()) return;
+        connection.send(headOf(size));
+        allSent = sendContent(connection, size);
+    });
+    TarnHost host({.endpoint = server.url(), .http = {.stallWindow = 100ms, .leastRate = 1'000'000}});
+    const auto consumer = std::make_shared<Consumer>();
+    auto download = downloadTo(host, consumer);
+    ASSERT_EQ(consumer->started.get_future().wait_for(patience), std::future_status::ready);
+    consumer->request(1);
+    ASSERT_TRUE(eventually([&] { return consumer->bytes > 0; }));
+    EXPECT_FALSE(download.waitFor(500ms)) << "ended by the clock of a service that stalls";
+    EXPECT_LE(host.transferred().received, consumer->bytes + mebibyte);
+    EXPECT_FALSE(allSent);
+    consumer->request(reactive_streams::unboundedDemand);
+    EXPECT_EQ(bounded(std::move(download))->bytes, size);
+}
+
+TEST(StreamedTransfer, BringsWhatArrivedBeforeTheErrorThatCutIt)
+{
+    for (const bool isStopped : {true, false}) {
+        std::stop_source stop;
+        ScriptedHttpServer server([&](ScriptedHttpServer::Connection& connection) {
+            if (!connection.readHead()) return;
+            connection.send(headOf(mebibyte));
+            connection.send(std::string(200'000, 'x'));
+            if (isStopped) connection.stall();
+        });
+        TarnHost host({.endpoint = server.url(), .threads = 1});
+        const auto consumer = std::make_shared<Consumer>();
+        consumer->afterItem = [&](Consumer& self) {
+            if (self.bytes == 200'000 && isStopped) stop.request_stop();
+        };
+        auto download = downloadTo(host, consumer, u"/a", stop.get_token());
+        ASSERT_EQ(consumer->started.get_future().wait_for(patience), std::future_status::ready);
+        consumer->request(100);
+        EXPECT_THAT(failureOf<TransportError>(std::move(download)),
+                    HasSubstr(isStopped ? "The transfer was cancelled." : "with 848576 bytes remaining"));
+        EXPECT_EQ(consumer->bytes, 200'000u);
+        EXPECT_EQ(consumer->errors, 1);
+    }
+}
+
+/// Brings items on a thread of its own, as many as are asked for; or fails after some.
+class Producer : public reactive_streams::PublisherAPI<DataBuffer>,
+                 public reactive_streams::Subscription,
+                 public std::enable_shared_from_this<Producer> {
+public:
+    explicit Producer(int itemCount, bool failsThen = false) : items(itemCount), fails(failsThen) {}
+
+    void subscribe(ContentSubscriber taker) override
+    {
+        receiver = taker;
+        taker->onSubscribe(weak_from_this());
+    }
+
+    Future<bool> completion() override { return makeReadyFuture(true); }
+
+    void request(std::uint64_t n) override
+    {
+        if (last.joinable()) last.join();
+        last = std::thread([this, n] {
+            for (std::uint64_t i = 0; i < n && brought < items; ++i) {
+                ++brought;
+                receiver->onNext(DataBuffer(std::string(100'000, 'x')));
+            }
+            if (brought < items) return;
+            fails ? receiver->onError(std::make_exception_ptr(std::runtime_error("The disk is gone.")))
+                  : receiver->onComplete();
+        });
+    }
+
+    void cancel() override { cancelled.set_value(); }
+
+    ~Producer() override
+    {
+        if (last.joinable()) last.join();
+    }
+
+    std::atomic<int> brought{0};
+    std::promise<void> cancelled;
+
+private:
+    const int items;
+    const bool fails;
+    ContentSubscriber receiver;
+    std::thread last;
+};
+
+TEST(StreamedTransfer, SendsTheItemsOfAnotherThreadOrSaysWhyNot)
+{
+    struct Row {
+        const char* name;
+        int items;
+        bool fails;
+        std::optional<std::uint64_t> size;
+        std::string outcome;
+    };
+
+    for (const auto& row :
+         {Row{"all", 20, false, 2'000'000, "no error"},
+          Row{"failing publisher", 20, true, 3'000'000, "The disk is gone."},
+          Row{"failing publisher, unknown size", 3, true, {}, "The disk is gone."},
+          Row{"too little", 2, false, 300'000, "The content ended after 200000 of 300000 bytes."},
+          Row{"too much", 2, false, 150'000, "The content to send goes on after 150000 of 150000"}}) {
+        SCOPED_TRACE(row.name);
+        std::atomic<bool> done = false;
+        bool isWhole = false;
+        ScriptedHttpServer server([&](ScriptedHttpServer::Connection& connection) {
+            isWhole = connection.readHead() && connection.skip(row.size.value_or(10'000'000));
+            if (isWhole) connection.send(ScriptedHttpServer::reply("<R/>"));
+            done = true;
+        });
+        TarnHost host({.endpoint = server.url(), .threads = 1});
+        const auto producer = std::make_shared<Producer>(row.items, row.fails);
+        EXPECT_THAT(failureOf<std::runtime_error>(uploadOf(host, producer, row.size)),
+                    HasSubstr(row.outcome));
+        // The connection is closed where not all of it came; a publisher that fails at once keeps it from being made.
+        EXPECT_TRUE(eventually([&] { return done || server.connectionCount() == 0; }));
+        EXPECT_EQ(isWhole, row.outcome == "no error");
+    }
+}
+
+TEST(StreamedTransfer, AsksForNoMoreThanTheServiceTakes)
+{
+    ScriptedHttpServer server([&](ScriptedHttpServer::Connection& connection) { connection.ignore(); });
+    TarnHost host({.endpoint = server.url(), .http = {.stallWindow = 300ms}});
+    const auto producer = std::make_shared<Producer>(100'000);
+    EXPECT_THAT(failureOf<TransportError>(uploadOf(host, producer, std::nullopt)),
+                HasSubstr("The request was taken at less than"));
+    EXPECT_LT(producer->brought, 200) << "beyond what the kernel's buffers hold";
+    EXPECT_EQ(producer->cancelled.get_future().wait_for(patience), std::future_status::ready);
+}
+
+TEST(StreamedTransfer, IsEndedByTheEndOfItsHost)
+{
+    ScriptedHttpServer server([](ScriptedHttpServer::Connection& connection) {
+        if (!connection.readHead()) return;
+        connection.send(headOf(mebibyte) + "x");
+        connection.stall();
+    });
+    auto host = std::make_unique<TarnHost>(TarnHost::Options{.endpoint = server.url()});
+    const auto consumer = std::make_shared<Consumer>(); // which never asks
+    auto download = downloadTo(*host, consumer);
+    ASSERT_EQ(consumer->started.get_future().wait_for(patience), std::future_status::ready);
+    host.reset();
+    EXPECT_EQ(failureOf<TransportError>(std::move(download)), "The host has been shut down.");
+    EXPECT_EQ(consumer->errors, 1);
+}
+
+TEST(StreamedTransfer, FreesTheConnectionOfABodyThatNobodyReads)
+{
+    std::atomic<int> freed = 0;
+    ScriptedHttpServer server([&](ScriptedHttpServer::Connection& connection) {
+        if (!connection.readHead()) return;
+        connection.send(headOf(64 * mebibyte));
+        if (!sendContent(connection, 64 * mebibyte)) ++freed;
+    });
+    for (const bool isRefused : {false, true}) {
+        HttpOptions options;
+        if (isRefused) options.replyCheck = [](const ReceivedReply&) { return "Not like this."; };
+        HttpClientUnderTest under(options);
+        auto request = std::make_unique<http::HttpStreamedRequest>(server.url(), "get", nullptr);
+        request->replyBody = http::ReplyBody::content;
+        auto reply = under.send(std::move(request));
+        if (isRefused) {
+            EXPECT_EQ(transportFailure(std::move(reply))->phase, TransportPhase::reply);
+        } else {
+            bounded(std::move(reply)).reset();
+        }
+        EXPECT_TRUE(eventually([&] { return freed == (isRefused ? 2 : 1); })) << "while the client runs";
+    }
+}
+
+TEST(DeliveryThread, RefusesToWaitForWhatItMayHaveToBring)
+{
+    ScriptedHttpServer server(
+        ScriptedHttpServer::always(ScriptedHttpServer::reply("<R><Value>v</Value></R>")));
+    for (const unsigned threads : {1u, 4u}) {
+        TarnHost host({.endpoint = server.url(), .threads = threads});
+        auto first = host.session()->ping(std::make_unique<Ping>());
+        auto text = first.then([&](auto&&) {
+            auto second = host.session()->ping(std::make_unique<Ping>());
+            try {
+                second.get();
+            } catch (const WouldDeadlock& error) {
+                second.then([](auto&& reply) { return reply.get()->value; }).waitFor(1ms); // it is still good
+                return std::string(error.what());
+            }
+            return std::string("no error");
+        });
+        EXPECT_THAT(bounded(std::move(text)),
+                    testing::AllOf(HasSubstr("PingResponse"), HasSubstr("a reply or a message")));
+    }
 }
 
 } // namespace

@@ -1,0 +1,318 @@
+// Transfers byte for byte: the requests, and what replies of every kind come to: the part that was asked for, all of
+// it, verified; or an error that subscriber and future both hear of.
+#include "support/WireTest.h"
+#include "tarn/foundation/platform/HttpStreamedResponse.h"
+#include "tarn/transfer/DigestMismatch.h"
+#include "tarn/transfer/FileTransferClient.h"
+#include "tarn/transfer/FileTransferClientServiceProvider.h"
+
+namespace connector::tarn {
+
+std::string show(const FileUploadResponse& response)
+{
+    return tarntest::fields(response.versionId, response.versionLabel, response.bytes, response.verified);
+}
+
+std::string show(const FileDownloadResponse& response)
+{
+    return tarntest::fields(response.totalSize.value_or(999), response.offset, response.isPart,
+                            response.versionId, response.bytes, response.verified);
+}
+
+namespace {
+
+using namespace tarntest;
+using common::DataBuffer;
+using Bench = WireBench<FileTransferClient, FileTransferClientServiceProvider>;
+using Case = WireCase<FileTransferClient>;
+using Headers = http::HttpStreamedResponse::Headers;
+
+const std::string url = "http://host/service/v1/files/a%20b";
+const std::string identity = "?locale=en_US&clientString=app%201.0&clientType=test";
+const std::string session = "x-qz-tarn-session-id: S1\n";
+/// "sha256sum", "base64": of "0123456789".
+const std::string tenDigits = "sha-256=:hNiYd/DUBB77a/kaFvAkjy/Vc+avBcGflr7bn4gveII=:";
+const std::string tenDigitsInHex = "84d89877f"; // its first digits
+
+/// Writes down what it hears, and asks for everything.
+struct Recorder : reactive_streams::SubscriberAPI<DataBuffer> {
+    void onSubscribe(std::weak_ptr<reactive_streams::Subscription> offered) override
+    {
+        heard += "<";
+        subscription = offered;
+        offered.lock()->request(reactive_streams::unboundedDemand);
+    }
+
+    void onNext(DataBuffer&& item) override
+    {
+        if (complaint) throw std::runtime_error(complaint);
+        heard += item.bytes();
+    }
+
+    void onComplete() override { heard += ">"; }
+
+    void onError(std::exception_ptr) override { heard += "!"; }
+
+    void cancel() override {}
+
+    Future<bool> completion() override { return makeReadyFuture(true); }
+
+    std::string heard;
+    const char* complaint = nullptr;
+    std::weak_ptr<reactive_streams::Subscription> subscription;
+};
+
+auto upload(CreateMode mode, std::optional<std::uint64_t> size, const std::string& content = "0123456789")
+{
+    return [=](FileTransferClient& client) {
+        auto request = located<FileUpload>(u"/a b", u"bob");
+        request->createMode = mode;
+        request->content = bodyOf(content);
+        request->size = size;
+        return watch(client.uploadFile(std::move(request)));
+    };
+}
+
+struct Wanted {
+    std::uint64_t offset = 0;
+    std::optional<std::uint64_t> length = std::nullopt;
+    std::string ifVersion = "";
+    std::string before = "";
+};
+
+auto download(const Wanted& wanted, const std::shared_ptr<Recorder>& recorder)
+{
+    return [=](FileTransferClient& client) {
+        auto request = located<FileDownload>(u"/a b");
+        request->offset = wanted.offset;
+        request->length = wanted.length;
+        request->ifVersion = wanted.ifVersion;
+        if (!wanted.before.empty()) request->before.emplace().add(wanted.before);
+        request->content = recorder;
+        request->onHead = [recorder](const FileDownloadHead& head) {
+            recorder->heard += std::to_string(head.offset);
+        };
+        return watch(client.downloadFile(std::move(request)));
+    };
+}
+
+const std::vector<Case> cases = {
+    {"upload", upload(CreateMode::update, 10),
+     "put " + url + identity + "&bucket=bob&createMode=UPDATE&createNewVersion=false\n" +
+         "Content-Length: 10\nContent-Type: application/octet-stream\n" + session + "\n0123456789",
+     "<R><VersionId>A</VersionId><VersionLabel>2</VersionLabel></R>", "A|2|10|false"},
+    {"create, of unknown size", upload(CreateMode::create, std::nullopt),
+     "put " + url + identity + "&bucket=alice&createMode=CREATE&createNewVersion=false\n" +
+         "Content-Type: application/octet-stream\nTransfer-Encoding: chunked\n" + session + "\n0123456789",
+     "<R/>", "|0|10|false"},
+    {"download", download({}, std::make_shared<Recorder>()),
+     "get " + url + identity + "&bucket=alice\nfor content\n" + session, "0123456789",
+     "10|0|false||10|false"},
+    {"continuation", download({5, 3, "V7"}, std::make_shared<Recorder>()),
+     "get " + url + identity + "&bucket=alice\nfor content\nIf-Range: \"V7\"\nRange: bytes=5-7\n" + session,
+     "new", "3|0|false||3|false"},
+};
+
+TEST(FileTransferMessages, LeaveAsExactlyTheseRequests)
+{
+    expectExchanges<Bench>(cases);
+    expectRefusals(cases);
+}
+
+struct DownloadCase {
+    std::string name;
+    Wanted wanted;
+    std::uint16_t status;
+    Headers headers;
+    std::string body;
+    std::string
+        heard; ///< the offset by the head, "<" the subscription, the bytes, ">" the end or "!" an error
+    std::string outcome;
+};
+
+const std::string otherPart = "The service sent another part of the file than was asked for.";
+const std::string endsBefore = "The file ends before the part that was asked for.";
+const std::string damaged = "The content is damaged: its SHA-256 is ";
+
+const std::vector<DownloadCase> downloads = {
+    {"whole",
+     {},
+     200,
+     {{"content-length", "10"}, {"etag", "\"V\""}, {"content-digest", tenDigits}},
+     "0123456789",
+     "0<0123456789>",
+     "10|0|false|V|10|true"},
+    {"whole, by the digest of the file",
+     {},
+     200,
+     {{"repr-digest", "x=:y:, " + tenDigits}},
+     "0123456789",
+     "0<0123456789>",
+     "10|0|false||10|true"},
+    {"digest that is none",
+     {},
+     200,
+     {{"content-digest", "sha-256=:short:"}},
+     "ab",
+     "0<ab>",
+     "2|0|false||2|false"},
+    {"damaged", {}, 200, {{"content-digest", tenDigits}}, "0123456780", "0<0123456780!", damaged},
+    {"shorter than announced",
+     {},
+     200,
+     {{"content-length", "10"}},
+     "01234",
+     "0<01234!",
+     "The content ended after 5 of 10 bytes."},
+    {"part",
+     {3, 4},
+     206,
+     {{"content-range", "bytes 3-6/10"}, {"repr-digest", tenDigits}},
+     "3456",
+     "3<3456>",
+     "10|3|true||4|false"},
+    {"part that the end cuts short",
+     {8, 4},
+     206,
+     {{"content-range", "bytes 8-9/10"}},
+     "89",
+     "8<89>",
+     "10|8|true||2|false"},
+    {"part, shorter than its head says",
+     {3, 4},
+     206,
+     {{"content-range", "bytes 3-6/10"}},
+     "34",
+     "3<34!",
+     "The content ended after 2 of 4 bytes."},
+    {"another part", {3, 4}, 206, {{"content-range", "bytes 2-6/10"}}, "23456", "", otherPart},
+    {"more than the part", {3, 4}, 206, {{"content-range", "bytes 3-7/10"}}, "34567", "", otherPart},
+    {"part that is not described", {3, 4}, 206, {}, "3456", "", otherPart},
+    {"part, not asked for", {}, 206, {{"content-range", "bytes 0-1/10"}}, "<R/>", "", "Unknown error."},
+    {"rest, with the beginning at hand",
+     {4, {}, "V", "0123"},
+     206,
+     {{"content-range", "bytes 4-9/10"}, {"repr-digest", tenDigits}},
+     "456789",
+     "4<456789>",
+     "10|4|true||6|true"},
+    {"rest of another beginning",
+     {4, {}, "V", "012_"},
+     206,
+     {{"content-range", "bytes 4-9/10"}, {"repr-digest", tenDigits}},
+     "456789",
+     "4<456789!",
+     damaged},
+    {"rest of a file that has changed",
+     {4, {}, "V", "abcd"},
+     200,
+     {{"content-digest", tenDigits}},
+     "0123456789",
+     "0<0123456789>",
+     "10|0|false||10|true"},
+    {"empty rest",
+     {10, {}, "V", "0123456789"},
+     416,
+     {{"content-range", "bytes */10"}, {"repr-digest", tenDigits}},
+     "<R/>",
+     "10<>",
+     "10|10|true||0|true"},
+    {"rest behind the end",
+     {11},
+     416,
+     {{"content-range", "bytes */10"}},
+     "<R><code>Gone.</code></R>",
+     "",
+     "Gone."},
+    {"service without parts",
+     {3, 4},
+     200,
+     {{"content-digest", tenDigits}},
+     "0123456789",
+     "3<3456>",
+     "999|3|false||4|false"},
+    {"rest from a service without parts",
+     {3},
+     200,
+     {{"content-digest", tenDigits}},
+     "0123456789",
+     "3<3456789>",
+     "10|3|false||7|true"},
+    {"behind the end, without parts", {4}, 200, {{"content-length", "2"}}, "01", "", endsBefore},
+    {"behind the end, of unknown length", {4}, 200, {}, "01", "4<!", endsBefore},
+    {"not there", {3}, 404, {}, "", "", "File not found."},
+};
+
+TEST(Downloads, TellSubscriberAndFutureTheSame)
+{
+    for (const auto& row : downloads) {
+        SCOPED_TRACE(row.name);
+        Bench bench;
+        const auto recorder = std::make_shared<Recorder>();
+        const auto outcome = download(row.wanted, recorder)(*bench.client);
+        bench.transport->answerWith(
+            std::make_unique<http::HttpStreamedResponse>(row.status, bodyOf(row.body), row.headers));
+        EXPECT_EQ(recorder->heard, row.heard);
+        EXPECT_EQ(outcome().substr(0, row.outcome.size()), row.outcome);
+    }
+}
+
+TEST(Downloads, EndWithWhatTheSubscriberThrowsAndWithItsCancel)
+{
+    for (const bool throws : {true, false}) {
+        Bench bench;
+        const auto recorder = std::make_shared<Recorder>();
+        recorder->complaint = throws ? "The disk is full." : nullptr;
+        const auto outcome = download({}, recorder)(*bench.client);
+
+        struct Silent : reactive_streams::PublisherAPI<DataBuffer>, reactive_streams::Subscription {
+            void subscribe(ContentSubscriber to) override { (receiver = to)->onSubscribe(self); }
+
+            Future<bool> completion() override { return makeReadyFuture(true); }
+
+            void request(std::uint64_t) override {}
+
+            void cancel() override { cancelled = true; }
+
+            ContentSubscriber receiver;
+            std::weak_ptr<Silent> self;
+            bool cancelled = false;
+        };
+
+        const auto body = std::make_shared<Silent>();
+        body->self = body;
+        bench.transport->answerWith(std::make_unique<http::HttpStreamedResponse>(200, body, Headers{}));
+        throws ? body->receiver->onNext(DataBuffer("a")) : recorder->subscription.lock()->cancel();
+        body->receiver->onNext(DataBuffer("b"));
+        body->receiver->onComplete();
+        EXPECT_TRUE(body->cancelled);
+        EXPECT_EQ(recorder->heard, "0<");
+        EXPECT_EQ(outcome(), throws ? "The disk is full." : "Content stream cancelled.");
+    }
+}
+
+TEST(Uploads, AreComparedWithWhatTheServiceStored)
+{
+    for (const auto& [content, outcome] :
+         {std::pair{"0123456789", "A|0|10|true"}, {"012345678_", "The service"}}) {
+        Bench bench;
+        const auto result = upload(CreateMode::update, 10, content)(*bench.client);
+        bench.transport->answerWith(std::make_unique<http::HttpStreamedResponse>(
+            200, bodyOf("<R><VersionId>A</VersionId></R>"), Headers{{"content-digest", tenDigits}}));
+        EXPECT_EQ(result().substr(0, std::string(outcome).size()), outcome);
+    }
+}
+
+TEST(Sha256, GoesOnFromACopy)
+{
+    Sha256 hash;
+    hash.add("01234");
+    Sha256 copy = hash;
+    hash.add("x");
+    copy.add("56789");
+    EXPECT_EQ(copy.hex().substr(0, tenDigitsInHex.size()), tenDigitsInHex);
+    EXPECT_NE(hash.hex(), copy.hex());
+}
+
+} // namespace
+} // namespace connector::tarn
