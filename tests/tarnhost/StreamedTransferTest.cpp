@@ -90,7 +90,7 @@ bool eventually(Condition condition)
 {
     const auto deadline = std::chrono::steady_clock::now() + patience;
     while (!condition() && std::chrono::steady_clock::now() < deadline)
-        std::this_thread::yield();
+        std::this_thread::sleep_for(1ms);
     return condition();
 }
 
