@@ -54,8 +54,9 @@ std::string checkedEndpoint(const std::string& url)
         return usageError("The endpoint \"" + escaped(url) + "\" cannot be used: " + why + ".");
     };
     const std::string_view text = url;
-    const auto scheme = text.substr(0, text.find("://"));
-    if (scheme != "http" && scheme != "https")
+    const auto end = text.find("://");
+    const auto scheme = text.substr(0, end);
+    if (end == text.npos || (scheme != "http" && scheme != "https"))
         throw bad("it must be a URL such as https://files.example.org");
     if (const auto why = whyBad(text.substr(scheme.size() + 3)); !why.empty()) throw bad(why);
     return url.substr(0, url.find_last_not_of('/') + 1);
