@@ -2,12 +2,17 @@
 
 #include "tarnd/store/Dialect.h"
 
+#include <algorithm>
+
 namespace tarnd {
 
 namespace {
 
 /// A request that cannot have its turn is told so while its client still listens.
 constexpr std::chrono::seconds turnLimit{10};
+
+/// More than ever wait together, few enough that the first does not wait long for the last.
+constexpr std::size_t writesPerCommit = 64;
 
 } // namespace
 
@@ -43,7 +48,42 @@ void Database::interruptWaits()
 {
     readers.gate.turnAway();
     writers.gate.turnAway();
+    queue.turnAway();
     ownDialect->interruptWaits();
+}
+
+void Database::runWrite(const WriteQueue::Work& work, const WriteScope& scope)
+{
+    if (ownDialect->hasManyWriters()) {
+        Lease lease(*this, Lease::Mode::write, scope);
+        work(lease.transaction());
+        lease.commit();
+        return;
+    }
+    WriteQueue::Entry own(work);
+    if (queue.enter(own, turnLimit)) lead(own);
+    if (own.failure) std::rethrow_exception(own.failure);
+}
+
+/// Nobody is told before the commit that covers him: those who joined wake in finish().
+void Database::lead(WriteQueue::Entry& own)
+{
+    std::vector<WriteQueue::Entry*> parts;
+    try {
+        Lease lease(*this, Lease::Mode::write);
+        for (auto* part = &own; part && parts.size() < writesPerCommit; part = queue.join()) {
+            parts.push_back(part);
+            lease.runPart(*part);
+        }
+        const bool changes =
+            std::any_of(parts.begin(), parts.end(), [](const auto* part) { return !part->failure; });
+        if (changes) lease.commit();
+    } catch (...) {
+        if (parts.empty()) own.failure = std::current_exception(); // there was no transaction to join
+        for (auto* part : parts)
+            if (!part->failure) part->failure = std::current_exception();
+    }
+    queue.finish(parts);
 }
 
 Database::Turn::Turn(Gate& gate) : gate(gate)
@@ -94,6 +134,21 @@ void Database::Lease::giveBack() noexcept
         if (connection->isAlive()) pool.idle.push_back(std::move(connection));
     } catch (const std::exception&) { // a connection that cannot roll back is closed, which does
     }
+}
+
+/// One of several writes of this transaction. When it fails only its own changes go, unless the engine has undone
+/// everything: then the failure is everybody's.
+void Database::Lease::runPart(WriteQueue::Entry& part)
+{
+    opened->run("SAVEPOINT part");
+    try {
+        part.work(*opened);
+    } catch (...) {
+        part.failure = std::current_exception();
+        if (!connection->isInTransaction()) throw;
+        opened->run("ROLLBACK TO part");
+    }
+    opened->run("RELEASE part");
 }
 
 void Database::Lease::commit()

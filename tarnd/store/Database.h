@@ -4,6 +4,7 @@
 #include "tarnd/store/Gate.h"
 #include "tarnd/store/Sentences.h"
 #include "tarnd/store/SqlConnection.h"
+#include "tarnd/store/WriteQueue.h"
 
 #include <concepts>
 #include <cstdint>
@@ -150,20 +151,20 @@ public:
     }
 
     /// Runs `work(Transaction&)` as the only write in its scope and commits; a throwing `work` changes nothing.
-    /// The changes are on the disk when this returns. Reads and writes do not nest.
+    /// The changes are on the disk when this returns. `work` may run on another thread, while this one waits. Reads
+    /// and writes do not nest.
     /// @throws CommitUnknown, ServiceError unavailable when the turn to write does not come, internal,
     /// insufficientStorage, and what `work` throws
     template <class Work>
     auto write(Work&& work, const WriteScope& scope = {})
     {
-        Lease lease(*this, Lease::Mode::write, scope);
-        if constexpr (std::is_void_v<std::invoke_result_t<Work, Transaction&>>) {
-            work(lease.transaction());
-            lease.commit();
+        using Result = std::invoke_result_t<Work, Transaction&>;
+        if constexpr (std::is_void_v<Result>) {
+            runWrite([&](Transaction& transaction) { work(transaction); }, scope);
         } else {
-            auto result = work(lease.transaction());
-            lease.commit();
-            return result;
+            std::optional<Result> result;
+            runWrite([&](Transaction& transaction) { result.emplace(work(transaction)); }, scope);
+            return std::move(*result);
         }
     }
 
@@ -234,6 +235,7 @@ private:
 
         Transaction& transaction() { return *opened; }
 
+        void runPart(WriteQueue::Entry& part);
         void commit();
 
     private:
@@ -249,7 +251,11 @@ private:
         bool ended = false;
     };
 
+    void runWrite(const WriteQueue::Work& work, const WriteScope& scope);
+    void lead(WriteQueue::Entry& own);
+
     std::unique_ptr<Dialect> ownDialect;
+    WriteQueue queue; ///< where there is only one writer
     Pool writers;
     Pool readers;
 };

@@ -30,6 +30,8 @@ public:
     void execute(const std::string& sql, std::span<const SqlValue> args, const RowReceiver& receive) override;
     bool isAlive() const override;
 
+    bool isInTransaction() const override { return inTransaction; }
+
     bool mayHaveCommitted() const override { return !isAlive(); }
 
 private:

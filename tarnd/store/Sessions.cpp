@@ -43,7 +43,7 @@ Caller Sessions::touch(const std::string& sessionId)
 {
     const auto key = sha256Hex(sessionId);
     const auto now = engine.clock();
-    const auto found = engine.database.read([&](Transaction& transaction) {
+    const auto found = engine.database.lookUp([&](Transaction& transaction) {
         return transaction.row<std::int64_t, std::string, std::int64_t>(
             "SELECT u.id, u.name, s.used FROM sessions s JOIN users u ON u.id = s.account WHERE s.id = $1",
             key);

@@ -45,6 +45,9 @@ public:
     /// first statement that waits for that, and that fails when it cannot be had.
     virtual void beginWrite(const WriteScope& scope) = 0;
 
+    /// False once the engine has ended the transaction by itself, which undoes all of it.
+    virtual bool isInTransaction() const = 0;
+
     virtual void commit() = 0;
     virtual void rollback() = 0;
 

@@ -106,6 +106,9 @@ public:
         run("BEGIN IMMEDIATE");
     }
 
+    /// The engine rolls back when the disk is full or fails.
+    bool isInTransaction() const override { return sqlite3_get_autocommit(database.get()) == 0; }
+
     /// Looks afterwards: what was committed to files that are no longer there is not acknowledged.
     void commit() override
     {
