@@ -68,12 +68,9 @@ public:
         using R = std::invoke_result_t<Fn&, Future<T>&&>;
         auto source = takeState();
         auto target = std::make_shared<detail::SharedFutureState<R>>();
-        Future<R> next;
-        source->attach([&] {
-            next = target->takeFuture();
-            return std::make_unique<detail::Continuation<T, Fn, R>>(std::move(fn), target);
-        });
-        return next;
+        source->attach(
+            [&] { return std::make_unique<detail::Continuation<T, Fn, R>>(std::move(fn), target); });
+        return Future<R>(std::move(target));
     }
 
     /// Whether this handle has a result to wait for: not moved from, not given to `then`.
