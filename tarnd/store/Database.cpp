@@ -70,6 +70,7 @@ void Database::lead(WriteQueue::Entry& own)
 {
     std::vector<WriteQueue::Entry*> parts;
     try {
+        parts.reserve(writesPerCommit); // whoever has joined must not be lost for want of memory
         Lease lease(*this, Lease::Mode::write);
         for (auto* part = &own; part && parts.size() < writesPerCommit; part = queue.join()) {
             parts.push_back(part);
