@@ -133,7 +133,8 @@ bool OutgoingStream::wasHeld()
 bool OutgoingStream::isAllTaken()
 {
     std::lock_guard lock(mutex);
-    return ended && !failure && items.empty();
+    // Of a known length the service has all with the last byte, whenever the publisher says that it has ended.
+    return items.empty() && (length ? arrived == *length : ended && !failure);
 }
 
 std::exception_ptr OutgoingStream::error()

@@ -409,9 +409,12 @@ TEST(StreamedTransfer, FreesTheConnectionOfABodyThatNobodyReads)
 
 TEST(DeliveryThread, RefusesToWaitForWhatItMayHaveToBring)
 {
-    ScriptedHttpServer server(
-        ScriptedHttpServer::always(ScriptedHttpServer::reply("<R><Value>v</Value></R>")));
     for (const unsigned threads : {1u, 4u}) {
+        ScriptedHttpServer server([](auto& connection) {
+            if (connection.number() == 0 && connection.readRequest())
+                connection.send(ScriptedHttpServer::reply("<R><Value>v</Value></R>"));
+            connection.stall(); // the second is awaited in vain
+        });
         TarnHost host({.endpoint = server.url(), .threads = threads});
         auto first = host.session()->ping(std::make_unique<Ping>());
         auto text = first.then([&](auto&&) {
