@@ -40,3 +40,12 @@ install_packages() {
     as_root env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends $missing >/dev/null ||
         fail "the packages above could not be installed. Install them by hand, then start again."
 }
+
+# install_postgres: the server's programs, without the system-wide server that Debian sets up with them.
+install_postgres() {
+    if ! dpkg-query -W postgresql-common >/dev/null 2>&1 && [ ! -e /etc/postgresql-common/createcluster.conf ]; then
+        as_root mkdir -p /etc/postgresql-common
+        echo 'create_main_cluster = false' | as_root tee /etc/postgresql-common/createcluster.conf >/dev/null
+    fi
+    install_packages scripts/packages.postgres
+}

@@ -1,0 +1,102 @@
+"""tarnd over PostgreSQL: beside SQLite, with the database further away, and two processes over one."""
+import contextlib
+import os
+import subprocess
+import urllib.parse
+
+from harness.bench import Bench, median, median_ratio
+from harness.processes import Process, output_of
+from harness.result import Line
+from harness.service import (add_users, load_command, load_options, load_result, new_prefix, reads, running,
+                             service, uploads)
+
+CONNECTIONS = 16
+_EACH_WAY = 500  # microseconds: a round trip takes one millisecond longer
+
+
+@contextlib.contextmanager
+def postgres(bench):
+    """@return the URL of an empty database on a server of its own"""
+    script = os.path.join(bench.root, "scripts", "with-postgres")
+    # `cat` lasts until its input ends: when this context is left, or this program is gone.
+    command = [script, "sh", "-c", 'echo "$TARN_TEST_DATABASE"; cat >/dev/null']
+    with Process(*command, stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True) as server:
+        try:
+            yield server.first_line()
+        finally:
+            server.popen.stdin.close()
+            server.popen.wait(30)
+
+
+@contextlib.contextmanager
+def delayed(bench, database):
+    """@return the URL of the same database, further away"""
+    parts = urllib.parse.urlsplit(database)
+    command = [bench.program("delay_proxy"), str(parts.port), str(_EACH_WAY)]
+    with Process(*command, stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True) as proxy:
+        port = proxy.first_line()
+        yield parts._replace(netloc=f"{parts.username}@127.0.0.1:{port}").geturl()
+
+
+def over_postgres(bench: Bench):
+    """Uploads and reads of 4 KiB over PostgreSQL and over SQLite, contents in memory."""
+    with bench.memory_folder() as folder, postgres(bench) as database, \
+            service(bench, os.path.join(folder, "p"), database=database) as ours, \
+            service(bench, os.path.join(folder, "s")) as theirs:
+        yield _upload_line(bench, "4 KiB uploads over PostgreSQL, 16 clients", "over SQLite", 0.8, ours, theirs)
+        yield _read_line(bench, "4 KiB reads over PostgreSQL, 16 clients", "over SQLite", 0.8, ours, theirs)
+
+
+def distant_database(bench: Bench):
+    """The same store, through a proxy that holds back what goes to the database and what comes from it."""
+    with bench.memory_folder() as folder, postgres(bench) as database, delayed(bench, database) as distant:
+        tokens = add_users(bench, folder, ["alice"], database)
+        with running(bench, folder, tokens, distant) as ours, running(bench, folder, tokens, database) as theirs:
+            yield _upload_line(bench, "uploads, the database 1 ms away", "without the delay", 0.7, ours, theirs)
+            yield _read_line(bench, "reads, the database 1 ms away", "without the delay", 0.7, ours, theirs)
+
+
+def _upload_line(bench, work, yardstick, aim, ours, theirs):
+    return _line(work, yardstick, aim, *bench.in_turns(lambda: uploads(bench, ours, CONNECTIONS)[0],
+                                                       lambda: uploads(bench, theirs, CONNECTIONS)[0]))
+
+
+def _read_line(bench, work, yardstick, aim, ours, theirs):
+    count = bench.amount(400, 60)
+    for stored in (ours, theirs):
+        prefix = _read_prefix(stored)
+        uploads(bench, stored, CONNECTIONS, count=count, prefix=prefix)
+    return _line(work, yardstick, aim,
+                 *bench.in_turns(lambda: reads(bench, ours, CONNECTIONS, _read_prefix(ours), count)[0],
+                                 lambda: reads(bench, theirs, CONNECTIONS, _read_prefix(theirs), count)[0]))
+
+
+def _read_prefix(stored):
+    return f"/read-{stored.process.popen.pid}-"
+
+
+def two_processes(bench: Bench):
+    """Writers of sixteen users, at one tarnd and shared between two over the same database."""
+    users = [f"user{number}" for number in range(16)]
+    with bench.memory_folder() as folder, postgres(bench) as database:
+        tokens = add_users(bench, folder, users, database)
+        with running(bench, folder, tokens, database) as first, running(bench, folder, tokens, database) as second:
+            both, alone = bench.in_turns(lambda: _uploads_at_both(bench, first, second),
+                                         lambda: uploads(bench, first, CONNECTIONS)[0])
+            yield _line("two tarnd over PostgreSQL, writers of 16 users", "one tarnd", 1.7, both, alone)
+
+
+def _uploads_at_both(bench, *services):
+    """@return uploads a second of all of them together"""
+    loads = []
+    with contextlib.ExitStack() as stack:
+        for at in services:
+            options = load_options("put", at.sessions, new_prefix(), 4096, 0)
+            command = load_command(bench, at.url, CONNECTIONS // len(services), options)
+            loads.append(stack.enter_context(Process(*command, stdout=subprocess.PIPE, text=True)))
+        return sum(load_result(one.popen.communicate()[0])[0] for one in loads)
+
+
+def _line(work, yardstick, aim, ours, theirs):
+    return Line(work, yardstick, "rate", median_ratio(ours, theirs), aim,
+                f"{median(ours):,.0f} and {median(theirs):,.0f} a second")
