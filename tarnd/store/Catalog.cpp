@@ -31,11 +31,12 @@ OpenContent Catalog::read(const Caller& caller, const Location& location, const 
 
 void Catalog::deleteFile(const Caller& caller, const Location& location)
 {
-    const auto dropped = engine.database.writeAlsoWhenFull([&](Transaction& transaction) {
-        const auto file = requireFile(Tree(transaction, caller).owned(location));
-        entriesChanged(transaction, file.parent, engine.clock());
-        return removeTree(transaction, file.id);
-    });
+    const auto dropped =
+        engine.database.writeAlsoWhenFull(WriteScope{caller.userId}, [&](Transaction& transaction) {
+            const auto file = requireFile(Tree(transaction, caller).owned(location));
+            entriesChanged(transaction, file.parent, engine.clock());
+            return removeTree(transaction, file.id);
+        });
     engine.contents.drop(dropped);
 }
 
@@ -49,7 +50,7 @@ Item Catalog::attributes(const Caller& caller, const Location& location)
 
 void Catalog::createFolder(const Caller& caller, const Location& location)
 {
-    engine.database.write([&](Transaction& transaction) {
+    engine.database.write(WriteScope{caller.userId}, [&](Transaction& transaction) {
         Tree tree(transaction, caller);
         if (location.path.isRoot()) {
             tree.owned(location);
@@ -73,13 +74,14 @@ Listing Catalog::list(const Caller& caller, const Location& location)
 
 void Catalog::deleteFolder(const Caller& caller, const Location& location, bool forceRecursive)
 {
-    const auto dropped = engine.database.writeAlsoWhenFull([&](Transaction& transaction) {
-        const auto folder = requireFolder(Tree(transaction, caller).owned(location));
-        if (!folder.parent) throw sentences::rootFolder();
-        if (!forceRecursive && hasChildren(transaction, folder.id)) throw sentences::folderNotEmpty();
-        entriesChanged(transaction, folder.parent, engine.clock());
-        return removeTree(transaction, folder.id);
-    });
+    const auto dropped =
+        engine.database.writeAlsoWhenFull(WriteScope{caller.userId}, [&](Transaction& transaction) {
+            const auto folder = requireFolder(Tree(transaction, caller).owned(location));
+            if (!folder.parent) throw sentences::rootFolder();
+            if (!forceRecursive && hasChildren(transaction, folder.id)) throw sentences::folderNotEmpty();
+            entriesChanged(transaction, folder.parent, engine.clock());
+            return removeTree(transaction, folder.id);
+        });
     engine.contents.drop(dropped);
 }
 
@@ -99,8 +101,8 @@ std::vector<std::string> clearTarget(Transaction& transaction, const Node& sourc
 
 void Catalog::move(const Caller& caller, const Location& source, const Location& target, bool overwrite)
 {
-    const auto dropped =
-        engine.database.writeAlsoWhenFull([&](Transaction& transaction) -> std::vector<std::string> {
+    const auto dropped = engine.database.writeAlsoWhenFull(
+        WriteScope{caller.userId}, [&](Transaction& transaction) -> std::vector<std::string> {
             Tree tree(transaction, caller);
             const auto moved = tree.owned(source);
             if (!moved.parent) throw sentences::rootFolder();

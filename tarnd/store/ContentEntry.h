@@ -11,17 +11,17 @@
 namespace tarnd {
 
 /// Publishes the written content and runs `enter(transaction, content, dropped)`, which makes a version name
-/// it, as one write. Afterwards the content is kept and the dropped ones are removed; if `enter` or the
+/// it, as one write in that scope. Afterwards the content is kept and the dropped ones are removed; if `enter` or the
 /// commit fails the content goes, unless it cannot be known whether the commit took place.
 template <class Enter>
-VersionStamp enterContent(Engine& engine, ContentWriter& writer, Enter&& enter)
+VersionStamp enterContent(Engine& engine, ContentWriter& writer, const WriteScope& scope, Enter&& enter)
 {
     writer.publish();
     const StoredContent content{writer.id(), static_cast<std::int64_t>(writer.size()), writer.sha256()};
     std::vector<std::string> dropped;
     VersionStamp stamp;
     try {
-        stamp = engine.database.write([&](Transaction& transaction) {
+        stamp = engine.database.write(scope, [&](Transaction& transaction) {
             // A start elsewhere may have taken this process for dead, and the content for left behind.
             if (!engine.contents.open(content.id))
                 throw sentences::internal.because("content " + content.id + " is gone before its row came");

@@ -156,7 +156,7 @@ public:
     /// @throws CommitUnknown, ServiceError unavailable when the turn to write does not come, internal,
     /// insufficientStorage, and what `work` throws
     template <class Work>
-    auto write(Work&& work, const WriteScope& scope = {})
+    auto write(const WriteScope& scope, Work&& work)
     {
         using Result = std::invoke_result_t<Work, Transaction&>;
         if constexpr (std::is_void_v<Result>) {
@@ -168,16 +168,23 @@ public:
         }
     }
 
+    /// The same, alone among all writes.
+    template <class Work>
+    auto write(Work&& work)
+    {
+        return write(WriteScope{}, work);
+    }
+
     /// Fails, as busy or unreachable, what has been waiting for a turn or for the server. Any thread.
     void interruptWaits();
 
     /// A write that makes room, or that must go on while there is none: when the disk is full it is tried
     /// once more after `makeRoom`. `work` may run twice.
     template <class Work>
-    auto writeAlsoWhenFull(Work&& work, const WriteScope& scope = {})
+    auto writeAlsoWhenFull(const WriteScope& scope, Work&& work)
     {
         try {
-            return write(work, scope);
+            return write(scope, work);
         } catch (const CommitUnknown&) {
             throw; // a second try could do a second time what the first has done
         } catch (const ServiceError& error) {
@@ -185,7 +192,13 @@ public:
                                       error.kind() == ServiceError::Kind::internal;
             if (!engineFailed || !makeRoom || !makeRoom()) throw;
         }
-        return write(work, scope);
+        return write(scope, work);
+    }
+
+    template <class Work>
+    auto writeAlsoWhenFull(Work&& work)
+    {
+        return writeAlsoWhenFull(WriteScope{}, work);
     }
 
     /// Called when a write failed; true when there is more room on the disk now. Set it before the first call.

@@ -82,7 +82,7 @@ OpenHandle FileHandles::openReadOnly(const Caller& caller, const Location& locat
 OpenHandle FileHandles::openReadWrite(const Caller& caller, const Location& location, CreateMode mode,
                                       bool truncate)
 {
-    return engine.database.write([&](Transaction& transaction) {
+    return engine.database.write(WriteScope{caller.userId}, [&](Transaction& transaction) {
         Tree tree(transaction, caller);
         const auto slot = slotForPut(tree, location, mode);
         const bool created = !slot.existing;
@@ -96,6 +96,7 @@ OpenHandle FileHandles::openReadWrite(const Caller& caller, const Location& loca
 void FileHandles::close(const Caller& caller, const std::string& handleId, CloseOperation operation,
                         bool createNewVersion)
 {
+    const WriteScope scope{caller.userId};
     const auto take = [&](Transaction& transaction) { return takeHandle(transaction, caller, handleId); };
     // Asked first, so that most handles end without a content being written; the transaction asks again.
     const bool makesVisible =
@@ -103,20 +104,20 @@ void FileHandles::close(const Caller& caller, const std::string& handleId, Close
             return handleById(transaction, caller, handleId).changes;
         });
     if (!makesVisible) {
-        engine.database.write(take);
+        engine.database.write(scope, take);
         return;
     }
     ContentWriter empty(engine.contents);
     try {
         // The handle ends in the transaction that makes its file visible: a crash leaves both or neither.
-        enterContent(engine, empty,
+        enterContent(engine, empty, scope,
                      [&](Transaction& transaction, const StoredContent& content, auto& dropped) {
                          return writeFile(transaction, slotOf(transaction, take(transaction)), content,
                                           createNewVersion, engine.clock(), dropped);
                      });
     } catch (const ServiceError& error) {
         // The file cannot be made any more, however often it is tried. Any other failure may pass, and keeps the handle.
-        if (error.kind() == ServiceError::Kind::conflict) engine.database.write(take);
+        if (error.kind() == ServiceError::Kind::conflict) engine.database.write(scope, take);
         throw;
     }
 }

@@ -37,7 +37,7 @@ std::vector<Permission> permissions(Transaction& transaction, const Caller& call
 std::string Permissions::grant(const Caller& caller, const Location& location, const std::string& subject,
                                bool allowNonExistingUser)
 {
-    return engine.database.write([&](Transaction& transaction) {
+    return engine.database.write(WriteScope{caller.userId}, [&](Transaction& transaction) {
         const auto node = Tree(transaction, caller).owned(location);
         requireUserName(subject);
         if (subject == caller.user) throw sentences::grantToOwner();
@@ -56,7 +56,7 @@ std::string Permissions::grant(const Caller& caller, const Location& location, c
 
 void Permissions::revoke(const Caller& caller, const std::string& permissionId)
 {
-    engine.database.writeAlsoWhenFull([&](Transaction& transaction) {
+    engine.database.writeAlsoWhenFull(WriteScope{caller.userId}, [&](Transaction& transaction) {
         const auto found = transaction.row<std::int64_t, std::string>(
             "SELECT n.owner, g.subject FROM grants g JOIN nodes n ON n.id = g.node WHERE g.id = $1",
             permissionId);

@@ -21,7 +21,7 @@ Node linked(Transaction& transaction, const std::string& token, const ItemPath& 
 
 std::string PublicLinks::get(const Caller& caller, const Location& location)
 {
-    return engine.database.write([&](Transaction& transaction) {
+    return engine.database.write(WriteScope{caller.userId}, [&](Transaction& transaction) {
         const auto node = Tree(transaction, caller).owned(location);
         const auto existing =
             transaction.value<std::string>("SELECT token FROM links WHERE node = $1", node.id);

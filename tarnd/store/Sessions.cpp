@@ -56,7 +56,7 @@ Caller Sessions::touch(const std::string& sessionId)
 
 void Sessions::logout(const Caller& caller)
 {
-    engine.database.writeAlsoWhenFull([&](Transaction& transaction) {
+    engine.database.writeAlsoWhenFull(WriteScope{caller.userId}, [&](Transaction& transaction) {
         transaction.run("DELETE FROM sessions WHERE id = $1", caller.sessionKey);
     });
 }
@@ -68,7 +68,7 @@ std::int64_t Sessions::life() const
 
 void renewSession(const Engine& engine, const Caller& caller)
 {
-    engine.database.writeAlsoWhenFull([&](Transaction& transaction) {
+    engine.database.writeAlsoWhenFull(WriteScope{caller.userId}, [&](Transaction& transaction) {
         transaction.run("UPDATE sessions SET used = $1 WHERE id = $2", engine.clock(), caller.sessionKey);
     });
 }

@@ -39,13 +39,14 @@ void Upload::write(const void* data, std::size_t size)
 VersionStamp Upload::commit()
 {
     if (expectedSize && writer.size() != *expectedSize) throw sentences::sizeDiffers();
-    return enterContent(
-        engine, writer, [&](Transaction& transaction, const StoredContent& content, auto& dropped) {
-            requireSession(transaction, caller);
-            Tree tree(transaction, caller);
-            const auto slot = slotForPut(tree, location, options.mode);
-            return writeFile(transaction, slot, content, options.createNewVersion, engine.clock(), dropped);
-        });
+    return enterContent(engine, writer, WriteScope{caller.userId},
+                        [&](Transaction& transaction, const StoredContent& content, auto& dropped) {
+                            requireSession(transaction, caller);
+                            Tree tree(transaction, caller);
+                            const auto slot = slotForPut(tree, location, options.mode);
+                            return writeFile(transaction, slot, content, options.createNewVersion,
+                                             engine.clock(), dropped);
+                        });
 }
 
 } // namespace tarnd

@@ -19,7 +19,7 @@ VersionHistory Versions::list(const Caller& caller, const Location& location)
 VersionStamp Versions::restore(const Caller& caller, const Location& location, const VersionChoice& version,
                                bool createNewVersion)
 {
-    return engine.database.write([&](Transaction& transaction) {
+    return engine.database.write(WriteScope{caller.userId}, [&](Transaction& transaction) {
         const auto file = requireFile(Tree(transaction, caller).owned(location));
         // Nothing chosen means the current version everywhere else; restoring that would silently do nothing.
         if (version.isCurrent()) throw sentences::unknownVersion();

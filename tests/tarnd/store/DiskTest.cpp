@@ -8,6 +8,7 @@
 
 #include <fstream>
 #include <mutex>
+#include <thread>
 #include <vector>
 
 /// What the disk does to a service: a sync that is missing or fails, a disk that is full, files that are taken
@@ -84,6 +85,47 @@ TEST_F(DiskTest, EachStepOfAWriteIsOnTheDiskBeforeTheNext)
     const std::vector<std::string> expected{
         "0", "1 bytes", "2", "3 folder", "4", place.isSqlite() ? "5 log" : "5", "6"};
     EXPECT_EQ(steps, expected);
+}
+
+/// The leader of a transaction runs those who sleep behind it; one that fails takes back its own part only.
+TEST_F(DiskTest, WritesThatWaitShareACommitAndFailByThemselves)
+{
+    if (!place.isSqlite()) GTEST_SKIP() << "PostgreSQL gathers commits itself";
+    Database database(place.dialect());
+    const auto set = [&](const std::string& name, bool fails) {
+        database.write([&](Transaction& sql) {
+            sql.run("INSERT INTO meta (name, value) VALUES ($1, '1')", name);
+            if (fails) throw sentences::busy();
+        });
+    };
+    set("first", false); // a new connection syncs the head of the log as well
+    std::vector<std::thread> others;
+    std::optional<Kind> failed;
+    database.write([&](Transaction&) {
+        const auto startAsleep = [&](auto action) {
+            std::atomic<pid_t> id = 0;
+            others.emplace_back([&id, action] {
+                id = ::gettid();
+                action();
+            });
+            std::string state; // "ID (name) S …" once it sleeps, which it does only in the queue
+            while (id == 0 || state.find(") S") == std::string::npos)
+                std::getline(std::ifstream("/proc/self/task/" + std::to_string(id) + "/stat"), state);
+        };
+        startAsleep([&] { set("joins", false); });
+        startAsleep([&] { failed = refusal([&] { set("fails", true); }); });
+        startAsleep([&] { set("joins too", false); });
+        const std::lock_guard lock(syncMutex);
+        synced.clear();
+    });
+    for (auto& other : others)
+        other.join();
+    EXPECT_EQ(synced.size(), 1U);
+    EXPECT_EQ(failed, Kind::unavailable);
+    const auto names = database.read([](Transaction& sql) {
+        return sql.rows<std::string>("SELECT name FROM meta WHERE value = '1' ORDER BY name");
+    });
+    EXPECT_EQ(names, (decltype(names){{"first"}, {"joins"}, {"joins too"}}));
 }
 
 /// A crash after it finds the commit in the log or does not; its content must be there in both cases.
