@@ -14,7 +14,7 @@
 namespace connector::host::test {
 namespace {
 
-int listenOnLoopback(std::uint16_t& port)
+int bindToLoopback(std::uint16_t& port)
 {
     const int socket = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     sockaddr_in address{};
@@ -22,9 +22,8 @@ int listenOnLoopback(std::uint16_t& port)
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     socklen_t length = sizeof address;
     auto* generic = reinterpret_cast<sockaddr*>(&address);
-    if (socket < 0 || ::bind(socket, generic, length) != 0 || ::listen(socket, 512) != 0 ||
-        ::getsockname(socket, generic, &length) != 0) {
-        throw std::runtime_error("cannot listen on loopback");
+    if (socket < 0 || ::bind(socket, generic, length) != 0 || ::getsockname(socket, generic, &length) != 0) {
+        throw std::runtime_error("no port on loopback");
     }
     port = ntohs(address.sin_port);
     return socket;
@@ -42,13 +41,14 @@ std::size_t contentLength(const std::string& head)
 std::uint16_t closedPort()
 {
     std::uint16_t port = 0;
-    ::close(listenOnLoopback(port));
+    bindToLoopback(port); // kept until the program ends: nobody else is to listen there
     return port;
 }
 
 ScriptedHttpServer::ScriptedHttpServer(Script connectionScript) : script(std::move(connectionScript))
 {
-    listener = listenOnLoopback(boundPort);
+    listener = bindToLoopback(boundPort);
+    ::listen(listener, 512);
     acceptor = std::thread([this] { accept(); });
 }
 
