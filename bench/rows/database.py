@@ -5,7 +5,7 @@ import subprocess
 import urllib.parse
 
 from harness.bench import Bench, median, median_ratio
-from harness.processes import Process, output_of
+from harness.processes import Process
 from harness.result import Line
 from harness.service import (add_users, load_command, load_options, load_result, new_prefix, reads, running,
                              service, uploads)
