@@ -24,6 +24,9 @@ public:
     void onNext(DataBuffer&& item) override
     {
         measured->add(item.bytes());
+        // Not only at the end: the service may answer once it has these bytes, before the publisher tells that there
+        // are no more.
+        if (measured->bytes() == size) measured->finish();
         receiver->onNext(std::move(item));
     }
 
@@ -82,6 +85,7 @@ std::string Measure::sha256() const
 MeasuredContent::MeasuredContent(ContentPublisher content, std::optional<std::uint64_t> expected)
     : source(std::move(content)), size(expected), measured(std::make_shared<Measure>())
 {
+    if (size == 0u) measured->finish();
 }
 
 void MeasuredContent::subscribe(ContentSubscriber subscriber)
