@@ -226,11 +226,11 @@ std::vector<std::string> TarndProcess::commandLine(std::vector<std::string> argu
     return arguments;
 }
 
-void TarndProcess::start()
+void TarndProcess::start(std::uint16_t chosenPort)
 {
     if (isRunning()) throw std::logic_error("tarnd runs already");
     Pipe out;
-    auto arguments = commandLine({"serve", "--listen", "127.0.0.1:0"});
+    auto arguments = commandLine({"serve", "--listen", "127.0.0.1:" + std::to_string(chosenPort)});
     arguments.insert(arguments.end(), serveArguments.begin(), serveArguments.end());
     pid = spawn(arguments, out.ends[1], folder / "stderr");
     out.closeWriter();

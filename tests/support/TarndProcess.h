@@ -55,7 +55,8 @@ public:
     TarndProcess& operator=(const TarndProcess&) = delete;
 
     /// Starts the service and returns once it accepts connections. @pre not running
-    void start();
+    /// @param chosenPort  that of an earlier start; 0: any that is free
+    void start(std::uint16_t chosenPort = 0);
 
     /// `tarnd user add NAME`; returns the new token.
     std::string addUser(const std::string& name);
