@@ -94,6 +94,10 @@ public:
                        "How long the service may stay silent; default: 30, or 300 before its reply begins")
             ->check(CLI::Range(1u, 86'400u))
             ->type_name("SECONDS");
+        app.add_option("--retries", command.connection.retries,
+                       "How often to try again what was interrupted; default: 3")
+            ->check(CLI::Range(0u, 100u))
+            ->type_name("N");
         app.add_flag("--json", command.json, "Write results and errors as JSON");
         auto* quiet = app.add_flag("-q,--quiet", quietly, "Show errors and warnings only");
         app.add_flag("-v,--verbose", verbosely, "Report every step")->excludes(quiet);

@@ -2,6 +2,7 @@
 
 #include "cli/machine/Memory.h"
 #include "cli/remote/Answer.h"
+#include "cli/remote/ContentReceiver.h"
 #include "cli/remote/Requests.h"
 
 namespace tarncli {
@@ -46,25 +47,85 @@ std::uint64_t sizeOf(Connection& connection, const RemotePath& file, const Versi
     return attributes.size;
 }
 
-Future<Reply> requestContent(Connection& connection, const RemotePath& file, const VersionInfo& version)
+Future<bool> requestContent(Connection& connection, const RemotePath& file, const VersionInfo& version,
+                            std::uint64_t size, const std::shared_ptr<ContentTarget>& target)
 {
-    auto request = requestFor<FileRead>(file);
+    if (target->version().empty() && target->held() > 0) target->startOver();
+    auto request = requestFor<FileDownload>(file);
     static_cast<VersionInfo&>(*request) = version;
-    return connection.files().readFile(std::move(request));
+    request->offset = target->held();
+    if (request->offset > 0) {
+        request->ifVersion = target->version();
+        request->before = target->hash();
+    }
+    request->content = target->subscriber();
+    request->onHead = [target, size](const FileDownloadHead& head) {
+        if (head.offset != target->held()) target->startOver();
+        target->setVersion(head.versionId);
+        target->limitTo(head.totalSize ? std::nullopt : std::optional(size));
+        // With a digest, what comes is compared with that: the file may well have been replaced since it was listed.
+        if (head.sha256.empty() && head.totalSize && *head.totalSize != size)
+            throw SizeDiffers(*head.totalSize, size);
+    };
+    return connection.contents()
+        .downloadFile(std::move(request))
+        .then([target, size](Future<std::unique_ptr<FileDownloadResponse>>&& reply) {
+            const auto response = reply.get();
+            if (!response->verified && target->held() != size) throw SizeDiffers(target->held(), size);
+            return true;
+        });
+}
+
+std::string digestOf(Connection& connection, const RemotePath& file)
+{
+    const auto head = connection.call([&] {
+        auto request = requestFor<FileDownload>(file);
+        request->length = 1; // the head tells it of all
+        request->content = std::make_shared<ContentReceiver>([](std::string_view) {});
+        return connection.contents().downloadFile(std::move(request));
+    });
+    return head->sha256;
+}
+
+namespace {
+
+/// Asks for the size of a file, and with it for its content. Another may have replaced the file between the two
+/// requests; the next pair fits, or the service is wrong.
+template <class Fetch>
+void withSize(Connection& connection, const RemotePath& file, const VersionInfo& version, Fetch fetch)
+{
+    naming(file, [&] {
+        try {
+            fetch(sizeOf(connection, file, version));
+        } catch (const SizeDiffers&) {
+            fetch(sizeOf(connection, file, version));
+        }
+    });
+}
+
+} // namespace
+
+void fetchContent(Connection& connection, const RemotePath& file, const VersionInfo& version,
+                  const std::shared_ptr<ContentTarget>& target)
+{
+    withSize(connection, file, version, [&](std::uint64_t size) {
+        connection.call([&] { return requestContent(connection, file, version, size, target); });
+    });
 }
 
 Reply readContent(Connection& connection, const RemotePath& file, const VersionInfo& version)
 {
-    for (bool again = false;; again = true) {
-        const auto size = naming(file, [&] { return sizeOf(connection, file, version); });
+    Reply reply;
+    withSize(connection, file, version, [&](std::uint64_t size) {
         requireMemory(file.quoted(), size);
-        auto reply = naming(
-            file, [&] { return connection.call([&] { return requestContent(connection, file, version); }); });
-        if (reply->content.size == size) return reply;
-        // Another may have replaced the file between the two requests; the next pair fits, or the service
-        // is wrong.
-        if (again) throw about(file.quoted(), SizeDiffers(reply->content.size, size));
-    }
+        reply = connection.call([&] {
+            auto request = requestFor<FileRead>(file);
+            static_cast<VersionInfo&>(*request) = version;
+            return connection.files().readFile(std::move(request));
+        });
+        if (reply->content.size != size) throw SizeDiffers(reply->content.size, size);
+    });
+    return reply;
 }
 
 } // namespace tarncli

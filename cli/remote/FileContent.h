@@ -1,5 +1,6 @@
 #pragma once
 
+#include "cli/remote/ContentTarget.h"
 #include "cli/remote/RemotePath.h"
 #include "cli/service/Connection.h"
 #include "tarn/fileaccess/FileMessages.h"
@@ -22,9 +23,21 @@ public:
 std::uint64_t sizeOf(Connection& connection, const RemotePath& file,
                      const connector::tarn::VersionInfo& version);
 
-/// Sends the request for a content, whose size is the caller's to compare.
-connector::Future<std::unique_ptr<connector::tarn::FileReadResponse>>
-requestContent(Connection& connection, const RemotePath& file, const connector::tarn::VersionInfo& version);
+/// Sends the request for what `target` lacks of a content. It starts over when the file is not the version any more
+/// that the target has the beginning of. The future is true when the target has all of it.
+/// @param size  fails with SizeDiffers a content that has another, when there is no digest to compare it with
+connector::Future<bool> requestContent(Connection& connection, const RemotePath& file,
+                                       const connector::tarn::VersionInfo& version, std::uint64_t size,
+                                       const std::shared_ptr<ContentTarget>& target);
+
+/// The SHA-256 of a file that is not empty, as the service tells it; empty: it does not.
+/// @throws what the request fails with
+std::string digestOf(Connection& connection, const RemotePath& file);
+
+/// Brings a whole content to `target`, through as many requests as it takes.
+/// @throws Failure
+void fetchContent(Connection& connection, const RemotePath& file, const connector::tarn::VersionInfo& version,
+                  const std::shared_ptr<ContentTarget>& target);
 
 /// A whole content, in memory.
 /// @throws Failure when it has not the size that the service tells, or does not fit into memory

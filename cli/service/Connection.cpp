@@ -12,6 +12,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <thread>
 #include <unistd.h>
 
 namespace tarncli {
@@ -53,6 +54,7 @@ Connection::Connection(const ConnectionOptions& options, Output& output)
     , credentialStore(service.endpoint)
     , endpoint(service.endpoint)
     , requestsInFlight(options.inFlight)
+    , retriesAtMost(options.retries)
 {
     if (service.isLocal()) startLocalStore(output);
     connector::host::TarnHost::Options settings;
@@ -75,6 +77,13 @@ Connection::~Connection()
         host->session()->logout(nullptr).waitFor(farewellLimit);
     } catch (const std::exception&) { // it ends by itself after a while
     }
+}
+
+void Connection::pauseAfter(const std::exception_ptr& error, Retries& left)
+{
+    const auto pause = isTransient(error) ? left.next() : std::nullopt;
+    if (!pause) std::rethrow_exception(error);
+    std::this_thread::sleep_for(*pause);
 }
 
 void Connection::startLocalStore(Output& output)
@@ -132,10 +141,12 @@ void Connection::keep() const
 
 void Connection::openSession(const std::string& user, const std::string& token)
 {
-    auto request = std::make_unique<Login>();
-    request->user = toUtf16(user);
-    request->authenticationToken = token;
-    const auto response = host->session()->login(std::move(request)).get();
+    const auto response = patiently([&] {
+        auto request = std::make_unique<Login>();
+        request->user = toUtf16(user);
+        request->authenticationToken = token;
+        return host->session()->login(std::move(request));
+    });
     if (response->sessionId.empty())
         throw Failure(ExitCode::failure,
                       "The service did not open a session. Check that the endpoint is a Tarn service.");
@@ -147,10 +158,13 @@ void Connection::openSession(const std::string& user, const std::string& token)
 /// A bucket's root folder is writable to its owner alone.
 void Connection::checkUser(const std::string& user)
 {
-    auto request = std::make_unique<FileAttributesRead>();
-    request->path = u"/";
+    const auto readRoot = [this] {
+        auto request = std::make_unique<FileAttributesRead>();
+        request->path = u"/";
+        return host->fileAccess()->readFileAttributes(std::move(request));
+    };
     try {
-        if (host->fileAccess()->readFileAttributes(std::move(request)).get()->attributes.writable) return;
+        if (patiently(readRoot)->attributes.writable) return;
     } catch (const std::exception&) {
         if (!isAnswer(std::current_exception(), answers::notFound)) throw;
     }
@@ -165,7 +179,7 @@ bool Connection::logout()
     host->session()->setSessionId(identity.kept.sessionId);
     if (!identity.kept.sessionId.empty()) {
         try {
-            host->session()->logout(nullptr).get();
+            patiently([this] { return host->session()->logout(nullptr); });
         } catch (const std::exception&) {
             // Ended already is what was asked for.
             if (!isAnswer(std::current_exception(), answers::sessionEnded)) throw;

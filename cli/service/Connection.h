@@ -3,6 +3,7 @@
 #include "cli/service/Credentials.h"
 #include "cli/service/ErrorMapping.h"
 #include "cli/service/Profile.h"
+#include "cli/service/Retries.h"
 #include "tarnhost/TarnHost.h"
 
 #include <memory>
@@ -18,6 +19,7 @@ struct ConnectionOptions {
     ServiceFlags service;
     unsigned inFlight = 4;
     unsigned timeout = 0; ///< seconds that the service may stay silent; 0: not told
+    unsigned retries = 3; ///< of what was interrupted and is safe to repeat
 };
 
 /// The service that flags, environment and configuration file name. @throws Failure (usage)
@@ -54,35 +56,31 @@ public:
 
     unsigned logins() const { return loginCount; }
 
-    /// Sends what `operation` sends and waits for the reply. When the session has ended it logs in and sends
-    /// once more: a request refused for that has had no effect. @throws what the future holds
+    /// Sends what `operation` sends and waits for the reply. What is transient is tried again, after a pause. When
+    /// the session has ended it logs in and sends once more: a request refused for that has had no effect.
+    /// @throws what the future holds
     template <class Operation>
     auto call(Operation operation)
     {
         const auto seen = loginCount;
         try {
-            return operation().get();
+            return patiently(operation);
         } catch (const std::exception&) {
             if (!isAnswer(std::current_exception(), answers::sessionEnded)) throw;
         }
         renew(seen);
-        return operation().get();
+        return patiently(operation);
     }
 
     connector::tarn::FileAccess& files() { return *host->fileAccess(); }
+
+    connector::tarn::FileTransfer& contents() { return *host->fileTransfer(); }
 
     connector::tarn::AccessControl& access() { return *host->accessControl(); }
 
     connector::tarn::Versioning& versioning() { return *host->versioning(); }
 
     connector::tarn::TarnSession& session() { return *host->session(); }
-
-    /// Bytes of bodies sent and received so far.
-    std::uint64_t transferredBytes() const
-    {
-        const auto bytes = host->transferred();
-        return bytes.sent + bytes.received;
-    }
 
     /// The name of the bucket of who is logged in.
     std::string user() const { return credentials.user; }
@@ -99,7 +97,24 @@ public:
 
     unsigned inFlight() const { return requestsInFlight; }
 
+    Retries retries() const { return Retries(retriesAtMost); }
+
 private:
+    /// As `call`, without a look at the session.
+    template <class Operation>
+    auto patiently(Operation&& operation) const
+    {
+        for (auto left = retries();;) {
+            try {
+                return operation().get();
+            } catch (const std::exception&) {
+                pauseAfter(std::current_exception(), left);
+            }
+        }
+    }
+
+    /// @throws the error when it is not transient, or has been repeated often enough
+    static void pauseAfter(const std::exception_ptr& error, Retries& left);
     void startLocalStore(Output& output);
     void openSession(const std::string& user, const std::string& token);
     void checkUser(const std::string& user);
@@ -111,6 +126,7 @@ private:
     std::string endpoint;
     std::string localToken; ///< of the local store
     unsigned requestsInFlight;
+    unsigned retriesAtMost;
     Credentials credentials;
     bool passing = false; ///< the token is from the environment: nothing is kept
     unsigned loginCount = 0;

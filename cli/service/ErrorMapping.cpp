@@ -53,7 +53,7 @@ constexpr Row rows[] = {
     {"A folder cannot be moved into itself.", ExitCode::conflict, ""},
     {"The item already belongs to this user.", ExitCode::conflict, ""},
 
-    {"The service is busy and has changed nothing. Try again.", ExitCode::unreachable, ""},
+    {answers::busy, ExitCode::unreachable, ""},
 
     {"The path is not valid: ", ExitCode::usage, "", Match::start},
     {"The user name is not valid: ", ExitCode::usage, "", Match::start},
@@ -99,18 +99,48 @@ bool isUnknownAuthority(const TransportError& failure)
             failure.reason().find("self-signed") != std::string::npos);
 }
 
+/// A login may have been made, too, but nobody would look for it.
+bool leavesDoubt(const TransportError& failure)
+{
+    return failure.mayHaveHappened() && !failure.url().ends_with("/service/v1/login");
+}
+
+/// A certificate stays as it is, however often it is looked at.
+bool isInterruption(const TransportError& failure)
+{
+    switch (failure.phase()) {
+    case TransportPhase::connect:
+    case TransportPhase::exchange:
+        return true;
+    case TransportPhase::secure:
+        return failure.reason().find("certificate") == std::string::npos;
+    default:
+        return false;
+    }
+}
+
 Failure fromTransport(const TransportError& failure)
 {
     const bool isOurs =
         failure.phase() == TransportPhase::prepare || failure.phase() == TransportPhase::reply;
     auto sentence = escaped(failure.what());
     if (!sentence.ends_with('.')) sentence += '.';
-    // A login is nothing that anyone would look for.
-    const bool isLogin = failure.url().ends_with("/service/v1/login");
-    if (failure.mayHaveHappened() && !isLogin) sentence += std::string(" ") + unknownOutcome;
+    if (leavesDoubt(failure)) sentence += std::string(" ") + unknownOutcome;
     if (isUnknownAuthority(failure))
         sentence += " If you trust the authority that issued the certificate, name its file with --ca-file.";
     return {isOurs ? ExitCode::failure : ExitCode::unreachable, sentence};
+}
+
+template <class Condition>
+bool isTransportError(const std::exception_ptr& error, Condition condition)
+{
+    try {
+        std::rethrow_exception(error);
+    } catch (const TransportError& failure) {
+        return condition(failure);
+    } catch (...) {
+        return false;
+    }
 }
 
 } // namespace
@@ -149,14 +179,22 @@ bool isAnswer(const std::exception_ptr& error, std::string_view sentence)
 
 bool isServiceGone(const std::exception_ptr& error)
 {
-    using connector::host::TransportPhase;
-    try {
-        std::rethrow_exception(error);
-    } catch (const connector::host::TransportError& failure) {
+    return isTransportError(error, [](const TransportError& failure) {
         return failure.phase() == TransportPhase::connect || failure.phase() == TransportPhase::secure;
-    } catch (...) {
-        return false;
-    }
+    });
+}
+
+bool isTransient(const std::exception_ptr& error)
+{
+    return isAnswer(error, answers::busy) || isTransportError(error, [](const TransportError& failure) {
+               return isInterruption(failure) && !leavesDoubt(failure);
+           });
+}
+
+bool isUnknownOutcome(const std::exception_ptr& error)
+{
+    return isTransportError(
+        error, [](const TransportError& failure) { return isInterruption(failure) && leavesDoubt(failure); });
 }
 
 Failure about(const std::string& what, const Failure& failure)

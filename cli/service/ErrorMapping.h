@@ -14,6 +14,7 @@ inline constexpr std::string_view notFound = "File not found.";
 inline constexpr std::string_view sessionEnded = "Your session has ended. Log in again.";
 inline constexpr std::string_view fileExists = "The file already exists.";
 inline constexpr std::string_view folderExists = "The folder already exists.";
+inline constexpr std::string_view busy = "The service is busy and has changed nothing. Try again.";
 inline constexpr std::string_view isFile = "The path names a file, not a folder.";
 } // namespace answers
 
@@ -31,6 +32,13 @@ bool isAnswer(const std::exception_ptr& error, std::string_view sentence);
 
 /// Whether `error` means that further requests cannot succeed either: no connection could be made.
 bool isServiceGone(const std::exception_ptr& error);
+
+/// Whether nothing was changed and the same request may well succeed a moment later: there was no connection, or it was
+/// lost while the service was only asked, or before it had all of a content; or the service is busy.
+bool isTransient(const std::exception_ptr& error);
+
+/// Whether the connection was lost so that the service may have made the change, or not.
+bool isUnknownOutcome(const std::exception_ptr& error);
 
 /// "WHAT: SENTENCE" with the code of the failure; what was being done comes first.
 Failure about(const std::string& what, const Failure& failure);

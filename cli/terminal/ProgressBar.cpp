@@ -68,9 +68,11 @@ std::vector<std::string> parts(const Progress& progress)
         result.push_back(humanSize(progress.bytes) + " of " + humanSize(progress.totalBytes));
     if (progress.totalItems > 1)
         result.push_back(std::to_string(progress.items) + "/" + std::to_string(progress.totalItems));
-    if (progress.bytesPerSecond > 0) {
+    if (progress.totalBytes > 0 && progress.bytes == progress.totalBytes) {
+        result.emplace_back("syncing");
+    } else if (progress.bytesPerSecond > 0) {
         result.push_back(humanSize(static_cast<std::uint64_t>(progress.bytesPerSecond)) + "/s");
-        if (progress.bytes < progress.totalBytes) result.push_back(timeLeft(progress));
+        if (progress.totalBytes > 0) result.push_back(timeLeft(progress));
     }
     return result;
 }
@@ -99,12 +101,10 @@ ProgressBar::~ProgressBar()
     end();
 }
 
-void ProgressBar::begin(const std::string& title, std::uint64_t bytesBefore, std::uint64_t totalBytes,
-                        std::uint64_t totalItems)
+void ProgressBar::begin(const std::string& title, std::uint64_t totalBytes, std::uint64_t totalItems)
 {
     const std::lock_guard lock(mutex);
     progress = {title, 0, totalBytes, 0, totalItems, 0};
-    bytesAtBegin = bytesBefore;
     bytesMeasured = 0;
     lastMeasured = lastDrawn = Clock::now(); // what is over at once shows no bar
     active = fd >= 0;
@@ -116,7 +116,7 @@ void ProgressBar::update(std::uint64_t bytes, std::uint64_t items)
     const auto now = Clock::now();
     if (!active || now - lastDrawn < drawInterval) return;
     lastDrawn = now;
-    progress.bytes = std::min(bytes - bytesAtBegin, progress.totalBytes);
+    progress.bytes = std::min(bytes, progress.totalBytes);
     progress.items = items;
     measureRate(now);
     writeTo(fd, "\r\033[K" + progressLine(progress, columnsOf(fd) - 1));
@@ -127,7 +127,9 @@ void ProgressBar::measureRate(Clock::time_point now)
 {
     const std::chrono::duration<double> passed = now - lastMeasured;
     if (passed < measureInterval) return;
-    const double rate = static_cast<double>(progress.bytes - bytesMeasured) / passed.count();
+    // What starts over goes back.
+    const auto more = progress.bytes > bytesMeasured ? progress.bytes - bytesMeasured : 0;
+    const double rate = static_cast<double>(more) / passed.count();
     // Smoothed, so that the time left can be read.
     progress.bytesPerSecond = progress.bytesPerSecond > 0 ? 0.7 * progress.bytesPerSecond + 0.3 * rate : rate;
     bytesMeasured = progress.bytes;

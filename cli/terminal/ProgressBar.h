@@ -20,8 +20,8 @@ struct Progress {
     double bytesPerSecond = 0;
 };
 
-/// One line of at most `columns` columns: bar, share, bytes, items when there are several, rate, time left.
-/// What does not fit is left out, the last first.
+/// One line of at most `columns` columns: bar, share, bytes, items when there are several, rate, time left, or that
+/// all bytes have moved and are being synced to a disk. What does not fit is left out, the last first.
 std::string progressLine(const Progress& progress, int columns);
 
 /// Keeps one line of progress at the bottom of standard error. Does nothing unless shown on a terminal.
@@ -31,11 +31,9 @@ public:
     explicit ProgressBar(int terminal);
     ~ProgressBar();
 
-    /// @param bytesBefore  what `update` counts from
-    void begin(const std::string& title, std::uint64_t bytesBefore, std::uint64_t totalBytes,
-               std::uint64_t totalItems);
+    void begin(const std::string& title, std::uint64_t totalBytes, std::uint64_t totalItems);
     /// Draws at most ten times a second.
-    /// @param bytes  by a counter that only grows
+    /// @param bytes  moved since begin
     /// @param items  done since begin
     void update(std::uint64_t bytes, std::uint64_t items);
     /// Takes the line away, so that other text can be written; the next update brings it back.
@@ -53,7 +51,6 @@ private:
     Progress progress;
     std::chrono::steady_clock::time_point lastDrawn;
     std::chrono::steady_clock::time_point lastMeasured;
-    std::uint64_t bytesAtBegin = 0;
     std::uint64_t bytesMeasured = 0;
     std::unique_ptr<InterruptGuard> guard;
 };

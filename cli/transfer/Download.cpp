@@ -1,10 +1,13 @@
 #include "cli/transfer/Download.h"
 
-#include "cli/machine/Memory.h"
+#include "cli/machine/SystemError.h"
 #include "cli/remote/FileContent.h"
 #include "cli/remote/Requests.h"
 #include "cli/terminal/Output.h"
 #include "cli/transfer/Conclusion.h"
+
+#include <cerrno>
+#include <system_error>
 
 namespace tarncli {
 
@@ -41,7 +44,7 @@ void Downloader::addFolder(const RemoteFolder& remote, const std::shared_ptr<con
     ++report.transfers.done;
     for (const auto& file : remote.files) {
         const auto name = toUtf8(file.name);
-        add({remote.where.child(name), {}, file.size, local, name});
+        add({remote.where.child(name), {}, file.size, file.lastModified, local, name});
     }
     for (const auto& child : remote.folders) {
         try {
@@ -56,13 +59,13 @@ void Downloader::addFolder(const RemoteFolder& remote, const std::shared_ptr<con
 
 DownloadReport Downloader::run()
 {
-    Transfers transfers(connection, out);
+    Transfers transfers(connection, out, moved);
     std::uint64_t total = 0;
     for (auto& download : downloads) {
         total += download.size;
         transfers.add(transferOf(download));
     }
-    out.progress().begin("Fetching", connection.transferredBytes(), total, downloads.size());
+    out.progress().begin("Fetching", total, downloads.size());
     addTo(report.transfers, transfers.run());
     out.progress().end();
     return std::move(report);
@@ -72,39 +75,60 @@ Transfer Downloader::transferOf(Download& download)
 {
     Transfer transfer;
     transfer.what = download.remote.quoted();
-    transfer.bytes = download.size;
     transfer.start = [this, &download] { return fetch(download); };
     // What was listed a while ago may have been replaced since.
     transfer.mayRepeat = [this, &download](const std::exception_ptr& error) {
         if (!isSizeDifference(error)) return false;
-        download.size = sizeOf(connection, download.remote, download.version);
+        lookAgain(download);
         return true;
     };
-    transfer.succeeded = [this, &download] {
-        ++report.files;
-        report.bytes += download.size;
-        out.detail("Fetched " + download.remote.quoted() + " to " +
-                   escaped(download.folder->shown(download.name)) + ".");
+    transfer.succeeded = [this, &download] { conclude(download); };
+    transfer.failed = [&download](const std::exception_ptr& error) {
+        if (download.incoming && !isTransient(error)) download.incoming->discard();
+        download.incoming.reset();
     };
     return transfer;
 }
 
-Future<bool> Downloader::fetch(const Download& download)
+Future<bool> Downloader::fetch(Download& download)
 {
-    if (download.folder->contains(download.name) && overwrite == Overwrite::refuse)
-        throw Failure(ExitCode::conflict, escaped(download.folder->shown(download.name)) +
-                                              " exists already; use --force to replace it.");
     if (const auto why = whyNotAddressable(download.remote.path); !why.empty()) throw usageError(why);
-    requireMemory(download.remote.quoted(), download.size);
-    // Written where the reply arrives, so that several files are written at the same time.
-    return requestContent(connection, download.remote, download.version)
-        .then([folder = download.folder, name = download.name, size = download.size,
-               chosen = overwrite](Future<std::unique_ptr<FileReadResponse>>&& reply) {
-            const auto response = reply.get();
-            if (response->content.size != size) throw SizeDiffers(response->content.size, size);
-            folder->store(name, response->content.bytes(), chosen);
+    // After an interruption it goes on where it was.
+    if (!download.incoming)
+        download.incoming =
+            download.folder->receive(download.name, options.overwrite, options.unfinished, moved);
+    // Committed where the reply arrives, so that several files are synced at the same time.
+    return requestContent(connection, download.remote, download.version, download.size, download.incoming)
+        .then([file = download.incoming, shown = download.folder->shown(download.name),
+               overwrite = options.overwrite,
+               time = options.keepTimes ? download.lastModified : 0](Future<bool>&& received) {
+            try {
+                received.get();
+            } catch (const std::system_error& error) {
+                errno = error.code().value();
+                throwErrno("Could not write", shown);
+            }
+            file->commit(overwrite, time);
             return true;
         });
+}
+
+void Downloader::conclude(Download& download)
+{
+    const auto name = download.remote.quoted();
+    if (download.incoming->hasStartedOver())
+        out.warning(name + " had changed since a part of it was fetched; all of it was fetched anew.");
+    report.bytes += download.incoming->held();
+    download.incoming.reset();
+    ++report.files;
+    out.detail("Fetched " + name + " to " + escaped(download.folder->shown(download.name)) + ".");
+}
+
+void Downloader::lookAgain(Download& download)
+{
+    download.size = sizeOf(connection, download.remote, download.version);
+    if (download.version.versionId.empty())
+        download.lastModified = readAttributes(connection, download.remote).lastModified;
 }
 
 } // namespace tarncli

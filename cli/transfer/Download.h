@@ -19,8 +19,16 @@ struct Download {
     RemotePath remote;
     connector::tarn::VersionInfo version; ///< empty id: the current one
     std::uint64_t size = 0;               ///< bytes, by sizeOf() or the listing it was found in
+    std::uint64_t lastModified = 0;       ///< milliseconds since 1970; 0: not to be kept
     std::shared_ptr<const DownloadFolder> folder;
-    std::string name; ///< in the folder
+    std::string name;                            ///< in the folder
+    std::shared_ptr<IncomingFile> incoming = {}; ///< while it is being fetched
+};
+
+struct DownloadOptions {
+    Overwrite overwrite = Overwrite::refuse;
+    Unfinished unfinished = Unfinished::remove;
+    bool keepTimes = true;
 };
 
 /// What a download of a tree or of some files came to.
@@ -34,8 +42,8 @@ struct DownloadReport {
 /// Fetches files and trees from the service.
 class Downloader {
 public:
-    Downloader(Connection& openConnection, Output& output, Overwrite whatExists)
-        : connection(openConnection), out(output), overwrite(whatExists)
+    Downloader(Connection& openConnection, Output& output, DownloadOptions chosen)
+        : connection(openConnection), out(output), options(chosen)
     {
     }
 
@@ -52,12 +60,15 @@ public:
 private:
     void addFolder(const RemoteFolder& remote, const std::shared_ptr<const DownloadFolder>& local);
     Transfer transferOf(Download& download);
-    connector::Future<bool> fetch(const Download& download);
+    connector::Future<bool> fetch(Download& download);
+    void conclude(Download& download);
+    void lookAgain(Download& download);
 
     Connection& connection;
     Output& out;
-    Overwrite overwrite;
+    DownloadOptions options;
     std::vector<Download> downloads;
+    MovedBytes moved = countFromZero();
     DownloadReport report;
 };
 

@@ -1,15 +1,13 @@
 #pragma once
 
 #include "cli/machine/FileDescriptor.h"
+#include "cli/transfer/IncomingFile.h"
 
 #include <filesystem>
 #include <memory>
 #include <string>
-#include <string_view>
 
 namespace tarncli {
-
-enum class Overwrite { refuse, replace };
 
 /// A local folder that files are downloaded into. Nothing that a service can name leaves it: each name is one
 /// name, and no symbolic link below the folder is followed.
@@ -29,9 +27,10 @@ public:
     /// Whether there is anything of that name. @throws Failure for what cannot be a name
     bool contains(const std::string& name) const;
 
-    /// Writes a file as a whole: to a temporary name, made durable, then renamed. A failure, an interrupt
-    /// included, leaves nothing behind. @throws Failure; conflict when it exists and must not be replaced
-    void store(const std::string& name, std::string_view content, Overwrite overwrite) const;
+    /// A file that is to get that name when it is whole. @throws Failure; conflict when it exists and must not be
+    /// replaced
+    std::shared_ptr<IncomingFile> receive(const std::string& name, Overwrite overwrite, Unfinished unfinished,
+                                          const MovedBytes& moved) const;
 
     /// What the user calls the file `name` in here.
     std::string shown(const std::string& name) const;

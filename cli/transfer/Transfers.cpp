@@ -1,6 +1,5 @@
 #include "cli/transfer/Transfers.h"
 
-#include "cli/machine/Memory.h"
 #include "cli/terminal/Output.h"
 
 #include <chrono>
@@ -51,11 +50,10 @@ std::exception_ptr errorOf(Future<bool>&& result)
 
 } // namespace
 
-Transfers::Transfers(Connection& openConnection, Output& output)
+Transfers::Transfers(Connection& openConnection, Output& output, MovedBytes movedBytes)
     : connection(openConnection)
     , out(output)
-    // Half: replies, the other programs and what the estimate does not know need the rest.
-    , memoryLimit(availableMemory() / 2)
+    , moved(std::move(movedBytes))
     , settled(std::make_shared<Settled>())
 {
 }
@@ -63,7 +61,7 @@ Transfers::Transfers(Connection& openConnection, Output& output)
 void Transfers::add(Transfer transfer)
 {
     ++added;
-    waiting.push_back({std::move(transfer)});
+    waiting.push_back({std::move(transfer), connection.retries()});
 }
 
 TransferReport Transfers::run()
@@ -74,16 +72,15 @@ TransferReport Transfers::run()
         // Not until a reply comes: the bar has to move while large contents travel.
         for (auto& [entry, error] : settled->take(std::chrono::milliseconds(100)))
             settle(std::move(entry), error);
-        out.progress().update(connection.transferredBytes(), report.done);
+        out.progress().update(*moved, report.done);
     }
     return std::exchange(report, {});
 }
 
-/// A content that is larger than the limit goes alone.
+/// One that has to pause stands in front and holds up all behind it: they would be interrupted as well.
 bool Transfers::mayStart() const
 {
-    if (waiting.empty() || inFlight >= connection.inFlight()) return false;
-    return inFlight == 0 || bytesInFlight + waiting.front().transfer.bytes <= memoryLimit;
+    return !waiting.empty() && inFlight < connection.inFlight() && waiting.front().notBefore <= Clock::now();
 }
 
 void Transfers::startNext()
@@ -91,9 +88,9 @@ void Transfers::startNext()
     auto entry = std::make_unique<Entry>(std::move(waiting.front()));
     waiting.pop_front();
     ++inFlight;
-    bytesInFlight += entry->transfer.bytes;
-    entry->logins = connection.logins();
     try {
+        entry->logins = connection.logins();
+        if (isDoneAlready(*entry)) return settled->put({std::move(entry), nullptr});
         auto result = entry->transfer.start();
         static_cast<void>(
             result.then([sent = std::move(entry), target = settled](Future<bool>&& reply) mutable {
@@ -105,10 +102,22 @@ void Transfers::startNext()
     }
 }
 
+/// Of one that was interrupted. @throws the interruption when nobody can tell
+bool Transfers::isDoneAlready(Entry& entry)
+{
+    const auto error = std::exchange(entry.error, nullptr);
+    if (!error || !isUnknownOutcome(error)) return false;
+    try {
+        if (const auto done = entry.transfer.wasDone()) return *done;
+    } catch (const std::exception&) { // that the look failed as well is not what people need to know
+    }
+    entry.retries = Retries(0); // another look would tell no more
+    std::rethrow_exception(error);
+}
+
 void Transfers::settle(std::unique_ptr<Entry> entry, std::exception_ptr error)
 {
     --inFlight;
-    bytesInFlight -= entry->transfer.bytes;
     if (error && !entry->repeated) {
         if (isAnswer(error, answers::sessionEnded)) return renewSession(std::move(entry));
         try {
@@ -117,13 +126,19 @@ void Transfers::settle(std::unique_ptr<Entry> entry, std::exception_ptr error)
             error = std::current_exception();
         }
     }
-    if (error && !entry->transfer.forgives(error)) {
-        fail(*entry, explain(error));
+    if (error && repeatsLater(entry, error)) return;
+    conclude(*entry, error);
+}
+
+void Transfers::conclude(const Entry& entry, const std::exception_ptr& error)
+{
+    if (error && !entry.transfer.forgives(error)) {
+        fail(entry, error);
         if (isServiceGone(error)) giveUp();
         return;
     }
     ++report.done;
-    entry->transfer.succeeded();
+    entry.transfer.succeeded();
 }
 
 void Transfers::renewSession(std::unique_ptr<Entry> entry)
@@ -132,7 +147,7 @@ void Transfers::renewSession(std::unique_ptr<Entry> entry)
         try {
             connection.renew(entry->logins);
         } catch (const std::exception&) {
-            fail(*entry, explain(std::current_exception()));
+            fail(*entry, std::current_exception());
             return giveUp();
         }
     }
@@ -149,9 +164,22 @@ void Transfers::repeat(std::unique_ptr<Entry> entry)
     waiting.push_front(std::move(*entry)); // ahead of the others: its turn had come
 }
 
-void Transfers::fail(const Entry& entry, const Failure& failure)
+bool Transfers::repeatsLater(std::unique_ptr<Entry>& entry, const std::exception_ptr& error)
 {
-    const auto told = about(entry.transfer.what, failure);
+    if (abandoned || !(isTransient(error) || isUnknownOutcome(error))) return false;
+    const auto pause = entry->retries.next();
+    if (!pause) return false;
+    out.detail(about(entry->transfer.what, explain(error)).what() + std::string(" Trying again."));
+    entry->error = error;
+    entry->notBefore = Clock::now() + *pause;
+    waiting.push_front(std::move(*entry));
+    return true;
+}
+
+void Transfers::fail(const Entry& entry, const std::exception_ptr& error)
+{
+    const auto told = about(entry.transfer.what, explain(error));
+    entry.transfer.failed(error);
     // One alone is told by the caller, as the failure of the whole command.
     if (added > 1) out.warning(told.what());
     report.failed.push_back({entry.transfer.what, told, added > 1});
@@ -161,8 +189,12 @@ void Transfers::fail(const Entry& entry, const Failure& failure)
 void Transfers::giveUp()
 {
     abandoned = true;
-    report.notStarted += waiting.size();
-    waiting.clear();
+    for (const auto& entry : std::exchange(waiting, {})) {
+        if (entry.error)
+            fail(entry, entry.error);
+        else
+            ++report.notStarted;
+    }
 }
 
 } // namespace tarncli

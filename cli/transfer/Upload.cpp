@@ -1,6 +1,7 @@
 #include "cli/transfer/Upload.h"
 
 #include "cli/remote/Answer.h"
+#include "cli/remote/FileContent.h"
 #include "cli/remote/Requests.h"
 #include "cli/terminal/Output.h"
 #include "cli/terminal/Quantities.h"
@@ -20,36 +21,22 @@ using namespace connector::tarn;
 using connector::Future;
 namespace fs = std::filesystem;
 
-constexpr const char* contentType = "application/octet-stream";
-
-/// True once the service has confirmed what it stored.
-template <class Response>
-Future<bool> confirmed(Future<std::unique_ptr<Response>>&& reply)
+/// Bytes stored, once the service has confirmed it.
+Future<std::uint64_t> store(Connection& connection, const RemotePath& target, const LocalContent& content,
+                            Existing existing, bool exists, const MovedBytes& moved)
 {
-    return reply.then([](Future<std::unique_ptr<Response>>&& ready) {
-        requireConfirmed(!ready.get()->versionId.empty(), "the id of the version that it stored");
-        return true;
-    });
-}
-
-template <class Request>
-std::unique_ptr<Request> contentRequest(const RemotePath& target, connector::common::DataBuffer&& content,
-                                        Existing existing)
-{
-    auto request = requestFor<Request>(target);
-    request->content = std::move(content);
-    request->contentType = contentType;
+    auto request = requestFor<FileUpload>(target);
+    request->createMode = exists ? CreateMode::update : CreateMode::create;
     request->createNewVersion = existing == Existing::addVersion;
-    return request;
-}
-
-Future<bool> store(Connection& connection, const RemotePath& target, connector::common::DataBuffer&& content,
-                   Existing existing, bool exists)
-{
-    auto& files = connection.files();
-    if (exists)
-        return confirmed(files.updateFile(contentRequest<FileUpdate>(target, std::move(content), existing)));
-    return confirmed(files.createFile(contentRequest<FileCreate>(target, std::move(content), existing)));
+    request->content = content.publisher(moved);
+    request->size = content.size();
+    return connection.contents()
+        .uploadFile(std::move(request))
+        .then([](Future<std::unique_ptr<FileUploadResponse>>&& reply) {
+            const auto response = reply.get();
+            requireConfirmed(!response->versionId.empty(), "the id of the version that it stored");
+            return response->bytes;
+        });
 }
 
 std::string parentOf(const std::string& below)
@@ -81,14 +68,18 @@ void requireStorable(const Connection& connection, const RemotePath& target, boo
 struct Uploader::Folders {
     RemotePath target;
     LocalTree tree;
-    std::set<std::string> usable;                          ///< there, or made
-    std::set<std::string> merged;                          ///< there before
-    std::map<std::string, std::set<std::string>> occupied; ///< names of the files in a merged folder
+    std::set<std::string> usable; ///< there, or made
+    std::set<std::string> merged; ///< there before
+    /// Of the files in a merged folder, by their names.
+    std::map<std::string, std::map<std::string, std::string>> watermarks;
 
-    bool holds(const LocalEntry& file) const
+    std::optional<std::string> watermarkOf(const LocalEntry& file) const
     {
-        const auto found = occupied.find(parentOf(file.below));
-        return found != occupied.end() && found->second.contains(file.local.filename().string());
+        const auto folder = watermarks.find(parentOf(file.below));
+        if (folder == watermarks.end()) return {};
+        const auto found = folder->second.find(file.local.filename().string());
+        if (found == folder->second.end()) return {};
+        return found->second;
     }
 };
 
@@ -141,6 +132,8 @@ void Uploader::addFolder(Transfers& transfers, Folders& folders, const std::stri
                 return true;
             });
     };
+    // Whoever made it: a folder that is there when it is asked for again is as good.
+    transfer.wasDone = [] { return false; };
     transfer.forgives = [&folders, below](const std::exception_ptr& error) {
         const bool isThere = isAnswer(error, answers::folderExists);
         if (isThere) folders.merged.insert(below);
@@ -171,7 +164,7 @@ void Uploader::lookInto(Folders& folders)
         };
         transfer.succeeded = [&folders, below, reply] {
             for (const auto& file : (*reply)->files)
-                folders.occupied[below].insert(toUtf8(file.name));
+                folders.watermarks[below][toUtf8(file.name)] = file.watermark;
         };
         transfers.add(std::move(transfer));
     }
@@ -187,7 +180,7 @@ void Uploader::addFiles(const Folders& folders)
         if (!folders.usable.contains(parentOf(entry.below)))
             ++report.transfers.notStarted;
         else
-            add({entry.local, join(folders.target, entry.below), entry.size, folders.holds(entry),
+            add({entry.local, join(folders.target, entry.below), entry.size, folders.watermarkOf(entry),
                  Symlinks::refuse});
     }
 }
@@ -195,16 +188,16 @@ void Uploader::addFiles(const Folders& folders)
 UploadReport Uploader::run()
 {
     std::uint64_t total = 0;
-    Transfers transfers(connection, out);
+    Transfers transfers(connection, out, moved);
     for (const auto& upload : uploads) {
-        if (upload.exists && existing == Existing::skip) {
+        if (upload.watermark && existing == Existing::skip) {
             skip(upload.local, "it exists already");
             continue;
         }
         Transfer transfer;
         transfer.what = escaped(upload.local.string());
-        transfer.bytes = upload.size;
         transfer.start = [this, &upload] { return send(upload); };
+        transfer.wasDone = [this, &upload] { return isStored(upload); };
         transfer.succeeded = [this, &upload] {
             ++report.files;
             report.bytes += upload.size;
@@ -213,7 +206,7 @@ UploadReport Uploader::run()
         transfers.add(std::move(transfer));
         total += upload.size;
     }
-    out.progress().begin("Storing", connection.transferredBytes(), total, uploads.size());
+    out.progress().begin("Storing", total, uploads.size());
     addTo(report.transfers, transfers.run());
     out.progress().end();
     return std::move(report);
@@ -221,10 +214,27 @@ UploadReport Uploader::run()
 
 Future<bool> Uploader::send(const Upload& upload)
 {
-    requireStorable(connection, upload.remote, upload.exists, existing);
-    // Read only now, when its turn has come: what waits takes no memory.
-    return store(connection, upload.remote, readLocalFile(upload.local, upload.symlinks), existing,
-                 upload.exists);
+    const bool exists = upload.watermark.has_value();
+    requireStorable(connection, upload.remote, exists, existing);
+    // Opened only now, when its turn has come: what waits takes no descriptor.
+    return store(connection, upload.remote, LocalContent::ofFile(upload.local, upload.symlinks), existing,
+                 exists, moved)
+        .then([](Future<std::uint64_t>&& stored) {
+            stored.get();
+            return true;
+        });
+}
+
+/// Whether the service has it although no reply said so. The watermark tells whether anything was changed, and the
+/// digest whether by this upload; what another has changed instead, or since, nobody can tell.
+std::optional<bool> Uploader::isStored(const Upload& upload)
+{
+    const auto found = findAttributes(connection, upload.remote);
+    if (!found || (upload.watermark && found->watermark == *upload.watermark)) return false;
+    const auto content = LocalContent::ofFile(upload.local, upload.symlinks);
+    if (found->size != content.size()) return {};
+    if (found->size == 0 || digestOf(connection, upload.remote) == content.sha256()) return true;
+    return {};
 }
 
 void Uploader::fail(const std::string& what, const Failure& failure)
@@ -244,11 +254,12 @@ void uploadStandardInput(Connection& connection, const RemotePath& target, Exist
                          std::uint64_t& bytes)
 {
     requireStorable(connection, target, exists, existing); // before the input is used up
-    auto content = readStandardInput();
-    bytes = content.size;
-    // What was read cannot be read again: should the session have ended meanwhile, it is renewed before.
+    const auto content = LocalContent::ofStandardInput();
+    // What was read cannot be read again: should the session have ended while nothing came, it is renewed before.
+    awaitStandardInput();
     connection.call([&] { return connection.session().ping(nullptr); });
-    naming(target, [&] { return store(connection, target, std::move(content), existing, exists).get(); });
+    bytes = naming(
+        target, [&] { return store(connection, target, content, existing, exists, countFromZero()).get(); });
 }
 
 } // namespace tarncli

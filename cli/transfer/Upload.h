@@ -1,11 +1,13 @@
 #pragma once
 
 #include "cli/remote/RemotePath.h"
-#include "cli/transfer/LocalFile.h"
+#include "cli/transfer/LocalContent.h"
 #include "cli/transfer/Transfers.h"
 
 #include <cstdint>
 #include <filesystem>
+#include <optional>
+#include <string>
 #include <vector>
 
 namespace tarncli {
@@ -18,7 +20,8 @@ struct Upload {
     std::filesystem::path local;
     RemotePath remote;
     std::uint64_t size = 0; ///< bytes, as far as known
-    bool exists = false;    ///< there is a file of this name, as far as known
+    /// Of the file of this name that is there, as far as known.
+    std::optional<std::string> watermark = {};
     Symlinks symlinks = Symlinks::follow;
 };
 
@@ -60,15 +63,18 @@ private:
     void fail(const std::string& what, const Failure& failure);
     void skip(const std::filesystem::path& local, const std::string& reason);
     connector::Future<bool> send(const Upload& upload);
+    std::optional<bool> isStored(const Upload& upload);
 
     Connection& connection;
     Output& out;
     Existing existing;
     std::vector<Upload> uploads;
+    MovedBytes moved = countFromZero();
     UploadReport report;
 };
 
-/// Stores all of standard input.
+/// Stores all of standard input as it comes.
+/// @param bytes  how many came
 void uploadStandardInput(Connection& connection, const RemotePath& target, Existing existing, bool exists,
                          std::uint64_t& bytes);
 

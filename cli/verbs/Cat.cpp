@@ -1,5 +1,6 @@
 #include "cli/verbs/Cat.h"
 
+#include "cli/remote/ContentReceiver.h"
 #include "cli/remote/FileContent.h"
 #include "cli/remote/Requests.h"
 #include "cli/remote/VersionChoice.h"
@@ -35,6 +36,41 @@ nlohmann::json contentAsJson(const std::string& path, std::string_view bytes)
             {"content", isText ? std::string(bytes) : base64(bytes)}};
 }
 
+/// What has been written cannot be taken back, and only a hash of it is kept.
+class StandardOutput : public ContentTarget, public std::enable_shared_from_this<StandardOutput> {
+public:
+    explicit StandardOutput(Output& output) : out(output) {}
+
+    std::uint64_t held() const override { return written; }
+
+    Sha256 hash() const override { return digest; }
+
+    std::string version() const override { return versionId; }
+
+    void setVersion(const std::string& id) override { versionId = id; }
+
+    void startOver() override
+    {
+        throw Failure(ExitCode::failure, "It changed while it was being read; read it again.");
+    }
+
+    ContentSubscriber subscriber() override
+    {
+        return std::make_shared<ContentReceiver>([self = shared_from_this()](std::string_view bytes) {
+            self->requireRoomFor(bytes.size());
+            self->out.data(bytes);
+            self->digest.add(bytes);
+            self->written += bytes.size();
+        });
+    }
+
+private:
+    Output& out;
+    Sha256 digest;
+    std::uint64_t written = 0;
+    std::string versionId;
+};
+
 } // namespace
 
 void writeContents(const Invocation& invocation, const std::vector<std::string>& paths,
@@ -49,11 +85,10 @@ void writeContents(const Invocation& invocation, const std::vector<std::string>&
         const auto file = addressable(path);
         VersionInfo version;
         if (!chosenVersion.empty()) version = chooseVersion(connection, file, chosenVersion);
+        if (!invocation.out.isJson())
+            return fetchContent(connection, file, version, std::make_shared<StandardOutput>(invocation.out));
         const auto read = readContent(connection, file, version);
-        if (invocation.out.isJson())
-            documents.push_back(contentAsJson(file.text(), read->content.bytes()));
-        else
-            invocation.out.data(read->content.bytes());
+        documents.push_back(contentAsJson(file.text(), read->content.bytes()));
     });
     invocation.out.result("", {{"files", documents}, {"failed", toJson(report.failed)}});
     conclude(report, "read");

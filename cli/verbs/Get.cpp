@@ -21,8 +21,19 @@ struct GetOptions {
     std::string version;
     bool recursive = false;
     bool force = false;
+    bool goOn = false;
+    bool noTimes = false;
     unsigned jobs = defaultJobs;
 };
+
+/// When a version was stored; 0 for one that was named by an id that no list has.
+std::uint64_t timeOf(Connection& connection, const RemotePath& file, const VersionInfo& version)
+{
+    if (!file.bucket.empty() && file.bucket != connection.user()) return 0;
+    for (const auto& one : versionsOf(connection, file)->versions)
+        if (one.versionId == version.versionId) return one.created;
+    return 0;
+}
 
 /// The local place that the user named, and what a remote item becomes there.
 struct Target {
@@ -38,10 +49,11 @@ struct Target {
     }
 
     void addFile(Downloader& downloader, const RemotePath& remote, const VersionInfo& version,
-                 std::uint64_t size) const
+                 std::uint64_t size, std::uint64_t lastModified) const
     {
         const auto folder = DownloadFolder::open(isFolder ? path : path.parent_path());
-        downloader.add({remote, version, size, folder, isFolder ? remote.name() : path.filename().string()});
+        downloader.add({remote, version, size, lastModified, folder,
+                        isFolder ? remote.name() : path.filename().string()});
     }
 
     void addTree(Downloader& downloader, const RemotePath& remote) const
@@ -59,10 +71,11 @@ void addSource(Connection& connection, Downloader& downloader, const Target& tar
     const auto attributes = attributesOf(connection, remote);
     if (!isFolder(attributes)) {
         VersionInfo version;
-        if (options.version.empty()) return target.addFile(downloader, remote, version, attributes.size);
+        if (options.version.empty())
+            return target.addFile(downloader, remote, version, attributes.size, attributes.lastModified);
         version = chooseVersion(connection, remote, options.version);
         const auto size = naming(remote, [&] { return sizeOf(connection, remote, version); });
-        return target.addFile(downloader, remote, version, size);
+        return target.addFile(downloader, remote, version, size, timeOf(connection, remote, version));
     }
     if (!options.recursive)
         throw usageError(remote.quoted() +
@@ -98,7 +111,10 @@ void fetch(const Invocation& invocation, const GetOptions& options)
         remotes.push_back(addressable(source));
     const Target target(place, remotes.size() > 1);
     auto connection = invocation.connect(options.jobs);
-    Downloader downloader(connection, invocation.out, options.force ? Overwrite::replace : Overwrite::refuse);
+    Downloader downloader(connection, invocation.out,
+                          {.overwrite = options.force ? Overwrite::replace : Overwrite::refuse,
+                           .unfinished = options.goOn ? Unfinished::keep : Unfinished::remove,
+                           .keepTimes = !options.noTimes});
     for (const auto& remote : remotes)
         addSource(connection, downloader, target, remote, options);
     const auto report = downloader.run();
@@ -119,11 +135,15 @@ Verb get()
         .examples = "  tarn get /notes.md .\n"
                     "  tarn get -r /photos ~/photos\n"
                     "  tarn get --version 2 /notes.md old.md\n"
+                    "  tarn get --continue /disk.img .\n"
                     "  tarn get /backup.sql - | psql app",
         .takes =
             {{"PLACE", &options->places, "REMOTE... LOCAL; LOCAL - is standard output", {.required = true}},
              {"-r,--recursive", &options->recursive, "Include folders and everything in them"},
              {"-f,--force", &options->force, "Replace local files that exist"},
+             {"--continue", &options->goOn,
+              "Go on with what an earlier --continue had fetched; when interrupted, keep what there is"},
+             {"--no-times", &options->noTimes, "Do not keep the times of the last changes"},
              {"--version", &options->version, "Number or id of an earlier version", {.valueName = "VERSION"}},
              jobsOption(options->jobs)},
         .run = [options](const Invocation& invocation) { fetch(invocation, *options); }};

@@ -1,3 +1,4 @@
+#include "cli/remote/Change.h"
 #include "cli/remote/Requests.h"
 #include "cli/transfer/Conclusion.h"
 #include "cli/verbs/Verb.h"
@@ -17,7 +18,12 @@ struct Options {
 
 void createFolder(Connection& connection, const RemotePath& folder)
 {
-    connection.call([&] { return connection.files().createFolder(requestFor<FolderCreate>(folder)); });
+    makeChange(
+        connection, [&] { return connection.files().createFolder(requestFor<FolderCreate>(folder)); },
+        [&] {
+            const auto found = findAttributes(connection, folder);
+            return found && isFolder(*found);
+        });
 }
 
 void createWithParents(Connection& connection, const RemotePath& folder)

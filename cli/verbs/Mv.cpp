@@ -1,3 +1,4 @@
+#include "cli/remote/Change.h"
 #include "cli/remote/Requests.h"
 #include "cli/verbs/Verb.h"
 
@@ -32,15 +33,17 @@ void move(const Invocation& invocation, const Options& options)
     const auto named = addressable(options.target);
     auto connection = invocation.connect();
     const auto target = moveTarget(connection, source, named);
-    naming(source, [&] {
-        connection.call([&] {
-            auto request = requestFor<Move>(source);
-            request->targetPath = toUtf16(target.path);
-            request->targetBucket = toUtf16(target.bucket);
-            request->moveTargetOverwrite = options.force;
-            return connection.files().move(std::move(request));
-        });
-    });
+    const auto send = [&] {
+        auto request = requestFor<Move>(source);
+        request->targetPath = toUtf16(target.path);
+        request->targetBucket = toUtf16(target.bucket);
+        request->moveTargetOverwrite = options.force;
+        return connection.files().move(std::move(request));
+    };
+    const auto isMoved = [&] {
+        return !findAttributes(connection, source) && findAttributes(connection, target);
+    };
+    naming(source, [&] { makeChange(connection, send, isMoved); });
     invocation.out.detail("Moved " + source.quoted() + " to " + target.quoted() + ".");
     invocation.out.result("", {{"source", source.text()}, {"target", target.text()}});
 }

@@ -114,7 +114,9 @@ void addSource(Uploader& uploader, const Target& target, const Source& source)
         throw Failure(ExitCode::conflict, place.remote.quoted() + " is a folder; a file cannot replace it.");
     std::error_code error;
     const auto size = fs::file_size(source.path, error);
-    uploader.add({source.path, place.remote, error ? 0 : size, place.found.has_value()});
+    Upload upload{source.path, place.remote, error ? 0 : size};
+    if (place.found) upload.watermark = place.found->watermark;
+    uploader.add(std::move(upload));
 }
 
 void show(Output& out, const UploadReport& report, const RemotePath& target)

@@ -1,3 +1,4 @@
+#include "cli/remote/Change.h"
 #include "cli/remote/Requests.h"
 #include "cli/transfer/Conclusion.h"
 #include "cli/verbs/Verb.h"
@@ -25,15 +26,17 @@ void removeItem(Connection& connection, const RemotePath& item, const Options& o
         throw Failure(ExitCode::conflict,
                       item.quoted() + " is a folder; use `tarn rm -r` to delete it and everything in it.");
     naming(item, [&] {
+        const auto isGone = [&] { return !findAttributes(connection, item); };
         if (!isFolder(*found)) {
-            connection.call([&] { return connection.files().deleteFile(requestFor<FileDelete>(item)); });
-            return;
+            const auto remove = [&] { return connection.files().deleteFile(requestFor<FileDelete>(item)); };
+            return makeChange(connection, remove, isGone);
         }
-        connection.call([&] {
+        const auto remove = [&] {
             auto request = requestFor<FolderDelete>(item);
             request->forceRecursive = true;
             return connection.files().deleteFolder(std::move(request));
-        });
+        };
+        makeChange(connection, remove, isGone);
     });
 }
 

@@ -7,12 +7,14 @@
 
 #include <atomic>
 #include <chrono>
+#include <filesystem>
 #include <map>
 #include <thread>
 
 namespace tarncli::test {
 namespace {
 
+namespace fs = std::filesystem;
 using connector::host::test::Ending;
 using connector::host::test::Fault;
 using connector::host::test::FaultServer;
@@ -159,11 +161,15 @@ protected:
             [&](const std::string& request) { return request.starts_with(cell.errand->struck); });
         shell.set("TARN_ENDPOINT", server.url());
         const auto begin = std::chrono::steady_clock::now();
-        const auto result = shell.run(std::string("exec tarn --timeout ") + limit + " " +
+        const auto result = shell.run(std::string("exec tarn --retries 0 --timeout ") + limit + " " +
                                       cell.errand->arguments + " </dev/null");
         EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(60));
         EXPECT_TRUE(server.happened());
-        const auto [exitCode, told] = outcomes.at(cell.fault.ending);
+        auto [exitCode, told] = outcomes.at(cell.fault.ending);
+        // Streamed, it is known to be too much as soon as it is.
+        if (cell.fault.name == "never ends its chunks" &&
+            std::string(cell.errand->struck).starts_with("GET /service/v1/files/"))
+            exitCode = 1, told = "sends more than the file has";
         const bool failed = exitCode != 0;
         const bool struck = cell.fault.ending != Ending::noConnection;
         EXPECT_EQ(result.exitCode, failed && struck && cell.errand->partly ? cell.errand->partly : exitCode)
@@ -174,7 +180,8 @@ protected:
         const bool mayBeDone = struck && cell.errand->changes;
         EXPECT_EQ(result.err.find("It may or may not have been done") != std::string::npos, mayBeDone)
             << result.err;
-        EXPECT_EQ(result.out, "");
+        // What `cat` writes, it writes as it comes.
+        EXPECT_THAT("true\n", testing::StartsWith(result.out));
         EXPECT_THAT(result.err,
                     Not(testing::ContainsRegex("Stored [1-9]|Fetched [1-9]|may read|Logged|is now")));
         EXPECT_EQ(contentsOf(shell.work()), before);
@@ -206,6 +213,130 @@ TEST_F(FaultMatrix, EveryVerbEndsAndTellsTheTruth)
         });
     for (auto& worker : workers)
         worker.join();
+}
+
+/// A service whose replies, some of them, come to harm on their way.
+class OnTheWay : public testing::Test {
+protected:
+    using Play = connector::host::test::Fault::Play;
+
+    OnTheWay()
+    {
+        service.start();
+        alice.set("TARN_USER", "alice");
+        alice.set("TARN_TOKEN", service.addUser("alice"));
+        for (int i = 0; i < 1'000'000; ++i)
+            content += static_cast<char>(i * 7 + i / 1000);
+        store(content);
+        alice.write("f", "old");
+    }
+
+    void store(const std::string& bytes)
+    {
+        alice.write("f", bytes);
+        EXPECT_EQ(run("put -q -f f /f || tarn put -q f /f").exitCode, 0);
+    }
+
+    /// Runs tarn where the first `times` requests that begin with `struck` meet `play`.
+    CommandResult run(const std::string& arguments, const std::string& struck = "", int times = 0,
+                      const Play& play = nullptr)
+    {
+        const auto truth = [this,
+                            real = connector::host::test::truthOf(service.port())](const auto& request) {
+            auto reply = real(request);
+            if (request.starts_with(fetching)) lastBody = reply.body.size();
+            return reply;
+        };
+        const FaultServer server({"", Ending::noReply, play}, truth, [&](const std::string& request) {
+            return request.starts_with(struck) && times-- > 0;
+        });
+        alice.set("TARN_ENDPOINT", server.url());
+        return alice.run("tarn " + arguments);
+    }
+
+    /// Cuts a content off, and counts what has gone through.
+    Play cut()
+    {
+        return [this](ScriptedHttpServer::Connection& connection, const TrueReply& reply) {
+            const auto bytes = reply.body.size() * 2 / 5;
+            connection.send(reply.head + reply.body.substr(0, bytes));
+            sent += bytes;
+        };
+    }
+
+    static constexpr const char* fetching = "GET /service/v1/files/f";
+    TarndProcess service;
+    Shell alice;
+    std::string content;
+    std::atomic<std::size_t> sent{0};
+    std::atomic<std::size_t> lastBody{0};
+};
+
+TEST_F(OnTheWay, ADownloadGoesOnByItselfWhereItWasCutOff)
+{
+    for (const auto* verb : {"get -f /f .", "cat /f >f"}) {
+        sent = 0;
+        const auto result = run(verb, fetching, 2, cut());
+        EXPECT_EQ(result.exitCode, 0) << result.err;
+        EXPECT_EQ(alice.read("f"), content) << verb;
+        EXPECT_EQ(sent + lastBody, content.size());
+    }
+}
+
+TEST_F(OnTheWay, ALaterCommandGoesOnWithWhatIsThere)
+{
+    EXPECT_EQ(run("--retries 0 get /f new", fetching, 1, cut()).exitCode, 7);
+    EXPECT_EQ(contentsOf(alice.work()).size(), 1u); // only "f", as nobody asked for more
+    for (const bool isReplaced : {false, true}) {
+        sent = 0;
+        EXPECT_EQ(run("--retries 0 get --continue /f new", fetching, 1, cut()).exitCode, 7);
+        EXPECT_EQ(contentsOf(alice.work()).size(), 3u);
+        if (isReplaced) store(content = std::string(content.rbegin(), content.rend()));
+        const auto result = run("get --continue /f new");
+        EXPECT_EQ(result.exitCode, 0) << result.err;
+        EXPECT_EQ(alice.read("new"), content);
+        EXPECT_EQ(sent + lastBody, content.size() + (isReplaced ? sent.load() : 0));
+        EXPECT_EQ(result.err.find("had changed") != std::string::npos, isReplaced);
+        fs::remove(alice.work() / "new");
+        EXPECT_EQ(contentsOf(alice.work()).size(), 1u);
+    }
+}
+
+TEST_F(OnTheWay, WhatIsNotWhatItShouldBeIsRefused)
+{
+    const auto damage = [this](ScriptedHttpServer::Connection& connection, TrueReply reply) {
+        const std::string word = "sha-256=:";
+        if (reply.body.size() == content.size())
+            reply.body[500'000] ^= 1;
+        else
+            for (auto at = reply.head.find(word); at != std::string::npos; at = reply.head.find(word, at + 1))
+                reply.head[at + 12] = reply.head[at + 12] == 'A' ? 'B' : 'A';
+        connection.send(reply.head + reply.body);
+    };
+    const std::pair<const char*, const char*> rows[] = {
+        {"get -f /f .", "\"/f\": The content is damaged"},
+        {"get -f --continue /f .", "\"/f\": The content is damaged"},
+        {"cat /f >/dev/null", "\"/f\": The content is damaged"},
+        {"put -f f /f", "f: The service has stored something else"}};
+    for (const auto& [arguments, told] : rows) {
+        const auto result = run(arguments, arguments[0] == 'p' ? "PUT " : fetching, 1, damage);
+        EXPECT_EQ(result.exitCode, 1) << arguments;
+        EXPECT_THAT(result.err, HasSubstr(told));
+        EXPECT_THAT(contentsOf(alice.work()), testing::ElementsAre(testing::Pair("f", "old"))) << arguments;
+    }
+}
+
+TEST_F(OnTheWay, AChangeWhoseReplyIsLostIsLookedAtAndMadeOnce)
+{
+    alice.write("d/x", "x");
+    for (const auto* arguments : {"put f /new", "put --new-version f /new", "put -r d /d", "mkdir /m",
+                                  "mv /new /moved", "rm -r /d"}) {
+        const auto* struck = arguments[0] == 'r' ? "DELETE " : "PUT ";
+        const auto result = run(arguments, struck, 1, [](const auto&, const auto&) {});
+        EXPECT_EQ(result.exitCode, 0) << arguments << ": " << result.err;
+    }
+    // A heading and two versions.
+    EXPECT_EQ(run("ls / && tarn versions /moved | wc -l").out, "m/\nf\nmoved\n3\n");
 }
 
 /// Answers in good form what cannot be, or not for long: a folder that holds itself a thousand times, and a file of five bytes that is

@@ -129,9 +129,25 @@ TEST_F(Interrupted, SessionWithoutAValidTokenStopsAndSaysSo)
     EXPECT_LT(count(result.err, "\n"), 5u); // not a line per file
 }
 
-TEST_F(Interrupted, PutTellsWhatIsMissingAndStoresNoHalves)
+TEST_F(Interrupted, PutSurvivesARestartOfTheService)
 {
     auto put = std::async(std::launch::async, [&] { return alice.tarn({"put", "-r", "tree", "/tree"}); });
+    waitUntil([&] { return requests("PUT /service/v1/files") >= 120; });
+    const auto port = service.port();
+    service.kill();
+    service.start(port);
+    const auto result = put.get();
+    EXPECT_EQ(result.exitCode, 0) << result.err;
+    EXPECT_THAT(result.err, HasSubstr("Stored 400 files"));
+    EXPECT_EQ(alice.tarn({"get", "-r", "/tree", "back"}).exitCode, 0);
+    EXPECT_EQ(wholeFiles("back"), files);
+}
+
+TEST_F(Interrupted, PutTellsWhatIsMissingAndStoresNoHalves)
+{
+    auto put = std::async(std::launch::async, [&] {
+        return alice.tarn({"--retries", "1", "put", "-r", "tree", "/tree"});
+    });
     waitUntil([&] { return service.errors().find("/files/tree/120") != std::string::npos; });
     service.kill();
     const auto result = put.get();
@@ -145,7 +161,8 @@ TEST_F(Interrupted, PutTellsWhatIsMissingAndStoresNoHalves)
     const auto stored = wholeFiles("back");
     EXPECT_GT(stored, 0u);
     EXPECT_LT(stored, files);
-    EXPECT_EQ(alice.tarn({"put", "-r", "--skip-existing", "-q", "tree/.", "/tree"}).exitCode, 0);
+    const auto again = alice.tarn({"put", "-r", "--skip-existing", "-q", "tree/.", "/tree"});
+    EXPECT_EQ(again.exitCode, 0) << again.err;
     EXPECT_EQ(alice.tarn({"get", "-r", "-f", "/tree", "back"}).exitCode, 0);
     EXPECT_EQ(wholeFiles("back/tree"), files);
 }

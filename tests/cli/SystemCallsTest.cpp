@@ -3,7 +3,8 @@
 #include "cli/machine/PrivateFile.h"
 #include "cli/terminal/Failure.h"
 #include "cli/transfer/DownloadFolder.h"
-#include "cli/transfer/LocalFile.h"
+#include "cli/transfer/LocalContent.h"
+#include "tarnhost/FileSink.h"
 #include "tests/cli/Shell.h"
 
 #include <fcntl.h>
@@ -56,14 +57,30 @@ TEST(SystemCalls, AFileLastsBeforeItIsShownAndItsNameBeforeItIsTold)
 {
     const Shell shell;
     const auto folder = DownloadFolder::open(shell.work());
-    const std::function<void()> writes[] = {[&] { folder->store("new", "x", Overwrite::refuse); },
-                                            [&] { folder->store("new", "y", Overwrite::replace); },
+    const auto receive = [&](Overwrite overwrite, Unfinished unfinished) {
+        const auto file = folder->receive("new", overwrite, unfinished, countFromZero());
+        file->subscriber()->onNext(connector::common::DataBuffer("x"));
+        file->commit(overwrite, 1);
+    };
+    const std::function<void()> writes[] = {[&] { receive(Overwrite::refuse, Unfinished::remove); },
+                                            [&] { receive(Overwrite::replace, Unfinished::keep); },
                                             [&] { writePrivateFile(shell.work() / "private", "x"); }};
     for (const auto& write : writes) {
         steps.clear();
         write();
         EXPECT_THAT(steps, testing::ElementsAre("sync file", "rename", "sync folder"));
     }
+}
+
+/// To its last byte.
+bool isSent(const LocalContent& content)
+{
+    const std::unique_ptr<std::FILE, int (*)(std::FILE*)> target(std::tmpfile(), &std::fclose);
+    const auto sink = std::make_shared<connector::host::FileSink>(fileno(target.get()));
+    const auto publisher = content.publisher(countFromZero());
+    publisher->subscribe(sink);
+    const auto sent = lseek(fileno(target.get()), 0, SEEK_END);
+    return sink->completion().get() && sent == static_cast<off_t>(content.size().value());
 }
 
 TEST(SystemCalls, AFileThatChangesWhileItIsReadIsNotStored)
@@ -75,9 +92,9 @@ TEST(SystemCalls, AFileThatChangesWhileItIsReadIsNotStored)
         const timespec longAgo[2]{};
         ASSERT_EQ(utimensat(AT_FDCWD, file.c_str(), longAgo, 0), 0); // the clock of files ticks slowly
         afterLookingAt = [&] { shell.write("file", changed); };
-        EXPECT_THROW(readLocalFile(file, Symlinks::follow), Failure) << changed;
+        EXPECT_FALSE(isSent(LocalContent::ofFile(file, Symlinks::follow))) << changed;
     }
-    EXPECT_EQ(readLocalFile(file, Symlinks::follow).bytes(), "short");
+    EXPECT_TRUE(isSent(LocalContent::ofFile(file, Symlinks::follow)));
 }
 
 } // namespace

@@ -54,6 +54,8 @@ TEST(ProgressLine, LeavesOutWhatDoesNotFit)
     const Progress progress{"Storing", 1 << 20, 4 << 20, 3, 12, 1 << 20};
     EXPECT_EQ(progressLine(progress, 120),
               "Storing  [#####---------------] 25%  1.0 MiB of 4.0 MiB  3/12  1.0 MiB/s  0:03 left");
+    EXPECT_THAT(progressLine({"Storing", 4 << 20, 4 << 20, 0, 1, 1}, 120),
+                testing::EndsWith("4.0 MiB  syncing"));
     EXPECT_EQ(progressLine(progress, 50), "Storing  [#####---------------] 25%");
     EXPECT_EQ(progressLine(progress, 4), "Sto…");
     EXPECT_EQ(progressLine({"Storing", 0, 0, 0, 0, 0}, 80), "Storing  [--------------------]  0%");

@@ -99,6 +99,10 @@ TEST_F(TransferTest, ReplacesOnlyWhenTold)
 
     tarn({"get", "/a", "a"}, 6);
     EXPECT_EQ(alice.read("a"), "three");
+    const auto times = alice.run("tarn get -q /a t && tarn get -q --no-times /a now && touch -r t same && "
+                                 "tarn stat --json /a | grep -c $(stat -c %.3Y t | tr -d .) && "
+                                 "test now -nt t && echo newer");
+    EXPECT_EQ(times.out, "1\nnewer\n") << times.err;
     tarn({"get", "-f", "/a", "a"});
     EXPECT_EQ(alice.read("a"), "three"); // version 3 is a copy of version 2
 }
@@ -170,7 +174,8 @@ TEST_F(TransferTest, RefusesBeforeAnythingIsSent)
     EXPECT_THAT(tarn({"put", "--help"}).out, HasSubstr("tarn put -r"));
     tarn({"get", "/a", "nowhere/"}, 3);
     // Not the port of the service that was: another may listen there by now.
-    const auto unreachable = alice.run("TARN_USER=a TARN_TOKEN=t tarn --endpoint http://127.0.0.1:1 ls");
+    const auto unreachable =
+        alice.run("TARN_USER=a TARN_TOKEN=t tarn --retries 0 --endpoint http://127.0.0.1:1 ls");
     EXPECT_EQ(unreachable.exitCode, 7);
     EXPECT_THAT(unreachable.err, HasSubstr("Could not connect to 127.0.0.1:1"));
 }

@@ -1,0 +1,47 @@
+#pragma once
+
+#include "cli/terminal/Failure.h"
+#include "tarn/transfer/FileTransferMessages.h"
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+namespace tarncli {
+
+/// Where a content goes that may take several requests, each from where the one before was cut off.
+///
+/// Used by one thread at a time: that of the caller between the requests, the delivery threads during one.
+class ContentTarget {
+public:
+    virtual ~ContentTarget() = default;
+
+    /// Bytes from the beginning of the content that are here.
+    virtual std::uint64_t held() const = 0;
+    /// Of these bytes. @throws Failure
+    virtual connector::tarn::Sha256 hash() const = 0;
+    /// The id of the version that they are of; empty: not known, so that nothing can be added to them.
+    virtual std::string version() const = 0;
+    /// What comes is of this version. @throws Failure
+    virtual void setVersion(const std::string& id) = 0;
+    /// Drops what is here. @throws Failure when it cannot be taken back
+    virtual void startOver() = 0;
+    /// For one request; keeps the target.
+    virtual connector::tarn::ContentSubscriber subscriber() = 0;
+
+    /// Refuses what goes beyond this many bytes; nothing: the network layer knows where the content ends.
+    void limitTo(std::optional<std::uint64_t> bytes) { limit = bytes; }
+
+protected:
+    /// @throws Failure
+    void requireRoomFor(std::uint64_t bytes) const
+    {
+        if (limit && held() + bytes > *limit)
+            throw Failure(ExitCode::failure, "The service sends more than the file has.");
+    }
+
+private:
+    std::optional<std::uint64_t> limit;
+};
+
+} // namespace tarncli

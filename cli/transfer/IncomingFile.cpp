@@ -1,0 +1,249 @@
+#include "cli/transfer/IncomingFile.h"
+
+#include "cli/machine/SystemError.h"
+#include "cli/terminal/Failure.h"
+#include "cli/terminal/Text.h"
+#include "tarnhost/FileSink.h"
+
+#include <array>
+#include <atomic>
+#include <cerrno>
+#include <climits>
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+
+namespace tarncli {
+
+namespace {
+
+using connector::common::DataBuffer;
+using connector::host::FileSink;
+namespace fs = std::filesystem;
+
+/// In the same folder, since a file cannot be renamed from one file system to another.
+std::string temporaryName()
+{
+    static std::atomic<unsigned> counter{0};
+    return ".tarn-" + std::to_string(getpid()) + "-" + std::to_string(++counter) + ".part";
+}
+
+std::string partName(const std::string& target)
+{
+    return "." + target + ".tarn-part";
+}
+
+/// Beside the part, what it is a part of.
+std::string versionName(const std::string& part)
+{
+    return part + "-version";
+}
+
+/// A name that has no room for more cannot be kept under another.
+Unfinished possible(Unfinished wanted, const std::string& target)
+{
+    return versionName(partName(target)).size() <= NAME_MAX ? wanted : Unfinished::remove;
+}
+
+} // namespace
+
+/// Counts, and knows when it is too much.
+class IncomingFile::Sink : public FileSink {
+public:
+    Sink(int descriptor, MovedBytes counter, std::shared_ptr<const IncomingFile> target)
+        : FileSink(descriptor, {.keepHoles = true}), moved(std::move(counter)), incoming(std::move(target))
+    {
+    }
+
+    void onNext(DataBuffer&& item) override
+    {
+        const auto bytes = item.size;
+        incoming->requireRoomFor(bytes);
+        FileSink::onNext(std::move(item));
+        *moved += bytes;
+    }
+
+private:
+    MovedBytes moved;
+    std::shared_ptr<const IncomingFile> incoming;
+};
+
+IncomingFile::IncomingFile(FileDescriptor into, std::string finalName, fs::path shownPath,
+                           Unfinished whenUnfinished, MovedBytes movedBytes)
+    : folder(std::move(into))
+    , target(std::move(finalName))
+    , shown(std::move(shownPath))
+    , unfinished(possible(whenUnfinished, target))
+    , name(unfinished == Unfinished::keep ? partName(target) : temporaryName())
+    , moved(std::move(movedBytes))
+    , guard([this] { leave(); })
+{
+    unfinished == Unfinished::keep ? openPart() : openTemporary();
+}
+
+IncomingFile::~IncomingFile()
+{
+    leave();
+}
+
+void IncomingFile::openTemporary()
+{
+    file = FileDescriptor(::openat(folder.get(), name.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
+    if (!file) throwErrno("Could not write", shown);
+}
+
+void IncomingFile::openPart()
+{
+    constexpr int flags = O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK;
+    do {
+        file = FileDescriptor(::openat(folder.get(), name.c_str(), flags, 0666));
+        if (!file) throwErrno("Could not write", shown);
+        if (::flock(file.get(), LOCK_EX | LOCK_NB) != 0) {
+            file.reset(); // it is the other's: nothing of it may be touched
+            throw Failure(ExitCode::conflict,
+                          escaped(shown.string()) + " is being fetched by another command.");
+        }
+    } while (!isStillNamed()); // the other has just given it its final name
+    const auto size = ::lseek(file.get(), 0, SEEK_END);
+    if (size < 0) throwErrno("Could not read", shown);
+    readVersion();
+    *moved += static_cast<std::uint64_t>(size);
+}
+
+/// Discarded or not.
+bool IncomingFile::isPart() const
+{
+    return name == partName(target);
+}
+
+bool IncomingFile::isStillNamed() const
+{
+    struct stat opened {};
+
+    struct stat named {};
+
+    if (::fstat(file.get(), &opened) != 0 || !S_ISREG(opened.st_mode)) throwErrno("Could not write", shown);
+    return ::fstatat(folder.get(), name.c_str(), &named, AT_SYMLINK_NOFOLLOW) == 0 &&
+           named.st_dev == opened.st_dev && named.st_ino == opened.st_ino;
+}
+
+/// What cannot be read is an unknown version, and the file begins anew.
+void IncomingFile::readVersion()
+{
+    const FileDescriptor kept(
+        ::openat(folder.get(), versionName(name).c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
+    std::array<char, 256> text;
+    const auto count = kept ? ::read(kept.get(), text.data(), text.size()) : 0;
+    if (count > 0) versionId.assign(text.data(), static_cast<std::size_t>(count));
+}
+
+/// The content is new by then, or was of this version before: the two never disagree in a way that the service and
+/// the digest would not find.
+void IncomingFile::setVersion(const std::string& id)
+{
+    if (id == versionId) return;
+    versionId = id;
+    if (!isPart()) return;
+    const FileDescriptor kept(::openat(folder.get(), versionName(name).c_str(),
+                                       O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0666));
+    if (!kept || ::write(kept.get(), id.data(), id.size()) != static_cast<ssize_t>(id.size()))
+        throwErrno("Could not write", shown);
+}
+
+/// The position rather than the size: behind the last byte there may be a hole.
+std::uint64_t IncomingFile::held() const
+{
+    const auto position = ::lseek(file.get(), 0, SEEK_CUR);
+    if (position < 0) throwErrno("Could not write", shown);
+    return static_cast<std::uint64_t>(position);
+}
+
+connector::tarn::Sha256 IncomingFile::hash() const
+{
+    fillLastHole();
+    connector::tarn::Sha256 hash;
+    std::array<char, 64 * 1024> buffer;
+    const auto end = static_cast<off_t>(held());
+    for (off_t done = 0; done < end;) {
+        const auto count = ::pread(file.get(), buffer.data(), buffer.size(), done);
+        if (count < 0 && errno == EINTR) continue;
+        if (count <= 0) throwErrno("Could not read", shown);
+        hash.add({buffer.data(), static_cast<std::size_t>(count)});
+        done += count;
+    }
+    return hash;
+}
+
+void IncomingFile::startOver()
+{
+    *moved -= held();
+    startedOver = true;
+    if (::ftruncate(file.get(), 0) != 0 || ::lseek(file.get(), 0, SEEK_SET) != 0)
+        throwErrno("Could not write", shown);
+}
+
+connector::tarn::ContentSubscriber IncomingFile::subscriber()
+{
+    return std::make_shared<Sink>(file.get(), moved, shared_from_this());
+}
+
+void IncomingFile::commit(Overwrite overwrite, std::uint64_t milliseconds)
+{
+    if (milliseconds > 0) {
+        const timespec times[] = {
+            {0, UTIME_OMIT},
+            {static_cast<time_t>(milliseconds / 1000), static_cast<long>(milliseconds % 1000) * 1'000'000}};
+        if (::futimens(file.get(), times) != 0) throwErrno("Could not set the time of", shown);
+    }
+    // Before the name: a power cut must not leave a name on an empty file.
+    if (::fsync(file.get()) != 0) throwErrno("Could not write", shown);
+    rename(overwrite);
+    committed = true;
+    if (isPart()) ::unlinkat(folder.get(), versionName(name).c_str(), 0);
+    // The new name lasts only once the folder does.
+    if (::fsync(folder.get()) != 0) throwErrno("Could not write", shown);
+}
+
+void IncomingFile::rename(Overwrite overwrite) const
+{
+    const unsigned flags = overwrite == Overwrite::refuse ? RENAME_NOREPLACE : 0;
+    int result = ::renameat2(folder.get(), name.c_str(), folder.get(), target.c_str(), flags);
+    // Some file systems know no flags; the name was free a moment ago.
+    if (result != 0 && errno == EINVAL && flags != 0 && !isTaken(target))
+        result = ::renameat(folder.get(), name.c_str(), folder.get(), target.c_str());
+    if (result != 0 && errno == EEXIST)
+        throw Failure(ExitCode::conflict,
+                      escaped(shown.string()) + " exists already; use --force to replace it.");
+    if (result != 0) throwErrno("Could not write", shown);
+}
+
+bool IncomingFile::isTaken(const std::string& other) const
+{
+    struct stat status {};
+
+    const bool found = ::fstatat(folder.get(), other.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0;
+    if (found) errno = EEXIST;
+    return found;
+}
+
+/// One byte rather than a new size: what is being written behind it at this moment must not be cut off.
+void IncomingFile::fillLastHole() const
+{
+    struct stat status {};
+
+    const auto end = ::lseek(file.get(), 0, SEEK_CUR);
+    if (::fstat(file.get(), &status) != 0 || end <= status.st_size) return;
+    [[maybe_unused]] const auto count =
+        ::pwrite(file.get(), "", 1, end - 1); // without it, more is fetched again
+}
+
+void IncomingFile::leave() const
+{
+    if (committed) return;
+    if (unfinished == Unfinished::keep && (!file || ::lseek(file.get(), 0, SEEK_CUR) > 0))
+        return fillLastHole();
+    ::unlinkat(folder.get(), name.c_str(), 0);
+    if (isPart()) ::unlinkat(folder.get(), versionName(name).c_str(), 0);
+}
+
+} // namespace tarncli

@@ -1,0 +1,84 @@
+#pragma once
+
+#include "cli/machine/FileDescriptor.h"
+#include "cli/remote/ContentTarget.h"
+#include "cli/terminal/Interrupts.h"
+#include "cli/transfer/MovedBytes.h"
+
+#include <cstdint>
+#include <filesystem>
+#include <memory>
+#include <string>
+
+namespace tarncli {
+
+enum class Overwrite { refuse, replace };
+
+/// What becomes of a file that did not become whole.
+enum class Unfinished {
+    remove,
+    keep, ///< stays beside its target for a later command to go on with; not when discard() was called
+};
+
+/// A file on its way into a folder: under another name in there until it is whole and lasts.
+///
+/// Blocks of zeros become holes. An interrupt removes or keeps it as its destructor does.
+class IncomingFile : public ContentTarget, public std::enable_shared_from_this<IncomingFile> {
+public:
+    /// @param folder      where it goes
+    /// @param finalName   in there
+    /// @param shownPath   what the user calls it
+    /// @param movedBytes  counts what has come, what is here from an earlier command included
+    /// @throws Failure; conflict when another command is just fetching the file, with Unfinished::keep
+    IncomingFile(FileDescriptor folder, std::string finalName, std::filesystem::path shownPath,
+                 Unfinished unfinished, MovedBytes movedBytes);
+    ~IncomingFile() override;
+    IncomingFile(const IncomingFile&) = delete;
+    IncomingFile& operator=(const IncomingFile&) = delete;
+
+    std::uint64_t held() const override;
+    connector::tarn::Sha256 hash() const override;
+
+    std::string version() const override { return versionId; }
+
+    void setVersion(const std::string& id) override;
+    void startOver() override;
+    connector::tarn::ContentSubscriber subscriber() override;
+
+    /// Another version than the one that was begun with has come.
+    bool hasStartedOver() const { return startedOver; }
+
+    /// @param milliseconds  since 1970, kept as the time of its last change; 0: now
+    /// @throws Failure; conflict when there is a file of that name that must not be replaced
+    void commit(Overwrite overwrite, std::uint64_t milliseconds);
+
+    /// It is of no use to a later command.
+    void discard() { unfinished = Unfinished::remove; }
+
+private:
+    class Sink;
+
+    void openTemporary();
+    void openPart();
+    bool isPart() const;
+    bool isStillNamed() const;
+    void readVersion();
+    void fillLastHole() const;
+    void leave() const;
+    bool isTaken(const std::string& target) const;
+    void rename(Overwrite overwrite) const;
+
+    FileDescriptor folder;
+    std::string target;
+    std::filesystem::path shown;
+    Unfinished unfinished;
+    const std::string name; ///< until it is whole
+    MovedBytes moved;
+    std::string versionId;
+    bool startedOver = false;
+    bool committed = false;
+    InterruptGuard guard; ///< before the file exists, so that there is no moment in which it is forgotten
+    FileDescriptor file;
+};
+
+} // namespace tarncli

@@ -1,0 +1,52 @@
+#pragma once
+
+#include "cli/machine/FileDescriptor.h"
+#include "cli/transfer/MovedBytes.h"
+#include "tarn/transfer/FileTransferMessages.h"
+
+#include <filesystem>
+#include <memory>
+#include <optional>
+#include <string>
+#include <sys/stat.h>
+
+/// Contents on their way to the service.
+namespace tarncli {
+
+enum class Symlinks { follow, refuse };
+
+/// A local content, opened to be sent once.
+///
+/// One of a regular file ends with a Failure before its last byte when the file has changed since it was opened: what
+/// is part old and part new is never stored.
+class LocalContent {
+public:
+    /// @throws Failure when it cannot be read or is not a regular file
+    static LocalContent ofFile(const std::filesystem::path& file, Symlinks symlinks);
+    /// A pipe, mostly. @throws Failure
+    static LocalContent ofStandardInput();
+
+    /// Bytes; nothing when only the end will tell.
+    std::optional<std::uint64_t> size() const { return bytes; }
+
+    /// @param moved  counts what has gone by
+    connector::tarn::ContentPublisher publisher(MovedBytes moved) const;
+
+    /// Of all of it; reads it. @throws Failure
+    std::string sha256() const;
+
+private:
+    LocalContent(FileDescriptor opened, std::string shownName);
+
+    std::shared_ptr<const FileDescriptor> file;
+    std::string shown; ///< escaped
+
+    struct stat before {};
+
+    std::optional<std::uint64_t> bytes;
+};
+
+/// Returns when the first byte of standard input is there, or its end.
+void awaitStandardInput();
+
+} // namespace tarncli
