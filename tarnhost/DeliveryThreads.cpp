@@ -42,7 +42,7 @@ void DeliveryThreads::enqueue(std::unique_ptr<Job> job)
     std::shared_lock lock(mutex);
     if (!pool) return;
     boost::asio::post(*pool, [held = std::move(job)] {
-        const DeliveryScope scope("a reply or a message");
+        const DeliveryScope scope("a task of the host");
         held->run();
     });
 }

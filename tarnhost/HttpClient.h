@@ -16,7 +16,8 @@ struct TransferredBytes {
     std::uint64_t received = 0;
 };
 
-/// Takes http::HttpClientRequest, answers http::HttpClientResponse.
+/// Takes http::HttpClientRequest, answers http::HttpClientResponse; of http::HttpStreamedRequest it keeps all that is
+/// told there, and what follows is about the others.
 ///
 /// A reply is there once its whole body has arrived, its head to the empty line and its body to its length or
 /// last chunk; a reply that does not say where it ends is none. The body is then a publisher of one item that
@@ -27,7 +28,7 @@ struct TransferredBytes {
 /// may be repeated. HttpOptions says how long and how large an exchange may become.
 ///
 /// Between start and stop one I/O thread drives all exchanges. It runs no foreign code: request bodies are
-/// gathered on the thread of their publisher, and every future is resolved on a delivery thread. A request
+/// gathered on the thread of their publisher unless their headers frame them, and every future is resolved on a delivery thread. A request
 /// that gets no complete reply fails with TransportError; one whose body publisher fails, with that error.
 /// Stopping fails all exchanges under way.
 class TARN_API HttpClient : public ServiceProvider {

@@ -37,7 +37,8 @@ struct HttpOptions {
 
     std::uint64_t documentLimit = std::uint64_t{64} << 20; ///< bytes of a document
     /// Bytes of content whose length the head announces. Content that is announced has to fit into the memory
-    /// that is available, or fails before any of it is taken.
+    /// that is available, or fails before any of it is taken. Streamed content is not gathered, and neither this
+    /// limit nor the next one is applied to it.
     std::uint64_t contentLimit = std::numeric_limits<std::uint64_t>::max();
     /// Bytes of content that comes in chunks, which nobody can know beforehand.
     std::uint64_t chunkedContentLimit = std::uint64_t{1} << 30;
@@ -45,7 +46,7 @@ struct HttpOptions {
     std::string caFile = {};          ///< PEM file of trusted roots; empty: the system's
     std::string proxy = {};           ///< URL of a proxy; empty: none
     unsigned connectionsPerHost = 16; ///< further requests to the same host wait their turn
-    /// Looks at every complete reply before it is handed on, whatever its status; empty: all pass. Returns
+    /// Looks at every complete reply, and at the head of a streamed one with an empty body, before it is handed on, whatever its status; empty: all pass. Returns
     /// what is wrong with it, with which the exchange then fails (TransportError, phase reply), or nothing.
     /// Called on the delivery threads, several at a time.
     std::function<std::string(const ReceivedReply&)> replyCheck = {};

@@ -1,5 +1,6 @@
 #include "tarnhost/Router.h"
 
+#include "tarn/foundation/DeliveryScope.h"
 #include "tarn/foundation/Promise.h"
 #include "tarnhost/DeliveryThreads.h"
 #include "tarnhost/HostErrors.h"
@@ -38,6 +39,7 @@ struct Delivery {
     std::shared_ptr<Router> router;
     std::shared_ptr<ServiceProvider> provider;
     std::unique_ptr<Message> message;
+    Address to;
     Address onward;
     Promise<Reply> promise;
     bool settled = false;
@@ -50,6 +52,7 @@ struct Delivery {
 
     void run()
     {
+        const DeliveryScope scope("a message to ", &to.getName());
         Future<Reply> reply;
         std::exception_ptr failure;
         try {
@@ -173,8 +176,8 @@ Future<Reply> Router::send(std::unique_ptr<Message>&& message, Address&& to)
     Promise<Reply> promise;
     auto future = promise.getFuture();
     std::unique_ptr<Delivery> delivery(new Delivery{shared_from_this(), std::move(found.provider),
-                                                    std::move(message), std::move(found.onward),
-                                                    std::move(promise)});
+                                                    std::move(message), std::move(to),
+                                                    std::move(found.onward), std::move(promise)});
     pool->post([held = std::move(delivery)] { held->run(); });
     return future;
 }

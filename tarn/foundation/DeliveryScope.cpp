@@ -4,18 +4,17 @@
 #include "tarn/foundation/detail/ContextHandle.h"
 #include "tarn/foundation/detail/SharedFutureState.h"
 
-#include <string>
-
 namespace connector {
 namespace {
 
-thread_local const char* innermost = nullptr;
+thread_local const DeliveryScope* innermost = nullptr;
 
 } // namespace
 
-DeliveryScope::DeliveryScope(const char* place) noexcept : outer(innermost)
+DeliveryScope::DeliveryScope(const char* doing, const std::string* about) noexcept
+    : work(doing), subject(about), outer(innermost)
 {
-    innermost = place;
+    innermost = this;
 }
 
 DeliveryScope::~DeliveryScope()
@@ -23,9 +22,10 @@ DeliveryScope::~DeliveryScope()
     innermost = outer;
 }
 
-const char* DeliveryScope::current() noexcept
+std::string DeliveryScope::current()
 {
-    return innermost;
+    if (!innermost) return {};
+    return innermost->work + (innermost->subject ? *innermost->subject : std::string());
 }
 
 void detail::requireMayBlock(const std::type_info& awaited)
@@ -33,7 +33,8 @@ void detail::requireMayBlock(const std::type_info& awaited)
     if (!innermost) return;
     using ::foundation::core::diag::detail::demangle_typeid_name;
     throw WouldDeadlock("Waiting for a " + demangle_typeid_name(mangledName(awaited), false) +
-                        " would block a delivery thread of the host, which is busy with " + innermost +
+                        " would block a delivery thread of the host, which is busy with " +
+                        DeliveryScope::current() +
                         " and may be the one that the result needs. Use then() instead of get().");
 }
 

@@ -2,6 +2,8 @@
 
 #include "tarn/foundation/Export.h"
 
+#include <string>
+
 namespace connector {
 
 /// Marks the calling thread, while it lives, as one on which results and the items of streams arrive.
@@ -12,17 +14,20 @@ namespace connector {
 /// threads end the same way. What is there already is returned as ever, and waits with a limit stay what they are.
 class TARN_API DeliveryScope {
 public:
-    /// @param place  what the thread does, for the error's text; has to outlive the scope
-    explicit DeliveryScope(const char* place) noexcept;
+    /// @param work     what the thread does, for the error's text: "the reply to "
+    /// @param subject  and to whom or what; null: nothing to add. Both have to outlive the scope
+    explicit DeliveryScope(const char* work, const std::string* subject = nullptr) noexcept;
     ~DeliveryScope();
     DeliveryScope(const DeliveryScope&) = delete;
     DeliveryScope& operator=(const DeliveryScope&) = delete;
 
-    /// What the innermost scope of this thread says; null on a thread that may block.
-    static const char* current() noexcept;
+    /// What the innermost scope of this thread says; empty on a thread that may block.
+    static std::string current();
 
 private:
-    const char* outer;
+    const char* const work;
+    const std::string* const subject;
+    const DeliveryScope* const outer;
 };
 
 } // namespace connector

@@ -1,5 +1,6 @@
 #include "tarnhost/detail/HttpTransfer.h"
 
+#include "tarn/foundation/DeliveryScope.h"
 #include "tarn/foundation/OneShotPublisher.h"
 #include "tarn/foundation/platform/HttpStreamedRequest.h"
 #include "tarn/foundation/platform/HttpStreamedResponse.h"
@@ -237,19 +238,31 @@ std::size_t HttpTransfer::supplyStreamed(char* room, std::size_t size)
     return taken;
 }
 
+/// Nothing may be thrown through libcurl. @return whether `step` came to its end
+template <class Step>
+bool HttpTransfer::guarded(Step step)
+{
+    try {
+        step();
+        return true;
+    } catch (const std::exception& fault) {
+        refusal = fault.what();
+        return false;
+    }
+}
+
 std::size_t HttpTransfer::onHeader(char* bytes, std::size_t unit, std::size_t count, void* self)
 {
     auto& transfer = *static_cast<HttpTransfer*>(self);
     const auto taken = transfer.take(&IncomingReply::takeLine, {bytes, unit * count});
-    if (transfer.reply.hasHead() && transfer.reply.isStreamed()) transfer.deliverHead();
-    return taken;
+    if (!transfer.reply.hasHead() || !transfer.reply.isStreamed()) return taken;
+    return transfer.guarded([&] { transfer.deliverHead(); }) ? taken : CURL_WRITEFUNC_ERROR;
 }
 
 /// Once, however many lines of a trailer follow.
 void HttpTransfer::deliverHead()
 {
     if (headGiven || !refusal.empty()) return;
-    headGiven = true;
     auto headers = reply.takeHeaders();
     const auto type = headers.find("content-type");
     ReceivedReply seen{reply.status(), {}, true, {}};
@@ -266,18 +279,22 @@ void HttpTransfer::deliverHead()
             return std::current_exception();
         }
     };
-    threads->post(HeadDelivery(
-        std::move(promise),
-        std::make_unique<http::HttpStreamedResponse>(reply.status(), incoming->publish(), std::move(headers)),
-        std::move(check)));
+    auto response =
+        std::make_unique<http::HttpStreamedResponse>(reply.status(), incoming->publish(), std::move(headers));
+    headGiven = true;
+    threads->post(HeadDelivery(std::move(promise), std::move(response), std::move(check)));
 }
 
 std::size_t HttpTransfer::onBody(char* bytes, std::size_t unit, std::size_t count, void* self)
 {
     auto& transfer = *static_cast<HttpTransfer*>(self);
     const std::string_view arrived(bytes, unit * count);
-    if (transfer.headGiven && !transfer.takeStreamed(arrived)) return CURL_WRITEFUNC_PAUSE;
+    bool isTaken = true;
+    const bool well =
+        !transfer.headGiven || transfer.guarded([&] { isTaken = transfer.takeStreamed(arrived); });
+    if (!isTaken) return CURL_WRITEFUNC_PAUSE;
     transfer.counters->received.fetch_add(arrived.size(), std::memory_order_relaxed);
+    if (!well) return CURL_WRITEFUNC_ERROR;
     return transfer.headGiven ? arrived.size() : transfer.take(&IncomingReply::takeBody, arrived);
 }
 
@@ -319,13 +336,7 @@ void HttpTransfer::giveUp()
 
 std::size_t HttpTransfer::take(void (IncomingReply::*step)(std::string_view), std::string_view bytes)
 {
-    try {
-        (reply.*step)(bytes);
-        return bytes.size();
-    } catch (const std::exception& fault) {
-        refusal = fault.what();
-        return CURL_WRITEFUNC_ERROR;
-    }
+    return guarded([&] { (reply.*step)(bytes); }) ? bytes.size() : CURL_WRITEFUNC_ERROR;
 }
 
 bool HttpTransfer::isOverdue(ExchangeClock::Time now)
@@ -426,6 +437,7 @@ void HttpTransfer::check(const common::DataBuffer& content)
 void HttpTransfer::settle()
 {
     settled = true;
+    const DeliveryScope scope("the reply to ", &target.path);
     onStop.reset();
     if (outgoing) outgoing->cancel();
     if (headGiven) return;

@@ -106,6 +106,8 @@ private:
     TransportPhase phaseOf(CURLcode outcome) const;
     std::string reasonOf(CURLcode outcome) const;
     std::size_t take(void (IncomingReply::*step)(std::string_view), std::string_view bytes);
+    template <class Step>
+    bool guarded(Step step);
     bool takeStreamed(std::string_view bytes);
     std::size_t supplyStreamed(char* room, std::size_t size);
     void deliverHead();

@@ -178,9 +178,13 @@ void OutgoingStream::step()
     const auto asking = subscription.lock();
     const bool stop = last && !ended;
     lock.unlock();
-    if (asking && stop) asking->cancel();
-    if (asking && first) asking->request(1);
-    if (!asking && first) onError(std::make_exception_ptr(std::runtime_error("Subscription went away!")));
+    try {
+        if (asking && stop) asking->cancel();
+        if (asking && first) asking->request(1);
+        if (!asking && first) throw std::runtime_error("Subscription went away!");
+    } catch (...) {
+        onError(std::current_exception());
+    }
     publisher.reset();
     lock.lock();
     scheduled = false;

@@ -6,7 +6,11 @@
 #include "tarn/accesscontrol/AccessControlClientServiceProvider.h"
 #include "tarn/fileaccess/FileAccessClient.h"
 #include "tarn/fileaccess/FileAccessClientServiceProvider.h"
+#include "tarn/foundation/ContentReduction.h"
+#include "tarn/foundation/ReducingSubscriber.h"
 #include "tarn/session/TarnSessionClientServiceProvider.h"
+#include "tarn/transfer/FileTransferClient.h"
+#include "tarn/transfer/FileTransferClientServiceProvider.h"
 #include "tarn/versioning/VersioningClient.h"
 #include "tarn/versioning/VersioningClientServiceProvider.h"
 
@@ -217,6 +221,8 @@ int leaksOfTheParser(const std::string& text)
     });
 }
 
+using Folding = reactive_streams::ReducingSubscriber<common::DataBuffer, common::DataBuffer>;
+
 /// Calls `operation` of the bench's client and answers it.
 template <class Bench, class Client, class Request>
 int leaksOfOperation(ReplyTo<Request> (Client::*operation)(std::unique_ptr<Request>&&),
@@ -224,7 +230,13 @@ int leaksOfOperation(ReplyTo<Request> (Client::*operation)(std::unique_ptr<Reque
 {
     return leaksOf<Bench, std::unique_ptr<typename Request::Response>>(
         "done", [&](Bench& bench, ReplyTo<Request>& future) {
-            future = ((*bench.client).*operation)(std::make_unique<Request>());
+            auto request = std::make_unique<Request>();
+            if constexpr (std::is_same_v<Request, FileUpload>) request->content = bodyOf("content");
+            if constexpr (std::is_same_v<Request, FileDownload>) {
+                request->content =
+                    std::make_shared<Folding>(common::DataBuffer(), reactive_streams::appendContent);
+            }
+            future = ((*bench.client).*operation)(std::move(request));
             bench.transport->answer(200, reply);
         });
 }
@@ -240,10 +252,13 @@ TEST(AllocationFailure, OfAnOperationOfEachArea)
 {
     using Files = WireBench<FileAccessClient, FileAccessClientServiceProvider>;
     using Grants = WireBench<AccessControlClient, AccessControlClientServiceProvider>;
+    using Transfers = WireBench<FileTransferClient, FileTransferClientServiceProvider>;
     using Versions = WireBench<VersioningClient, VersioningClientServiceProvider>;
     expectOperation<SessionBench>(&TarnSessionClient::login, "<R><TarnSessionId>S1</TarnSessionId></R>");
     expectOperation<Files>(&FileAccessClient::createFile, "<R><VersionId>V1</VersionId></R>");
     EXPECT_EQ(leaksOfOperation<Files>(&FileAccessClient::readFile, "content"), 0);
+    expectOperation<Transfers>(&FileTransferClient::uploadFile, "<R><VersionId>V1</VersionId></R>");
+    EXPECT_EQ(leaksOfOperation<Transfers>(&FileTransferClient::downloadFile, "content"), 0);
     expectOperation<Files>(&FileAccessClient::listFolder,
                            "<R><Files><F a='b'><Name>a longer name than fits</Name></F><F/></Files></R>");
     expectOperation<Grants>(&AccessControlClient::listPermissions,
