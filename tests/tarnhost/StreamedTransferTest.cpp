@@ -89,9 +89,12 @@ template <class Condition>
 bool eventually(Condition condition)
 {
     const auto deadline = std::chrono::steady_clock::now() + patience;
-    while (!condition() && std::chrono::steady_clock::now() < deadline)
+    bool came = condition();
+    while (!came && std::chrono::steady_clock::now() < deadline) {
         std::this_thread::sleep_for(1ms);
-    return condition();
+        came = condition();
+    }
+    return came;
 }
 
 std::string headOf(std::uint64_t length)
