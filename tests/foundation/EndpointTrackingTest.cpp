@@ -151,7 +151,7 @@ TEST(CallbackSubscriber, WaitsInCancelForCallbacksOnOtherThreads)
     std::atomic<int> running{2};
     std::shared_ptr<CallbackSubscriber<int>> subscriber;
     subscriber = std::make_shared<CallbackSubscriber<int>>([&](int&& inside) {
-        entered.count_down();
+        entered.arrive_and_wait();        // after a cancel the other would not be let in
         if (inside) subscriber->cancel(); // waits neither for itself nor for another that may do the same
         leave.wait();
         --running;
