@@ -18,6 +18,7 @@
 #include <atomic>
 #include <cstdio>
 #include <future>
+#include <mutex>
 #include <random>
 #include <thread>
 
@@ -50,7 +51,10 @@ struct TemporaryFile {
 struct Consumer : reactive_streams::SubscriberAPI<DataBuffer> {
     void onSubscribe(std::weak_ptr<reactive_streams::Subscription> offered) override
     {
-        subscription = offered;
+        {
+            const std::lock_guard lock(guard);
+            subscription = offered;
+        }
         started.set_value();
     }
 
@@ -66,15 +70,22 @@ struct Consumer : reactive_streams::SubscriberAPI<DataBuffer> {
 
     void onError(std::exception_ptr) override { ++errors; }
 
-    void cancel() override { subscription.lock()->cancel(); }
+    void cancel() override { held()->cancel(); }
+
+    std::shared_ptr<reactive_streams::Subscription> held() const
+    {
+        const std::lock_guard lock(guard);
+        return subscription.lock();
+    }
 
     void request(std::uint64_t n)
     {
-        if (const auto held = subscription.lock()) held->request(n);
+        if (const auto asked = held()) asked->request(n);
     }
 
     Future<bool> completion() override { return makeReadyFuture(true); }
 
+    mutable std::mutex guard; ///< the test asks while a delivery thread subscribes
     std::weak_ptr<reactive_streams::Subscription> subscription;
     std::promise<void> started;
     std::function<void(Consumer&)> afterItem;
@@ -213,7 +224,7 @@ TEST(StreamedTransfer, EndsForSixtyFourConsumersOfRandomSpeedOnOneThread)
             ++open;
             auto& consumer = *consumers[static_cast<std::size_t>(i)];
             if (random() % 4 == 0) consumer.request(random() % 8);
-            const auto held = consumer.subscription.lock();
+            const auto held = consumer.held();
             if (isCancelled(i) && held && consumer.bytes > 0) held->cancel();
         }
         return open == 0;
