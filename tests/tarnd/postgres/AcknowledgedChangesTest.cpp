@@ -125,7 +125,10 @@ TEST_F(AcknowledgedChanges, OutliveStopsAndKills)
     std::cout << rounds << " rounds, " << acknowledged << " changes acknowledged\n";
     for (auto& each : services)
         EXPECT_EQ(each->terminate(), 0) << each->errors();
-    EXPECT_EQ(services[0]->run({"fsck"}).exitCode, 0);
+    startProcess(0); // what a change of unknown outcome left is found and removed by the next start
+    EXPECT_EQ(services[0]->terminate(), 0);
+    const auto fsck = services[0]->run({"fsck"});
+    EXPECT_EQ(fsck.exitCode, 0) << fsck.out << fsck.err;
 }
 
 } // namespace

@@ -4,6 +4,7 @@
 #include "tests/tarnd/postgres/OwnDatabase.h"
 #include "tests/tarnd/postgres/SilentProxy.h"
 
+#include <functional>
 #include <future>
 #include <gmock/gmock.h>
 
@@ -73,9 +74,12 @@ protected:
         return outcomes;
     }
 
-    void waitForLocks(const std::string& count, const std::string& which)
+    /// @param check throws when it is in vain to wait on
+    void waitForLocks(
+        const std::string& count, const std::string& which, const std::function<void()>& check = [] {})
     {
         waitUntil([&] {
+            check();
             return ask("SELECT COUNT(*) FROM pg_locks JOIN pg_database d ON d.oid = database WHERE datname = "
                        "current_database() AND " +
                        which) == count;
@@ -90,13 +94,21 @@ protected:
             "NULL; END' LANGUAGE plpgsql; CREATE CONSTRAINT TRIGGER held AFTER INSERT ON versions DEFERRABLE "
             "INITIALLY " +
             when + " FOR EACH ROW EXECUTE FUNCTION hold()");
-        holder = std::async(std::launch::async, [this] {
-            EXPECT_ANY_THROW(
-                ask("SET application_name = 'holder'; SELECT pg_advisory_lock(7), pg_sleep(60)"));
+        holder = std::async(std::launch::async, [this]() -> std::string {
+            try {
+                return ask("SET application_name = 'holder'; SELECT pg_advisory_lock(7), pg_sleep(60)");
+            } catch (const std::exception& e) {
+                return e.what();
+            }
         });
-        waitForLocks("1", "objid = 7 AND granted");
+        waitForLocks("1", "objid = 7 AND granted", [this] {
+            if (holder.wait_for(std::chrono::seconds(0)) == std::future_status::ready)
+                throw std::runtime_error("nothing is held up: " + holder.get());
+        });
         auto outcome = put(service);
-        waitForLocks("1", "objid = 7 AND NOT granted");
+        waitForLocks("1", "objid = 7 AND NOT granted", [&] {
+            if (!outcome.pending()) throw std::runtime_error("was not held up: " + outcome.get().front());
+        });
         return outcome;
     }
 
@@ -117,7 +129,7 @@ protected:
 
     std::unique_ptr<TarndProcess> first, second;
     std::string session;
-    std::future<void> holder;
+    std::future<std::string> holder;
 };
 
 TEST_F(SeveralProcesses, OneThatStopsInsideAWriteStopsNoOther)
