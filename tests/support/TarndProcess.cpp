@@ -1,5 +1,6 @@
 #include "tests/support/TarndProcess.h"
 
+#include <arpa/inet.h>
 #include <atomic>
 #include <cerrno>
 #include <cstdlib>
@@ -8,10 +9,12 @@
 #include <fstream>
 #include <nlohmann/json.hpp>
 #include <poll.h>
+#include <random>
 #include <signal.h>
 #include <sstream>
 #include <stdexcept>
 #include <sys/prctl.h>
+#include <sys/socket.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -150,6 +153,21 @@ std::string databaseIn(const std::string& schema)
     return url + (url.find('?') == std::string::npos ? "?" : "&") + "options=-csearch_path%3D" + schema;
 }
 
+/// A port that the kernel gives to nobody who asks for any: when its service ends, a client that tries it again
+/// must not meet a stranger, nor a service that is to continue there find it taken.
+std::uint16_t portOfItsOwn()
+{
+    std::random_device random;
+    for (;;) {
+        const auto port = std::uniform_int_distribution<std::uint16_t>(10000, 32767)(random);
+        const int probe = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        const sockaddr_in address{AF_INET, htons(port), {htonl(INADDR_LOOPBACK)}, {}};
+        const bool isFree = bind(probe, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
+        close(probe);
+        if (isFree) return port;
+    }
+}
+
 } // namespace
 
 CommandResult runCommand(const std::vector<std::string>& commandLine, std::chrono::seconds limit)
@@ -229,6 +247,7 @@ std::vector<std::string> TarndProcess::commandLine(std::vector<std::string> argu
 void TarndProcess::start(std::uint16_t chosenPort)
 {
     if (isRunning()) throw std::logic_error("tarnd runs already");
+    if (chosenPort == 0) chosenPort = portOfItsOwn();
     Pipe out;
     auto arguments = commandLine({"serve", "--listen", "127.0.0.1:" + std::to_string(chosenPort)});
     arguments.insert(arguments.end(), serveArguments.begin(), serveArguments.end());
