@@ -8,7 +8,9 @@
 #include <atomic>
 #include <chrono>
 #include <filesystem>
+#include <fstream>
 #include <map>
+#include <random>
 #include <thread>
 
 namespace tarncli::test {
@@ -254,6 +256,14 @@ protected:
         return alice.run("tarn " + arguments);
     }
 
+    /// The file in which the service keeps what is stored now.
+    fs::path onlyContent() const
+    {
+        for (const auto& entry : fs::recursive_directory_iterator(service.dataDir() / "contents"))
+            if (entry.is_regular_file() && entry.file_size() == content.size()) return entry.path();
+        return {};
+    }
+
     /// Cuts a content off, and counts what has gone through.
     Play cut()
     {
@@ -272,15 +282,93 @@ protected:
     std::atomic<std::size_t> lastBody{0};
 };
 
-TEST_F(OnTheWay, ADownloadGoesOnByItselfWhereItWasCutOff)
-{
-    for (const auto* verb : {"get -f /f .", "cat /f >f"}) {
-        sent = 0;
-        const auto result = run(verb, fetching, 2, cut());
-        EXPECT_EQ(result.exitCode, 0) << result.err;
-        EXPECT_EQ(alice.read("f"), content) << verb;
-        EXPECT_EQ(sent + lastBody, content.size());
+/// Somebody whose connection is cut once in each command, at a place that chance chooses.
+class Unlucky {
+public:
+    Unlucky(TarndProcess& target, const std::string& token, std::string bytes, unsigned seed)
+        : service(target), content(std::move(bytes)), random(seed)
+    {
+        shell.set("TARN_USER", "alice");
+        shell.set("TARN_TOKEN", token);
+        shell.set("TARN_ENDPOINT", proxy.url());
+        mine = "/" + std::to_string(seed);
+        shell.write("f", content);
+        EXPECT_TRUE(isFinished("put f " + mine, false));
     }
+
+    void fetches(const std::string& verb)
+    {
+        fetched = 0;
+        isFinished("--retries 0 get --continue " + mine + " new");
+        const bool isThere = fs::exists(shell.work() / "new");
+        EXPECT_TRUE(isThere || isFinished("get --continue " + mine + " new", false));
+        EXPECT_EQ(shell.read("new"), content);
+        EXPECT_LT(fetched, content.size() + 10'000) << "two logins, two questions, and heads";
+        fs::remove(shell.work() / "new");
+
+        shell.write("f", "old");
+        EXPECT_TRUE(isFinished(verb + " " + mine + (verb == "cat" ? " >f" : " f")));
+        EXPECT_EQ(shell.read("f"), content);
+    }
+
+    void stores(const std::string& verb)
+    {
+        const auto before = content;
+        content[random() % content.size()] ^= 1;
+        shell.write("f", content);
+        const bool isThere = isFinished(verb + " " + mine + " <f");
+        EXPECT_THAT(stored(), testing::AnyOf(content, isThere ? content : before));
+        EXPECT_TRUE(isFinished("put -f f " + mine));
+        EXPECT_EQ(stored(), content);
+    }
+
+private:
+    using Connection = ScriptedHttpServer::Connection;
+
+    bool isFinished(const std::string& arguments, bool isCut = true)
+    {
+        left = isCut ? 1 + static_cast<long>(random() % (content.size() + 3'000)) : 0;
+        const auto result = shell.run("tarn -q " + arguments);
+        EXPECT_THAT(result.exitCode, testing::AnyOf(0, 7)) << arguments << ": " << result.err;
+        return result.exitCode == 0;
+    }
+
+    std::string stored() { return shell.run("tarn --endpoint " + service.url() + " cat " + mine).out; }
+
+    std::size_t pass(std::size_t bytes, bool isReply)
+    {
+        const auto before = static_cast<std::size_t>(std::max(left.fetch_sub(static_cast<long>(bytes)), 0L));
+        const auto passed = before > 0 ? std::min(before, bytes) : bytes;
+        if (isReply) fetched += passed;
+        return passed;
+    }
+
+    TarndProcess& service;
+    Shell shell;
+    std::string mine;
+    std::string content;
+    std::minstd_rand random;
+    std::atomic<long> left{0}; ///< bytes, both ways, until the cut
+    std::atomic<std::size_t> fetched{0};
+    ScriptedHttpServer proxy{[this](Connection& connection) {
+        connection.relay(service.port(), [this](auto... passing) { return pass(passing...); });
+    }};
+};
+
+TEST_F(OnTheWay, CutAnywhereATransferIsWholeOrAnErrorAndNothingIsFetchedTwice)
+{
+    const auto seed = std::random_device{}();
+    SCOPED_TRACE("seed " + std::to_string(seed));
+    const auto token = service.run({"user", "rotate", "alice"}).out.substr(0, 64);
+    std::vector<std::jthread> threads;
+    for (unsigned i = 0; i < 10; ++i) // mostly they wait for another try
+        threads.emplace_back([&, i] {
+            Unlucky somebody(service, token, content, seed + i);
+            for (std::size_t round = 0; round < 5; round += stride) {
+                somebody.fetches(round % 2 == 0 ? "get -f" : "cat");
+                somebody.stores(round % 2 == 0 ? "--retries 0 put -f f" : "put -f -");
+            }
+        });
 }
 
 TEST_F(OnTheWay, ALaterCommandGoesOnWithWhatIsThere)
@@ -304,26 +392,30 @@ TEST_F(OnTheWay, ALaterCommandGoesOnWithWhatIsThere)
 
 TEST_F(OnTheWay, WhatIsNotWhatItShouldBeIsRefused)
 {
-    const auto damage = [this](ScriptedHttpServer::Connection& connection, TrueReply reply) {
+    const auto damageDigest = [](ScriptedHttpServer::Connection& connection, TrueReply reply) {
         const std::string word = "sha-256=:";
-        if (reply.body.size() == content.size())
-            reply.body[500'000] ^= 1;
-        else
-            for (auto at = reply.head.find(word); at != std::string::npos; at = reply.head.find(word, at + 1))
-                reply.head[at + 12] = reply.head[at + 12] == 'A' ? 'B' : 'A';
+        for (auto at = reply.head.find(word); at != std::string::npos; at = reply.head.find(word, at + 1))
+            reply.head[at + 12] = reply.head[at + 12] == 'A' ? 'B' : 'A';
         connection.send(reply.head + reply.body);
     };
-    const std::pair<const char*, const char*> rows[] = {
-        {"get -f /f .", "\"/f\": The content is damaged"},
-        {"get -f --continue /f .", "\"/f\": The content is damaged"},
-        {"cat /f >/dev/null", "\"/f\": The content is damaged"},
-        {"put -f f /f", "f: The service has stored something else"}};
-    for (const auto& [arguments, told] : rows) {
-        const auto result = run(arguments, arguments[0] == 'p' ? "PUT " : fetching, 1, damage);
+    const auto refuses = [&](const std::string& arguments, const std::string& struck, const char* told) {
+        const auto result = run(arguments, struck, 1, damageDigest);
         EXPECT_EQ(result.exitCode, 1) << arguments;
         EXPECT_THAT(result.err, HasSubstr(told));
         EXPECT_THAT(contentsOf(alice.work()), testing::ElementsAre(testing::Pair("f", "old"))) << arguments;
-    }
+    };
+    refuses("put -f f /f", "PUT ", "f: The service has stored something else");
+    store(content);
+    alice.write("f", "old");
+    std::fstream(onlyContent(), std::ios::in | std::ios::out)
+        .seekp(500'000)
+        .put('\1'); // on the service's disk
+    for (const auto* arguments : {"get -f /f .", "get -f --continue /f .", "cat /f >/dev/null"})
+        refuses(arguments, "nothing", "\"/f\": The content is damaged");
+    service.terminate();
+    const auto check = service.run({"fsck"});
+    EXPECT_EQ(check.exitCode, 1);
+    EXPECT_THAT(check.out, HasSubstr("alice:/f, version 1: its content is damaged"));
 }
 
 TEST_F(OnTheWay, AChangeWhoseReplyIsLostIsLookedAtAndMadeOnce)

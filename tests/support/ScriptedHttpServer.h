@@ -25,7 +25,8 @@ public:
         /// The next request up to and including the empty line; nothing once the peer has closed. It is
         /// recorded in `heads`.
         std::optional<std::string> readHead();
-        /// The next request with its body of Content-Length bytes, recorded in `heads` and `requests`.
+        /// The next request with its body, as long as Content-Length says or up to the last chunk; recorded in
+        /// `heads` and `requests`.
         std::optional<std::string> readRequest();
         /// Reads `bytes` bytes and drops them. @return false when the peer has gone before
         bool skip(std::size_t bytes);
@@ -37,6 +38,10 @@ public:
         void ignore();
         /// Makes the close that follows a reset.
         void reset();
+        /// How many of these bytes go on; where not all do, the connection ends after them.
+        using Gate = std::function<std::size_t(std::size_t bytes, bool isReply)>;
+        /// Passes everything on to the server at this port of loopback and back, instead of answering.
+        void relay(std::uint16_t port, const Gate& gate);
 
     private:
         friend class ScriptedHttpServer;
