@@ -28,6 +28,7 @@ int Change::make(Actor& actor) const
 const std::vector<Change>& changes()
 {
     using A = Actor;
+    using U = ServiceUser;
     static const Place a{"", "/a"}, b{"", "/d/b"}, c{"", "/c"}, d{"", "/d"}, h{"", "/h"};
     static const std::string large(100'000, 'x'); // arrives in several pieces
     static const std::vector<Change> all = {
@@ -35,7 +36,18 @@ const std::vector<Change>& changes()
         {"Login", [](A& actor) { return actor.user.login(actor.token); }},
         {"PutNew", [](A& actor) { return actor.user.put(a, "first", "CREATE", false); }},
         {"PutOver", [](A& actor) { return actor.user.put(a, large, "UPDATE", false); }},
-        {"PutVersion", [](A& actor) { return actor.user.put(a, "third", "UPDATE", true); }},
+        {"PutVersion",
+         [](A& actor) {
+             const auto part =
+                 actor.user.send("GET", U::targetOf("files", a), {}, {}, "Range: bytes=99999-\r\n");
+             return part.body == "x" ? actor.user.put(a, "third", "UPDATE", true) : part;
+         }},
+        {"PutInChunks",
+         [](A& actor) {
+             return actor.user.send(
+                 "PUT", U::targetOf("files", a, "&createMode=UPDATE&createNewVersion=false"),
+                 "186a0\r\n" + large + "\r\n1\r\n4\r\n0\r\n\r\n", {}, "Transfer-Encoding: chunked\r\n");
+         }},
         {"MakeFolder", [](A& actor) { return actor.user.createFolder(d); }},
         {"Move", [](A& actor) { return actor.user.move(a, b, false); }},
         {"PutAnother", [](A& actor) { return actor.user.put(c, "other", "CREATE_OR_UPDATE", false); }},

@@ -114,7 +114,8 @@ std::string requestText(std::string_view method, std::string_view target, std::s
     text.append(method).append(" ").append(target).append(" HTTP/1.1\r\nHost: tarn\r\n");
     if (!session.empty()) text.append("x-qz-tarn-session-id: ").append(session).append("\r\n");
     text.append(headers);
-    if (!body.empty() || method == "PUT")
+    const bool inChunks = headers.find("Transfer-Encoding") != headers.npos;
+    if (!inChunks && (!body.empty() || method == "PUT"))
         text.append("Content-Length: ").append(std::to_string(body.size())).append("\r\n");
     return text.append("\r\n").append(body);
 }
