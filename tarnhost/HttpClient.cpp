@@ -48,6 +48,7 @@ public:
 
 private:
     void stream(const http::BodyPublisher& publisher, Transfer transfer);
+    void gatherLater(const http::BodyPublisher& publisher, Transfer transfer);
     void gatherBody(const http::BodyPublisher& publisher, Transfer transfer);
     void bodyGathered(Future<DataBuffer> content, Transfer transfer);
     /// @return false while stopped; otherwise `stop` cancels the subscriber unless it has finished
@@ -90,7 +91,7 @@ Future<Reply> HttpClient::Exchanges::exchange(const http::HttpClientRequest& req
     if (transfer->isStreamed()) {
         stream(request.body, std::move(transfer));
     } else if (request.body) {
-        gatherBody(request.body, std::move(transfer));
+        gatherLater(request.body, std::move(transfer));
     } else {
         submit(std::move(transfer));
     }
@@ -106,11 +107,19 @@ void HttpClient::Exchanges::stream(const http::BodyPublisher& publisher, Transfe
     }
     const auto outgoing = transfer->openStreams(threads, running->bell(), live);
     if (!outgoing && publisher) {
-        gatherBody(publisher, std::move(transfer));
+        gatherLater(publisher, std::move(transfer));
         return;
     }
     running->submit(std::move(transfer));
-    if (outgoing) outgoing->follow(publisher); // last, since it may fail before this returns
+    if (outgoing) threads->post([outgoing, publisher] { outgoing->follow(publisher); });
+}
+
+/// Publishers are foreign code, which is not to run within the call of whoever sends the request.
+void HttpClient::Exchanges::gatherLater(const http::BodyPublisher& publisher, Transfer transfer)
+{
+    threads->post([self = shared_from_this(), publisher, waiting = std::move(transfer)]() mutable {
+        self->gatherBody(publisher, std::move(waiting));
+    });
 }
 
 void HttpClient::Exchanges::gatherBody(const http::BodyPublisher& publisher, Transfer transfer)

@@ -34,61 +34,67 @@ bool isRefusal(const std::exception_ptr& failure)
 // Exceptions are handed over after their catch has ended: the thread that receives one is then the last to
 // release it.
 
-/// One message on its way to its provider. Whatever becomes of it, its promise is kept.
-struct Delivery {
+/// One message on its way to its provider.
+struct Errand {
     std::shared_ptr<Router> router;
     std::shared_ptr<ServiceProvider> provider;
     std::unique_ptr<Message> message;
     Address to;
     Address onward;
-    Promise<Reply> promise;
-    bool settled = false;
 
-    /// Jobs that come when the threads have ended go without having run.
-    ~Delivery()
-    {
-        if (!settled) promise.setException(std::make_exception_ptr(hostStopped()));
-    }
-
-    void run()
+    /// @return what the provider does, or the failure that keeps it from that
+    Future<Reply> run()
     {
         const DeliveryScope scope("a message to ", &to.getName());
-        Future<Reply> reply;
         std::exception_ptr failure;
         try {
             if (router->isClosed()) throw hostStopped();
-            reply = provider->deliver(std::move(message), std::move(onward), router);
+            auto reply = provider->deliver(std::move(message), std::move(onward), router);
             if (!reply.isValid()) throw std::runtime_error(errors::noFuture);
+            return reply;
         } catch (...) {
             failure = std::current_exception();
         }
-        settled = true;
-        if (failure) {
-            promise.setException(std::move(failure));
-        } else {
-            passOn(std::move(reply));
-        }
+        return makeFailedFuture<Reply>(std::move(failure));
+    }
+};
+
+/// The promise of a reply. Whatever becomes of the job that holds it, it is kept.
+struct Pledge {
+    explicit Pledge(std::shared_ptr<Router> from) : router(std::move(from)) {}
+
+    Pledge(Pledge&&) = default;
+    Pledge& operator=(Pledge&&) = delete;
+
+    /// Jobs that come when the threads have ended go without having run.
+    ~Pledge()
+    {
+        if (router) promise.setException(std::make_exception_ptr(hostStopped()));
     }
 
     /// Resolves the promise with the outcome of `reply`, once there is one.
     void passOn(Future<Reply> reply)
     {
-        static_cast<void>(reply.then([to = std::move(promise), from = router](Future<Reply>&& ready) mutable {
-            Reply value;
-            std::exception_ptr failure;
-            try {
-                value = ready.get();
-            } catch (...) {
-                failure = std::current_exception();
-            }
-            // A provider that closing stopped just before the message came speaks of itself; the sender has to
-            // hear of the host.
-            if (failure && from->isClosed() && isRefusal(failure)) {
-                failure = std::make_exception_ptr(hostStopped());
-            }
-            failure ? to.setException(std::move(failure)) : to.setValue(std::move(value));
-        }));
+        static_cast<void>(
+            reply.then([to = std::move(promise), from = std::move(router)](Future<Reply>&& ready) mutable {
+                Reply value;
+                std::exception_ptr failure;
+                try {
+                    value = ready.get();
+                } catch (...) {
+                    failure = std::current_exception();
+                }
+                // A provider that closing stopped just before the message came speaks of itself; the sender has
+                // to hear of the host.
+                if (failure && from->isClosed() && isRefusal(failure)) {
+                    failure = std::make_exception_ptr(hostStopped());
+                }
+                failure ? to.setException(std::move(failure)) : to.setValue(std::move(value));
+            }));
     }
+
+    std::shared_ptr<Router> router; ///< null once passed on
+    Promise<Reply> promise;
 };
 
 void stopQuietly(ServiceProvider& provider) noexcept
@@ -112,7 +118,7 @@ void Router::requireFree(const Address& address) const
 }
 
 void Router::registerProvider(const Address& address, std::shared_ptr<ServiceProvider> provider,
-                              const Address& onward)
+                              const Address& onward, Delivery delivery)
 {
     if (!provider) throw std::invalid_argument(errors::nullProvider);
     {
@@ -123,7 +129,7 @@ void Router::registerProvider(const Address& address, std::shared_ptr<ServicePro
     try {
         std::unique_lock lock(mutex);
         requireFree(address);
-        entries.emplace(address.getName(), Entry{provider, onward});
+        entries.emplace(address.getName(), Entry{provider, onward, delivery});
     } catch (...) {
         stopQuietly(*provider);
         throw;
@@ -173,12 +179,23 @@ Future<Reply> Router::send(std::unique_ptr<Message>&& message, Address&& to)
         found = entry->second;
         pool = threads;
     }
-    Promise<Reply> promise;
-    auto future = promise.getFuture();
-    std::unique_ptr<Delivery> delivery(new Delivery{shared_from_this(), std::move(found.provider),
-                                                    std::move(message), std::move(to),
-                                                    std::move(found.onward), std::move(promise)});
-    pool->post([held = std::move(delivery)] { held->run(); });
+    auto self = shared_from_this();
+    Errand errand{self, std::move(found.provider), std::move(message), std::move(to),
+                  std::move(found.onward)};
+    Future<Reply> answer;
+    if (found.delivery == Delivery::direct && pool->isCurrent()) {
+        answer = errand.run();
+        if (!answer.isReady()) return answer;
+    }
+    Pledge pledge(std::move(self));
+    auto future = pledge.promise.getFuture();
+    if (answer.isValid()) {
+        pool->post([held = std::move(pledge), ready = std::move(answer)]() mutable {
+            held.passOn(std::move(ready));
+        });
+    } else {
+        pool->post([held = std::move(pledge), job = std::move(errand)]() mutable { held.passOn(job.run()); });
+    }
     return future;
 }
 

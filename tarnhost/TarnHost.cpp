@@ -61,7 +61,7 @@ struct TarnHost::Parts {
     void add(const Address& address, const std::string& endpoint)
     {
         router->registerProvider(address, std::make_shared<Provider>(configuration, endpoint),
-                                 Addresses::http());
+                                 Addresses::http(), Delivery::direct);
     }
 
     std::shared_ptr<DeliveryThreads> threads;
@@ -88,7 +88,7 @@ TarnHost::Parts::Parts(const Options& options)
     , fileTransfer(std::make_shared<tarn::FileTransferClient>(session, router, Addresses::fileTransfer()))
 {
     const std::string endpoint = checkedEndpoint(options.endpoint);
-    router->registerProvider(Addresses::http(), http);
+    router->registerProvider(Addresses::http(), http, Address(), Delivery::direct);
     add<tarn::TarnSessionClientServiceProvider>(Addresses::session(), endpoint);
     add<tarn::FileAccessClientServiceProvider>(Addresses::fileAccess(), endpoint);
     add<tarn::AccessControlClientServiceProvider>(Addresses::accessControl(), endpoint);

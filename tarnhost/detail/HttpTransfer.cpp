@@ -94,7 +94,7 @@ HttpTransfer::HttpTransfer(const http::HttpClientRequest& request,
     , framing(checkedFraming(request, target))
     , streamsReply(streamedOf(request) != nullptr)
     , stop(streamsReply ? streamedOf(request)->stop : std::stop_token())
-    , headerLines(checkedHeaders(request, target))
+    , headerList(checkedHeaders(request, target))
     , clock(*options)
     , reply(wishOf(request), *options)
 {
@@ -120,84 +120,49 @@ HttpTransfer::~HttpTransfer()
     }
 }
 
-template <class Value>
-void HttpTransfer::set(CURLoption option, Value value)
+CURL* HttpTransfer::open(std::unique_ptr<EasyHandle> handle)
 {
-    if (const CURLcode fault = curl_easy_setopt(easy.get(), option, value); fault != CURLE_OK) {
-        throw std::runtime_error(curl_easy_strerror(fault));
-    }
-}
-
-CURL* HttpTransfer::open()
-{
-    easy.reset(curl_easy_init());
-    if (!easy) throw std::bad_alloc();
-    setDefences();
+    easy = std::move(handle);
     setRequest();
     setBodySource();
-    return easy.get();
-}
-
-/// What keeps an exchange from leaving its host, its protocol, its limits or the reach of its errors.
-void HttpTransfer::setDefences()
-{
-    set(CURLOPT_NOSIGNAL, 1L);
-    set(CURLOPT_ERRORBUFFER, errorText.data());
-    set(CURLOPT_PROTOCOLS_STR, "http,https");
-    set(CURLOPT_DISALLOW_USERNAME_IN_URL, 1L);
-    set(CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_1_1));
-    set(CURLOPT_FOLLOWLOCATION, 0L);
-    set(CURLOPT_HTTP_CONTENT_DECODING, 0L);
-    set(CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L); // a proxy's consent is no head of the reply
-    set(CURLOPT_SSLVERSION, static_cast<long>(CURL_SSLVERSION_TLSv1_2));
-    set(CURLOPT_SSL_VERIFYPEER, 1L);
-    set(CURLOPT_SSL_VERIFYHOST, 2L);
-    if (!options->caFile.empty()) {
-        set(CURLOPT_CAINFO, options->caFile.c_str());
-        set(CURLOPT_CAPATH, nullptr);
-    }
-    set(CURLOPT_PROXY, options->proxy.c_str()); // empty also switches the environment's proxies off
-    set(CURLOPT_NOPROXY, "");
-    set(CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(options->connectTimeout.count()));
+    return easy->get();
 }
 
 void HttpTransfer::setRequest()
 {
-    set(CURLOPT_URL, url.c_str());
-    set(CURLOPT_PATH_AS_IS, 1L);
-    auto append = [this](const std::string& line) {
-        curl_slist* grown = curl_slist_append(headerList.get(), line.c_str());
-        if (!grown) throw std::bad_alloc();
-        (void)headerList.release();
-        headerList.reset(grown);
-    };
-    for (const auto& line : headerLines)
-        append(line);
-    append("Expect:"); // an upload does not wait for the service's consent
-    set(CURLOPT_HTTPHEADER, headerList.get());
-    set(CURLOPT_BUFFERSIZE, incoming ? streamBufferBytes : transferBufferBytes);
-    set(CURLOPT_HEADERFUNCTION, &HttpTransfer::onHeader);
-    set(CURLOPT_HEADERDATA, this);
-    set(CURLOPT_WRITEFUNCTION, &HttpTransfer::onBody);
-    set(CURLOPT_WRITEDATA, this);
+    easy->set(CURLOPT_URL, url.c_str());
+    easy->set(CURLOPT_HTTPHEADER, headerList.get());
+    easy->set(CURLOPT_BUFFERSIZE, incoming ? streamBufferBytes : transferBufferBytes);
+    easy->set(CURLOPT_HEADERFUNCTION, &HttpTransfer::onHeader);
+    easy->set(CURLOPT_HEADERDATA, this);
+    easy->set(CURLOPT_WRITEFUNCTION, &HttpTransfer::onBody);
+    easy->set(CURLOPT_WRITEDATA, this);
 }
 
 /// libcurl repeats a request whose kept-alive connection turns out dead. A body without a way to rewind keeps
 /// changes out of that, and where there is none, the check before sending does.
 void HttpTransfer::setBodySource()
 {
-    if (outgoing || body.size > 0 || method == "PUT") {
-        set(CURLOPT_UPLOAD, 1L);
+    const bool hasBody = outgoing || body.size > 0 || method == "PUT";
+    easy->set(CURLOPT_UPLOAD, hasBody ? 1L : 0L); // said each time, since the handle has served others
+    if (hasBody) {
         // Of a body whose length nobody knows, libcurl says so and sends it in chunks.
         const auto length = !outgoing ? body.size : outgoing->length.value_or(static_cast<std::uint64_t>(-1));
-        set(CURLOPT_INFILESIZE_LARGE, static_cast<curl_off_t>(length));
-        set(CURLOPT_UPLOAD_BUFFERSIZE, outgoing ? streamBufferBytes : transferBufferBytes);
-        set(CURLOPT_READFUNCTION, &HttpTransfer::onUpload);
-        set(CURLOPT_READDATA, this);
+        easy->set(CURLOPT_INFILESIZE_LARGE, static_cast<curl_off_t>(length));
+        easy->set(CURLOPT_UPLOAD_BUFFERSIZE, outgoing ? streamBufferBytes : transferBufferBytes);
+        easy->set(CURLOPT_READFUNCTION, &HttpTransfer::onUpload);
+        easy->set(CURLOPT_READDATA, this);
     }
-    set(CURLOPT_CUSTOMREQUEST, method.c_str());
-    set(CURLOPT_PREREQFUNCTION, &HttpTransfer::onBeforeSend);
-    set(CURLOPT_PREREQDATA, this);
+    easy->set(CURLOPT_CUSTOMREQUEST, method.c_str());
+    easy->set(CURLOPT_PREREQFUNCTION, &HttpTransfer::onBeforeSend);
+    easy->set(CURLOPT_PREREQDATA, this);
+}
+
+std::unique_ptr<EasyHandle> HttpTransfer::releaseHandle()
+{
+    if (!isStreamed()) return std::move(easy);
+    easy.reset(); // with buffers of another size, and seldom: a stream is long
+    return nullptr;
 }
 
 int HttpTransfer::onBeforeSend(void* self, char*, char*, int, int)
@@ -321,7 +286,7 @@ CURLcode HttpTransfer::attend()
     if (outgoing && outgoing->hasMoreAgain()) standing &= ~CURLPAUSE_SEND;
     if (standing == paused) return CURLE_OK;
     paused = standing; // before the call, which may come back with more to pause for
-    return curl_easy_pause(easy.get(), standing);
+    return curl_easy_pause(easy->get(), standing);
 }
 
 bool HttpTransfer::isCancelled()
@@ -343,7 +308,7 @@ bool HttpTransfer::isOverdue(ExchangeClock::Time now)
 {
     if (!sendBegun) return false; // until then libcurl watches the time
     curl_off_t sent = 0;          // on the wire, while `uploaded` runs ahead by what libcurl holds
-    curl_easy_getinfo(easy.get(), CURLINFO_SIZE_UPLOAD_T, &sent);
+    curl_easy_getinfo(easy->get(), CURLINFO_SIZE_UPLOAD_T, &sent);
     const auto bytesOut = static_cast<std::uint64_t>(sent);
     const bool isSent = outgoing ? outgoing->isAllTaken() && bytesOut >= uploaded : bytesOut >= body.size;
     const bool slowPublisher = outgoing && outgoing->wasHeld();
@@ -370,9 +335,8 @@ void HttpTransfer::close(CURLcode outcome)
     complete = true;
     if (headGiven) incoming->close(nullptr);
     const char* type = nullptr;
-    curl_easy_getinfo(easy.get(), CURLINFO_CONTENT_TYPE, &type);
+    curl_easy_getinfo(easy->get(), CURLINFO_CONTENT_TYPE, &type);
     contentType = type ? type : "";
-    easy.reset();
 }
 
 void HttpTransfer::fail(std::exception_ptr error)
@@ -416,11 +380,12 @@ std::string HttpTransfer::reasonOf(CURLcode outcome) const
     if (outcome == CURLE_SEND_FAIL_REWIND) return notRepeated;
     if (outcome == CURLE_ABORTED_BY_CALLBACK) return givenUp;
     long systemError = 0;
-    curl_easy_getinfo(easy.get(), CURLINFO_OS_ERRNO, &systemError);
+    curl_easy_getinfo(easy->get(), CURLINFO_OS_ERRNO, &systemError);
     if (outcome == CURLE_COULDNT_CONNECT && systemError != 0) {
         return std::generic_category().message(static_cast<int>(systemError));
     }
-    return errorText[0] != '\0' ? errorText.data() : curl_easy_strerror(outcome);
+    const char* text = easy->errorText();
+    return *text != '\0' ? text : curl_easy_strerror(outcome);
 }
 
 void HttpTransfer::check(const common::DataBuffer& content)

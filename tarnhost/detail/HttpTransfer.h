@@ -4,6 +4,7 @@
 #include "tarn/foundation/platform/HttpClientRequest.h"
 #include "tarnhost/HttpOptions.h"
 #include "tarnhost/TransportError.h"
+#include "tarnhost/detail/EasyHandle.h"
 #include "tarnhost/detail/ExchangeClock.h"
 #include "tarnhost/detail/IncomingReply.h"
 #include "tarnhost/detail/IncomingStream.h"
@@ -13,7 +14,6 @@
 
 #include <curl/curl.h>
 
-#include <array>
 #include <atomic>
 #include <exception>
 #include <memory>
@@ -21,7 +21,6 @@
 #include <stop_token>
 #include <string>
 #include <string_view>
-#include <vector>
 
 namespace connector::host::detail {
 
@@ -62,10 +61,10 @@ public:
                                                 const std::shared_ptr<LoopBell>& bell,
                                                 const std::shared_ptr<LiveStreams>& live);
 
-    std::string origin() const { return target.origin(); }
+    const std::string& origin() const { return target.origin; }
 
-    /// A new handle for this exchange, valid until `close`. @throws std::runtime_error
-    CURL* open();
+    /// Sets `handle` up for this exchange, which keeps it until `releaseHandle`. @throws std::runtime_error
+    CURL* open(std::unique_ptr<EasyHandle> handle);
 
     /// Whether the exchange has taken too long; `close` then says in what. @pre open
     bool isOverdue(ExchangeClock::Time now);
@@ -83,8 +82,11 @@ public:
     /// Makes the cancel the outcome. @pre as `close`
     void giveUp();
 
-    /// Takes the outcome over and gives the handle up. @pre the handle is in no multi handle any more
+    /// Takes the outcome over. @pre the handle is in no multi handle any more
     void close(CURLcode outcome);
+
+    /// The handle, for another exchange; null after a failure, of which it may keep something. @pre closed
+    std::unique_ptr<EasyHandle> releaseHandle();
 
     /// Makes `error` the outcome and gives the handle, if any, up. @pre as `close`
     void fail(std::exception_ptr error);
@@ -97,9 +99,6 @@ public:
     void settle();
 
 private:
-    template <class Value>
-    void set(CURLoption option, Value value);
-    void setDefences();
     void setRequest();
     void setBodySource();
 
@@ -118,14 +117,6 @@ private:
     static std::size_t onUpload(char* room, std::size_t unit, std::size_t count, void* self);
     static int onBeforeSend(void* self, char* peerIp, char* localIp, int peerPort, int localPort);
 
-    struct FreeHandle {
-        void operator()(CURL* handle) const { curl_easy_cleanup(handle); }
-    };
-
-    struct FreeList {
-        void operator()(curl_slist* list) const { curl_slist_free_all(list); }
-    };
-
     const std::shared_ptr<const HttpOptions> options;
     const std::shared_ptr<TransferCounters> counters;
     const std::string url;
@@ -135,7 +126,7 @@ private:
     const BodyFraming framing;
     const bool streamsReply;
     const std::stop_token stop;
-    const std::vector<std::string> headerLines;
+    const HeaderList headerList;
     http::BodyPublisher bodySource;
     common::DataBuffer body;
     std::uint64_t uploaded = 0;
@@ -154,9 +145,7 @@ private:
     bool hasNews = false;   ///< `handOver` has something to do
     bool headGiven = false; ///< the promise is kept, or will be by a task
 
-    std::unique_ptr<curl_slist, FreeList> headerList;
-    std::array<char, CURL_ERROR_SIZE> errorText{};
-    std::unique_ptr<CURL, FreeHandle> easy; ///< goes before the two that it refers to
+    std::unique_ptr<EasyHandle> easy;
     bool sendBegun = false;
     std::string refusal; ///< why the exchange was broken off from this side
 

@@ -5,8 +5,11 @@
 #include <algorithm>
 #include <cctype>
 #include <charconv>
+#include <new>
 #include <stdexcept>
 #include <string_view>
+
+#include <strings.h>
 
 namespace connector::host::detail {
 namespace {
@@ -48,8 +51,8 @@ void checkHeader(const std::string& name, const std::string& value, const UrlPar
 
 bool isFraming(const std::string& name)
 {
-    const std::string lower = mapped(name, &std::tolower);
-    return lower == "content-length" || lower == "transfer-encoding";
+    return strcasecmp(name.c_str(), "content-length") == 0 ||
+           strcasecmp(name.c_str(), "transfer-encoding") == 0;
 }
 
 BodyFraming framingOf(const std::string& name, const std::string& value, const UrlParts& target)
@@ -71,7 +74,7 @@ BodyFraming framingOf(const std::string& name, const std::string& value, const U
 UrlParts checkedTarget(const http::HttpClientRequest& request)
 {
     try {
-        UrlParts target(request.url);
+        const UrlParts target = partsOf(request.url);
         if (target.hasUser) refuse(target, "The URL holds a user name or password.");
         return target;
     } catch (const std::invalid_argument& fault) {
@@ -102,16 +105,22 @@ BodyFraming checkedFraming(const http::HttpClientRequest& request, const UrlPart
     return framing;
 }
 
-std::vector<std::string> checkedHeaders(const http::HttpClientRequest& request, const UrlParts& target)
+HeaderList checkedHeaders(const http::HttpClientRequest& request, const UrlParts& target)
 {
-    std::vector<std::string> lines;
-    lines.reserve(request.headers.size());
+    HeaderList list;
+    auto append = [&list](const std::string& line) {
+        curl_slist* grown = curl_slist_append(list.get(), line.c_str());
+        if (!grown) throw std::bad_alloc();
+        (void)list.release();
+        list.reset(grown);
+    };
     for (const auto& [name, value] : request.headers) {
         if (isFraming(name)) continue;
         checkHeader(name, value, target);
-        lines.push_back(isBlank(value) ? name + ";" : name + ": " + value);
+        append(isBlank(value) ? name + ";" : name + ": " + value);
     }
-    return lines;
+    append("Expect:"); // an upload does not wait for the service's consent
+    return list;
 }
 
 } // namespace connector::host::detail

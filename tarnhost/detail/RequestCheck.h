@@ -3,10 +3,12 @@
 #include "tarn/foundation/platform/HttpClientRequest.h"
 #include "tarnhost/detail/UrlParts.h"
 
+#include <curl/curl.h>
+
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
-#include <vector>
 
 /// What a request is refused for before anything is sent: it would not arrive as it was meant.
 namespace connector::host::detail {
@@ -27,10 +29,15 @@ struct BodyFraming {
 ///   is no number, or a coding other than "chunked"
 BodyFraming checkedFraming(const http::HttpClientRequest& request, const UrlParts& target);
 
-/// One text per header: "name: value", or "name;" for an empty value. Those that frame the body are left out, since
-/// libcurl writes them.
+struct FreeHeaderList {
+    void operator()(curl_slist* list) const { curl_slist_free_all(list); }
+};
+
+using HeaderList = std::unique_ptr<curl_slist, FreeHeaderList>;
+
+/// The headers as libcurl takes them. Those that frame the body are left out, since it writes them itself.
 /// @throws TransportError, phase prepare: a name that is no token, or a value with CR, LF or NUL. The text names the
 ///   header, never its value
-std::vector<std::string> checkedHeaders(const http::HttpClientRequest& request, const UrlParts& target);
+HeaderList checkedHeaders(const http::HttpClientRequest& request, const UrlParts& target);
 
 } // namespace connector::host::detail

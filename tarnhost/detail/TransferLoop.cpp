@@ -34,8 +34,9 @@ void blockBrokenPipeSignal()
 
 } // namespace
 
-TransferLoop::TransferLoop(std::shared_ptr<DeliveryThreads> deliveryThreads, const HttpOptions& options)
+TransferLoop::TransferLoop(std::shared_ptr<DeliveryThreads> deliveryThreads, const HttpOptions& httpOptions)
     : threads(std::move(deliveryThreads))
+    , options(httpOptions)
     , laneLimit(options.connectionsPerHost != 0 ? options.connectionsPerHost : 1)
     , tick(ExchangeClock::tick(options))
 {
@@ -58,7 +59,8 @@ void TransferLoop::submit(Transfer transfer)
         std::lock_guard lock(mutex);
         if (!stopped) {
             arrivals.push_back(std::move(transfer));
-            curl_multi_wakeup(multi.get());
+            // One call for all that arrive while it rests; a busy thread looks again before it does.
+            if (std::exchange(resting, false)) curl_multi_wakeup(multi.get());
             return;
         }
     }
@@ -85,12 +87,21 @@ void TransferLoop::run()
         handOver();
         collectFinished();
         endOverdue();
+        if (!mayRest()) continue;
         const auto wait = active.empty() ? idle : tick;
         curl_multi_poll(multi.get(), nullptr, 0, static_cast<int>(wait.count()), nullptr);
     }
     abandonAll();
+    idleHandles.clear();
     callers->silence();
     multi.reset(); // closes connections here, where SIGPIPE is blocked
+}
+
+bool TransferLoop::mayRest()
+{
+    std::lock_guard lock(mutex);
+    resting = arrivals.empty() && !stopped;
+    return resting;
 }
 
 bool TransferLoop::takeArrivals()
@@ -98,6 +109,7 @@ bool TransferLoop::takeArrivals()
     std::vector<Transfer> taken;
     {
         std::lock_guard lock(mutex);
+        resting = false;
         taken.swap(arrivals);
         if (stopped) {
             arrivals.swap(taken);
@@ -105,7 +117,7 @@ bool TransferLoop::takeArrivals()
         }
     }
     for (auto& transfer : taken) {
-        const std::string origin = transfer->origin();
+        const std::string origin = transfer->origin(); // outlives the transfer
         lanes[origin].waiting.push_back(std::move(transfer));
         fillLane(origin);
     }
@@ -131,7 +143,7 @@ void TransferLoop::begin(Transfer transfer)
         return;
     }
     try {
-        CURL* handle = transfer->open();
+        CURL* handle = transfer->open(takeHandle());
         if (const auto fault = curl_multi_add_handle(multi.get(), handle); fault != CURLM_OK) {
             throw std::runtime_error(curl_multi_strerror(fault));
         }
@@ -141,6 +153,19 @@ void TransferLoop::begin(Transfer transfer)
         transfer->fail(transfer->errorOf(TransportPhase::prepare, fault.what()));
         post(std::move(transfer));
     }
+}
+
+std::unique_ptr<EasyHandle> TransferLoop::takeHandle()
+{
+    if (idleHandles.empty()) return std::make_unique<EasyHandle>(options);
+    auto handle = std::move(idleHandles.back()); // the last one used: its memory is warm
+    idleHandles.pop_back();
+    return handle;
+}
+
+void TransferLoop::keepHandle(std::unique_ptr<EasyHandle> handle)
+{
+    if (handle && idleHandles.size() < laneLimit) idleHandles.push_back(std::move(handle));
 }
 
 void TransferLoop::collectFinished()
@@ -159,6 +184,7 @@ void TransferLoop::finish(CURL* handle, CURLcode outcome)
     curl_multi_remove_handle(multi.get(), handle);
     const std::string origin = transfer->origin();
     transfer->close(outcome);
+    keepHandle(transfer->releaseHandle());
     post(std::move(transfer));
     --lanes[origin].active;
     fillLane(origin);

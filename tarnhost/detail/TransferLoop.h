@@ -24,7 +24,7 @@ namespace connector::host::detail {
 /// run while they wait.
 class TransferLoop {
 public:
-    /// Starts the thread. @throws std::runtime_error, std::system_error
+    /// Starts the thread. @param options  outlive the loop. @throws std::runtime_error, std::system_error
     TransferLoop(std::shared_ptr<DeliveryThreads> deliveryThreads, const HttpOptions& options);
     /// As `stop`.
     ~TransferLoop();
@@ -56,8 +56,12 @@ private:
     void run();
     /// @return false once told to stop
     bool takeArrivals();
+    /// @return whether there is nothing to do until somebody calls
+    bool mayRest();
     void fillLane(const std::string& origin);
     void begin(Transfer transfer);
+    std::unique_ptr<EasyHandle> takeHandle();
+    void keepHandle(std::unique_ptr<EasyHandle> handle);
     void collectFinished();
     void finish(CURL* handle, CURLcode outcome);
     void handOver();
@@ -70,17 +74,19 @@ private:
     void post(Transfer transfer);
 
     const std::shared_ptr<DeliveryThreads> threads;
+    const HttpOptions& options;
     const unsigned laneLimit;
     const std::chrono::milliseconds tick;
     std::unique_ptr<CURLM, FreeMulti> multi; ///< used by the I/O thread, but for its wake-up
     std::shared_ptr<LoopBell> callers;
-    std::unordered_map<std::string, Lane> lanes; ///< I/O thread only
-    std::unordered_map<CURL*, Transfer> active;  ///< I/O thread only
+    std::unordered_map<std::string, Lane> lanes;          ///< I/O thread only
+    std::unordered_map<CURL*, Transfer> active;           ///< I/O thread only
+    std::vector<std::unique_ptr<EasyHandle>> idleHandles; ///< I/O thread only
+    ExchangeClock::Time nextCheck{};                      ///< I/O thread only
 
-    ExchangeClock::Time nextCheck{}; ///< I/O thread only
-
-    std::mutex mutex; ///< guards the two below
+    std::mutex mutex; ///< guards the three below
     std::vector<Transfer> arrivals;
+    bool resting = false; ///< only a call makes the thread look at what has arrived
     bool stopped = false;
 
     std::mutex joining; ///< makes a second `stop` wait for the first

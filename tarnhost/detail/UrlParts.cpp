@@ -2,8 +2,11 @@
 
 #include <curl/curl.h>
 
+#include <algorithm>
 #include <memory>
+#include <optional>
 #include <stdexcept>
+#include <string_view>
 
 namespace connector::host::detail {
 namespace {
@@ -17,6 +20,29 @@ std::string part(const Url& url, CURLUPart which, unsigned flags = 0)
     std::unique_ptr<char, decltype(&curl_free)> held(text, &curl_free);
     return held.get();
 }
+
+/// Where the path begins; npos where it is not written out.
+std::size_t pathOf(const std::string& url)
+{
+    const auto scheme = url.find("://");
+    return scheme == std::string::npos ? scheme : url.find_first_of("/?#", scheme + 3);
+}
+
+/// No libcurl would change or refuse any of it.
+bool isPlain(std::string_view pathAndQuery)
+{
+    constexpr std::size_t longest = 64 * 1024;
+    return pathAndQuery.starts_with('/') && pathAndQuery.size() < longest &&
+           pathAndQuery.find("/.") == std::string_view::npos &&
+           std::all_of(pathAndQuery.begin(), pathAndQuery.end(),
+                       [](char c) { return c > ' ' && c < '\x7f'; });
+}
+
+/// The URL taken apart last on this thread, and its text up to the path.
+struct Remembered {
+    std::string service;
+    UrlParts parts;
+};
 
 } // namespace
 
@@ -35,8 +61,26 @@ UrlParts::UrlParts(const std::string& text)
     host = part(url, CURLUPART_HOST);
     port = part(url, CURLUPART_PORT, CURLU_DEFAULT_PORT);
     path = part(url, CURLUPART_PATH);
+    origin = scheme + "://" + peer();
     hasUser = !part(url, CURLUPART_USER).empty() || !part(url, CURLUPART_PASSWORD).empty();
     hasQueryOrFragment = !part(url, CURLUPART_QUERY).empty() || !part(url, CURLUPART_FRAGMENT).empty();
+}
+
+UrlParts partsOf(const std::string& url)
+{
+    static thread_local std::optional<Remembered> last;
+    const auto begin = pathOf(url);
+    if (begin == std::string::npos) return UrlParts(url);
+    const std::string_view service(url.data(), begin);
+    const std::string_view rest = std::string_view(url).substr(begin);
+    if (!last || last->service != service || !isPlain(rest)) {
+        last.emplace(Remembered{std::string(service), UrlParts(url)});
+        return last->parts;
+    }
+    const auto pathEnd = rest.find_first_of("?#");
+    last->parts.path = rest.substr(0, pathEnd);
+    last->parts.hasQueryOrFragment = pathEnd != std::string_view::npos;
+    return last->parts;
 }
 
 } // namespace connector::host::detail

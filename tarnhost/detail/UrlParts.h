@@ -12,18 +12,19 @@ struct UrlParts {
     /// "host:port", for people.
     std::string peer() const { return host + ":" + port; }
 
-    /// What connections can be shared by.
-    std::string origin() const { return scheme + "://" + peer(); }
-
     /// The URL without user information, query and fragment.
-    std::string printable() const { return origin() + path; }
+    std::string printable() const { return origin + path; }
 
     std::string scheme; ///< "http" or "https"
     std::string host;   ///< IPv6 literals in brackets
     std::string port;   ///< the scheme's own when the URL names none
     std::string path;   ///< begins with "/"
+    std::string origin; ///< "scheme://host:port": what connections can be shared by
     bool hasUser = false;
     bool hasQueryOrFragment = false;
 };
+
+/// As the constructor, and quick for one URL after another at the same service. @throws as the constructor
+UrlParts partsOf(const std::string& url);
 
 } // namespace connector::host::detail

@@ -98,6 +98,32 @@ TEST_F(RouterTest, DeliversOnItsThreadsWithTheOnwardAddress)
     EXPECT_FALSE(threads->isCurrent());
 }
 
+TEST_F(RouterTest, DeliversDirectlyAndStillFillsNoStack)
+{
+    bool within = false;
+    int left = 20'000;
+    auto echo = std::make_shared<FunctionProvider>([&](Reply&& message, auto&&, auto&&) {
+        EXPECT_TRUE(threads->isCurrent());
+        EXPECT_EQ(within, left < 20'000); // queued only when it came from outside
+        return makeReadyFuture(std::move(message));
+    });
+    router->registerProvider(Address("echo"), echo, Address(), Delivery::direct);
+    Promise<void> over;
+    std::function<void(Future<Reply>)> again = [&](Future<Reply>&& reply) {
+        reply.get();
+        if (--left == 0) {
+            over.setValue({});
+            return;
+        }
+        within = true;
+        auto next = send("echo");
+        within = false;
+        static_cast<void>(next.then([&](Future<Reply>&& ready) { again(std::move(ready)); }));
+    };
+    static_cast<void>(send("echo").then([&](Future<Reply>&& ready) { again(std::move(ready)); }));
+    bounded(over.getFuture());
+}
+
 TEST_F(RouterTest, FailsWhatCannotBeDelivered)
 {
     add("throws", [](auto&&...) -> Future<Reply> { throw std::out_of_range("boom"); });

@@ -1,0 +1,32 @@
+#include "tarnhost/detail/EasyHandle.h"
+
+#include <new>
+
+namespace connector::host::detail {
+
+/// What keeps an exchange from leaving its host, its protocol, its limits or the reach of its errors.
+EasyHandle::EasyHandle(const HttpOptions& options) : easy(curl_easy_init())
+{
+    if (!easy) throw std::bad_alloc();
+    set(CURLOPT_NOSIGNAL, 1L);
+    set(CURLOPT_ERRORBUFFER, error.data());
+    set(CURLOPT_PROTOCOLS_STR, "http,https");
+    set(CURLOPT_DISALLOW_USERNAME_IN_URL, 1L);
+    set(CURLOPT_PATH_AS_IS, 1L);
+    set(CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_1_1));
+    set(CURLOPT_FOLLOWLOCATION, 0L);
+    set(CURLOPT_HTTP_CONTENT_DECODING, 0L);
+    set(CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L); // a proxy's consent is no head of the reply
+    set(CURLOPT_SSLVERSION, static_cast<long>(CURL_SSLVERSION_TLSv1_2));
+    set(CURLOPT_SSL_VERIFYPEER, 1L);
+    set(CURLOPT_SSL_VERIFYHOST, 2L);
+    if (!options.caFile.empty()) {
+        set(CURLOPT_CAINFO, options.caFile.c_str());
+        set(CURLOPT_CAPATH, nullptr);
+    }
+    set(CURLOPT_PROXY, options.proxy.c_str()); // empty also switches the environment's proxies off
+    set(CURLOPT_NOPROXY, "");
+    set(CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(options.connectTimeout.count()));
+}
+
+} // namespace connector::host::detail
