@@ -66,12 +66,6 @@ void Exchange::route(RequestHead head)
     if (taken->begin != nullptr) taken->begin(*call);
 }
 
-bool Exchange::isTooMuchToDrop() const
-{
-    // Where the end of the body is in doubt there is nothing to wait for.
-    return !request || request->contentLength().value_or(0) > dropLimit;
-}
-
 Exchange::Body Exchange::begin(RequestHead head)
 {
     begun = true;
@@ -79,7 +73,9 @@ Exchange::Body Exchange::begin(RequestHead head)
     const bool bodyHeldBack = waitsForContinue(head.headers);
     guarded([&] { route(std::move(head)); });
     if (!refusal) return Body::wanted;
-    return bodyHeldBack || isTooMuchToDrop() ? Body::ignored : Body::refused;
+    // Where the end of the body is in doubt there is nothing to wait for.
+    if (bodyHeldBack || !request) return Body::ignored;
+    return request->contentLength().value_or(0) > dropLimit ? Body::endless : Body::refused;
 }
 
 bool Exchange::receive(const char* data, std::size_t size)

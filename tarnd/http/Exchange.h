@@ -36,7 +36,8 @@ public:
     enum class Body {
         wanted,  ///< all of it goes to receive()
         refused, ///< so does what comes, but only to be dropped
-        ignored, ///< none is read: the reply can go at once, and the connection must end after it
+        endless, ///< it is on its way, and too much to wait for: the reply goes while it comes
+        ignored, ///< none comes, or nobody knows how much: the reply can go at once, and the connection must end after it
     };
 
     /// The head is complete: what to do with the body, if there is one.
@@ -55,7 +56,6 @@ private:
     template <class F>
     void guarded(F&& step);
     void route(RequestHead head);
-    bool isTooMuchToDrop() const;
     void fail(const ServiceError& error);
 
     Site& site;

@@ -6,6 +6,7 @@
 
 #include <array>
 #include <atomic>
+#include <chrono>
 #include <condition_variable>
 #include <cstdarg>
 #include <cstdio>
@@ -13,6 +14,7 @@
 #include <microhttpd.h>
 #include <mutex>
 #include <netinet/in.h>
+#include <poll.h>
 #include <stdexcept>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -103,18 +105,51 @@ struct Busy {
     const int fd;
 };
 
-/// Answers past the server library, which then finds the connection closed.
+bool isEncrypted(MHD_Connection* connection)
+{
+    const auto* tls = MHD_get_connection_info(connection, MHD_CONNECTION_INFO_GNUTLS_SESSION);
+    return tls != nullptr && tls->tls_session != nullptr;
+}
+
+/// Answers past the server library. A few hundred bytes fit into any socket's buffer; when they do not, the client
+/// gets a closed connection. @pre !isEncrypted(connection)
+void answerDirectly(int fd, const Reply& reply)
+{
+    const auto text = "HTTP/1.1 " + std::to_string(reply.status) + ' ' +
+                      MHD_get_reason_phrase_for(reply.status) +
+                      "\r\nConnection: close\r\nContent-Type: " + reply.contentType +
+                      "\r\nContent-Length: " + std::to_string(reply.text.size()) + "\r\n\r\n" + reply.text;
+    ::send(fd, text.data(), text.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
+}
+
+/// The library finds the connection closed.
 void refuseLength(MHD_Connection* connection)
 {
+    if (!isEncrypted(connection))
+        answerDirectly(descriptorOf(connection), errorReply(sentences::badContentLength()));
+    ::shutdown(descriptorOf(connection), SHUT_RDWR);
+}
+
+/// Answers a client that is still sending. The library cannot within a body, and closing a connection with bytes
+/// that nobody has read resets it, which takes the reply away from a client that has not read it yet. So what is
+/// on its way is dropped until the client hangs up, for a while.
+void answerAndHangUp(MHD_Connection* connection, const Reply& reply)
+{
+    constexpr std::chrono::milliseconds patience{1000};
+    constexpr ssize_t most = 16 * 1024 * 1024; // bytes: what sockets hold, and more
     const int fd = descriptorOf(connection);
-    const auto* tls = MHD_get_connection_info(connection, MHD_CONNECTION_INFO_GNUTLS_SESSION);
-    const bool encrypted = tls != nullptr && tls->tls_session != nullptr;
-    const auto reply = errorReply(sentences::badContentLength());
-    const auto text = "HTTP/1.1 400 Bad Request\r\nConnection: close\r\nContent-Type: " + reply.contentType +
-                      "\r\nContent-Length: " + std::to_string(reply.text.size()) + "\r\n\r\n" + reply.text;
-    // A few hundred bytes fit into any socket's buffer; when they do not, the client gets a closed connection.
-    if (!encrypted) ::send(fd, text.data(), text.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
-    ::shutdown(fd, SHUT_RDWR);
+    answerDirectly(fd, reply);
+    ::shutdown(fd, SHUT_WR);
+    std::array<char, 64 * 1024> dropped;
+    const auto end = std::chrono::steady_clock::now() + patience;
+    ssize_t got = 1;
+    for (ssize_t all = 0; got > 0 && all < most; all += got) {
+        const auto left =
+            std::chrono::ceil<std::chrono::milliseconds>(end - std::chrono::steady_clock::now());
+        pollfd waiting{fd, POLLIN, 0};
+        if (left.count() <= 0 || ::poll(&waiting, 1, static_cast<int>(left.count())) != 1) return;
+        got = ::recv(fd, dropped.data(), dropped.size(), MSG_DONTWAIT);
+    }
 }
 
 /// The options of the server library, gathered one by one. What they point to outlives start().
@@ -214,6 +249,10 @@ MHD_Result HttpServer::Connections::begin(MHD_Connection* connection, RequestHea
     case Exchange::Body::refused:
         table.enter(busy.fd, ConnectionTable::Phase::refused);
         return MHD_YES;
+    case Exchange::Body::endless:
+        if (isEncrypted(connection)) break;
+        answerAndHangUp(connection, exchange.finish());
+        return MHD_NO;
     case Exchange::Body::ignored:
         break;
     }
@@ -228,6 +267,7 @@ MHD_Result HttpServer::Connections::receive(MHD_Connection* connection, const ch
     if (*size > 0) {
         const bool more = exchange.receive(data, *size);
         *size = 0;
+        if (!more && !isEncrypted(connection)) answerAndHangUp(connection, exchange.finish());
         return more ? MHD_YES : MHD_NO;
     }
     table.enter(busy.fd, ConnectionTable::Phase::download);

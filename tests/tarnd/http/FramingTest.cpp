@@ -151,7 +151,7 @@ TEST_F(Framing, TellsAWaitingClientToGoOnOnlyWhenTheUploadIsWelcome)
 TEST_F(Framing, GivesTheReasonToAClientThatSendsALargeBodyUnasked)
 {
     put("/f", "");
-    for (const auto& [size, isRead] : {std::pair(200'000, true), std::pair(20'000'000, false)}) {
+    for (const auto& [size, isRead] : {std::pair(200'000, true), std::pair(40'000'000, false)}) {
         Wire wire(service.port());
         const std::string body(static_cast<std::size_t>(size), 'x');
         EXPECT_EQ(wire.send(requestText("PUT", "/service/v1/files/f?createMode=CREATE", alice, body)),
