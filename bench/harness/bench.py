@@ -16,7 +16,7 @@ class Bench:
         self.root = root
         self.quick = quick
         self.full = full
-        self.build = os.path.join(root, "build", "bench")
+        self.build = os.path.join(root, "build", "dev" if quick else "bench")
 
     def program(self, name):
         return os.path.join(self.build, "bin", name)
@@ -24,6 +24,10 @@ class Bench:
     def amount(self, usual, quick):
         """How much work to measure."""
         return quick if self.quick else usual
+
+    def size(self, usual, quick, full):
+        """The same, of what --full has more of."""
+        return full if self.full and not self.quick else self.amount(usual, quick)
 
     @property
     def turns(self):

@@ -96,29 +96,37 @@ def free_port():
         return probe.getsockname()[1]
 
 
-def output_of(*command, env=None, stdin=subprocess.DEVNULL):
-    """What a program prints. Fails with what it said when it fails."""
-    done = subprocess.run(command, env=env, stdin=stdin, capture_output=True, text=True, check=False,
-                          preexec_fn=_end_with_parent)
+PATIENCE = 600
+"""Seconds for any program; none that works takes so long."""
+
+
+def _run(command, env, stdin, stdout):
+    """Fails with what the program said when it fails."""
+    try:
+        done = subprocess.run(command, env=env, stdin=stdin, stdout=stdout, stderr=subprocess.PIPE, text=True,
+                              check=False, preexec_fn=_end_with_parent, timeout=PATIENCE)
+    except subprocess.TimeoutExpired as error:
+        raise Failed(f"{' '.join(map(str, command))} has not ended after {PATIENCE} s") from error
     if done.returncode != 0:
         raise Failed(f"{' '.join(map(str, command))} ended with {done.returncode}: {done.stderr.strip()}")
     return done.stdout
 
 
+def output_of(*command, env=None, stdin=subprocess.DEVNULL):
+    """What a program prints."""
+    return _run(command, env, stdin, subprocess.PIPE)
+
+
 def seconds_of(*command, env=None):
     """How long a program takes; what it prints is thrown away."""
     start = time.perf_counter()
-    done = subprocess.run(command, env=env, stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL,
-                          stderr=subprocess.PIPE, text=True, check=False, preexec_fn=_end_with_parent)
-    seconds = time.perf_counter() - start
-    if done.returncode != 0:
-        raise Failed(f"{' '.join(map(str, command))} ended with {done.returncode}: {done.stderr.strip()}")
-    return seconds
+    _run(command, env, subprocess.DEVNULL, subprocess.DEVNULL)
+    return time.perf_counter() - start
 
 
 def memory_of(*command, env=None):
-    """Peak memory of a program in MiB. Not from this process's own accounting of its children: there a child
-    never counts for less than this process did when it started it."""
+    """Peak memory of a program in MiB, or of the largest that it starts. Not from this process's own accounting of
+    its children: there a child never counts for less than this process did when it started it."""
     with tempfile.NamedTemporaryFile("r") as report:
         seconds_of("/usr/bin/time", "-f", "%M", "-o", report.name, *command, env=env)
         return int(report.read().split()[-1]) / 1024

@@ -12,6 +12,7 @@ ROWS = {
     "listing": commandline.listing,
     "durable": service.durable_uploads,
     "large-file": commandline.one_large_file,
+    "any-size": commandline.any_size,
     "removal": service.removal,
     "postgres": database.over_postgres,
     "distant": database.distant_database,

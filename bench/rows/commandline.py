@@ -1,9 +1,10 @@
 """The command line with a tarnd over data in memory, beside rclone and curl."""
 import os
 import shutil
+import time
 
 from harness.bench import MIB, Bench, median, median_ratio
-from harness.processes import memory_of, seconds_of
+from harness.processes import Failed, memory_of, seconds_of
 from harness.result import Line
 from harness.service import service, uploads
 from harness.yardsticks import rclone
@@ -94,6 +95,33 @@ def one_large_file(bench: Bench):
         yield _line(f"{size} MiB down", "curl -o from the same tarnd", 1.15, down, curl_down)
         yield Line(f"{size} MiB down: memory of tarn", "", "MiB", down_memory, 24,
                    f"tarnd in both: {tarnd.process.peak_memory():.0f} MiB")
+
+
+def any_size(bench: Bench):
+    """A sparse file up and down on the disk, as a file and through pipes: memory of both sides; the same bytes."""
+    size = bench.size(1024, 16, 10 * 1024)
+    words = f"{size // 1024} GiB" if size >= 1024 else f"{size} MiB"
+    with bench.disk_folder() as folder, service(bench, folder) as tarnd:
+        source, copy = os.path.join(folder, "source"), os.path.join(folder, "copy")
+        with open(source, "wb") as file:
+            file.truncate(size * MIB)
+            for place in range(0, size, 16):  # an island in each 16 MiB
+                file.seek(place * MIB)
+                file.write(os.urandom(4096))
+        for way, up, down in (("files", 'exec "$0" -q put "$1" "$2"', 'exec "$0" -q get "$2" "$3"'),
+                              ("pipes", 'cat "$1" | "$0" -q put - "$2"', '"$0" -q cat "$2" | cat >"$3"')):
+            for direction, script in (("up", up), ("down", down)):
+                start = time.monotonic()
+                memory = memory_of("bash", "-c", "set -o pipefail; " + script, bench.program("tarn"), source,
+                                   f"/{way}", copy, env=tarnd.environment())
+                yield Line(f"{words} {direction}, {way}: memory of tarn", "", "MiB", memory, 48,
+                           f"{time.monotonic() - start:.1f} s")
+            seconds_of("cmp", source, copy)
+            if way == "files" and os.stat(copy).st_blocks * 512 > size * MIB / 8:
+                raise Failed("The holes of the file were filled.")
+            os.remove(copy)
+            tarnd.tarn("rm", f"/{way}")
+        yield Line(f"{words} in all four: memory of tarnd", "", "MiB", tarnd.process.peak_memory(), 64)
 
 
 def _curl(tarnd, *more):
