@@ -36,7 +36,7 @@ std::optional<FileAttributes> findAttributes(Connection& connection, const Remot
     } catch (const std::exception&) {
         const auto error = std::current_exception();
         // The one answer that also stands for "you may not know of it".
-        if (isAnswer(error, answers::notFound)) return {};
+        if (isRefusal(error, reasons::notFound)) return {};
         throw about(item.quoted(), explain(error));
     }
 }

@@ -166,7 +166,7 @@ void Connection::checkUser(const std::string& user)
     try {
         if (patiently(readRoot)->attributes.writable) return;
     } catch (const std::exception&) {
-        if (!isAnswer(std::current_exception(), answers::notFound)) throw;
+        if (!isRefusal(std::current_exception(), reasons::notFound)) throw;
     }
     host->session()->logout(nullptr).get();
     credentials.sessionId.clear();
@@ -182,7 +182,7 @@ bool Connection::logout()
             patiently([this] { return host->session()->logout(nullptr); });
         } catch (const std::exception&) {
             // Ended already is what was asked for.
-            if (!isAnswer(std::current_exception(), answers::sessionEnded)) throw;
+            if (!isRefusal(std::current_exception(), reasons::sessionEnded)) throw;
         }
     }
     return !identity.user.empty() && credentialStore.remove(identity.user);

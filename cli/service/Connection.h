@@ -66,7 +66,7 @@ public:
         try {
             return patiently(operation);
         } catch (const std::exception&) {
-            if (!isAnswer(std::current_exception(), answers::sessionEnded)) throw;
+            if (!isRefusal(std::current_exception(), reasons::sessionEnded)) throw;
         }
         renew(seen);
         return patiently(operation);

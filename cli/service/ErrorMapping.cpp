@@ -2,10 +2,13 @@
 
 #include "cli/terminal/Text.h"
 #include "tarn/protocol/ErrorText.h"
+#include "tarn/protocol/TarnError.h"
 #include "tarnhost/TransportError.h"
 
 #include <Poco/Exception.h>
 
+#include <algorithm>
+#include <iterator>
 #include <new>
 #include <system_error>
 
@@ -16,78 +19,74 @@ namespace {
 namespace texts = connector::tarn::ErrorText;
 using connector::host::TransportError;
 using connector::host::TransportPhase;
+using connector::tarn::ErrorKind;
+using connector::tarn::TarnError;
 
-enum class Match { whole, start };
-
-struct Row {
-    std::string_view sentence;
-    ExitCode code;
-    std::string_view advice; ///< what to do, shown after the sentence
-    Match match = Match::whole;
+struct Advice {
+    std::string_view reason;
+    std::string_view text; ///< what to do, shown after the sentence
 };
 
-/// The service sends fixed sentences and no codes; one that holds a name is known by its beginning.
-constexpr Row rows[] = {
-    {answers::notFound, ExitCode::notFound, "Check the path with `tarn ls`."},
-    {"The folder \"", ExitCode::notFound, "Make it first with `tarn mkdir -p`.", Match::start},
-    {"There is no user named \"", ExitCode::notFound,
-     "`tarn grant --pending` lets the grant wait for that user.", Match::start},
-    {"There is no permission with this id.", ExitCode::notFound, "`tarn grants` lists them."},
-    {"The file has no such version.", ExitCode::notFound, "`tarn versions` lists them."},
-
-    {"The authentication token is not valid.", ExitCode::notLoggedIn, "Log in with `tarn login`."},
-    {answers::sessionEnded, ExitCode::notLoggedIn, "Use `tarn login`."},
-    {"Too many logins with a wrong token come from your address.", ExitCode::notLoggedIn, "", Match::start},
-
-    {"You may read this item but not change or share it.", ExitCode::notAllowed, ""},
-
-    {answers::fileExists, ExitCode::conflict,
-     "Use --force to replace its content, or --new-version to keep the old one as a version."},
-    {answers::folderExists, ExitCode::conflict, ""},
-    {"The path names a folder, not a file.", ExitCode::conflict, ""},
-    {answers::isFile, ExitCode::conflict, ""},
-    {"The folder is not empty.", ExitCode::conflict, "Use `tarn rm -r` to delete it and everything in it."},
-    {"The root folder cannot be deleted, moved or replaced.", ExitCode::conflict, ""},
-    {"The target of the move already exists.", ExitCode::conflict, "Use `tarn mv --force` to replace it."},
-    {"A file can replace only a file, and a folder only an empty folder.", ExitCode::conflict, ""},
-    {"A folder cannot be moved into itself.", ExitCode::conflict, ""},
-    {"The item already belongs to this user.", ExitCode::conflict, ""},
-
-    {answers::busy, ExitCode::unreachable, ""},
-
-    {"The path is not valid: ", ExitCode::usage, "", Match::start},
-    {"The user name is not valid: ", ExitCode::usage, "", Match::start},
+constexpr Advice advices[] = {
+    {reasons::notFound, "Check the path with `tarn ls`."},
+    {"parentMissing", "Make it first with `tarn mkdir -p`."},
+    {"unknownUser", "`tarn grant --pending` lets the grant wait for that user."},
+    {"unknownPermission", "`tarn grants` lists them."},
+    {"unknownVersion", "`tarn versions` lists them."},
+    {"badToken", "Log in with `tarn login`."},
+    {reasons::sessionEnded, "Use `tarn login`."},
+    {"fileExists", "Use --force to replace its content, or --new-version to keep the old one as a version."},
+    {"folderNotEmpty", "Use `tarn rm -r` to delete it and everything in it."},
+    {"targetExists", "Use `tarn mv --force` to replace it."},
 };
 
 constexpr const char* unreadableReply =
     "The reply cannot be understood. Check that the endpoint is a Tarn service.";
 
-const Row* rowOf(std::string_view sentence)
+ExitCode exitCodeOf(ErrorKind kind)
 {
-    for (const auto& row : rows)
-        if (row.match == Match::whole ? sentence == row.sentence : sentence.starts_with(row.sentence))
-            return &row;
-    return nullptr;
+    switch (kind) {
+    case ErrorKind::invalidRequest:
+        return ExitCode::usage;
+    case ErrorKind::notLoggedIn:
+        return ExitCode::notLoggedIn;
+    case ErrorKind::notAllowed:
+        return ExitCode::notAllowed;
+    case ErrorKind::notFound:
+        return ExitCode::notFound;
+    case ErrorKind::conflict:
+        return ExitCode::conflict;
+    case ErrorKind::unavailable:
+        return ExitCode::unreachable;
+    case ErrorKind::tooLarge:
+    case ErrorKind::outOfSpace:
+    case ErrorKind::unknownOutcome:
+    case ErrorKind::serviceFailure:
+    case ErrorKind::unreadableReply:
+        break;
+    }
+    return ExitCode::failure;
 }
 
-/// What a reply that is not the service's own turns into, down to the names of the number parsers.
-bool isUnreadableReply(std::string_view text)
+Failure fromRefusal(const TarnError& refusal)
 {
-    return text.starts_with(texts::notXmlPrefix) || text == "stoul" || text == "stoull" || text == "stoll";
-}
-
-Failure fromSentence(const std::string& sentence)
-{
+    if (refusal.kind() == ErrorKind::unreadableReply) return {ExitCode::failure, unreadableReply};
+    const auto code = exitCodeOf(refusal.kind());
+    if (refusal.what() == std::string_view(texts::unknownError))
+        return {code, "The service refused the request without saying why. Check that the endpoint is a Tarn "
+                      "service."};
     // A sentence may hold names, and the service may be anyone's: neither commands the terminal.
-    const auto shown = escaped(sentence);
-    if (const auto* row = rowOf(sentence))
-        return {row->code, row->advice.empty() ? shown : shown + " " + std::string(row->advice)};
-    if (isUnreadableReply(sentence)) return {ExitCode::failure, unreadableReply};
-    if (sentence == texts::unknownError)
-        return {
-            ExitCode::failure,
-            "The service refused the request without saying why. Check that the endpoint is a Tarn service."};
-    return {ExitCode::failure, shown};
+    auto shown = escaped(refusal.what());
+    const auto* advice = std::find_if(std::begin(advices), std::end(advices),
+                                      [&](const auto& each) { return each.reason == refusal.reason(); });
+    if (advice != std::end(advices)) shown.append(" ").append(advice->text);
+    return {code, shown};
+}
+
+/// A number in a reply that is none: the parsers of numbers give nothing but their name.
+bool isUnreadableNumber(std::string_view text)
+{
+    return text == "stoul" || text == "stoull" || text == "stoll";
 }
 
 /// Nobody known has signed the certificate: the one case that --ca-file mends. The network layer tells it apart from the
@@ -131,12 +130,12 @@ Failure fromTransport(const TransportError& failure)
     return {isOurs ? ExitCode::failure : ExitCode::unreachable, sentence};
 }
 
-template <class Condition>
-bool isTransportError(const std::exception_ptr& error, Condition condition)
+template <class Error, class Condition>
+bool isError(const std::exception_ptr& error, Condition condition)
 {
     try {
         std::rethrow_exception(error);
-    } catch (const TransportError& failure) {
+    } catch (const Error& failure) {
         return condition(failure);
     } catch (...) {
         return false;
@@ -153,48 +152,48 @@ Failure explain(std::exception_ptr error)
         return failure;
     } catch (const connector::host::TransportError& failure) {
         return fromTransport(failure);
+    } catch (const TarnError& failure) {
+        return fromRefusal(failure);
     } catch (const Poco::Exception& failure) {
         return {ExitCode::failure, escaped(failure.displayText())};
     } catch (const std::bad_alloc&) {
         return {ExitCode::failure, "There is not enough memory."};
     } catch (const std::exception& failure) {
-        return fromSentence(failure.what());
+        if (isUnreadableNumber(failure.what())) return {ExitCode::failure, unreadableReply};
+        return {ExitCode::failure, escaped(failure.what())};
     } catch (...) {
         return {ExitCode::failure, "An unknown error occurred."};
     }
 }
 
-bool isAnswer(const std::exception_ptr& error, std::string_view sentence)
+bool isRefusal(const std::exception_ptr& error, std::string_view reason)
 {
-    try {
-        std::rethrow_exception(error);
-    } catch (const Failure&) {
-        return false; // our own words, even where they quote the service's
-    } catch (const std::exception& failure) {
-        return failure.what() == sentence;
-    } catch (...) {
-        return false;
-    }
+    return isError<TarnError>(error, [&](const TarnError& refusal) { return refusal.reason() == reason; });
 }
 
 bool isServiceGone(const std::exception_ptr& error)
 {
-    return isTransportError(error, [](const TransportError& failure) {
+    return isError<TransportError>(error, [](const TransportError& failure) {
         return failure.phase() == TransportPhase::connect || failure.phase() == TransportPhase::secure;
     });
 }
 
 bool isTransient(const std::exception_ptr& error)
 {
-    return isAnswer(error, answers::busy) || isTransportError(error, [](const TransportError& failure) {
+    return isError<TarnError>(
+               error, [](const TarnError& refusal) { return refusal.kind() == ErrorKind::unavailable; }) ||
+           isError<TransportError>(error, [](const TransportError& failure) {
                return isInterruption(failure) && !leavesDoubt(failure);
            });
 }
 
 bool isUnknownOutcome(const std::exception_ptr& error)
 {
-    return isTransportError(
-        error, [](const TransportError& failure) { return isInterruption(failure) && leavesDoubt(failure); });
+    return isError<TarnError>(
+               error, [](const TarnError& refusal) { return refusal.kind() == ErrorKind::unknownOutcome; }) ||
+           isError<TransportError>(error, [](const TransportError& failure) {
+               return isInterruption(failure) && leavesDoubt(failure);
+           });
 }
 
 Failure about(const std::string& what, const Failure& failure)

@@ -8,27 +8,23 @@
 
 namespace tarncli {
 
-/// Sentences of the service that change what a verb does next.
-namespace answers {
-inline constexpr std::string_view notFound = "File not found.";
-inline constexpr std::string_view sessionEnded = "Your session has ended. Log in again.";
-inline constexpr std::string_view fileExists = "The file already exists.";
-inline constexpr std::string_view folderExists = "The folder already exists.";
-inline constexpr std::string_view busy = "The service is busy and has changed nothing. Try again.";
-inline constexpr std::string_view isFile = "The path names a file, not a folder.";
-} // namespace answers
+/// Reasons of the service that change what a verb does next.
+namespace reasons {
+inline constexpr std::string_view notFound = "notFound";
+inline constexpr std::string_view sessionEnded = "sessionEnded";
+inline constexpr std::string_view folderExists = "folderExists";
+inline constexpr std::string_view isFile = "isFile";
+} // namespace reasons
 
 /// What a message about a change ends with when nobody knows whether it was made.
 inline constexpr const char* unknownOutcome = "It may or may not have been done; check before you try again.";
 
-/// The failure behind any exception of a request or of this program.
-///
-/// The library hands on the service's sentence and no status code, so the exit code and the advice come from
-/// the sentence. One that is not in the table is shown as it is, with exit code 1.
+/// The failure behind any exception of a request or of this program: the service's sentence with the exit code of its
+/// kind and, for a reason that is known here, with advice.
 Failure explain(std::exception_ptr error);
 
-/// Whether `error` is exactly this answer of the service.
-bool isAnswer(const std::exception_ptr& error, std::string_view sentence);
+/// Whether the service refused the request for this reason.
+bool isRefusal(const std::exception_ptr& error, std::string_view reason);
 
 /// Whether `error` means that further requests cannot succeed either: no connection could be made.
 bool isServiceGone(const std::exception_ptr& error);

@@ -135,7 +135,7 @@ void Uploader::addFolder(Transfers& transfers, Folders& folders, const std::stri
     // Whoever made it: a folder that is there when it is asked for again is as good.
     transfer.wasDone = [] { return false; };
     transfer.forgives = [&folders, below](const std::exception_ptr& error) {
-        const bool isThere = isAnswer(error, answers::folderExists);
+        const bool isThere = isRefusal(error, reasons::folderExists);
         if (isThere) folders.merged.insert(below);
         return isThere;
     };

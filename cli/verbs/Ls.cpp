@@ -62,7 +62,7 @@ void list(const Invocation& invocation, const Options& options)
         return showListing(invocation, where, *listing, options.longFormat);
     } catch (const std::exception&) {
         const auto error = std::current_exception();
-        if (!isAnswer(error, answers::isFile)) throw about(where.quoted(), explain(error));
+        if (!isRefusal(error, reasons::isFile)) throw about(where.quoted(), explain(error));
     }
     FolderListResponse single;
     single.files.push_back(summaryOf(attributesOf(connection, where)));

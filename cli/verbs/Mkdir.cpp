@@ -34,7 +34,7 @@ void createWithParents(Connection& connection, const RemotePath& folder)
     try {
         createFolder(connection, folder);
     } catch (const std::exception&) {
-        if (!isAnswer(std::current_exception(), answers::folderExists)) throw;
+        if (!isRefusal(std::current_exception(), reasons::folderExists)) throw;
     }
 }
 

@@ -31,7 +31,7 @@ ReplyTo<FileHandleClose> FileAccessClient::closeFileHandle(std::unique_ptr<FileH
 {
     if (client.canSend(request) && request->handleId.empty()) {
         return makeExceptionalFuture<std::unique_ptr<FileHandleCloseResponse>>(
-            std::runtime_error(ErrorText::emptyHandleId));
+            TarnError(ErrorKind::invalidRequest, ErrorText::emptyHandleId));
     }
     return client.send(std::move(request));
 }

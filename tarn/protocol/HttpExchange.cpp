@@ -3,8 +3,6 @@
 #include "tarn/foundation/ContentReduction.h"
 #include "tarn/protocol/ErrorText.h"
 
-#include <stdexcept>
-
 namespace connector {
 
 template TARN_API Future<std::unique_ptr<http::HttpClientResponse>>
@@ -17,10 +15,12 @@ namespace {
 constexpr std::uint16_t statusOk = 200;
 constexpr std::uint16_t statusNotFound = 404;
 
-std::string serviceError(http::HttpClientResponse& response)
+TarnError serviceError(http::HttpClientResponse& response)
 {
     const ReplyDocument document = readDocument(response);
-    return documentText(*document, "code", ErrorText::unknownError);
+    auto reason = documentText(*document, "reason", "");
+    return {errorKindOf(response.status, reason), documentText(*document, "code", ErrorText::unknownError),
+            response.status, std::move(reason)};
 }
 
 } // namespace
@@ -35,9 +35,10 @@ sendHttpRequest(std::unique_ptr<http::HttpClientRequest>&& request, Address&& to
 void checkResponse(const std::unique_ptr<http::HttpClientResponse>& response)
 {
     // A host that answers with nothing at all: the caller must not be handed a null.
-    if (!response) throw std::runtime_error(ErrorText::unknownError);
-    if (response->status == statusNotFound) throw std::runtime_error(ErrorText::fileNotFound);
-    if (response->status != statusOk) throw std::runtime_error(serviceError(*response));
+    if (!response) throw TarnError(ErrorKind::unreadableReply, ErrorText::unknownError);
+    if (response->status == statusNotFound)
+        throw TarnError(ErrorKind::notFound, ErrorText::fileNotFound, statusNotFound, "notFound");
+    if (response->status != statusOk) throw serviceError(*response);
 }
 
 common::DataBuffer readContent(http::HttpClientResponse& response)

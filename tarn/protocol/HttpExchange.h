@@ -5,6 +5,7 @@
 #include "tarn/foundation/platform/HttpClientRequest.h"
 #include "tarn/foundation/platform/HttpClientResponse.h"
 #include "tarn/protocol/ReplyXml.h"
+#include "tarn/protocol/TarnError.h"
 
 #include <exception>
 #include <memory>
@@ -26,7 +27,7 @@ TARN_API Future<std::unique_ptr<http::HttpClientResponse>>
 sendHttpRequest(std::unique_ptr<http::HttpClientRequest>&& request, Address&& to, Context& context);
 
 /// Returns for status 200 and for no other, 201 and 204 included.
-/// @throws std::runtime_error "File not found." for 404; otherwise the text of the reply's single "code" element,
+/// @throws TarnError "File not found." for 404; otherwise the text of the reply's single "code" element,
 ///         "Unknown error." when there is not exactly one, "TARN error: " + body when the body is not XML
 TARN_API void checkResponse(const std::unique_ptr<http::HttpClientResponse>& response);
 
@@ -49,11 +50,20 @@ template <class Read>
 Future<std::unique_ptr<Message>> exchange(std::unique_ptr<http::HttpClientRequest>&& request, Address&& to,
                                           Context& context, Read read)
 {
+    auto method = request->method, url = request->url;
     return sendHttpRequest(std::move(request), std::move(to), context)
-        .then([read = std::move(read)](Future<std::unique_ptr<http::HttpClientResponse>>&& reply) {
-            auto response = reply.get();
-            checkResponse(response);
-            return std::unique_ptr<Message>(read(*response));
+        .then([read = std::move(read), method = std::move(method),
+               url = std::move(url)](Future<std::unique_ptr<http::HttpClientResponse>>&& reply) {
+            std::uint16_t status = 0;
+            try {
+                auto response = reply.get();
+                checkResponse(response);
+                status = response->status;
+                return std::unique_ptr<Message>(read(*response));
+            } catch (TarnError& error) {
+                error.setExchange(method, url, status);
+                throw;
+            }
         });
 }
 

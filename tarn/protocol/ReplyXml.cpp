@@ -1,12 +1,11 @@
 #include "tarn/protocol/ReplyXml.h"
 
 #include "tarn/protocol/ErrorText.h"
+#include "tarn/protocol/TarnError.h"
 #include "tarn/protocol/detail/ReplyInspection.h"
 #include "tarn/protocol/detail/ThreadNamePool.h"
 
 #include <Poco/DOM/DOMParser.h>
-
-#include <stdexcept>
 
 namespace connector::tarn {
 namespace {
@@ -50,7 +49,8 @@ ReplyDocument parseXml(std::string_view text, const ReplyLimits& limits)
         // Whatever kept it from being read, the reply itself says most.
     }
     // A body beyond the limit would be held twice more: here and in the exception's own copy.
-    throw std::runtime_error(ErrorText::notXmlPrefix + std::string(text.substr(0, limits.bytes)));
+    throw TarnError(ErrorKind::unreadableReply,
+                    ErrorText::notXmlPrefix + std::string(text.substr(0, limits.bytes)));
 }
 
 std::optional<std::string> onlyText(const Node& node, const std::string& tag)

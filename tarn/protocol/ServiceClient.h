@@ -4,9 +4,9 @@
 #include "tarn/protocol/ErrorText.h"
 #include "tarn/protocol/ReplyTo.h"
 #include "tarn/protocol/SessionRequest.h"
+#include "tarn/protocol/TarnError.h"
 
 #include <memory>
-#include <stdexcept>
 #include <string>
 #include <utility>
 
@@ -51,7 +51,7 @@ public:
         using Response = typename Request::Response;
         if (!canSend(request)) {
             return makeExceptionalFuture<std::unique_ptr<Response>>(
-                std::runtime_error(ErrorText::nullArgument));
+                TarnError(ErrorKind::invalidRequest, ErrorText::nullArgument));
         }
         (fillIfEmpty((*request).*buckets), ...);
         request->sessionId = session->getSessionId();

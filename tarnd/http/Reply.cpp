@@ -59,6 +59,7 @@ Reply errorReply(const ServiceError& error)
 {
     XmlWriter document("Error");
     document.text("code", error.what());
+    document.text("reason", error.reason());
     return xml(statusOf(error.kind()), document);
 }
 

@@ -31,7 +31,7 @@ Reply doneReply();
 /// The one place where a kind of failure becomes a status.
 unsigned statusOf(ServiceError::Kind kind);
 
-/// `<Error><code>One plain sentence.</code></Error>` with the status of its kind.
+/// `<Error><code>One plain sentence.</code><reason>itsName</reason></Error>` with the status of its kind.
 Reply errorReply(const ServiceError& error);
 
 } // namespace tarnd

@@ -10,30 +10,30 @@ using Kind = ServiceError::Kind;
 // clang-format off
 
 // Framing.
-inline constexpr Sentence repeatedHeader          {Kind::badRequest, "The header {} may be given only once."};
-inline constexpr Sentence badHeader               {Kind::badRequest, "The name of a header may hold no white space."};
-inline constexpr Sentence missingHeader           {Kind::badRequest, "The header {} is missing."};
-inline constexpr Sentence controlInHeader         {Kind::badRequest, "The value of a header may hold no control character."};
-inline constexpr Sentence badContentLength        {Kind::badRequest, "The header Content-Length is not a number of bytes."};
-inline constexpr Sentence ambiguousLength         {Kind::badRequest, "A request has either Content-Length or Transfer-Encoding, not both."};
-inline constexpr Sentence unknownTransferEncoding {Kind::badRequest, "The only Transfer-Encoding understood is chunked."};
-inline constexpr Sentence headersTooLarge         {Kind::tooLarge, "The headers of the request are too large."};
-inline constexpr Sentence lengthRequired          {Kind::lengthRequired, "An upload must tell its length in the header Content-Length."};
-inline constexpr Sentence fileTooLarge            {Kind::tooLarge, "The file is larger than this service accepts."};
-inline constexpr Sentence rangeOutside            {Kind::rangeOutside, "The file has no bytes in the range asked for."};
-inline constexpr Sentence bodyTooLarge            {Kind::tooLarge, "The request carries content that nothing here takes."};
+inline constexpr Sentence repeatedHeader          {Kind::badRequest, "repeatedHeader", "The header {} may be given only once."};
+inline constexpr Sentence badHeader               {Kind::badRequest, "badHeader", "The name of a header may hold no white space."};
+inline constexpr Sentence missingHeader           {Kind::badRequest, "missingHeader", "The header {} is missing."};
+inline constexpr Sentence controlInHeader         {Kind::badRequest, "controlInHeader", "The value of a header may hold no control character."};
+inline constexpr Sentence badContentLength        {Kind::badRequest, "badContentLength", "The header Content-Length is not a number of bytes."};
+inline constexpr Sentence ambiguousLength         {Kind::badRequest, "ambiguousLength", "A request has either Content-Length or Transfer-Encoding, not both."};
+inline constexpr Sentence unknownTransferEncoding {Kind::badRequest, "unknownTransferEncoding", "The only Transfer-Encoding understood is chunked."};
+inline constexpr Sentence headersTooLarge         {Kind::tooLarge, "headersTooLarge", "The headers of the request are too large."};
+inline constexpr Sentence lengthRequired          {Kind::lengthRequired, "lengthRequired", "An upload must tell its length in the header Content-Length."};
+inline constexpr Sentence fileTooLarge            {Kind::tooLarge, "fileTooLarge", "The file is larger than this service accepts."};
+inline constexpr Sentence rangeOutside            {Kind::rangeOutside, "rangeOutside", "The file has no bytes in the range asked for."};
+inline constexpr Sentence bodyTooLarge            {Kind::tooLarge, "bodyTooLarge", "The request carries content that nothing here takes."};
 
-inline constexpr Sentence tooManyFailedLogins     {Kind::notAllowed, "Too many logins with a wrong token come from your address. Try again in a few seconds."};
+inline constexpr Sentence tooManyFailedLogins     {Kind::notAllowed, "tooManyFailedLogins", "Too many logins with a wrong token come from your address. Try again in a few seconds."};
 
 // Target and parameters.
-inline constexpr Sentence badTarget         {Kind::badRequest, "The address of the request holds characters that must be percent-encoded."};
-inline constexpr Sentence badEncoding       {Kind::badRequest, "The address of the request is not valid percent-encoded UTF-8."};
-inline constexpr Sentence unknownRoute      {Kind::badRequest, "The service has nothing at this address."};
-inline constexpr Sentence wrongMethod       {Kind::badRequest, "The method {} is not possible at this address."};
-inline constexpr Sentence tooManyParameters {Kind::badRequest, "The request has too many parameters."};
-inline constexpr Sentence repeatedParameter {Kind::badRequest, "The parameter {} may be given only once."};
-inline constexpr Sentence missingParameter  {Kind::badRequest, "The parameter {} is missing."};
-inline constexpr Sentence badParameter      {Kind::badRequest, "The parameter {} must be {}."};
+inline constexpr Sentence badTarget         {Kind::badRequest, "badTarget", "The address of the request holds characters that must be percent-encoded."};
+inline constexpr Sentence badEncoding       {Kind::badRequest, "badEncoding", "The address of the request is not valid percent-encoded UTF-8."};
+inline constexpr Sentence unknownRoute      {Kind::badRequest, "unknownRoute", "The service has nothing at this address."};
+inline constexpr Sentence wrongMethod       {Kind::badRequest, "wrongMethod", "The method {} is not possible at this address."};
+inline constexpr Sentence tooManyParameters {Kind::badRequest, "tooManyParameters", "The request has too many parameters."};
+inline constexpr Sentence repeatedParameter {Kind::badRequest, "repeatedParameter", "The parameter {} may be given only once."};
+inline constexpr Sentence missingParameter  {Kind::badRequest, "missingParameter", "The parameter {} is missing."};
+inline constexpr Sentence badParameter      {Kind::badRequest, "badParameter", "The parameter {} must be {}."};
 
 // clang-format on
 

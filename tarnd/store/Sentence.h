@@ -13,17 +13,21 @@ namespace tarnd {
 /// thrown: `throw sentences::unknownUser(name)`.
 struct Sentence {
     ServiceError::Kind kind;
+    std::string_view reason; ///< its name for programs, which stays when the text is reworded
     std::string_view text;
 
     /// The error, with the values in the places of the "{}", in their order.
     template <class... Values>
     ServiceError operator()(const Values&... values) const
     {
-        return {kind, filled({std::string(values)...})};
+        return {kind, reason, filled({std::string(values)...})};
     }
 
     /// The error, with a detail for the log that the caller is not told.
-    ServiceError because(std::string detail) const { return {kind, std::string(text), std::move(detail)}; }
+    ServiceError because(std::string detail) const
+    {
+        return {kind, reason, std::string(text), std::move(detail)};
+    }
 
 private:
     std::string filled(std::initializer_list<std::string> values) const

@@ -2,6 +2,7 @@
 
 #include <stdexcept>
 #include <string>
+#include <string_view>
 
 namespace tarnd {
 
@@ -25,17 +26,21 @@ public:
         unavailable, ///< 503: not at the moment; nothing has changed, and the same request may succeed later
     };
 
-    ServiceError(Kind kind, const std::string& sentence, std::string detail = {})
-        : std::runtime_error(sentence), ownKind(kind), logDetail(std::move(detail))
+    /// @param reason  of a text that lasts, see Sentence
+    ServiceError(Kind kind, std::string_view reason, const std::string& sentence, std::string detail = {})
+        : std::runtime_error(sentence), ownKind(kind), ownReason(reason), logDetail(std::move(detail))
     {
     }
 
     Kind kind() const noexcept { return ownKind; }
 
+    std::string_view reason() const noexcept { return ownReason; }
+
     const std::string& detail() const noexcept { return logDetail; }
 
 private:
     Kind ownKind;
+    std::string_view ownReason;
     std::string logDetail;
 };
 

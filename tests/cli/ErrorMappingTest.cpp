@@ -1,5 +1,6 @@
 // What a failure tells people and scripts: an exit code that is not so, or silence about a change that may have happened.
 #include "cli/service/ErrorMapping.h"
+#include "tarn/protocol/TarnError.h"
 #include "tarnhost/TransportError.h"
 
 #include <gmock/gmock.h>
@@ -9,38 +10,53 @@ namespace {
 
 using connector::host::TransportError;
 using connector::host::TransportPhase;
+using connector::tarn::ErrorKind;
+using connector::tarn::errorKindOf;
+using connector::tarn::TarnError;
+using testing::AllOf;
 using testing::HasSubstr;
 using testing::Not;
+using testing::StartsWith;
 
-struct Mapped {
-    const char* sentence;
-    ExitCode code;
-    const char* shown;
-};
-
-TEST(ErrorMapping, FindsTheExitCodeInTheServicesSentence)
+/// However the service words it, scripts and people are told the same.
+TEST(ErrorMapping, FindsExitCodeAndAdviceWhateverTheSentence)
 {
-    const Mapped rows[] = {
-        {"File not found.", ExitCode::notFound, "tarn ls"},
-        {"The folder \"/a\" does not exist.", ExitCode::notFound, "mkdir -p"},
-        {"There is no user named \"eve\".", ExitCode::notFound, "--pending"},
-        {"The authentication token is not valid.", ExitCode::notLoggedIn, "tarn login"},
-        {"Your session has ended. Log in again.", ExitCode::notLoggedIn, "tarn login"},
-        {"You may read this item but not change or share it.", ExitCode::notAllowed, ""},
-        {"The file already exists.", ExitCode::conflict, "--force"},
-        {"The folder is not empty.", ExitCode::conflict, "rm -r"},
-        {"The path is not valid: a name is empty.", ExitCode::usage, "a name is empty"},
-        {"Something new.", ExitCode::failure, "Something new."},
-        {"No.\n\x1b[31m\u009b31m\u202e", ExitCode::failure, "No.\\n\\u{1b}[31m\\u{9b}31m\\u{202e}"},
-        {"TARN error: <html>", ExitCode::failure, "endpoint"},
-        {"Unknown error.", ExitCode::failure, "endpoint"},
-        {"stoull", ExitCode::failure, "endpoint"},
+    const struct {
+        std::uint16_t status;
+        const char* reason;
+        ExitCode code;
+        const char* shown;
+    } rows[] = {
+        {404, "notFound", ExitCode::notFound, "tarn ls"},
+        {409, "parentMissing", ExitCode::notFound, "mkdir -p"},
+        {400, "unknownUser", ExitCode::notFound, "--pending"},
+        {401, "badToken", ExitCode::notLoggedIn, "tarn login"},
+        {401, "", ExitCode::notLoggedIn, ""},
+        {403, "readOnly", ExitCode::notAllowed, ""},
+        {409, "fileExists", ExitCode::conflict, "--force"},
+        {400, "badPath", ExitCode::usage, ""},
+        {503, "busy", ExitCode::unreachable, ""},
+        {507, "storageFull", ExitCode::failure, ""},
     };
+
     for (const auto& row : rows) {
-        const auto failure = explain(std::make_exception_ptr(std::runtime_error(row.sentence)));
-        EXPECT_EQ(failure.code(), row.code) << row.sentence;
-        EXPECT_THAT(failure.what(), HasSubstr(row.shown));
+        const auto failure = explain(std::make_exception_ptr(
+            TarnError(errorKindOf(row.status, row.reason), "Reworded.", row.status, row.reason)));
+        EXPECT_EQ(failure.code(), row.code) << row.reason;
+        EXPECT_THAT(failure.what(), AllOf(StartsWith("Reworded."), HasSubstr(row.shown)));
     }
+}
+
+TEST(ErrorMapping, LetsNoReplyCommandTheTerminalAndNamesWhatIsNoTarn)
+{
+    const std::pair<TarnError, const char*> rows[] = {
+        {{ErrorKind::conflict, "No.\n\x1b[31m\u009b31m\u202e"}, "No.\\n\\u{1b}[31m\\u{9b}31m\\u{202e}"},
+        {{ErrorKind::unreadableReply, "TARN error: <html>"}, "endpoint"},
+        {{ErrorKind::serviceFailure, "Unknown error."}, "endpoint"},
+    };
+    for (const auto& [error, shown] : rows)
+        EXPECT_THAT(explain(std::make_exception_ptr(error)).what(), HasSubstr(shown));
+    EXPECT_THAT(explain(std::make_exception_ptr(std::out_of_range("stoull"))).what(), HasSubstr("endpoint"));
 }
 
 TEST(ErrorMapping, TellsOfALostConnectionWhatIsKnown)

@@ -266,5 +266,41 @@ TEST(FileAccessClient, OverwritesTheSessionDataThatACallerPutIn)
               "get http://host/service/v1/files/a" + own + "\nfor content\n" + session);
 }
 
+TEST(FileAccessClient, TellsWhatKindOfFailureItWasAndOfWhichRequest)
+{
+    const struct {
+        std::uint16_t status;
+        const char* reply;
+        ErrorKind kind;
+        const char* reason;
+    } rows[] = {
+        {404, "", ErrorKind::notFound, "notFound"},
+        {403, "<Error><code>No.</code></Error>", ErrorKind::notAllowed, ""},
+        {400, "<Error><code>No.</code><reason>unknownUser</reason></Error>", ErrorKind::notFound,
+         "unknownUser"},
+        {500, "<Error><code>No.</code><reason>commitUnknown</reason></Error>", ErrorKind::unknownOutcome,
+         "commitUnknown"},
+        {502, "<Error/>", ErrorKind::serviceFailure, ""},
+        {204, "<Response/>", ErrorKind::unreadableReply, ""},
+        {200, "<html>", ErrorKind::unreadableReply, ""},
+    };
+
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.status);
+        Bench bench;
+        auto deletion = bench.client->deleteFile(located<FileDelete>(u"/a b"));
+        bench.transport->answer(row.status, row.reply);
+        try {
+            (void)deletion.get();
+            FAIL() << "no error";
+        } catch (const TarnError& error) {
+            EXPECT_EQ(error.kind(), row.kind);
+            EXPECT_EQ(error.reason(), row.reason);
+            EXPECT_EQ(error.status(), row.status);
+            EXPECT_EQ(error.method() + " " + error.url(), "delete http://host/service/v1/files/a%20b");
+        }
+    }
+}
+
 } // namespace
 } // namespace connector::tarn
