@@ -120,7 +120,7 @@ TEST(FileTransferMessages, LeaveAsExactlyTheseRequests)
 }
 
 struct DownloadCase {
-    std::string name;
+    const char* name;
     Wanted wanted;
     std::uint16_t status;
     Headers headers;
@@ -133,112 +133,43 @@ struct DownloadCase {
 const std::string otherPart = "The service sent another part of the file than was asked for.";
 const std::string endsBefore = "The file ends before the part that was asked for.";
 const std::string damaged = "The content is damaged: its SHA-256 is ";
+const std::string all = "0123456789";
+const Headers digest{{"content-digest", tenDigits}};
+const Headers amongOthers{{"repr-digest", "x=:y:, " + tenDigits}};
+const Headers noDigest{{"content-digest", "sha-256=:short:"}};
+const Headers described{{"content-length", "10"}, {"etag", "\"V\""}, {"content-digest", tenDigits}};
+
+Headers length(const char* bytes)
+{
+    return {{"content-length", bytes}};
+}
+
+Headers part(const std::string& range)
+{
+    return {{"content-range", "bytes " + range}, {"repr-digest", tenDigits}};
+}
 
 const std::vector<DownloadCase> downloads = {
-    {"whole",
-     {},
-     200,
-     {{"content-length", "10"}, {"etag", "\"V\""}, {"content-digest", tenDigits}},
-     "0123456789",
-     "0<0123456789>",
-     "10|0|false|V|10|true"},
-    {"whole, by the digest of the file",
-     {},
-     200,
-     {{"repr-digest", "x=:y:, " + tenDigits}},
-     "0123456789",
-     "0<0123456789>",
-     "10|0|false||10|true"},
-    {"digest that is none",
-     {},
-     200,
-     {{"content-digest", "sha-256=:short:"}},
-     "ab",
-     "0<ab>",
-     "2|0|false||2|false"},
-    {"damaged", {}, 200, {{"content-digest", tenDigits}}, "0123456780", "0<0123456780!", damaged},
-    {"shorter than announced",
-     {},
-     200,
-     {{"content-length", "10"}},
-     "01234",
-     "0<01234!",
-     "The content ended after 5 of 10 bytes."},
-    {"part",
-     {3, 4},
-     206,
-     {{"content-range", "bytes 3-6/10"}, {"repr-digest", tenDigits}},
-     "3456",
-     "3<3456>",
-     "10|3|true||4|false"},
-    {"part that the end cuts short",
-     {8, 4},
-     206,
-     {{"content-range", "bytes 8-9/10"}},
-     "89",
-     "8<89>",
-     "10|8|true||2|false"},
-    {"part, shorter than its head says",
-     {3, 4},
-     206,
-     {{"content-range", "bytes 3-6/10"}},
-     "34",
-     "3<34!",
-     "The content ended after 2 of 4 bytes."},
-    {"another part", {3, 4}, 206, {{"content-range", "bytes 2-6/10"}}, "23456", "", otherPart},
-    {"more than the part", {3, 4}, 206, {{"content-range", "bytes 3-7/10"}}, "34567", "", otherPart},
+    {"whole", {}, 200, described, all, "0<0123456789>", "10|0|false|V|10|true"},
+    {"digest of the file", {}, 200, amongOthers, all, "0<0123456789>", "10|0|false||10|true"},
+    {"digest that is none", {}, 200, noDigest, "ab", "0<ab>", "2|0|false||2|false"},
+    {"damaged", {}, 200, digest, "0123456780", "0<0123456780!", damaged},
+    {"too short", {}, 200, length("10"), "01234", "0<01234!", "The content ended after 5 of 10 bytes."},
+    {"part", {3, 4}, 206, part("3-6/10"), "3456", "3<3456>", "10|3|true||4|false"},
+    {"part that the end cuts short", {8, 4}, 206, part("8-9/10"), "89", "8<89>", "10|8|true||2|false"},
+    {"too short a part", {3, 4}, 206, part("3-6/10"), "34", "3<34!", "The content ended after 2 of 4 bytes."},
+    {"another part", {3, 4}, 206, part("2-6/10"), "23456", "", otherPart},
+    {"more than the part", {3, 4}, 206, part("3-7/10"), "34567", "", otherPart},
     {"part that is not described", {3, 4}, 206, {}, "3456", "", otherPart},
-    {"part, not asked for", {}, 206, {{"content-range", "bytes 0-1/10"}}, "<R/>", "", "Unknown error."},
-    {"rest, with the beginning at hand",
-     {4, {}, "V", "0123"},
-     206,
-     {{"content-range", "bytes 4-9/10"}, {"repr-digest", tenDigits}},
-     "456789",
-     "4<456789>",
-     "10|4|true||6|true"},
-    {"rest of another beginning",
-     {4, {}, "V", "012_"},
-     206,
-     {{"content-range", "bytes 4-9/10"}, {"repr-digest", tenDigits}},
-     "456789",
-     "4<456789!",
-     damaged},
-    {"rest of a file that has changed",
-     {4, {}, "V", "abcd"},
-     200,
-     {{"content-digest", tenDigits}},
-     "0123456789",
-     "0<0123456789>",
-     "10|0|false||10|true"},
-    {"empty rest",
-     {10, {}, "V", "0123456789"},
-     416,
-     {{"content-range", "bytes */10"}, {"repr-digest", tenDigits}},
-     "<R/>",
-     "10<>",
-     "10|10|true||0|true"},
-    {"rest behind the end",
-     {11},
-     416,
-     {{"content-range", "bytes */10"}},
-     "<R><code>Gone.</code></R>",
-     "",
-     "Gone."},
-    {"service without parts",
-     {3, 4},
-     200,
-     {{"content-digest", tenDigits}},
-     "0123456789",
-     "3<3456>",
-     "999|3|false||4|false"},
-    {"rest from a service without parts",
-     {3},
-     200,
-     {{"content-digest", tenDigits}},
-     "0123456789",
-     "3<3456789>",
-     "10|3|false||7|true"},
-    {"behind the end, without parts", {4}, 200, {{"content-length", "2"}}, "01", "", endsBefore},
+    {"part, not asked for", {}, 206, part("0-1/10"), "<R/>", "", "Unknown error."},
+    {"rest", {4, {}, "V", "0123"}, 206, part("4-9/10"), "456789", "4<456789>", "10|4|true||6|true"},
+    {"rest of another beginning", {4, {}, "V", "012_"}, 206, part("4-9/10"), "456789", "4<456789!", damaged},
+    {"changed file", {4, {}, "V", "abcd"}, 200, digest, all, "0<0123456789>", "10|0|false||10|true"},
+    {"empty rest", {10, {}, "V", all}, 416, part("*/10"), "<R/>", "10<>", "10|10|true||0|true"},
+    {"rest behind the end", {11}, 416, part("*/10"), "<R><code>Gone.</code></R>", "", "Gone."},
+    {"service without parts", {3, 4}, 200, digest, all, "3<3456>", "999|3|false||4|false"},
+    {"rest, without parts", {3}, 200, digest, all, "3<3456789>", "10|3|false||7|true"},
+    {"behind the end, without parts", {4}, 200, length("2"), "01", "", endsBefore},
     {"behind the end, of unknown length", {4}, 200, {}, "01", "4<!", endsBefore},
     {"not there", {3}, 404, {}, "", "", "File not found."},
 };
