@@ -47,6 +47,7 @@ constexpr Errand errands[] = {
     {"get -f /f .", "GET /service/v1/filesystem/f"},
     {"get -rf /d .", "GET /service/v1/files/d/f", false, false, 8},
     {"put f /new", "PUT /service/v1/files/new", true, true},
+    {"put - /new", "PUT /service/v1/files/new", true, true},
     {"put -f f /f", "PUT /service/v1/files/f", true, true},
     {"put -r d /new", "PUT /service/v1/files/new/f", true, true, 8},
     {"mkdir /new", "PUT /service/v1/folders/new", true},

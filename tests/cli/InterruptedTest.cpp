@@ -83,14 +83,6 @@ protected:
     std::string token;
 };
 
-TEST_F(Interrupted, SessionIsRenewedBeforeTheFirstFile)
-{
-    endSession();
-    const auto result = alice.tarn({"put", "-r", "-j", "16", "tree", "/tree"});
-    EXPECT_EQ(result.exitCode, 0) << result.err;
-    EXPECT_EQ(logins(), 2u);
-}
-
 TEST_F(Interrupted, SessionIsRenewedOnceInTheMiddleAndEveryFileArrives)
 {
     auto put = std::async(std::launch::async, [&] {
