@@ -1,4 +1,5 @@
 """Programs that run beside a measurement, and end with it."""
+import contextlib
 import ctypes
 import os
 import signal
@@ -88,6 +89,23 @@ def _ticks_of(pid):
     with open(f"/proc/{pid}/stat", encoding="utf-8") as stat:
         fields = stat.read().rpartition(")")[2].split()
     return int(fields[11]) + int(fields[12])  # in user mode, and in the kernel for it
+
+
+@contextlib.contextmanager
+def serving(command, **options):
+    """A server and its port. `command` is called for a port that nobody has; another program may take that before
+    the server does, and then there is a next one."""
+    for left in reversed(range(5)):
+        port = free_port()
+        with Process(*command(port), **options) as process:
+            try:
+                process.wait_for_port(port)
+            except Failed:
+                if left == 0:
+                    raise
+                continue
+            yield process, port
+            return
 
 
 def free_port():

@@ -2,7 +2,7 @@
 import contextlib
 import os
 
-from harness.processes import Process, free_port, output_of
+from harness.processes import output_of, serving
 
 _NGINX = """
 daemon off;
@@ -51,14 +51,15 @@ def nginx(folder, answers=None):
     os.makedirs(os.path.join(home, "files"), mode=0o755)
     if os.getuid() == 0:  # the workers then run as somebody else
         os.chmod(folder, 0o755)
-    port = free_port()
     locations = "\n".join(f"location {path} {{ return 200 '{text}'; }}" for path, text in (answers or {}).items())
     configuration = os.path.join(home, "nginx.conf")
-    with open(configuration, "w", encoding="utf-8") as file:
-        file.write(_NGINX.format(folder=home, port=port, locations=locations))
-    program = "/usr/sbin/nginx"
-    with Process(program, "-e", "stderr", "-p", home, "-c", configuration) as process:
-        process.wait_for_port(port)
+
+    def command(port):
+        with open(configuration, "w", encoding="utf-8") as file:
+            file.write(_NGINX.format(folder=home, port=port, locations=locations))
+        return "/usr/sbin/nginx", "-e", "stderr", "-p", home, "-c", configuration
+
+    with serving(command) as (process, port):
         yield Nginx(process, f"http://127.0.0.1:{port}", os.path.join(home, "files"))
 
 
@@ -81,10 +82,11 @@ def rclone(protocol, folder):
     files = os.path.join(home, "files")
     os.makedirs(files)
     environment = {**os.environ, "HOME": home, "XDG_CACHE_HOME": home, "RCLONE_CONFIG": os.path.join(home, "none")}
-    port = free_port()
-    with Process("rclone", "serve", protocol, files, "--addr", f"127.0.0.1:{port}", "--user", "yard", "--pass", "yard",
-                 env=environment) as process:
-        process.wait_for_port(port)
+
+    def command(port):
+        return ("rclone", "serve", protocol, files, "--addr", f"127.0.0.1:{port}", "--user", "yard", "--pass", "yard")
+
+    with serving(command, env=environment) as (_, port):
         yield RcloneServer(files, {**environment, **_remote(protocol, port, environment)})
 
 
