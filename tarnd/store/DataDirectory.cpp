@@ -80,7 +80,9 @@ std::string DataDirectory::claimStoreId(ContentFolder& contents) const
     if (!linked && errno != EEXIST) throw systemError(folder / "store-id");
     ::unlink(temporary.c_str());
     syncFolder(folder);
-    return linked ? id : storeId().value();
+    if (linked) return id;
+    if (const auto theirs = storeId()) return *theirs;
+    throw sentences::badDataDir(folder, "its file store-id is empty; bring it back from a backup.");
 }
 
 /// The folder has its id first, and the database takes it over under the write lock: of two folders over one

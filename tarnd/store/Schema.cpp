@@ -99,7 +99,9 @@ static_assert(std::size(upgrades) + 1 == schemaVersion);
 
 std::int64_t versionOf(Transaction& transaction)
 {
-    return std::stoll(transaction.value<std::string>("SELECT value FROM meta WHERE name = 'schema'").value());
+    const auto version = transaction.value<std::string>("SELECT value FROM meta WHERE name = 'schema'");
+    if (!version) throw sentences::internal.because("the table meta has no row \"schema\"");
+    return std::stoll(*version);
 }
 
 void upgrade(Transaction& transaction)
