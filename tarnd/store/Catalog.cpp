@@ -12,7 +12,7 @@ namespace tarnd {
 std::unique_ptr<Upload> Catalog::put(const Caller& caller, const Location& location,
                                      const PutOptions& options, std::optional<std::uint64_t> expectedSize)
 {
-    engine.database.read([&](Transaction& transaction) {
+    engine.database.read(Tree::statementsFor(location), [&](Transaction& transaction) {
         Tree tree(transaction, caller);
         slotForPut(tree, location, options.mode);
     });
@@ -22,7 +22,9 @@ std::unique_ptr<Upload> Catalog::put(const Caller& caller, const Location& locat
 
 OpenContent Catalog::read(const Caller& caller, const Location& location, const VersionChoice& version)
 {
-    return readContent(engine, [&](Transaction& transaction) {
+    const auto statements =
+        version.isCurrent() ? Tree::statementsFor(location) : Database::Statements::several;
+    return readContent(engine, statements, [&](Transaction& transaction) {
         Tree tree(transaction, caller);
         const auto file = requireFile(tree.readable(location));
         return FoundContent(file, tree.item(file), chosenVersion(transaction, file, version));
@@ -42,7 +44,7 @@ void Catalog::deleteFile(const Caller& caller, const Location& location)
 
 Item Catalog::attributes(const Caller& caller, const Location& location)
 {
-    return engine.database.read([&](Transaction& transaction) {
+    return engine.database.read(Tree::statementsFor(location), [&](Transaction& transaction) {
         Tree tree(transaction, caller);
         return tree.item(tree.readable(location));
     });

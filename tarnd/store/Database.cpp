@@ -2,8 +2,6 @@
 
 #include "tarnd/store/Dialect.h"
 
-#include <algorithm>
-
 namespace tarnd {
 
 namespace {
@@ -65,26 +63,28 @@ void Database::runWrite(const WriteQueue::Work& work, const WriteScope& scope)
     if (own.failure) std::rethrow_exception(own.failure);
 }
 
-/// Nobody is told before the commit that covers him: those who joined wake in finish().
+/// Nobody is told before the commit that covers him: those who joined wake in finish(). The leader's own write needs
+/// no savepoint: when it fails there is nothing yet that must outlast it, and nobody joins.
 void Database::lead(WriteQueue::Entry& own)
 {
-    std::vector<WriteQueue::Entry*> parts;
+    std::vector<WriteQueue::Entry*> joined;
     try {
-        parts.reserve(writesPerCommit); // whoever has joined must not be lost for want of memory
+        joined.reserve(writesPerCommit); // whoever has joined must not be lost for want of memory
         Lease lease(*this, Lease::Mode::write);
-        for (auto* part = &own; part && parts.size() < writesPerCommit; part = queue.join()) {
-            parts.push_back(part);
+        own.work(lease.transaction());
+        while (joined.size() < writesPerCommit) {
+            auto* const part = queue.join();
+            if (!part) break;
+            joined.push_back(part);
             lease.runPart(*part);
         }
-        const bool changes =
-            std::any_of(parts.begin(), parts.end(), [](const auto* part) { return !part->failure; });
-        if (changes) lease.commit();
+        lease.commit();
     } catch (...) {
-        if (parts.empty()) own.failure = std::current_exception(); // there was no transaction to join
-        for (auto* part : parts)
+        own.failure = std::current_exception();
+        for (auto* part : joined)
             if (!part->failure) part->failure = std::current_exception();
     }
-    queue.finish(parts);
+    queue.finish(joined);
 }
 
 Database::Turn::Turn(Gate& gate) : gate(gate)
@@ -137,7 +137,7 @@ void Database::Lease::giveBack() noexcept
     }
 }
 
-/// One of several writes of this transaction. When it fails only its own changes go, unless the engine has undone
+/// A further write of this transaction. When it fails only its own changes go, unless the engine has undone
 /// everything: then the failure is everybody's.
 void Database::Lease::runPart(WriteQueue::Entry& part)
 {

@@ -74,14 +74,24 @@ public:
         return first ? std::optional(std::move(std::get<0>(*first))) : std::nullopt;
     }
 
-    /// A statement without result.
+    /// A statement without result. Inside a transaction it may go to the engine with the next query or with the
+    /// commit, which then fail in its place.
     template <class... Args>
     void run(const std::string& sql, const Args&... args)
     {
-        rows<>(sql, args...);
+        connection.executeLater(sql, valuesOf(args...));
     }
 
 private:
+    template <class... Args>
+    static std::vector<SqlValue> valuesOf(const Args&... args)
+    {
+        std::vector<SqlValue> values;
+        values.reserve(sizeof...(Args));
+        (add(values, args), ...);
+        return values;
+    }
+
     static void add(std::vector<SqlValue>& values, const std::string& text)
     {
         values.emplace_back(std::string_view(text));
@@ -147,6 +157,16 @@ public:
     auto read(Work&& work)
     {
         Lease lease(*this, Lease::Mode::read);
+        return work(lease.transaction());
+    }
+
+    enum class Statements { one, several };
+
+    /// lookUp() or read(), by how many statements `work` makes: only between two can anything change.
+    template <class Work>
+    auto read(Statements number, Work&& work)
+    {
+        Lease lease(*this, number == Statements::one ? Lease::Mode::lookUp : Lease::Mode::read);
         return work(lease.transaction());
     }
 
@@ -276,11 +296,8 @@ private:
 template <class... Columns, class... Args>
 std::vector<std::tuple<Columns...>> Transaction::rows(const std::string& sql, const Args&... args)
 {
-    std::vector<SqlValue> values;
-    values.reserve(sizeof...(Args));
-    (add(values, args), ...);
     std::vector<std::tuple<Columns...>> rows;
-    connection.execute(sql, values, [&](const SqlRow& row) {
+    connection.execute(sql, valuesOf(args...), [&](const SqlRow& row) {
         rows.push_back(tuple<Columns...>(row, std::index_sequence_for<Columns...>()));
     });
     return rows;

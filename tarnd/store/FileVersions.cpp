@@ -21,6 +21,24 @@ void replaceCurrent(Transaction& transaction, const Node& file, const StoredCont
         dropped.push_back(file.content);
 }
 
+/// Without a look at what the database makes of it: nothing is asked until the commit.
+VersionStamp insertFile(Transaction& transaction, const Slot& slot, const StoredContent& content,
+                        std::int64_t now)
+{
+    const VersionStamp stamp{randomHex(versionIdBytes), 1};
+    insertNode(transaction, slot, ItemKind::file, now, stamp.id);
+    transaction.run(R"(INSERT INTO versions (id, node, label, created, size, sha256, content)
+                       SELECT $1, id, $2, $3, $4, $5, $6 FROM nodes WHERE parent = $7 AND name = $8)",
+                    stamp.id, stamp.label, now, content.size, content.sha256, content.id, slot.parent,
+                    slot.name);
+    return stamp;
+}
+
+VersionRow currentOf(const Node& file)
+{
+    return {file.version, file.versionCreated, file.versionRevision, {file.content, file.size, file.sha256}};
+}
+
 constexpr auto versionColumns = columns(
     column("id", &VersionRow::stamp, &VersionStamp::id), //
     column("label", &VersionRow::stamp, &VersionStamp::label), column("created", &VersionRow::created),
@@ -52,8 +70,7 @@ Slot slotForPut(Tree& tree, const Location& location, CreateMode mode)
 VersionStamp writeFile(Transaction& transaction, const Slot& slot, const StoredContent& content,
                        bool createNewVersion, std::int64_t now, std::vector<std::string>& dropped)
 {
-    if (!slot.existing)
-        return addVersion(transaction, insertNode(transaction, slot, ItemKind::file, now), content, now);
+    if (!slot.existing) return insertFile(transaction, slot, content, now);
     if (createNewVersion) return addVersion(transaction, slot.existing->id, content, now);
     replaceCurrent(transaction, *slot.existing, content, now, dropped);
     return slot.existing->version;
@@ -85,10 +102,9 @@ std::vector<VersionRow> versionsOf(Transaction& transaction, std::int64_t file)
 
 VersionRow chosenVersion(Transaction& transaction, const Node& file, const VersionChoice& choice)
 {
+    if (choice.isCurrent() && !file.version.id.empty()) return currentOf(file);
     std::vector<VersionRow> found;
-    if (choice.isCurrent())
-        found = versionRows(transaction, "id = $1", file.version.id);
-    else if (choice.id.empty())
+    if (choice.id.empty())
         found = versionRows(transaction, "node = $1 AND label = $2", file.id, choice.label);
     else
         found = versionRows(transaction, "id = $1 AND node = $2", choice.id, file.id);

@@ -34,24 +34,22 @@ const std::string takeLockOfAll = "SELECT pg_advisory_xact_lock($1)";
 /// Writes of a user go on beside those of others, and not beside a write of all.
 const std::string takeLockOfUser = "SELECT pg_advisory_xact_lock_shared($1), pg_advisory_xact_lock($2)";
 
-/// A number as the server reads it: eight bytes, the highest first.
+/// An argument as the server reads it; of a number eight bytes, the highest first.
 struct Bound {
-    explicit Bound(const SqlValue& value)
+    explicit Bound(const SqlValue& value) : isText(std::holds_alternative<std::string_view>(value))
     {
-        if (const auto* given = std::get_if<std::int64_t>(&value))
-            number = htobe64(static_cast<std::uint64_t>(*given));
-        else
-            text = std::get<std::string_view>(value);
+        if (isText) {
+            bytes = std::get<std::string_view>(value);
+            return;
+        }
+        const auto number = htobe64(static_cast<std::uint64_t>(std::get<std::int64_t>(value)));
+        bytes.assign(reinterpret_cast<const char*>(&number), sizeof number);
     }
 
-    const char* data() const { return text ? text->data() : reinterpret_cast<const char*>(&number); }
+    Oid type() const { return isText ? 25 : 20; } // text, int8
 
-    int size() const { return text ? static_cast<int>(text->size()) : static_cast<int>(sizeof number); }
-
-    Oid type() const { return text ? 25 : 20; } // text, int8
-
-    std::optional<std::string_view> text;
-    std::uint64_t number = 0;
+    bool isText;
+    std::string bytes;
 };
 
 class PostgresRow final : public SqlRow {
@@ -102,6 +100,17 @@ const Sentence& sentenceFor(std::string_view state, bool alive)
 }
 
 } // namespace
+
+/// Keeps what the caller's texts may no longer hold when it is sent.
+struct PostgresConnection::Statement {
+    Statement(std::string text, std::span<const SqlValue> values)
+        : sql(std::move(text)), args(values.begin(), values.end())
+    {
+    }
+
+    std::string sql;
+    std::vector<Bound> args;
+};
 
 void PostgresConnection::Close::operator()(pg_conn* connection) const
 {
@@ -157,83 +166,109 @@ void PostgresConnection::beginWrite(const WriteScope& scope)
     lock = scope;
 }
 
+/// What is sent with the commit is not sent again when the connection is lost; so a transaction begins before it.
 void PostgresConnection::commit()
 {
     opening = false;
-    if (!std::exchange(inTransaction, false)) return; // nothing was asked
-    const ConnectionWatchdog::Watch watch(watchdog, socket.get());
-    send("COMMIT", {});
+    if (!inTransaction && waiting.empty()) return; // nothing was asked
+    if (!inTransaction) exchange();
+    add("COMMIT", {});
     const auto result = exchange();
+    inTransaction = false;
     if (std::string_view(PQcmdStatus(result.get())) != "COMMIT") throw failure(result.get());
 }
 
 /// The server ends the transaction as soon as it reads this; its answer is read before the next statement.
 void PostgresConnection::rollback()
 {
-    opening = false;
+    opening = beginning = false;
+    waiting.clear();
     if (!std::exchange(inTransaction, false) || !isAlive()) return;
-    send("ROLLBACK", {});
+    send({"ROLLBACK", {}});
     require(PQpipelineSync(connection.get()) == 1 && PQflush(connection.get()) >= 0);
 }
 
-/// A restart of the server since the last use shows at the first statement, which is then sent over a new
-/// connection; what was waited for and then cut off would be waited for again.
 void PostgresConnection::execute(const std::string& sql, std::span<const SqlValue> args,
                                  const RowReceiver& receive)
 {
-    const bool begins = std::exchange(opening, false);
-    const bool first = !inTransaction;
-    const auto attempt = [&] {
-        const ConnectionWatchdog::Watch watch(watchdog, socket.get());
-        if (!underWay.empty()) collect(); // the end of the last transaction
-        if (begins) sendBegin();
-        send(sql, args);
-        return exchange();
-    };
-    const auto started = std::chrono::steady_clock::now();
-    inTransaction = inTransaction || begins;
-    Result result;
-    try {
-        result = attempt();
-    } catch (const ServiceError&) {
-        const bool waited = std::chrono::steady_clock::now() - started >= std::chrono::seconds(1);
-        if (!first || waited || isAlive()) throw;
-        connect();
-        result = attempt();
-    }
+    add(sql, args);
+    const auto result = exchange();
     for (int row = 0; receive && row < PQntuples(result.get()); ++row)
         receive(PostgresRow(result.get(), row));
 }
 
-void PostgresConnection::sendBegin()
+void PostgresConnection::executeLater(const std::string& sql, std::span<const SqlValue> args)
 {
-    send("BEGIN", {});
+    const bool alone = !opening && !inTransaction && waiting.empty();
+    add(sql, args);
+    if (alone) exchange();
+}
+
+void PostgresConnection::add(const std::string& sql, std::span<const SqlValue> args)
+{
+    if (std::exchange(opening, false)) addBegin();
+    waiting.emplace_back(sql, args);
+}
+
+void PostgresConnection::addBegin()
+{
+    beginning = true;
+    waiting.emplace_back("BEGIN", std::span<const SqlValue>());
     if (!lock) return;
     if (lock->user) {
         const SqlValue args[] = {lockOfAll, -*lock->user}; // below zero, where no lock of all is
-        send(takeLockOfUser, args);
+        waiting.emplace_back(takeLockOfUser, args);
     } else {
         const SqlValue args[] = {lockOfAll};
-        send(takeLockOfAll, args);
+        waiting.emplace_back(takeLockOfAll, args);
     }
 }
 
-void PostgresConnection::send(const std::string& sql, std::span<const SqlValue> args)
+/// Sends what waits; returns the answer to the last of it. A restart of the server since the last use shows at the
+/// first statement, which is then sent over a new connection; what was waited for and then cut off would be waited
+/// for again.
+PostgresConnection::Result PostgresConnection::exchange()
 {
-    const std::vector<Bound> bound(args.begin(), args.end());
+    const bool first = !inTransaction;
+    inTransaction = std::exchange(beginning, false) || inTransaction;
+    const auto batch = std::exchange(waiting, {});
+    const auto started = std::chrono::steady_clock::now();
+    try {
+        return attempt(batch);
+    } catch (const ServiceError&) {
+        const bool waited = std::chrono::steady_clock::now() - started >= std::chrono::seconds(1);
+        if (!first || waited || isAlive()) throw;
+    }
+    connect();
+    return attempt(batch);
+}
+
+PostgresConnection::Result PostgresConnection::attempt(const std::vector<Statement>& batch)
+{
+    const ConnectionWatchdog::Watch watch(watchdog, socket.get());
+    if (!underWay.empty()) collect(); // the end of the last transaction
+    for (const auto& statement : batch)
+        send(statement);
+    require(PQpipelineSync(connection.get()) == 1);
+    return collect();
+}
+
+void PostgresConnection::send(const Statement& statement)
+{
+    const auto& [sql, args] = statement;
     std::vector<const char*> data;
     std::vector<int> sizes;
     std::vector<Oid> types;
-    for (const auto& each : bound) {
-        data.push_back(each.data());
-        sizes.push_back(each.size());
+    for (const auto& each : args) {
+        data.push_back(each.bytes.data());
+        sizes.push_back(static_cast<int>(each.bytes.size()));
         types.push_back(each.type());
     }
     const std::vector<int> binary(args.size(), 1);
     const auto count = static_cast<int>(args.size());
     auto found = statements.find(sql);
     if (found == statements.end()) {
-        found = statements.emplace(sql, "s" + std::to_string(statements.size())).first;
+        found = statements.emplace(sql, "s" + std::to_string(++prepared)).first;
         require(PQsendPrepare(connection.get(), found->second.c_str(), sql.c_str(), count, types.data()) ==
                 1);
         underWay.push_back(sql);
@@ -241,12 +276,6 @@ void PostgresConnection::send(const std::string& sql, std::span<const SqlValue> 
     require(PQsendQueryPrepared(connection.get(), found->second.c_str(), count, data.data(), sizes.data(),
                                 binary.data(), 0) == 1);
     underWay.emplace_back();
-}
-
-PostgresConnection::Result PostgresConnection::exchange()
-{
-    require(PQpipelineSync(connection.get()) == 1);
-    return collect();
 }
 
 /// Reads all answers to what is under way; returns the last. @throws the first failure among them

@@ -13,8 +13,9 @@ struct pg_result;
 
 namespace tarnd {
 
-/// A connection to PostgreSQL. Each call costs at most one round trip: what opens a transaction travels with
-/// its first statement, and the end of one that was only read is not waited for.
+/// A connection to PostgreSQL. Only execute() and commit() wait for the server, one round trip each: what opens
+/// a transaction and what was left for later travels with them, and the end of one that was only read is not
+/// waited for.
 ///
 /// A connection that was lost between two transactions is made anew.
 class PostgresConnection : public SqlConnection {
@@ -28,6 +29,7 @@ public:
     void commit() override;
     void rollback() override;
     void execute(const std::string& sql, std::span<const SqlValue> args, const RowReceiver& receive) override;
+    void executeLater(const std::string& sql, std::span<const SqlValue> args) override;
     bool isAlive() const override;
 
     bool isInTransaction() const override { return inTransaction; }
@@ -45,11 +47,15 @@ private:
 
     using Result = std::unique_ptr<pg_result, Clear>;
 
+    struct Statement;
+
     void connect();
     void runAlone(const char* sql);
-    void sendBegin();
-    void send(const std::string& sql, std::span<const SqlValue> args);
+    void add(const std::string& sql, std::span<const SqlValue> args);
+    void addBegin();
     Result exchange();
+    Result attempt(const std::vector<Statement>& batch);
+    void send(const Statement& statement);
     Result collect();
     void require(bool sent);
     ServiceError failure(const pg_result* result) const;
@@ -60,10 +66,13 @@ private:
     std::unique_ptr<pg_conn, Close> connection;
     UniqueFd socket; ///< a duplicate: libpq closes its own when a call fails
     std::unordered_map<std::string, std::string> statements; ///< names of the prepared ones, by their text
+    std::size_t prepared = 0;          ///< since the process began, which names the next one
+    std::vector<Statement> waiting;    ///< to be sent with the next call that waits for the server
     std::vector<std::string> underWay; ///< what was sent: the text of what is being prepared, or nothing
     bool opening = false;              ///< a transaction begins with the next statement
-    bool inTransaction = false;
-    std::optional<WriteScope> lock; ///< to be taken when it begins
+    bool beginning = false;            ///< what begins it is waiting
+    bool inTransaction = false;        ///< the server has begun it
+    std::optional<WriteScope> lock;    ///< to be taken when it begins
 };
 
 } // namespace tarnd

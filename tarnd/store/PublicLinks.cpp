@@ -39,7 +39,7 @@ std::variant<OpenContent, Listing> PublicLinks::open(const std::string& token, c
         return node.isFolder() ? std::optional(listingOf(transaction, node, false)) : std::nullopt;
     });
     if (listing) return *listing;
-    return readContent(engine, [&](Transaction& transaction) {
+    return readContent(engine, Database::Statements::several, [&](Transaction& transaction) {
         const auto file = requireFile(linked(transaction, token, below));
         return FoundContent(file, itemOf(file, false), chosenVersion(transaction, file, {}));
     });

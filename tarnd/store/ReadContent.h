@@ -20,14 +20,14 @@ struct FoundContent {
 
 OpenContent openContent(UniqueFd fd, FoundContent found);
 
-/// Runs `find(transaction)`, which names a FoundContent, and opens its content. Between the two the content may be
+/// Runs `find(transaction)`, which makes so many statements and names a FoundContent, and opens its content. Between the two the content may be
 /// replaced or deleted; then `find` runs again and sees what is there now, or fails as for a file that is not.
 template <class Find>
-OpenContent readContent(Engine& engine, Find&& find)
+OpenContent readContent(Engine& engine, Database::Statements statements, Find&& find)
 {
     constexpr int attempts = 100;
     for (int i = 0; i < attempts; ++i) {
-        FoundContent found = engine.database.read(find);
+        FoundContent found = engine.database.read(statements, find);
         if (auto fd = engine.contents.open(found.version.content.id))
             return openContent(std::move(fd), std::move(found));
     }

@@ -55,6 +55,13 @@ public:
     virtual void execute(const std::string& sql, std::span<const SqlValue> args,
                          const RowReceiver& receive) = 0;
 
+    /// Runs a statement whose result nobody needs; inside a transaction the engine may get it, and fail it, with
+    /// the next call only.
+    virtual void executeLater(const std::string& sql, std::span<const SqlValue> args)
+    {
+        execute(sql, args, {});
+    }
+
     /// False once the server has gone away from this connection.
     virtual bool isAlive() const = 0;
 

@@ -10,7 +10,7 @@ namespace tarnd {
 namespace {
 
 /// How many names one query follows: each is a subquery, and the engines limit how deep these nest.
-constexpr std::size_t namesPerQuery = 8;
+constexpr std::size_t namesPerQuery = 6;
 
 const std::string below = R"(
     WITH RECURSIVE below(id) AS (
@@ -38,7 +38,9 @@ constexpr auto nodeColumns =
             column("COALESCE(v.id, '')", &Node::version, &VersionStamp::id), //
             column("COALESCE(v.label, 0)", &Node::version, &VersionStamp::label),
             column("COALESCE(v.size, 0)", &Node::size), column("COALESCE(v.sha256, '')", &Node::sha256),
-            column("COALESCE(v.content, '')", &Node::content));
+            column("COALESCE(v.content, '')", &Node::content),
+            column("COALESCE(v.created, 0)", &Node::versionCreated),
+            column("COALESCE(v.revision, 0)", &Node::versionRevision));
 
 const std::string nodesWhere = "FROM nodes n LEFT JOIN versions v ON v.id = n.current WHERE ";
 
@@ -54,24 +56,70 @@ std::optional<Node> node(Transaction& transaction, const std::string& condition,
     return transaction.record(nodeColumns, nodesWhere + condition, args...);
 }
 
-/// "n.name = $1 AND n.parent = (SELECT … name = $2 AND parent = (… $last))": the last name first.
-std::string followCondition(std::size_t names)
+std::string place(std::size_t number)
 {
-    std::string condition = "n.name = $1 AND n.parent = ";
-    for (std::size_t i = 2; i <= names; ++i)
-        condition += "(SELECT id FROM nodes WHERE name = $" + std::to_string(i) + " AND parent = ";
-    condition += "$" + std::to_string(names + 1);
-    return condition.append(names - 1, ')');
+    return "$" + std::to_string(number);
 }
 
-std::optional<Node> follow(Transaction& transaction, std::int64_t start, std::span<const std::string> names)
+/// Where a path begins: what stands in a placeholder, and the SQL about it that yields the id of that node.
+struct RootOfBucket {
+    std::string value;
+
+    static std::string id(const std::string& bucket)
+    {
+        return "(SELECT id FROM nodes WHERE parent IS NULL AND owner = (SELECT id FROM users WHERE name = " +
+               bucket + "))";
+    }
+};
+
+struct NodeItself {
+    std::int64_t value;
+
+    static std::string id(const std::string& node) { return node; }
+};
+
+/// The id of the node that the names in the placeholders `first` to `last` lead to, the last name first.
+std::string reached(std::size_t first, std::size_t last, const std::string& start)
+{
+    std::string sql;
+    for (auto i = first; i <= last; ++i)
+        sql += "(SELECT id FROM nodes WHERE name = " + place(i) + " AND parent = ";
+    return sql + start + std::string(last + 1 - first, ')');
+}
+
+/// "n" or a folder above it is granted to the user in the placeholder.
+std::string isGrantedTo(const std::string& user)
+{
+    return R"( AND EXISTS (
+        WITH RECURSIVE up(id, parent) AS (
+            SELECT n.id, n.parent
+            UNION ALL
+            SELECT p.id, p.parent FROM nodes p JOIN up ON p.id = up.parent)
+        SELECT 1 FROM up JOIN grants g ON g.node = up.id WHERE g.subject = )" +
+           user + ")";
+}
+
+/// What a path leads to, and the folder that it is in when `withParent`, in any order.
+/// @param viewer to whom it must be granted; empty: whoever asks
+template <class Start>
+std::vector<Node> follow(Transaction& transaction, const Start& start, std::span<const std::string> names,
+                         bool withParent = false, const std::string& viewer = {})
 {
     const auto count = std::min(names.size(), namesPerQuery);
+    const auto from = Start::id(place(count + 1));
     std::vector<std::string> args(names.begin(), names.begin() + static_cast<std::ptrdiff_t>(count));
     std::reverse(args.begin(), args.end());
-    auto reached = node(transaction, followCondition(count), args, start);
-    if (!reached || count == names.size()) return reached;
-    return follow(transaction, reached->id, names.subspan(count));
+    if (count < names.size()) {
+        const auto id = transaction.value<std::int64_t>(
+            "SELECT id FROM nodes WHERE id = " + reached(1, count, from), args, start.value);
+        if (!id) return {};
+        return follow(transaction, NodeItself{*id}, names.subspan(count), withParent, viewer);
+    }
+    const auto item = reached(1, count, from);
+    const auto condition =
+        withParent ? "n.id IN (" + item + ", " + reached(2, count, from) + ")" : "n.id = " + item;
+    if (viewer.empty()) return nodes(transaction, condition, args, start.value);
+    return nodes(transaction, condition + isGrantedTo(place(count + 2)), args, start.value, viewer);
 }
 
 } // namespace
@@ -83,7 +131,8 @@ std::optional<Node> nodeById(Transaction& transaction, std::int64_t id)
 
 std::optional<Node> nodeBelow(Transaction& transaction, std::int64_t start, const ItemPath& path)
 {
-    return path.isRoot() ? nodeById(transaction, start) : follow(transaction, start, path.names());
+    auto found = follow(transaction, NodeItself{start}, path.names());
+    return found.empty() ? std::nullopt : std::optional(std::move(found.front()));
 }
 
 Node rootOf(Transaction& transaction, std::int64_t userId)
@@ -147,14 +196,14 @@ Listing listingOf(Transaction& transaction, const Node& folder, bool writable)
     return listing;
 }
 
-std::int64_t insertNode(Transaction& transaction, const Slot& slot, ItemKind kind, std::int64_t now)
+void insertNode(Transaction& transaction, const Slot& slot, ItemKind kind, std::int64_t now,
+                const std::string& currentVersion)
 {
-    const auto id = transaction.value<std::int64_t>(
-        R"(INSERT INTO nodes (owner, parent, name, kind, created, modified)
-           VALUES ($1, $2, $3, $4, $5, $6) RETURNING id)",
-        slot.owner, slot.parent, slot.name, kind, now, now);
+    transaction.run(
+        R"(INSERT INTO nodes (owner, parent, name, kind, created, modified, current)
+           VALUES ($1, $2, $3, $4, $5, $6, $7))",
+        slot.owner, slot.parent, slot.name, kind, now, now, currentVersion);
     entriesChanged(transaction, slot.parent, now);
-    return id.value();
 }
 
 void entriesChanged(Transaction& transaction, std::int64_t folder, std::int64_t now)
@@ -185,39 +234,35 @@ std::string pathsQuery(const std::string& nodes)
                          "{nodes}", nodes.c_str());
 }
 
-/// Finds what is there whoever asks; only findReadable() may show it.
-std::optional<Node> Tree::find(const Location& location)
+Database::Statements Tree::statementsFor(const Location& location)
 {
-    auto owner = caller.userId;
-    if (!location.bucket.empty() && location.bucket != caller.user) {
-        const auto other =
-            transaction.value<std::int64_t>("SELECT id FROM users WHERE name = $1", location.bucket);
-        if (!other) return std::nullopt;
-        owner = *other;
-    }
-    const auto root = rootOf(transaction, owner);
-    return location.path.isRoot() ? root : nodeBelow(transaction, root.id, location.path);
+    const bool one = location.path.names().size() <= namesPerQuery;
+    return one ? Database::Statements::one : Database::Statements::several;
 }
 
-bool Tree::isGranted(const Node& node)
+bool Tree::isOwnBucket(const Location& location) const
 {
-    const auto grant =
-        upwards + "SELECT 1 FROM up JOIN grants g ON g.node = up.id WHERE g.subject = $2 LIMIT 1";
-    return transaction.value<std::int64_t>(grant, node.id, caller.user).has_value();
-}
-
-std::optional<Node> Tree::findReadable(const Location& location)
-{
-    auto node = find(location);
-    return node && (isOwner(*node) || isGranted(*node)) ? node : std::nullopt;
+    return location.bucket.empty() || location.bucket == caller.user;
 }
 
 /// What may not be seen is answered like what is not there: another status would tell that it exists.
+std::vector<Node> Tree::visible(const Location& location, bool withParent)
+{
+    const auto& names = location.path.names();
+    if (!isOwnBucket(location))
+        return follow(transaction, RootOfBucket{location.bucket}, names, withParent, caller.user);
+    auto found = follow(transaction, RootOfBucket{caller.user}, names, withParent);
+    if (found.empty()) rootOf(transaction, caller.userId);
+    // Another's, who has got the name of a user removed meanwhile.
+    if (!found.empty() && !isOwner(found.front())) throw sentences::sessionEnded();
+    return found;
+}
+
 Node Tree::readable(const Location& location)
 {
-    auto node = findReadable(location);
-    if (!node) throw sentences::notFound();
-    return *node;
+    auto found = visible(location, false);
+    if (found.empty()) throw sentences::notFound();
+    return std::move(found.front());
 }
 
 Node Tree::owned(const Location& location)
@@ -233,16 +278,18 @@ Slot Tree::slot(const Location& location)
         owned(location);
         throw sentences::rootFolder();
     }
-    if (auto existing = findReadable(location)) {
-        if (!isOwner(*existing)) throw sentences::readOnly();
-        return {existing->parent, existing->owner, existing->name, existing};
+    auto found = visible(location, true);
+    if (!found.empty() && !isOwner(found.front())) throw sentences::readOnly();
+    // The folder is there when what it holds is.
+    if (found.size() == 2) {
+        auto& existing = found[0].parent == found[1].id ? found[0] : found[1];
+        return {existing.parent, existing.owner, existing.name, std::move(existing)};
     }
-    const auto parent = findReadable({location.path.parent(), location.bucket});
-    if (parent && !isOwner(*parent)) throw sentences::readOnly();
-    if (parent && parent->isFolder()) return {parent->id, parent->owner, location.path.name(), std::nullopt};
+    if (found.size() == 1 && found.front().isFolder())
+        return {found.front().id, found.front().owner, location.path.name(), std::nullopt};
     // In another's bucket a missing parent and a hidden one must look alike.
-    const bool ownBucket = location.bucket.empty() || location.bucket == caller.user;
-    throw ownBucket ? sentences::parentMissing(location.path.parent().text()) : sentences::notFound();
+    throw isOwnBucket(location) ? sentences::parentMissing(location.path.parent().text())
+                                : sentences::notFound();
 }
 
 Item Tree::item(const Node& node) const

@@ -27,6 +27,8 @@ struct Node {
     std::int64_t size = 0;
     std::string sha256;
     std::string content;
+    std::int64_t versionCreated = 0;
+    std::int64_t versionRevision = 0;
 
     bool isFolder() const { return kind == ItemKind::folder; }
 };
@@ -42,6 +44,9 @@ struct Slot {
 /// The tree as one caller sees it, inside one transaction: the only place that decides who may see and change what.
 class Tree {
 public:
+    /// How many statements readable(), owned() and slot() make when they find what they look for.
+    static Database::Statements statementsFor(const Location& location);
+
     Tree(Transaction& transaction, const Caller& caller) : transaction(transaction), caller(caller) {}
 
     /// The item, if the caller owns it or it or a folder above it is granted to them. @throws notFound
@@ -60,9 +65,8 @@ public:
     Item item(const Node& node) const;
 
 private:
-    std::optional<Node> find(const Location& location);
-    std::optional<Node> findReadable(const Location& location);
-    bool isGranted(const Node& node);
+    bool isOwnBucket(const Location& location) const;
+    std::vector<Node> visible(const Location& location, bool withParent);
 
     Transaction& transaction;
     const Caller& caller;
@@ -96,8 +100,9 @@ Listing listingOf(Transaction& transaction, const Node& folder, bool writable);
 Node requireFile(Node node);
 Node requireFolder(Node node);
 
-/// Makes an entry of a folder and returns its id.
-std::int64_t insertNode(Transaction& transaction, const Slot& slot, ItemKind kind, std::int64_t now);
+/// Makes an entry of a folder.
+void insertNode(Transaction& transaction, const Slot& slot, ItemKind kind, std::int64_t now,
+                const std::string& currentVersion = {});
 
 /// Tells the folder that an entry has come or gone.
 void entriesChanged(Transaction& transaction, std::int64_t folder, std::int64_t now);

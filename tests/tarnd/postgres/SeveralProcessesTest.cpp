@@ -86,12 +86,13 @@ protected:
         });
     }
 
-    /// Starts a put and holds it up, until letGo(), at the insertion ("IMMEDIATE") or the commit ("DEFERRED").
+    /// Starts a put and holds it up, until letGo(), at the row of its version ("IMMEDIATE") or the commit ("DEFERRED").
     Outcomes heldUp(const TarndProcess& service, const std::string& when)
     {
         ask("CREATE FUNCTION hold() RETURNS trigger AS 'BEGIN PERFORM pg_advisory_xact_lock_shared(7); "
             "RETURN "
-            "NULL; END' LANGUAGE plpgsql; CREATE CONSTRAINT TRIGGER held AFTER INSERT ON versions DEFERRABLE "
+            "NULL; END' LANGUAGE plpgsql; CREATE CONSTRAINT TRIGGER held AFTER INSERT OR UPDATE ON versions "
+            "DEFERRABLE "
             "INITIALLY " +
             when + " FOR EACH ROW EXECUTE FUNCTION hold()");
         holder = std::async(std::launch::async, [this]() -> std::string {
@@ -118,9 +119,11 @@ protected:
         holder.get();
     }
 
-    /// Stops the first process while it holds the write lock; its client waits in the result.
+    /// Stops the first process while it holds the write lock; its client waits in the result. The insertion of a new
+    /// file goes to the server together with the commit, the replacement of one does not.
     Outcomes stopInsideAWrite()
     {
+        EXPECT_THAT(put(*first).get(), Each("200"));
         auto outcome = heldUp(*first, "IMMEDIATE");
         first->signal(SIGSTOP);
         letGo();

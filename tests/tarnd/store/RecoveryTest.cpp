@@ -59,7 +59,7 @@ TEST_F(RecoveryTest, AConnectionLostAtTheCommitFailsOneUploadOnly)
     listener = [&](WriteStep step) {
         if (step != WriteStep::transactionOpen) return;
         Database(place.dialect()).read([&](Transaction& sql) {
-            sql.run(
+            sql.rows<std::int64_t>(
                 "SELECT CASE WHEN pg_terminate_backend(pid) THEN 1 ELSE 0 END FROM pg_stat_activity WHERE "
                 "application_name = $1 AND state = 'idle in transaction' AND pid <> pg_backend_pid()",
                 place.schema);
