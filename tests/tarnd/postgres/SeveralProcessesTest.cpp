@@ -69,7 +69,8 @@ protected:
         Outcomes outcomes;
         for (int i = 0; i < count; ++i)
             outcomes.all.push_back(std::async(std::launch::async, [user = alice(service), i]() mutable {
-                return outcomeOf(user.put({"", "/f" + std::to_string(i)}, "content", "CREATE_OR_UPDATE"));
+                return outcomeOf(
+                    user.put({"", "/f" + std::to_string(i)}, "content", "CREATE_OR_UPDATE", false));
             }));
         return outcomes;
     }
