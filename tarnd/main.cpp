@@ -110,9 +110,11 @@ void addServeOptions(CLI::App& command, ServeOptions& options)
         ->check(isFrom(1, 24 * 60 * 60))
         ->type_name("SECONDS")
         ->default_str("60");
-    command.add_option("--readers", options.store.readers, "Requests that read the database at a time")
+    command
+        .add_option("--readers", options.store.readers,
+                    "Requests that read the database at a time, and over PostgreSQL those that write to it")
         ->check(isFrom(1, 256))
-        ->capture_default_str();
+        ->default_str("4, over PostgreSQL 16");
     command.add_flag("-v,--verbose", options.verbose, "A line per request on standard error");
 }
 

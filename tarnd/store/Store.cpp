@@ -31,6 +31,13 @@ std::unique_ptr<Dialect> dialectFor(const StoreOptions& options, const DataDirec
                                        : postgresDialect(options.databaseUrl);
 }
 
+/// SQLite reads on the processor; who reads over a network waits for the most part.
+std::size_t readersFor(const StoreOptions& options)
+{
+    if (options.readers > 0) return options.readers;
+    return options.databaseUrl.empty() ? 4 : 16;
+}
+
 /// Connects, so that a wrong URL or a damaged file is told as such and not as a failed request.
 void prepare(Database& database)
 {
@@ -48,7 +55,7 @@ void prepare(Database& database)
 struct Store::Parts {
     Parts(StoreOptions options, Purpose purpose)
         : directory(openDirectory(options, purpose))
-        , database(dialectFor(options, directory), options.readers)
+        , database(dialectFor(options, directory), readersFor(options))
         , contents(directory.path(), std::move(options.writeListener), options.keepFree)
         , engine{database, contents, options.clock}
         , sessions(engine, accounts, options.sessionIdleMinutes)
