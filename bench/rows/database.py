@@ -11,6 +11,7 @@ from harness.service import (add_users, load_command, load_options, load_result,
                              service, uploads)
 
 CONNECTIONS = 16
+USERS = [f"user{number}" for number in range(CONNECTIONS)]  # writes of one user wait for each other
 _EACH_WAY = 500  # microseconds: a round trip takes one millisecond longer
 
 
@@ -41,8 +42,8 @@ def delayed(bench, database):
 def over_postgres(bench: Bench):
     """Uploads and reads of 4 KiB over PostgreSQL and over SQLite, contents in memory."""
     with bench.memory_folder() as folder, postgres(bench) as database, \
-            service(bench, os.path.join(folder, "p"), database=database) as ours, \
-            service(bench, os.path.join(folder, "s")) as theirs:
+            service(bench, os.path.join(folder, "p"), USERS, database) as ours, \
+            service(bench, os.path.join(folder, "s"), USERS) as theirs:
         yield _upload_line(bench, "4 KiB uploads over PostgreSQL, 16 clients", "over SQLite", 0.8, ours, theirs)
         yield _read_line(bench, "4 KiB reads over PostgreSQL, 16 clients", "over SQLite", 0.8, ours, theirs)
 
@@ -50,7 +51,7 @@ def over_postgres(bench: Bench):
 def distant_database(bench: Bench):
     """The same store, through a proxy that holds back what goes to the database and what comes from it."""
     with bench.memory_folder() as folder, postgres(bench) as database, delayed(bench, database) as distant:
-        tokens = add_users(bench, folder, ["alice"], database)
+        tokens = add_users(bench, folder, USERS, database)
         with running(bench, folder, tokens, distant) as ours, running(bench, folder, tokens, database) as theirs:
             yield _upload_line(bench, "uploads, the database 1 ms away", "without the delay", 0.7, ours, theirs)
             yield _read_line(bench, "reads, the database 1 ms away", "without the delay", 0.7, ours, theirs)
@@ -76,11 +77,11 @@ def _read_prefix(stored):
 
 
 def two_processes(bench: Bench):
-    """Writers of sixteen users, at one tarnd and shared between two over the same database."""
-    users = [f"user{number}" for number in range(16)]
-    with bench.memory_folder() as folder, postgres(bench) as database:
-        tokens = add_users(bench, folder, users, database)
-        with running(bench, folder, tokens, database) as first, running(bench, folder, tokens, database) as second:
+    """Sixteen writers at one tarnd, and as many at each of two over the same database. It is further away, or all
+    would only wait for the processor that they share here."""
+    with bench.memory_folder() as folder, postgres(bench) as database, delayed(bench, database) as distant:
+        tokens = add_users(bench, folder, USERS, database)
+        with running(bench, folder, tokens, distant) as first, running(bench, folder, tokens, distant) as second:
             both, alone = bench.in_turns(lambda: _uploads_at_both(bench, first, second),
                                          lambda: uploads(bench, first, CONNECTIONS)[0])
             yield _line("two tarnd over PostgreSQL, writers of 16 users", "one tarnd", 1.7, both, alone)
@@ -92,7 +93,7 @@ def _uploads_at_both(bench, *services):
     with contextlib.ExitStack() as stack:
         for at in services:
             options = load_options("put", at.sessions, new_prefix(), 4096, 0)
-            command = load_command(bench, at.url, CONNECTIONS // len(services), options)
+            command = load_command(bench, at.url, CONNECTIONS, options)
             loads.append(stack.enter_context(Process(*command, stdout=subprocess.PIPE, text=True)))
         return sum(load_result(one.popen.communicate()[0])[0] for one in loads)
 
