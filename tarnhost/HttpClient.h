@@ -25,10 +25,12 @@ struct TransferredBytes {
 ///
 /// The method goes on the wire in upper case; "put" always carries a Content-Length. A "put", a "delete" and
 /// whatever asks for it is sent at most once, even when a kept-alive connection turns out dead; any other "get"
-/// may be repeated. HttpOptions says how long and how large an exchange may become.
+/// may be repeated, at once on a fresh connection. After a pause, what is safe to repeat is tried again as often as
+/// RetryPolicy or the request says. HttpOptions says how long and how large an exchange may become.
 ///
 /// Between start and stop one I/O thread drives all exchanges. It runs no foreign code: request bodies are
-/// gathered on the thread of their publisher unless their headers frame them, and every future is resolved on a delivery thread. A request
+/// gathered on the thread of their publisher unless their headers frame them, publishers are subscribed to on a
+/// delivery thread, and every future is resolved on one. A request
 /// that gets no complete reply fails with TransportError; one whose body publisher fails, with that error.
 /// Stopping fails all exchanges under way.
 class TARN_API HttpClient : public ServiceProvider {

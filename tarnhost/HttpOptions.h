@@ -1,5 +1,7 @@
 #pragma once
 
+#include "tarnhost/RetryPolicy.h"
+
 #include <chrono>
 #include <cstdint>
 #include <functional>
@@ -50,6 +52,8 @@ struct HttpOptions {
     /// what is wrong with it, with which the exchange then fails (TransportError, phase reply), or nothing.
     /// Called on the delivery threads, several at a time.
     std::function<std::string(const ReceivedReply&)> replyCheck = {};
+    /// For requests that do not say themselves how often they are tried again. Each try has its own time limits.
+    RetryPolicy retries = {};
 };
 
 } // namespace connector::host

@@ -37,7 +37,7 @@ public:
         std::string clientType = "desktop";     ///< kind of client, told to the service
         std::string locale = "en_US";           ///< kept by the session
         unsigned threads = 0;                   ///< delivery threads; 0: as many as the machine has cores
-        HttpOptions http = {};
+        HttpOptions http = {}; ///< time limits, trust, and how often what was interrupted is tried again
     };
 
     /// Where messages go. `http` is what the library's providers send on to.

@@ -7,6 +7,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -21,7 +22,7 @@ public:
     /// @throws Poco::SyntaxException when the text is not a URL
     ServiceRequest(std::string methodWord, const std::string& urlText);
 
-    /// Appends the parameters of addSessionQueryParameters.
+    /// Appends the parameters of addSessionQueryParameters, and takes over how often to try again.
     void addIdentity(const TarnBaseRequest& request, const std::u16string& bucket = {});
 
     void addText(const std::string& name, const std::string& value) { uri.addQueryParameter(name, value); }
@@ -48,6 +49,7 @@ private:
     {
         auto request = std::make_unique<Http>(uri.toString(), method, body);
         request->headers.insert(headers.begin(), headers.end());
+        request->retries = retries;
         return request;
     }
 
@@ -55,6 +57,7 @@ private:
     Poco::URI uri;
     std::vector<std::pair<std::string, std::string>> headers;
     http::BodyPublisher body;
+    std::optional<unsigned> retries;
 };
 
 /// A request without body, with the session's parameters (never "bucket") and header.

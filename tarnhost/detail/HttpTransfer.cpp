@@ -94,9 +94,12 @@ HttpTransfer::HttpTransfer(const http::HttpClientRequest& request,
     , framing(checkedFraming(request, target))
     , streamsReply(streamedOf(request) != nullptr)
     , stop(streamsReply ? streamedOf(request)->stop : std::stop_token())
+    , wish(wishOf(request))
     , headerList(checkedHeaders(request, target))
+    , triesLeft(request.retries.value_or(options->retries.most))
+    , pause(options->retries.firstPause)
     , clock(*options)
-    , reply(wishOf(request), *options)
+    , reply(std::in_place, wish, *options)
 {
 }
 
@@ -220,7 +223,7 @@ std::size_t HttpTransfer::onHeader(char* bytes, std::size_t unit, std::size_t co
 {
     auto& transfer = *static_cast<HttpTransfer*>(self);
     const auto taken = transfer.take(&IncomingReply::takeLine, {bytes, unit * count});
-    if (!transfer.reply.hasHead() || !transfer.reply.isStreamed()) return taken;
+    if (!transfer.reply->hasHead() || !transfer.reply->isStreamed()) return taken;
     return transfer.guarded([&] { transfer.deliverHead(); }) ? taken : CURL_WRITEFUNC_ERROR;
 }
 
@@ -228,9 +231,9 @@ std::size_t HttpTransfer::onHeader(char* bytes, std::size_t unit, std::size_t co
 void HttpTransfer::deliverHead()
 {
     if (headGiven || !refusal.empty()) return;
-    auto headers = reply.takeHeaders();
+    auto headers = reply->takeHeaders();
     const auto type = headers.find("content-type");
-    ReceivedReply seen{reply.status(), {}, true, {}};
+    ReceivedReply seen{reply->status(), {}, true, {}};
     auto check = [seen, text = type == headers.end() ? std::string() : type->second, settings = options,
                   where = target]() mutable -> std::exception_ptr {
         if (!settings->replyCheck) return nullptr;
@@ -244,8 +247,8 @@ void HttpTransfer::deliverHead()
             return std::current_exception();
         }
     };
-    auto response =
-        std::make_unique<http::HttpStreamedResponse>(reply.status(), incoming->publish(), std::move(headers));
+    auto response = std::make_unique<http::HttpStreamedResponse>(reply->status(), incoming->publish(),
+                                                                 std::move(headers));
     headGiven = true;
     threads->post(HeadDelivery(std::move(promise), std::move(response), std::move(check)));
 }
@@ -269,7 +272,7 @@ bool HttpTransfer::takeStreamed(std::string_view bytes)
         paused |= CURLPAUSE_RECV;
         return false;
     }
-    reply.countBody(bytes.size());
+    reply->countBody(bytes.size());
     hasNews = true;
     return true;
 }
@@ -301,7 +304,7 @@ void HttpTransfer::giveUp()
 
 std::size_t HttpTransfer::take(void (IncomingReply::*step)(std::string_view), std::string_view bytes)
 {
-    return guarded([&] { (reply.*step)(bytes); }) ? bytes.size() : CURL_WRITEFUNC_ERROR;
+    return guarded([&] { ((*reply).*step)(bytes); }) ? bytes.size() : CURL_WRITEFUNC_ERROR;
 }
 
 bool HttpTransfer::isOverdue(ExchangeClock::Time now)
@@ -313,8 +316,8 @@ bool HttpTransfer::isOverdue(ExchangeClock::Time now)
     const bool isSent = outgoing ? outgoing->isAllTaken() && bytesOut >= uploaded : bytesOut >= body.size;
     const bool slowPublisher = outgoing && outgoing->wasHeld();
     const bool slowSubscriber = incoming && incoming->wasHeld();
-    refusal = clock.overdue(now, {isSent, reply.hasBegun(), reply.isDocument(), bytesOut, reply.arrived(),
-                                  slowPublisher || slowSubscriber});
+    refusal = clock->overdue(now, {isSent, reply->hasBegun(), reply->isDocument(), bytesOut, reply->arrived(),
+                                   slowPublisher || slowSubscriber});
     return !refusal.empty();
 }
 
@@ -325,10 +328,14 @@ void HttpTransfer::close(CURLcode outcome)
         return;
     }
     if (outcome != CURLE_OK) {
-        fail(errorOf(phaseOf(outcome), reasonOf(outcome)));
+        const auto phase = phaseOf(outcome);
+        auto reason = reasonOf(outcome);
+        interrupted = isInterruption(outcome, phase, reason);
+        fail(errorOf(phase, std::move(reason)));
         return;
     }
-    if (!reply.hasHead()) { // libcurl takes a head that the connection's end has cut off for a whole one
+    if (!reply->hasHead()) { // libcurl takes a head that the connection's end has cut off for a whole one
+        interrupted = true;
         fail(errorOf(TransportPhase::exchange, "The connection was closed in the head of the reply."));
         return;
     }
@@ -388,11 +395,42 @@ std::string HttpTransfer::reasonOf(CURLcode outcome) const
     return *text != '\0' ? text : curl_easy_strerror(outcome);
 }
 
+bool HttpTransfer::isInterruption(CURLcode outcome, TransportPhase phase, const std::string& reason) const
+{
+    // What this side has refused or given up would end the same way again.
+    if (!refusal.empty() || outcome == CURLE_ABORTED_BY_CALLBACK) return false;
+    // A certificate stays as it is, however often it is looked at.
+    if (phase == TransportPhase::secure) return reason.find("certificate") == std::string::npos;
+    return phase == TransportPhase::connect || phase == TransportPhase::exchange;
+}
+
+std::optional<std::chrono::milliseconds> HttpTransfer::pauseBeforeNextTry() const
+{
+    const bool isSafe = !outgoing && !headGiven && !(isChange && sendBegun);
+    if (!interrupted || !isSafe || triesLeft == 0) return {};
+    return RetryPolicy::scattered(pause);
+}
+
+void HttpTransfer::startOver()
+{
+    --triesLeft;
+    pause = options->retries.following(pause);
+    interrupted = false;
+    failure = nullptr;
+    refusal.clear();
+    sendBegun = false;
+    uploaded = 0;
+    paused = 0;
+    clock.emplace(*options);
+    reply.emplace(wish, *options);
+}
+
 void HttpTransfer::check(const common::DataBuffer& content)
 {
     if (failure || !options->replyCheck) return;
     try {
-        auto wrong = options->replyCheck({reply.status(), contentType, !reply.isDocument(), content.bytes()});
+        auto wrong =
+            options->replyCheck({reply->status(), contentType, !reply->isDocument(), content.bytes()});
         if (!wrong.empty()) failure = errorOf(TransportPhase::reply, std::move(wrong));
     } catch (...) {
         failure = std::current_exception();
@@ -408,7 +446,7 @@ void HttpTransfer::settle()
     if (headGiven) return;
     body = common::DataBuffer(); // here, since giving much memory back would hold up the I/O thread
     if (!complete && !failure) failure = errorOf(TransportPhase::shutdown, errors::hostStopped);
-    auto content = reply.takeContent();
+    auto content = reply->takeContent();
     check(content);
     if (failure) {
         promise.setException(std::exchange(failure, nullptr));
@@ -416,10 +454,10 @@ void HttpTransfer::settle()
     }
     auto whole = std::make_shared<reactive_streams::OneShotPublisher<common::DataBuffer>>(std::move(content));
     if (streamsReply) {
-        promise.setValue(std::make_unique<http::HttpStreamedResponse>(reply.status(), std::move(whole),
-                                                                      reply.takeHeaders()));
+        promise.setValue(std::make_unique<http::HttpStreamedResponse>(reply->status(), std::move(whole),
+                                                                      reply->takeHeaders()));
     } else {
-        promise.setValue(std::make_unique<http::HttpClientResponse>(reply.status(), std::move(whole)));
+        promise.setValue(std::make_unique<http::HttpClientResponse>(reply->status(), std::move(whole)));
     }
 }
 

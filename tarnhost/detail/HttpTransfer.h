@@ -15,6 +15,7 @@
 #include <curl/curl.h>
 
 #include <atomic>
+#include <chrono>
 #include <exception>
 #include <memory>
 #include <optional>
@@ -94,6 +95,12 @@ public:
     /// Makes an error of this exchange for `fail`.
     std::exception_ptr errorOf(TransportPhase phase, std::string reason) const;
 
+    /// How long to wait before the exchange is tried again; nothing: the outcome stands. @pre closed
+    std::optional<std::chrono::milliseconds> pauseBeforeNextTry() const;
+
+    /// Makes it what it was before `open`, with one try less. @pre pauseBeforeNextTry
+    void startOver();
+
     /// Resolves the future with the outcome; without one, with that of a host that was shut down. Runs its
     /// continuation.
     void settle();
@@ -103,6 +110,7 @@ private:
     void setBodySource();
 
     TransportPhase phaseOf(CURLcode outcome) const;
+    bool isInterruption(CURLcode outcome, TransportPhase phase, const std::string& reason) const;
     std::string reasonOf(CURLcode outcome) const;
     std::size_t take(void (IncomingReply::*step)(std::string_view), std::string_view bytes);
     template <class Step>
@@ -126,6 +134,7 @@ private:
     const BodyFraming framing;
     const bool streamsReply;
     const std::stop_token stop;
+    const IncomingReply::Wish wish;
     const HeaderList headerList;
     http::BodyPublisher bodySource;
     common::DataBuffer body;
@@ -149,8 +158,12 @@ private:
     bool sendBegun = false;
     std::string refusal; ///< why the exchange was broken off from this side
 
-    ExchangeClock clock;
-    IncomingReply reply;
+    unsigned triesLeft;
+    std::chrono::milliseconds pause; ///< before the next try, but for chance
+    bool interrupted = false;        ///< the outcome is one that another try may change
+
+    std::optional<ExchangeClock> clock; ///< always there; made anew for each try, as the reply is
+    std::optional<IncomingReply> reply;
     std::string contentType;
     std::exception_ptr failure;
     bool complete = false;

@@ -81,6 +81,7 @@ void TransferLoop::run()
 {
     blockBrokenPipeSignal();
     while (takeArrivals()) {
+        endPauses();
         if (callers->answer()) attend();
         int running = 0;
         curl_multi_perform(multi.get(), &running);
@@ -88,8 +89,7 @@ void TransferLoop::run()
         collectFinished();
         endOverdue();
         if (!mayRest()) continue;
-        const auto wait = active.empty() ? idle : tick;
-        curl_multi_poll(multi.get(), nullptr, 0, static_cast<int>(wait.count()), nullptr);
+        curl_multi_poll(multi.get(), nullptr, 0, static_cast<int>(longestRest().count()), nullptr);
     }
     abandonAll();
     idleHandles.clear();
@@ -104,6 +104,16 @@ bool TransferLoop::mayRest()
     return resting;
 }
 
+std::chrono::milliseconds TransferLoop::longestRest() const
+{
+    const auto rest = active.empty() ? idle : tick;
+    if (pausing.empty()) return rest;
+    // Rounded up, or the last millisecond would be spent asking for the time.
+    const auto due = std::chrono::ceil<std::chrono::milliseconds>(pausing.begin()->first -
+                                                                  ExchangeClock::Time::clock::now());
+    return std::clamp(due, std::chrono::milliseconds(0), rest);
+}
+
 bool TransferLoop::takeArrivals()
 {
     std::vector<Transfer> taken;
@@ -116,12 +126,24 @@ bool TransferLoop::takeArrivals()
             return false;
         }
     }
-    for (auto& transfer : taken) {
-        const std::string origin = transfer->origin(); // outlives the transfer
-        lanes[origin].waiting.push_back(std::move(transfer));
-        fillLane(origin);
-    }
+    for (auto& transfer : taken)
+        enqueue(std::move(transfer));
     return true;
+}
+
+void TransferLoop::enqueue(Transfer transfer)
+{
+    const std::string origin = transfer->origin(); // outlives the transfer
+    lanes[origin].waiting.push_back(std::move(transfer));
+    fillLane(origin);
+}
+
+void TransferLoop::endPauses()
+{
+    if (pausing.empty()) return;
+    const auto now = ExchangeClock::Time::clock::now();
+    while (!pausing.empty() && pausing.begin()->first <= now)
+        enqueue(std::move(pausing.extract(pausing.begin()).mapped()));
 }
 
 void TransferLoop::fillLane(const std::string& origin)
@@ -185,7 +207,7 @@ void TransferLoop::finish(CURL* handle, CURLcode outcome)
     const std::string origin = transfer->origin();
     transfer->close(outcome);
     keepHandle(transfer->releaseHandle());
-    post(std::move(transfer));
+    postOrPause(std::move(transfer));
     --lanes[origin].active;
     fillLane(origin);
 }
@@ -208,6 +230,18 @@ void TransferLoop::attend()
     for (const auto& [handle, outcome] : ended)
         finish(handle, outcome);
     dropCancelledWaiting();
+    dropCancelledPausing();
+}
+
+void TransferLoop::dropCancelledPausing()
+{
+    for (auto next = pausing.begin(); next != pausing.end();) {
+        const auto here = next++;
+        if (!here->second->isCancelled()) continue;
+        auto cancelled = std::move(pausing.extract(here).mapped());
+        cancelled->giveUp();
+        post(std::move(cancelled));
+    }
 }
 
 void TransferLoop::dropCancelledWaiting()
@@ -248,6 +282,9 @@ void TransferLoop::abandonAll()
             abandon(std::move(transfer));
     }
     lanes.clear();
+    for (auto& [due, transfer] : pausing)
+        abandon(std::move(transfer));
+    pausing.clear();
     std::vector<Transfer> taken;
     {
         std::lock_guard lock(mutex);
@@ -261,6 +298,17 @@ void TransferLoop::abandon(Transfer transfer)
 {
     transfer->fail(transfer->errorOf(TransportPhase::shutdown, errors::hostStopped));
     post(std::move(transfer));
+}
+
+void TransferLoop::postOrPause(Transfer transfer)
+{
+    const auto pause = transfer->pauseBeforeNextTry();
+    if (!pause) {
+        post(std::move(transfer));
+        return;
+    }
+    transfer->startOver();
+    pausing.emplace(ExchangeClock::Time::clock::now() + *pause, std::move(transfer));
 }
 
 void TransferLoop::post(Transfer transfer)

@@ -4,7 +4,9 @@
 
 #include <curl/curl.h>
 
+#include <chrono>
 #include <deque>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -58,6 +60,10 @@ private:
     bool takeArrivals();
     /// @return whether there is nothing to do until somebody calls
     bool mayRest();
+    std::chrono::milliseconds longestRest() const;
+    void enqueue(Transfer transfer);
+    /// Takes up the transfers whose next try is due.
+    void endPauses();
     void fillLane(const std::string& origin);
     void begin(Transfer transfer);
     std::unique_ptr<EasyHandle> takeHandle();
@@ -67,9 +73,12 @@ private:
     void handOver();
     void attend();
     void dropCancelledWaiting();
+    void dropCancelledPausing();
     void endOverdue();
     void abandonAll();
     void abandon(Transfer transfer);
+    /// As `post`, unless the transfer is to be tried again.
+    void postOrPause(Transfer transfer);
     /// Hands a transfer that has its outcome to the delivery threads.
     void post(Transfer transfer);
 
@@ -81,6 +90,7 @@ private:
     std::shared_ptr<LoopBell> callers;
     std::unordered_map<std::string, Lane> lanes;          ///< I/O thread only
     std::unordered_map<CURL*, Transfer> active;           ///< I/O thread only
+    std::multimap<ExchangeClock::Time, Transfer> pausing; ///< by when they are tried again; I/O thread only
     std::vector<std::unique_ptr<EasyHandle>> idleHandles; ///< I/O thread only
     ExchangeClock::Time nextCheck{};                      ///< I/O thread only
 

@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <unordered_map>
 #include <utility>
@@ -38,6 +39,9 @@ struct TARN_API HttpClientRequest : Message {
     bool atMostOnce = false;
     /// What status 200 brings; every other status brings a document.
     ReplyBody replyBody = ReplyBody::document;
+    /// How often the host may try again what was interrupted and is safe to repeat; nothing: as often as it does by
+    /// itself. A host may do without.
+    std::optional<unsigned> retries;
 };
 
 } // namespace connector::http
