@@ -114,7 +114,7 @@ def any_size(bench: Bench):
                 start = time.monotonic()
                 memory = memory_of("bash", "-c", "set -o pipefail; " + script, bench.program("tarn"), source,
                                    f"/{way}", copy, env=tarnd.environment())
-                yield Line(f"{words} {direction}, {way}: memory of tarn", "", "MiB", memory, 48,
+                yield Line(f"{words} {direction}, {way}: memory of tarn", "", "MiB", memory, 24,
                            f"{time.monotonic() - start:.1f} s")
             seconds_of("cmp", source, copy)
             if way == "files" and os.stat(copy).st_blocks * 512 > size * MIB / 8:

@@ -36,20 +36,33 @@ std::string shown(const std::vector<Row>& rows, bool longFormat)
     return table.text();
 }
 
+std::vector<Row> rowsOf(const FolderListResponse& listing)
+{
+    std::vector<Row> rows;
+    for (const auto& folder : listing.folders)
+        rows.push_back({toUtf8(folder.name) + "/", "-", folder.lastModified});
+    for (const auto& file : listing.files)
+        rows.push_back({toUtf8(file.name), humanSize(file.size), file.lastModified});
+    return rows;
+}
+
+json documentOf(const RemotePath& where, const FolderListResponse& listing)
+{
+    json document{{"path", where.text()}, {"folders", json::array()}, {"files", json::array()}};
+    for (const auto& folder : listing.folders)
+        document["folders"].push_back(toJson(folder));
+    for (const auto& file : listing.files)
+        document["files"].push_back(toJson(file));
+    return document;
+}
+
+/// Makes one of the two only: a document of ten thousand entries takes its time.
 void showListing(const Invocation& invocation, const RemotePath& where, const FolderListResponse& listing,
                  bool longFormat)
 {
-    std::vector<Row> rows;
-    json document{{"path", where.text()}, {"folders", json::array()}, {"files", json::array()}};
-    for (const auto& folder : listing.folders) {
-        rows.push_back({toUtf8(folder.name) + "/", "-", folder.lastModified});
-        document["folders"].push_back(toJson(folder));
-    }
-    for (const auto& file : listing.files) {
-        rows.push_back({toUtf8(file.name), humanSize(file.size), file.lastModified});
-        document["files"].push_back(toJson(file));
-    }
-    invocation.out.result(shown(rows, longFormat), document);
+    auto& out = invocation.out;
+    out.isJson() ? out.result({}, documentOf(where, listing))
+                 : out.result(shown(rowsOf(listing), longFormat), {});
 }
 
 void list(const Invocation& invocation, const Options& options)
