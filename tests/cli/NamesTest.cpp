@@ -60,14 +60,6 @@ TEST(RemotePath, RefusesWhatItWouldHaveToGuess)
         EXPECT_THAT(refusal([text = text] { RemotePath::parse(text); }), HasSubstr(told)) << text;
 }
 
-TEST(RemotePath, RefusesOnlyInUrlsWhatUrlsCannotCarry)
-{
-    EXPECT_THAT(refusal([] { addressable("/what?.txt"); }), HasSubstr("'?'"));
-    EXPECT_THAT(refusal([] { addressable("/a/#1"); }), HasSubstr("'#'"));
-    EXPECT_EQ(RemotePath::parse("/what?.txt").path, "/what?.txt");
-    EXPECT_EQ(addressable("/100% +&=;'\"").path, "/100% +&=;'\"");
-}
-
 TEST(Endpoint, AcceptsOnlyWhatSurvivesInAUrl)
 {
     EXPECT_EQ(checkedEndpoint("http://127.0.0.1:7070/"), "http://127.0.0.1:7070");

@@ -1,5 +1,6 @@
 // Transfers byte for byte: the requests, and what replies of every kind come to: the part that was asked for, all of
 // it, verified; or an error that subscriber and future both hear of.
+#include "support/ManualPublisher.h"
 #include "support/WireTest.h"
 #include "tarn/foundation/platform/HttpStreamedResponse.h"
 #include "tarn/transfer/DigestMismatch.h"
@@ -195,28 +196,12 @@ TEST(Downloads, EndWithWhatTheSubscriberThrowsAndWithItsCancel)
         const auto recorder = std::make_shared<Recorder>();
         recorder->complaint = throws ? "The disk is full." : nullptr;
         const auto outcome = download({}, recorder)(*bench.client);
-
-        struct Silent : reactive_streams::PublisherAPI<DataBuffer>, reactive_streams::Subscription {
-            void subscribe(ContentSubscriber to) override { (receiver = to)->onSubscribe(self); }
-
-            Future<bool> completion() override { return makeReadyFuture(true); }
-
-            void request(std::uint64_t) override {}
-
-            void cancel() override { cancelled = true; }
-
-            ContentSubscriber receiver;
-            std::weak_ptr<Silent> self;
-            bool cancelled = false;
-        };
-
-        const auto body = std::make_shared<Silent>();
-        body->self = body;
+        const auto body = std::make_shared<ManualPublisher>();
         bench.transport->answerWith(std::make_unique<http::HttpStreamedResponse>(200, body, Headers{}));
-        throws ? body->receiver->onNext(DataBuffer("a")) : recorder->subscription.lock()->cancel();
-        body->receiver->onNext(DataBuffer("b"));
-        body->receiver->onComplete();
-        EXPECT_TRUE(body->cancelled);
+        throws ? body->subscriber->onNext(DataBuffer("a")) : recorder->subscription.lock()->cancel();
+        body->subscriber->onNext(DataBuffer("b"));
+        body->subscriber->onComplete();
+        EXPECT_TRUE(body->link->cancelled);
         EXPECT_EQ(recorder->heard, "0<");
         EXPECT_EQ(outcome(), throws ? "The disk is full." : "Content stream cancelled.");
     }

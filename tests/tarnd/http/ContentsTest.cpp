@@ -88,6 +88,7 @@ TEST_F(Contents, AreDescribedByTheirHeaders)
     put("/f", "0123456789");
     auto whole = ask("GET", "").headers;
     EXPECT_EQ(whole.at("accept-ranges"), "bytes");
+    EXPECT_EQ(whole.at("content-type"), "application/octet-stream");
     EXPECT_EQ(whole.at("content-digest"), digestOfTenDigits);
     EXPECT_EQ(whole.at("repr-digest"), digestOfTenDigits);
     EXPECT_TRUE(std::regex_match(whole.at("last-modified"), std::regex("..., .. ... .... ..:..:.. GMT")));

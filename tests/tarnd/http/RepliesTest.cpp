@@ -134,26 +134,6 @@ TEST_F(Replies, AreExactlyThese)
     }
 }
 
-TEST_F(Replies, ContentsComeBackAsTheyAreWhateverTheyAre)
-{
-    std::string content;
-    for (unsigned i = 0; i < 3'000'000; ++i)
-        content += static_cast<char>(i * 7919 >> 5);
-    put("/big", content);
-    put("/empty", "");
-    put("/versions", "old");
-    require(asAlice("PUT", "/service/v1/files/versions?createMode=UPDATE&createNewVersion=true", "new"));
-
-    const auto big = asAlice("GET", "/service/v1/files/big");
-    EXPECT_TRUE(big.body == content);
-    EXPECT_EQ(big.headers.at("content-type"), "application/octet-stream");
-    const auto empty = asAlice("GET", "/service/v1/files/empty");
-    EXPECT_EQ(empty.status, 200);
-    EXPECT_EQ(empty.headers.at("content-length"), "0");
-    EXPECT_EQ(asAlice("GET", "/service/v1/files/versions").body, "new");
-    EXPECT_EQ(asAlice("GET", "/service/v1/files/versions?versionLabel=1").body, "old");
-}
-
 TEST_F(Replies, FollowTheQueryDecodedOnceAndItsPlusAsAPlus)
 {
     put("/a%20b", "1");
