@@ -1,5 +1,7 @@
 #pragma once
 
+#include "tarnhost/TransportError.h"
+
 #include <string>
 
 /// The texts of the errors that the host itself raises. Those of the network are in TransportError.
@@ -10,6 +12,12 @@ inline constexpr const char* nullProvider = "A null service cannot be registered
 inline constexpr const char* noFuture = "The service returned no future.";
 inline constexpr const char* notRunning = "Service exists but is not running.";
 inline constexpr const char* notHttp = "The HTTP client takes HTTP requests only.";
+
+/// Of a request that nothing more can be said of.
+inline TransportError hostStoppedError()
+{
+    return TransportError(TransportPhase::shutdown, "", "", hostStopped);
+}
 
 inline std::string noService(const std::string& address)
 {

@@ -20,7 +20,7 @@ using Transfer = std::unique_ptr<detail::HttpTransfer>;
 
 std::exception_ptr shutdownOf(const detail::HttpTransfer& transfer)
 {
-    return transfer.errorOf(TransportPhase::shutdown, errors::hostStopped);
+    return std::make_exception_ptr(transfer.errorOf(TransportPhase::shutdown, errors::hostStopped));
 }
 
 } // namespace
@@ -80,8 +80,7 @@ void HttpClient::Exchanges::stop()
         subscriber->cancel();
     if (!stopping) return;
     stopping->stop();
-    live->failAll(
-        std::make_exception_ptr(TransportError(TransportPhase::shutdown, "", "", errors::hostStopped)));
+    live->failAll(std::make_exception_ptr(errors::hostStoppedError()));
 }
 
 Future<Reply> HttpClient::Exchanges::exchange(const http::HttpClientRequest& request)

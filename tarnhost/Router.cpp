@@ -15,11 +15,6 @@ namespace {
 
 using Reply = std::unique_ptr<Message>;
 
-TransportError hostStopped()
-{
-    return TransportError(TransportPhase::shutdown, "", "", errors::hostStopped);
-}
-
 bool isRefusal(const std::exception_ptr& failure)
 {
     try {
@@ -48,7 +43,7 @@ struct Errand {
         const DeliveryScope scope("a message to ", &to.getName());
         std::exception_ptr failure;
         try {
-            if (router->isClosed()) throw hostStopped();
+            if (router->isClosed()) throw errors::hostStoppedError();
             auto reply = provider->deliver(std::move(message), std::move(onward), router);
             if (!reply.isValid()) throw std::runtime_error(errors::noFuture);
             return reply;
@@ -69,7 +64,7 @@ struct Pledge {
     /// Jobs that come when the threads have ended go without having run.
     ~Pledge()
     {
-        if (router) promise.setException(std::make_exception_ptr(hostStopped()));
+        if (router) promise.setException(std::make_exception_ptr(errors::hostStoppedError()));
     }
 
     /// Resolves the promise with the outcome of `reply`, once there is one.
@@ -87,7 +82,7 @@ struct Pledge {
                 // A provider that closing stopped just before the message came speaks of itself; the sender has
                 // to hear of the host.
                 if (failure && from->isClosed() && isRefusal(failure)) {
-                    failure = std::make_exception_ptr(hostStopped());
+                    failure = std::make_exception_ptr(errors::hostStoppedError());
                 }
                 failure ? to.setException(std::move(failure)) : to.setValue(std::move(value));
             }));
@@ -171,7 +166,7 @@ Future<Reply> Router::send(std::unique_ptr<Message>&& message, Address&& to)
     std::shared_ptr<DeliveryThreads> pool;
     {
         std::shared_lock lock(mutex);
-        if (!threads) return makeExceptionalFuture<Reply>(hostStopped());
+        if (!threads) return makeExceptionalFuture<Reply>(errors::hostStoppedError());
         auto entry = entries.find(to.getName());
         if (entry == entries.end()) {
             return makeExceptionalFuture<Reply>(std::runtime_error(errors::noService(to.getName())));

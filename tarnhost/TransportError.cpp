@@ -36,4 +36,11 @@ TransportError::TransportError(TransportPhase phase, std::string url, const std:
 {
 }
 
+bool TransportError::isInterruption() const
+{
+    // A certificate stays as it is, however often it is looked at.
+    if (failedPhase == TransportPhase::secure) return failedReason.find("certificate") == std::string::npos;
+    return failedPhase == TransportPhase::connect || failedPhase == TransportPhase::exchange;
+}
+
 } // namespace connector::host

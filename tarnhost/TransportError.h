@@ -40,6 +40,10 @@ public:
     /// reply says so. Never for a request that only reads, nor for one that was not sent.
     bool mayHaveHappened() const { return unknownOutcome; }
 
+    /// The connection could not be made, for whatever reason but a certificate, or was lost: another try may end
+    /// otherwise.
+    bool isInterruption() const;
+
 private:
     TransportPhase failedPhase;
     std::string failedUrl;

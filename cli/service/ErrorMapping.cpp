@@ -104,20 +104,6 @@ bool leavesDoubt(const TransportError& failure)
     return failure.mayHaveHappened() && !failure.url().ends_with("/service/v1/login");
 }
 
-/// A certificate stays as it is, however often it is looked at.
-bool isInterruption(const TransportError& failure)
-{
-    switch (failure.phase()) {
-    case TransportPhase::connect:
-    case TransportPhase::exchange:
-        return true;
-    case TransportPhase::secure:
-        return failure.reason().find("certificate") == std::string::npos;
-    default:
-        return false;
-    }
-}
-
 Failure fromTransport(const TransportError& failure)
 {
     const bool isOurs =
@@ -183,7 +169,7 @@ bool isTransient(const std::exception_ptr& error)
     return isError<TarnError>(
                error, [](const TarnError& refusal) { return refusal.kind() == ErrorKind::unavailable; }) ||
            isError<TransportError>(error, [](const TransportError& failure) {
-               return isInterruption(failure) && !leavesDoubt(failure);
+               return failure.isInterruption() && !leavesDoubt(failure);
            });
 }
 
@@ -192,7 +178,7 @@ bool isUnknownOutcome(const std::exception_ptr& error)
     return isError<TarnError>(
                error, [](const TarnError& refusal) { return refusal.kind() == ErrorKind::unknownOutcome; }) ||
            isError<TransportError>(error, [](const TransportError& failure) {
-               return isInterruption(failure) && leavesDoubt(failure);
+               return failure.isInterruption() && leavesDoubt(failure);
            });
 }
 

@@ -1,6 +1,7 @@
 #include "tarnhost/detail/EasyHandle.h"
 
 #include <new>
+#include <system_error>
 
 namespace connector::host::detail {
 
@@ -27,6 +28,35 @@ EasyHandle::EasyHandle(const HttpOptions& options) : easy(curl_easy_init())
     set(CURLOPT_PROXY, options.proxy.c_str()); // empty also switches the environment's proxies off
     set(CURLOPT_NOPROXY, "");
     set(CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(options.connectTimeout.count()));
+}
+
+std::string EasyHandle::reasonOf(CURLcode outcome) const
+{
+    long systemError = 0;
+    curl_easy_getinfo(easy.get(), CURLINFO_OS_ERRNO, &systemError);
+    if (outcome == CURLE_COULDNT_CONNECT && systemError != 0)
+        return std::generic_category().message(static_cast<int>(systemError));
+    return error[0] != '\0' ? error.data() : curl_easy_strerror(outcome);
+}
+
+TransportPhase phaseOf(CURLcode outcome, bool sendBegun)
+{
+    if (sendBegun) return TransportPhase::exchange;
+    switch (outcome) {
+    case CURLE_URL_MALFORMAT:
+    case CURLE_UNSUPPORTED_PROTOCOL:
+    case CURLE_LOGIN_DENIED:
+        return TransportPhase::prepare;
+    case CURLE_SSL_CONNECT_ERROR:
+    case CURLE_PEER_FAILED_VERIFICATION:
+    case CURLE_SSL_CERTPROBLEM:
+    case CURLE_SSL_CIPHER:
+    case CURLE_SSL_CACERT_BADFILE:
+    case CURLE_SSL_ISSUER_ERROR:
+        return TransportPhase::secure;
+    default:
+        return TransportPhase::connect;
+    }
 }
 
 } // namespace connector::host::detail

@@ -1,12 +1,14 @@
 #pragma once
 
 #include "tarnhost/HttpOptions.h"
+#include "tarnhost/TransportError.h"
 
 #include <curl/curl.h>
 
 #include <array>
 #include <memory>
 #include <stdexcept>
+#include <string>
 
 namespace connector::host::detail {
 
@@ -30,8 +32,8 @@ public:
         }
     }
 
-    /// What the last exchange failed with, in libcurl's words; may be empty.
-    const char* errorText() const { return error.data(); }
+    /// Why the last exchange failed, in the words of the system or of libcurl.
+    std::string reasonOf(CURLcode outcome) const;
 
 private:
     struct Free {
@@ -41,5 +43,8 @@ private:
     std::array<char, CURL_ERROR_SIZE> error{};
     std::unique_ptr<CURL, Free> easy; ///< goes before the text that it refers to
 };
+
+/// How far an exchange had come that libcurl ended so.
+TransportPhase phaseOf(CURLcode outcome, bool sendBegun);
 
 } // namespace connector::host::detail

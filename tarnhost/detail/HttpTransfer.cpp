@@ -6,14 +6,12 @@
 #include "tarn/foundation/platform/HttpStreamedResponse.h"
 #include "tarnhost/DeliveryThreads.h"
 #include "tarnhost/HostErrors.h"
+#include "tarnhost/detail/ReplyCheck.h"
 #include "tarnhost/detail/StreamLimits.h"
 
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
-#include <functional>
-#include <stdexcept>
-#include <system_error>
 #include <utility>
 
 #include <strings.h>
@@ -44,41 +42,6 @@ IncomingReply::Wish wishOf(const http::HttpClientRequest& request)
     const bool streamed = streamedOf(request) != nullptr;
     return {request.replyBody, streamed, streamed && asksForPart(request)};
 }
-
-/// Settles the promise of a reply whose body is still on its way. A task that goes without having run, since the
-/// threads have ended, settles it too.
-struct HeadDelivery {
-    HeadDelivery(Promise<Reply> given, std::unique_ptr<http::HttpStreamedResponse> arrived,
-                 std::function<std::exception_ptr()> checkOfIt)
-        : promise(std::move(given)), response(std::move(arrived)), check(std::move(checkOfIt))
-    {
-    }
-
-    HeadDelivery(HeadDelivery&&) = default;
-    HeadDelivery& operator=(HeadDelivery&&) = delete;
-
-    ~HeadDelivery()
-    {
-        if (!response) return;
-        promise.setException(
-            std::make_exception_ptr(TransportError(TransportPhase::shutdown, "", "", errors::hostStopped)));
-    }
-
-    void operator()()
-    {
-        auto taken = std::move(response);
-        if (auto error = check()) {
-            taken.reset(); // nobody has subscribed to its body, which is cancelled by that
-            promise.setException(std::move(error));
-        } else {
-            promise.setValue(std::move(taken));
-        }
-    }
-
-    Promise<Reply> promise;
-    std::unique_ptr<http::HttpStreamedResponse> response;
-    std::function<std::exception_ptr()> check;
-};
 
 } // namespace
 
@@ -233,24 +196,12 @@ void HttpTransfer::deliverHead()
     if (headGiven || !refusal.empty()) return;
     auto headers = reply->takeHeaders();
     const auto type = headers.find("content-type");
-    ReceivedReply seen{reply->status(), {}, true, {}};
-    auto check = [seen, text = type == headers.end() ? std::string() : type->second, settings = options,
-                  where = target]() mutable -> std::exception_ptr {
-        if (!settings->replyCheck) return nullptr;
-        try {
-            seen.contentType = text;
-            auto wrong = settings->replyCheck(seen);
-            if (wrong.empty()) return nullptr;
-            return std::make_exception_ptr(
-                TransportError(TransportPhase::reply, where.printable(), where.peer(), std::move(wrong)));
-        } catch (...) {
-            return std::current_exception();
-        }
-    };
+    auto typeText = type == headers.end() ? std::string() : type->second;
     auto response = std::make_unique<http::HttpStreamedResponse>(reply->status(), incoming->publish(),
                                                                  std::move(headers));
     headGiven = true;
-    threads->post(HeadDelivery(std::move(promise), std::move(response), std::move(check)));
+    threads->post(HeadDelivery(std::move(promise), std::move(response), std::move(typeText), options, target,
+                               mayHaveHappened()));
 }
 
 std::size_t HttpTransfer::onBody(char* bytes, std::size_t unit, std::size_t count, void* self)
@@ -328,15 +279,16 @@ void HttpTransfer::close(CURLcode outcome)
         return;
     }
     if (outcome != CURLE_OK) {
-        const auto phase = phaseOf(outcome);
-        auto reason = reasonOf(outcome);
-        interrupted = isInterruption(outcome, phase, reason);
-        fail(errorOf(phase, std::move(reason)));
+        const auto error = errorOf(phaseOf(outcome, sendBegun), reasonOf(outcome));
+        // What this side has refused or given up would end the same way again.
+        interrupted = refusal.empty() && outcome != CURLE_ABORTED_BY_CALLBACK && error.isInterruption();
+        fail(std::make_exception_ptr(error));
         return;
     }
     if (!reply->hasHead()) { // libcurl takes a head that the connection's end has cut off for a whole one
         interrupted = true;
-        fail(errorOf(TransportPhase::exchange, "The connection was closed in the head of the reply."));
+        fail(std::make_exception_ptr(
+            errorOf(TransportPhase::exchange, "The connection was closed in the head of the reply.")));
         return;
     }
     complete = true;
@@ -353,32 +305,15 @@ void HttpTransfer::fail(std::exception_ptr error)
     failure = std::move(error);
 }
 
-std::exception_ptr HttpTransfer::errorOf(TransportPhase phase, std::string reason) const
+bool HttpTransfer::mayHaveHappened() const
 {
     // No service can carry out a request of whose body it has only a part.
-    const bool mayHaveHappened = isChange && sendBegun && (!outgoing || outgoing->isAllTaken());
-    return std::make_exception_ptr(
-        TransportError(phase, target.printable(), target.peer(), std::move(reason), mayHaveHappened));
+    return isChange && sendBegun && (!outgoing || outgoing->isAllTaken());
 }
 
-TransportPhase HttpTransfer::phaseOf(CURLcode outcome) const
+TransportError HttpTransfer::errorOf(TransportPhase phase, std::string reason) const
 {
-    if (sendBegun) return TransportPhase::exchange;
-    switch (outcome) {
-    case CURLE_URL_MALFORMAT:
-    case CURLE_UNSUPPORTED_PROTOCOL:
-    case CURLE_LOGIN_DENIED:
-        return TransportPhase::prepare;
-    case CURLE_SSL_CONNECT_ERROR:
-    case CURLE_PEER_FAILED_VERIFICATION:
-    case CURLE_SSL_CERTPROBLEM:
-    case CURLE_SSL_CIPHER:
-    case CURLE_SSL_CACERT_BADFILE:
-    case CURLE_SSL_ISSUER_ERROR:
-        return TransportPhase::secure;
-    default:
-        return TransportPhase::connect;
-    }
+    return {phase, target.printable(), target.peer(), std::move(reason), mayHaveHappened()};
 }
 
 std::string HttpTransfer::reasonOf(CURLcode outcome) const
@@ -386,22 +321,7 @@ std::string HttpTransfer::reasonOf(CURLcode outcome) const
     if (!refusal.empty()) return refusal;
     if (outcome == CURLE_SEND_FAIL_REWIND) return notRepeated;
     if (outcome == CURLE_ABORTED_BY_CALLBACK) return givenUp;
-    long systemError = 0;
-    curl_easy_getinfo(easy->get(), CURLINFO_OS_ERRNO, &systemError);
-    if (outcome == CURLE_COULDNT_CONNECT && systemError != 0) {
-        return std::generic_category().message(static_cast<int>(systemError));
-    }
-    const char* text = easy->errorText();
-    return *text != '\0' ? text : curl_easy_strerror(outcome);
-}
-
-bool HttpTransfer::isInterruption(CURLcode outcome, TransportPhase phase, const std::string& reason) const
-{
-    // What this side has refused or given up would end the same way again.
-    if (!refusal.empty() || outcome == CURLE_ABORTED_BY_CALLBACK) return false;
-    // A certificate stays as it is, however often it is looked at.
-    if (phase == TransportPhase::secure) return reason.find("certificate") == std::string::npos;
-    return phase == TransportPhase::connect || phase == TransportPhase::exchange;
+    return easy->reasonOf(outcome);
 }
 
 std::optional<std::chrono::milliseconds> HttpTransfer::pauseBeforeNextTry() const
@@ -425,18 +345,6 @@ void HttpTransfer::startOver()
     reply.emplace(wish, *options);
 }
 
-void HttpTransfer::check(const common::DataBuffer& content)
-{
-    if (failure || !options->replyCheck) return;
-    try {
-        auto wrong =
-            options->replyCheck({reply->status(), contentType, !reply->isDocument(), content.bytes()});
-        if (!wrong.empty()) failure = errorOf(TransportPhase::reply, std::move(wrong));
-    } catch (...) {
-        failure = std::current_exception();
-    }
-}
-
 void HttpTransfer::settle()
 {
     settled = true;
@@ -445,9 +353,12 @@ void HttpTransfer::settle()
     if (outgoing) outgoing->cancel();
     if (headGiven) return;
     body = common::DataBuffer(); // here, since giving much memory back would hold up the I/O thread
-    if (!complete && !failure) failure = errorOf(TransportPhase::shutdown, errors::hostStopped);
+    if (!complete && !failure)
+        failure = std::make_exception_ptr(errorOf(TransportPhase::shutdown, errors::hostStopped));
     auto content = reply->takeContent();
-    check(content);
+    if (!failure)
+        failure = faultOf({reply->status(), contentType, !reply->isDocument(), content.bytes()}, *options,
+                          target, mayHaveHappened());
     if (failure) {
         promise.setException(std::exchange(failure, nullptr));
         return;

@@ -92,8 +92,8 @@ public:
     /// Makes `error` the outcome and gives the handle, if any, up. @pre as `close`
     void fail(std::exception_ptr error);
 
-    /// Makes an error of this exchange for `fail`.
-    std::exception_ptr errorOf(TransportPhase phase, std::string reason) const;
+    /// An error of this exchange.
+    TransportError errorOf(TransportPhase phase, std::string reason) const;
 
     /// How long to wait before the exchange is tried again; nothing: the outcome stands. @pre closed
     std::optional<std::chrono::milliseconds> pauseBeforeNextTry() const;
@@ -109,8 +109,7 @@ private:
     void setRequest();
     void setBodySource();
 
-    TransportPhase phaseOf(CURLcode outcome) const;
-    bool isInterruption(CURLcode outcome, TransportPhase phase, const std::string& reason) const;
+    bool mayHaveHappened() const;
     std::string reasonOf(CURLcode outcome) const;
     std::size_t take(void (IncomingReply::*step)(std::string_view), std::string_view bytes);
     template <class Step>
@@ -118,7 +117,6 @@ private:
     bool takeStreamed(std::string_view bytes);
     std::size_t supplyStreamed(char* room, std::size_t size);
     void deliverHead();
-    void check(const common::DataBuffer& content);
 
     static std::size_t onHeader(char* bytes, std::size_t unit, std::size_t count, void* self);
     static std::size_t onBody(char* bytes, std::size_t unit, std::size_t count, void* self);

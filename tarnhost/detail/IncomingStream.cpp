@@ -63,8 +63,7 @@ struct IncomingStream::Delivery {
     ~Delivery()
     {
         if (!stream) return;
-        stream->abandon(
-            std::make_exception_ptr(TransportError(TransportPhase::shutdown, "", "", errors::hostStopped)));
+        stream->abandon(std::make_exception_ptr(errors::hostStoppedError()));
         stream->deliverOne();
     }
 

@@ -172,7 +172,7 @@ void TransferLoop::begin(Transfer transfer)
         ++lanes[transfer->origin()].active;
         active.emplace(handle, std::move(transfer));
     } catch (const std::exception& fault) {
-        transfer->fail(transfer->errorOf(TransportPhase::prepare, fault.what()));
+        transfer->fail(std::make_exception_ptr(transfer->errorOf(TransportPhase::prepare, fault.what())));
         post(std::move(transfer));
     }
 }
@@ -296,7 +296,7 @@ void TransferLoop::abandonAll()
 
 void TransferLoop::abandon(Transfer transfer)
 {
-    transfer->fail(transfer->errorOf(TransportPhase::shutdown, errors::hostStopped));
+    transfer->fail(std::make_exception_ptr(transfer->errorOf(TransportPhase::shutdown, errors::hostStopped)));
     post(std::move(transfer));
 }
 
