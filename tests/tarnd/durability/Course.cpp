@@ -37,6 +37,11 @@ void CourseTest::SetUp()
     service.kill();
 }
 
+void CourseTest::TearDown()
+{
+    if (HasFailure()) std::printf("%s", service.errors().c_str());
+}
+
 void Worker::work(std::size_t limit, const std::function<void()>& acknowledged)
 {
     for (; done < limit; ++done) {

@@ -42,6 +42,7 @@ class CourseTest : public ::testing::Test {
 protected:
     CourseTest();
     void SetUp() override;
+    void TearDown() override; ///< lets the service speak when something has failed
 
     std::mt19937 random;                        ///< seeded with TARN_TEST_SEED, or by chance; tells the seed
     TarndProcess service{{"--keep-free", "0"}}; ///< no reserve: its file would be one more to tell apart
