@@ -30,9 +30,8 @@ struct TransferredBytes {
 ///
 /// Between start and stop one I/O thread drives all exchanges. It runs no foreign code: request bodies are
 /// gathered on the thread of their publisher unless their headers frame them, publishers are subscribed to on a
-/// delivery thread, and every future is resolved on one. A request
-/// that gets no complete reply fails with TransportError; one whose body publisher fails, with that error.
-/// Stopping fails all exchanges under way.
+/// delivery thread, and every future is resolved on one. A request that gets no complete reply fails with
+/// TransportError; one whose body publisher fails, with that error. Stopping fails all exchanges under way.
 class TARN_API HttpClient : public ServiceProvider {
 public:
     HttpClient(std::shared_ptr<DeliveryThreads> deliveryThreads, HttpOptions options);

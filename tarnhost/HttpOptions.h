@@ -48,9 +48,9 @@ struct HttpOptions {
     std::string caFile = {};          ///< PEM file of trusted roots; empty: the system's
     std::string proxy = {};           ///< URL of a proxy; empty: none
     unsigned connectionsPerHost = 16; ///< further requests to the same host wait their turn
-    /// Looks at every complete reply, and at the head of a streamed one with an empty body, before it is handed on, whatever its status; empty: all pass. Returns
-    /// what is wrong with it, with which the exchange then fails (TransportError, phase reply), or nothing.
-    /// Called on the delivery threads, several at a time.
+    /// Looks at every complete reply, and at the head of a streamed one with an empty body, before it is handed
+    /// on, whatever its status; empty: all pass. Returns what is wrong with it, with which the exchange then fails
+    /// (TransportError, phase reply), or nothing. Called on the delivery threads, several at a time.
     std::function<std::string(const ReceivedReply&)> replyCheck = {};
     /// For requests that do not say themselves how often they are tried again. Each try has its own time limits.
     RetryPolicy retries = {};

@@ -28,7 +28,8 @@ class ConfigurationStore;
 ///     host.fileAccess()->listFolder(std::move(request)).get();
 ///
 /// All futures are resolved on the delivery threads: a continuation may call anything here, but must not
-/// block on a future that needs these threads; `get` throws WouldDeadlock there. A request that gets no reply fails with TransportError.
+/// block on a future that needs these threads; `get` throws WouldDeadlock there. A request that gets no reply
+/// fails with TransportError.
 class TARN_API TarnHost {
 public:
     struct Options {

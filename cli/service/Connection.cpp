@@ -182,7 +182,7 @@ bool Connection::logout()
             patiently([this] { return host->session()->logout(nullptr); });
         } catch (const std::exception&) {
             // Ended already is what was asked for.
-            if (!isRefusal(std::current_exception(), reasons::sessionEnded)) throw;
+            if (!isNotLoggedIn(std::current_exception())) throw;
         }
     }
     return !identity.user.empty() && credentialStore.remove(identity.user);

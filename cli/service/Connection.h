@@ -66,7 +66,7 @@ public:
         try {
             return patiently(operation);
         } catch (const std::exception&) {
-            if (!isRefusal(std::current_exception(), reasons::sessionEnded)) throw;
+            if (!isNotLoggedIn(std::current_exception())) throw;
         }
         renew(seen);
         return patiently(operation);

@@ -34,7 +34,7 @@ constexpr Advice advices[] = {
     {"unknownPermission", "`tarn grants` lists them."},
     {"unknownVersion", "`tarn versions` lists them."},
     {"badToken", "Log in with `tarn login`."},
-    {reasons::sessionEnded, "Use `tarn login`."},
+    {"sessionEnded", "Use `tarn login`."},
     {"fileExists", "Use --force to replace its content, or --new-version to keep the old one as a version."},
     {"folderNotEmpty", "Use `tarn rm -r` to delete it and everything in it."},
     {"targetExists", "Use `tarn mv --force` to replace it."},
@@ -89,8 +89,8 @@ bool isUnreadableNumber(std::string_view text)
     return text == "stoul" || text == "stoull" || text == "stoll";
 }
 
-/// Nobody known has signed the certificate: the one case that --ca-file mends. The network layer tells it apart from the
-/// others in words alone.
+/// Nobody known has signed the certificate: the one case that --ca-file mends. The network layer tells it apart
+/// from the others in words alone.
 bool isUnknownAuthority(const TransportError& failure)
 {
     return failure.phase() == TransportPhase::secure &&
@@ -155,6 +155,12 @@ Failure explain(std::exception_ptr error)
 bool isRefusal(const std::exception_ptr& error, std::string_view reason)
 {
     return isError<TarnError>(error, [&](const TarnError& refusal) { return refusal.reason() == reason; });
+}
+
+bool isNotLoggedIn(const std::exception_ptr& error)
+{
+    return isError<TarnError>(
+        error, [](const TarnError& refusal) { return refusal.kind() == ErrorKind::notLoggedIn; });
 }
 
 bool isServiceGone(const std::exception_ptr& error)

@@ -11,7 +11,6 @@ namespace tarncli {
 /// Reasons of the service that change what a verb does next.
 namespace reasons {
 inline constexpr std::string_view notFound = "notFound";
-inline constexpr std::string_view sessionEnded = "sessionEnded";
 inline constexpr std::string_view folderExists = "folderExists";
 inline constexpr std::string_view isFile = "isFile";
 } // namespace reasons
@@ -25,6 +24,9 @@ Failure explain(std::exception_ptr error);
 
 /// Whether the service refused the request for this reason.
 bool isRefusal(const std::exception_ptr& error, std::string_view reason);
+
+/// Whether the service wants a login first: there is no session, or it has ended.
+bool isNotLoggedIn(const std::exception_ptr& error);
 
 /// Whether `error` means that further requests cannot succeed either: no connection could be made.
 bool isServiceGone(const std::exception_ptr& error);

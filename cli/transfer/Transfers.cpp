@@ -119,7 +119,7 @@ void Transfers::settle(std::unique_ptr<Entry> entry, std::exception_ptr error)
 {
     --inFlight;
     if (error && !entry->repeated) {
-        if (isRefusal(error, reasons::sessionEnded)) return renewSession(std::move(entry));
+        if (isNotLoggedIn(error)) return renewSession(std::move(entry));
         try {
             if (entry->transfer.mayRepeat(error)) return repeat(std::move(entry));
         } catch (...) {

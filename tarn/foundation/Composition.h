@@ -7,7 +7,6 @@
 #include <cstddef>
 #include <exception>
 #include <memory>
-#include <optional>
 #include <type_traits>
 #include <utility>
 #include <vector>
@@ -28,23 +27,32 @@ namespace detail {
 /// Marks what may stand after `|`.
 struct Step {};
 
+/// Runs what is to settle the promise; what it throws fails it, outside the handler, so that whoever hears of it may
+/// wait or throw as he likes.
+template <class T, class Settling>
+void settleBy(Promise<T>& promise, Settling settling)
+{
+    std::exception_ptr failure;
+    try {
+        return settling();
+    } catch (...) {
+        failure = std::current_exception();
+    }
+    promise.setException(std::move(failure));
+}
+
 /// Hands the result of a settled future on.
 template <class T>
 void settle(Promise<T>& promise, Future<T>&& settled)
 {
-    std::exception_ptr failure;
-    try {
+    settleBy(promise, [&] {
         if constexpr (std::is_void_v<T>) {
             settled.get();
             promise.setValue();
         } else {
             promise.setValue(settled.get());
         }
-        return;
-    } catch (...) {
-        failure = std::current_exception();
-    }
-    promise.setException(std::move(failure));
+    });
 }
 
 template <class T>
@@ -60,17 +68,12 @@ Future<T> flattened(Future<Future<T>>&& nested)
     Promise<T> promise;
     auto future = promise.getFuture();
     static_cast<void>(nested.then([promise = std::move(promise)](Future<Future<T>>&& outer) mutable {
-        std::exception_ptr failure;
-        try {
+        settleBy(promise, [&] {
             auto inner = outer.get();
             static_cast<void>(inner.then([promise = std::move(promise)](Future<T>&& settled) mutable {
                 settle(promise, std::move(settled));
             }));
-            return;
-        } catch (...) {
-            failure = std::current_exception();
-        }
-        promise.setException(std::move(failure));
+        });
     }));
     return future;
 }

@@ -37,7 +37,7 @@ public:
         wanted,  ///< all of it goes to receive()
         refused, ///< so does what comes, but only to be dropped
         endless, ///< it is on its way, and too much to wait for: the reply goes while it comes
-        ignored, ///< none comes, or nobody knows how much: the reply can go at once, and the connection must end after it
+        ignored, ///< none comes, or nobody knows how much: the reply can go at once, and must end the connection
     };
 
     /// The head is complete: what to do with the body, if there is one.

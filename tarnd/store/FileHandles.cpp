@@ -116,7 +116,8 @@ void FileHandles::close(const Caller& caller, const std::string& handleId, Close
                                           createNewVersion, engine.clock(), dropped);
                      });
     } catch (const ServiceError& error) {
-        // The file cannot be made any more, however often it is tried. Any other failure may pass, and keeps the handle.
+        // The file cannot be made any more, however often it is tried. Any other failure may pass, and keeps
+        // the handle.
         if (error.kind() == ServiceError::Kind::conflict) engine.database.write(scope, take);
         throw;
     }

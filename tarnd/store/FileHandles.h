@@ -34,8 +34,8 @@ public:
     enum class CloseOperation { commit, abort };
 
     /// Ends the handle. A commit that the tree is against (the name was taken meanwhile, say) ends it too and
-    /// changes nothing; one that the storage fails leaves it. `createNewVersion` tells how a truncation is kept; it means nothing for a file that the
-    /// handle creates.
+    /// changes nothing; one that the storage fails leaves it. `createNewVersion` tells how a truncation is kept;
+    /// it means nothing for a file that the handle creates.
     /// @throws ServiceError badRequest for a handle that this session does not have; otherwise as
     /// Upload::commit
     void close(const Caller& caller, const std::string& handleId, CloseOperation operation,

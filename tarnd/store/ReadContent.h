@@ -20,8 +20,9 @@ struct FoundContent {
 
 OpenContent openContent(UniqueFd fd, FoundContent found);
 
-/// Runs `find(transaction)`, which makes so many statements and names a FoundContent, and opens its content. Between the two the content may be
-/// replaced or deleted; then `find` runs again and sees what is there now, or fails as for a file that is not.
+/// Runs `find(transaction)`, which makes so many statements and names a FoundContent, and opens its content.
+/// Between the two the content may be replaced or deleted; then `find` runs again and sees what is there now, or
+/// fails as for a file that is not.
 template <class Find>
 OpenContent readContent(Engine& engine, Database::Statements statements, Find&& find)
 {
