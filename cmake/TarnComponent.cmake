@@ -8,6 +8,19 @@ function(tarn_component name)
     Boost::headers PRIVATE tarn_warnings)
 endfunction()
 
+# tarn_library(NAME): what a library that is installed needs to be linked with.
+function(tarn_library name)
+  set_target_properties(${name} PROPERTIES VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR})
+  if(NOT BUILD_SHARED_LIBS)
+    return()
+  endif()
+  target_link_options(${name} PRIVATE -Wl,--version-script=${PROJECT_SOURCE_DIR}/cmake/exports.map)
+  set_target_properties(${name} PROPERTIES LINK_DEPENDS ${PROJECT_SOURCE_DIR}/cmake/exports.map)
+  if(NOT TARN_BUILD_FUZZERS) # clang leaves the sanitizer's own symbols to the program
+    target_link_options(${name} PRIVATE -Wl,--no-undefined)
+  endif()
+endfunction()
+
 # tarn_tests(NAME SOURCES file... LINKS target...)
 # One test program; every test in it becomes a test of its own, labelled with its name. Tests find
 # tarn and tarnd in the folder that TARN_BIN_DIR names in their environment.

@@ -1,4 +1,4 @@
-# What find_package(tarn) needs, beside what each part installs itself.
+# What find_package(tarn) and pkg-config need, beside what each part installs itself.
 include(CMakePackageConfigHelpers)
 set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/tarn)
 configure_package_config_file(${PROJECT_SOURCE_DIR}/cmake/tarnConfig.cmake.in
@@ -7,3 +7,9 @@ write_basic_package_version_file(${PROJECT_BINARY_DIR}/tarnConfigVersion.cmake C
 install(FILES ${PROJECT_BINARY_DIR}/tarnConfig.cmake ${PROJECT_BINARY_DIR}/tarnConfigVersion.cmake
   DESTINATION ${package_dir})
 install(EXPORT tarnTargets NAMESPACE tarn:: DESTINATION ${package_dir})
+
+file(RELATIVE_PATH pkgconfig_to_prefix /prefix/${CMAKE_INSTALL_LIBDIR}/pkgconfig /prefix)
+foreach(library tarn tarnhost)
+  configure_file(${PROJECT_SOURCE_DIR}/cmake/${library}.pc.in ${PROJECT_BINARY_DIR}/${library}.pc @ONLY)
+  install(FILES ${PROJECT_BINARY_DIR}/${library}.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+endforeach()
