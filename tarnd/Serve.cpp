@@ -18,17 +18,15 @@ namespace {
 constexpr std::chrono::seconds drainLimit{5};
 constexpr std::chrono::seconds databaseLimit{1};
 
-sigset_t blockTerminationSignals()
+sigset_t blockSignals()
 {
     sigset_t signals;
     sigemptyset(&signals);
     sigaddset(&signals, SIGTERM);
     sigaddset(&signals, SIGINT);
+    sigaddset(&signals, SIGHUP);
     pthread_sigmask(SIG_BLOCK, &signals, nullptr);
     std::signal(SIGPIPE, SIG_IGN);
-    // Sent when a terminal closes, and to daemons that have something to read anew. There is nothing here: the
-    // accounts are in the database, and a new certificate wants a restart.
-    std::signal(SIGHUP, SIG_IGN);
     return signals;
 }
 
@@ -84,11 +82,29 @@ void tellRecovery(const RecoveryReport& report)
                      report.abandonedUploads, report.orphanedContents);
 }
 
+/// A log that cannot be opened anew goes on where it was.
+void reopenLogs(Site& site)
+{
+    try {
+        site.log.reopen();
+        site.audit.reopen();
+    } catch (const std::runtime_error& error) {
+        std::fprintf(stderr, "tarnd: %s\n", error.what());
+    }
+}
+
+void waitForTheEnd(const sigset_t& signals, Site& site)
+{
+    int signal = 0;
+    while (sigwait(&signals, &signal) == 0 && signal == SIGHUP)
+        reopenLogs(site);
+}
+
 } // namespace
 
 void serve(const ServeOptions& options)
 {
-    const auto signals = blockTerminationSignals();
+    const auto signals = blockSignals();
     raiseFileLimit();
     // Before the store is opened: a port that is taken or open to everybody must not leave traces on the disk.
     ListenSocket socket(options.listen);
@@ -99,15 +115,20 @@ void serve(const ServeOptions& options)
 
     Store store(options.store, Purpose::serve);
     if (options.verbose) tellRecovery(store.recovery());
-    Site site{store, publicUrl, options.maxFileSize, RequestLog(options.verbose)};
+    Site site{
+        store,
+        publicUrl,
+        options.maxFileSize,
+        RequestLog(options.log.value_or(options.verbose ? LogFormat::text : LogFormat::off), options.logFile),
+        AuditLog(options.auditLogFile),
+        options.metrics};
     serverOptions.listenSocket = socket.release();
     HttpServer server(serverOptions, site);
     store.announce(url); // first: whoever reads the line below may look for it
     std::printf("{\"url\":\"%s\"}\n", url.c_str());
     std::fflush(stdout);
 
-    int signal = 0;
-    sigwait(&signals, &signal);
+    waitForTheEnd(signals, site);
     // Who waits for a database that does not answer is told so: the end does not wait for it as well.
     for (const auto limit : {databaseLimit, drainLimit - 2 * databaseLimit, databaseLimit})
         if (!server.drain(limit)) store.interruptWaits();

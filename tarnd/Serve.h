@@ -1,10 +1,12 @@
 #pragma once
 
+#include "tarnd/http/Exchange.h"
 #include "tarnd/store/Store.h"
 
 #include <chrono>
 #include <cstdint>
 #include <limits>
+#include <optional>
 #include <string>
 
 namespace tarnd {
@@ -17,12 +19,16 @@ struct ServeOptions {
     std::string tlsKeyFile;
     std::string publicUrl; ///< what public links begin with; empty: the address listened on
     bool insecure = false; ///< allow plain HTTP beyond this machine
-    bool verbose = false;  ///< a line per request on standard error
+    bool verbose = false;  ///< tell what the start found; a line per request unless the log says otherwise
+    std::optional<LogFormat> log;
+    std::string logFile;      ///< empty: standard error
+    std::string auditLogFile; ///< empty: none is kept
+    NumbersFor metrics = NumbersFor::loopback;
     std::chrono::seconds idleTimeout{60};
     std::uint64_t maxFileSize = std::numeric_limits<std::int64_t>::max(); ///< bytes of one upload
 };
 
-/// Serves until SIGTERM or SIGINT, then answers the requests under way and returns.
+/// Serves until SIGTERM or SIGINT, then answers the requests under way and returns. SIGHUP opens the logs anew.
 ///
 /// Once connections are accepted one line goes to standard output: `{"url":"http://127.0.0.1:7070"}`.
 /// Call it before any other thread exists: it blocks those signals for all of them.

@@ -1,4 +1,5 @@
 #include "tarnd/Serve.h"
+#include "tarnd/Status.h"
 #include "tarnd/store/Dialect.h"
 #include "tarnd/store/ServiceError.h"
 
@@ -115,7 +116,24 @@ void addServeOptions(CLI::App& command, ServeOptions& options)
                     "Requests that read the database at a time, and over PostgreSQL those that write to it")
         ->check(isFrom(1, 256))
         ->default_str("4, over PostgreSQL 16");
-    command.add_flag("-v,--verbose", options.verbose, "A line per request on standard error");
+    command.add_flag("-v,--verbose", options.verbose, "As --log text, and what the start found");
+    const std::map<std::string, LogFormat> formats{
+        {"off", LogFormat::off}, {"text", LogFormat::text}, {"json", LogFormat::json}};
+    command.add_option("--log", options.log, "A line per request: text, json or off")
+        ->transform(CLI::CheckedTransformer(formats).description(""))
+        ->type_name("FORMAT");
+    command.add_option("--log-file", options.logFile, "Where these lines go; standard error otherwise")
+        ->type_name("FILE");
+    command
+        .add_option("--audit-log", options.auditLogFile,
+                    "Keep who logged in, shared, linked, moved and removed what: JSON, a line each")
+        ->type_name("FILE");
+    const std::map<std::string, NumbersFor> audiences{
+        {"off", NumbersFor::nobody}, {"loopback", NumbersFor::loopback}, {"public", NumbersFor::anybody}};
+    command.add_option("--metrics", options.metrics, "Who may read /metrics: loopback, public or off")
+        ->transform(CLI::CheckedTransformer(audiences).description(""))
+        ->type_name("WHO")
+        ->default_str("loopback");
 }
 
 /// The token alone goes to standard output, so that a script can take it as it is.
@@ -148,6 +166,7 @@ struct CommandLine {
         addStoreOptions(*fsck, options.store);
         fsck->add_flag("--repair", repair,
                        "Take versions whose content is missing out of the tree, and say which");
+        addStoreOptions(*status, options.store);
         user->require_subcommand(1);
         for (auto* command : {add, list, rotate, remove})
             addStoreOptions(*command, options.store);
@@ -160,6 +179,7 @@ struct CommandLine {
     {
         // `serve` opens the store itself: it blocks signals first, before any thread of the store exists.
         if (*serve) return tarnd::serve(options), 0;
+        if (*status) return printStatus(options.store.dataDir);
         if (*fsck) return check(options.store, repair);
         Store store(options.store, Purpose::administer);
         auto& accounts = store.accounts();
@@ -180,6 +200,7 @@ struct CommandLine {
     CLI::App* rotate = user->add_subcommand("rotate", "Replace a user's token and print the new one");
     CLI::App* remove = user->add_subcommand("remove", "Remove a user");
     CLI::App* fsck = app.add_subcommand("fsck", "Compare everything stored with what should be there");
+    CLI::App* status = app.add_subcommand("status", "Ask the running service how it is");
     ServeOptions options;
     std::string name;
     bool force = false;

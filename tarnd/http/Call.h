@@ -9,6 +9,8 @@
 
 namespace tarnd {
 
+class Metrics;
+
 /// One request on its way through its handler.
 struct Call {
     Store& store;
@@ -16,6 +18,7 @@ struct Call {
     const Request& request;
     std::string_view tail; ///< what follows the route's path, still encoded; begins with '/' when not empty
     Caller caller;         ///< set where the route needs a session
+    const Metrics& metrics;
     std::unique_ptr<Upload> upload; ///< set by the route's `begin`, holds all bytes when `handle` runs
 };
 

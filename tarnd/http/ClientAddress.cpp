@@ -1,6 +1,7 @@
 #include "tarnd/http/ClientAddress.h"
 
 #include <cstring>
+#include <netdb.h>
 #include <netinet/in.h>
 
 namespace tarnd {
@@ -14,6 +15,25 @@ ClientAddress clientAddressOf(const sockaddr_storage& address)
     ClientAddress client = 0;
     std::memcpy(&client, bytes.s6_addr + (size == 4 ? 12 : 0), size);
     return client;
+}
+
+std::string Client::text() const
+{
+    char text[NI_MAXHOST] = "";
+    ::getnameinfo(reinterpret_cast<const sockaddr*>(&endpoint), sizeof endpoint, text, sizeof text, nullptr,
+                  0, NI_NUMERICHOST);
+    return text;
+}
+
+/// Over loopback, or from one of the machine's own addresses to itself: a service may listen on that one only.
+bool Client::isLocal() const
+{
+    Client own;
+    socklen_t size = sizeof own.endpoint;
+    if (::getsockname(socket, reinterpret_cast<sockaddr*>(&own.endpoint), &size) != 0) return false;
+    const auto address = text();
+    return address.starts_with("127.") || address.starts_with("::ffff:127.") || address == "::1" ||
+           address == own.text();
 }
 
 } // namespace tarnd

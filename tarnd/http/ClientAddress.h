@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 #include <sys/socket.h>
 
 namespace tarnd {
@@ -10,5 +11,18 @@ namespace tarnd {
 using ClientAddress = std::uint64_t;
 
 ClientAddress clientAddressOf(const sockaddr_storage& address);
+
+/// The other end of a connection.
+struct Client {
+    ClientAddress address = 0;
+    sockaddr_storage endpoint{};
+    int socket = -1;
+
+    /// "192.0.2.7", without the port.
+    std::string text() const;
+
+    /// It runs on the machine that the service runs on.
+    bool isLocal() const;
+};
 
 } // namespace tarnd

@@ -4,6 +4,8 @@
 #include "tarnd/http/Sentences.h"
 #include "tarnd/store/Sentences.h"
 
+#include <array>
+#include <cstdio>
 #include <utility>
 
 namespace tarnd {
@@ -26,8 +28,12 @@ void refuseUnfitLength(const Route& route, const Request& request, std::uint64_t
 
 } // namespace
 
-Exchange::Exchange(Site& theSite, ClientAddress theClient, std::string theTarget)
-    : site(theSite), client(theClient), target(std::move(theTarget))
+Exchange::Exchange(Site& theSite, Client theClient, std::string theTarget)
+    : site(theSite)
+    , client(std::move(theClient))
+    , number(theSite.requests.fetch_add(1, std::memory_order_relaxed))
+    , target(std::move(theTarget))
+    , underWay(theSite.metrics.requests)
 {
 }
 
@@ -46,10 +52,11 @@ void Exchange::guarded(F&& step)
 void Exchange::fail(const ServiceError& error)
 {
     if (error.kind() == ServiceError::Kind::internal || !error.detail().empty())
-        site.log.failed(methodName, target, error);
+        site.log.failed(logged(false), error);
     const bool forPeople = taken != nullptr && taken->access == Access::anybody;
     refusal = forPeople ? publicErrorPage(error) : errorReply(error);
     if (call) call->upload.reset();
+    transfer.reset();
 }
 
 void Exchange::route(RequestHead head)
@@ -58,12 +65,25 @@ void Exchange::route(RequestHead head)
     requireHost(head);
     request.emplace(head.method, target, std::move(head.headers));
     taken = &routeOf(*request);
-    call.emplace(Call{site.store, site.publicUrl, *request, tailOf(*taken, *request), {}, {}});
-    if (taken->access == Access::token) site.failedLogins.check(client);
+    call.emplace(Call{site.store, site.publicUrl, *request, tailOf(*taken, *request), {}, site.metrics, {}});
+    if (taken->access == Access::numbers) requireWatcher();
+    if (taken->access == Access::token) site.failedLogins.check(client.address);
     if (taken->access == Access::session)
         call->caller = site.store.sessions().touch(request->header("x-qz-tarn-session-id"));
     refuseUnfitLength(*taken, *request, site.maxFileSize);
-    if (taken->begin != nullptr) taken->begin(*call);
+    if (taken->begin == nullptr) return;
+    taken->begin(*call);
+    transfer.emplace(site.metrics.uploads);
+}
+
+/// A proxy on this machine asks for others, and says so.
+void Exchange::requireWatcher() const
+{
+    if (site.numbersFor == NumbersFor::anybody) return;
+    if (site.numbersFor == NumbersFor::nobody) throw sentences::unknownRoute();
+    for (const auto* header : {"Forwarded", "X-Forwarded-For", "Via"})
+        if (!request->headerValues(header).empty()) throw sentences::numbersAreLocal();
+    if (!client.isLocal()) throw sentences::numbersAreLocal();
 }
 
 Exchange::Body Exchange::begin(RequestHead head)
@@ -100,12 +120,50 @@ Reply Exchange::finish()
     if (refusal) reply = std::move(*refusal);
     const bool isLogin = taken != nullptr && taken->access == Access::token;
     if (isLogin && reply.status == 401) try {
-            heldBack = site.failedLogins.add(client);
+            heldBack = site.failedLogins.add(client.address);
         } catch (const ServiceError& tooMany) {
             reply = errorReply(tooMany);
         }
-    site.log.answered(methodName, target, reply.status, std::chrono::steady_clock::now() - started);
+    status = reply.status;
+    sent = reply.file ? reply.fileSize : reply.text.size();
+    transfer.reset();
+    if (reply.file) transfer.emplace(site.metrics.downloads);
+    // Now rather than at the end: a client that leaves without its reply has still removed what it removed.
+    if (taken != nullptr && call && !taken->event.empty())
+        site.audit.add(taken->event, requestId(), client, *call, status);
+    if (site.log.isOn()) reply.headers.emplace_back("X-Request-Id", requestId());
     return reply;
+}
+
+void Exchange::ended(bool complete)
+{
+    if (!begun) return;
+    // Of a reply that was cut off nobody knows how much arrived.
+    if (!complete && transfer) sent = 0;
+    const auto line = logged(complete);
+    site.metrics.ended(taken, status, line.took, received, sent);
+    site.log.ended(line);
+}
+
+std::string Exchange::requestId() const
+{
+    std::array<char, 16> text{};
+    std::snprintf(text.data(), text.size(), "-%08x", number);
+    return site.requestIds + text.data();
+}
+
+LoggedRequest Exchange::logged(bool complete) const
+{
+    return {site.log.isOn() ? requestId() : "",
+            methodName,
+            taken,
+            target,
+            call ? std::string_view(call->caller.user) : std::string_view(),
+            status,
+            received,
+            sent,
+            std::chrono::steady_clock::now() - started,
+            complete};
 }
 
 std::chrono::milliseconds Exchange::delay() const

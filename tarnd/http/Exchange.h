@@ -1,10 +1,14 @@
 #pragma once
 
+#include "tarnd/http/AuditLog.h"
 #include "tarnd/http/FailedLogins.h"
+#include "tarnd/http/Metrics.h"
 #include "tarnd/http/Reply.h"
 #include "tarnd/http/RequestLog.h"
 #include "tarnd/http/Routes.h"
+#include "tarnd/store/Secrets.h"
 
+#include <atomic>
 #include <chrono>
 #include <functional>
 #include <optional>
@@ -12,13 +16,25 @@
 
 namespace tarnd {
 
+/// Who is told the numbers of the service.
+enum class NumbersFor {
+    nobody,
+    loopback, ///< programs on the same machine that do not ask through a proxy
+    anybody,
+};
+
 /// What every request is answered from. Outlives all of them.
 struct Site {
     Store& store;
     std::string publicUrl;     ///< what public links begin with, without a slash at the end
     std::uint64_t maxFileSize; ///< bytes of one upload
     RequestLog log;
+    AuditLog audit;
+    NumbersFor numbersFor;
+    Metrics metrics = {};
     FailedLogins failedLogins = {};
+    const std::string requestIds = randomHex(4); ///< what the ids of requests begin with
+    std::atomic<std::uint32_t> requests = 0;     ///< so far
 };
 
 /// One request from its first line to its reply. Decides and calls the handlers, and knows nothing of
@@ -29,7 +45,7 @@ struct Site {
 class Exchange {
 public:
     /// @param target path and query as on the request line
-    Exchange(Site& site, ClientAddress client, std::string target);
+    Exchange(Site& site, Client client, std::string target);
 
     bool hasBegun() const { return begun; }
 
@@ -49,6 +65,10 @@ public:
     /// The body is complete, or ignored. Call once.
     Reply finish();
 
+    /// Nothing more happens: tells the logs and the numbers. Call once, last.
+    /// @param complete  the whole reply went out
+    void ended(bool complete);
+
     /// How long the reply must be held back. @pre finish()
     std::chrono::milliseconds delay() const;
 
@@ -57,9 +77,13 @@ private:
     void guarded(F&& step);
     void route(RequestHead head);
     void fail(const ServiceError& error);
+    void requireWatcher() const;
+    std::string requestId() const;
+    LoggedRequest logged(bool complete) const;
 
     Site& site;
-    ClientAddress client;
+    const Client client;
+    const std::uint32_t number;
     std::string target;
     std::string methodName;
     std::chrono::steady_clock::time_point started = std::chrono::steady_clock::now();
@@ -71,6 +95,10 @@ private:
     std::optional<Call> call;
     std::optional<Reply> refusal; ///< why the request failed before its handler ran
     FailedLogins::HeldBack heldBack;
+    unsigned status = 0;    ///< of the reply; 0: none yet
+    std::uint64_t sent = 0; ///< bytes of its body
+    const Counted underWay;
+    std::optional<Counted> transfer;
 };
 
 } // namespace tarnd

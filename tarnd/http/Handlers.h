@@ -37,6 +37,11 @@ Reply getPublicUrl(Call& call);
 // PublicPages.cpp
 Reply openPublicLink(Call& call);
 
+// MonitorHandlers.cpp
+Reply tellLive(Call& call);
+Reply tellReady(Call& call);
+Reply tellMetrics(Call& call);
+
 // VersionHandlers.cpp
 Reply listVersions(Call& call);
 Reply restoreVersion(Call& call);

@@ -73,13 +73,15 @@ int descriptorOf(MHD_Connection* connection)
     return MHD_get_connection_info(connection, MHD_CONNECTION_INFO_CONNECTION_FD)->connect_fd;
 }
 
-ClientAddress clientOf(MHD_Connection* connection)
+Client clientOf(MHD_Connection* connection)
 {
     const auto* info = MHD_get_connection_info(connection, MHD_CONNECTION_INFO_CLIENT_ADDRESS);
-    sockaddr_storage address{};
-    std::memcpy(&address, info->client_addr,
+    Client client;
+    std::memcpy(&client.endpoint, info->client_addr,
                 info->client_addr->sa_family == AF_INET ? sizeof(sockaddr_in) : sizeof(sockaddr_in6));
-    return clientAddressOf(address);
+    client.address = clientAddressOf(client.endpoint);
+    client.socket = descriptorOf(connection);
+    return client;
 }
 
 /// The library would parse the query as well, into its small memory, and forgets the request when that is
@@ -286,10 +288,11 @@ void HttpServer::Connections::holdBack(std::chrono::milliseconds delay)
 }
 
 void HttpServer::Connections::onRequestEnded(void* self, MHD_Connection* connection, void** exchange,
-                                             MHD_RequestTerminationCode)
+                                             MHD_RequestTerminationCode why)
 {
     if (*exchange == nullptr) return;
-    delete static_cast<Exchange*>(std::exchange(*exchange, nullptr));
+    const std::unique_ptr<Exchange> ended(static_cast<Exchange*>(std::exchange(*exchange, nullptr)));
+    ended->ended(why == MHD_REQUEST_TERMINATED_COMPLETED_OK);
     receivingHead = nullptr;
     auto& connections = *static_cast<Connections*>(self);
     connections.table.enter(descriptorOf(connection), ConnectionTable::Phase::head);
@@ -301,9 +304,10 @@ void HttpServer::Connections::onRequestEnded(void* self, MHD_Connection* connect
 void HttpServer::Connections::onConnection(void* self, MHD_Connection* connection, void**,
                                            MHD_ConnectionNotificationCode what)
 {
+    auto& connections = *static_cast<Connections*>(self);
+    connections.site.metrics.connections += what == MHD_CONNECTION_NOTIFY_STARTED ? 1 : -1;
     // Called before the library closes the descriptor, so that the table never shuts down another's.
-    if (what == MHD_CONNECTION_NOTIFY_CLOSED)
-        static_cast<Connections*>(self)->table.remove(descriptorOf(connection));
+    if (what == MHD_CONNECTION_NOTIFY_CLOSED) connections.table.remove(descriptorOf(connection));
 }
 
 void HttpServer::Connections::onComplaint(void* self, const char* format, va_list arguments)

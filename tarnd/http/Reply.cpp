@@ -20,6 +20,14 @@ Reply xmlReply(XmlWriter&& document)
     return xml(200, document);
 }
 
+Reply textReply(std::string text)
+{
+    Reply reply;
+    reply.contentType = "text/plain; charset=utf-8";
+    reply.text = std::move(text);
+    return reply;
+}
+
 Reply doneReply()
 {
     return xmlReply(XmlWriter("Response"));

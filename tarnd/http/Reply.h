@@ -25,6 +25,9 @@ struct Reply {
 /// Success: 200 with the document.
 Reply xmlReply(XmlWriter&& document);
 
+/// 200 with a plain text.
+Reply textReply(std::string text);
+
 /// Success without anything to tell: 200 with an empty document, because the library parses every reply.
 Reply doneReply();
 

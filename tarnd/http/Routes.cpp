@@ -9,34 +9,40 @@ namespace tarnd {
 namespace {
 
 constexpr Route routes[] = {
-    {"GET", "/service/v1/login", Tail::none, Access::token, login},
-    {"GET", "/service/v1/logout", Tail::none, Access::session, logout},
+    {"GET", "/service/v1/login", Tail::none, Access::token, login, nullptr, "login"},
+    {"GET", "/service/v1/logout", Tail::none, Access::session, logout, nullptr, "logout"},
     {"GET", "/service/v1/ping", Tail::none, Access::session, ping},
 
     {"PUT", "/service/v1/files", Tail::item, Access::session, putFile, beginFile},
     {"GET", "/service/v1/files", Tail::item, Access::session, readFile},
     {"HEAD", "/service/v1/files", Tail::item, Access::session, readFile},
-    {"DELETE", "/service/v1/files", Tail::item, Access::session, deleteFile},
+    {"DELETE", "/service/v1/files", Tail::item, Access::session, deleteFile, nullptr, "remove"},
     {"GET", "/service/v1/filesystem", Tail::item, Access::session, readAttributes},
-    {"PUT", "/service/v1/filesystem", Tail::item, Access::session, move},
+    {"PUT", "/service/v1/filesystem", Tail::item, Access::session, move, nullptr, "move"},
     {"PUT", "/service/v1/filehandle", Tail::none, Access::session, openHandle},
     {"DELETE", "/service/v1/filehandle", Tail::id, Access::session, closeHandle},
 
     {"PUT", "/service/v1/folders", Tail::item, Access::session, createFolder},
     {"GET", "/service/v1/folders", Tail::item, Access::session, listFolder},
-    {"DELETE", "/service/v1/folders", Tail::item, Access::session, deleteFolder},
+    {"DELETE", "/service/v1/folders", Tail::item, Access::session, deleteFolder, nullptr, "remove"},
 
     {"GET", "/service/v1/sharedcontent", Tail::none, Access::session, listSharedContent},
-    {"GET", "/service/v1/public/urls", Tail::item, Access::session, getPublicUrl},
+    {"GET", "/service/v1/public/urls", Tail::item, Access::session, getPublicUrl, nullptr, "link"},
     {"GET", "/public", Tail::item, Access::anybody, openPublicLink},
     {"HEAD", "/public", Tail::item, Access::anybody, openPublicLink},
 
-    {"PUT", "/service/v1/permissions", Tail::none, Access::session, grantPermission},
-    {"DELETE", "/service/v1/permissions", Tail::id, Access::session, revokePermission},
+    {"PUT", "/service/v1/permissions", Tail::none, Access::session, grantPermission, nullptr, "grant"},
+    {"DELETE", "/service/v1/permissions", Tail::id, Access::session, revokePermission, nullptr, "revoke"},
     {"GET", "/service/v1/permissions", Tail::none, Access::session, listPermissions},
 
     {"GET", "/service/v1/versions/files", Tail::item, Access::session, listVersions},
     {"PUT", "/service/v1/versions/files", Tail::item, Access::session, restoreVersion},
+
+    {"GET", "/health/live", Tail::none, Access::monitor, tellLive},
+    {"HEAD", "/health/live", Tail::none, Access::monitor, tellLive},
+    {"GET", "/health/ready", Tail::none, Access::monitor, tellReady},
+    {"HEAD", "/health/ready", Tail::none, Access::monitor, tellReady},
+    {"GET", "/metrics", Tail::none, Access::numbers, tellMetrics},
 };
 
 bool matches(const Route& route, std::string_view path)

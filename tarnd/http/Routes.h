@@ -11,6 +11,8 @@ enum class Access {
     session, ///< a live session, else 401
     token,   ///< the handler checks the authentication token
     anybody, ///< no login; replies are pages for people
+    monitor, ///< no login; replies are texts for programs that watch the service
+    numbers, ///< the same, for those who may see the numbers
 };
 
 enum class Tail {
@@ -29,6 +31,8 @@ struct Route {
     /// Set where a file content comes in: runs before the first byte, sets `call.upload`, and makes a
     /// length or chunks mandatory.
     void (*begin)(Call& call) = nullptr;
+    /// What the audit log calls it; empty where it has no line.
+    std::string_view event = {};
 };
 
 /// The whole interface.

@@ -25,6 +25,8 @@ inline constexpr Sentence bodyTooLarge            {Kind::tooLarge, "bodyTooLarge
 
 inline constexpr Sentence tooManyFailedLogins     {Kind::notAllowed, "tooManyFailedLogins", "Too many logins with a wrong token come from your address. Try again in a few seconds."};
 
+inline constexpr Sentence numbersAreLocal        {Kind::notAllowed, "numbersAreLocal", "The numbers are told to programs on the machine of the service only."};
+
 // Target and parameters.
 inline constexpr Sentence badTarget         {Kind::badRequest, "badTarget", "The address of the request holds characters that must be percent-encoded."};
 inline constexpr Sentence badEncoding       {Kind::badRequest, "badEncoding", "The address of the request is not valid percent-encoded UTF-8."};

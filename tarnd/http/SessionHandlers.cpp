@@ -5,8 +5,10 @@ namespace tarnd {
 Reply login(Call& call)
 {
     auto& sessions = call.store.sessions();
+    const auto id = sessions.login(call.request.header("x-qz-authentication-token"));
+    call.caller = sessions.touch(id); // whose it is stands in the logs
     XmlWriter xml("Response");
-    xml.text("TarnSessionId", sessions.login(call.request.header("x-qz-authentication-token")));
+    xml.text("TarnSessionId", id);
     xml.number("MinutesBeforeRelogin", std::uint64_t{sessions.idleMinutes()});
     return xmlReply(std::move(xml));
 }

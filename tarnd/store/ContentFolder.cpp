@@ -94,6 +94,20 @@ UniqueFd ContentFolder::open(const std::string& id) const
     return file;
 }
 
+std::string ContentFolder::whyNotWritable()
+{
+    try {
+        const auto probe = ownUploads() / "probe";
+        const UniqueFd file(::open(probe.c_str(), O_CREAT | O_WRONLY | O_CLOEXEC, 0600));
+        if (!file)
+            return "The data directory cannot be written to: " + std::generic_category().message(errno) + ".";
+        ::unlink(probe.c_str());
+        return room().isScarce() ? "The disk is full: uploads are refused." : "";
+    } catch (const ServiceError& error) {
+        return error.what();
+    }
+}
+
 void ContentFolder::drop(const std::vector<std::string>& ids)
 {
     std::vector<fs::path> files;

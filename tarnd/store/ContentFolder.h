@@ -2,6 +2,7 @@
 
 #include "tarnd/store/ContentRemover.h"
 #include "tarnd/store/DiskRoom.h"
+#include "tarnd/store/Histogram.h"
 #include "tarnd/store/UniqueFd.h"
 
 #include <cstddef>
@@ -54,6 +55,12 @@ public:
 
     DiskRoom& room() { return diskRoom; }
 
+    /// How long it took until contents were on the disk, each with its folder.
+    Histogram& syncs() { return syncTimes; }
+
+    /// Why no content could be stored now, as a sentence; empty when one could.
+    std::string whyNotWritable();
+
     /// All ids present, sorted.
     std::vector<std::string> ids() const;
 
@@ -88,6 +95,7 @@ private:
     std::filesystem::path ownFolder;
     UniqueFd ownLock; ///< held while this process lives
     DiskRoom diskRoom;
+    Histogram syncTimes;
     ContentRemover remover;
 };
 

@@ -52,6 +52,7 @@ void ContentWriter::publish()
 {
     folder.notify(WriteStep::bytesWritten);
     digestText = digest.finish();
+    const Stopwatch watch(folder.syncs());
     if (::fdatasync(file.get()) != 0) throw systemError(temporary);
     folder.notify(WriteStep::bytesDurable);
     const auto path = folder.contentPath(contentId);

@@ -42,6 +42,18 @@ std::vector<std::string> Database::selfCheck()
     return faults;
 }
 
+void Database::requireFiles()
+{
+    ownDialect->requireFiles();
+}
+
+Gate::Use Database::writerUse()
+{
+    auto use = writers.gate.use();
+    use.waiting += queue.waitingNow();
+    return use;
+}
+
 void Database::interruptWaits()
 {
     readers.gate.turnAway();
@@ -155,6 +167,7 @@ void Database::Lease::runPart(WriteQueue::Entry& part)
 void Database::Lease::commit()
 {
     try {
+        const Stopwatch watch(database.commitTimes);
         connection->commit();
         ended = true;
     } catch (const ServiceError& failure) {

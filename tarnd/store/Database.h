@@ -2,6 +2,7 @@
 
 #include "tarnd/store/Columns.h"
 #include "tarnd/store/Gate.h"
+#include "tarnd/store/Histogram.h"
 #include "tarnd/store/Sentences.h"
 #include "tarnd/store/SqlConnection.h"
 #include "tarnd/store/WriteQueue.h"
@@ -226,6 +227,17 @@ public:
 
     const Dialect& dialect() const { return *ownDialect; }
 
+    /// Who reads and who writes at the moment, and who waits for a turn to.
+    Gate::Use readerUse() { return readers.gate.use(); }
+
+    Gate::Use writerUse();
+
+    /// How long commits took, with their syncs.
+    const Histogram& commits() const { return commitTimes; }
+
+    /// @throws ServiceError as Dialect::requireFiles
+    void requireFiles();
+
     /// Faults that the engine finds in itself.
     std::vector<std::string> selfCheck();
 
@@ -288,6 +300,7 @@ private:
     void lead(WriteQueue::Entry& own);
 
     std::unique_ptr<Dialect> ownDialect;
+    Histogram commitTimes;
     WriteQueue queue; ///< where there is only one writer
     Pool writers;
     Pool readers;

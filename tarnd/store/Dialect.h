@@ -19,6 +19,9 @@ public:
     /// Fails the calls that have been waiting for the server for a second or more. Any thread.
     virtual void interruptWaits() = 0;
 
+    /// @throws ServiceError when the files of the database were taken away, after which nothing is changed any more
+    virtual void requireFiles() = 0;
+
     /// Writes of several users may go on at a time, each over a connection of its own.
     virtual bool hasManyWriters() const = 0;
 

@@ -41,6 +41,12 @@ public:
     /// @throws ServiceError insufficientStorage when the bytes would leave less than `keepFree`
     Claim claim(std::uint64_t bytes);
 
+    /// Not even an empty upload is taken.
+    bool isScarce() const noexcept { return freeBytes() < keepFree; }
+
+    /// Bytes that this process could still write, what it keeps free included.
+    std::uint64_t freeBytes() const noexcept;
+
     /// Takes the reserve from the disk, if it is not there and the disk has the room.
     void takeReserve() noexcept;
 
@@ -49,7 +55,6 @@ public:
 
 private:
     void promise(std::uint64_t bytes);
-    std::uint64_t freeBytes() const noexcept;
 
     std::filesystem::path folder;
     std::filesystem::path reserve;

@@ -40,4 +40,10 @@ void Gate::turnAway()
     }
 }
 
+Gate::Use Gate::use()
+{
+    const std::lock_guard lock(mutex);
+    return {places, places - free, queue.size()};
+}
+
 } // namespace tarnd

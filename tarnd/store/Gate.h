@@ -12,7 +12,7 @@ namespace tarnd {
 /// All calls may run on any thread.
 class Gate {
 public:
-    explicit Gate(std::size_t places) : free(places) {}
+    explicit Gate(std::size_t places) : places(places), free(places) {}
 
     /// Takes a place. False when none became free within `limit`, or turnAway() was called meanwhile.
     bool enter(std::chrono::milliseconds limit);
@@ -23,6 +23,14 @@ public:
     /// Ends the waiting of all who wait now.
     void turnAway();
 
+    struct Use {
+        std::size_t places = 0;
+        std::size_t taken = 0;
+        std::size_t waiting = 0;
+    };
+
+    Use use();
+
 private:
     struct Waiting {
         std::condition_variable turn;
@@ -30,6 +38,7 @@ private:
         bool turnedAway = false;
     };
 
+    const std::size_t places;
     std::mutex mutex; ///< guards all below
     std::size_t free;
     std::list<Waiting*> queue;

@@ -61,6 +61,15 @@ void Sessions::logout(const Caller& caller)
     });
 }
 
+std::int64_t Sessions::count()
+{
+    return engine.database.lookUp([&](Transaction& transaction) {
+        return transaction
+            .value<std::int64_t>("SELECT COUNT(*) FROM sessions WHERE used >= $1", engine.clock() - life())
+            .value();
+    });
+}
+
 std::int64_t Sessions::life() const
 {
     return minutesIdle * minute + touchInterval;

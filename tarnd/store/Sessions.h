@@ -32,6 +32,9 @@ public:
     /// Ends the session; its open handles are aborted with it.
     void logout(const Caller& caller);
 
+    /// How many are alive.
+    std::int64_t count();
+
     /// What "MinutesBeforeRelogin" tells.
     std::uint32_t idleMinutes() const { return minutesIdle; }
 

@@ -188,6 +188,8 @@ public:
 
     void interruptWaits() override {} // none lasts longer than the busy timeout
 
+    void requireFiles() override { files.require(false); }
+
     bool hasManyWriters() const override { return false; }
 
     /// AUTOINCREMENT, because a handle must never meet another item under the id of a deleted one.

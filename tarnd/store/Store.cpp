@@ -5,6 +5,7 @@
 #include "tarnd/store/Dialect.h"
 #include "tarnd/store/Repair.h"
 #include "tarnd/store/Schema.h"
+#include "tarnd/store/Troubles.h"
 
 #include <Poco/String.h>
 
@@ -83,6 +84,7 @@ struct Store::Parts {
     PublicLinks links{engine};
     Versions versions{engine};
     RecoveryReport recovery;
+    Troubles troubles{engine};
 };
 
 Store::Store(StoreOptions options, Purpose purpose)
@@ -156,6 +158,23 @@ FsckReport Store::fsck()
 {
     finishDrops(); // or it would meet contents whose rows are gone
     return tarnd::fsck(parts->engine);
+}
+
+std::vector<std::string> Store::troubles()
+{
+    return parts->troubles.now();
+}
+
+Store::Numbers Store::numbers()
+{
+    auto& [database, contents, clock] = parts->engine;
+    Numbers numbers{database.commits().counts(), contents.syncs().counts(),   database.readerUse(),
+                    database.writerUse(),        contents.room().freeBytes(), {}};
+    try {
+        numbers.sessions = parts->sessions.count();
+    } catch (const ServiceError&) { // the other numbers matter most just then
+    }
+    return numbers;
 }
 
 void Store::announce(const std::string& url) const

@@ -5,6 +5,8 @@
 #include "tarnd/store/ContentFolder.h"
 #include "tarnd/store/FileHandles.h"
 #include "tarnd/store/Fsck.h"
+#include "tarnd/store/Gate.h"
+#include "tarnd/store/Histogram.h"
 #include "tarnd/store/Permissions.h"
 #include "tarnd/store/PublicLinks.h"
 #include "tarnd/store/Recovery.h"
@@ -16,6 +18,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -70,6 +73,19 @@ public:
 
     /// Blocks until the contents of all that was deleted are off the disk, which their replies do not wait for.
     void finishDrops();
+
+    /// Why requests would fail now, one sentence each; empty when all is well. Looks at most once a second.
+    std::vector<std::string> troubles();
+
+    /// What the storage counts while it works.
+    struct Numbers {
+        Histogram::Counts commits, syncs;
+        Gate::Use readers, writers;
+        std::uint64_t freeBytes = 0;
+        std::optional<std::int64_t> sessions; ///< none: the database does not answer
+    };
+
+    Numbers numbers();
 
     /// Fails what has been waiting for the database, so that the process can end. Any thread.
     void interruptWaits();

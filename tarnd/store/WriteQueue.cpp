@@ -60,4 +60,10 @@ void WriteQueue::turnAway()
     }
 }
 
+std::size_t WriteQueue::waitingNow()
+{
+    const std::lock_guard lock(mutex);
+    return waiting.size();
+}
+
 } // namespace tarnd

@@ -48,6 +48,9 @@ public:
     /// Ends the waiting of all who wait for their turn now.
     void turnAway();
 
+    /// How many wait for their turn.
+    std::size_t waitingNow();
+
 private:
     std::mutex mutex; ///< guards all below, and the states
     bool isLed = false;

@@ -262,6 +262,11 @@ void TarndProcess::start(std::uint16_t chosenPort)
     }
 }
 
+void TarndProcess::addArguments(const std::vector<std::string>& arguments)
+{
+    serveArguments.insert(serveArguments.end(), arguments.begin(), arguments.end());
+}
+
 std::string TarndProcess::addUser(const std::string& name)
 {
     auto result = run({"user", "add", name});

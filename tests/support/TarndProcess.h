@@ -58,6 +58,9 @@ public:
     /// @param chosenPort  that of an earlier start; 0: any that is free
     void start(std::uint16_t chosenPort = 0);
 
+    /// Gives further starts these arguments, too.
+    void addArguments(const std::vector<std::string>& arguments);
+
     /// `tarnd user add NAME`; returns the new token.
     std::string addUser(const std::string& name);
 

@@ -35,7 +35,6 @@ protected:
 
 TEST_F(Lifecycle, FinishesWhatIsUnderWayBeforeItStops)
 {
-    service.signal(SIGHUP); // ends nothing
     Wire upload(service.port());
     sendHalf(upload);
     service.requestTermination();
@@ -141,26 +140,6 @@ TEST(Tls, VersionsBefore12AreRefused)
     EXPECT_THAT(shell(connect + " -tls1_2"), ::testing::HasSubstr("New, TLSv1.2"));
     EXPECT_THAT(shell(connect + " -tls1_1"), ::testing::HasSubstr("unexpected eof"))
         << "the service hangs up";
-}
-
-class Verbose : public ServiceTest {
-protected:
-    Verbose() : ServiceTest({"--verbose", "--public-url", "https://files.example/tarn/"}) {}
-};
-
-TEST_F(Verbose, LogsEveryRequestAndNoSecret)
-{
-    put("/f", "content");
-    const auto url = parseXml(asAlice("GET", "/service/v1/public/urls/f").body).only("PublicAccessUrl");
-    ASSERT_EQ(url.substr(0, 34), "https://files.example/tarn/public/");
-    const auto token = url.substr(34);
-    ASSERT_EQ(send(requestText("GET", "/public/" + token)).status, 200);
-    ASSERT_EQ(service.terminate(), 0);
-    const auto log = service.errors();
-    EXPECT_NE(log.find("PUT /service/v1/files/f 200 "), std::string::npos) << log;
-    EXPECT_NE(log.find("GET /public/... 200 "), std::string::npos) << log;
-    for (const auto& secret : {aliceToken, alice, token})
-        EXPECT_EQ(log.find(secret), std::string::npos);
 }
 
 } // namespace
