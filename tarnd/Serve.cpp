@@ -100,6 +100,22 @@ void waitForTheEnd(const sigset_t& signals, Site& site)
         reopenLogs(site);
 }
 
+std::shared_ptr<FaultScript> faultScriptOf(const ServeOptions& options)
+{
+    const auto& file = options.faultScriptFile;
+    if (file.empty()) return {};
+    std::ifstream in(file);
+    const std::string text{std::istreambuf_iterator<char>(in), {}};
+    if (!in) throw std::runtime_error("Could not read " + file + ".");
+    try {
+        auto script = std::make_shared<FaultScript>(text);
+        std::fprintf(stderr, "tarnd: goes wrong as %s says, seed %u\n", file.c_str(), script->seed());
+        return script;
+    } catch (const std::invalid_argument& error) {
+        throw std::runtime_error(file + ", " + error.what());
+    }
+}
+
 } // namespace
 
 void serve(const ServeOptions& options)
@@ -122,6 +138,8 @@ void serve(const ServeOptions& options)
         RequestLog(options.log.value_or(options.verbose ? LogFormat::text : LogFormat::off), options.logFile),
         AuditLog(options.auditLogFile),
         options.metrics};
+    const auto faults = faultScriptOf(options);
+    site.faults.set(faults);
     serverOptions.listenSocket = socket.release();
     HttpServer server(serverOptions, site);
     store.announce(url); // first: whoever reads the line below may look for it
@@ -132,6 +150,8 @@ void serve(const ServeOptions& options)
     // Who waits for a database that does not answer is told so: the end does not wait for it as well.
     for (const auto limit : {databaseLimit, drainLimit - 2 * databaseLimit, databaseLimit})
         if (!server.drain(limit)) store.interruptWaits();
+    for (const auto& line : faults ? faults->unfired() : std::vector<std::string>())
+        std::fprintf(stderr, "tarnd: never happened: %s\n", line.c_str());
 }
 
 } // namespace tarnd

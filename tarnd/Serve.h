@@ -24,6 +24,7 @@ struct ServeOptions {
     std::string logFile;      ///< empty: standard error
     std::string auditLogFile; ///< empty: none is kept
     NumbersFor metrics = NumbersFor::loopback;
+    std::string faultScriptFile; ///< what is to go wrong, for tests of programs; empty: nothing
     std::chrono::seconds idleTimeout{60};
     std::uint64_t maxFileSize = std::numeric_limits<std::int64_t>::max(); ///< bytes of one upload
 };

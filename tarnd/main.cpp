@@ -134,6 +134,11 @@ void addServeOptions(CLI::App& command, ServeOptions& options)
         ->transform(CLI::CheckedTransformer(audiences).description(""))
         ->type_name("WHO")
         ->default_str("loopback");
+    command
+        .add_option("--fault-script", options.faultScriptFile,
+                    "For tests of programs: let requests go wrong as this file says, see docs/testing.md")
+        ->type_name("FILE");
+    command.add_flag("-v,--verbose", options.verbose, "A line per request on standard error");
 }
 
 /// The token alone goes to standard output, so that a script can take it as it is.

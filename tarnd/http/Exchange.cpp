@@ -65,6 +65,7 @@ void Exchange::route(RequestHead head)
     requireHost(head);
     request.emplace(head.method, target, std::move(head.headers));
     taken = &routeOf(*request);
+    if (scripted && scripted->kind == Fault::Kind::refuse) throw sentences::toldToRefuse();
     call.emplace(Call{site.store, site.publicUrl, *request, tailOf(*taken, *request), {}, site.metrics, {}});
     if (taken->access == Access::numbers) requireWatcher();
     if (taken->access == Access::token) site.failedLogins.check(client.address);
@@ -90,8 +91,11 @@ Exchange::Body Exchange::begin(RequestHead head)
 {
     begun = true;
     methodName = head.method;
+    if (const auto script = site.faults.get()) scripted = script->next(methodName, target);
     const bool bodyHeldBack = waitsForContinue(head.headers);
     guarded([&] { route(std::move(head)); });
+    if (refusal && scripted && scripted->kind == Fault::Kind::refuse)
+        refusal->status = static_cast<unsigned>(scripted->number);
     if (!refusal) return Body::wanted;
     // Where the end of the body is in doubt there is nothing to wait for.
     if (bodyHeldBack || !request) return Body::ignored;

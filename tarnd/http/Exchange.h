@@ -3,6 +3,7 @@
 #include "tarnd/http/AuditLog.h"
 #include "tarnd/http/FailedLogins.h"
 #include "tarnd/http/Metrics.h"
+#include "tarnd/http/FaultScript.h"
 #include "tarnd/http/Reply.h"
 #include "tarnd/http/RequestLog.h"
 #include "tarnd/http/Routes.h"
@@ -35,6 +36,7 @@ struct Site {
     FailedLogins failedLogins = {};
     const std::string requestIds = randomHex(4); ///< what the ids of requests begin with
     std::atomic<std::uint32_t> requests = 0;     ///< so far
+    Faults faults = {}; ///< what goes wrong on purpose
 };
 
 /// One request from its first line to its reply. Decides and calls the handlers, and knows nothing of
@@ -68,6 +70,9 @@ public:
     /// Nothing more happens: tells the logs and the numbers. Call once, last.
     /// @param complete  the whole reply went out
     void ended(bool complete);
+    /// What the site's script lets go wrong with this request. A refusal is the reply already; the rest is for
+    /// whoever has the connection. @pre hasBegun()
+    const std::optional<Fault>& fault() const { return scripted; }
 
     /// How long the reply must be held back. @pre finish()
     std::chrono::milliseconds delay() const;
@@ -93,6 +98,7 @@ private:
     const Route* taken = nullptr;
     std::optional<Request> request;
     std::optional<Call> call;
+    std::optional<Fault> scripted;
     std::optional<Reply> refusal; ///< why the request failed before its handler ran
     FailedLogins::HeldBack heldBack;
     unsigned status = 0;    ///< of the reply; 0: none yet

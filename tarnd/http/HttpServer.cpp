@@ -1,3 +1,4 @@
+#include "tarnd/http/PartialAnswer.h"
 #include "tarnd/http/HttpServer.h"
 
 #include "tarnd/http/Acceptor.h"
@@ -124,6 +125,16 @@ void answerDirectly(int fd, const Reply& reply)
     ::send(fd, text.data(), text.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
 }
 
+/// The library is told that the connection is over.
+MHD_Result hangUp(int fd, bool withReset)
+{
+    const linger atOnce{1, 0};
+    if (withReset) ::setsockopt(fd, SOL_SOCKET, SO_LINGER, &atOnce, sizeof atOnce);
+    // A reset needs the descriptor closed, which the library does next.
+    if (!withReset) ::shutdown(fd, SHUT_RDWR);
+    return MHD_NO;
+}
+
 /// The library finds the connection closed.
 void refuseLength(MHD_Connection* connection)
 {
@@ -244,7 +255,12 @@ MHD_Result HttpServer::Connections::onRequest(void* self, MHD_Connection* connec
 MHD_Result HttpServer::Connections::begin(MHD_Connection* connection, RequestHead head, Exchange& exchange)
 {
     const Busy busy(table, descriptorOf(connection));
-    switch (exchange.begin(std::move(head))) {
+    const auto body = exchange.begin(std::move(head));
+    if (const auto& fault = exchange.fault()) {
+        if (fault->kind == Fault::Kind::wait) holdBack(fault->time);
+        if (fault->kind == Fault::Kind::drop) return hangUp(busy.fd, true);
+    }
+    switch (body) {
     case Exchange::Body::wanted:
         table.enter(busy.fd, ConnectionTable::Phase::upload);
         return MHD_YES;
@@ -275,6 +291,13 @@ MHD_Result HttpServer::Connections::receive(MHD_Connection* connection, const ch
     table.enter(busy.fd, ConnectionTable::Phase::download);
     auto reply = exchange.finish();
     holdBack(exchange.delay());
+    if (const auto& fault = exchange.fault()) {
+        if (fault->kind == Fault::Kind::lose) return hangUp(busy.fd, false);
+        if (fault->kind == Fault::Kind::cut) {
+            if (!isEncrypted(connection)) answerInPart(busy.fd, reply, fault->number);
+            return hangUp(busy.fd, false);
+        }
+    }
     if (reply.file) table.watch(busy.fd, reply.file, reply.fileOffset + reply.fileSize);
     return send(connection, std::move(reply), draining);
 }

@@ -26,6 +26,7 @@ inline constexpr Sentence bodyTooLarge            {Kind::tooLarge, "bodyTooLarge
 inline constexpr Sentence tooManyFailedLogins     {Kind::notAllowed, "tooManyFailedLogins", "Too many logins with a wrong token come from your address. Try again in a few seconds."};
 
 inline constexpr Sentence numbersAreLocal        {Kind::notAllowed, "numbersAreLocal", "The numbers are told to programs on the machine of the service only."};
+inline constexpr Sentence toldToRefuse            {Kind::badRequest, "toldToRefuse", "The service was told to refuse this request."};
 
 // Target and parameters.
 inline constexpr Sentence badTarget         {Kind::badRequest, "badTarget", "The address of the request holds characters that must be percent-encoded."};

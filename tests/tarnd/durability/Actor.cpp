@@ -7,7 +7,8 @@ RestReply Actor::command(const std::string& verb, const std::string& option) con
     std::vector<std::string> arguments{"user", verb, name};
     if (!option.empty()) arguments.push_back(option);
     const auto result = service->run(arguments);
-    return {result.exitCode == 0 ? 200 : 0, {}, result.out};
+    if (result.exitCode != 0) throw std::runtime_error(verb + ": " + std::to_string(result.exitCode) + " " + result.err);
+    return {200, {}, result.out};
 }
 
 int Change::make(Actor& actor) const
@@ -20,7 +21,8 @@ int Change::make(Actor& actor) const
              {std::pair("FileHandleId", &actor.handle), {"PermissionId", &actor.grant}})
             if (reply.body.find(element) != std::string::npos) *id = parseXml(reply.body).only(element);
         return reply.status;
-    } catch (const std::runtime_error&) { // the service is gone
+    } catch (const std::runtime_error& error) { // the service is gone
+        actor.trouble = error.what();
         return 0;
     }
 }

@@ -124,6 +124,8 @@ TEST_F(Kill, AtRandomMomentsUnderLoad)
         threads.clear();
         faults.heal();
         EXPECT_TRUE(faults.hasStruck());
+        for (auto worker = workers.end() - 4; worker != workers.end() && !faults.hasStruck(); ++worker)
+            ADD_FAILURE() << worker->name << " after " << worker->done << ": " << worker->actor.trouble;
 
         service.start();
         for (const auto& worker : workers) {
