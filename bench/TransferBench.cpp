@@ -1,12 +1,12 @@
 // Megabytes per second of a body through the host over loopback, beside plain libcurl doing the same.
 #include "Yardstick.h"
-#include "support/ScriptedHttpServer.h"
 
 #include "tarn/foundation/ContentReduction.h"
 #include "tarn/foundation/OneShotPublisher.h"
 #include "tarn/foundation/platform/HttpClientResponse.h"
 #include "tarnhost/DeliveryThreads.h"
 #include "tarnhost/HttpClient.h"
+#include "tarntesting/ScriptedHttpServer.h"
 
 #include <curl/curl.h>
 
@@ -17,7 +17,7 @@ namespace connector::host::bench {
 namespace {
 
 using common::DataBuffer;
-using test::ScriptedHttpServer;
+using tarntesting::ScriptedHttpServer;
 
 constexpr std::size_t bodyBytes = 128 << 20;
 constexpr double megabytes = bodyBytes / 1e6;

@@ -1,5 +1,4 @@
-// A host of one's own: the library over another HTTP client, a thread for each message, and the tests that show that
-// it does what the library needs.
+// A host of one's own, over another HTTP client and with a thread for each message, and the tests that it passes.
 #include "tarn/foundation/Promise.h"
 #include "tarntesting/HostTest.h"
 
@@ -45,7 +44,7 @@ public:
         beast::http::write(socket, request);
         beast::flat_buffer buffer;
         beast::http::response_parser<beast::http::string_body> reply;
-        reply.body_limit(boost::none);
+        reply.body_limit(std::numeric_limits<std::uint64_t>::max());
         beast::http::read(socket, buffer, reply); // fails for one that is cut off
         if (reply.get().need_eof()) throw std::runtime_error("The reply does not say where it ends.");
         using Publisher = reactive_streams::OneShotPublisher<common::DataBuffer>;
@@ -55,8 +54,7 @@ public:
     }
 
 protected:
-    /// Breaks off what is under way, so that nobody waits for it.
-    void onStop() override
+    void onStop() override // breaks off what is under way, so that nobody waits for it
     {
         const std::lock_guard lock(mutex);
         for (auto* socket : sockets)

@@ -138,7 +138,6 @@ void addServeOptions(CLI::App& command, ServeOptions& options)
         .add_option("--fault-script", options.faultScriptFile,
                     "For tests of programs: let requests go wrong as this file says, see docs/testing.md")
         ->type_name("FILE");
-    command.add_flag("-v,--verbose", options.verbose, "A line per request on standard error");
 }
 
 /// The token alone goes to standard output, so that a script can take it as it is.

@@ -13,7 +13,7 @@
 #include <system_error>
 #include <utility>
 
-namespace connector::testing {
+namespace tarntesting {
 
 namespace {
 
@@ -123,4 +123,4 @@ void TestService::advance(std::chrono::milliseconds time)
     parts->ahead += time.count();
 }
 
-} // namespace connector::testing
+} // namespace tarntesting

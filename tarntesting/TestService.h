@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-namespace connector::testing {
+namespace tarntesting {
 
 /// A Tarn service inside the test's own process: the rules, replies and errors of `tarnd`, over a folder that is gone
 /// when the test is.
@@ -24,8 +24,8 @@ namespace connector::testing {
 class TARN_API TestService {
 public:
     struct Options {
-        std::string faults = {};                   ///< as for script()
-        std::chrono::minutes sessionIdle{30};      ///< by the service's clock
+        std::string faults = {};                            ///< as for script()
+        std::chrono::minutes sessionIdle{30};               ///< by the service's clock
         std::uint64_t maxFileSize = std::uint64_t{1} << 40; ///< bytes of one upload; more is refused with 413
     };
 
@@ -79,4 +79,4 @@ private:
     std::unique_ptr<Parts> parts;
 };
 
-} // namespace connector::testing
+} // namespace tarntesting

@@ -45,8 +45,8 @@ constexpr Operation operations[] = {
 bool isOf(const Operation& operation, std::string_view method, std::string_view target)
 {
     const auto path = target.substr(0, target.find('?'));
-    const bool fits = path == operation.path ||
-                      (path.starts_with(operation.path) && path[operation.path.size()] == '/');
+    const bool fits =
+        path == operation.path || (path.starts_with(operation.path) && path[operation.path.size()] == '/');
     return fits && method == operation.method && target.find(operation.inQuery) != target.npos;
 }
 

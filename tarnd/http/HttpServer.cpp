@@ -1,5 +1,5 @@
-#include "tarnd/http/PartialAnswer.h"
 #include "tarnd/http/HttpServer.h"
+#include "tarnd/http/PartialAnswer.h"
 
 #include "tarnd/http/Acceptor.h"
 #include "tarnd/http/ReceivedHead.h"

@@ -31,7 +31,8 @@ void answerInPart(int fd, const Reply& reply, std::uint64_t most)
 {
     const auto size = reply.file ? reply.fileSize : reply.text.size();
     auto head = "HTTP/1.1 " + std::to_string(reply.status) + ' ' + MHD_get_reason_phrase_for(reply.status) +
-                "\r\nContent-Type: " + reply.contentType + "\r\nContent-Length: " + std::to_string(size) + "\r\n";
+                "\r\nContent-Type: " + reply.contentType + "\r\nContent-Length: " + std::to_string(size) +
+                "\r\n";
     for (const auto& [name, value] : reply.headers)
         head.append(name).append(": ").append(value).append("\r\n");
     if (!sendAll(fd, head + "\r\n")) return;
@@ -42,8 +43,9 @@ void answerInPart(int fd, const Reply& reply, std::uint64_t most)
     }
     std::array<char, 64 * 1024> piece;
     for (std::uint64_t at = 0; at < most;) {
-        const auto got = ::pread(reply.file.get(), piece.data(), std::min<std::uint64_t>(piece.size(), most - at),
-                                 static_cast<off_t>(reply.fileOffset + at));
+        const auto got =
+            ::pread(reply.file.get(), piece.data(), std::min<std::uint64_t>(piece.size(), most - at),
+                    static_cast<off_t>(reply.fileOffset + at));
         if (got <= 0 || !sendAll(fd, {piece.data(), static_cast<std::size_t>(got)})) return;
         at += static_cast<std::uint64_t>(got);
     }

@@ -1,20 +1,22 @@
 // What an application's tests lean on: the service is the real one, each fault does what its line says and no more,
 // and a line that says nothing is told.
+#include "tarntesting/TestService.h"
 #include "tarn/fileaccess/FileMessages.h"
 #include "tarn/foundation/platform/TextConversion.h"
 #include "tarn/protocol/TarnError.h"
 #include "tarn/session/SessionMessages.h"
 #include "tarnhost/TarnHost.h"
 #include "tarnhost/TransportError.h"
-#include "tarntesting/TestService.h"
 
 #include <gmock/gmock.h>
 
-namespace connector::testing {
+namespace tarntesting {
 namespace {
 
-using namespace tarn;
+using namespace connector;
+using namespace connector::tarn;
 using ::testing::AllOf;
+using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
@@ -47,7 +49,8 @@ protected:
         try {
             return std::string(host.fileAccess()->readFile(std::move(request)).get()->content.bytes());
         } catch (const TarnError& error) {
-            return std::to_string(error.status()) + (error.kind() == ErrorKind::unavailable ? " unavailable" : "");
+            return std::to_string(error.status()) +
+                   (error.kind() == ErrorKind::unavailable ? " unavailable" : "");
         } catch (const host::TransportError& error) {
             return error.mayHaveHappened() ? "in doubt" : "lost";
         }
@@ -74,7 +77,8 @@ TEST_F(TestServiceTest, GoesWrongAsTheScriptSays)
 {
     const std::string all = "0123456789";
     service.script("readFile #2 cut 3 ; comment\n\n  readFile every 3 refuse 503\nlistFolder always drop");
-    EXPECT_THAT((std::vector{read(), read(), read(), read()}), ElementsAre(all, "lost", "503 unavailable", all));
+    EXPECT_THAT((std::vector{read(), read(), read(), read()}),
+                ElementsAre(all, "lost", "503 unavailable", all));
     EXPECT_THAT(service.unfired(), ElementsAre("listFolder always drop"));
 
     service.script("seed 7\nreadFile 50% cut 0");
@@ -84,7 +88,7 @@ TEST_F(TestServiceTest, GoesWrongAsTheScriptSays)
             row->push_back(read());
         service.script("seed " + std::to_string(service.seed()) + "\nreadFile 50% cut 0");
     }
-    EXPECT_THAT(first, AllOf(::testing::Contains(all), ::testing::Contains("lost")));
+    EXPECT_THAT(first, AllOf(Contains(all), Contains("lost")));
     EXPECT_EQ(first, again);
 
     service.script("any #1 wait 300ms");
@@ -100,13 +104,14 @@ TEST_F(TestServiceTest, GoesWrongAsTheScriptSays)
 
 TEST_F(TestServiceTest, SaysWhichLineCannotBeRead)
 {
-    for (const auto& [line, says] : {std::pair<std::string, std::string>("read #2 drop", "no operation: any, login"),
-                                     {"any sometimes drop", "no moment: always, #2"},
-                                     {"any always explode", "no fault: wait TIME"},
-                                     {"any always wait 3", "no time: 200ms, or 2s"},
-                                     {"any always refuse 200", "from 400 to 599"},
-                                     {"any every 0 drop", "never"},
-                                     {"any always cut 1 2", "one word too many"}})
+    for (const auto& [line, says] :
+         {std::pair<std::string, std::string>("read #2 drop", "no operation: any, login"),
+          {"any sometimes drop", "no moment: always, #2"},
+          {"any always explode", "no fault: wait TIME"},
+          {"any always wait 3", "no time: 200ms, or 2s"},
+          {"any always refuse 200", "from 400 to 599"},
+          {"any every 0 drop", "never"},
+          {"any always cut 1 2", "one word too many"}})
         EXPECT_THAT(([&, line = line] { service.script("\nping #1 drop\n" + line); }),
                     ThrowsMessage<std::invalid_argument>(AllOf(HasSubstr("line 3: "), HasSubstr(says))));
 }
@@ -124,4 +129,4 @@ TEST_F(TestServiceTest, EndsSessionsByItsOwnClockAndUsersAtOnce)
 }
 
 } // namespace
-} // namespace connector::testing
+} // namespace tarntesting

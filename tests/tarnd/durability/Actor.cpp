@@ -7,7 +7,8 @@ RestReply Actor::command(const std::string& verb, const std::string& option) con
     std::vector<std::string> arguments{"user", verb, name};
     if (!option.empty()) arguments.push_back(option);
     const auto result = service->run(arguments);
-    if (result.exitCode != 0) throw std::runtime_error(verb + ": " + std::to_string(result.exitCode) + " " + result.err);
+    if (result.exitCode != 0)
+        throw std::runtime_error(verb + ": " + std::to_string(result.exitCode) + " " + result.err);
     return {200, {}, result.out};
 }
 

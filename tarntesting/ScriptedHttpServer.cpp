@@ -1,4 +1,4 @@
-#include "ScriptedHttpServer.h"
+#include "tarntesting/ScriptedHttpServer.h"
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
@@ -11,7 +11,7 @@
 #include <stdexcept>
 #include <string_view>
 
-namespace connector::host::test {
+namespace tarntesting {
 namespace {
 
 int bindToLoopback(std::uint16_t& port)
@@ -240,4 +240,4 @@ bool ScriptedHttpServer::waitForHeads(std::size_t count) const
     return changed.wait_for(lock, std::chrono::seconds(20), [&] { return recordedHeads.size() >= count; });
 }
 
-} // namespace connector::host::test
+} // namespace tarntesting
