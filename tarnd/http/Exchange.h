@@ -2,8 +2,8 @@
 
 #include "tarnd/http/AuditLog.h"
 #include "tarnd/http/FailedLogins.h"
-#include "tarnd/http/Metrics.h"
 #include "tarnd/http/FaultScript.h"
+#include "tarnd/http/Metrics.h"
 #include "tarnd/http/Reply.h"
 #include "tarnd/http/RequestLog.h"
 #include "tarnd/http/Routes.h"
@@ -36,7 +36,7 @@ struct Site {
     FailedLogins failedLogins = {};
     const std::string requestIds = randomHex(4); ///< what the ids of requests begin with
     std::atomic<std::uint32_t> requests = 0;     ///< so far
-    Faults faults = {}; ///< what goes wrong on purpose
+    Faults faults = {};                          ///< what goes wrong on purpose
 };
 
 /// One request from its first line to its reply. Decides and calls the handlers, and knows nothing of
@@ -70,6 +70,7 @@ public:
     /// Nothing more happens: tells the logs and the numbers. Call once, last.
     /// @param complete  the whole reply went out
     void ended(bool complete);
+
     /// What the site's script lets go wrong with this request. A refusal is the reply already; the rest is for
     /// whoever has the connection. @pre hasBegun()
     const std::optional<Fault>& fault() const { return scripted; }
