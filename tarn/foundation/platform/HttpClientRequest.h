@@ -21,7 +21,16 @@ enum class ReplyBody : std::uint8_t {
     content,  ///< the bytes of a file: neither, as long as they keep coming
 };
 
-/// One HTTP request, for the host's HTTP client.
+/// One HTTP request, for the host's HTTP client, which sends it as it stands:
+///
+/// - the method in upper case, the URL's path and query untouched, the headers as they are, one with an empty value
+///   included;
+/// - a body with its length; one that is present and empty with "Content-Length: 0", and so a "put" without a body;
+/// - once: no redirect is followed, and what must not happen twice (see `atMostOnce`) is not sent a second time when a
+///   kept-alive connection turns out dead;
+/// - asking for no content coding, and undoing none.
+///
+/// tarntesting/HostTest.h holds a host to this.
 struct TARN_API HttpClientRequest : Message {
     HttpClientRequest(std::string urlText, std::string methodWord, BodyPublisher bodyPublisher)
         : url(std::move(urlText)), method(std::move(methodWord)), body(std::move(bodyPublisher))

@@ -6,7 +6,12 @@
 
 namespace connector::http {
 
-/// The reply to an HttpClientRequest. A request that got no reply at all is a failed future instead.
+/// The reply to an HttpClientRequest, whatever its status. A request that got no complete reply is a failed future
+/// instead, or a body that fails: a reply counts when its head has ended and its body has come to its length or last
+/// chunk.
+///
+/// The library folds the body on the thread that resolves the future, and waits there until the body has ended: a host
+/// resolves once the whole body is there, or brings the rest on another thread.
 struct TARN_API HttpClientResponse : Message {
     HttpClientResponse(std::uint16_t statusCode, BodyPublisher bodyPublisher)
         : status(statusCode), body(std::move(bodyPublisher))
