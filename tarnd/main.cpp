@@ -146,6 +146,16 @@ void printToken(const std::string& token)
     std::printf("%s\n", token.c_str());
 }
 
+/// @returns the exit code
+int printCopy(const char* done, const CopyReport& report)
+{
+    for (const auto& id : report.missing)
+        std::printf("The content %s is missing; see tarnd fsck.\n", id.c_str());
+    std::printf("%s %ju contents, %ju of them new.\n", done, std::uintmax_t{report.contents},
+                std::uintmax_t{report.added});
+    return report.missing.empty() ? 0 : failure;
+}
+
 int check(const StoreOptions& options, bool repair)
 {
     Store store(options, Purpose::check);
@@ -161,6 +171,22 @@ int check(const StoreOptions& options, bool repair)
     return report.clean() ? 0 : failure;
 }
 
+int backUp(const StoreOptions& options, const std::string& target)
+{
+    return printCopy("Backed up", Store(options, Purpose::copy).copyTo(target, CopyPurpose::backup));
+}
+
+/// Reads all of what it has restored: a backup is known to be good once it was.
+int restore(const std::string& backup, const StoreOptions& options)
+{
+    StoreOptions source;
+    source.dataDir = backup;
+    const int copied =
+        printCopy("Restored", Store(source, Purpose::check).copyTo(options.dataDir, CopyPurpose::restore));
+    const int checked = check(options, false);
+    return copied == 0 ? checked : copied;
+}
+
 struct CommandLine {
     CommandLine()
     {
@@ -171,6 +197,10 @@ struct CommandLine {
         fsck->add_flag("--repair", repair,
                        "Take versions whose content is missing out of the tree, and say which");
         addStoreOptions(*status, options.store);
+        for (auto* command : {backup, restoration}) {
+            addStoreOptions(*command, options.store);
+            command->add_option("DIR", copy, "The directory of the backup")->required();
+        }
         user->require_subcommand(1);
         for (auto* command : {add, list, rotate, remove})
             addStoreOptions(*command, options.store);
@@ -184,6 +214,8 @@ struct CommandLine {
         // `serve` opens the store itself: it blocks signals first, before any thread of the store exists.
         if (*serve) return tarnd::serve(options), 0;
         if (*status) return printStatus(options.store.dataDir);
+        if (*backup) return backUp(options.store, copy);
+        if (*restoration) return restore(copy, options.store);
         if (*fsck) return check(options.store, repair);
         Store store(options.store, Purpose::administer);
         auto& accounts = store.accounts();
@@ -205,8 +237,13 @@ struct CommandLine {
     CLI::App* remove = user->add_subcommand("remove", "Remove a user");
     CLI::App* fsck = app.add_subcommand("fsck", "Compare everything stored with what should be there");
     CLI::App* status = app.add_subcommand("status", "Ask the running service how it is");
+    CLI::App* backup =
+        app.add_subcommand("backup", "Bring a copy of everything up to date, also while it is served");
+    CLI::App* restoration =
+        app.add_subcommand("restore", "Make a new data directory of a backup and check it");
     ServeOptions options;
     std::string name;
+    std::string copy;
     bool force = false;
     bool repair = false;
 };

@@ -10,9 +10,18 @@ namespace tarnd {
 
 namespace {
 
-std::vector<std::string> namedContents(Engine& engine)
+std::vector<std::string> without(const std::vector<std::string>& all, const std::vector<std::string>& taken)
 {
-    auto rows = engine.database.read([](Transaction& transaction) {
+    std::vector<std::string> rest;
+    std::set_difference(all.begin(), all.end(), taken.begin(), taken.end(), std::back_inserter(rest));
+    return rest;
+}
+
+} // namespace
+
+std::vector<std::string> namedContents(Database& database)
+{
+    auto rows = database.read([](Transaction& transaction) {
         return transaction.rows<std::string>("SELECT DISTINCT content FROM versions");
     });
     std::vector<std::string> ids;
@@ -22,15 +31,6 @@ std::vector<std::string> namedContents(Engine& engine)
     std::sort(ids.begin(), ids.end());
     return ids;
 }
-
-std::vector<std::string> without(const std::vector<std::string>& all, const std::vector<std::string>& taken)
-{
-    std::vector<std::string> rest;
-    std::set_difference(all.begin(), all.end(), taken.begin(), taken.end(), std::back_inserter(rest));
-    return rest;
-}
-
-} // namespace
 
 bool isNamed(Transaction& transaction, const std::string& content)
 {
@@ -61,7 +61,7 @@ std::vector<std::string> describeContent(Engine engine, const std::string& conte
 /// its commit, so with no temporary name left a row that is not there now will never be.
 ContentCheck compareContents(Engine engine)
 {
-    const auto named = namedContents(engine);
+    const auto named = namedContents(engine.database);
     const auto present = engine.contents.ids();
     const auto isNamedNow = [&](const std::string& id) {
         return engine.database.read([&](Transaction& transaction) { return isNamed(transaction, id); });

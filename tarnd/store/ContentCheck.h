@@ -8,6 +8,7 @@
 
 namespace tarnd {
 
+class Database;
 class Transaction;
 
 /// Where contents and rows differ.
@@ -16,6 +17,9 @@ struct ContentCheck {
         missing; ///< "alice:/a.txt, version 3: its content … is missing", one per version
     std::vector<std::string> orphans; ///< ids of contents that no row names and nobody is writing
 };
+
+/// The contents that versions name, sorted.
+std::vector<std::string> namedContents(Database& database);
 
 /// Compares all rows with all contents, right also while other processes write and delete.
 ContentCheck compareContents(Engine engine);

@@ -1,6 +1,7 @@
 #include "tarnd/store/ContentFolder.h"
 
 #include "tarnd/store/FileSystem.h"
+#include "tarnd/store/RemovalTurn.h"
 #include "tarnd/store/Secrets.h"
 
 #include <fcntl.h>
@@ -35,11 +36,13 @@ std::vector<fs::path> entries(const fs::path& folder)
 
 } // namespace
 
-ContentFolder::ContentFolder(fs::path dataDir, WriteListener listener, std::uint64_t keepFree)
-    : contents(dataDir / "contents")
+ContentFolder::ContentFolder(fs::path theDataDir, WriteListener listener, std::uint64_t keepFree)
+    : dataDir(std::move(theDataDir))
+    , contents(dataDir / "contents")
     , uploads(dataDir / "uploads")
     , listener(std::move(listener))
     , diskRoom(dataDir, keepFree)
+    , remover(dataDir)
 {
     bool made = makeFolder(uploads);
     made = makeFolder(contents) || made;
@@ -119,8 +122,9 @@ void ContentFolder::drop(const std::vector<std::string>& ids)
 
 void ContentFolder::dropNow(const std::vector<std::string>& ids) noexcept
 {
+    const RemovalTurn turn(dataDir, RemovalTurn::For::removing, std::chrono::seconds(30));
     for (const auto& id : ids)
-        ::unlink(contentPath(id).c_str()); // what stays is an orphan, which the next start removes
+        if (turn) ::unlink(contentPath(id).c_str()); // what stays is an orphan, which the next start removes
 }
 
 std::vector<std::string> ContentFolder::ids() const

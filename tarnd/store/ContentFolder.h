@@ -47,7 +47,7 @@ public:
     /// Deletes contents whose rows are gone, in the background; a content already gone is no error.
     void drop(const std::vector<std::string>& ids);
 
-    /// The same before it returns.
+    /// The same before it returns; nothing goes while a copy of the store is being made.
     void dropNow(const std::vector<std::string>& ids) noexcept;
 
     /// Blocks until all dropped contents are off the disk.
@@ -88,6 +88,7 @@ public:
     std::filesystem::path ownUploads();
 
 private:
+    std::filesystem::path dataDir;
     std::filesystem::path contents;
     std::filesystem::path uploads;
     WriteListener listener;

@@ -1,5 +1,7 @@
 #include "tarnd/store/ContentRemover.h"
 
+#include "tarnd/store/RemovalTurn.h"
+
 #include <unistd.h>
 
 #include <iterator>
@@ -45,12 +47,29 @@ void ContentRemover::run()
         const auto files = std::exchange(waiting, {});
         removing = true;
         lock.unlock(); // a request that adds files must not wait for the disk
-        for (const auto& file : files)
-            ::unlink(file.c_str()); // what stays is an orphan, which the next start removes
+        remove(files);
         lock.lock();
         removing = false;
         changed.notify_all();
     }
+}
+
+void ContentRemover::remove(const std::vector<std::filesystem::path>& files)
+{
+    for (;;) {
+        const bool lastTry = isEnding();
+        const RemovalTurn turn(dataDir, RemovalTurn::For::removing,
+                               std::chrono::milliseconds(lastTry ? 2000 : 100));
+        for (const auto& file : files)
+            if (turn) ::unlink(file.c_str()); // what stays is an orphan, which the next start removes
+        if (turn || lastTry) return;
+    }
+}
+
+bool ContentRemover::isEnding()
+{
+    const std::lock_guard lock(mutex);
+    return ending;
 }
 
 } // namespace tarnd

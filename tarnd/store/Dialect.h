@@ -22,6 +22,10 @@ public:
     /// @throws ServiceError when the files of the database were taken away, after which nothing is changed any more
     virtual void requireFiles() = 0;
 
+    /// Writes what is committed now into a new SQLite file, beside all who work on the database.
+    /// @throws ServiceError badRequest where the engine cannot
+    virtual void copyTo(const std::filesystem::path& file) const = 0;
+
     /// Writes of several users may go on at a time, each over a connection of its own.
     virtual bool hasManyWriters() const = 0;
 

@@ -57,6 +57,11 @@ inline constexpr Sentence otherFolder         {Kind::conflict, "otherFolder", "T
 inline constexpr Sentence newerSchema         {Kind::conflict, "newerSchema", "The database was written by a newer tarnd; use that one."};
 inline constexpr Sentence contentsMissing     {Kind::internal, "contentsMissing", "Contents of stored files are missing; bring them back from a backup, or let `tarnd fsck --repair` set aside what they belong to."};
 
+// Copies.
+inline constexpr Sentence copyIntoItself {Kind::conflict, "copyIntoItself", "{} lies inside of what is to be copied; choose another directory."};
+inline constexpr Sentence targetTaken    {Kind::conflict, "targetTaken", "{} holds something else; choose an empty directory, or that of the last backup of this store."};
+inline constexpr Sentence copyOfServer   {Kind::badRequest, "copyOfServer", "The database is on a server of its own: run pg_dump, and copy the contents; docs/operating.md says in which order."};
+
 // Faults.
 inline constexpr Sentence commitUnknown {Kind::internal, "commitUnknown", "The change may have happened or not: the database did not confirm it. Look before you try again."};
 inline constexpr Sentence databaseGone  {Kind::unavailable, "databaseGone", "The service cannot reach its database and has changed nothing. Try again."};

@@ -49,6 +49,8 @@ struct CloseDatabase {
     void operator()(sqlite3* database) const { sqlite3_close_v2(database); }
 };
 
+using DatabasePtr = std::unique_ptr<sqlite3, CloseDatabase>;
+
 struct FinalizeStatement {
     void operator()(sqlite3_stmt* statement) const { sqlite3_finalize(statement); }
 };
@@ -169,9 +171,18 @@ private:
     }
 
     DatabaseFiles& files;
-    std::unique_ptr<sqlite3, CloseDatabase> database;
+    DatabasePtr database;
     std::unordered_map<std::string, StatementPtr> statements; ///< by their text; go before the database
 };
+
+DatabasePtr opened(const std::string& file, int flags)
+{
+    sqlite3* database = nullptr;
+    const int result = sqlite3_open_v2(file.c_str(), &database, flags, nullptr);
+    DatabasePtr owned(database);
+    if (result != SQLITE_OK) throw sentences::internal.because(file + ": " + sqlite3_errstr(result));
+    return owned;
+}
 
 class SqliteDialect : public Dialect {
 public:
@@ -189,6 +200,18 @@ public:
     void interruptWaits() override {} // none lasts longer than the busy timeout
 
     void requireFiles() override { files.require(false); }
+
+    /// In one step, which is one snapshot: none that writes meanwhile can make it begin again.
+    void copyTo(const std::filesystem::path& file) const override
+    {
+        const auto source = opened(files.path, SQLITE_OPEN_READWRITE);
+        const auto target = opened(file.string(), SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE);
+        sqlite3_busy_timeout(source.get(), 30'000);
+        auto* const copy = sqlite3_backup_init(target.get(), "main", source.get(), "main");
+        const bool done = copy != nullptr && sqlite3_backup_step(copy, -1) == SQLITE_DONE;
+        if (sqlite3_backup_finish(copy) == SQLITE_OK && done) return;
+        throw sentences::internal.because(std::string("SQLite: ") + sqlite3_errmsg(target.get()));
+    }
 
     bool hasManyWriters() const override { return false; }
 

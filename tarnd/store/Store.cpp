@@ -15,13 +15,14 @@ namespace {
 
 DataDirectory::Lock lockFor(const StoreOptions& options, Purpose purpose)
 {
-    if (purpose == Purpose::administer) return DataDirectory::Lock::none;
+    if (purpose == Purpose::administer || purpose == Purpose::copy) return DataDirectory::Lock::none;
     return options.databaseUrl.empty() ? DataDirectory::Lock::exclusive : DataDirectory::Lock::shared;
 }
 
 DataDirectory openDirectory(const StoreOptions& options, Purpose purpose)
 {
-    if (purpose == Purpose::check && !std::filesystem::exists(options.dataDir / "store-id"))
+    const bool mustExist = purpose == Purpose::check || purpose == Purpose::copy;
+    if (mustExist && !std::filesystem::exists(options.dataDir / "store-id"))
         throw sentences::noData(options.dataDir);
     return {options.dataDir, lockFor(options, purpose)};
 }
@@ -68,6 +69,8 @@ struct Store::Parts {
         // Only a server cleans up: administration works beside one, and a check must not change what it looks at.
         if (purpose != Purpose::serve) return;
         recovery = recover(engine);
+        // From here on it goes its own way, and no backup may replace it.
+        std::filesystem::remove(directory.path() / backupMark);
         contents.room().takeReserve();
     }
 
@@ -158,6 +161,11 @@ FsckReport Store::fsck()
 {
     finishDrops(); // or it would meet contents whose rows are gone
     return tarnd::fsck(parts->engine);
+}
+
+CopyReport Store::copyTo(const std::filesystem::path& target, CopyPurpose purpose)
+{
+    return copyStore(parts->engine, parts->directory.path(), target, purpose);
 }
 
 std::vector<std::string> Store::troubles()

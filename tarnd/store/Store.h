@@ -13,6 +13,7 @@
 #include "tarnd/store/ServiceError.h"
 #include "tarnd/store/Sessions.h"
 #include "tarnd/store/SharedContent.h"
+#include "tarnd/store/StoreCopy.h"
 #include "tarnd/store/Versions.h"
 
 #include <cstdint>
@@ -38,6 +39,7 @@ struct StoreOptions {
 enum class Purpose {
     serve,      ///< alone on a SQLite data directory (locked); puts contents and rows in step first
     administer, ///< `tarnd user …`: no lock, works beside a server
+    copy,       ///< `tarnd backup`: no lock, works beside a server; the data must exist
     check,      ///< `tarnd fsck`: locked like serve, changes nothing; the data must exist
 };
 
@@ -73,6 +75,9 @@ public:
 
     /// Blocks until the contents of all that was deleted are off the disk, which their replies do not wait for.
     void finishDrops();
+
+    /// A copy of everything: see copyStore.
+    CopyReport copyTo(const std::filesystem::path& target, CopyPurpose purpose);
 
     /// Why requests would fail now, one sentence each; empty when all is well. Looks at most once a second.
     std::vector<std::string> troubles();
