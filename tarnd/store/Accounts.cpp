@@ -10,8 +10,9 @@ namespace {
 
 constexpr std::size_t tokenBytes = 32;
 
-constexpr auto accountColumns =
-    columns(column("id", &Account::id), column("name", &Account::name), column("created", &Account::created));
+constexpr auto accountColumns = columns(
+    column("id", &Account::id), column("name", &Account::name), column("created", &Account::created),
+    column("disabled", &Account::disabled), column("quota", &Account::quota), column("used", &Account::used));
 
 std::int64_t idOf(Transaction& transaction, const std::string& name)
 {
@@ -67,6 +68,22 @@ std::string Accounts::rotate(const std::string& name)
     return token;
 }
 
+void Accounts::setDisabled(const std::string& name, bool disabled)
+{
+    engine.database.writeAlsoWhenFull([&](Transaction& transaction) {
+        const auto id = idOf(transaction, name);
+        transaction.run("UPDATE users SET disabled = $1 WHERE id = $2", std::int64_t{disabled}, id);
+        if (disabled) transaction.run("DELETE FROM sessions WHERE account = $1", id);
+    });
+}
+
+void Accounts::setQuota(const std::string& name, std::int64_t bytes)
+{
+    engine.database.writeAlsoWhenFull([&](Transaction& transaction) {
+        transaction.run("UPDATE users SET quota = $1 WHERE id = $2", bytes, idOf(transaction, name));
+    });
+}
+
 void Accounts::remove(const std::string& name, bool force)
 {
     const auto dropped = engine.database.writeAlsoWhenFull([&](Transaction& transaction) {
@@ -90,7 +107,9 @@ Account Accounts::authenticate(const std::string& token)
             transaction.value<std::string>("SELECT token FROM users WHERE token = $1", digest);
         // The index compares digests, which say nothing of how near a guessed token came; this is the last look.
         if (!stored || !equalInConstantTime(*stored, digest)) throw sentences::badToken();
-        return transaction.record(accountColumns, "FROM users WHERE token = $1", digest).value();
+        auto account = transaction.record(accountColumns, "FROM users WHERE token = $1", digest).value();
+        if (account.disabled) throw sentences::accountDisabled();
+        return account;
     });
 }
 

@@ -8,8 +8,9 @@ namespace tarnd {
 /// Who makes a request: what every operation takes first.
 struct Caller {
     std::int64_t userId = 0;
-    std::string user;       ///< UTF-8 name
-    std::string sessionKey; ///< the stored (hashed) form of the session id; not the id itself
+    std::string user;            ///< UTF-8 name
+    std::string sessionKey = {}; ///< the stored (hashed) form of the session id; not the id itself
+    bool hasQuota = false;
 };
 
 } // namespace tarnd

@@ -2,6 +2,7 @@
 
 #include "tarnd/store/ContentFolder.h"
 #include "tarnd/store/FileVersions.h"
+#include "tarnd/store/Quota.h"
 #include "tarnd/store/ReadContent.h"
 #include "tarnd/store/Tree.h"
 
@@ -12,9 +13,14 @@ namespace tarnd {
 std::unique_ptr<Upload> Catalog::put(const Caller& caller, const Location& location,
                                      const PutOptions& options, std::optional<std::uint64_t> expectedSize)
 {
-    engine.database.read(Tree::statementsFor(location), [&](Transaction& transaction) {
+    const auto statements = caller.hasQuota ? Database::Statements::several : Tree::statementsFor(location);
+    engine.database.read(statements, [&](Transaction& transaction) {
         Tree tree(transaction, caller);
-        slotForPut(tree, location, options.mode);
+        const auto slot = slotForPut(tree, location, options.mode);
+        const bool replaces = slot.existing && !options.createNewVersion;
+        requireQuotaFor(transaction, caller,
+                        static_cast<std::int64_t>(expectedSize.value_or(0)) -
+                            (replaces ? slot.existing->size : 0));
     });
     auto room = engine.contents.room().claim(expectedSize.value_or(0));
     return std::make_unique<Upload>(engine, caller, location, options, expectedSize, std::move(room));

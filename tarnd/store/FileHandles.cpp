@@ -112,8 +112,8 @@ void FileHandles::close(const Caller& caller, const std::string& handleId, Close
         // The handle ends in the transaction that makes its file visible: a crash leaves both or neither.
         enterContent(engine, empty, scope,
                      [&](Transaction& transaction, const StoredContent& content, auto& dropped) {
-                         return writeFile(transaction, slotOf(transaction, take(transaction)), content,
-                                          createNewVersion, engine.clock(), dropped);
+                         return writeFile(transaction, caller, slotOf(transaction, take(transaction)),
+                                          content, createNewVersion, engine.clock(), dropped);
                      });
     } catch (const ServiceError& error) {
         // The file cannot be made any more, however often it is tried. Any other failure may pass, and keeps

@@ -1,5 +1,6 @@
 #include "tarnd/store/FileVersions.h"
 
+#include "tarnd/store/Quota.h"
 #include "tarnd/store/Secrets.h"
 
 namespace tarnd {
@@ -67,25 +68,29 @@ Slot slotForPut(Tree& tree, const Location& location, CreateMode mode)
     return slot;
 }
 
-VersionStamp writeFile(Transaction& transaction, const Slot& slot, const StoredContent& content,
-                       bool createNewVersion, std::int64_t now, std::vector<std::string>& dropped)
+VersionStamp writeFile(Transaction& transaction, const Caller& caller, const Slot& slot,
+                       const StoredContent& content, bool createNewVersion, std::int64_t now,
+                       std::vector<std::string>& dropped)
 {
+    if (slot.existing && createNewVersion)
+        return addVersion(transaction, caller, *slot.existing, content, now);
+    countUse(transaction, caller, slot.owner, content.size - (slot.existing ? slot.existing->size : 0));
     if (!slot.existing) return insertFile(transaction, slot, content, now);
-    if (createNewVersion) return addVersion(transaction, slot.existing->id, content, now);
     replaceCurrent(transaction, *slot.existing, content, now, dropped);
     return slot.existing->version;
 }
 
-VersionStamp addVersion(Transaction& transaction, std::int64_t file, const StoredContent& content,
-                        std::int64_t now)
+VersionStamp addVersion(Transaction& transaction, const Caller& caller, const Node& file,
+                        const StoredContent& content, std::int64_t now)
 {
-    const auto last =
-        transaction.value<std::int64_t>("SELECT COALESCE(MAX(label), 0) FROM versions WHERE node = $1", file);
+    countUse(transaction, caller, file.owner, content.size);
+    const auto last = transaction.value<std::int64_t>(
+        "SELECT COALESCE(MAX(label), 0) FROM versions WHERE node = $1", file.id);
     const VersionStamp stamp{randomHex(versionIdBytes), last.value() + 1};
     transaction.run(R"(INSERT INTO versions (id, node, label, created, size, sha256, content)
                        VALUES ($1, $2, $3, $4, $5, $6, $7))",
-                    stamp.id, file, stamp.label, now, content.size, content.sha256, content.id);
-    setCurrent(transaction, file, stamp.id, now);
+                    stamp.id, file.id, stamp.label, now, content.size, content.sha256, content.id);
+    setCurrent(transaction, file.id, stamp.id, now);
     return stamp;
 }
 

@@ -22,13 +22,14 @@ struct StoredContent {
 Slot slotForPut(Tree& tree, const Location& location, CreateMode mode);
 
 /// Makes `content` the current one of the file at the slot, which is created if it is not there. Contents
-/// that nothing names any more are added to `dropped`, to be dropped after the commit.
-VersionStamp writeFile(Transaction& transaction, const Slot& slot, const StoredContent& content,
-                       bool createNewVersion, std::int64_t now, std::vector<std::string>& dropped);
+/// that nothing names any more are added to `dropped`, to be dropped after the commit. @throws as countUse
+VersionStamp writeFile(Transaction& transaction, const Caller& caller, const Slot& slot,
+                       const StoredContent& content, bool createNewVersion, std::int64_t now,
+                       std::vector<std::string>& dropped);
 
 /// Adds a version after all others and makes it current.
-VersionStamp addVersion(Transaction& transaction, std::int64_t file, const StoredContent& content,
-                        std::int64_t now);
+VersionStamp addVersion(Transaction& transaction, const Caller& caller, const Node& file,
+                        const StoredContent& content, std::int64_t now);
 
 /// Makes a version of the file current.
 void setCurrent(Transaction& transaction, std::int64_t file, const std::string& versionId, std::int64_t now);

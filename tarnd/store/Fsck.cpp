@@ -40,6 +40,11 @@ constexpr TreeRule treeRules[] = {
      R"(SELECT DISTINCT n.id, n.name FROM nodes n JOIN versions v ON v.node = n.id WHERE n.kind <> 1)"},
     {"has a root folder that is not one",
      R"(SELECT id, name FROM nodes WHERE parent IS NULL AND (kind <> 0 OR name <> ''))"},
+    {"is a user whose bytes are counted wrong",
+     R"(SELECT u.id, u.name FROM users u
+        LEFT JOIN (SELECT n.owner, SUM(v.size) AS bytes FROM versions v JOIN nodes n ON n.id = v.node
+                   GROUP BY n.owner) s ON s.owner = u.id
+        WHERE u.used <> COALESCE(s.bytes, 0))"},
     {"is a user without a root folder",
      R"(SELECT u.id, u.name FROM users u
         LEFT JOIN nodes n ON n.owner = u.id AND n.parent IS NULL

@@ -3,6 +3,7 @@
 #include "tarnd/store/ContentFolder.h"
 #include "tarnd/store/FileSystem.h"
 #include "tarnd/store/FileVersions.h"
+#include "tarnd/store/Quota.h"
 
 #include <fcntl.h>
 
@@ -48,6 +49,7 @@ void takeOut(Transaction& transaction, const LostVersion& lost, std::int64_t now
 {
     const auto file = nodeById(transaction, lost.file).value();
     transaction.run("DELETE FROM versions WHERE id = $1", lost.version.stamp.id);
+    countUse(transaction, file.owner, -lost.version.content.size);
     const auto left = versionsOf(transaction, lost.file);
     if (left.empty()) {
         entriesChanged(transaction, file.parent, now);

@@ -9,7 +9,7 @@ namespace tarnd {
 
 namespace {
 
-constexpr std::int64_t schemaVersion = 2;
+constexpr std::int64_t schemaVersion = 3;
 
 /// Times are milliseconds since 1970, UTC. Text is compared byte by byte.
 ///
@@ -17,7 +17,7 @@ constexpr std::int64_t schemaVersion = 2;
 /// changes that a watermark shows, versions.revision those of a content under one id. A content may stand in
 /// several versions of one file (a restored copy), never in two files. grants.subject is a name, because it may be
 /// granted to before the user exists. handles keep parent and name of the file as of the opening; node is 0 for a
-/// file still to be created.
+/// file still to be created. users.quota is in bytes, 0 for none; users.used what all versions of the user have.
 constexpr const char* tables[] = {
     R"(CREATE TABLE meta (
         name  {text} PRIMARY KEY,
@@ -27,7 +27,10 @@ constexpr const char* tables[] = {
         id      {id},
         name    {text} NOT NULL UNIQUE,
         token   {text} NOT NULL UNIQUE,
-        created BIGINT NOT NULL))",
+        created BIGINT NOT NULL,
+        disabled BIGINT NOT NULL DEFAULT 0,
+        quota   BIGINT NOT NULL DEFAULT 0,
+        used    BIGINT NOT NULL DEFAULT 0))",
 
     R"(CREATE TABLE sessions (
         id      {text} PRIMARY KEY,
@@ -91,11 +94,23 @@ void createTables(Transaction& transaction, const Dialect& dialect)
     transaction.run("INSERT INTO meta (name, value) VALUES ('schema', $1)", std::to_string(schemaVersion));
 }
 
-/// Statements that turn a schema of version 1 into one of version 2, and so on.
-constexpr const char* upgrades[] = {
-    "ALTER TABLE versions ADD COLUMN revision BIGINT NOT NULL DEFAULT 0",
+/// A statement on the way from the version before to this one.
+struct Upgrade {
+    std::int64_t version;
+    const char* statement;
 };
-static_assert(std::size(upgrades) + 1 == schemaVersion);
+
+constexpr Upgrade upgrades[] = {
+    {2, "ALTER TABLE versions ADD COLUMN revision BIGINT NOT NULL DEFAULT 0"},
+    {3, "ALTER TABLE users ADD COLUMN disabled BIGINT NOT NULL DEFAULT 0"},
+    {3, "ALTER TABLE users ADD COLUMN quota BIGINT NOT NULL DEFAULT 0"},
+    {3, "ALTER TABLE users ADD COLUMN used BIGINT NOT NULL DEFAULT 0"},
+    {3, R"(UPDATE users SET used = sums.bytes
+           FROM (SELECT n.owner, SUM(v.size) AS bytes FROM versions v JOIN nodes n ON n.id = v.node
+                 GROUP BY n.owner) AS sums
+           WHERE sums.owner = users.id)"},
+};
+static_assert(upgrades[std::size(upgrades) - 1].version == schemaVersion);
 
 std::int64_t versionOf(Transaction& transaction)
 {
@@ -106,8 +121,9 @@ std::int64_t versionOf(Transaction& transaction)
 
 void upgrade(Transaction& transaction)
 {
-    for (auto version = versionOf(transaction); version < schemaVersion; ++version)
-        transaction.run(upgrades[version - 1]);
+    const auto before = versionOf(transaction);
+    for (const auto& [version, statement] : upgrades)
+        if (version > before) transaction.run(statement);
     transaction.run("UPDATE meta SET value = $1 WHERE name = 'schema'", std::to_string(schemaVersion));
 }
 

@@ -15,6 +15,7 @@ inline constexpr Sentence badUserName {Kind::badRequest, "badUserName", "The use
 
 // Sessions and accounts.
 inline constexpr Sentence badToken     {Kind::loginRequired, "badToken", "The authentication token is not valid."};
+inline constexpr Sentence accountDisabled {Kind::notAllowed, "accountDisabled", "Your account is disabled; ask whoever runs the service."};
 inline constexpr Sentence sessionEnded {Kind::loginRequired, "sessionEnded", "Your session has ended. Log in again."};
 inline constexpr Sentence unknownUser  {Kind::badRequest, "unknownUser", "There is no user named \"{}\"."};
 inline constexpr Sentence userExists   {Kind::conflict, "userExists", "The user \"{}\" already exists."};
@@ -38,12 +39,18 @@ inline constexpr Sentence intoItself     {Kind::conflict, "intoItself", "A folde
 inline constexpr Sentence sizeDiffers {Kind::badRequest, "sizeDiffers", "The upload does not have the announced length."};
 inline constexpr Sentence storageFull {Kind::insufficientStorage, "storageFull", "The service has no room left to store this."};
 
+inline constexpr Sentence quotaExceeded {Kind::insufficientStorage, "quotaExceeded", "You may store {}, and this would be more. Delete files or old versions, or ask for more."};
+
 // Handles, grants, links, versions.
 inline constexpr Sentence unknownHandle     {Kind::badRequest, "unknownHandle", "The session has no open file handle with this id."};
 inline constexpr Sentence unknownPermission {Kind::badRequest, "unknownPermission", "There is no permission with this id."};
 inline constexpr Sentence unknownVersion    {Kind::badRequest, "unknownVersion", "The file has no such version."};
 inline constexpr Sentence grantToOwner      {Kind::badRequest, "grantToOwner", "The item already belongs to this user."};
 inline constexpr Sentence handleWithoutFile {Kind::conflict, "handleWithoutFile", "The file of this handle, or its folder, is no longer there."};
+
+// Administration.
+inline constexpr Sentence unknownSession {Kind::badRequest, "unknownSession", "There is no session \"{}\"; tarnd session list shows those there are."};
+inline constexpr Sentence unknownLink    {Kind::badRequest, "unknownLink", "There is no link \"{}\"; tarnd link list shows those there are."};
 
 // Starting.
 inline constexpr Sentence badDataDir          {Kind::conflict, "badDataDir", "The data directory {} cannot be used: {}"};

@@ -28,7 +28,8 @@ std::string Sessions::login(const std::string& token)
         // Rotated or removed meanwhile: then the token is no longer anybody's.
         const auto inserted = transaction.value<std::int64_t>(
             R"(INSERT INTO sessions (id, account, used)
-               SELECT $1, id, $2 FROM users WHERE id = $3 AND token = $4 RETURNING account)",
+               SELECT $1, id, $2 FROM users WHERE id = $3 AND token = $4 AND disabled = 0
+               RETURNING account)",
             sha256Hex(id), now, account.id, sha256Hex(token));
         if (!inserted) throw sentences::badToken();
         transaction.run(
@@ -44,12 +45,13 @@ Caller Sessions::touch(const std::string& sessionId)
     const auto key = sha256Hex(sessionId);
     const auto now = engine.clock();
     const auto found = engine.database.lookUp([&](Transaction& transaction) {
-        return transaction.row<std::int64_t, std::string, std::int64_t>(
-            "SELECT u.id, u.name, s.used FROM sessions s JOIN users u ON u.id = s.account WHERE s.id = $1",
+        return transaction.row<std::int64_t, std::string, std::int64_t, std::int64_t>(
+            "SELECT u.id, u.name, s.used, u.quota FROM sessions s JOIN users u ON u.id = s.account WHERE "
+            "s.id = $1",
             key);
     });
     if (!found || std::get<2>(*found) < now - life()) throw sentences::sessionEnded();
-    Caller caller{std::get<0>(*found), std::get<1>(*found), key};
+    Caller caller{std::get<0>(*found), std::get<1>(*found), key, std::get<3>(*found) > 0};
     if (std::get<2>(*found) <= now - touchInterval) renewSession(engine, caller);
     return caller;
 }
@@ -58,6 +60,35 @@ void Sessions::logout(const Caller& caller)
 {
     engine.database.writeAlsoWhenFull(WriteScope{caller.userId}, [&](Transaction& transaction) {
         transaction.run("DELETE FROM sessions WHERE id = $1", caller.sessionKey);
+    });
+}
+
+std::vector<Sessions::Session> Sessions::list()
+{
+    constexpr auto shown = columns(column("SUBSTR(s.id, 1, 12)", &Session::id),
+                                   column("u.name", &Session::user), column("s.used", &Session::used));
+    return engine.database.read([&](Transaction& transaction) {
+        return transaction.records(shown, R"(FROM sessions s JOIN users u ON u.id = s.account
+            WHERE s.used >= $1 ORDER BY u.name, s.used DESC)",
+                                   engine.clock() - life());
+    });
+}
+
+void Sessions::end(const std::string& id)
+{
+    engine.database.writeAlsoWhenFull([&](Transaction& transaction) {
+        if (!transaction.value<std::string>("DELETE FROM sessions WHERE SUBSTR(id, 1, 12) = $1 RETURNING id",
+                                            id))
+            throw sentences::unknownSession(id);
+    });
+}
+
+void Sessions::endAllOf(const std::string& user)
+{
+    engine.database.writeAlsoWhenFull([&](Transaction& transaction) {
+        const auto account = transaction.value<std::int64_t>("SELECT id FROM users WHERE name = $1", user);
+        if (!account) throw sentences::unknownUser(user);
+        transaction.run("DELETE FROM sessions WHERE account = $1", *account);
     });
 }
 

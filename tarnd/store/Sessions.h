@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
 namespace tarnd {
 
@@ -31,6 +32,21 @@ public:
 
     /// Ends the session; its open handles are aborted with it.
     void logout(const Caller& caller);
+
+    struct Session {
+        std::string id; ///< names it and opens nothing
+        std::string user;
+        std::int64_t used = 0; ///< milliseconds since 1970, UTC; up to a minute late
+    };
+
+    /// All that are alive, by user and last use.
+    std::vector<Session> list();
+
+    /// Ends it, as its user could. @throws ServiceError badRequest
+    void end(const std::string& id);
+
+    /// Ends all of a user. @throws ServiceError badRequest
+    void endAllOf(const std::string& user);
 
     /// How many are alive.
     std::int64_t count();

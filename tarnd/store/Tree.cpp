@@ -219,6 +219,10 @@ std::vector<std::string> removeTree(Transaction& transaction, std::int64_t node)
     for (auto& [content] : transaction.rows<std::string>(
              below + "SELECT DISTINCT v.content FROM versions v JOIN below b ON v.node = b.id", node))
         contents.push_back(std::move(content));
+    transaction.run("UPDATE users SET used = used - COALESCE((" + below +
+                        "SELECT SUM(v.size) FROM versions v JOIN below b ON v.node = b.id), 0) "
+                        "WHERE id = (SELECT owner FROM nodes WHERE id = $1)",
+                    node);
     transaction.run("DELETE FROM nodes WHERE id IN (" + below + "SELECT id FROM below)", node);
     return contents;
 }

@@ -44,7 +44,7 @@ VersionStamp Upload::commit()
                             requireSession(transaction, caller);
                             Tree tree(transaction, caller);
                             const auto slot = slotForPut(tree, location, options.mode);
-                            return writeFile(transaction, slot, content, options.createNewVersion,
+                            return writeFile(transaction, caller, slot, content, options.createNewVersion,
                                              engine.clock(), dropped);
                         });
 }

@@ -24,7 +24,7 @@ VersionStamp Versions::restore(const Caller& caller, const Location& location, c
         // Nothing chosen means the current version everywhere else; restoring that would silently do nothing.
         if (version.isCurrent()) throw sentences::unknownVersion();
         const auto old = chosenVersion(transaction, file, version);
-        if (createNewVersion) return addVersion(transaction, file.id, old.content, engine.clock());
+        if (createNewVersion) return addVersion(transaction, caller, file, old.content, engine.clock());
         if (old.stamp.id != file.version.id) setCurrent(transaction, file.id, old.stamp.id, engine.clock());
         return old.stamp;
     });

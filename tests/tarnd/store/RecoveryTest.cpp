@@ -20,17 +20,20 @@ protected:
     }
 };
 
-/// Takes the schema back to what it was before the latest column.
+/// Takes the schema back to what it was in the beginning.
 TEST_F(RecoveryTest, AStoreOfAnEarlierVersionIsBroughtUpToDate)
 {
     put(alice, at("/f"), "old");
     store.reset();
     Database(place.dialect()).write([](Transaction& sql) {
-        sql.run("ALTER TABLE versions DROP COLUMN revision");
+        for (const auto* column : {"versions DROP COLUMN revision", "users DROP COLUMN disabled",
+                                   "users DROP COLUMN quota", "users DROP COLUMN used"})
+            sql.run(std::string("ALTER TABLE ") + column);
         sql.run("UPDATE meta SET value = '1' WHERE name = 'schema'");
     });
     open();
     EXPECT_EQ(get(alice, at("/f")), "old");
+    EXPECT_EQ(problems(), "");
     const auto id = put(alice, at("/f"), "new").id;
     EXPECT_EQ(store->catalog().read(alice, at("/f")).tag, id + "-1");
 }
