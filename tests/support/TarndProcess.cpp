@@ -280,6 +280,12 @@ CommandResult TarndProcess::run(std::vector<std::string> arguments) const
     return runCommand(commandLine(std::move(arguments)));
 }
 
+CommandResult TarndProcess::runBare(std::vector<std::string> arguments)
+{
+    arguments.insert(arguments.begin(), tarnd());
+    return runCommand(arguments);
+}
+
 int TarndProcess::terminate()
 {
     requestTermination();

@@ -67,6 +67,9 @@ public:
     /// Runs `tarnd ARGUMENTS… --data DIR` (and `--database`) to its end.
     CommandResult run(std::vector<std::string> arguments) const;
 
+    /// The same without them.
+    static CommandResult runBare(std::vector<std::string> arguments);
+
     /// SIGTERM, then waits for the end; returns the exit code (128 + signal when a signal ended it).
     int terminate();
 

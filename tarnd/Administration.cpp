@@ -1,0 +1,124 @@
+#include "tarnd/Administration.h"
+
+#include "tarnd/ServeFlags.h"
+#include "tarnd/store/Size.h"
+
+#include <Poco/DateTimeFormat.h>
+#include <Poco/DateTimeFormatter.h>
+
+#include <cstdio>
+
+namespace tarnd {
+
+namespace {
+
+/// The token alone goes to standard output, so that a script can take it as it is.
+void printToken(const std::string& token)
+{
+    std::printf("%s\n", token.c_str());
+}
+
+std::string timeText(std::int64_t milliseconds)
+{
+    return Poco::DateTimeFormatter::format(Poco::Timestamp(milliseconds * 1000),
+                                           Poco::DateTimeFormat::ISO8601_FORMAT);
+}
+
+void printAccount(const Account& account)
+{
+    const auto quota = account.quota > 0 ? sizeText(static_cast<std::uint64_t>(account.quota)) : "any";
+    std::printf("%-24s %15jd bytes of %-12s since %s%s\n", account.name.c_str(), std::intmax_t{account.used},
+                quota.c_str(), timeText(account.created).c_str(), account.disabled ? ", disabled" : "");
+}
+
+} // namespace
+
+Administration::Administration(CLI::App& app)
+{
+    addUser(app);
+    addSession(app);
+    addLink(app);
+}
+
+CLI::App* Administration::add(CLI::App* group, const std::string& command, const std::string& help,
+                              Action action)
+{
+    auto* added = group->add_subcommand(command, help);
+    addStoreOptions(*added, store);
+    commands.emplace_back(added, std::move(action));
+    return added;
+}
+
+void Administration::addUser(CLI::App& app)
+{
+    auto* group = app.add_subcommand("user", "Manage who may log in; works beside a running service");
+    group->require_subcommand(1);
+    const auto named = [&](const char* command, const char* help, auto action) {
+        auto* added = add(group, command, help, [action](Store& opened) { action(opened.accounts()); });
+        added->add_option("NAME", name, "The user's name")->required();
+        return added;
+    };
+    named("add", "Add a user and print the new token", [this](Accounts& all) { printToken(all.add(name)); });
+    add(group, "list", "Print the names of all users", [this](Store& opened) {
+        for (const auto& account : opened.accounts().list())
+            longList ? printAccount(account) : printToken(account.name);
+    })->add_flag("-l,--long", longList, "Also what they store, what they may, and since when they are there");
+    named("rotate", "Replace a user's token and print the new one",
+          [this](Accounts& all) { printToken(all.rotate(name)); });
+    named("disable", "End the user's sessions, and allow no login and no public link until enabled",
+          [this](Accounts& all) { all.setDisabled(name, true); });
+    named("enable", "Allow the user everything again",
+          [this](Accounts& all) { all.setDisabled(name, false); });
+    named("quota", "Limit what all versions of the user's files take together",
+          [this](Accounts& all) { all.setQuota(name, static_cast<std::int64_t>(bytes)); })
+        ->add_option("SIZE", bytes, "Such as 5G; 0 for no limit")
+        ->required()
+        ->transform(asSize());
+    named("remove", "Remove a user", [this](Accounts& all) {
+        all.remove(name, force);
+    })->add_flag("--force", force, "Delete the user's files and folders too");
+}
+
+void Administration::addSession(CLI::App& app)
+{
+    auto* group = app.add_subcommand("session", "See and end logins; works beside a running service");
+    group->require_subcommand(1);
+    add(group, "list", "Print id, user and last use of all sessions", [](Store& opened) {
+        for (const auto& session : opened.sessions().list())
+            std::printf("%s %-24s %s\n", session.id.c_str(), session.user.c_str(),
+                        timeText(session.used).c_str());
+    });
+    auto* end = add(group, "end", "End a session, or all of a user", [this](Store& opened) {
+        user.empty() ? opened.sessions().end(name) : opened.sessions().endAllOf(user);
+    });
+    auto* which = end->add_option_group("Which");
+    which->require_option(1);
+    which->add_option("ID", name, "As tarnd session list shows it");
+    which->add_option("--user", user, "All of this user")->type_name("NAME");
+}
+
+void Administration::addLink(CLI::App& app)
+{
+    auto* group = app.add_subcommand("link", "See and revoke public links; works beside a running service");
+    group->require_subcommand(1);
+    add(group, "list", "Print id, user and path of all public links", [](Store& opened) {
+        for (const auto& link : opened.links().list())
+            std::printf("%s %s:%s\n", link.id.c_str(), link.user.c_str(), link.path.c_str());
+    });
+    add(group, "revoke", "End a link", [this](Store& opened) { opened.links().revoke(name); })
+        ->add_option("ID", name, "As tarnd link list shows it")
+        ->required();
+}
+
+bool Administration::run()
+{
+    for (const auto& [command, action] : commands)
+        if (*command) {
+            Store opened(store, Purpose::administer);
+            action(opened);
+            return true;
+        }
+    return false;
+}
+
+} // namespace tarnd
