@@ -1,0 +1,123 @@
+// The easy face against the real rules: one day of two people, in both forms, and what goes wrong.
+#include "tarn/protocol/TarnError.h"
+#include "tarnhost/TarnAsync.h"
+#include "tarnhost/TarnHost.h"
+#include "tarnhost/TransportError.h"
+#include "tarntesting/TestService.h"
+
+#include <gmock/gmock.h>
+
+#include <filesystem>
+#include <fstream>
+#include <set>
+
+namespace connector::host {
+namespace {
+
+namespace fs = std::filesystem;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::SizeIs;
+
+class TarnTest : public testing::Test {
+protected:
+    TarnTest() { fs::create_directory(folder); }
+
+    ~TarnTest() override { fs::remove_all(folder); }
+
+    static std::string contentOf(const fs::path& file)
+    {
+        std::ifstream in(file, std::ios::binary);
+        return {std::istreambuf_iterator<char>(in), {}};
+    }
+
+    template <class Step>
+    static tarn::ErrorKind kindOf(Step step)
+    {
+        try {
+            step();
+        } catch (const tarn::TarnError& error) {
+            return error.kind();
+        }
+        throw std::logic_error("nothing was refused");
+    }
+
+    tarntesting::TestService service;
+    const std::string token = service.addUser("älice");
+    const fs::path folder = fs::temp_directory_path() / ("tarn-easy-" + std::to_string(::getpid()));
+    Tarn alice{service.url(), {"älice", token}};
+};
+
+TEST_F(TarnTest, DoesADaysWorkOfTwoPeople)
+{
+    Tarn bob(service.url(), {"bob", service.addUser("bob")});
+    alice.ping();
+    alice.makeFolder("/phötos");
+    EXPECT_EQ(alice.write("/phötos/a", "first", IfThere::fail).label, 1);
+    EXPECT_EQ(kindOf([&] { alice.write("/phötos/a", "other", IfThere::fail); }), tarn::ErrorKind::conflict);
+    EXPECT_EQ(alice.write("/phötos/a", "second", IfThere::keep).label, 2);
+    std::set<std::string> contents;
+    for (const auto& version : alice.versions("/phötos/a"))
+        contents.insert(alice.read("/phötos/a", version.id));
+    EXPECT_THAT(contents, ElementsAre("first", "second"));
+    EXPECT_EQ(alice.restore("/phötos/a", 1, true).label, 3);
+    alice.move("/phötos/a", "/phötos/b?#");
+    EXPECT_EQ(kindOf([&] { alice.read("/phötos/a"); }), tarn::ErrorKind::notFound);
+    alice.makeFolder("/phötos/inner");
+    const auto entries = alice.list("/phötos");
+    ASSERT_THAT(entries, SizeIs(2));
+    EXPECT_TRUE(entries[0].name == "inner" && entries[0].isFolder);
+    EXPECT_TRUE(entries[1].name == "b?#" && entries[1].size == 5 && entries[1].isWritable);
+    EXPECT_LT(std::abs(std::time(nullptr) - entries[1].modified / 1000), 60);
+    EXPECT_TRUE(alice.stat("/phötos").isFolder);
+
+    const auto id = alice.grant("/phötos", "bob");
+    EXPECT_THAT(alice.grant("/phötos", "nobody yet", true), testing::Not(IsEmpty()));
+    EXPECT_THAT(alice.grants(), SizeIs(2));
+    ASSERT_THAT(bob.shared(), SizeIs(1));
+    EXPECT_EQ(bob.shared()[0].place.owner, "älice");
+    EXPECT_THAT(bob.list(bob.shared()[0].place), SizeIs(2));
+    EXPECT_EQ(kindOf([&] { bob.makeFolder({"/phötos/mine", "älice"}); }), tarn::ErrorKind::notAllowed);
+    alice.revoke(id);
+    EXPECT_THAT(bob.shared(), IsEmpty());
+    EXPECT_EQ(alice.link("/phötos").rfind(service.url(), 0), 0u);
+    EXPECT_EQ(kindOf([&] { alice.removeFolder("/phötos"); }), tarn::ErrorKind::conflict);
+    alice.removeFolder("/phötos", true);
+    EXPECT_THAT(alice.list("/"), IsEmpty());
+    alice.logOut();
+    EXPECT_EQ(kindOf([&] { alice.ping(); }), tarn::ErrorKind::notLoggedIn);
+    alice.logIn({"älice", token});
+    alice.ping();
+}
+
+TEST_F(TarnTest, MovesFilesOfThisMachineWholeOrNotAtAll)
+{
+    const auto local = folder / "local", copy = folder / "copy";
+    std::ofstream(local) << std::string(3'000'000, 'x');
+    EXPECT_EQ(alice.put("/f", local).label, 1);
+    alice.get("/f", copy);
+    EXPECT_EQ(contentOf(copy), contentOf(local));
+    EXPECT_EQ(alice.async().put("/f", local, IfThere::keep).get().label, 2);
+
+    service.script("readFile #1 cut 1000000");
+    EXPECT_THROW(alice.get("/f", copy), TransportError);
+    EXPECT_EQ(contentOf(copy), contentOf(local));
+    EXPECT_EQ(std::distance(fs::directory_iterator(folder), fs::directory_iterator()), 2);
+    EXPECT_THROW(alice.put("/g", folder / "missing"), std::system_error);
+    EXPECT_THROW(alice.get("/f", folder / "no" / "copy"), std::system_error);
+    EXPECT_THROW(alice.write("/\xff", "x"), std::invalid_argument);
+
+    service.script("any always wait 10s");
+    auto pending = alice.async().list("/");
+    alice = Tarn(std::make_shared<TarnHost>(TarnHost::Options{.endpoint = service.url()}));
+    EXPECT_THROW(pending.get(), TransportError);
+}
+
+TEST_F(TarnTest, RefusesWrongTokensAndEndpoints)
+{
+    EXPECT_EQ(kindOf([&] { Tarn(service.url(), {"älice", "wrong"}); }), tarn::ErrorKind::notLoggedIn);
+    EXPECT_THROW(Tarn("files.example.org", {"älice", token}), std::invalid_argument);
+}
+
+} // namespace
+} // namespace connector::host
