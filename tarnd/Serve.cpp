@@ -138,6 +138,7 @@ void serve(const ServeOptions& options)
         RequestLog(options.log.value_or(options.verbose ? LogFormat::text : LogFormat::off), options.logFile),
         AuditLog(options.auditLogFile),
         options.metrics};
+    site.rate.setLimit(options.requestRate);
     const auto faults = faultScriptOf(options);
     site.faults.set(faults);
     serverOptions.listenSocket = socket.release();

@@ -26,6 +26,7 @@ struct ServeOptions {
     NumbersFor metrics = NumbersFor::loopback;
     std::string faultScriptFile; ///< what is to go wrong, for tests of programs; empty: nothing
     std::chrono::seconds idleTimeout{60};
+    unsigned requestRate = 0; ///< requests that an address may make in a second; 0: any number
     std::uint64_t maxFileSize = std::numeric_limits<std::int64_t>::max(); ///< bytes of one upload
 };
 

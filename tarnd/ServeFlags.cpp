@@ -124,6 +124,12 @@ void addServeOptions(CLI::App& command, ServeOptions& options)
         ->type_name("SECONDS")
         ->default_str("60");
     command
+        .add_option("--request-rate", options.requestRate,
+                    "Requests a second from one address; 0: any number")
+        ->check(isFrom(0, 1'000'000))
+        ->type_name("N")
+        ->default_str("0");
+    command
         .add_option("--readers", options.store.readers,
                     "Requests that read the database at a time, and over PostgreSQL those that write to it")
         ->check(isFrom(1, 256))

@@ -67,6 +67,9 @@ void Exchange::route(RequestHead head)
     taken = &routeOf(*request);
     if (scripted && scripted->kind == Fault::Kind::refuse) throw sentences::toldToRefuse();
     call.emplace(Call{site.store, site.publicUrl, *request, tailOf(*taken, *request), {}, site.metrics, {}});
+    // Whoever watches must see most when others ask too much.
+    const bool watches = taken->access == Access::monitor || taken->access == Access::numbers;
+    if (!watches && !site.rate.admit(client.address)) throw sentences::tooManyRequests();
     if (taken->access == Access::numbers) requireWatcher();
     if (taken->access == Access::token) site.failedLogins.check(client.address);
     if (taken->access == Access::session)

@@ -6,6 +6,7 @@
 #include "tarnd/http/Metrics.h"
 #include "tarnd/http/Reply.h"
 #include "tarnd/http/RequestLog.h"
+#include "tarnd/http/RequestRate.h"
 #include "tarnd/http/Routes.h"
 #include "tarnd/store/Secrets.h"
 
@@ -34,6 +35,7 @@ struct Site {
     NumbersFor numbersFor;
     Metrics metrics = {};
     FailedLogins failedLogins = {};
+    RequestRate rate = {};
     const std::string requestIds = randomHex(4); ///< what the ids of requests begin with
     std::atomic<std::uint32_t> requests = 0;     ///< so far
     Faults faults = {};                          ///< what goes wrong on purpose

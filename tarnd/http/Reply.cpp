@@ -53,6 +53,8 @@ unsigned statusOf(ServiceError::Kind kind)
         return 413;
     case Kind::rangeOutside:
         return 416;
+    case Kind::tooMany:
+        return 429;
     case Kind::insufficientStorage:
         return 507;
     case Kind::internal:
@@ -68,7 +70,9 @@ Reply errorReply(const ServiceError& error)
     XmlWriter document("Error");
     document.text("code", error.what());
     document.text("reason", error.reason());
-    return xml(statusOf(error.kind()), document);
+    auto reply = xml(statusOf(error.kind()), document);
+    if (error.kind() == ServiceError::Kind::tooMany) reply.headers.emplace_back("Retry-After", "1");
+    return reply;
 }
 
 } // namespace tarnd

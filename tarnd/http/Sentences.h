@@ -28,6 +28,8 @@ inline constexpr Sentence tooManyFailedLogins     {Kind::notAllowed, "tooManyFai
 inline constexpr Sentence numbersAreLocal        {Kind::notAllowed, "numbersAreLocal", "The numbers are told to programs on the machine of the service only."};
 inline constexpr Sentence toldToRefuse            {Kind::badRequest, "toldToRefuse", "The service was told to refuse this request."};
 
+inline constexpr Sentence tooManyRequests         {Kind::tooMany, "tooManyRequests", "Too many requests come from your address. Try again in a second."};
+
 // Target and parameters.
 inline constexpr Sentence badTarget         {Kind::badRequest, "badTarget", "The address of the request holds characters that must be percent-encoded."};
 inline constexpr Sentence badEncoding       {Kind::badRequest, "badEncoding", "The address of the request is not valid percent-encoded UTF-8."};

@@ -112,5 +112,34 @@ TEST_F(Flood, OfWrongTokensIsHeldBack)
     EXPECT_NE(logIn(aliceToken), "");
 }
 
+/// Whoever asks too much is told when to come back, and nobody else notices.
+TEST(RequestRate, HoldsForEachAddress)
+{
+    TarndProcess service({"--request-rate", "5"});
+    service.start();
+    const auto ask = [&](const std::string& target, const std::string& from) {
+        Wire wire(service.port(), from);
+        wire.send(requestText("GET", target));
+        return wire.receive().value_or(WireReply{});
+    };
+    std::map<int, int> count;
+    WireReply last;
+    const auto begun = std::chrono::steady_clock::now();
+    for (int i = 0; i < 50; ++i)
+        ++count[(last = ask("/service/v1/ping", "127.0.0.2")).status];
+    const auto seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - begun).count();
+    EXPECT_GE(count[401], 5);
+    EXPECT_LE(count[401], 6 + 5 * seconds);
+    EXPECT_EQ(count[401] + count[429], 50);
+    EXPECT_TRUE(last.status != 429 || last.headers["retry-after"] == "1");
+    EXPECT_EQ(ask("/service/v1/ping", "127.0.0.3").status, 401);
+    EXPECT_EQ(ask("/health/live", "127.0.0.2").status, 200);
+    for (int i = 0; i < 100 && last.status == 429; ++i) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        last = ask("/service/v1/ping", "127.0.0.2");
+    }
+    EXPECT_EQ(last.status, 401) << "a second later";
+}
+
 } // namespace
 } // namespace tarnd::test
