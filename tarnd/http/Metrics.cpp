@@ -114,7 +114,8 @@ std::string Metrics::text(const Store::Numbers& storage) const
                            count);
     out.family("tarnd_request_duration_seconds", "histogram", "From the head to the end of the reply.");
     for (std::size_t i = 0; i < routes.size(); ++i)
-        out.histogram(labelsOf(i), routes[i].durations.counts());
+        if (const auto counts = routes[i].durations.counts(); counts.seconds > 0) // few routes are ever used
+            out.histogram(labelsOf(i), counts);
     out.single("tarnd_received_bytes_total", "counter", "Bytes of bodies that came in.", received.load());
     out.single("tarnd_sent_bytes_total", "counter", "Bytes of bodies that went out.", sent.load());
     out.single("tarnd_connections", "gauge", "Open connections.", connections.load());
