@@ -85,7 +85,7 @@ void HttpClient::Exchanges::stop()
 
 Future<Reply> HttpClient::Exchanges::exchange(const http::HttpClientRequest& request)
 {
-    auto transfer = std::make_unique<detail::HttpTransfer>(request, options, counters);
+    auto transfer = std::make_unique<detail::HttpTransfer>(request, options, counters, threads);
     auto reply = transfer->getFuture();
     if (transfer->isStreamed()) {
         stream(request.body, std::move(transfer));
@@ -187,7 +187,7 @@ void HttpClient::Exchanges::submit(Transfer transfer)
 void HttpClient::Exchanges::failLater(Transfer transfer, std::exception_ptr error)
 {
     transfer->fail(std::move(error));
-    threads->post([failed = std::move(transfer)] { failed->settle(); });
+    detail::HttpTransfer::settleLater(std::move(transfer), *threads);
 }
 
 HttpClient::HttpClient(std::shared_ptr<DeliveryThreads> deliveryThreads, HttpOptions options)

@@ -1,15 +1,19 @@
 #pragma once
 
-#include "tarnhost/RetryPolicy.h"
+#include "tarn/foundation/RetryPolicy.h"
 
 #include <chrono>
 #include <cstdint>
 #include <functional>
 #include <limits>
+#include <memory>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace connector::host {
+
+class RequestObserver;
 
 /// A complete reply, as HttpOptions::replyCheck sees it.
 struct ReceivedReply {
@@ -54,6 +58,8 @@ struct HttpOptions {
     std::function<std::string(const ReceivedReply&)> replyCheck = {};
     /// For requests that do not say themselves how often they are tried again. Each try has its own time limits.
     RetryPolicy retries = {};
+    /// Hear of every request. None of them null.
+    std::vector<std::shared_ptr<RequestObserver>> observers = {};
 };
 
 } // namespace connector::host

@@ -2,6 +2,7 @@
 
 #include "tarn/accesscontrol/AccessControl.h"
 #include "tarn/fileaccess/FileAccess.h"
+#include "tarn/foundation/CallOptions.h"
 #include "tarn/foundation/platform/Connector.h"
 #include "tarn/foundation/platform/ServiceProvider.h"
 #include "tarn/session/TarnSession.h"

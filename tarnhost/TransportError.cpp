@@ -18,6 +18,10 @@ std::string sentence(TransportPhase phase, const std::string& peer, const std::s
         return "Could not use the reply of " + peer + ": " + reason;
     case TransportPhase::shutdown:
         return reason; // wherever a request was when its host went, it fails with the same sentence
+    case TransportPhase::deadline:
+        return "The exchange with " + peer + " passed its deadline while " + reason + ".";
+    case TransportPhase::stopped:
+        return "The exchange with " + peer + " was stopped while " + reason + ".";
     case TransportPhase::exchange:
         break;
     }

@@ -15,12 +15,15 @@ enum class TransportPhase {
     exchange, ///< broken while sending or receiving: whether the service acted on the request is unknown
     reply,    ///< a complete reply came, which HttpOptions::replyCheck refused
     shutdown, ///< the host was shut down: before anything was sent, or as `exchange`
+    deadline, ///< that of the call has passed: before anything was sent, or as `exchange`
+    stopped,  ///< by the caller: before anything was sent, or as `exchange`
 };
 
 /// An HTTP request that got no complete reply.
 ///
-/// what() reads like "Could not connect to 127.0.0.1:7070: Connection refused"; for phase shutdown it is always
-/// "The host has been shut down.".
+/// what() reads like "Could not connect to 127.0.0.1:7070: Connection refused", or like "The exchange with
+/// 127.0.0.1:7070 passed its deadline while waiting for the reply."; for phase shutdown it is always "The host has been
+/// shut down.".
 class TARN_API TransportError : public std::runtime_error {
 public:
     /// @param url   without query, fragment and user information: it may be shown and logged
@@ -33,7 +36,7 @@ public:
 
     const std::string& url() const { return failedUrl; }
 
-    /// What the network layer said, without the peer.
+    /// What the network layer said, without the peer; of a deadline and a stop, what the exchange was doing.
     const std::string& reason() const { return failedReason; }
 
     /// The request changes something and some of it was sent: the service may have carried it out, although no

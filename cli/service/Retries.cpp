@@ -1,6 +1,6 @@
 #include "cli/service/Retries.h"
 
-#include "tarnhost/RetryPolicy.h"
+#include "tarn/foundation/RetryPolicy.h"
 
 namespace tarncli {
 
@@ -8,8 +8,8 @@ std::optional<std::chrono::milliseconds> Retries::next()
 {
     if (left == 0) return {};
     --left;
-    const auto chosen = connector::host::RetryPolicy::scattered(pause);
-    pause = connector::host::RetryPolicy().following(pause);
+    const auto chosen = connector::RetryPolicy::scattered(pause);
+    pause = connector::RetryPolicy().following(pause);
     return chosen;
 }
 

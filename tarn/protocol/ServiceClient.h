@@ -1,5 +1,7 @@
 #pragma once
 
+#include "tarn/foundation/CallOptions.h"
+#include "tarn/foundation/Composition.h"
 #include "tarn/foundation/platform/Connector.h"
 #include "tarn/protocol/ErrorText.h"
 #include "tarn/protocol/ReplyTo.h"
@@ -11,6 +13,14 @@
 #include <utility>
 
 namespace connector::tarn {
+
+/// The future that the caller gets: settled by the executor of the call, where there is one.
+template <class T>
+Future<T> settledAs(const SharedCallOptions& options, Future<T>&& future)
+{
+    if (!options || !options->executor) return std::move(future);
+    return std::move(future) | via(options->executor);
+}
 
 /// The course that every operation of a service client takes: check, complete with the session's data, send.
 ///
@@ -43,8 +53,8 @@ public:
     /// what the caller put there, and sends the request.
     ///
     /// @param buckets  the members of the request that hold a bucket, in the order they are filled
-    /// @return a future resolved on the host's delivery thread; already failed with "Null request, session, or
-    ///         context" when something is missing, and the request then stays with the caller
+    /// @return a future resolved on the host's delivery thread, or by the executor of the call; already failed with
+    ///         "Null request, session, or context" when something is missing, and the request then stays with the caller
     template <class Request, class... Buckets>
     ReplyTo<Request> send(std::unique_ptr<Request>&& request, Buckets... buckets) const
     {
@@ -57,7 +67,9 @@ public:
         request->sessionId = session->getSessionId();
         request->clientString = session->getClientString();
         request->clientType = session->getClientType();
-        return context->template handle<Response, Request>(std::move(request), Address(target));
+        const auto options = optionsOf(*request);
+        auto reply = context->template handle<Response, Request>(std::move(request), Address(target));
+        return settledAs(options, std::move(reply));
     }
 
 private:

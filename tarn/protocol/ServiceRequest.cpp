@@ -30,7 +30,7 @@ ServiceRequest::ServiceRequest(std::string methodWord, const std::string& urlTex
 void ServiceRequest::addIdentity(const TarnBaseRequest& request, const std::u16string& bucket)
 {
     addSessionQueryParameters(uri, request.clientString, request.clientType, bucket);
-    retries = request.retries;
+    options = optionsOf(request);
 }
 
 void ServiceRequest::addText(const std::string& name, const std::u16string& value)

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "tarn/foundation/CallOptions.h"
 #include "tarn/foundation/platform/HttpStreamedRequest.h"
 #include "tarn/protocol/SessionQuery.h"
 
@@ -7,7 +8,6 @@
 
 #include <cstdint>
 #include <memory>
-#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -22,7 +22,7 @@ public:
     /// @throws Poco::SyntaxException when the text is not a URL
     ServiceRequest(std::string methodWord, const std::string& urlText);
 
-    /// Appends the parameters of addSessionQueryParameters, and takes over how often to try again.
+    /// Appends the parameters of addSessionQueryParameters, and takes over the options of the call.
     void addIdentity(const TarnBaseRequest& request, const std::u16string& bucket = {});
 
     void addText(const std::string& name, const std::string& value) { uri.addQueryParameter(name, value); }
@@ -49,7 +49,7 @@ private:
     {
         auto request = std::make_unique<Http>(uri.toString(), method, body);
         request->headers.insert(headers.begin(), headers.end());
-        request->retries = retries;
+        request->options = options;
         return request;
     }
 
@@ -57,7 +57,7 @@ private:
     Poco::URI uri;
     std::vector<std::pair<std::string, std::string>> headers;
     http::BodyPublisher body;
-    std::optional<unsigned> retries;
+    SharedCallOptions options;
 };
 
 /// A request without body, with the session's parameters (never "bucket") and header.

@@ -2,13 +2,11 @@
 
 #include "tarn/foundation/Export.h"
 
-#include <optional>
 #include <string>
 
 namespace connector::tarn {
 
-/// What every request tells about the calling program, which the clients fill in, overwriting what a caller puts
-/// there; and how it is to be sent, which is the caller's.
+/// What every request tells about the calling program. The clients fill it in, overwriting what a caller puts there.
 struct TARN_API TarnBaseRequest {
     TarnBaseRequest() = default;
     TarnBaseRequest(TarnBaseRequest&&) = default;
@@ -19,10 +17,6 @@ struct TARN_API TarnBaseRequest {
 
     std::string clientString; ///< application and version, UTF-8; parameter "clientString" when not empty
     std::string clientType;   ///< kind of client, UTF-8; parameter "clientType" when not empty
-
-    /// How often the host may try again what was interrupted and is safe to repeat, such as a reading; nothing: as
-    /// often as the host does by itself. Not sent.
-    std::optional<unsigned> retries;
 };
 
 } // namespace connector::tarn

@@ -1,5 +1,7 @@
 #include "tarn/session/TarnSessionClient.h"
 
+#include "tarn/protocol/ServiceClient.h"
+
 namespace connector::tarn {
 
 TarnSessionClient::TarnSessionClient(std::shared_ptr<Connector> connector, const Address& address,
@@ -19,14 +21,17 @@ ReplyTo<Login> TarnSessionClient::login(std::unique_ptr<Login>&& request)
     user = request->user;
     request->clientString = clientString;
     request->clientType = clientType;
-    return context
-        ->handle<LoginResponse, Login>(std::move(request), Address(target))
-        // No shared pointer to this object: it would keep a session alive that the application has let go.
-        .then([this](ReplyTo<Login>&& reply) {
-            auto response = reply.get();
-            if (response) sessionId = response->sessionId;
-            return response;
-        });
+    const auto options = optionsOf(*request);
+    auto answer =
+        context
+            ->handle<LoginResponse, Login>(std::move(request), Address(target))
+            // No shared pointer to this object: it would keep a session alive that the application has let go.
+            .then([this](ReplyTo<Login>&& reply) {
+                auto response = reply.get();
+                if (response) sessionId = response->sessionId;
+                return response;
+            });
+    return settledAs(options, std::move(answer));
 }
 
 ReplyTo<Logout> TarnSessionClient::logout(std::unique_ptr<Logout>&& request)
@@ -46,7 +51,9 @@ ReplyTo<Request> TarnSessionClient::sendStamped(std::unique_ptr<Request>& reques
     request->sessionId = sessionId;
     request->clientString = clientString;
     request->clientType = clientType;
-    return context->handle<typename Request::Response, Request>(std::move(request), Address(target));
+    const auto options = optionsOf(*request);
+    return settledAs(
+        options, context->handle<typename Request::Response, Request>(std::move(request), Address(target)));
 }
 
 void TarnSessionClient::setMountPoint(const std::u16string& value)

@@ -22,7 +22,6 @@ namespace {
 constexpr long transferBufferBytes = 256 * 1024;
 constexpr const char* notRepeated =
     "The connection was lost before the reply; the request is not sent a second time.";
-constexpr const char* givenUp = "The transfer was cancelled.";
 
 using Reply = std::unique_ptr<Message>;
 
@@ -47,7 +46,8 @@ IncomingReply::Wish wishOf(const http::HttpClientRequest& request)
 
 HttpTransfer::HttpTransfer(const http::HttpClientRequest& request,
                            std::shared_ptr<const HttpOptions> httpOptions,
-                           std::shared_ptr<TransferCounters> byteCounters)
+                           std::shared_ptr<TransferCounters> byteCounters,
+                           const std::shared_ptr<DeliveryThreads>& pool)
     : options(std::move(httpOptions))
     , counters(std::move(byteCounters))
     , url(request.url)
@@ -57,10 +57,13 @@ HttpTransfer::HttpTransfer(const http::HttpClientRequest& request,
     , framing(checkedFraming(request, target))
     , streamsReply(streamedOf(request) != nullptr)
     , stop(streamsReply ? streamedOf(request)->stop : std::stop_token())
+    , call(request.options)
+    , retries(call && call->retries ? *call->retries : options->retries)
     , wish(wishOf(request))
     , headerList(checkedHeaders(request, target))
-    , triesLeft(request.retries.value_or(options->retries.most))
-    , pause(options->retries.firstPause)
+    , report(ExchangeReport::of(target, method, call, options, pool))
+    , triesLeft(retries.most)
+    , pause(retries.firstPause)
     , clock(*options)
     , reply(std::in_place, wish, *options)
 {
@@ -73,8 +76,13 @@ std::shared_ptr<OutgoingStream> HttpTransfer::openStreams(const std::shared_ptr<
     threads = pool;
     if (framing.streamed) outgoing = std::make_shared<OutgoingStream>(pool, bell, framing.length);
     if (streamsReply) incoming = std::make_shared<IncomingStream>(pool, bell, live);
-    if (stop.stop_possible()) onStop.emplace(stop, Ring{bell});
     return outgoing;
+}
+
+void HttpTransfer::listen(const std::shared_ptr<LoopBell>& bell)
+{
+    if (stop.stop_possible()) onStop.emplace(stop, Ring{bell});
+    if (call && call->stop.stop_possible()) onCallStop.emplace(call->stop, Ring{bell});
 }
 
 HttpTransfer::~HttpTransfer()
@@ -89,6 +97,7 @@ HttpTransfer::~HttpTransfer()
 CURL* HttpTransfer::open(std::unique_ptr<EasyHandle> handle)
 {
     easy = std::move(handle);
+    if (report) report->beginTry();
     setRequest();
     setBodySource();
     return easy->get();
@@ -231,6 +240,7 @@ bool HttpTransfer::takeStreamed(std::string_view bytes)
 void HttpTransfer::handOver()
 {
     if (std::exchange(hasNews, false)) incoming->handOver();
+    if (report) report->progressed(progress());
 }
 
 CURLcode HttpTransfer::attend()
@@ -243,9 +253,15 @@ CURLcode HttpTransfer::attend()
     return curl_easy_pause(easy->get(), standing);
 }
 
-bool HttpTransfer::isCancelled()
+bool HttpTransfer::isOver()
 {
-    return stop.stop_requested() || (headGiven && incoming->isCancelled()) || (outgoing && outgoing->error());
+    if (stop.stop_requested() || (call && call->stop.stop_requested()) ||
+        (headGiven && incoming->isCancelled()) || (outgoing && outgoing->error())) {
+        over = TransportPhase::stopped;
+    } else if (call && call->deadline && CallOptions::Time::clock::now() >= *call->deadline) {
+        over = TransportPhase::deadline;
+    }
+    return over.has_value();
 }
 
 void HttpTransfer::giveUp()
@@ -258,37 +274,49 @@ std::size_t HttpTransfer::take(void (IncomingReply::*step)(std::string_view), st
     return guarded([&] { ((*reply).*step)(bytes); }) ? bytes.size() : CURL_WRITEFUNC_ERROR;
 }
 
+/// On the wire, while `uploaded` runs ahead by what libcurl holds.
+std::uint64_t HttpTransfer::bytesOut() const
+{
+    curl_off_t sent = 0;
+    curl_easy_getinfo(easy->get(), CURLINFO_SIZE_UPLOAD_T, &sent);
+    return static_cast<std::uint64_t>(sent);
+}
+
+bool HttpTransfer::isSent() const
+{
+    return outgoing ? outgoing->isAllTaken() && bytesOut() >= uploaded : bytesOut() >= body.size;
+}
+
 bool HttpTransfer::isOverdue(ExchangeClock::Time now)
 {
     if (!sendBegun) return false; // until then libcurl watches the time
-    curl_off_t sent = 0;          // on the wire, while `uploaded` runs ahead by what libcurl holds
-    curl_easy_getinfo(easy->get(), CURLINFO_SIZE_UPLOAD_T, &sent);
-    const auto bytesOut = static_cast<std::uint64_t>(sent);
-    const bool isSent = outgoing ? outgoing->isAllTaken() && bytesOut >= uploaded : bytesOut >= body.size;
     const bool slowPublisher = outgoing && outgoing->wasHeld();
     const bool slowSubscriber = incoming && incoming->wasHeld();
-    refusal = clock->overdue(now, {isSent, reply->hasBegun(), reply->isDocument(), bytesOut, reply->arrived(),
-                                   slowPublisher || slowSubscriber});
+    refusal = clock->overdue(now, {isSent(), reply->hasBegun(), reply->isDocument(), bytesOut(),
+                                   reply->arrived(), slowPublisher || slowSubscriber});
     return !refusal.empty();
 }
 
 void HttpTransfer::close(CURLcode outcome)
 {
+    if (report && easy) report->measure(easy->get());
     if (auto error = outgoing && outcome != CURLE_OK ? outgoing->error() : nullptr) {
         fail(std::move(error));
         return;
     }
     if (outcome != CURLE_OK) {
-        const auto error = errorOf(phaseOf(outcome, sendBegun), reasonOf(outcome));
-        // What this side has refused or given up would end the same way again.
-        interrupted = refusal.empty() && outcome != CURLE_ABORTED_BY_CALLBACK && error.isInterruption();
+        const auto error =
+            over ? errorOf(*over, doing()) : errorOf(phaseOf(outcome, sendBegun), reasonOf(outcome));
+        interrupted =
+            refusal.empty() && error.isInterruption(); // what this side has refused would end so again
+        if (interrupted) lastFault = error.reason();
         fail(std::make_exception_ptr(error));
         return;
     }
     if (!reply->hasHead()) { // libcurl takes a head that the connection's end has cut off for a whole one
         interrupted = true;
-        fail(std::make_exception_ptr(
-            errorOf(TransportPhase::exchange, "The connection was closed in the head of the reply.")));
+        lastFault = "The connection was closed in the head of the reply.";
+        fail(std::make_exception_ptr(errorOf(TransportPhase::exchange, lastFault)));
         return;
     }
     complete = true;
@@ -301,7 +329,8 @@ void HttpTransfer::close(CURLcode outcome)
 void HttpTransfer::fail(std::exception_ptr error)
 {
     easy.reset();
-    if (headGiven) incoming->close(error);
+    // What is over ends at once, also where nobody asks for what has arrived.
+    if (headGiven) over ? incoming->abandon(error) : incoming->close(error);
     failure = std::move(error);
 }
 
@@ -320,8 +349,17 @@ std::string HttpTransfer::reasonOf(CURLcode outcome) const
 {
     if (!refusal.empty()) return refusal;
     if (outcome == CURLE_SEND_FAIL_REWIND) return notRepeated;
-    if (outcome == CURLE_ABORTED_BY_CALLBACK) return givenUp;
     return easy->reasonOf(outcome);
+}
+
+/// What the deadline or the stop has interrupted.
+std::string HttpTransfer::doing() const
+{
+    if (!easy)
+        return lastFault.empty() ? "waiting for a connection" : "waiting to try again (" + lastFault + ")";
+    if (!sendBegun) return "connecting";
+    if (reply->hasBegun()) return "receiving the reply";
+    return isSent() ? "waiting for the reply" : "sending the request";
 }
 
 std::optional<std::chrono::milliseconds> HttpTransfer::pauseBeforeNextTry() const
@@ -331,10 +369,11 @@ std::optional<std::chrono::milliseconds> HttpTransfer::pauseBeforeNextTry() cons
     return RetryPolicy::scattered(pause);
 }
 
-void HttpTransfer::startOver()
+void HttpTransfer::startOver(std::chrono::milliseconds soon)
 {
+    if (report) report->endTry(reply->status(), progress(), failureText(), soon);
     --triesLeft;
-    pause = options->retries.following(pause);
+    pause = retries.following(pause);
     interrupted = false;
     failure = nullptr;
     refusal.clear();
@@ -345,13 +384,43 @@ void HttpTransfer::startOver()
     reply.emplace(wish, *options);
 }
 
+TransferProgress HttpTransfer::progress() const
+{
+    return {uploaded, reply->bodyBytes(), outgoing ? outgoing->length : body.size, reply->bodyLength()};
+}
+
+/// For observers.
+std::string HttpTransfer::failureText() const
+{
+    if (!failure) return {};
+    try {
+        std::rethrow_exception(failure);
+    } catch (const std::exception& error) {
+        return error.what();
+    } catch (...) {
+        return "An unknown error occurred.";
+    }
+}
+
+void HttpTransfer::settleLater(std::unique_ptr<HttpTransfer> transfer, DeliveryThreads& threads)
+{
+    const auto report = transfer->report.get();
+    auto settling = [finished = std::move(transfer)] { finished->settle(); };
+    report ? report->order().post(std::move(settling)) : threads.post(std::move(settling));
+}
+
 void HttpTransfer::settle()
 {
     settled = true;
     const DeliveryScope scope("the reply to ", &target.path);
     onStop.reset();
+    onCallStop.reset();
     if (outgoing) outgoing->cancel();
-    if (headGiven) return;
+    const auto moved = report ? progress() : TransferProgress();
+    if (headGiven) {
+        if (report) report->finish(reply->status(), moved, failureText(), failure && mayHaveHappened());
+        return;
+    }
     body = common::DataBuffer(); // here, since giving much memory back would hold up the I/O thread
     if (!complete && !failure)
         failure = std::make_exception_ptr(errorOf(TransportPhase::shutdown, errors::hostStopped));
@@ -359,6 +428,7 @@ void HttpTransfer::settle()
     if (!failure)
         failure = faultOf({reply->status(), contentType, !reply->isDocument(), content.bytes()}, *options,
                           target, mayHaveHappened());
+    if (report) report->finish(reply->status(), moved, failureText(), failure && mayHaveHappened());
     if (failure) {
         promise.setException(std::exchange(failure, nullptr));
         return;

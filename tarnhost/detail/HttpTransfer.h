@@ -1,11 +1,13 @@
 #pragma once
 
+#include "tarn/foundation/CallOptions.h"
 #include "tarn/foundation/Promise.h"
 #include "tarn/foundation/platform/HttpClientRequest.h"
 #include "tarnhost/HttpOptions.h"
 #include "tarnhost/TransportError.h"
 #include "tarnhost/detail/EasyHandle.h"
 #include "tarnhost/detail/ExchangeClock.h"
+#include "tarnhost/detail/ExchangeReport.h"
 #include "tarnhost/detail/IncomingReply.h"
 #include "tarnhost/detail/IncomingStream.h"
 #include "tarnhost/detail/OutgoingStream.h"
@@ -41,7 +43,7 @@ class HttpTransfer {
 public:
     /// @throws TransportError, phase prepare, when the request cannot be sent as it is
     HttpTransfer(const http::HttpClientRequest& request, std::shared_ptr<const HttpOptions> options,
-                 std::shared_ptr<TransferCounters> counters);
+                 std::shared_ptr<TransferCounters> counters, const std::shared_ptr<DeliveryThreads>& threads);
     ~HttpTransfer();
     HttpTransfer(const HttpTransfer&) = delete;
     HttpTransfer& operator=(const HttpTransfer&) = delete;
@@ -56,6 +58,12 @@ public:
 
     /// Whether the body, the reply or both are to be moved as they arrive.
     bool isStreamed() const { return framing.streamed || streamsReply; }
+
+    /// When the call is over, whatever has become of it.
+    std::optional<CallOptions::Time> deadline() const { return call ? call->deadline : std::nullopt; }
+
+    /// Rings when the caller asks the exchange to stop.
+    void listen(const std::shared_ptr<LoopBell>& bell);
 
     /// Makes the streams. @return the one that has to follow the publisher of the body; null without a body
     std::shared_ptr<OutgoingStream> openStreams(const std::shared_ptr<DeliveryThreads>& threads,
@@ -77,10 +85,10 @@ public:
     /// `close`. @pre open
     CURLcode attend();
 
-    /// Whether the application has given the exchange up.
-    bool isCancelled();
+    /// Whether the caller has given the exchange up, or its deadline has passed; `giveUp` or `close` then says so.
+    bool isOver();
 
-    /// Makes the cancel the outcome. @pre as `close`
+    /// Makes that the outcome. @pre isOver, and as `close`
     void giveUp();
 
     /// Takes the outcome over. @pre the handle is in no multi handle any more
@@ -98,19 +106,27 @@ public:
     /// How long to wait before the exchange is tried again; nothing: the outcome stands. @pre closed
     std::optional<std::chrono::milliseconds> pauseBeforeNextTry() const;
 
-    /// Makes it what it was before `open`, with one try less. @pre pauseBeforeNextTry
-    void startOver();
+    /// Makes it what it was before `open`, with one try less. @pre `soon` is pauseBeforeNextTry
+    void startOver(std::chrono::milliseconds soon);
 
     /// Resolves the future with the outcome; without one, with that of a host that was shut down. Runs its
     /// continuation.
     void settle();
+
+    /// Has it settled on a delivery thread, after all that is told of it before.
+    static void settleLater(std::unique_ptr<HttpTransfer> transfer, DeliveryThreads& threads);
 
 private:
     void setRequest();
     void setBodySource();
 
     bool mayHaveHappened() const;
+    std::uint64_t bytesOut() const;
+    bool isSent() const;
     std::string reasonOf(CURLcode outcome) const;
+    std::string doing() const;
+    TransferProgress progress() const;
+    std::string failureText() const;
     std::size_t take(void (IncomingReply::*step)(std::string_view), std::string_view bytes);
     template <class Step>
     bool guarded(Step step);
@@ -131,9 +147,12 @@ private:
     const bool isChange; ///< may be sent once only
     const BodyFraming framing;
     const bool streamsReply;
-    const std::stop_token stop;
+    const std::stop_token stop; ///< of a streamed request
+    const SharedCallOptions call;
+    const RetryPolicy& retries;
     const IncomingReply::Wish wish;
     const HeaderList headerList;
+    const std::unique_ptr<ExchangeReport> report; ///< null: nobody wants to hear
     http::BodyPublisher bodySource;
     common::DataBuffer body;
     std::uint64_t uploaded = 0;
@@ -147,18 +166,20 @@ private:
     std::shared_ptr<DeliveryThreads> threads; ///< those of the streams; null without
     std::shared_ptr<OutgoingStream> outgoing; ///< null: the body is in `body`
     std::shared_ptr<IncomingStream> incoming; ///< null: the reply is gathered
-    std::optional<std::stop_callback<Ring>> onStop;
+    std::optional<std::stop_callback<Ring>> onStop, onCallStop;
     int paused = 0;         ///< CURLPAUSE_ bits
     bool hasNews = false;   ///< `handOver` has something to do
     bool headGiven = false; ///< the promise is kept, or will be by a task
 
     std::unique_ptr<EasyHandle> easy;
     bool sendBegun = false;
-    std::string refusal; ///< why the exchange was broken off from this side
+    std::string refusal;                ///< why the exchange was broken off from this side
+    std::optional<TransportPhase> over; ///< deadline or stopped
 
     unsigned triesLeft;
     std::chrono::milliseconds pause; ///< before the next try, but for chance
     bool interrupted = false;        ///< the outcome is one that another try may change
+    std::string lastFault;           ///< of the tries before; empty: this is the first
 
     std::optional<ExchangeClock> clock; ///< always there; made anew for each try, as the reply is
     std::optional<IncomingReply> reply;

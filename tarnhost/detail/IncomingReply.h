@@ -6,6 +6,7 @@
 #include "tarnhost/HttpOptions.h"
 
 #include <cstdint>
+#include <optional>
 #include <string_view>
 #include <utility>
 
@@ -54,8 +55,17 @@ public:
 
     std::uint16_t status() const { return statusCode; }
 
+    /// Bytes of the body so far.
+    std::uint64_t bodyBytes() const { return body.size + streamedBytes; }
+
+    /// Bytes of the whole body; nothing while it is not known.
+    std::optional<std::uint64_t> bodyLength() const
+    {
+        return hasHead() && !chunked ? std::optional(announced) : std::nullopt;
+    }
+
     /// Bytes so far, heads included.
-    std::uint64_t arrived() const { return headBytes + body.size + streamedBytes; }
+    std::uint64_t arrived() const { return headBytes + bodyBytes(); }
 
     /// The body, in storage that it fills exactly: such is never copied later.
     common::DataBuffer takeContent();

@@ -55,6 +55,7 @@ TransferLoop::~TransferLoop()
 
 void TransferLoop::submit(Transfer transfer)
 {
+    transfer->listen(callers);
     {
         std::lock_guard lock(mutex);
         if (!stopped) {
@@ -83,6 +84,7 @@ void TransferLoop::run()
     while (takeArrivals()) {
         endPauses();
         if (callers->answer()) attend();
+        if (isDeadlineDue()) endOver();
         int running = 0;
         curl_multi_perform(multi.get(), &running);
         handOver();
@@ -107,11 +109,13 @@ bool TransferLoop::mayRest()
 std::chrono::milliseconds TransferLoop::longestRest() const
 {
     const auto rest = active.empty() ? idle : tick;
-    if (pausing.empty()) return rest;
+    if (pausing.empty() && deadlines.empty()) return rest;
+    auto due = ExchangeClock::Time::max();
+    if (!pausing.empty()) due = pausing.begin()->first;
+    if (!deadlines.empty()) due = std::min(due, *deadlines.begin());
     // Rounded up, or the last millisecond would be spent asking for the time.
-    const auto due = std::chrono::ceil<std::chrono::milliseconds>(pausing.begin()->first -
-                                                                  ExchangeClock::Time::clock::now());
-    return std::clamp(due, std::chrono::milliseconds(0), rest);
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(due - ExchangeClock::Time::clock::now());
+    return std::clamp(left, std::chrono::milliseconds(0), rest);
 }
 
 bool TransferLoop::takeArrivals()
@@ -126,8 +130,10 @@ bool TransferLoop::takeArrivals()
             return false;
         }
     }
-    for (auto& transfer : taken)
+    for (auto& transfer : taken) {
+        if (const auto deadline = transfer->deadline()) deadlines.insert(*deadline);
         enqueue(std::move(transfer));
+    }
     return true;
 }
 
@@ -159,7 +165,7 @@ void TransferLoop::fillLane(const std::string& origin)
 
 void TransferLoop::begin(Transfer transfer)
 {
-    if (transfer->isCancelled()) {
+    if (transfer->isOver()) {
         transfer->giveUp();
         post(std::move(transfer));
         return;
@@ -203,6 +209,8 @@ void TransferLoop::finish(CURL* handle, CURLcode outcome)
     auto found = active.extract(handle);
     if (found.empty()) return;
     Transfer transfer = std::move(found.mapped());
+    // Nobody waits longer for what is broken off, not even for a name server that does not answer.
+    if (outcome == CURLE_ABORTED_BY_CALLBACK) curl_easy_setopt(handle, CURLOPT_QUICK_EXIT, 1L);
     curl_multi_remove_handle(multi.get(), handle);
     const std::string origin = transfer->origin();
     transfer->close(outcome);
@@ -222,36 +230,51 @@ void TransferLoop::handOver()
 
 void TransferLoop::attend()
 {
+    endOver(); // what is over is not taken up again
     std::vector<std::pair<CURL*, CURLcode>> ended;
     for (const auto& [handle, transfer] : active) {
-        const CURLcode outcome = transfer->isCancelled() ? CURLE_ABORTED_BY_CALLBACK : transfer->attend();
-        if (outcome != CURLE_OK) ended.emplace_back(handle, outcome);
+        if (const CURLcode outcome = transfer->attend(); outcome != CURLE_OK)
+            ended.emplace_back(handle, outcome);
     }
     for (const auto& [handle, outcome] : ended)
         finish(handle, outcome);
-    dropCancelledWaiting();
-    dropCancelledPausing();
 }
 
-void TransferLoop::dropCancelledPausing()
+bool TransferLoop::isDeadlineDue() const
+{
+    return !deadlines.empty() && *deadlines.begin() <= CallOptions::Time::clock::now();
+}
+
+void TransferLoop::endOver()
+{
+    dropOverWaiting(); // first, or one of them might take the place of another in vain
+    dropOverPausing();
+    std::vector<CURL*> ended;
+    for (const auto& [handle, transfer] : active)
+        if (transfer->isOver()) ended.push_back(handle);
+    for (CURL* handle : ended)
+        finish(handle, CURLE_ABORTED_BY_CALLBACK);
+}
+
+void TransferLoop::dropOverPausing()
 {
     for (auto next = pausing.begin(); next != pausing.end();) {
         const auto here = next++;
-        if (!here->second->isCancelled()) continue;
-        auto cancelled = std::move(pausing.extract(here).mapped());
-        cancelled->giveUp();
-        post(std::move(cancelled));
+        if (!here->second->isOver()) continue;
+        auto ended = std::move(pausing.extract(here).mapped());
+        ended->giveUp();
+        post(std::move(ended));
     }
 }
 
-void TransferLoop::dropCancelledWaiting()
+void TransferLoop::dropOverWaiting()
 {
     for (auto& [origin, lane] : lanes) {
         const auto kept = std::stable_partition(lane.waiting.begin(), lane.waiting.end(),
-                                                [](const Transfer& t) { return !t->isCancelled(); });
-        std::for_each(kept, lane.waiting.end(), [this](Transfer& cancelled) {
-            cancelled->giveUp();
-            post(std::move(cancelled));
+                                                [](const Transfer& t) { return !t->isOver(); });
+        std::for_each(kept, lane.waiting.end(), [this](Transfer& ended) {
+            ended->giveUp();
+            post(std::move(ended));
         });
         lane.waiting.erase(kept, lane.waiting.end());
     }
@@ -272,7 +295,7 @@ void TransferLoop::endOverdue()
 void TransferLoop::abandonAll()
 {
     for (auto& [handle, transfer] : active) {
-        curl_easy_setopt(handle, CURLOPT_QUICK_EXIT, 1L); // not even for a name server that does not answer
+        curl_easy_setopt(handle, CURLOPT_QUICK_EXIT, 1L);
         curl_multi_remove_handle(multi.get(), handle);
         abandon(std::move(transfer));
     }
@@ -297,7 +320,7 @@ void TransferLoop::abandonAll()
 void TransferLoop::abandon(Transfer transfer)
 {
     transfer->fail(std::make_exception_ptr(transfer->errorOf(TransportPhase::shutdown, errors::hostStopped)));
-    post(std::move(transfer));
+    HttpTransfer::settleLater(std::move(transfer), *threads);
 }
 
 void TransferLoop::postOrPause(Transfer transfer)
@@ -307,13 +330,14 @@ void TransferLoop::postOrPause(Transfer transfer)
         post(std::move(transfer));
         return;
     }
-    transfer->startOver();
+    transfer->startOver(*pause);
     pausing.emplace(ExchangeClock::Time::clock::now() + *pause, std::move(transfer));
 }
 
 void TransferLoop::post(Transfer transfer)
 {
-    threads->post([finished = std::move(transfer)] { finished->settle(); });
+    if (const auto deadline = transfer->deadline()) deadlines.erase(deadlines.find(*deadline));
+    HttpTransfer::settleLater(std::move(transfer), *threads);
 }
 
 } // namespace connector::host::detail

@@ -9,6 +9,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <set>
 #include <string>
 #include <thread>
 #include <unordered_map>
@@ -72,14 +73,17 @@ private:
     void finish(CURL* handle, CURLcode outcome);
     void handOver();
     void attend();
-    void dropCancelledWaiting();
-    void dropCancelledPausing();
+    /// Ends what its callers have given up and what its deadline has ended, wherever it waits.
+    void endOver();
+    bool isDeadlineDue() const;
+    void dropOverWaiting();
+    void dropOverPausing();
     void endOverdue();
     void abandonAll();
     void abandon(Transfer transfer);
     /// As `post`, unless the transfer is to be tried again.
     void postOrPause(Transfer transfer);
-    /// Hands a transfer that has its outcome to the delivery threads.
+    /// Hands a transfer that has its outcome to the delivery threads. I/O thread only.
     void post(Transfer transfer);
 
     const std::shared_ptr<DeliveryThreads> threads;
@@ -93,6 +97,7 @@ private:
     std::multimap<ExchangeClock::Time, Transfer> pausing; ///< by when they are tried again; I/O thread only
     std::vector<std::unique_ptr<EasyHandle>> idleHandles; ///< I/O thread only
     ExchangeClock::Time nextCheck{};                      ///< I/O thread only
+    std::multiset<CallOptions::Time> deadlines;           ///< of all that is not settled; I/O thread only
 
     std::mutex mutex; ///< guards the three below
     std::vector<Transfer> arrivals;

@@ -30,9 +30,7 @@ TEST(ServiceRequest, SendsTheSessionHeaderEvenWhenEmpty)
     SessionRequest request;
     request.clientString = "a&b=c";
     request.clientType = "t+u";
-    request.retries = 7;
     auto http = makeSessionHttpRequest("http://h", "delete", "/x", "", request);
-    EXPECT_EQ(http->retries, 7u);
     EXPECT_EQ(http->url, "http://h/x?locale=en_US&clientString=a%26b%3Dc&clientType=t%2Bu");
     EXPECT_EQ(http->method, "delete");
     EXPECT_EQ(http->body, nullptr);

@@ -40,7 +40,9 @@ TEST(Retry, OfWhatIsSafeAsOftenAsIsSaid)
         const auto url = row.secure ? "https" + server.url().substr(4) : server.url();
         auto body = row.method == std::string("put") ? bodyOf("some") : nullptr;
         auto request = std::make_unique<http::HttpClientRequest>(url, row.method, body);
-        request->retries = row.request;
+        if (row.request)
+            request->options = std::make_shared<CallOptions>(
+                CallOptions{.retries = RetryPolicy{*row.request, std::chrono::milliseconds(2)}});
         EXPECT_TRUE(transportFailure(http.send(std::move(request))));
         EXPECT_EQ(server.connectionCount(), row.connections);
     }

@@ -1,12 +1,12 @@
 #pragma once
 
+#include "tarn/foundation/CallOptions.h"
 #include "tarn/foundation/DataBuffer.h"
 #include "tarn/foundation/platform/Message.h"
 #include "tarn/foundation/platform/ReactiveStreams.h"
 
 #include <cstdint>
 #include <memory>
-#include <optional>
 #include <string>
 #include <unordered_map>
 #include <utility>
@@ -48,9 +48,8 @@ struct TARN_API HttpClientRequest : Message {
     bool atMostOnce = false;
     /// What status 200 brings; every other status brings a document.
     ReplyBody replyBody = ReplyBody::document;
-    /// How often the host may try again what was interrupted and is safe to repeat; nothing: as often as it does by
-    /// itself. A host may do without.
-    std::optional<unsigned> retries;
+    /// What the caller wants of this request; null: nothing in particular. A host heeds what it can.
+    SharedCallOptions options;
 };
 
 } // namespace connector::http

@@ -39,8 +39,8 @@ namespace connector::http {
 struct TARN_API HttpStreamedRequest : HttpClientRequest {
     using HttpClientRequest::HttpClientRequest;
 
-    /// Breaks the exchange off, when it is asked to stop. A future that is pending then fails as it does when
-    /// the connection is lost, and so does a body that is under way.
+    /// Breaks the exchange off, when it is asked to stop, as CallOptions::stop does. A body that is under way then
+    /// fails.
     std::stop_token stop;
 };
 

@@ -4,7 +4,7 @@
 
 #include <chrono>
 
-namespace connector::host {
+namespace connector {
 
 /// How often an exchange that was interrupted is tried again, and the pauses before. An exchange is interrupted when
 /// its connection could not be made, for whatever reason but a certificate, or was lost before the reply was whole.
@@ -28,4 +28,4 @@ struct TARN_API RetryPolicy {
     std::chrono::milliseconds following(std::chrono::milliseconds pause) const;
 };
 
-} // namespace connector::host
+} // namespace connector

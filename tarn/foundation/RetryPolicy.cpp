@@ -1,9 +1,9 @@
-#include "tarnhost/RetryPolicy.h"
+#include "tarn/foundation/RetryPolicy.h"
 
 #include <algorithm>
 #include <random>
 
-namespace connector::host {
+namespace connector {
 
 using std::chrono::milliseconds;
 
@@ -18,4 +18,4 @@ milliseconds RetryPolicy::following(milliseconds pause) const
     return std::min(pause * 2, longestPause);
 }
 
-} // namespace connector::host
+} // namespace connector
