@@ -1,0 +1,74 @@
+// Observers hear everything that helps to find a fault, and no secret; what they do wrong disturbs nobody.
+#include "Bounded.h"
+#include "support/ScriptedHttpServer.h"
+#include "tarn/fileaccess/FileHandleMessages.h"
+#include "tarn/fileaccess/FileMessages.h"
+#include "tarnhost/CountingObserver.h"
+#include "tarnhost/LogObserver.h"
+#include "tarnhost/TarnHost.h"
+
+#include <gmock/gmock.h>
+
+#include <mutex>
+
+namespace connector::host::test {
+namespace {
+
+using namespace tarn;
+using testing::HasSubstr;
+using testing::MatchesRegex;
+
+TEST(RequestObserver, HearsOfEveryTryAndOfNoSecret)
+{
+    ScriptedHttpServer server([](auto& connection) {
+        while (connection.readRequest())
+            if (connection.number() == 0)
+                return;
+            else
+                connection.send(ScriptedHttpServer::reply("<R/>"));
+    });
+    std::mutex mutex;
+    std::vector<std::string> lines;
+    const auto log = std::make_shared<LogObserver>(
+        [&](const std::string& line) {
+            std::lock_guard lock(mutex);
+            lines.push_back(line);
+            throw std::runtime_error("The disk is full.");
+        },
+        LogObserver::Detail::tries);
+    const auto counts = std::make_shared<CountingObserver>();
+    TarnHost host({.endpoint = server.url(),
+                   .http = {.retries = {.most = 1, .firstPause = std::chrono::milliseconds(2)},
+                            .observers = {log, counts}}});
+    host.session()->setSessionId("secret-session");
+    auto read = std::make_unique<FileRead>();
+    read->path = u"/a b";
+    read->bucket = u"query";
+    EXPECT_EQ(bounded(host.fileAccess()->readFile(with({.tag = "backup"}, std::move(read))))->content.bytes(),
+              "<R/>");
+    auto close = std::make_unique<FileHandleClose>();
+    close->handleId = "secret-handle";
+    bounded(host.fileAccess()->closeFileHandle(std::move(close)));
+
+    const std::string times =
+        ".*; waiting .* ms, connecting .* ms, securing .* ms, answering .* ms, receiving .* ms";
+    std::lock_guard lock(mutex);
+    ASSERT_EQ(lines.size(), 5u);
+    EXPECT_THAT(lines[0], MatchesRegex("#[0-9]+ try 1: Could not complete the exchange" + times +
+                                       "; again after .* ms"));
+    EXPECT_THAT(lines[1], MatchesRegex("#[0-9]+ try 2: 200, 0 B sent, 4 B received" + times));
+    EXPECT_THAT(lines[2],
+                MatchesRegex("#[0-9]+ GET files /service/v1/files/a%20b \\[backup\\]: 200, 0 B sent, "
+                             "4 B received, 2 tries, .* ms"));
+    EXPECT_THAT(lines[4], MatchesRegex("#[0-9]+ DELETE filehandle /service/v1/filehandle/…: 200, .*"));
+    for (const auto& line : lines)
+        EXPECT_THAT(line, testing::Not(testing::ContainsRegex("secret|query")));
+    const auto page = counts->text();
+    EXPECT_THAT(page, HasSubstr("tarn_client_requests_in_flight 0\n"));
+    EXPECT_THAT(page, HasSubstr("tarn_client_requests_total{operation=\"GET files\",status=\"200\"} 1\n"));
+    EXPECT_THAT(page, HasSubstr("tarn_client_tries_total{operation=\"GET files\"} 2\n"));
+    EXPECT_THAT(page, HasSubstr("duration_seconds_bucket{operation=\"GET files\",le=\"600\"} 1\n"));
+}
+
+} // namespace
+} // namespace connector::host::test
