@@ -15,6 +15,17 @@ std::string encodeUrl(const std::string& text)
     return encoded;
 }
 
+/// To look for options that are not there takes many steps up the bases; a class that has none is remembered.
+SharedCallOptions optionsFrom(const TarnBaseRequest& request)
+{
+    static thread_local const std::type_info* plain = nullptr;
+    const std::type_info& type = typeid(request);
+    if (&type == plain) return nullptr;
+    const auto* carrier = dynamic_cast<const connector::detail::OptionsCarrier*>(&request);
+    if (!carrier) plain = &type;
+    return carrier ? carrier->options : nullptr;
+}
+
 std::string joinResource(const std::string& resourcePath)
 {
     return resourcePath.empty() || resourcePath.front() == '/' ? resourcePath : "/" + resourcePath;
@@ -30,7 +41,7 @@ ServiceRequest::ServiceRequest(std::string methodWord, const std::string& urlTex
 void ServiceRequest::addIdentity(const TarnBaseRequest& request, const std::u16string& bucket)
 {
     addSessionQueryParameters(uri, request.clientString, request.clientType, bucket);
-    options = optionsOf(request);
+    options = optionsFrom(request);
 }
 
 void ServiceRequest::addText(const std::string& name, const std::u16string& value)
