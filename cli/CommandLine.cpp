@@ -27,7 +27,7 @@ Exit codes: 0 ok, 2 usage, 3 not found, 4 not logged in, 5 not allowed, 6 exists
 
 Examples:
   tarn put notes.md /notes.md          store a file
-  tarn put -r photos /photos           store a folder and everything in it
+  tarn put -r photos /                 store a folder and everything in it, as /photos
   tarn get /notes.md .                 fetch it again
   tarn ls -l /                         see what is there
   tarn --endpoint https://files.example.org login alice

@@ -38,7 +38,7 @@ def many_files(bench: Bench):
 
         def put():
             name = next(names)
-            return seconds_of(bench.program("tarn"), "put", "-r", source, f"/{name}", env=ours)
+            return seconds_of(bench.program("tarn"), "put", "-r", source + "/", f"/{name}", env=ours)
 
         def rclone_put():
             return seconds_of("rclone", "copy", source, yard.place(next(names)), env=theirs)
@@ -47,7 +47,7 @@ def many_files(bench: Bench):
                     *bench.in_turns(put, rclone_put, turns=turns))
 
         def get():
-            return _into(folder, lambda to: seconds_of(bench.program("tarn"), "get", "-r", "/0", to, env=ours))
+            return _into(folder, lambda to: seconds_of(bench.program("tarn"), "get", "-r", "/0/", to, env=ours))
 
         def rclone_get():
             return _into(folder, lambda to: seconds_of("rclone", "copy", yard.place(1), to, env=theirs))

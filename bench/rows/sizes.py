@@ -21,9 +21,9 @@ def numbers_of_files(bench: Bench):
         for count in counts:
             source, copy = os.path.join(folder, "source"), os.path.join(folder, "copy")
             make_tree(source, count)
-            tarn("put -r", count, "put", "-r", source, "/many")
+            tarn("put -r", count, "put", "-r", source + "/", "/many")
             tarn("ls", count, "ls", "/many")
-            tarn("get -r", count, "get", "-r", "/many", copy)
+            tarn("get -r", count, "get", "-r", "/many/", copy)
             tarn("rm -r", count, "rm", "-r", "/many")
             shutil.rmtree(source)
             shutil.rmtree(copy)

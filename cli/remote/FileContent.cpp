@@ -76,15 +76,20 @@ Future<bool> requestContent(Connection& connection, const RemotePath& file, cons
         });
 }
 
+Future<std::string> requestDigest(Connection& connection, const RemotePath& file, const VersionInfo& version)
+{
+    auto request = requestFor<FileDownload>(file);
+    static_cast<VersionInfo&>(*request) = version;
+    request->length = 1; // the head tells it of all
+    request->content = std::make_shared<ContentReceiver>([](std::string_view) {});
+    return connection.contents()
+        .downloadFile(std::move(request))
+        .then([](Future<std::unique_ptr<FileDownloadResponse>>&& reply) { return reply.get()->sha256; });
+}
+
 std::string digestOf(Connection& connection, const RemotePath& file)
 {
-    const auto head = connection.call([&] {
-        auto request = requestFor<FileDownload>(file);
-        request->length = 1; // the head tells it of all
-        request->content = std::make_shared<ContentReceiver>([](std::string_view) {});
-        return connection.contents().downloadFile(std::move(request));
-    });
-    return head->sha256;
+    return connection.call([&] { return requestDigest(connection, file); });
 }
 
 namespace {

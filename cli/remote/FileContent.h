@@ -30,8 +30,12 @@ connector::Future<bool> requestContent(Connection& connection, const RemotePath&
                                        const connector::tarn::VersionInfo& version, std::uint64_t size,
                                        const std::shared_ptr<ContentTarget>& target);
 
-/// The SHA-256 of a file that is not empty, as the service tells it; empty: it does not.
-/// @throws what the request fails with
+/// Asks for the SHA-256 of a file that is not empty, or of its version when one is named; empty: the service does not
+/// tell it.
+connector::Future<std::string> requestDigest(Connection& connection, const RemotePath& file,
+                                             const connector::tarn::VersionInfo& version = {});
+
+/// Likewise, and waits for it. @throws what the request fails with
 std::string digestOf(Connection& connection, const RemotePath& file);
 
 /// Brings a whole content to `target`, through as many requests as it takes.

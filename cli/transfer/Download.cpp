@@ -4,6 +4,7 @@
 #include "cli/remote/FileContent.h"
 #include "cli/remote/Requests.h"
 #include "cli/terminal/Output.h"
+#include "cli/transfer/Comparison.h"
 #include "cli/transfer/Conclusion.h"
 
 #include <cerrno>
@@ -40,8 +41,10 @@ void Downloader::addTree(const RemotePath& remote, const std::filesystem::path& 
 
 void Downloader::addFolder(const RemoteFolder& remote, const std::shared_ptr<const DownloadFolder>& local)
 {
-    ++report.folders;
-    ++report.transfers.done;
+    if (local->isNew()) {
+        ++report.folders;
+        ++report.transfers.done;
+    }
     for (const auto& file : remote.files) {
         const auto name = toUtf8(file.name);
         add({remote.where.child(name), {}, file.size, file.lastModified, local, name});
@@ -57,8 +60,50 @@ void Downloader::addFolder(const RemoteFolder& remote, const std::shared_ptr<con
     }
 }
 
+/// A file with the size and the time that fetching it would give is taken for the same; one of the same size is
+/// compared by its digest.
+void Downloader::leaveWhatIsHere()
+{
+    const auto compared = countFromZero();
+    Transfers transfers(connection, out, compared);
+    std::uint64_t total = 0;
+    std::uint64_t files = 0;
+    for (auto& download : downloads) {
+        const auto here = download.folder->find(download.name);
+        if (!here || here->size() != download.size) continue;
+        download.isLeft = true; // until it is known to differ
+        const auto tell = [this, &download](bool isSame) {
+            download.isLeft = isSame;
+            if (!isSame) return;
+            ++report.unchanged;
+            out.detail(escaped(download.folder->shown(download.name)) + " has the content of " +
+                       download.remote.quoted() + " already.");
+        };
+        if (options.keepTimes && here->lastModified() == download.lastModified) {
+            tell(true);
+            continue;
+        }
+        const auto open = [folder = download.folder, name = download.name] {
+            auto again = folder->find(name);
+            if (!again) throw Failure(ExitCode::failure, "It has just gone; fetch it again.");
+            return *again;
+        };
+        Comparison both{download.remote.quoted(), open, download.remote, download.version, download.size};
+        transfers.add(compare(connection, std::move(both), compared, tell));
+        total += download.size;
+        ++files;
+    }
+    out.progress().begin("Comparing", total, files);
+    auto looked = transfers.run();
+    out.progress().end();
+    looked.done = 0; // nothing was fetched by looking
+    addTo(report.transfers, std::move(looked));
+    std::erase_if(downloads, [](const auto& download) { return download.isLeft; });
+}
+
 DownloadReport Downloader::run()
 {
+    leaveWhatIsHere();
     Transfers transfers(connection, out, moved);
     std::uint64_t total = 0;
     for (auto& download : downloads) {

@@ -23,6 +23,7 @@ struct Download {
     std::shared_ptr<const DownloadFolder> folder;
     std::string name;                            ///< in the folder
     std::shared_ptr<IncomingFile> incoming = {}; ///< while it is being fetched
+    bool isLeft = false; ///< not to be fetched: it is here already, or could not be compared
 };
 
 struct DownloadOptions {
@@ -35,8 +36,9 @@ struct DownloadOptions {
 struct DownloadReport {
     TransferReport transfers; ///< `done` counts files and folders
     std::uint64_t files = 0;
-    std::uint64_t folders = 0; ///< made, or there before
+    std::uint64_t folders = 0; ///< made; those that were there do not count
     std::uint64_t bytes = 0;
+    std::uint64_t unchanged = 0; ///< files that were there with the same content
 };
 
 /// Fetches files and trees from the service.
@@ -54,11 +56,12 @@ public:
     /// not be listed or made is told and reported; the others go on.
     void addTree(const RemotePath& remote, const std::filesystem::path& local);
 
-    /// Fetches what was noted.
+    /// Fetches what was noted, but not what is here already with the same content.
     DownloadReport run();
 
 private:
     void addFolder(const RemoteFolder& remote, const std::shared_ptr<const DownloadFolder>& local);
+    void leaveWhatIsHere();
     Transfer transferOf(Download& download);
     connector::Future<bool> fetch(Download& download);
     void conclude(Download& download);

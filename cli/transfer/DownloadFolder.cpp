@@ -36,8 +36,11 @@ std::shared_ptr<const DownloadFolder> DownloadFolder::open(const fs::path& path)
 
 std::shared_ptr<const DownloadFolder> DownloadFolder::make(const fs::path& path)
 {
-    if (::mkdir(path.c_str(), 0777) != 0 && errno != EEXIST) throwErrno("Could not make the folder", path);
-    return open(path);
+    const bool isNew = ::mkdir(path.c_str(), 0777) == 0;
+    if (!isNew && errno != EEXIST) throwErrno("Could not make the folder", path);
+    auto folder = std::make_shared<DownloadFolder>(*open(path));
+    folder->made = isNew;
+    return folder;
 }
 
 /// Opened for each use: a tree may have more folders than a process may have descriptors. Name by name and without
@@ -57,8 +60,8 @@ std::shared_ptr<const DownloadFolder> DownloadFolder::makeChild(const std::strin
     child->parent = shared_from_this();
     child->path = path / name;
     child->ownName = name;
-    if (::mkdirat(here.get(), name.c_str(), 0777) != 0 && errno != EEXIST)
-        throwErrno("Could not make the folder", child->path);
+    child->made = ::mkdirat(here.get(), name.c_str(), 0777) == 0;
+    if (!child->made && errno != EEXIST) throwErrno("Could not make the folder", child->path);
     if (!child->descriptor()) throwErrno("Could not open the folder", child->path);
     return child;
 }
@@ -70,6 +73,18 @@ bool DownloadFolder::contains(const std::string& name) const
     struct stat status {};
 
     return ::fstatat(descriptor().get(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0;
+}
+
+std::optional<LocalContent> DownloadFolder::find(const std::string& name) const
+{
+    try {
+        requireName(name);
+        constexpr int flags = O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK;
+        const auto here = descriptor();
+        return LocalContent::ofOpened(FileDescriptor(::openat(here.get(), name.c_str(), flags)), shown(name));
+    } catch (const Failure&) { // whoever writes it in its turn is told why that cannot be
+        return {};
+    }
 }
 
 std::shared_ptr<IncomingFile> DownloadFolder::receive(const std::string& name, Overwrite overwrite,

@@ -2,9 +2,11 @@
 
 #include "cli/machine/FileDescriptor.h"
 #include "cli/transfer/IncomingFile.h"
+#include "cli/transfer/LocalContent.h"
 
 #include <filesystem>
 #include <memory>
+#include <optional>
 #include <string>
 
 namespace tarncli {
@@ -20,12 +22,18 @@ public:
     /// Likewise; makes it when it is missing, its parent must be there.
     static std::shared_ptr<const DownloadFolder> make(const std::filesystem::path& path);
 
+    /// It was missing, and make() or makeChild() has made it.
+    bool isNew() const { return made; }
+
     /// The folder `name` in this one, made when missing.
     /// @throws Failure also for a link or a file of that name
     std::shared_ptr<const DownloadFolder> makeChild(const std::string& name) const;
 
     /// Whether there is anything of that name. @throws Failure for what cannot be a name
     bool contains(const std::string& name) const;
+
+    /// The regular file of that name; nothing when there is none, or it cannot be read.
+    std::optional<LocalContent> find(const std::string& name) const;
 
     /// A file that is to get that name when it is whole. @throws Failure; conflict when it exists and must not be
     /// replaced
@@ -43,6 +51,7 @@ private:
     std::shared_ptr<const DownloadFolder> parent; ///< empty for the folder the user named
     std::filesystem::path path; ///< the whole path, for messages and for the one without parent
     std::string ownName;        ///< in the parent
+    bool made = false;
 };
 
 } // namespace tarncli

@@ -154,10 +154,15 @@ LocalContent LocalContent::ofFile(const fs::path& file, Symlinks symlinks)
 {
     const int noFollow = symlinks == Symlinks::refuse ? O_NOFOLLOW : 0;
     // Not blocking: what was a file when the folder was walked may be a pipe by now.
-    LocalContent content(FileDescriptor(::open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | noFollow)),
-                         file.string());
+    return ofOpened(FileDescriptor(::open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | noFollow)),
+                    file.string());
+}
+
+LocalContent LocalContent::ofOpened(FileDescriptor opened, const std::string& shown)
+{
+    LocalContent content(std::move(opened), shown);
     if (!S_ISREG(content.before.st_mode))
-        throw Failure(ExitCode::failure, escaped(file.string()) + " is not a regular file.");
+        throw Failure(ExitCode::failure, escaped(shown) + " is not a regular file.");
     content.bytes = static_cast<std::uint64_t>(content.before.st_size);
     return content;
 }
@@ -174,7 +179,13 @@ connector::tarn::ContentPublisher LocalContent::publisher(MovedBytes moved) cons
     return std::make_shared<Published>(file->get(), std::move(original), std::move(moved));
 }
 
-std::string LocalContent::sha256() const
+std::uint64_t LocalContent::lastModified() const
+{
+    return static_cast<std::uint64_t>(before.st_mtim.tv_sec) * 1000 +
+           static_cast<std::uint64_t>(before.st_mtim.tv_nsec) / 1'000'000;
+}
+
+std::string LocalContent::sha256(const MovedBytes& moved) const
 {
     connector::tarn::Sha256 hash;
     std::array<char, 64 * 1024> buffer;
@@ -185,6 +196,7 @@ std::string LocalContent::sha256() const
         if (count == 0) return hash.hex();
         hash.add({buffer.data(), static_cast<std::size_t>(count)});
         done += count;
+        *moved += static_cast<std::uint64_t>(count);
     }
 }
 

@@ -23,6 +23,8 @@ class LocalContent {
 public:
     /// @throws Failure when it cannot be read or is not a regular file
     static LocalContent ofFile(const std::filesystem::path& file, Symlinks symlinks);
+    /// A file that is open for reading. @param shown  what the user calls it @throws Failure as ofFile
+    static LocalContent ofOpened(FileDescriptor opened, const std::string& shown);
     /// A pipe, mostly. @throws Failure
     static LocalContent ofStandardInput();
 
@@ -32,8 +34,11 @@ public:
     /// @param moved  counts what has gone by
     connector::tarn::ContentPublisher publisher(MovedBytes moved) const;
 
-    /// Of all of it; reads it. @throws Failure
-    std::string sha256() const;
+    /// Milliseconds since 1970, of its last change.
+    std::uint64_t lastModified() const;
+
+    /// Of all of it; reads it. @param moved  counts what has been read @throws Failure
+    std::string sha256(const MovedBytes& moved = countFromZero()) const;
 
 private:
     LocalContent(FileDescriptor opened, std::string shownName);

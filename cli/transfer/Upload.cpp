@@ -1,10 +1,12 @@
 #include "cli/transfer/Upload.h"
 
 #include "cli/remote/Answer.h"
+#include "cli/remote/Change.h"
 #include "cli/remote/FileContent.h"
 #include "cli/remote/Requests.h"
 #include "cli/terminal/Output.h"
 #include "cli/terminal/Quantities.h"
+#include "cli/transfer/Comparison.h"
 #include "cli/transfer/Conclusion.h"
 #include "cli/transfer/LocalTree.h"
 #include "tarn/session/SessionMessages.h"
@@ -70,18 +72,33 @@ struct Uploader::Folders {
     LocalTree tree;
     std::set<std::string> usable; ///< there, or made
     std::set<std::string> merged; ///< there before
-    /// Of the files in a merged folder, by their names.
-    std::map<std::string, std::map<std::string, std::string>> watermarks;
+    /// The files in a merged folder, by their names.
+    std::map<std::string, std::map<std::string, StoredFile>> existing;
 
-    std::optional<std::string> watermarkOf(const LocalEntry& file) const
+    std::optional<StoredFile> existingOf(const LocalEntry& file) const
     {
-        const auto folder = watermarks.find(parentOf(file.below));
-        if (folder == watermarks.end()) return {};
+        const auto folder = existing.find(parentOf(file.below));
+        if (folder == existing.end()) return {};
         const auto found = folder->second.find(file.local.filename().string());
         if (found == folder->second.end()) return {};
         return found->second;
     }
 };
+
+void Uploader::makeFolder(const RemotePath& folder)
+{
+    requireStorable(connection, folder, false, existing);
+    naming(folder, [&] {
+        makeChange(
+            connection, [&] { return connection.files().createFolder(requestFor<FolderCreate>(folder)); },
+            [&] {
+                const auto found = findAttributes(connection, folder);
+                return found && isFolder(*found);
+            });
+    });
+    ++report.folders;
+    ++report.transfers.done;
+}
 
 void Uploader::addTree(const fs::path& root, const RemotePath& target, bool exists)
 {
@@ -164,7 +181,7 @@ void Uploader::lookInto(Folders& folders)
         };
         transfer.succeeded = [&folders, below, reply] {
             for (const auto& file : (*reply)->files)
-                folders.watermarks[below][toUtf8(file.name)] = file.watermark;
+                folders.existing[below][toUtf8(file.name)] = {file.watermark, file.size};
         };
         transfers.add(std::move(transfer));
     }
@@ -180,17 +197,50 @@ void Uploader::addFiles(const Folders& folders)
         if (!folders.usable.contains(parentOf(entry.below)))
             ++report.transfers.notStarted;
         else
-            add({entry.local, join(folders.target, entry.below), entry.size, folders.watermarkOf(entry),
+            add({entry.local, join(folders.target, entry.below), entry.size, folders.existingOf(entry),
                  Symlinks::refuse});
     }
 }
 
+/// One request for each file of the same size; nothing is sent.
+void Uploader::leaveWhatIsThere()
+{
+    const auto compared = countFromZero();
+    Transfers transfers(connection, out, compared);
+    std::uint64_t total = 0;
+    std::uint64_t files = 0;
+    for (auto& upload : uploads) {
+        if (!upload.existing || upload.existing->size != upload.size) continue;
+        upload.isLeft = true; // until it is known to differ
+        const auto open = [local = upload.local, symlinks = upload.symlinks] {
+            return LocalContent::ofFile(local, symlinks);
+        };
+        Comparison both{escaped(upload.local.string()), open, upload.remote, {}, upload.size};
+        transfers.add(compare(connection, std::move(both), compared, [this, &upload](bool isSame) {
+            upload.isLeft = isSame;
+            if (!isSame) return;
+            ++report.unchanged;
+            out.detail(upload.remote.quoted() + " has the content of " + escaped(upload.local.string()) +
+                       " already.");
+        }));
+        total += upload.size;
+        ++files;
+    }
+    out.progress().begin("Comparing", total, files);
+    auto looked = transfers.run();
+    out.progress().end();
+    looked.done = 0; // nothing was stored by looking
+    addTo(report.transfers, std::move(looked));
+    std::erase_if(uploads, [](const auto& upload) { return upload.isLeft; });
+}
+
 UploadReport Uploader::run()
 {
+    if (existing != Existing::skip) leaveWhatIsThere();
     std::uint64_t total = 0;
     Transfers transfers(connection, out, moved);
     for (const auto& upload : uploads) {
-        if (upload.watermark && existing == Existing::skip) {
+        if (upload.existing && existing == Existing::skip) {
             skip(upload.local, "it exists already");
             continue;
         }
@@ -214,7 +264,7 @@ UploadReport Uploader::run()
 
 Future<bool> Uploader::send(const Upload& upload)
 {
-    const bool exists = upload.watermark.has_value();
+    const bool exists = upload.existing.has_value();
     requireStorable(connection, upload.remote, exists, existing);
     // Opened only now, when its turn has come: what waits takes no descriptor.
     return store(connection, upload.remote, LocalContent::ofFile(upload.local, upload.symlinks), existing,
@@ -230,7 +280,7 @@ Future<bool> Uploader::send(const Upload& upload)
 std::optional<bool> Uploader::isStored(const Upload& upload)
 {
     const auto found = findAttributes(connection, upload.remote);
-    if (!found || (upload.watermark && found->watermark == *upload.watermark)) return false;
+    if (!found || (upload.existing && found->watermark == upload.existing->watermark)) return false;
     const auto content = LocalContent::ofFile(upload.local, upload.symlinks);
     if (found->size != content.size()) return {};
     if (found->size == 0 || digestOf(connection, upload.remote) == content.sha256()) return true;

@@ -15,14 +15,20 @@ namespace tarncli {
 /// What to do with a file that is there already.
 enum class Existing { refuse, replace, addVersion, skip };
 
+/// The file that is there already.
+struct StoredFile {
+    std::string watermark;
+    std::uint64_t size = 0; ///< bytes
+};
+
 /// One file to store.
 struct Upload {
     std::filesystem::path local;
     RemotePath remote;
-    std::uint64_t size = 0; ///< bytes, as far as known
-    /// Of the file of this name that is there, as far as known.
-    std::optional<std::string> watermark = {};
+    std::uint64_t size = 0;                  ///< bytes, as far as known
+    std::optional<StoredFile> existing = {}; ///< of the same name, as far as known
     Symlinks symlinks = Symlinks::follow;
+    bool isLeft = false; ///< not to be sent: it is there already, or could not be compared
 };
 
 /// What an upload of a tree or of some files came to.
@@ -31,6 +37,7 @@ struct UploadReport {
     std::uint64_t files = 0;
     std::uint64_t folders = 0; ///< made; those that were there do not count
     std::uint64_t bytes = 0;
+    std::uint64_t unchanged = 0;      ///< files that were there with the same content
     std::vector<std::string> skipped; ///< local paths
 };
 
@@ -45,12 +52,15 @@ public:
     /// Notes a file for run().
     void add(Upload upload) { uploads.push_back(std::move(upload)); }
 
+    /// Makes a folder that is missing; its parent must be there. @throws Failure
+    void makeFolder(const RemotePath& folder);
+
     /// Makes `target` and the folders below it as `root` has them, and notes the files for run(). Folders
     /// that are there are merged into.
     /// @param exists  whether `target` is there
     void addTree(const std::filesystem::path& root, const RemotePath& target, bool exists);
 
-    /// Stores what was noted.
+    /// Stores what was noted, but not what is there already with the same content.
     UploadReport run();
 
 private:
@@ -62,6 +72,7 @@ private:
     void addFiles(const Folders& folders);
     void fail(const std::string& what, const Failure& failure);
     void skip(const std::filesystem::path& local, const std::string& reason);
+    void leaveWhatIsThere();
     connector::Future<bool> send(const Upload& upload);
     std::optional<bool> isStored(const Upload& upload);
 

@@ -40,32 +40,57 @@ struct Target {
     fs::path path;
     bool isFolder = false;
 
-    Target(const std::string& place, bool severalSources) : path(place), isFolder(fs::is_directory(place))
+    /// @param recursive  what is fetched may be a folder, for which the target is made
+    Target(const std::string& place, bool severalSources, bool recursive)
+        : path(place), isFolder(fs::is_directory(place))
     {
         const bool mustBeFolder = severalSources || place.ends_with('/');
-        if (mustBeFolder && !isFolder)
+        if (mustBeFolder && !isFolder && !(recursive && !fs::exists(path)))
             throw Failure(fs::exists(path) ? ExitCode::conflict : ExitCode::notFound,
                           "There is no local folder " + escaped(place) + "; make it first.");
+        if (path.filename().empty() && path.has_parent_path())
+            path = path.parent_path(); // without the last '/'
+        becomesFolder = mustBeFolder;
     }
 
     void addFile(Downloader& downloader, const RemotePath& remote, const VersionInfo& version,
-                 std::uint64_t size, std::uint64_t lastModified) const
+                 std::uint64_t size, std::uint64_t lastModified)
     {
+        if (becomesFolder && !isFolder) makeFolder();
         const auto folder = DownloadFolder::open(isFolder ? path : path.parent_path());
         downloader.add({remote, version, size, lastModified, folder,
                         isFolder ? remote.name() : path.filename().string()});
     }
 
-    void addTree(Downloader& downloader, const RemotePath& remote) const
+    /// `remote` goes below the target, or with '/' at the end its contents do.
+    void addTree(Downloader& downloader, const RemotePath& remote)
     {
         if (!isFolder && fs::exists(path))
             throw Failure(ExitCode::conflict,
                           escaped(path.string()) + " is a file; a folder cannot replace it.");
-        downloader.addTree(remote, isFolder && !remote.isRoot() ? path / remote.name() : path);
+        if (remote.asFolder || remote.isRoot()) return downloader.addTree(remote, path);
+        if (!isFolder) makeFolder();
+        downloader.addTree(remote, path / remote.name());
     }
+
+    /// Where a single source goes, or all of several.
+    fs::path placeOf(const RemotePath& remote, bool several) const
+    {
+        const bool below = isFolder && !several && !remote.asFolder && !remote.isRoot();
+        return below ? path / remote.name() : path;
+    }
+
+private:
+    void makeFolder()
+    {
+        DownloadFolder::make(path);
+        isFolder = true;
+    }
+
+    bool becomesFolder = false;
 };
 
-void addSource(Connection& connection, Downloader& downloader, const Target& target, const RemotePath& remote,
+void addSource(Connection& connection, Downloader& downloader, Target& target, const RemotePath& remote,
                const GetOptions& options)
 {
     const auto attributes = attributesOf(connection, remote);
@@ -85,14 +110,29 @@ void addSource(Connection& connection, Downloader& downloader, const Target& tar
     target.addTree(downloader, remote);
 }
 
-void show(Output& out, const DownloadReport& report)
+void tell(Output& out, const DownloadReport& report, const std::string& place)
 {
+    const auto there =
+        counted(report.unchanged, "file") + (report.unchanged == 1 ? " was" : " were") + " there already";
+    if (report.files + report.folders == 0) {
+        const bool isWhole = report.transfers.failed.empty() && report.transfers.notStarted == 0;
+        if (isWhole) out.message("Nothing to do at " + place + ": " + there + ".");
+        return;
+    }
     auto text = "Fetched " + counted(report.files, "file");
     if (report.folders > 0) text += " and " + counted(report.folders, "folder");
-    if (report.files + report.folders > 0) out.message(text + " (" + humanSize(report.bytes) + ").");
+    text += " (" + humanSize(report.bytes) + ") to " + place;
+    out.message(text + (report.unchanged > 0 ? "; " + there : "") + ".");
+}
+
+void show(Output& out, const DownloadReport& report, const fs::path& place)
+{
+    tell(out, report, escaped(place.string()));
     out.result("", {{"files", report.files},
                     {"folders", report.folders},
                     {"bytes", report.bytes},
+                    {"unchanged", report.unchanged},
+                    {"target", place.string()},
                     {"failed", toJson(report.transfers.failed)},
                     {"notTried", report.transfers.notStarted}});
 }
@@ -109,7 +149,7 @@ void fetch(const Invocation& invocation, const GetOptions& options)
     std::vector<RemotePath> remotes;
     for (const auto& source : sources)
         remotes.push_back(addressable(source));
-    const Target target(place, remotes.size() > 1);
+    Target target(place, remotes.size() > 1, options.recursive);
     auto connection = invocation.connect(options.jobs);
     Downloader downloader(connection, invocation.out,
                           {.overwrite = options.force ? Overwrite::replace : Overwrite::refuse,
@@ -118,7 +158,7 @@ void fetch(const Invocation& invocation, const GetOptions& options)
     for (const auto& remote : remotes)
         addSource(connection, downloader, target, remote, options);
     const auto report = downloader.run();
-    show(invocation.out, report);
+    show(invocation.out, report, target.placeOf(remotes.front(), remotes.size() > 1));
     conclude(report.transfers, "fetched");
 }
 
@@ -132,11 +172,16 @@ Verb get()
     return {
         .name = "get",
         .summary = "Fetch files",
-        .examples = "  tarn get /notes.md .\n"
-                    "  tarn get -r /photos ~/photos\n"
-                    "  tarn get --version 2 /notes.md old.md\n"
-                    "  tarn get --continue /disk.img .\n"
-                    "  tarn get /backup.sql - | psql app",
+        .examples =
+            "  tarn get /notes.md .\n"
+            "  tarn get -r /photos .                the folder: becomes ./photos\n"
+            "  tarn get -r /photos/ album           its contents: become those of album\n"
+            "  tarn get --version 2 /notes.md old.md\n"
+            "  tarn get --continue /disk.img .\n"
+            "  tarn get /backup.sql - | psql app\n"
+            "A target folder that is missing is made for a folder. A file that is there already with the\n"
+            "same content (size, and time or SHA-256) is left as it is, so that a command that was\n"
+            "interrupted can be repeated; one with another content is replaced only with --force.",
         .takes =
             {{"PLACE", &options->places, "REMOTE... LOCAL; LOCAL - is standard output", {.required = true}},
              {"-r,--recursive", &options->recursive, "Include folders and everything in them"},

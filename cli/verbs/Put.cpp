@@ -4,6 +4,7 @@
 #include "cli/transfer/Upload.h"
 #include "cli/verbs/Verb.h"
 
+#include <algorithm>
 #include <nlohmann/json.hpp>
 
 namespace tarncli {
@@ -48,11 +49,11 @@ Source sourceOf(const std::string& place, bool recursive)
     return source;
 }
 
-/// The name that a source gets in a folder; empty for "." and its like, whose content goes there.
+/// The name that a source gets below the target; empty for one that was written with '/' at the end, and for "." and
+/// its like, whose contents go there.
 std::string nameOf(const Source& source)
 {
-    auto name = source.path.filename().string();
-    if (name.empty()) name = source.path.parent_path().filename().string();
+    const auto name = source.path.filename().string();
     return name == "." || name == ".." ? "" : name;
 }
 
@@ -83,14 +84,27 @@ public:
         std::optional<connector::tarn::FileAttributes> found;
     };
 
-    Place placeFor(const std::string& name) const
+    /// Where a file goes, or a folder.
+    Place placeFor(const Source& source) const
     {
-        if (!isFolder()) return {remote, found};
-        if (name.empty()) return {remote, found};
+        const auto name = nameOf(source);
+        if (name.empty() || !(source.isFolder || isFolder())) return {remote, found};
         if (const auto why = whyNotAddressable(name); !why.empty())
             throw usageError("\"" + escaped(name) + "\" cannot be stored under its name: " + why);
         const auto place = remote.child(name);
+        if (isNew) return {place, {}};
         return {place, findAttributes(connection, place)};
+    }
+
+    /// A folder goes below the target, which is made for it.
+    void makeFor(Uploader& uploader)
+    {
+        if (found && !isFolder())
+            throw Failure(ExitCode::conflict, remote.quoted() + " is a file; a folder cannot replace it.");
+        if (found) return;
+        uploader.makeFolder(remote);
+        found.emplace().type = "FOLDER";
+        isNew = true;
     }
 
     const RemotePath& path() const { return remote; }
@@ -99,11 +113,11 @@ private:
     Connection& connection;
     RemotePath remote;
     std::optional<connector::tarn::FileAttributes> found;
+    bool isNew = false;
 };
 
-void addSource(Uploader& uploader, const Target& target, const Source& source)
+void addSource(Uploader& uploader, const Target::Place& place, const Source& source)
 {
-    const auto place = target.placeFor(nameOf(source));
     if (source.isFolder) {
         if (place.found && !isFolder(*place.found))
             throw Failure(ExitCode::conflict,
@@ -115,20 +129,34 @@ void addSource(Uploader& uploader, const Target& target, const Source& source)
     std::error_code error;
     const auto size = fs::file_size(source.path, error);
     Upload upload{source.path, place.remote, error ? 0 : size};
-    if (place.found) upload.watermark = place.found->watermark;
+    if (place.found) upload.existing = {place.found->watermark, place.found->size};
     uploader.add(std::move(upload));
 }
 
-void show(Output& out, const UploadReport& report, const RemotePath& target)
+/// @param where  "in PATH" or "as PATH"
+void tell(Output& out, const UploadReport& report, const std::string& where)
 {
-    const auto& transfers = report.transfers;
+    const auto there =
+        counted(report.unchanged, "file") + (report.unchanged == 1 ? " was" : " were") + " there already";
+    if (report.files + report.folders == 0) {
+        const bool isWhole = report.transfers.failed.empty() && report.transfers.notStarted == 0;
+        if (isWhole && report.skipped.empty()) out.message("Nothing to do " + where + ": " + there + ".");
+        return;
+    }
     auto text = "Stored " + counted(report.files, "file");
     if (report.folders > 0) text += " and " + counted(report.folders, "folder");
-    if (report.files + report.folders > 0)
-        out.message(text + " (" + humanSize(report.bytes) + ") at " + target.quoted() + ".");
+    text += " (" + humanSize(report.bytes) + ") " + where;
+    out.message(text + (report.unchanged > 0 ? "; " + there : "") + ".");
+}
+
+void show(Output& out, const UploadReport& report, const RemotePath& target, const char* preposition)
+{
+    const auto& transfers = report.transfers;
+    tell(out, report, preposition + target.quoted());
     out.result("", {{"files", report.files},
                     {"folders", report.folders},
                     {"bytes", report.bytes},
+                    {"unchanged", report.unchanged},
                     {"target", target.text()},
                     {"skipped", report.skipped},
                     {"failed", toJson(transfers.failed)},
@@ -139,7 +167,7 @@ void putStandardInput(Connection& connection, Output& out, const Target& target,
 {
     if (target.path().asFolder || target.isFolder())
         throw usageError(target.path().quoted() + " is a folder; name the file that standard input becomes.");
-    const auto place = target.placeFor("");
+    const auto place = target.placeFor({});
     UploadReport report;
     if (place.found && existing == Existing::skip) {
         report.skipped.push_back("-");
@@ -147,7 +175,7 @@ void putStandardInput(Connection& connection, Output& out, const Target& target,
         uploadStandardInput(connection, place.remote, existing, place.found.has_value(), report.bytes);
         report.files = 1;
     }
-    show(out, report, place.remote);
+    show(out, report, place.remote, "as ");
 }
 
 void store(const Invocation& invocation, const PutOptions& options)
@@ -164,15 +192,21 @@ void store(const Invocation& invocation, const PutOptions& options)
             sources.push_back(sourceOf(place, options.recursive));
 
     auto connection = invocation.connect(options.jobs);
-    const Target target(connection, options.places.back());
+    Target target(connection, options.places.back());
     if (fromInput) return putStandardInput(connection, out, target, existing);
-    const bool intoFolder = sources.size() > 1 || (target.path().asFolder && !sources.front().isFolder);
-    if (intoFolder) target.requireFolder();
     Uploader uploader(connection, out, existing);
-    for (const auto& source : sources)
-        addSource(uploader, target, source);
+    if (std::ranges::any_of(sources, &Source::isFolder))
+        target.makeFor(uploader);
+    else if (sources.size() > 1 || target.path().asFolder)
+        target.requireFolder();
+    RemotePath told = target.path();
+    for (const auto& source : sources) {
+        const auto place = target.placeFor(source);
+        addSource(uploader, place, source);
+        if (sources.size() == 1) told = place.remote;
+    }
     const auto report = uploader.run();
-    show(out, report, target.path());
+    show(out, report, told, sources.size() > 1 || sources.front().isFolder ? "in " : "as ");
     conclude(report.transfers, "stored");
 }
 
@@ -183,22 +217,26 @@ namespace verbs {
 Verb put()
 {
     const auto options = std::make_shared<PutOptions>();
-    return {.name = "put",
-            .summary = "Store files",
-            .examples = "  tarn put notes.md /notes.md\n"
-                        "  tarn put a.txt b.txt /docs/\n"
-                        "  tarn put -r -j 8 photos /photos\n"
-                        "  pg_dump app | tarn put - /backup.sql",
-            .takes = {{"PLACE",
-                       &options->places,
-                       "LOCAL... REMOTE; LOCAL - is standard input",
-                       {.required = true}},
-                      {"-r,--recursive", &options->recursive, "Include folders and everything in them"},
-                      {"-f,--force", &options->force, "Replace the content of files that exist"},
-                      {"--new-version", &options->newVersion, "Keep the old content as a version"},
-                      {"--skip-existing", &options->skipExisting, "Leave files that exist as they are"},
-                      jobsOption(options->jobs)},
-            .run = [options](const Invocation& invocation) { store(invocation, *options); }};
+    return {
+        .name = "put",
+        .summary = "Store files",
+        .examples =
+            "  tarn put notes.md /notes.md\n"
+            "  tarn put a.txt b.txt /docs/\n"
+            "  tarn put -r photos /                 the folder: becomes /photos\n"
+            "  tarn put -r -j 8 photos/ /album      its contents: become those of /album\n"
+            "  pg_dump app | tarn put - /backup.sql\n"
+            "A target folder that is missing is made for a folder. A file that is there already with the\n"
+            "same content (size and SHA-256) is left as it is, so that a command that was interrupted can\n"
+            "be repeated; one with another content is replaced only when an option says so.",
+        .takes =
+            {{"PLACE", &options->places, "LOCAL... REMOTE; LOCAL - is standard input", {.required = true}},
+             {"-r,--recursive", &options->recursive, "Include folders and everything in them"},
+             {"-f,--force", &options->force, "Replace the content of files that exist"},
+             {"--new-version", &options->newVersion, "Keep the old content as a version"},
+             {"--skip-existing", &options->skipExisting, "Leave files that exist as they are"},
+             jobsOption(options->jobs)},
+        .run = [options](const Invocation& invocation) { store(invocation, *options); }};
 }
 
 } // namespace verbs

@@ -86,14 +86,14 @@ protected:
 TEST_F(Interrupted, SessionIsRenewedOnceInTheMiddleAndEveryFileArrives)
 {
     auto put = std::async(std::launch::async, [&] {
-        return alice.tarn({"put", "-r", "-j", "8", "tree", "/tree"});
+        return alice.tarn({"put", "-r", "-j", "8", "tree/", "/tree"});
     });
     waitUntil([&] { return requests("PUT /service/v1/files") >= 20; });
     endSession();
     const auto result = put.get();
     EXPECT_EQ(result.exitCode, 0) << result.err;
     EXPECT_EQ(logins(), 2u);
-    EXPECT_EQ(alice.tarn({"get", "-r", "/tree", "back"}).exitCode, 0);
+    EXPECT_EQ(alice.tarn({"get", "-r", "/tree/", "back"}).exitCode, 0);
     EXPECT_EQ(wholeFiles("back"), files);
 }
 
@@ -115,7 +115,7 @@ TEST_F(Interrupted, SessionEndsWhileStandardInputIsReadWhichIsNotLost)
 TEST_F(Interrupted, SessionWithoutAValidTokenStopsAndSaysSo)
 {
     service.run({"user", "rotate", "alice"});
-    const auto result = alice.tarn({"put", "-r", "-j", "4", "tree", "/tree"});
+    const auto result = alice.tarn({"put", "-r", "-j", "4", "tree/", "/tree"});
     EXPECT_EQ(result.exitCode, 4);
     EXPECT_THAT(result.err, HasSubstr("tarn login"));
     EXPECT_LT(count(result.err, "\n"), 5u); // not a line per file
@@ -123,7 +123,7 @@ TEST_F(Interrupted, SessionWithoutAValidTokenStopsAndSaysSo)
 
 TEST_F(Interrupted, PutSurvivesARestartOfTheService)
 {
-    auto put = std::async(std::launch::async, [&] { return alice.tarn({"put", "-r", "tree", "/tree"}); });
+    auto put = std::async(std::launch::async, [&] { return alice.tarn({"put", "-r", "tree/", "/tree"}); });
     waitUntil([&] { return requests("PUT /service/v1/files") >= 120; });
     const auto port = service.port();
     service.kill();
@@ -131,14 +131,14 @@ TEST_F(Interrupted, PutSurvivesARestartOfTheService)
     const auto result = put.get();
     EXPECT_EQ(result.exitCode, 0) << result.err;
     EXPECT_THAT(result.err, HasSubstr("Stored 400 files"));
-    EXPECT_EQ(alice.tarn({"get", "-r", "/tree", "back"}).exitCode, 0);
+    EXPECT_EQ(alice.tarn({"get", "-r", "/tree/", "back"}).exitCode, 0);
     EXPECT_EQ(wholeFiles("back"), files);
 }
 
 TEST_F(Interrupted, PutTellsWhatIsMissingAndStoresNoHalves)
 {
     auto put = std::async(std::launch::async, [&] {
-        return alice.tarn({"--retries", "1", "put", "-r", "tree", "/tree"});
+        return alice.tarn({"--retries", "1", "put", "-r", "tree/", "/tree"});
     });
     waitUntil([&] { return service.errors().find("/files/tree/120") != std::string::npos; });
     service.kill();
@@ -149,21 +149,21 @@ TEST_F(Interrupted, PutTellsWhatIsMissingAndStoresNoHalves)
     service.start();
     alice.set("TARN_ENDPOINT", service.url());
     ASSERT_EQ(alice.run("printf %s \"$1\" | tarn login alice", {token}).exitCode, 0);
-    ASSERT_EQ(alice.tarn({"get", "-r", "/tree", "back"}).exitCode, 0);
+    ASSERT_EQ(alice.tarn({"get", "-r", "/tree/", "back"}).exitCode, 0);
     const auto stored = wholeFiles("back");
     EXPECT_GT(stored, 0u);
     EXPECT_LT(stored, files);
-    const auto again = alice.tarn({"put", "-r", "--skip-existing", "-q", "tree/.", "/tree"});
+    const auto again = alice.tarn({"put", "-r", "tree/", "/tree"});
     EXPECT_EQ(again.exitCode, 0) << again.err;
-    EXPECT_EQ(alice.tarn({"get", "-r", "-f", "/tree", "back"}).exitCode, 0);
-    EXPECT_EQ(wholeFiles("back/tree"), files);
+    EXPECT_EQ(alice.tarn({"get", "-r", "/tree/", "back"}).exitCode, 0);
+    EXPECT_EQ(wholeFiles("back"), files);
 }
 
 TEST_F(Interrupted, ByASignalLeavesWholeFilesOnly)
 {
-    ASSERT_EQ(alice.tarn({"put", "-r", "-j", "16", "tree", "/tree"}).exitCode, 0);
+    ASSERT_EQ(alice.tarn({"put", "-r", "-j", "16", "tree/", "/tree"}).exitCode, 0);
     auto get = std::async(std::launch::async,
-                          [&] { return alice.run("echo $$ > pid && exec tarn get -r /tree back"); });
+                          [&] { return alice.run("echo $$ > pid && exec tarn get -r /tree/ back"); });
     waitUntil([&] { return arrived("back") > 20; });
     kill(static_cast<pid_t>(std::stoi(alice.read("pid"))), SIGINT);
     EXPECT_EQ(get.get().exitCode, 130);

@@ -49,9 +49,9 @@ void makeOddTree(const Shell& shell)
 TEST_F(TransferTest, BringsAThousandOddlyNamedFilesBackByteForByte)
 {
     makeOddTree(alice);
-    const auto stored = tarn({"put", "-r", "-j", "8", "tree", "/tree"});
+    const auto stored = tarn({"put", "-r", "-j", "8", "tree/", "/tree"});
     EXPECT_THAT(stored.err, HasSubstr("Stored 991 files and 76 folders"));
-    tarn({"get", "-r", "-j", "8", "/tree", "back"});
+    tarn({"get", "-r", "-j", "8", "/tree/", "back"});
     EXPECT_EQ(contentsOf(alice.work() / "tree"), contentsOf(alice.work() / "back"));
 }
 
@@ -64,9 +64,33 @@ TEST_F(TransferTest, StoresWhereTheTargetSays)
     tarn({"put", "a.txt", "/new name.txt"});
     tarn({"put", "a.txt", "/docs"});
     tarn({"put", "a.txt", "b.txt", "/docs/deep/"});
-    tarn({"put", "-r", "d", "/docs"});
-    tarn({"put", "-r", "d", "/copy"});
-    tarn({"put", "-r", "d/.", "/docs/deep"});
+
+    const struct {
+        std::vector<std::string> command;
+        const char* told;
+        const char* third = "Nothing to do";
+    } rows[] = {
+        {{"put", "-r", "d", "/docs"}, "Stored 1 file and 1 folder (1 B) in \"/docs/d\"."},
+        {{"put", "-r", "d/", "/copy"}, "(1 B) in \"/copy\""},
+        {{"put", "-r", "d", "/new"}, "(1 B) in \"/new/d\""},
+        {{"put", "-r", "d/.", "/docs/deep"}, "(1 B) in \"/docs/deep\""},
+        {{"put", "-r", "d", "a.txt", "/all"}, "Stored 2 files and 2 folders (2 B) in \"/all\"."},
+        {{"put", "a.txt", "/docs/"}, "Nothing to do as \"/docs/a.txt\": 1 file was there already."},
+        {{"get", "-r", "/new", "."}, "Fetched 1 file and 2 folders (1 B) to ./new."},
+        {{"get", "-r", "/new/", "in"}, "(1 B) to in."},
+        {{"get", "-r", "/new", "made"}, "(1 B) to made/new."},
+        {{"get", "/docs/a.txt", "got"}, "(1 B) to got."},
+    };
+
+    for (const auto& row : rows) {
+        EXPECT_THAT(tarn(row.command).err, HasSubstr(row.told));
+        EXPECT_THAT(tarn(row.command).err, HasSubstr(row.third));
+    }
+    fs::last_write_time(alice.work() / "got", fs::file_time_type::clock::now());
+    EXPECT_THAT(tarn({"get", "/docs/a.txt", "got"}).err, HasSubstr("Nothing to do"));
+    alice.write("got", "B");
+    tarn({"get", "/docs/a.txt", "got"}, 6);
+    tarn({"rm", "-r", "/new", "/all"});
     EXPECT_EQ(tarn({"tree"}).out,
               "/\n├── copy/\n│   └── x\n├── docs/\n│   ├── d/\n│   │   └── x\n│   ├── deep/\n"
               "│   │   ├── a.txt\n│   │   ├── b.txt\n│   │   └── x\n│   └── a.txt\n└── new name.txt\n");
@@ -97,8 +121,9 @@ TEST_F(TransferTest, ReplacesOnlyWhenTold)
     EXPECT_EQ(tarn({"cat", "/a"}).out, "one");
     EXPECT_THAT(tarn({"restore", "--as-new", "/a", "2"}).err, HasSubstr("Version 3"));
 
+    alice.write("a", "mine");
     tarn({"get", "/a", "a"}, 6);
-    EXPECT_EQ(alice.read("a"), "three");
+    EXPECT_EQ(alice.read("a"), "mine");
     const auto times = alice.run("tarn get -q /a t && tarn get -q --no-times /a now && touch -r t same && "
                                  "tarn stat --json /a | grep -c $(stat -c %.3Y t | tr -d .) && "
                                  "test now -nt t && echo newer");
@@ -111,18 +136,22 @@ TEST_F(TransferTest, MergesTreesAndDoesWhatItCan)
 {
     alice.write("t/old", "old");
     alice.write("t/sub/old", "old");
-    tarn({"put", "-r", "t", "/t"});
+    tarn({"put", "-r", "t", "/"});
+    alice.write("t/old", "OLD");
     alice.write("t/sub/new", "new");
     alice.write("t/what?", "q");
     alice.write("t/bad\xff", "b");
     fs::create_symlink("/etc/passwd", alice.work() / "t/link");
     const auto result = tarn({"put", "-r", "t/.", "/t"}, 8);
-    EXPECT_THAT(result.err, HasSubstr("t/old\" exists already; use --force"));
+    EXPECT_THAT(result.err, HasSubstr("/t/old\" exists already; use --force"));
     EXPECT_THAT(result.err, HasSubstr("t/./what?: The service cannot be asked for names with '?'"));
     EXPECT_THAT(result.err, HasSubstr("t/./bad\\xff: The name is not valid UTF-8"));
     EXPECT_THAT(result.err, HasSubstr("Skipped t/./link: symbolic links are not followed"));
     EXPECT_EQ(tarn({"cat", "/t/sub/new"}).out, "new");
-    EXPECT_EQ(alice.run("mkdir only && cp -r t/sub only && tarn put -r only/. /t").exitCode,
+    EXPECT_EQ(alice
+                  .run("mkdir only && cp -r t/sub only && rm only/sub/new && echo >only/sub/old && tarn put "
+                       "-r only/. /t")
+                  .exitCode,
               6); // nothing was done
     alice.write("t/old", "changed");
     tarn({"put", "-r", "--force", "t/.", "/t"}, 8);

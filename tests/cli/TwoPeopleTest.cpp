@@ -33,7 +33,7 @@ TEST(TwoPeople, ShareReadTakeBackLinkAndGoBackInTime)
         {"alice", "tarn grant /plans bob | wc -l", 0, "1\n"},
         {"bob", "tarn shared | awk '{print $1, $NF}'", 0, "USER PATH\nalice alice:/plans/\n"},
         {"bob", "tarn ls alice:/plans", 0, "a\nb c\n"},
-        {"bob", "tarn get -r alice:/plans got && cat got/a 'got/b c'", 0, "one\ntwo\n"},
+        {"bob", "tarn get -r alice:/plans/ got && cat got/a 'got/b c'", 0, "one\ntwo\n"},
         {"bob", "echo mine > a; tarn put -f a alice:/plans/a", 5, ""},
         {"bob", "tarn rm -r alice:/plans", 5, ""},
         {"bob", "tarn mv alice:/plans/a alice:/plans/x", 5, ""},
