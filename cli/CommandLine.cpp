@@ -2,8 +2,14 @@
 
 #include "cli/terminal/NearestName.h"
 #include "cli/terminal/Text.h"
+#include "cli/terminal/Version.h"
+#include "cli/verbs/CommandTree.h"
 
 #include <CLI/CLI.hpp>
+
+#include <algorithm>
+#include <map>
+#include <memory>
 
 namespace tarncli {
 
@@ -43,8 +49,8 @@ public:
 
     void operator()(unsigned* target) const
     {
-        // Not 0: with no transfer at a time nothing would ever end.
-        ruled(verb.add_option(option.names, *target, option.help))->check(CLI::Range(1u, option.rules.most));
+        ruled(verb.add_option(option.names, *target, option.help))
+            ->check(CLI::Range(option.rules.least, option.rules.most));
     }
 
     void operator()(std::string* target) const
@@ -57,6 +63,8 @@ public:
     {
         auto* added = ruled(verb.add_option(option.names, *target, option.help));
         if (option.rules.most > 0) added->expected(1, static_cast<int>(option.rules.most));
+        // Each time with one: what follows is the next argument.
+        if (*option.names == '-') added->allow_extra_args(false);
     }
 
 private:
@@ -71,45 +79,50 @@ private:
     const Option& option;
 };
 
+/// What people call a verb elsewhere.
+constexpr std::pair<std::string_view, std::string_view> otherNames[] = {
+    {"copy", "cp"},      {"del", "rm"},       {"delete", "rm"}, {"diff", "check"},       {"dir", "ls"},
+    {"download", "get"}, {"erase", "rm"},     {"fetch", "get"}, {"history", "versions"}, {"info", "stat"},
+    {"list", "ls"},      {"locate", "find"},  {"md", "mkdir"},  {"move", "mv"},          {"pull", "get -r"},
+    {"push", "put -r"},  {"remove", "rm"},    {"ren", "mv"},    {"rename", "mv"},        {"rmdir", "rm -r"},
+    {"search", "find"},  {"share", "grant"},  {"show", "cat"},  {"signin", "login"},     {"size", "du"},
+    {"store", "put"},    {"sync", "put -r"},  {"type", "cat"},  {"unshare", "revoke"},   {"upload", "put"},
+    {"url", "link"},     {"verify", "check"},
+};
+
 /// Owns everything that the parser fills in and no verb does.
 class Parser {
 public:
-    explicit Parser(const std::vector<Verb>& all)
+    explicit Parser(std::vector<Verb> all) : tree{globalOptions(), std::move(all), {}}
     {
         app.require_subcommand(0, 1); // none shows the help, which the parser would call an error
         app.fallthrough();            // --json and the like may stand behind the verb, too
         app.footer(mainFooter);
-        app.set_version_flag("--version", "tarn 0.1.0");
-        auto& service = command.connection.service;
-        app.add_option("--endpoint", service.endpoint, "Base URL of the service")->type_name("URL");
-        app.add_option("--profile", service.profile, "Profile in the configuration file")->type_name("NAME");
-        app.add_option("--ca-file", service.caFile,
-                       "Certificates (PEM) of the authorities to trust instead of the system's")
-            ->type_name("FILE");
-        app.add_option("--proxy", service.proxy, "Proxy to use; \"none\" for a direct connection")
-            ->type_name("URL");
-        app.add_flag("--insecure", service.insecure,
-                     "Allow http:// to other machines, which sends the token unencrypted");
-        app.add_option("--timeout", command.connection.timeout,
-                       "How long the service may stay silent; default: 30, or 300 before its reply begins")
-            ->check(CLI::Range(1u, 86'400u))
-            ->type_name("SECONDS");
-        app.add_option("--retries", command.connection.retries,
-                       "How often to try again what was interrupted; default: 3")
-            ->check(CLI::Range(0u, 100u))
-            ->type_name("N");
-        app.add_flag("--json", command.json, "Write results and errors as JSON");
-        auto* quiet = app.add_flag("-q,--quiet", quietly, "Show errors and warnings only");
-        app.add_flag("-v,--verbose", verbosely, "Report every step")->excludes(quiet);
-        for (const auto& verb : all)
+        app.set_version_flag("--version", versionText);
+        for (const auto& option : tree.options)
+            std::visit(Declaration(app, option), option.target);
+        for (const auto& verb : tree.verbs)
             add(verb);
         app.allow_extras(); // after the verbs, which would inherit it; refuseExtras() words it better
     }
 
+    const CommandTree& commands() const { return tree; }
+
+    std::string help(const std::string& name)
+    {
+        if (name.empty()) return app.help();
+        for (const auto& [parser, verb] : verbs)
+            if (verb->name == name) return parser->help();
+        throw noVerb(name);
+    }
+
     Command parse(int argc, const char* const* argv)
     {
+        std::vector<std::string> arguments(argv + 1, argv + argc);
+        doubleDashes(arguments);
+        std::ranges::reverse(arguments); // as the parser wants them
         try {
-            app.parse(argc, argv);
+            app.parse(std::move(arguments));
         } catch (const CLI::CallForHelp&) {
             return showHelp(ExitCode::ok);
         } catch (const CLI::CallForVersion& version) {
@@ -120,6 +133,7 @@ public:
         }
         refuseExtras();
         if (app.get_subcommands().empty()) return showHelp(ExitCode::usage);
+        if (quietly && verbosely) throw usageError("Choose one of --quiet and --verbose.");
         if (quietly) command.verbosity = Output::Verbosity::quiet;
         if (verbosely) command.verbosity = Output::Verbosity::verbose;
         command.verb = verbs.at(app.get_subcommands().front())->run;
@@ -127,9 +141,56 @@ public:
     }
 
 private:
+    std::vector<Option> globalOptions()
+    {
+        auto& service = command.connection.service;
+        return {
+            {"--endpoint", &service.endpoint, "Base URL of the service", {.valueName = "URL"}},
+            {"--profile", &service.profile, "Profile in the configuration file", {.valueName = "NAME"}},
+            {"--ca-file",
+             &service.caFile,
+             "Certificates (PEM) of the authorities to trust instead of the system's",
+             {.valueName = "FILE", .words = Words::local}},
+            {"--proxy",
+             &service.proxy,
+             "Proxy to use; \"none\" for a direct connection",
+             {.valueName = "URL"}},
+            {"--insecure", &service.insecure,
+             "Allow http:// to other machines, which sends the token unencrypted"},
+            {"--timeout",
+             &command.connection.timeout,
+             "How long the service may stay silent; default: 30, or 300 before its reply begins",
+             {.valueName = "SECONDS", .most = 86'400}},
+            {"--retries",
+             &command.connection.retries,
+             "How often to try again what was interrupted; default: 3",
+             {.valueName = "N", .most = 100, .least = 0}},
+            {"--json", &command.json, "Write results and errors as JSON"},
+            {"-q,--quiet", &quietly, "Show errors and warnings only"},
+            {"-v,--verbose", &verbosely, "Report every step"},
+        };
+    }
+
+    /// `find / -name x` becomes `find / --name x`.
+    void doubleDashes(std::vector<std::string>& arguments) const
+    {
+        const auto isVerb = [&](const auto& each) { return findVerb(tree, each) != nullptr; };
+        auto at = std::ranges::find_if(arguments, isVerb);
+        if (at == arguments.end() || !findVerb(tree, *at)->takesSingleDashes) return;
+        const auto& verb = *findVerb(tree, *at);
+        const auto isMeant = [&](const std::string& name) {
+            return std::ranges::any_of(verb.takes, [&](const auto& each) { return isNamed(each, name); });
+        };
+        for (++at; at != arguments.end() && *at != "--"; ++at)
+            if (at->size() > 2 && at->starts_with('-') && isMeant("-" + *at)) at->insert(0, "-");
+    }
+
     void add(const Verb& verb)
     {
         auto* added = app.add_subcommand(verb.name, verb.summary);
+        if (std::ranges::any_of(verb.takes, [](const auto& each) { return isNamed(each, "-h"); }))
+            added->set_help_flag("--help", "Print this help message and exit");
+        if (verb.isHidden) added->group("");
         added->footer(std::string("\nExamples:\n") + verb.examples);
         added->fallthrough();
         for (const auto& option : verb.takes)
@@ -154,13 +215,19 @@ private:
         if (!verbsGiven.empty() || extra.starts_with('-'))
             throw usageError("\"" + escaped(extra) + "\" is not expected here; see `tarn " +
                              (verbsGiven.empty() ? "" : verbsGiven.front()->get_name() + " ") + "--help`.");
+        throw noVerb(extra);
+    }
+
+    Failure noVerb(const std::string& word) const
+    {
         std::vector<std::string> names;
-        for (const auto& [app, verb] : verbs)
-            names.emplace_back(verb->name);
-        const auto nearest = nearestName(extra, names);
-        throw usageError(
-            "There is no verb \"" + escaped(extra) + "\"" +
-            (nearest.empty() ? "; see `tarn --help`." : "; did you mean `tarn " + nearest + "`?"));
+        for (const auto& verb : tree.verbs)
+            if (!verb.isHidden) names.emplace_back(verb.name);
+        std::string meant = nearestName(word, names);
+        for (const auto& [other, verb] : otherNames)
+            if (word == other) meant = verb;
+        return usageError("There is no verb \"" + escaped(word) + "\"" +
+                          (meant.empty() ? "; see `tarn --help`." : "; did you mean `tarn " + meant + "`?"));
     }
 
     /// The parser's own errors as one line.
@@ -172,16 +239,22 @@ private:
 
     CLI::App app{"Keeps your files in a Tarn service.", "tarn"};
     Command command;
-    std::map<const CLI::App*, const Verb*> verbs;
     bool quietly = false;
     bool verbosely = false;
+    CommandTree tree;
+    std::map<const CLI::App*, const Verb*> verbs;
 };
 
 } // namespace
 
-Command parseCommandLine(const std::vector<Verb>& verbs, int argc, const char* const* argv)
+Command parseCommandLine(std::vector<Verb> verbs, int argc, const char* const* argv)
 {
-    return Parser(verbs).parse(argc, argv);
+    const auto parser = std::make_shared<Parser>(std::move(verbs));
+    auto command = parser->parse(argc, argv);
+    command.commands = parser->commands();
+    command.commands.epilogue = mainFooter;
+    command.commands.help = [parser](const std::string& verb) { return parser->help(verb); };
+    return command;
 }
 
 } // namespace tarncli

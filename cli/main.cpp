@@ -20,7 +20,7 @@ int run(const Command& command)
 {
     Output out(command.json, command.verbosity);
     try {
-        command.verb({command.connection, out});
+        command.verb({command.connection, out, command.commands});
         return 0;
     } catch (const std::exception&) {
         const auto failure = explain(std::current_exception());

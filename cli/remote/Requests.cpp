@@ -60,6 +60,31 @@ FileSummary summaryOf(const FileAttributes& attributes)
             attributes.size, attributes.writable, attributes.watermark};
 }
 
+FileAttributes attributesOf(const FileSummary& file)
+{
+    FileAttributes attributes;
+    attributes.name = file.name;
+    attributes.created = file.created;
+    attributes.lastModified = file.lastModified;
+    attributes.size = file.size;
+    attributes.writable = file.writable;
+    attributes.watermark = file.watermark;
+    attributes.type = "FILE";
+    return attributes;
+}
+
+FileAttributes attributesOf(const FolderSummary& folder)
+{
+    FileAttributes attributes;
+    attributes.name = folder.name;
+    attributes.created = folder.created;
+    attributes.lastModified = folder.lastModified;
+    attributes.writable = folder.writable;
+    attributes.watermark = folder.watermark;
+    attributes.type = "FOLDER";
+    return attributes;
+}
+
 nlohmann::json toJson(const FileSummary& file)
 {
     return {{"name", toUtf8(file.name)},         {"size", file.size},         {"created", file.created},

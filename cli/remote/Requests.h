@@ -56,6 +56,10 @@ auto naming(const RemotePath& item, Action action)
 /// What a file's attributes have in common with its entry in a listing.
 connector::tarn::FileSummary summaryOf(const connector::tarn::FileAttributes& attributes);
 
+/// What a listing tells of an item.
+connector::tarn::FileAttributes attributesOf(const connector::tarn::FileSummary& file);
+connector::tarn::FileAttributes attributesOf(const connector::tarn::FolderSummary& folder);
+
 nlohmann::json toJson(const connector::tarn::FileSummary& file);
 nlohmann::json toJson(const connector::tarn::FolderSummary& folder);
 

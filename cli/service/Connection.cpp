@@ -7,6 +7,7 @@
 #include "cli/service/ReplyCheck.h"
 #include "cli/terminal/Output.h"
 #include "cli/terminal/Text.h"
+#include "cli/terminal/Version.h"
 #include "tarn/fileaccess/FileMessages.h"
 #include "tarn/session/SessionMessages.h"
 
@@ -59,9 +60,9 @@ Connection::Connection(const ConnectionOptions& options, Output& output)
     if (service.isLocal()) startLocalStore(output);
     connector::host::TarnHost::Options settings;
     settings.endpoint = endpoint;
-    settings.clientString = "tarn 0.1.0";
+    settings.clientString = versionText;
     settings.clientType = "cli";
-    settings.http = httpOptionsFor(service, options.inFlight);
+    settings.http = httpOptionsFor(service, options.inFlight * options.connectionsEach);
     settings.http.replyCheck = whyNotTarn;
     if (options.timeout > 0) limitWaiting(settings.http, std::chrono::seconds(options.timeout));
     host = std::make_unique<connector::host::TarnHost>(settings);

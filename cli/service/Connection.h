@@ -18,8 +18,9 @@ class Output;
 struct ConnectionOptions {
     ServiceFlags service;
     unsigned inFlight = 4;
-    unsigned timeout = 0; ///< seconds that the service may stay silent; 0: not told
-    unsigned retries = 3; ///< of what was interrupted and is safe to repeat
+    unsigned connectionsEach = 1; ///< for each of them: one that waited for another's would never end
+    unsigned timeout = 0;         ///< seconds that the service may stay silent; 0: not told
+    unsigned retries = 3;         ///< of what was interrupted and is safe to repeat
 };
 
 /// The service that flags, environment and configuration file name. @throws Failure (usage)

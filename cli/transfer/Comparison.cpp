@@ -1,10 +1,29 @@
 #include "cli/transfer/Comparison.h"
 
 #include "cli/remote/FileContent.h"
+#include "tarn/foundation/Composition.h"
 
 namespace tarncli {
 
 using connector::Future;
+
+namespace {
+
+Future<bool> areEqual(Future<std::string> one, Future<std::string> other, const std::shared_ptr<bool>& answer)
+{
+    std::vector<Future<std::string>> both;
+    both.push_back(std::move(one));
+    both.push_back(std::move(other));
+    return connector::whenAll(std::move(both))
+        .then([answer](Future<std::vector<Future<std::string>>>&& settled) {
+            auto digests = settled.get();
+            const auto first = digests.front().get();
+            *answer = !first.empty() && first == digests.back().get();
+            return true;
+        });
+}
+
+} // namespace
 
 Transfer compare(Connection& connection, Comparison comparison, const MovedBytes& moved,
                  std::function<void(bool isSame)> tell)
@@ -15,13 +34,15 @@ Transfer compare(Connection& connection, Comparison comparison, const MovedBytes
     transfer.start = [&connection, comparison, moved, answer] {
         if (const auto why = whyNotAddressable(comparison.remote.path); !why.empty()) throw usageError(why);
         if (comparison.size == 0) return connector::makeReadyFuture(true);
+        auto digest = requestDigest(connection, comparison.remote, comparison.version);
+        if (const auto* remote = std::get_if<RemotePath>(&comparison.other))
+            return areEqual(std::move(digest), requestDigest(connection, *remote), answer);
         // Read and hashed where the reply arrives, so that several files are at the same time.
-        return requestDigest(connection, comparison.remote, comparison.version)
-            .then([comparison, moved, answer](Future<std::string>&& told) {
-                const auto digest = told.get();
-                *answer = !digest.empty() && comparison.local().sha256(moved) == digest;
-                return true;
-            });
+        return digest.then([open = std::get<0>(comparison.other), moved, answer](Future<std::string>&& told) {
+            const auto text = told.get();
+            *answer = !text.empty() && open().sha256(moved) == text;
+            return true;
+        });
     };
     transfer.forgives = [answer](const std::exception_ptr& error) {
         return isRefusal(error, reasons::notFound);

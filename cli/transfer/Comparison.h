@@ -7,14 +7,15 @@
 
 #include <functional>
 #include <string>
+#include <variant>
 
 namespace tarncli {
 
-/// Two contents of one size, the one here and the other in the service.
+/// Two contents of one size, one of them in the service.
 struct Comparison {
     std::string what; ///< named in front of a failure
-    /// Opens the local one, when its turn has come. Called on any thread. @throws Failure
-    std::function<LocalContent()> local;
+    /// The other one, which is opened when its turn has come, on any thread; or it is in the service as well.
+    std::variant<std::function<LocalContent()>, RemotePath> other;
     RemotePath remote;
     connector::tarn::VersionInfo version = {}; ///< empty id: the current one
     std::uint64_t size = 0;                    ///< bytes of both

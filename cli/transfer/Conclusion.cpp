@@ -3,6 +3,7 @@
 #include "cli/terminal/Output.h"
 #include "cli/terminal/Quantities.h"
 
+#include <algorithm>
 #include <iterator>
 #include <nlohmann/json.hpp>
 
@@ -44,6 +45,30 @@ TransferReport forEach(Output& out, const std::vector<std::string>& items,
             break;
         }
     }
+    return report;
+}
+
+TransferReport forEachItem(Connection& connection, Output& out, const std::vector<std::string>& paths,
+                           bool missingIsFine, const std::function<void(const RemoteItem&)>& action)
+{
+    std::vector<RemoteItem> items;
+    auto report = forEach(out, paths, [&](const std::string& path) {
+        try {
+            std::ranges::move(expand(connection, path), std::back_inserter(items));
+        } catch (const Failure& failure) {
+            if (!missingIsFine || failure.code() != ExitCode::notFound) throw;
+        }
+    });
+    report.done = 0;
+    if (report.notStarted > 0) {
+        report.notStarted += items.size();
+        return report;
+    }
+    std::vector<std::string> names;
+    for (const auto& item : items)
+        names.push_back(item.where.text());
+    auto next = items.begin();
+    addTo(report, forEach(out, names, [&](const std::string&) { action(*next++); }));
     return report;
 }
 

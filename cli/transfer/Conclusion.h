@@ -1,5 +1,6 @@
 #pragma once
 
+#include "cli/remote/Wildcards.h"
 #include "cli/transfer/Transfers.h"
 
 #include <nlohmann/json_fwd.hpp>
@@ -18,6 +19,11 @@ nlohmann::json toJson(const std::vector<TransferReport::Failed>& failed);
 /// @param action  called with an item
 TransferReport forEach(Output& out, const std::vector<std::string>& items,
                        const std::function<void(const std::string&)>& action);
+
+/// Likewise for each item that `paths` stand for, wildcards expanded first.
+/// @param missingIsFine  a pattern that nothing matches is no failure
+TransferReport forEachItem(Connection& connection, Output& out, const std::vector<std::string>& paths,
+                           bool missingIsFine, const std::function<void(const RemoteItem&)>& action);
 
 /// Ends a verb that dealt with many items: returns when all went well.
 /// @param verb  "stored", "deleted"

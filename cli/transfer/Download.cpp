@@ -41,10 +41,8 @@ void Downloader::addTree(const RemotePath& remote, const std::filesystem::path& 
 
 void Downloader::addFolder(const RemoteFolder& remote, const std::shared_ptr<const DownloadFolder>& local)
 {
-    if (local->isNew()) {
-        ++report.folders;
-        ++report.transfers.done;
-    }
+    if (local->isNew()) ++report.folders;
+    ++report.transfers.done;
     for (const auto& file : remote.files) {
         const auto name = toUtf8(file.name);
         add({remote.where.child(name), {}, file.size, file.lastModified, local, name});

@@ -28,7 +28,7 @@ public:
             entry(item, below);
     }
 
-    LocalTree tree;
+    SourceTree tree;
 
 private:
     void entry(const fs::directory_entry& item, const std::string& below)
@@ -59,7 +59,7 @@ private:
 
 } // namespace
 
-LocalTree walkLocalTree(const fs::path& root)
+SourceTree walkLocalTree(const fs::path& root)
 {
     Walk walk;
     walk.folder(root, "");

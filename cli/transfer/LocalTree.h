@@ -1,6 +1,7 @@
 #pragma once
 
 #include "cli/terminal/Failure.h"
+#include "cli/transfer/Origin.h"
 
 #include <cstdint>
 #include <filesystem>
@@ -9,33 +10,33 @@
 
 namespace tarncli {
 
-/// One file or folder below a local folder.
-struct LocalEntry {
-    std::filesystem::path local;
+/// One file or folder below the folder that is to be stored.
+struct SourceEntry {
+    Origin origin;
     std::string below; ///< UTF-8 names from the walked folder down, joined by '/'
     bool isFolder = false;
     std::uint64_t size = 0; ///< bytes of a file
 };
 
-/// What lies below a local folder.
-struct LocalTree {
+/// What lies below the folder that is to be stored.
+struct SourceTree {
     struct Skipped {
-        std::filesystem::path local;
+        Origin origin;
         std::string reason;
     };
 
     struct Failed {
-        std::filesystem::path local;
+        Origin origin;
         Failure failure;
     };
 
-    std::vector<LocalEntry> entries; ///< by name; a folder stands before what is in it
+    std::vector<SourceEntry> entries; ///< by name; a folder stands before what is in it
     std::vector<Skipped>
         skipped; ///< symbolic links, which are not followed, and what is neither file nor folder
     std::vector<Failed> failed; ///< unreadable folders, and names that the service cannot be asked for
 };
 
-/// Walks everything below `root`.
-LocalTree walkLocalTree(const std::filesystem::path& root);
+/// Walks everything below a local folder.
+SourceTree walkLocalTree(const std::filesystem::path& root);
 
 } // namespace tarncli

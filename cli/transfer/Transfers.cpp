@@ -64,6 +64,12 @@ void Transfers::add(Transfer transfer)
     waiting.push_back({std::move(transfer), connection.retries()});
 }
 
+void Transfers::addFirst(Transfer transfer)
+{
+    ++added;
+    waiting.push_front({std::move(transfer), connection.retries()});
+}
+
 TransferReport Transfers::run()
 {
     while (inFlight > 0 || !waiting.empty()) {

@@ -68,6 +68,8 @@ public:
     Transfers(Connection& openConnection, Output& output, MovedBytes movedBytes = countFromZero());
 
     void add(Transfer transfer);
+    /// Ahead of all that waits.
+    void addFirst(Transfer transfer);
 
     /// Runs all that was added, and all that is added meanwhile, to the end. Failures are told as they come,
     /// but not that of a single transfer, which is left to the caller.

@@ -8,7 +8,7 @@
 #include "cli/terminal/Quantities.h"
 #include "cli/transfer/Comparison.h"
 #include "cli/transfer/Conclusion.h"
-#include "cli/transfer/LocalTree.h"
+#include "cli/transfer/ContentRelay.h"
 #include "tarn/session/SessionMessages.h"
 
 #include <algorithm>
@@ -24,14 +24,14 @@ using connector::Future;
 namespace fs = std::filesystem;
 
 /// Bytes stored, once the service has confirmed it.
-Future<std::uint64_t> store(Connection& connection, const RemotePath& target, const LocalContent& content,
-                            Existing existing, bool exists, const MovedBytes& moved)
+Future<std::uint64_t> store(Connection& connection, const RemotePath& target, ContentPublisher content,
+                            std::optional<std::uint64_t> size, Existing existing, bool exists)
 {
     auto request = requestFor<FileUpload>(target);
     request->createMode = exists ? CreateMode::update : CreateMode::create;
     request->createNewVersion = existing == Existing::addVersion;
-    request->content = content.publisher(moved);
-    request->size = content.size();
+    request->content = std::move(content);
+    request->size = size;
     return connection.contents()
         .uploadFile(std::move(request))
         .then([](Future<std::unique_ptr<FileUploadResponse>>&& reply) {
@@ -69,17 +69,17 @@ void requireStorable(const Connection& connection, const RemotePath& target, boo
 /// The folders of one tree, by their place below its root; "" is the root itself.
 struct Uploader::Folders {
     RemotePath target;
-    LocalTree tree;
+    SourceTree tree;
     std::set<std::string> usable; ///< there, or made
     std::set<std::string> merged; ///< there before
     /// The files in a merged folder, by their names.
     std::map<std::string, std::map<std::string, StoredFile>> existing;
 
-    std::optional<StoredFile> existingOf(const LocalEntry& file) const
+    std::optional<StoredFile> existingOf(const SourceEntry& file) const
     {
         const auto folder = existing.find(parentOf(file.below));
         if (folder == existing.end()) return {};
-        const auto found = folder->second.find(file.local.filename().string());
+        const auto found = folder->second.find(file.below.substr(file.below.rfind('/') + 1));
         if (found == folder->second.end()) return {};
         return found->second;
     }
@@ -100,18 +100,16 @@ void Uploader::makeFolder(const RemotePath& folder)
     ++report.transfers.done;
 }
 
-void Uploader::addTree(const fs::path& root, const RemotePath& target, bool exists)
+void Uploader::addTree(SourceTree source, const RemotePath& target, TargetFolder state)
 {
-    if (!exists) requireStorable(connection, target, false, existing);
-    Folders folders{target, walkLocalTree(root), {}, {}, {}};
+    if (state == TargetFolder::missing) requireStorable(connection, target, false, existing);
+    Folders folders{target, std::move(source), {}, {}, {}};
     for (const auto& one : folders.tree.skipped)
-        skip(one.local, one.reason);
+        skip(one.origin, one.reason);
     for (const auto& one : folders.tree.failed)
-        fail(one.local.string(), one.failure);
-    if (exists) {
-        folders.usable.insert("");
-        folders.merged.insert("");
-    }
+        fail(one.origin, one.failure);
+    if (state != TargetFolder::missing) folders.usable.insert("");
+    if (state == TargetFolder::exists) folders.merged.insert("");
     makeFolders(folders);
     lookInto(folders);
     addFiles(folders);
@@ -197,10 +195,22 @@ void Uploader::addFiles(const Folders& folders)
         if (!folders.usable.contains(parentOf(entry.below)))
             ++report.transfers.notStarted;
         else
-            add({entry.local, join(folders.target, entry.below), entry.size, folders.existingOf(entry),
+            add({entry.origin, join(folders.target, entry.below), entry.size, folders.existingOf(entry),
                  Symlinks::refuse});
     }
 }
+
+namespace {
+
+std::variant<std::function<LocalContent()>, RemotePath> otherOf(const Upload& upload)
+{
+    if (const auto* remote = std::get_if<RemotePath>(&upload.origin)) return *remote;
+    return [local = std::get<fs::path>(upload.origin), symlinks = upload.symlinks] {
+        return LocalContent::ofFile(local, symlinks);
+    };
+}
+
+} // namespace
 
 /// One request for each file of the same size; nothing is sent.
 void Uploader::leaveWhatIsThere()
@@ -212,16 +222,12 @@ void Uploader::leaveWhatIsThere()
     for (auto& upload : uploads) {
         if (!upload.existing || upload.existing->size != upload.size) continue;
         upload.isLeft = true; // until it is known to differ
-        const auto open = [local = upload.local, symlinks = upload.symlinks] {
-            return LocalContent::ofFile(local, symlinks);
-        };
-        Comparison both{escaped(upload.local.string()), open, upload.remote, {}, upload.size};
+        Comparison both{shown(upload.origin), otherOf(upload), upload.remote, {}, upload.size};
         transfers.add(compare(connection, std::move(both), compared, [this, &upload](bool isSame) {
             upload.isLeft = isSame;
             if (!isSame) return;
             ++report.unchanged;
-            out.detail(upload.remote.quoted() + " has the content of " + escaped(upload.local.string()) +
-                       " already.");
+            out.detail(upload.remote.quoted() + " has the content of " + shown(upload.origin) + " already.");
         }));
         total += upload.size;
         ++files;
@@ -241,17 +247,17 @@ UploadReport Uploader::run()
     Transfers transfers(connection, out, moved);
     for (const auto& upload : uploads) {
         if (upload.existing && existing == Existing::skip) {
-            skip(upload.local, "it exists already");
+            skip(upload.origin, "it exists already");
             continue;
         }
         Transfer transfer;
-        transfer.what = escaped(upload.local.string());
+        transfer.what = shown(upload.origin);
         transfer.start = [this, &upload] { return send(upload); };
         transfer.wasDone = [this, &upload] { return isStored(upload); };
         transfer.succeeded = [this, &upload] {
             ++report.files;
             report.bytes += upload.size;
-            out.detail("Stored " + escaped(upload.local.string()) + " as " + upload.remote.quoted() + ".");
+            out.detail("Stored " + shown(upload.origin) + " as " + upload.remote.quoted() + ".");
         };
         transfers.add(std::move(transfer));
         total += upload.size;
@@ -267,12 +273,17 @@ Future<bool> Uploader::send(const Upload& upload)
     const bool exists = upload.existing.has_value();
     requireStorable(connection, upload.remote, exists, existing);
     // Opened only now, when its turn has come: what waits takes no descriptor.
-    return store(connection, upload.remote, LocalContent::ofFile(upload.local, upload.symlinks), existing,
-                 exists, moved)
-        .then([](Future<std::uint64_t>&& stored) {
-            stored.get();
-            return true;
-        });
+    const auto begin = [&] {
+        if (const auto* other = std::get_if<RemotePath>(&upload.origin))
+            return store(connection, upload.remote, contentOf(connection, *other, upload.size, moved), {},
+                         existing, exists);
+        const auto content = LocalContent::ofFile(std::get<fs::path>(upload.origin), upload.symlinks);
+        return store(connection, upload.remote, content.publisher(moved), content.size(), existing, exists);
+    };
+    return begin().then([](Future<std::uint64_t>&& stored) {
+        stored.get();
+        return true;
+    });
 }
 
 /// Whether the service has it although no reply said so. The watermark tells whether anything was changed, and the
@@ -281,23 +292,26 @@ std::optional<bool> Uploader::isStored(const Upload& upload)
 {
     const auto found = findAttributes(connection, upload.remote);
     if (!found || (upload.existing && found->watermark == upload.existing->watermark)) return false;
-    const auto content = LocalContent::ofFile(upload.local, upload.symlinks);
-    if (found->size != content.size()) return {};
-    if (found->size == 0 || digestOf(connection, upload.remote) == content.sha256()) return true;
+    const auto digestOfOrigin = [&] {
+        if (const auto* other = std::get_if<RemotePath>(&upload.origin)) return digestOf(connection, *other);
+        return LocalContent::ofFile(std::get<fs::path>(upload.origin), upload.symlinks).sha256();
+    };
+    if (found->size != upload.size) return {};
+    if (found->size == 0 || digestOf(connection, upload.remote) == digestOfOrigin()) return true;
     return {};
 }
 
-void Uploader::fail(const std::string& what, const Failure& failure)
+void Uploader::fail(const Origin& origin, const Failure& failure)
 {
-    const auto told = about(escaped(what), failure);
+    const auto told = about(shown(origin), failure);
     out.warning(told.what());
-    report.transfers.failed.push_back({what, told});
+    report.transfers.failed.push_back({textOf(origin), told});
 }
 
-void Uploader::skip(const fs::path& local, const std::string& reason)
+void Uploader::skip(const Origin& origin, const std::string& reason)
 {
-    out.warning("Skipped " + escaped(local.string()) + ": " + reason + ".");
-    report.skipped.push_back(local.string());
+    out.warning("Skipped " + shown(origin) + ": " + reason + ".");
+    report.skipped.push_back(textOf(origin));
 }
 
 void uploadStandardInput(Connection& connection, const RemotePath& target, Existing existing, bool exists,
@@ -308,8 +322,10 @@ void uploadStandardInput(Connection& connection, const RemotePath& target, Exist
     // What was read cannot be read again: should the session have ended while nothing came, it is renewed before.
     awaitStandardInput();
     connection.call([&] { return connection.session().ping(nullptr); });
-    bytes = naming(
-        target, [&] { return store(connection, target, content, existing, exists, countFromZero()).get(); });
+    bytes = naming(target, [&] {
+        return store(connection, target, content.publisher(countFromZero()), content.size(), existing, exists)
+            .get();
+    });
 }
 
 } // namespace tarncli

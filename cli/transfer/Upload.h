@@ -2,6 +2,7 @@
 
 #include "cli/remote/RemotePath.h"
 #include "cli/transfer/LocalContent.h"
+#include "cli/transfer/LocalTree.h"
 #include "cli/transfer/Transfers.h"
 
 #include <cstdint>
@@ -21,9 +22,12 @@ struct StoredFile {
     std::uint64_t size = 0; ///< bytes
 };
 
+/// The folder that a tree is stored in, before.
+enum class TargetFolder { missing, empty, exists };
+
 /// One file to store.
 struct Upload {
-    std::filesystem::path local;
+    Origin origin;
     RemotePath remote;
     std::uint64_t size = 0;                  ///< bytes, as far as known
     std::optional<StoredFile> existing = {}; ///< of the same name, as far as known
@@ -38,7 +42,7 @@ struct UploadReport {
     std::uint64_t folders = 0; ///< made; those that were there do not count
     std::uint64_t bytes = 0;
     std::uint64_t unchanged = 0;      ///< files that were there with the same content
-    std::vector<std::string> skipped; ///< local paths
+    std::vector<std::string> skipped; ///< paths of the sources
 };
 
 /// Stores files and trees in the service.
@@ -55,10 +59,9 @@ public:
     /// Makes a folder that is missing; its parent must be there. @throws Failure
     void makeFolder(const RemotePath& folder);
 
-    /// Makes `target` and the folders below it as `root` has them, and notes the files for run(). Folders
+    /// Makes `target` and the folders below it as the source has them, and notes the files for run(). Folders
     /// that are there are merged into.
-    /// @param exists  whether `target` is there
-    void addTree(const std::filesystem::path& root, const RemotePath& target, bool exists);
+    void addTree(SourceTree source, const RemotePath& target, TargetFolder state);
 
     /// Stores what was noted, but not what is there already with the same content.
     UploadReport run();
@@ -70,8 +73,8 @@ private:
     void addFolder(Transfers& transfers, Folders& folders, const std::string& below);
     void lookInto(Folders& folders);
     void addFiles(const Folders& folders);
-    void fail(const std::string& what, const Failure& failure);
-    void skip(const std::filesystem::path& local, const std::string& reason);
+    void fail(const Origin& origin, const Failure& failure);
+    void skip(const Origin& origin, const std::string& reason);
     void leaveWhatIsThere();
     connector::Future<bool> send(const Upload& upload);
     std::optional<bool> isStored(const Upload& upload);

@@ -112,7 +112,7 @@ Verb cat()
             .summary = "Write files to standard output",
             .examples = "  tarn cat /notes.md\n"
                         "  tarn cat --version 2 /notes.md",
-            .takes = {{"PATH", &options->paths, "Files", {.required = true}},
+            .takes = {{"PATH", &options->paths, "Files", {.required = true, .words = Words::remote}},
                       {"--version",
                        &options->version,
                        "Number or id of an earlier version",

@@ -1,12 +1,15 @@
 #include "cli/remote/FileContent.h"
 #include "cli/remote/Requests.h"
 #include "cli/remote/VersionChoice.h"
+#include "cli/remote/Wildcards.h"
 #include "cli/terminal/Quantities.h"
 #include "cli/transfer/Conclusion.h"
 #include "cli/transfer/Download.h"
 #include "cli/verbs/Cat.h"
 #include "cli/verbs/Verb.h"
 
+#include <algorithm>
+#include <iterator>
 #include <nlohmann/json.hpp>
 
 namespace tarncli {
@@ -90,10 +93,11 @@ private:
     bool becomesFolder = false;
 };
 
-void addSource(Connection& connection, Downloader& downloader, Target& target, const RemotePath& remote,
+void addSource(Connection& connection, Downloader& downloader, Target& target, const RemoteItem& source,
                const GetOptions& options)
 {
-    const auto attributes = attributesOf(connection, remote);
+    const auto& remote = source.where;
+    const auto attributes = attributesOf(connection, source);
     if (!isFolder(attributes)) {
         VersionInfo version;
         if (options.version.empty())
@@ -146,11 +150,15 @@ void fetch(const Invocation& invocation, const GetOptions& options)
         sources.pop_back();
     }
     if (place == "-") return writeContents(invocation, sources, options.version);
-    std::vector<RemotePath> remotes;
+    bool isPattern = false;
     for (const auto& source : sources)
-        remotes.push_back(addressable(source));
-    Target target(place, remotes.size() > 1, options.recursive);
+        isPattern = isPattern || hasWildcards(addressableOrPattern(source));
+    if (sources.size() > 1 || !isPattern) Target(place, sources.size() > 1, options.recursive);
     auto connection = invocation.connect(options.jobs);
+    std::vector<RemoteItem> remotes;
+    for (const auto& source : sources)
+        std::ranges::move(expand(connection, source), std::back_inserter(remotes));
+    Target target(place, remotes.size() > 1, options.recursive);
     Downloader downloader(connection, invocation.out,
                           {.overwrite = options.force ? Overwrite::replace : Overwrite::refuse,
                            .unfinished = options.goOn ? Unfinished::keep : Unfinished::remove,
@@ -158,7 +166,7 @@ void fetch(const Invocation& invocation, const GetOptions& options)
     for (const auto& remote : remotes)
         addSource(connection, downloader, target, remote, options);
     const auto report = downloader.run();
-    show(invocation.out, report, target.placeOf(remotes.front(), remotes.size() > 1));
+    show(invocation.out, report, target.placeOf(remotes.front().where, remotes.size() > 1));
     conclude(report.transfers, "fetched");
 }
 
@@ -176,6 +184,7 @@ Verb get()
             "  tarn get /notes.md .\n"
             "  tarn get -r /photos .                the folder: becomes ./photos\n"
             "  tarn get -r /photos/ album           its contents: become those of album\n"
+            "  tarn get '/photos/*.jpg' .           quoted, so that the shell leaves it alone\n"
             "  tarn get --version 2 /notes.md old.md\n"
             "  tarn get --continue /disk.img .\n"
             "  tarn get /backup.sql - | psql app\n"
@@ -183,7 +192,10 @@ Verb get()
             "same content (size, and time or SHA-256) is left as it is, so that a command that was\n"
             "interrupted can be repeated; one with another content is replaced only with --force.",
         .takes =
-            {{"PLACE", &options->places, "REMOTE... LOCAL; LOCAL - is standard output", {.required = true}},
+            {{"PLACE",
+              &options->places,
+              "REMOTE... LOCAL; LOCAL - is standard output",
+              {.required = true, .words = Words::remoteThenLocal}},
              {"-r,--recursive", &options->recursive, "Include folders and everything in them"},
              {"-f,--force", &options->force, "Replace local files that exist"},
              {"--continue", &options->goOn,

@@ -32,7 +32,7 @@ Verb link()
     return {.name = "link",
             .summary = "Print a link that opens a file or folder without logging in",
             .examples = "  tarn link /photo.jpg",
-            .takes = {{"PATH", path.get(), "File or folder", {.required = true}}},
+            .takes = {{"PATH", path.get(), "File or folder", {.required = true, .words = Words::remote}}},
             .run = [path](const Invocation& invocation) { printLink(invocation, *path); }};
 }
 

@@ -66,7 +66,7 @@ Verb mkdir()
         .summary = "Make folders",
         .examples = "  tarn mkdir /docs\n"
                     "  tarn mkdir -p /a/b/c",
-        .takes = {{"PATH", &options->paths, "Folders", {.required = true}},
+        .takes = {{"PATH", &options->paths, "Folders", {.required = true, .words = Words::remote}},
                   {"-p,--parents", &options->parents, "Make missing parents too; accept folders that exist"}},
         .run = [options](const Invocation& invocation) { makeFolders(invocation, *options); }};
 }

@@ -58,8 +58,11 @@ Verb mv()
         .summary = "Move or rename a file or folder",
         .examples = "  tarn mv /a.txt /b.txt\n"
                     "  tarn mv /a.txt /docs/",
-        .takes = {{"SOURCE", &options->source, "File or folder", {.required = true}},
-                  {"TARGET", &options->target, "New path, or the folder it goes into", {.required = true}},
+        .takes = {{"SOURCE", &options->source, "File or folder", {.required = true, .words = Words::remote}},
+                  {"TARGET",
+                   &options->target,
+                   "New path, or the folder it goes into",
+                   {.required = true, .words = Words::remote}},
                   {"-f,--force", &options->force, "Replace a target that exists"}},
         .run = [options](const Invocation& invocation) { move(invocation, *options); }};
 }

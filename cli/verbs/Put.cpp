@@ -2,6 +2,8 @@
 #include "cli/terminal/Quantities.h"
 #include "cli/transfer/Conclusion.h"
 #include "cli/transfer/Upload.h"
+#include "cli/transfer/UploadSummary.h"
+#include "cli/transfer/UploadTarget.h"
 #include "cli/verbs/Verb.h"
 
 #include <algorithm>
@@ -57,75 +59,9 @@ std::string nameOf(const Source& source)
     return name == "." || name == ".." ? "" : name;
 }
 
-/// Where the sources go.
-class Target {
-public:
-    Target(Connection& openConnection, const std::string& place)
-        : connection(openConnection), remote(addressable(place)), found(findAttributes(connection, remote))
-    {
-        if (remote.asFolder && found && !isFolder())
-            throw Failure(ExitCode::conflict, remote.quoted() + " is a file; leave out the '/' at the end.");
-    }
-
-    bool isFolder() const { return found && tarncli::isFolder(*found); }
-
-    /// @throws Failure unless the target is a folder that is there
-    void requireFolder() const
-    {
-        if (!found)
-            throw Failure(ExitCode::notFound,
-                          "There is no folder " + remote.quoted() + "; make it with `tarn mkdir -p`.");
-        if (!isFolder())
-            throw Failure(ExitCode::conflict, remote.quoted() + " is a file; several sources need a folder.");
-    }
-
-    struct Place {
-        RemotePath remote;
-        std::optional<connector::tarn::FileAttributes> found;
-    };
-
-    /// Where a file goes, or a folder.
-    Place placeFor(const Source& source) const
-    {
-        const auto name = nameOf(source);
-        if (name.empty() || !(source.isFolder || isFolder())) return {remote, found};
-        if (const auto why = whyNotAddressable(name); !why.empty())
-            throw usageError("\"" + escaped(name) + "\" cannot be stored under its name: " + why);
-        const auto place = remote.child(name);
-        if (isNew) return {place, {}};
-        return {place, findAttributes(connection, place)};
-    }
-
-    /// A folder goes below the target, which is made for it.
-    void makeFor(Uploader& uploader)
-    {
-        if (found && !isFolder())
-            throw Failure(ExitCode::conflict, remote.quoted() + " is a file; a folder cannot replace it.");
-        if (found) return;
-        uploader.makeFolder(remote);
-        found.emplace().type = "FOLDER";
-        isNew = true;
-    }
-
-    const RemotePath& path() const { return remote; }
-
-private:
-    Connection& connection;
-    RemotePath remote;
-    std::optional<connector::tarn::FileAttributes> found;
-    bool isNew = false;
-};
-
-void addSource(Uploader& uploader, const Target::Place& place, const Source& source)
+void addSource(Uploader& uploader, const UploadTarget::Place& place, const Source& source)
 {
-    if (source.isFolder) {
-        if (place.found && !isFolder(*place.found))
-            throw Failure(ExitCode::conflict,
-                          place.remote.quoted() + " is a file; a folder cannot replace it.");
-        return uploader.addTree(source.path, place.remote, place.found.has_value());
-    }
-    if (place.found && isFolder(*place.found))
-        throw Failure(ExitCode::conflict, place.remote.quoted() + " is a folder; a file cannot replace it.");
+    if (source.isFolder) return uploader.addTree(walkLocalTree(source.path), place.remote, place.folder());
     std::error_code error;
     const auto size = fs::file_size(source.path, error);
     Upload upload{source.path, place.remote, error ? 0 : size};
@@ -133,41 +69,11 @@ void addSource(Uploader& uploader, const Target::Place& place, const Source& sou
     uploader.add(std::move(upload));
 }
 
-/// @param where  "in PATH" or "as PATH"
-void tell(Output& out, const UploadReport& report, const std::string& where)
-{
-    const auto there =
-        counted(report.unchanged, "file") + (report.unchanged == 1 ? " was" : " were") + " there already";
-    if (report.files + report.folders == 0) {
-        const bool isWhole = report.transfers.failed.empty() && report.transfers.notStarted == 0;
-        if (isWhole && report.skipped.empty()) out.message("Nothing to do " + where + ": " + there + ".");
-        return;
-    }
-    auto text = "Stored " + counted(report.files, "file");
-    if (report.folders > 0) text += " and " + counted(report.folders, "folder");
-    text += " (" + humanSize(report.bytes) + ") " + where;
-    out.message(text + (report.unchanged > 0 ? "; " + there : "") + ".");
-}
-
-void show(Output& out, const UploadReport& report, const RemotePath& target, const char* preposition)
-{
-    const auto& transfers = report.transfers;
-    tell(out, report, preposition + target.quoted());
-    out.result("", {{"files", report.files},
-                    {"folders", report.folders},
-                    {"bytes", report.bytes},
-                    {"unchanged", report.unchanged},
-                    {"target", target.text()},
-                    {"skipped", report.skipped},
-                    {"failed", toJson(transfers.failed)},
-                    {"notTried", transfers.notStarted}});
-}
-
-void putStandardInput(Connection& connection, Output& out, const Target& target, Existing existing)
+void putStandardInput(Connection& connection, Output& out, const UploadTarget& target, Existing existing)
 {
     if (target.path().asFolder || target.isFolder())
         throw usageError(target.path().quoted() + " is a folder; name the file that standard input becomes.");
-    const auto place = target.placeFor({});
+    const auto place = target.placeFor("", false);
     UploadReport report;
     if (place.found && existing == Existing::skip) {
         report.skipped.push_back("-");
@@ -175,7 +81,7 @@ void putStandardInput(Connection& connection, Output& out, const Target& target,
         uploadStandardInput(connection, place.remote, existing, place.found.has_value(), report.bytes);
         report.files = 1;
     }
-    show(out, report, place.remote, "as ");
+    showUploads(out, report, place.remote, "as ", "Stored");
 }
 
 void store(const Invocation& invocation, const PutOptions& options)
@@ -192,7 +98,7 @@ void store(const Invocation& invocation, const PutOptions& options)
             sources.push_back(sourceOf(place, options.recursive));
 
     auto connection = invocation.connect(options.jobs);
-    Target target(connection, options.places.back());
+    UploadTarget target(connection, options.places.back());
     if (fromInput) return putStandardInput(connection, out, target, existing);
     Uploader uploader(connection, out, existing);
     if (std::ranges::any_of(sources, &Source::isFolder))
@@ -201,12 +107,12 @@ void store(const Invocation& invocation, const PutOptions& options)
         target.requireFolder();
     RemotePath told = target.path();
     for (const auto& source : sources) {
-        const auto place = target.placeFor(source);
+        const auto place = target.placeFor(nameOf(source), source.isFolder);
         addSource(uploader, place, source);
         if (sources.size() == 1) told = place.remote;
     }
     const auto report = uploader.run();
-    show(out, report, told, sources.size() > 1 || sources.front().isFolder ? "in " : "as ");
+    showUploads(out, report, told, sources.size() > 1 || sources.front().isFolder ? "in " : "as ", "Stored");
     conclude(report.transfers, "stored");
 }
 
@@ -229,13 +135,15 @@ Verb put()
             "A target folder that is missing is made for a folder. A file that is there already with the\n"
             "same content (size and SHA-256) is left as it is, so that a command that was interrupted can\n"
             "be repeated; one with another content is replaced only when an option says so.",
-        .takes =
-            {{"PLACE", &options->places, "LOCAL... REMOTE; LOCAL - is standard input", {.required = true}},
-             {"-r,--recursive", &options->recursive, "Include folders and everything in them"},
-             {"-f,--force", &options->force, "Replace the content of files that exist"},
-             {"--new-version", &options->newVersion, "Keep the old content as a version"},
-             {"--skip-existing", &options->skipExisting, "Leave files that exist as they are"},
-             jobsOption(options->jobs)},
+        .takes = {{"PLACE",
+                   &options->places,
+                   "LOCAL... REMOTE; LOCAL - is standard input",
+                   {.required = true, .words = Words::localThenRemote}},
+                  {"-r,--recursive", &options->recursive, "Include folders and everything in them"},
+                  {"-f,--force", &options->force, "Replace the content of files that exist"},
+                  {"--new-version", &options->newVersion, "Keep the old content as a version"},
+                  {"--skip-existing", &options->skipExisting, "Leave files that exist as they are"},
+                  jobsOption(options->jobs)},
         .run = [options](const Invocation& invocation) { store(invocation, *options); }};
 }
 

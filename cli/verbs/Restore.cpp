@@ -51,7 +51,7 @@ Verb restore()
             .summary = "Make an earlier version the current one",
             .examples = "  tarn restore /notes.md 2\n"
                         "  tarn restore --as-new /notes.md 2",
-            .takes = {{"PATH", &options->path, "File", {.required = true}},
+            .takes = {{"PATH", &options->path, "File", {.required = true, .words = Words::remote}},
                       {"VERSION", &options->version, "Number or id of the version", {.required = true}},
                       {"--as-new", &options->asNew, "Add a copy of it as the newest version"}},
             .run = [options](const Invocation& invocation) { makeCurrent(invocation, *options); }};

@@ -1,5 +1,6 @@
 #include "cli/remote/Change.h"
 #include "cli/remote/Requests.h"
+#include "cli/remote/Wildcards.h"
 #include "cli/transfer/Conclusion.h"
 #include "cli/verbs/Verb.h"
 
@@ -17,10 +18,12 @@ struct Options {
     bool force = false;
 };
 
-void removeItem(Connection& connection, const RemotePath& item, const Options& options)
+void removeItem(Connection& connection, const RemoteItem& named, const Options& options)
 {
+    const auto& item = named.where;
     // Files and folders are deleted by different requests, so it must be known which it is.
-    const auto found = options.force ? findAttributes(connection, item) : attributesOf(connection, item);
+    const auto found =
+        options.force && !named.known ? findAttributes(connection, item) : attributesOf(connection, named);
     if (!found) return;
     if (isFolder(*found) && !options.recursive)
         throw Failure(ExitCode::conflict,
@@ -44,15 +47,15 @@ void remove(const Invocation& invocation, const Options& options)
 {
     // All of them first: a slip in the last one must not show when the others are gone.
     for (const auto& path : options.paths)
-        addressable(path);
+        addressableOrPattern(path);
     auto connection = invocation.connect();
     auto removed = nlohmann::json::array();
-    const auto report = forEach(invocation.out, options.paths, [&](const std::string& path) {
-        const auto item = addressable(path);
-        removeItem(connection, item, options);
-        removed.push_back(item.text());
-        invocation.out.detail("Deleted " + item.quoted() + ".");
-    });
+    const auto report =
+        forEachItem(connection, invocation.out, options.paths, options.force, [&](const RemoteItem& item) {
+            removeItem(connection, item, options);
+            removed.push_back(item.where.text());
+            invocation.out.detail("Deleted " + item.where.quoted() + ".");
+        });
     invocation.out.result("", {{"deleted", removed}, {"failed", toJson(report.failed)}});
     conclude(report, "deleted");
 }
@@ -65,8 +68,12 @@ Verb rm()
     return {.name = "rm",
             .summary = "Delete files and folders",
             .examples = "  tarn rm /a.txt\n"
-                        "  tarn rm -r /docs",
-            .takes = {{"PATH", &options->paths, "Files and folders", {.required = true}},
+                        "  tarn rm -r /docs\n"
+                        "  tarn rm '/photos/*.tmp'              quoted, so that the shell leaves it alone",
+            .takes = {{"PATH",
+                       &options->paths,
+                       "Files and folders, wildcards as in '/photos/*.tmp'",
+                       {.required = true, .words = Words::remote}},
                       {"-r,--recursive", &options->recursive, "Include folders and everything in them"},
                       {"-f,--force", &options->force, "Ignore what does not exist"}},
             .run = [options](const Invocation& invocation) { remove(invocation, *options); }};

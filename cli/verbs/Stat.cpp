@@ -37,7 +37,7 @@ Verb stat()
     return {.name = "stat",
             .summary = "Show what the service knows about a file or folder",
             .examples = "  tarn stat /docs/a.txt",
-            .takes = {{"PATH", path.get(), "File or folder", {.required = true}}},
+            .takes = {{"PATH", path.get(), "File or folder", {.required = true, .words = Words::remote}}},
             .run = [path](const Invocation& invocation) { showAttributes(invocation, *path); }};
 }
 

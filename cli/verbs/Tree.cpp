@@ -68,7 +68,7 @@ Verb tree()
     return {.name = "tree",
             .summary = "List a folder and everything below it",
             .examples = "  tarn tree /docs",
-            .takes = {{"PATH", path.get(), "Folder; default: /"}},
+            .takes = {{"PATH", path.get(), "Folder; default: /", {.words = Words::remote}}},
             .run = [path](const Invocation& invocation) { showTree(invocation, *path); }};
 }
 

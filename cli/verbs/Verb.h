@@ -12,22 +12,30 @@ namespace tarncli {
 
 inline constexpr unsigned defaultJobs = 4;
 
+struct CommandTree;
+
 /// What every verb gets when it runs.
 struct Invocation {
     ConnectionOptions connection;
     Output& out;
+    const CommandTree& commands;
 
     /// A session with the service. @throws Failure (notLoggedIn, unreachable, …)
-    /// @param jobs  transfers at the same time
-    Connection connect(unsigned jobs = defaultJobs) const
+    /// @param jobs            transfers at the same time
+    /// @param connectionsEach  that one of them holds at the same time
+    Connection connect(unsigned jobs = defaultJobs, unsigned connectionsEach = 1) const
     {
         auto options = connection;
         options.inFlight = jobs;
+        options.connectionsEach = connectionsEach;
         Connection opened(options, out);
         opened.resume();
         return opened;
     }
 };
+
+/// What a word on the command line is, for those who complete it.
+enum class Words { any, verb, local, remote, localThenRemote, remoteThenLocal };
 
 /// What the parser checks.
 struct OptionRules {
@@ -35,6 +43,8 @@ struct OptionRules {
     const char* valueName = "";            ///< of an option, for the help: "VERSION"
     std::vector<std::string> choices = {}; ///< empty: any text
     unsigned most = 0;                     ///< the largest number, or the longest list; 0: no limit
+    unsigned least = 1;                    ///< the smallest number
+    Words words = Words::any;
 };
 
 /// One thing that a verb takes: an argument when its name is in capitals, an option when it begins with '-'.
@@ -60,6 +70,17 @@ struct Verb {
     std::vector<Option> takes;
     /// Does the work and writes the result. @throws what explain() turns into a Failure
     std::function<void(const Invocation&)> run;
+    bool takesSingleDashes = false; ///< `-name` is `--name`, as people type it for this verb
+    bool isHidden = false;          ///< not for people
+};
+
+/// All that can be said on the command line.
+struct CommandTree {
+    std::vector<Option> options; ///< before or behind any verb
+    std::vector<Verb> verbs;
+    std::string epilogue = {}; ///< what the help says of all verbs
+    /// The text of --help, of all for an empty name. @throws Failure (usage) when there is no such verb
+    std::function<std::string(const std::string& verb)> help = {};
 };
 
 } // namespace tarncli

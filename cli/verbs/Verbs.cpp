@@ -13,10 +13,14 @@ Verb ping();
 Verb local();
 Verb ls();
 Verb tree();
+Verb find();
+Verb du();
 Verb stat();
 Verb cat();
 Verb put();
 Verb get();
+Verb check();
+Verb cp();
 Verb mkdir();
 Verb mv();
 Verb rm();
@@ -27,15 +31,21 @@ Verb shared();
 Verb link();
 Verb versions();
 Verb restore();
+Verb help();
+Verb version();
+Verb completion();
+Verb man();
+Verb complete();
 
 } // namespace verbs
 
 std::vector<Verb> allVerbs()
 {
     using namespace verbs;
-    return {login(), logout(), whoami(), ping(),   local(), ls(),       tree(),
-            stat(),  cat(),    put(),    get(),    mkdir(), mv(),       rm(),
-            grant(), revoke(), grants(), shared(), link(),  versions(), restore()};
+    return {login(),   logout(), whoami(),  ping(),       local(),  ls(),      tree(), find(),
+            du(),      stat(),   cat(),     put(),        get(),    check(),   cp(),   mkdir(),
+            mv(),      rm(),     grant(),   revoke(),     grants(), shared(),  link(), versions(),
+            restore(), help(),   version(), completion(), man(),    complete()};
 }
 
 } // namespace tarncli

@@ -39,7 +39,7 @@ Verb versions()
     return {.name = "versions",
             .summary = "List the versions of a file",
             .examples = "  tarn versions /notes.md",
-            .takes = {{"PATH", path.get(), "File", {.required = true}}},
+            .takes = {{"PATH", path.get(), "File", {.required = true, .words = Words::remote}}},
             .run = [path](const Invocation& invocation) { listVersions(invocation, *path); }};
 }
 

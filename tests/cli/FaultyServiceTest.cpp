@@ -50,6 +50,8 @@ constexpr Errand errands[] = {
     {"put - /new", "PUT /service/v1/files/new", true, true},
     {"put -f f /f", "PUT /service/v1/files/f", true, true},
     {"put -r d/ /new", "PUT /service/v1/files/new/f", true, true, 8},
+    {"cp /f /new", "PUT /service/v1/files/new", true, true},
+    {"cp /f /new", "GET /service/v1/files/f"},
     {"mkdir /new", "PUT /service/v1/folders/new", true},
     {"mv /f /new", "PUT /service/v1/filesystem/f", true},
     {"rm /f", "DELETE /service/v1/files/f", true},

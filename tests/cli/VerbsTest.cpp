@@ -1,0 +1,156 @@
+// What people type at a shell, line by line: each command's exit code and output, over one small tree.
+#include "tests/cli/Shell.h"
+
+#include <gmock/gmock.h>
+
+namespace tarncli::test {
+namespace {
+
+using tarnd::test::TarndProcess;
+
+constexpr const char* tree = "mkdir -p photos/2024 && printf 0123456789 >photos/a.jpg && "
+                             "head -c 2000 /dev/zero >photos/b.JPG && echo n >photos/ö.txt && "
+                             "echo c >photos/2024/c.jpg && echo h >photos/2024/.h.jpg && "
+                             "tarn put -r photos /";
+
+struct Row {
+    const char* typed;
+    int exitCode;
+    const char* output; ///< of standard output, exactly
+};
+
+constexpr Row rows[] = {
+    // Wildcards, several paths, orders.
+    {"tarn ls '/photos/*.jpg'", 0, "/photos/a.jpg\n"},
+    {"tarn ls '/p*/?.txt'", 0, "/photos/ö.txt\n"},
+    {"tarn ls '/photos/*/c.jpg' /photos/2024", 0, "/photos/2024/c.jpg\n\n/photos/2024:\n.h.jpg\nc.jpg\n"},
+    {"tarn ls -R /photos", 0, "/photos:\n2024/\na.jpg\nb.JPG\nö.txt\n\n/photos/2024:\n.h.jpg\nc.jpg\n"},
+    {"tarn ls -Sr /photos", 0, "2024/\nö.txt\na.jpg\nb.JPG\n"},
+    {"tarn ls -lh /photos/b.JPG | awk '{print $1, $2, $NF}'", 0, "2.0 KiB b.JPG\n"},
+    {"tarn put photos/a.jpg /photos/new && tarn ls -t /photos | head -n 1; tarn rm /photos/new", 0, "new\n"},
+    {"tarn ls '/photos/*.none'", 3, ""},
+    {"tarn --json ls /photos/2024 /photos/a.jpg | grep -o '\"path\":\"[^\"]*\"'", 0,
+     "\"path\":\"/photos/a.jpg\"\n\"path\":\"/photos/2024\"\n"},
+    // find, with one dash and with two
+    {"tarn find /photos -iname '*.jpg' -type f", 0,
+     "/photos/a.jpg\n/photos/b.JPG\n/photos/2024/.h.jpg\n/photos/2024/c.jpg\n"},
+    {"tarn find --size +1k --size -2k", 0, "/photos/b.JPG\n"},
+    {"tarn find --type d --max-depth 1", 0, "/\n/photos\n"},
+    {"tarn find / -mtime -1h -name c.jpg -print0 | tr '\\0' '!'", 0, "/photos/2024/c.jpg!"},
+    {"tarn find / --mtime +1d", 0, ""},
+    {"tarn find /photos/a.jpg /none", 8, "/photos/a.jpg\n"},
+    {"tarn find / --size 5x", 2, ""},
+    {"tarn --json find --name c.jpg | grep -o '\"path\":\"[^\"]*\"'", 0, "\"path\":\"/photos/2024/c.jpg\"\n"},
+    // du
+    {"tarn du -b /photos", 0, "       4  /photos/2024\n    2016  /photos\n"},
+    {"tarn du -s '/photos/[2b]*'", 0, "     4 B  /photos/2024\n 2.0 KiB  /photos/b.JPG\n"},
+    {"tarn --json du -s", 0, "{\"failed\":[],\"usage\":[{\"bytes\":2016,\"files\":5,\"path\":\"/\"}]}\n"},
+    // cp
+    {"tarn cp /photos/a.jpg /copy.jpg && tarn cat /copy.jpg", 0, "0123456789"},
+    {"tarn cp /photos/b.JPG /copy.jpg", 6, ""},
+    {"tarn cp -f /photos/b.JPG /copy.jpg && tarn cat /copy.jpg | wc -c && tarn rm /copy.jpg", 0, "2000\n"},
+    {"tarn cp -r /photos /album && tarn cp -r /photos/ /flat && tarn check photos /album/photos && "
+     "tarn check photos /flat",
+     0, ""},
+    {"tarn cp -r /photos/ /flat 2>&1", 0, "tarn: Nothing to do in \"/flat\": 5 files were there already.\n"},
+    {"tarn cp -r /photos /photos/2024", 2, ""},
+    {"tarn cp /photos /x", 2, ""},
+    {"tarn cp '/photos/*.jpg' /flat/b.JPG /album/ && tarn ls /album", 0, "photos/\na.jpg\nb.JPG\n"},
+    {"tarn rm -r /album /flat", 0, ""},
+    // check
+    {"tarn check photos /photos", 0, ""},
+    {"cp -r photos p && echo >p/extra && echo N >p/ö.txt && rm p/a.jpg && mkdir p/sub && "
+     "{ tarn check p /photos >out; code=$?; sort out; exit $code; }",
+     1, "different  ö.txt\nextra      a.jpg\nmissing    extra\nmissing    sub/\n"},
+    {"tarn check photos/a.jpg /photos/b.JPG", 1, "different  a.jpg\n"},
+    {"tarn check photos /photos/a.jpg", 6, ""},
+    // get and rm with wildcards, names that look like them, names that look like options
+    {"mkdir got && tarn get '/photos/?.j*' /photos/b.JPG got && ls got", 0, "a.jpg\nb.JPG\n"},
+    {"tarn put photos/a.jpg '/x*y' && tarn put photos/a.jpg /xzy && tarn rm '/x*y' && tarn ls '/x*'", 0,
+     "/xzy\n"},
+    {"tarn rm '/photos/*.none'", 3, ""},
+    {"tarn rm -f '/photos/*.none'", 0, ""},
+    {"tarn rm '/*/*.jpg' && tarn ls /photos", 0, "2024/\nb.JPG\nö.txt\n"},
+    {"mv xzy ./-dash 2>/dev/null || echo d >./-dash; tarn put -- -dash /-dash && tarn ls '/-*'", 0,
+     "/-dash\n"},
+    // Words people try
+    {"tarn upload a /b 2>&1 | grep -o 'tarn put'", 0, "tarn put\n"},
+    {"tarn version && tarn help cp | head -n 1", 0,
+     "tarn 0.1.0\nCopy files and folders within the service\n"},
+    {"tarn help nope", 2, ""},
+};
+
+TEST(Verbs, DoWhatIsTyped)
+{
+    TarndProcess service{{"--verbose"}};
+    service.start();
+    Shell alice;
+    alice.logIn(service, "alice");
+    ASSERT_EQ(alice.run(tree).exitCode, 0);
+    const auto listings = [&] {
+        std::size_t count = 0;
+        const auto log = service.errors();
+        for (auto at = log.find("GET /service/v1/folders"); at != std::string::npos;
+             at = log.find("GET /service/v1/folders", at + 1))
+            ++count;
+        return count;
+    };
+    const auto before = listings();
+    EXPECT_EQ(alice.run("tarn find /photos >all && tarn du -s && tarn check photos /photos").exitCode, 0);
+    EXPECT_EQ(listings() - before, 2u + 3 + 2); // one for each folder, whoever asks
+    for (const auto& row : rows) {
+        const auto result = alice.run(row.typed);
+        EXPECT_EQ(result.exitCode, row.exitCode) << row.typed << '\n' << result.err;
+        EXPECT_EQ(result.out, row.output) << row.typed << '\n' << result.err;
+    }
+}
+
+/// Each shell's completion of $@, one candidate a line, in the words of that shell.
+constexpr std::pair<const char*, const char*> shells[] = {
+    {"bash", "bash -c '. <(tarn completion bash); COMP_WORDS=(tarn \"$@\"); COMP_CWORD=$#; _tarn; "
+             "printf \"%s\\n\" \"${COMPREPLY[@]}\"' bash \"$@\""},
+    {"zsh", "zsh -f -c 'compdef() { }; _files() { print :files }; "
+            "compadd() { while [[ $1 != -- ]]; do shift; done; shift; print -l -- \"$@\" }; "
+            ". <(tarn completion zsh); words=(tarn \"$@\"); CURRENT=$#words; PREFIX=$words[-1]; _tarn' zsh "
+            "\"$@\""},
+    {"fish", "fish -c 'tarn completion fish | source; complete -C \"tarn $argv\"' -- \"$@\" | cut -f 1"},
+};
+
+TEST(Completion, KnowsVerbsOptionsValuesAndRemotePathsInThreeShells)
+{
+    TarndProcess service;
+    service.start();
+    Shell alice;
+    alice.logIn(service, "alice");
+    ASSERT_EQ(alice.run(tree).exitCode, 0);
+
+    const struct {
+        std::vector<std::string> words;
+        std::string completed;
+    } lines[] = {
+        {{"ver"}, "version\nversions\n"},
+        {{"find", "--ty"}, "--type\n"},
+        {{"find", "--type", ""}, "d\nf\n"},
+        {{"ls", "/pho"}, "/photos/\n"},
+        {{"-q", "rm", "/photos/2"}, "/photos/2024/\n"},
+        {{"get", "/photos/2024/c"}, "/photos/2024/c.jpg\n"},
+        {{"cat", "alice:/ph"}, "alice:/photos/\n"},
+        {{"ls", "/none/"}, ""},
+    };
+
+    for (const auto& [shell, asks] : shells)
+        for (const auto& [words, completed] : lines) {
+            const auto result = alice.run("{ " + std::string(asks) + "; } | grep . | LC_ALL=C sort", words);
+            const auto colon = std::string(shell) == "bash" && completed.starts_with("alice:") ? 6 : 0;
+            EXPECT_EQ(result.out, completed.substr(colon)) << shell << ' ' << words.back() << '\n'
+                                                           << result.err;
+        }
+    const auto manual =
+        alice.run("mkdir man && tarn man --into man && ls man | wc -l && grep -c 'tarn.-put' man/tarn.1 "
+                  "&& for page in man/*; do groff -k -man -Tutf8 -ww $page >shown || exit; done");
+    EXPECT_EQ(manual.err, "");
+    EXPECT_EQ(manual.out, "30\n1\n");
+}
+
+} // namespace
+} // namespace tarncli::test
