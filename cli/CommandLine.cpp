@@ -110,9 +110,11 @@ public:
 
     std::string help(const std::string& name)
     {
-        if (name.empty()) return app.help();
+        // Not app.help(), which speaks of the verb on the command line: that is "help".
+        if (name.empty())
+            return app.get_formatter()->make_help(&app, app.get_name(), CLI::AppFormatMode::Normal);
         for (const auto& [parser, verb] : verbs)
-            if (verb->name == name) return parser->help();
+            if (verb->name == name) return parser->help(app.get_name());
         throw noVerb(name);
     }
 

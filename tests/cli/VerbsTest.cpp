@@ -45,6 +45,8 @@ constexpr Row rows[] = {
     {"tarn du -b /photos", 0, "       4  /photos/2024\n    2016  /photos\n"},
     {"tarn du -s '/photos/[2b]*'", 0, "     4 B  /photos/2024\n 2.0 KiB  /photos/b.JPG\n"},
     {"tarn --json du -s", 0, "{\"failed\":[],\"usage\":[{\"bytes\":2016,\"files\":5,\"path\":\"/\"}]}\n"},
+    {"tarn help | grep -Ec '^  (ls|help) '; tarn help du | sed -n 2p", 0,
+     "2\nUsage: tarn du [OPTIONS] [PATH...]\n"},
     // cp
     {"tarn cp /photos/a.jpg /copy.jpg && tarn cat /copy.jpg", 0, "0123456789"},
     {"tarn cp /photos/b.JPG /copy.jpg", 6, ""},
