@@ -52,7 +52,7 @@ TEST_F(Monitoring, LogsSayWhoDidWhatAndHoldNoSecret)
 
     const auto lines = read(log + ".1") + read(log);
     const auto events = read(audit + ".1") + read(audit);
-    const std::pair<const std::string&, std::string> expected[] = {
+    const std::pair<std::string, std::string> expected[] = {
         {lines,
          R"("user":"alice","method":"PUT","route":"/service/v1/files","path":"/service/v1/files/f","status":200,"received":7,)"},
         {lines, R"("route":"/public","path":"/public/...","status":200,"received":0,"sent":7,)"},
