@@ -176,8 +176,8 @@ TEST_F(SeveralProcesses, ASilentNetworkFailsWhatNeedsItAndNothingElse)
     EXPECT_TRUE(waiting.pending());
     EXPECT_THAT(waiting.get(), Each(AnyOf(databaseGone, busy)));
     EXPECT_THAT(unconfirmed.get(), Each(commitUnknown));
-    letGo();
-    EXPECT_EQ(alice(*first).read({"", "/f0"}).body, "content");
+    letGo(); // only now the server comes to its end
+    waitUntil([&] { return alice(*first).read({"", "/f0"}).body == "content"; });
     EXPECT_THAT(put(*first).get(), Each("200"));
     proxy.setSilent(false);
     EXPECT_THAT(put(*second).get(), Each("200"));
