@@ -8,8 +8,6 @@
 #include <boost/beast/core.hpp>
 #include <boost/beast/http.hpp>
 
-#include <map>
-#include <mutex>
 #include <thread>
 
 namespace {
@@ -100,11 +98,13 @@ public:
         auto future = promise.getFuture();
         threads.emplace_back([self = shared_from_this(), provider = found->second, moved = std::move(message),
                               kept = std::move(promise)]() mutable {
+            std::exception_ptr failure;
             try {
-                kept.setValue(provider->deliver(std::move(moved), Address("http"), self).get());
+                return kept.setValue(provider->deliver(std::move(moved), Address("http"), self).get());
             } catch (...) {
-                kept.setException(std::current_exception());
+                failure = std::current_exception();
             }
+            kept.setException(std::move(failure));
         });
         return future;
     }

@@ -23,6 +23,19 @@ http::BodyPublisher emptyBody()
     return std::make_shared<reactive_streams::OneShotPublisher<DataBuffer>>(DataBuffer());
 }
 
+/// What `step` throws. Handed on outside the handler, so that whoever hears of it may wait as he likes, and is the last
+/// to hold it.
+template <class Step>
+std::exception_ptr failureOf(Step step)
+{
+    try {
+        step();
+        return nullptr;
+    } catch (...) {
+        return std::current_exception();
+    }
+}
+
 } // namespace
 
 DownloadRelay::DownloadRelay(std::unique_ptr<FileDownload> request)
@@ -34,7 +47,7 @@ DownloadRelay::DownloadRelay(std::unique_ptr<FileDownload> request)
 
 void DownloadRelay::begin(Future<std::unique_ptr<http::HttpClientResponse>> reply) noexcept
 {
-    try {
+    auto failure = failureOf([&] {
         const auto arrived = reply.get();
         readHead(arrived);
         if (asked->onHead) asked->onHead(*response);
@@ -45,9 +58,8 @@ void DownloadRelay::begin(Future<std::unique_ptr<http::HttpClientResponse>> repl
             body = content;
         }
         content->subscribe(shared_from_this());
-    } catch (...) {
-        if (end()) promise.setException(std::current_exception());
-    }
+    });
+    if (failure && end()) promise.setException(std::move(failure));
 }
 
 /// @throws what checkResponse throws, when this is not a success
@@ -168,12 +180,10 @@ void DownloadRelay::cut(DataBuffer& item)
 void DownloadRelay::pass(DataBuffer&& item)
 {
     response->bytes += item.size;
-    try {
-        receiver->onNext(std::move(item));
-    } catch (...) {
+    if (auto failure = failureOf([&] { receiver->onNext(std::move(item)); })) {
         if (!end()) return;
         stopSource();
-        promise.setException(std::current_exception());
+        promise.setException(std::move(failure));
         return;
     }
     if (remaining == 0u && expected != seen && end()) { // the rest is not needed
@@ -185,13 +195,8 @@ void DownloadRelay::pass(DataBuffer&& item)
 void DownloadRelay::onComplete()
 {
     if (!end()) return;
-    try {
-        verify();
-    } catch (...) {
-        fail(std::current_exception());
-        return;
-    }
-    complete();
+    auto failure = failureOf([this] { verify(); });
+    failure ? fail(std::move(failure)) : complete();
 }
 
 /// @pre the body has come to its end
@@ -213,13 +218,8 @@ void DownloadRelay::verify()
 
 void DownloadRelay::complete()
 {
-    try {
-        receiver->onComplete();
-    } catch (...) {
-        promise.setException(std::current_exception());
-        return;
-    }
-    promise.setValue(std::move(response));
+    auto failure = failureOf([this] { receiver->onComplete(); });
+    failure ? promise.setException(std::move(failure)) : promise.setValue(std::move(response));
 }
 
 void DownloadRelay::onError(std::exception_ptr error)
