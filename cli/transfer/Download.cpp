@@ -45,7 +45,8 @@ void Downloader::addFolder(const RemoteFolder& remote, const std::shared_ptr<con
     ++report.transfers.done;
     for (const auto& file : remote.files) {
         const auto name = toUtf8(file.name);
-        add({remote.where.child(name), {}, file.size, file.lastModified, local, name});
+        add({remote.where.child(name), connector::tarn::VersionInfo(), file.size, file.lastModified, local,
+             name});
     }
     for (const auto& child : remote.folders) {
         try {
