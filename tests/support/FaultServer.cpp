@@ -265,6 +265,18 @@ private:
 
 } // namespace
 
+TrueReply replyOf(const std::string& type, const std::string& body)
+{
+    return {"HTTP/1.1 200 OK\r\nContent-Type: " + type +
+                "\r\nContent-Length: " + std::to_string(body.size()) + "\r\n\r\n",
+            body};
+}
+
+TrueReply document(const std::string& inner)
+{
+    return replyOf("application/xml", "<Response>" + inner + "</Response>");
+}
+
 const std::vector<Fault>& faults()
 {
     static const std::vector<Fault> table = makeFaults();

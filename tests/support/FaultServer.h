@@ -28,6 +28,11 @@ struct TrueReply {
     std::string body;
 };
 
+/// One of status 200 with this body.
+TrueReply replyOf(const std::string& type, const std::string& body);
+/// One with this in its document.
+TrueReply document(const std::string& inner);
+
 struct Fault {
     enum class Door {
         open,

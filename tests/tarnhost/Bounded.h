@@ -7,6 +7,7 @@
 #include <chrono>
 #include <stdexcept>
 #include <string>
+#include <thread>
 
 namespace connector::host::test {
 
@@ -32,6 +33,19 @@ std::string failureOf(Future<T> future)
         return std::string("wrong type of error: ") + other.what();
     }
     return "no error";
+}
+
+/// Waits for what another thread is about to do. @return whether it came to pass in time
+template <class Condition>
+bool eventually(Condition condition)
+{
+    const auto deadline = std::chrono::steady_clock::now() + patience;
+    bool came = condition();
+    while (!came && std::chrono::steady_clock::now() < deadline) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        came = condition();
+    }
+    return came;
 }
 
 } // namespace connector::host::test

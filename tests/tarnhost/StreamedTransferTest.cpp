@@ -1,11 +1,9 @@
-// Contents on their way: what waits for whom, who hears of an end, and that nothing waits for itself.
+// Contents on their way: what waits for whom, and who hears of an end.
 #include "Bounded.h"
 #include "HttpClientUnderTest.h"
 #include "support/ScriptedHttpServer.h"
 #include "support/TarndProcess.h"
-#include "tarn/foundation/WouldDeadlock.h"
 #include "tarn/foundation/platform/HttpStreamedRequest.h"
-#include "tarn/session/SessionMessages.h"
 #include "tarnhost/FileSink.h"
 #include "tarnhost/FileSource.h"
 #include "tarnhost/TarnHost.h"
@@ -95,19 +93,6 @@ struct Consumer : reactive_streams::SubscriberAPI<DataBuffer> {
     std::atomic<bool> busy{false};
 };
 
-/// Waits for what another thread is about to do. @return whether it came to pass in time
-template <class Condition>
-bool eventually(Condition condition)
-{
-    const auto deadline = std::chrono::steady_clock::now() + patience;
-    bool came = condition();
-    while (!came && std::chrono::steady_clock::now() < deadline) {
-        std::this_thread::sleep_for(1ms);
-        came = condition();
-    }
-    return came;
-}
-
 std::string headOf(std::uint64_t length)
 {
     return "HTTP/1.1 200 OK\r\nContent-Length: " + std::to_string(length) + "\r\n\r\n";
@@ -131,15 +116,6 @@ auto downloadTo(TarnHost& host, std::shared_ptr<Consumer> consumer, const char16
     request->content = std::move(consumer);
     request->stop = std::move(stop);
     return host.fileTransfer()->downloadFile(std::move(request));
-}
-
-auto uploadOf(TarnHost& host, ContentPublisher content, std::optional<std::uint64_t> size)
-{
-    auto request = std::make_unique<FileUpload>();
-    request->path = u"/a";
-    request->content = std::move(content);
-    request->size = size;
-    return host.fileTransfer()->uploadFile(std::move(request));
 }
 
 TEST(StreamedTransfer, BringsFilesAndPipesThereAndBackThroughTheRealService)
@@ -291,97 +267,6 @@ TEST(StreamedTransfer, BringsWhatArrivedBeforeTheErrorThatCutIt)
     }
 }
 
-/// Brings items on a thread of its own, as many as are asked for; or fails after some.
-class Producer : public reactive_streams::PublisherAPI<DataBuffer>,
-                 public reactive_streams::Subscription,
-                 public std::enable_shared_from_this<Producer> {
-public:
-    explicit Producer(int itemCount, bool failsThen = false) : items(itemCount), fails(failsThen) {}
-
-    void subscribe(ContentSubscriber taker) override
-    {
-        receiver = taker;
-        taker->onSubscribe(weak_from_this());
-    }
-
-    Future<bool> completion() override { return makeReadyFuture(true); }
-
-    void request(std::uint64_t n) override
-    {
-        if (last.joinable()) last.join();
-        last = std::thread([this, n] {
-            for (std::uint64_t i = 0; i < n && brought < items; ++i) {
-                ++brought;
-                receiver->onNext(DataBuffer(std::string(100'000, 'x')));
-            }
-            if (brought < items) return;
-            fails ? receiver->onError(std::make_exception_ptr(std::runtime_error("The disk is gone.")))
-                  : receiver->onComplete();
-        });
-    }
-
-    void cancel() override { cancelled.set_value(); }
-
-    ~Producer() override
-    {
-        if (last.joinable()) last.join();
-    }
-
-    std::atomic<int> brought{0};
-    std::promise<void> cancelled;
-
-private:
-    const int items;
-    const bool fails;
-    ContentSubscriber receiver;
-    std::thread last;
-};
-
-TEST(StreamedTransfer, SendsTheItemsOfAnotherThreadOrSaysWhyNot)
-{
-    struct Row {
-        const char* name;
-        int items;
-        bool fails;
-        std::optional<std::uint64_t> size;
-        std::string outcome;
-    };
-
-    for (const auto& row :
-         {Row{"all", 20, false, 2'000'000, "no error"},
-          Row{"failing publisher", 20, true, 3'000'000, "The disk is gone."},
-          Row{"failing publisher, unknown size", 3, true, {}, "The disk is gone."},
-          Row{"too little", 2, false, 300'000, "The content ended after 200000 of 300000 bytes."},
-          Row{"too much", 2, false, 150'000, "The content to send goes on after 150000 of 150000"}}) {
-        SCOPED_TRACE(row.name);
-        std::atomic<bool> done = false;
-        bool isWhole = false;
-        ScriptedHttpServer server([&](ScriptedHttpServer::Connection& connection) {
-            isWhole = connection.readHead() && connection.skip(row.size.value_or(10'000'000));
-            if (isWhole) connection.send(ScriptedHttpServer::reply("<R/>"));
-            done = true;
-        });
-        TarnHost host({.endpoint = server.url(), .threads = 1});
-        const auto producer = std::make_shared<Producer>(row.items, row.fails);
-        EXPECT_THAT(failureOf<std::runtime_error>(uploadOf(host, producer, row.size)),
-                    HasSubstr(row.outcome));
-        // The connection is closed where not all of it came; a publisher that fails at once keeps it from being made.
-        EXPECT_TRUE(eventually([&] { return done || server.connectionCount() == 0; }));
-        EXPECT_EQ(isWhole, row.outcome == "no error");
-    }
-}
-
-TEST(StreamedTransfer, AsksForNoMoreThanTheServiceTakes)
-{
-    ScriptedHttpServer server([&](ScriptedHttpServer::Connection& connection) { connection.ignore(); });
-    TarnHost host({.endpoint = server.url(), .http = {.stallWindow = 300ms}});
-    const auto producer = std::make_shared<Producer>(100'000);
-    EXPECT_THAT(failureOf<TransportError>(uploadOf(host, producer, std::nullopt)),
-                HasSubstr("The request was taken at less than"));
-    EXPECT_LT(producer->brought, 200) << "beyond what the kernel's buffers hold";
-    EXPECT_EQ(producer->cancelled.get_future().wait_for(patience), std::future_status::ready);
-}
-
 TEST(StreamedTransfer, IsEndedByTheEndOfItsHost)
 {
     ScriptedHttpServer server([](ScriptedHttpServer::Connection& connection) {
@@ -419,33 +304,6 @@ TEST(StreamedTransfer, FreesTheConnectionOfABodyThatNobodyReads)
             bounded(std::move(reply)).reset();
         }
         EXPECT_TRUE(eventually([&] { return freed == (isRefused ? 2 : 1); })) << "while the client runs";
-    }
-}
-
-TEST(DeliveryThread, RefusesToWaitForWhatItMayHaveToBring)
-{
-    for (const unsigned threads : {1u, 4u}) {
-        std::atomic<int> mayAnswer = 0; // so that no reply is there before somebody waits for it
-        ScriptedHttpServer server([&](ScriptedHttpServer::Connection& connection) {
-            while (connection.readHead() && eventually([&] { return mayAnswer.exchange(0) > 0; }))
-                connection.send(ScriptedHttpServer::reply("<R><Value>v</Value></R>"));
-        });
-        TarnHost host({.endpoint = server.url(), .threads = threads});
-        Future<std::unique_ptr<PingResponse>> second;
-        auto text = host.session()->ping(std::make_unique<Ping>()).then([&](auto&&) {
-            second = host.session()->ping(std::make_unique<Ping>());
-            try {
-                second.get();
-            } catch (const WouldDeadlock& error) {
-                return std::string(error.what());
-            }
-            return std::string("no error");
-        });
-        mayAnswer = 1;
-        EXPECT_THAT(bounded(std::move(text)),
-                    testing::AllOf(HasSubstr("PingResponse"), HasSubstr("the reply to /service/v1/ping")));
-        mayAnswer = 1;
-        EXPECT_EQ(bounded(std::move(second))->value, "v") << "the future is as good as before";
     }
 }
 

@@ -1,0 +1,230 @@
+// Replies and contents that come to harm on their way: a transfer is whole or an error, nothing is fetched or made twice,
+// and the user's files stay as they were.
+#include "tests/cli/Shell.h"
+#include "tests/support/FaultServer.h"
+
+#include <gmock/gmock.h>
+
+#include <atomic>
+#include <filesystem>
+#include <fstream>
+#include <random>
+#include <thread>
+
+namespace tarncli::test {
+namespace {
+
+namespace fs = std::filesystem;
+using connector::host::test::Ending;
+using connector::host::test::FaultServer;
+using connector::host::test::ScriptedHttpServer;
+using connector::host::test::TrueReply;
+using tarnd::test::TarndProcess;
+using testing::HasSubstr;
+
+#ifdef TARN_SANITIZED
+constexpr std::size_t rounds = 1; // programs start many times slower
+#else
+constexpr std::size_t rounds = 5;
+#endif
+
+/// A service whose replies, some of them, come to harm on their way.
+class OnTheWay : public testing::Test {
+protected:
+    using Play = connector::host::test::Fault::Play;
+
+    OnTheWay()
+    {
+        service.start();
+        alice.set("TARN_USER", "alice");
+        alice.set("TARN_TOKEN", service.addUser("alice"));
+        for (int i = 0; i < 1'000'000; ++i)
+            content += static_cast<char>(i * 7 + i / 1000);
+        store(content);
+        alice.write("f", "old");
+    }
+
+    void store(const std::string& bytes)
+    {
+        alice.write("f", bytes);
+        EXPECT_EQ(run("put -q -f f /f || tarn put -q f /f").exitCode, 0);
+    }
+
+    /// Runs tarn where the first `times` requests that begin with `struck` meet `play`.
+    CommandResult run(const std::string& arguments, const std::string& struck = "", int times = 0,
+                      const Play& play = nullptr)
+    {
+        const FaultServer server(
+            {"", Ending::noReply, play}, connector::host::test::truthOf(service.port()),
+            [&](const std::string& request) { return request.starts_with(struck) && times-- > 0; });
+        alice.set("TARN_ENDPOINT", server.url());
+        return alice.run("tarn " + arguments);
+    }
+
+    /// The file in which the service keeps what is stored now.
+    fs::path onlyContent() const
+    {
+        for (const auto& entry : fs::recursive_directory_iterator(service.dataDir() / "contents"))
+            if (entry.is_regular_file() && entry.file_size() == content.size()) return entry.path();
+        return {};
+    }
+
+    static Play cut()
+    {
+        return [](ScriptedHttpServer::Connection& connection, const TrueReply& reply) {
+            connection.send(reply.head + reply.body.substr(0, reply.body.size() * 2 / 5));
+        };
+    }
+
+    static constexpr const char* fetching = "GET /service/v1/files/f";
+    TarndProcess service;
+    Shell alice;
+    std::string content;
+};
+
+/// Somebody whose connection is cut once in each command, at a place that chance chooses.
+class Unlucky {
+public:
+    Unlucky(TarndProcess& target, const std::string& token, std::string bytes, unsigned seed)
+        : service(target), content(std::move(bytes)), random(seed)
+    {
+        shell.set("TARN_USER", "alice");
+        shell.set("TARN_TOKEN", token);
+        shell.set("TARN_ENDPOINT", proxy.url());
+        mine = "/" + std::to_string(seed);
+        shell.write("f", content);
+        EXPECT_TRUE(isFinished("put f " + mine, false));
+    }
+
+    void fetches(const std::string& verb)
+    {
+        fetched = 0;
+        isFinished("--retries 0 get --continue " + mine + " new");
+        const bool isThere = fs::exists(shell.work() / "new");
+        EXPECT_TRUE(isThere || isFinished("get --continue " + mine + " new", false));
+        EXPECT_EQ(shell.read("new"), content);
+        EXPECT_LT(fetched, content.size() + 10'000) << "two logins, two questions, and heads";
+        fs::remove(shell.work() / "new");
+
+        shell.write("f", "old");
+        EXPECT_TRUE(isFinished(verb + " " + mine + (verb == "cat" ? " >f" : " f")));
+        EXPECT_EQ(shell.read("f"), content);
+    }
+
+    void stores(const std::string& verb)
+    {
+        const auto before = content;
+        content[random() % content.size()] ^= 1;
+        shell.write("f", content);
+        const bool isThere = isFinished(verb + " " + mine + " <f");
+        EXPECT_THAT(stored(), testing::AnyOf(content, isThere ? content : before));
+        EXPECT_TRUE(isFinished("put -f f " + mine));
+        EXPECT_EQ(stored(), content);
+    }
+
+private:
+    using Connection = ScriptedHttpServer::Connection;
+
+    bool isFinished(const std::string& arguments, bool isCut = true)
+    {
+        left = isCut ? 1 + static_cast<long>(random() % (content.size() + 3'000)) : 0;
+        const auto result = shell.run("tarn -q " + arguments);
+        EXPECT_THAT(result.exitCode, testing::AnyOf(0, 7)) << arguments << ": " << result.err;
+        return result.exitCode == 0;
+    }
+
+    std::string stored() { return shell.run("tarn --endpoint " + service.url() + " cat " + mine).out; }
+
+    std::size_t pass(std::size_t bytes, bool isReply)
+    {
+        const auto before = static_cast<std::size_t>(std::max(left.fetch_sub(static_cast<long>(bytes)), 0L));
+        const auto passed = before > 0 ? std::min(before, bytes) : bytes;
+        if (isReply) fetched += passed;
+        return passed;
+    }
+
+    TarndProcess& service;
+    Shell shell;
+    std::string mine;
+    std::string content;
+    std::minstd_rand random;
+    std::atomic<long> left{0}; ///< bytes, both ways, until the cut
+    std::atomic<std::size_t> fetched{0};
+    ScriptedHttpServer proxy{[this](Connection& connection) {
+        connection.relay(service.port(), [this](auto... passing) { return pass(passing...); });
+    }};
+};
+
+TEST_F(OnTheWay, CutAnywhereATransferIsWholeOrAnErrorAndNothingIsFetchedTwice)
+{
+    const auto seed = std::random_device{}();
+    SCOPED_TRACE("seed " + std::to_string(seed));
+    const auto token = service.run({"user", "rotate", "alice"}).out.substr(0, 64);
+    std::vector<std::jthread> threads;
+    for (unsigned i = 0; i < 10; ++i) // mostly they wait for another try
+        threads.emplace_back([&, i] {
+            Unlucky somebody(service, token, content, seed + i);
+            for (std::size_t round = 0; round < rounds; ++round) {
+                somebody.fetches(round % 2 == 0 ? "get -f" : "cat");
+                somebody.stores(round % 2 == 0 ? "--retries 0 put -f f" : "put -f -");
+            }
+        });
+}
+
+TEST_F(OnTheWay, ALaterCommandFetchesAnewWhatWasReplaced)
+{
+    EXPECT_EQ(run("--retries 0 get /f new", fetching, 1, cut()).exitCode, 7);
+    EXPECT_EQ(contentsOf(alice.work()).size(), 1u); // only "f", as nobody asked for more
+    EXPECT_EQ(run("--retries 0 get --continue /f new", fetching, 1, cut()).exitCode, 7);
+    EXPECT_EQ(contentsOf(alice.work()).size(), 3u);
+    store(content = std::string(content.rbegin(), content.rend()));
+    const auto result = run("get --continue /f new");
+    EXPECT_EQ(result.exitCode, 0) << result.err;
+    EXPECT_THAT(result.err, HasSubstr("had changed"));
+    EXPECT_EQ(alice.read("new"), content);
+    EXPECT_EQ(contentsOf(alice.work()).size(), 2u);
+}
+
+TEST_F(OnTheWay, WhatIsNotWhatItShouldBeIsRefused)
+{
+    const auto damageDigest = [](ScriptedHttpServer::Connection& connection, TrueReply reply) {
+        const std::string word = "sha-256=:";
+        for (auto at = reply.head.find(word); at != std::string::npos; at = reply.head.find(word, at + 1))
+            reply.head[at + 12] = reply.head[at + 12] == 'A' ? 'B' : 'A';
+        connection.send(reply.head + reply.body);
+    };
+    const auto refuses = [&](const std::string& arguments, const std::string& struck, const char* told) {
+        const auto result = run(arguments, struck, 1, damageDigest);
+        EXPECT_EQ(result.exitCode, 1) << arguments;
+        EXPECT_THAT(result.err, HasSubstr(told));
+        EXPECT_THAT(contentsOf(alice.work()), testing::ElementsAre(testing::Pair("f", "old"))) << arguments;
+    };
+    refuses("put -f f /f", "PUT ", "f: The service has stored something else");
+    store(content);
+    alice.write("f", "old");
+    std::fstream(onlyContent(), std::ios::in | std::ios::out)
+        .seekp(500'000)
+        .put('\1'); // on the service's disk
+    for (const auto* arguments : {"get -f /f .", "get -f --continue /f .", "cat /f >/dev/null"})
+        refuses(arguments, "nothing", "\"/f\": The content is damaged");
+    service.terminate();
+    const auto check = service.run({"fsck"});
+    EXPECT_EQ(check.exitCode, 1);
+    EXPECT_THAT(check.out, HasSubstr("alice:/f, version 1: its content is damaged"));
+}
+
+TEST_F(OnTheWay, AChangeWhoseReplyIsLostIsLookedAtAndMadeOnce)
+{
+    alice.write("d/x", "x");
+    for (const auto* arguments : {"put f /new", "put --new-version d/x /new", "put -r d/ /d", "mkdir /m",
+                                  "mv /new /moved", "rm -r /d"}) {
+        const auto* struck = arguments[0] == 'r' ? "DELETE " : "PUT ";
+        const auto result = run(arguments, struck, 1, [](const auto&, const auto&) {});
+        EXPECT_EQ(result.exitCode, 0) << arguments << ": " << result.err;
+    }
+    // A heading and two versions.
+    EXPECT_EQ(run("ls / && tarn versions /moved | wc -l").out, "m/\nf\nmoved\n3\n");
+}
+
+} // namespace
+} // namespace tarncli::test

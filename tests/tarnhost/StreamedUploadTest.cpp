@@ -1,0 +1,123 @@
+// Contents on their way to the service: asked for as they are taken, and broken off when they cannot be brought.
+#include "Bounded.h"
+#include "support/ScriptedHttpServer.h"
+#include "tarn/transfer/FileTransferMessages.h"
+#include "tarnhost/TarnHost.h"
+#include "tarnhost/TransportError.h"
+
+#include <gmock/gmock.h>
+
+#include <atomic>
+#include <future>
+#include <thread>
+
+namespace connector::host::test {
+namespace {
+
+using namespace std::chrono_literals;
+using namespace tarn;
+using common::DataBuffer;
+using testing::HasSubstr;
+
+auto uploadOf(TarnHost& host, ContentPublisher content, std::optional<std::uint64_t> size)
+{
+    auto request = std::make_unique<FileUpload>();
+    request->path = u"/a";
+    request->content = std::move(content);
+    request->size = size;
+    return host.fileTransfer()->uploadFile(std::move(request));
+}
+
+/// Brings items on a thread of its own, as many as are asked for; or fails after some.
+class Producer : public reactive_streams::PublisherAPI<DataBuffer>,
+                 public reactive_streams::Subscription,
+                 public std::enable_shared_from_this<Producer> {
+public:
+    explicit Producer(int itemCount, bool failsThen = false) : items(itemCount), fails(failsThen) {}
+
+    void subscribe(ContentSubscriber taker) override
+    {
+        receiver = taker;
+        taker->onSubscribe(weak_from_this());
+    }
+
+    Future<bool> completion() override { return makeReadyFuture(true); }
+
+    void request(std::uint64_t n) override
+    {
+        if (last.joinable()) last.join();
+        last = std::thread([this, n] {
+            for (std::uint64_t i = 0; i < n && brought < items; ++i) {
+                ++brought;
+                receiver->onNext(DataBuffer(std::string(100'000, 'x')));
+            }
+            if (brought < items) return;
+            fails ? receiver->onError(std::make_exception_ptr(std::runtime_error("The disk is gone.")))
+                  : receiver->onComplete();
+        });
+    }
+
+    void cancel() override { cancelled.set_value(); }
+
+    ~Producer() override
+    {
+        if (last.joinable()) last.join();
+    }
+
+    std::atomic<int> brought{0};
+    std::promise<void> cancelled;
+
+private:
+    const int items;
+    const bool fails;
+    ContentSubscriber receiver;
+    std::thread last;
+};
+
+TEST(StreamedUpload, SendsTheItemsOfAnotherThreadOrSaysWhyNot)
+{
+    struct Row {
+        const char* name;
+        int items;
+        bool fails;
+        std::optional<std::uint64_t> size;
+        std::string outcome;
+    };
+
+    for (const auto& row :
+         {Row{"all", 20, false, 2'000'000, "no error"},
+          Row{"failing publisher", 20, true, 3'000'000, "The disk is gone."},
+          Row{"failing publisher, unknown size", 3, true, {}, "The disk is gone."},
+          Row{"too little", 2, false, 300'000, "The content ended after 200000 of 300000 bytes."},
+          Row{"too much", 2, false, 150'000, "The content to send goes on after 150000 of 150000"}}) {
+        SCOPED_TRACE(row.name);
+        std::atomic<bool> done = false;
+        bool isWhole = false;
+        ScriptedHttpServer server([&](ScriptedHttpServer::Connection& connection) {
+            isWhole = connection.readHead() && connection.skip(row.size.value_or(10'000'000));
+            if (isWhole) connection.send(ScriptedHttpServer::reply("<R/>"));
+            done = true;
+        });
+        TarnHost host({.endpoint = server.url(), .threads = 1});
+        const auto producer = std::make_shared<Producer>(row.items, row.fails);
+        EXPECT_THAT(failureOf<std::runtime_error>(uploadOf(host, producer, row.size)),
+                    HasSubstr(row.outcome));
+        // The connection is closed where not all of it came; a publisher that fails at once keeps it from being made.
+        EXPECT_TRUE(eventually([&] { return done || server.connectionCount() == 0; }));
+        EXPECT_EQ(isWhole, row.outcome == "no error");
+    }
+}
+
+TEST(StreamedUpload, AsksForNoMoreThanTheServiceTakes)
+{
+    ScriptedHttpServer server([&](ScriptedHttpServer::Connection& connection) { connection.ignore(); });
+    TarnHost host({.endpoint = server.url(), .http = {.stallWindow = 300ms}});
+    const auto producer = std::make_shared<Producer>(100'000);
+    EXPECT_THAT(failureOf<TransportError>(uploadOf(host, producer, std::nullopt)),
+                HasSubstr("The request was taken at less than"));
+    EXPECT_LT(producer->brought, 200) << "beyond what the kernel's buffers hold";
+    EXPECT_EQ(producer->cancelled.get_future().wait_for(patience), std::future_status::ready);
+}
+
+} // namespace
+} // namespace connector::host::test

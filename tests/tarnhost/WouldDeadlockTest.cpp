@@ -1,0 +1,46 @@
+// A delivery thread does not wait for what it may have to bring itself.
+#include "tarn/foundation/WouldDeadlock.h"
+#include "Bounded.h"
+#include "support/ScriptedHttpServer.h"
+#include "tarn/session/SessionMessages.h"
+#include "tarnhost/TarnHost.h"
+
+#include <gmock/gmock.h>
+
+#include <atomic>
+
+namespace connector::host::test {
+namespace {
+
+using namespace tarn;
+using testing::HasSubstr;
+
+TEST(DeliveryThread, RefusesToWaitForWhatItMayHaveToBring)
+{
+    for (const unsigned threads : {1u, 4u}) {
+        std::atomic<int> mayAnswer = 0; // so that no reply is there before somebody waits for it
+        ScriptedHttpServer server([&](ScriptedHttpServer::Connection& connection) {
+            while (connection.readHead() && eventually([&] { return mayAnswer.exchange(0) > 0; }))
+                connection.send(ScriptedHttpServer::reply("<R><Value>v</Value></R>"));
+        });
+        TarnHost host({.endpoint = server.url(), .threads = threads});
+        Future<std::unique_ptr<PingResponse>> second;
+        auto text = host.session()->ping(std::make_unique<Ping>()).then([&](auto&&) {
+            second = host.session()->ping(std::make_unique<Ping>());
+            try {
+                second.get();
+            } catch (const WouldDeadlock& error) {
+                return std::string(error.what());
+            }
+            return std::string("no error");
+        });
+        mayAnswer = 1;
+        EXPECT_THAT(bounded(std::move(text)),
+                    testing::AllOf(HasSubstr("PingResponse"), HasSubstr("the reply to /service/v1/ping")));
+        mayAnswer = 1;
+        EXPECT_EQ(bounded(std::move(second))->value, "v") << "the future is as good as before";
+    }
+}
+
+} // namespace
+} // namespace connector::host::test
