@@ -297,6 +297,20 @@ void TarndProcess::requestTermination()
     signal(SIGTERM);
 }
 
+void TarndProcess::pause()
+{
+    signal(SIGSTOP);
+    int status = 0;
+    if (waitpid(pid, &status, WUNTRACED) == pid && WIFSTOPPED(status)) return;
+    pid = -1;
+    throw std::runtime_error("tarnd ended instead of pausing\n" + errors());
+}
+
+void TarndProcess::resume()
+{
+    signal(SIGCONT);
+}
+
 void TarndProcess::signal(int number)
 {
     if (!isRunning()) throw std::logic_error("tarnd does not run");

@@ -76,6 +76,10 @@ public:
     /// Sends SIGTERM without waiting.
     void requestTermination();
 
+    /// Returns when no thread of it runs any more, until resume().
+    void pause();
+    void resume();
+
     /// Sends any signal.
     void signal(int number);
 

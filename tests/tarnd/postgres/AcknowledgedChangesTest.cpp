@@ -102,10 +102,10 @@ TEST_F(AcknowledgedChanges, OutliveStopsAndKills)
                 "<> pg_backend_pid()");
             continue;
         }
-        services[which]->signal(SIGSTOP);
+        services[which]->pause();
         othersGoOn();
         if (round % 3 == 1) {
-            services[which]->signal(SIGCONT);
+            services[which]->resume();
         } else {
             services[which]->kill();
             startProcess(which);

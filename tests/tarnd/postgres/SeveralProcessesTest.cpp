@@ -126,7 +126,7 @@ protected:
     {
         EXPECT_THAT(put(*first).get(), Each("200"));
         auto outcome = heldUp(*first, "IMMEDIATE");
-        first->signal(SIGSTOP);
+        first->pause();
         letGo();
         return outcome;
     }
@@ -146,7 +146,7 @@ TEST_F(SeveralProcesses, OneThatStopsInsideAWriteStopsNoOther)
     EXPECT_TRUE(waiting.pending()) << "the pings came too late to tell";
     EXPECT_THAT(waiting.get(), Each("200"));
 
-    first->signal(SIGCONT);
+    first->resume();
     EXPECT_THAT(stopped.get(), Each(AnyOf(databaseGone, commitUnknown)));
     EXPECT_THAT(put(*first).get(), Each("200"));
 }
@@ -161,7 +161,7 @@ TEST_F(SeveralProcesses, OneThatWaitsForTheLockGivesUpAndEndsWhenItIsTold)
     waitForLocks("1", "NOT granted");
     EXPECT_EQ(second->terminate(), 0);
     EXPECT_THAT(waiting.get(), Each(AnyOf(busy, databaseGone)));
-    first->signal(SIGCONT);
+    first->resume();
     EXPECT_THAT(stopped.get(), Each("200"));
 }
 
