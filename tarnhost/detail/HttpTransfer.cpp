@@ -143,7 +143,8 @@ std::unique_ptr<EasyHandle> HttpTransfer::releaseHandle()
 int HttpTransfer::onBeforeSend(void* self, char*, char*, int, int)
 {
     auto& transfer = *static_cast<HttpTransfer*>(self);
-    if (!std::exchange(transfer.sendBegun, true) || !transfer.isChange) return CURL_PREREQFUNC_OK;
+    const bool repeated = std::exchange(transfer.sendBegun, true);
+    if (!repeated || !transfer.isChange || transfer.isBodyUntouched()) return CURL_PREREQFUNC_OK;
     transfer.refusal = notRepeated;
     return CURL_PREREQFUNC_ABORT;
 }
@@ -332,6 +333,12 @@ void HttpTransfer::fail(std::exception_ptr error)
     // What is over ends at once, also where nobody asks for what has arrived.
     if (headGiven) over ? incoming->abandon(error) : incoming->close(error);
     failure = std::move(error);
+}
+
+/// None of it has left: no service can have carried out what needs it.
+bool HttpTransfer::isBodyUntouched() const
+{
+    return uploaded == 0 && (outgoing ? !outgoing->isAllTaken() : body.size > 0);
 }
 
 bool HttpTransfer::mayHaveHappened() const

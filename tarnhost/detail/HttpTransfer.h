@@ -120,6 +120,7 @@ private:
     void setRequest();
     void setBodySource();
 
+    bool isBodyUntouched() const;
     bool mayHaveHappened() const;
     std::uint64_t bytesOut() const;
     bool isSent() const;

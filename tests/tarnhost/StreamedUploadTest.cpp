@@ -28,7 +28,7 @@ auto uploadOf(TarnHost& host, ContentPublisher content, std::optional<std::uint6
     return host.fileTransfer()->uploadFile(std::move(request));
 }
 
-/// Brings items on a thread of its own, as many as are asked for; or fails after some.
+/// Brings items on a thread of its own, as many as are asked for, once the gate is open; or fails after some.
 class Producer : public reactive_streams::PublisherAPI<DataBuffer>,
                  public reactive_streams::Subscription,
                  public std::enable_shared_from_this<Producer> {
@@ -47,6 +47,7 @@ public:
     {
         if (last.joinable()) last.join();
         last = std::thread([this, n] {
+            if (gate.valid()) gate.wait();
             for (std::uint64_t i = 0; i < n && brought < items; ++i) {
                 ++brought;
                 receiver->onNext(DataBuffer(std::string(100'000, 'x')));
@@ -66,6 +67,7 @@ public:
 
     std::atomic<int> brought{0};
     std::promise<void> cancelled;
+    std::shared_future<void> gate; ///< open unless set
 
 private:
     const int items;
@@ -105,6 +107,35 @@ TEST(StreamedUpload, SendsTheItemsOfAnotherThreadOrSaysWhyNot)
         // The connection is closed where not all of it came; a publisher that fails at once keeps it from being made.
         EXPECT_TRUE(eventually([&] { return done || server.connectionCount() == 0; }));
         EXPECT_EQ(isWhole, row.outcome == "no error");
+    }
+}
+
+/// A connection may die just when the next request is on its way. What has no byte of its body sent cannot have
+/// been carried out; of what has, nobody knows.
+TEST(StreamedUpload, IsSentAgainAfterADeadConnectionWhileItsBodyWaits)
+{
+    for (const bool waits : {true, false}) {
+        std::promise<void> gate;
+        std::atomic<int> attempts = 0;
+        ScriptedHttpServer server([&](ScriptedHttpServer::Connection& connection) {
+            if (connection.number() == 0) {
+                connection.readRequest();
+                connection.send(ScriptedHttpServer::reply("<R/>"));
+            }
+            if (!connection.readHead()) return;
+            ++attempts;
+            if (!connection.skip(waits ? 0 : 50'000)) return;
+            if (connection.number() == 0) return connection.reset();
+            gate.set_value();
+            if (connection.skip(2'000'000)) connection.send(ScriptedHttpServer::reply("<R/>"));
+        });
+        TarnHost host({.endpoint = server.url(), .threads = 1});
+        bounded(uploadOf(host, std::make_shared<Producer>(0), 0));
+        const auto producer = std::make_shared<Producer>(20);
+        if (waits) producer->gate = gate.get_future().share();
+        EXPECT_THAT(failureOf<std::runtime_error>(uploadOf(host, producer, 2'000'000)),
+                    HasSubstr(waits ? "no error" : "Could not complete the exchange"));
+        EXPECT_EQ(attempts, waits ? 2 : 1);
     }
 }
 
