@@ -37,13 +37,13 @@ void DeliveryThreads::drain()
     lock.unlock();
 }
 
-void DeliveryThreads::enqueue(std::unique_ptr<Job> job)
+void DeliveryThreads::enqueue(Job job)
 {
     std::shared_lock lock(mutex);
     if (!pool) return;
-    boost::asio::post(*pool, [held = std::move(job)] {
+    boost::asio::post(*pool, [held = std::move(job)]() mutable {
         const DeliveryScope scope("a task of the host");
-        held->run();
+        held();
     });
 }
 

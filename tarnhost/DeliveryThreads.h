@@ -1,6 +1,7 @@
 #pragma once
 
 #include "tarn/foundation/Export.h"
+#include "tarnhost/Job.h"
 
 #include <memory>
 #include <shared_mutex>
@@ -31,7 +32,7 @@ public:
     template <class F>
     void post(F job)
     {
-        enqueue(std::make_unique<JobOf<F>>(std::move(job)));
+        enqueue(Job(std::move(job)));
     }
 
     /// Whether the calling thread is one of these.
@@ -43,21 +44,7 @@ public:
     void drain();
 
 private:
-    struct Job {
-        virtual ~Job() = default;
-        virtual void run() = 0;
-    };
-
-    template <class F>
-    struct JobOf : Job {
-        explicit JobOf(F callable) : job(std::move(callable)) {}
-
-        void run() override { job(); }
-
-        F job;
-    };
-
-    void enqueue(std::unique_ptr<Job> job);
+    void enqueue(Job job);
 
     mutable std::shared_mutex mutex; ///< guards the pointer: whoever posts must not see the pool go
     std::unique_ptr<boost::asio::thread_pool> pool; ///< null once drained

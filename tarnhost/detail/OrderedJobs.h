@@ -21,7 +21,7 @@ public:
     template <class F>
     void post(F job)
     {
-        auto held = std::make_unique<JobOf<F>>(std::move(job));
+        Job held(std::move(job));
         {
             std::lock_guard lock(mutex);
             jobs.push_back(std::move(held));
@@ -31,20 +31,6 @@ public:
     }
 
 private:
-    struct Job {
-        virtual ~Job() = default;
-        virtual void run() = 0;
-    };
-
-    template <class F>
-    struct JobOf : Job {
-        explicit JobOf(F callable) : job(std::move(callable)) {}
-
-        void run() override { job(); }
-
-        F job;
-    };
-
     /// Runs all jobs there are. Gone without having run, since the threads have ended, it takes them with it: they may
     /// own what owns this.
     struct Run {
@@ -63,19 +49,19 @@ private:
         void operator()()
         {
             const auto taken = std::move(order);
-            while (const auto job = taken->next())
-                job->run();
+            while (auto job = taken->next())
+                job();
         }
 
         std::shared_ptr<OrderedJobs> order;
     };
 
-    std::unique_ptr<Job> next()
+    Job next()
     {
         std::lock_guard lock(mutex);
         if (jobs.empty()) {
             running = false;
-            return nullptr;
+            return {};
         }
         auto job = std::move(jobs.front());
         jobs.pop_front();
@@ -84,7 +70,7 @@ private:
 
     const std::shared_ptr<DeliveryThreads> threads;
     std::mutex mutex; ///< guards the two below; jobs run and go without it
-    std::deque<std::unique_ptr<Job>> jobs;
+    std::deque<Job> jobs;
     bool running = false; ///< a Run is posted or under way
 };
 
