@@ -1,6 +1,7 @@
 #include "cli/transfer/Comparison.h"
 
 #include "cli/remote/FileContent.h"
+#include "cli/terminal/Output.h"
 #include "tarn/foundation/Composition.h"
 
 namespace tarncli {
@@ -49,6 +50,27 @@ Transfer compare(Connection& connection, Comparison comparison, const MovedBytes
     };
     transfer.succeeded = [answer, tell = std::move(tell)] { tell(*answer); };
     return transfer;
+}
+
+Comparisons::Comparisons(Connection& openConnection, Output& output)
+    : connection(openConnection), out(output), transfers(openConnection, output, compared)
+{
+}
+
+void Comparisons::add(Comparison comparison, std::function<void(bool isSame)> tell)
+{
+    total += comparison.size;
+    ++files;
+    transfers.add(compare(connection, std::move(comparison), compared, std::move(tell)));
+}
+
+TransferReport Comparisons::run()
+{
+    out.progress().begin("Comparing", total, files);
+    auto report = transfers.run();
+    out.progress().end();
+    report.done = 0;
+    return report;
 }
 
 } // namespace tarncli

@@ -28,4 +28,24 @@ struct Comparison {
 Transfer compare(Connection& connection, Comparison comparison, const MovedBytes& moved,
                  std::function<void(bool isSame)> tell);
 
+/// Many of them, at the same time and with progress, before the first transfer of a command.
+class Comparisons {
+public:
+    Comparisons(Connection& openConnection, Output& output);
+
+    /// @param tell  as for compare()
+    void add(Comparison comparison, std::function<void(bool isSame)> tell);
+
+    /// What has failed; nothing counts as done, since looking transfers nothing.
+    TransferReport run();
+
+private:
+    Connection& connection;
+    Output& out;
+    const MovedBytes compared = countFromZero();
+    Transfers transfers;
+    std::uint64_t total = 0; ///< bytes
+    std::uint64_t files = 0;
+};
+
 } // namespace tarncli

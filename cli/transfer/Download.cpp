@@ -63,10 +63,7 @@ void Downloader::addFolder(const RemoteFolder& remote, const std::shared_ptr<con
 /// compared by its digest.
 void Downloader::leaveWhatIsHere()
 {
-    const auto compared = countFromZero();
-    Transfers transfers(connection, out, compared);
-    std::uint64_t total = 0;
-    std::uint64_t files = 0;
+    Comparisons comparisons(connection, out);
     for (auto& download : downloads) {
         const auto here = download.folder->find(download.name);
         if (!here || here->size() != download.size) continue;
@@ -87,16 +84,10 @@ void Downloader::leaveWhatIsHere()
             if (!again) throw Failure(ExitCode::failure, "It has just gone; fetch it again.");
             return *again;
         };
-        Comparison both{download.remote.quoted(), open, download.remote, download.version, download.size};
-        transfers.add(compare(connection, std::move(both), compared, tell));
-        total += download.size;
-        ++files;
+        comparisons.add({download.remote.quoted(), open, download.remote, download.version, download.size},
+                        tell);
     }
-    out.progress().begin("Comparing", total, files);
-    auto looked = transfers.run();
-    out.progress().end();
-    looked.done = 0; // nothing was fetched by looking
-    addTo(report.transfers, std::move(looked));
+    addTo(report.transfers, comparisons.run());
     std::erase_if(downloads, [](const auto& download) { return download.isLeft; });
 }
 

@@ -215,28 +215,19 @@ std::variant<std::function<LocalContent()>, RemotePath> otherOf(const Upload& up
 /// One request for each file of the same size; nothing is sent.
 void Uploader::leaveWhatIsThere()
 {
-    const auto compared = countFromZero();
-    Transfers transfers(connection, out, compared);
-    std::uint64_t total = 0;
-    std::uint64_t files = 0;
+    Comparisons comparisons(connection, out);
     for (auto& upload : uploads) {
         if (!upload.existing || upload.existing->size != upload.size) continue;
         upload.isLeft = true; // until it is known to differ
         Comparison both{shown(upload.origin), otherOf(upload), upload.remote, {}, upload.size};
-        transfers.add(compare(connection, std::move(both), compared, [this, &upload](bool isSame) {
+        comparisons.add(std::move(both), [this, &upload](bool isSame) {
             upload.isLeft = isSame;
             if (!isSame) return;
             ++report.unchanged;
             out.detail(upload.remote.quoted() + " has the content of " + shown(upload.origin) + " already.");
-        }));
-        total += upload.size;
-        ++files;
+        });
     }
-    out.progress().begin("Comparing", total, files);
-    auto looked = transfers.run();
-    out.progress().end();
-    looked.done = 0; // nothing was stored by looking
-    addTo(report.transfers, std::move(looked));
+    addTo(report.transfers, comparisons.run());
     std::erase_if(uploads, [](const auto& upload) { return upload.isLeft; });
 }
 
