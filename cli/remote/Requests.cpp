@@ -10,6 +10,22 @@ namespace tarncli {
 using namespace connector::tarn;
 using connector::Future;
 
+namespace {
+
+template <class Summary>
+FileAttributes commonAttributesOf(const Summary& item)
+{
+    FileAttributes attributes;
+    attributes.name = item.name;
+    attributes.created = item.created;
+    attributes.lastModified = item.lastModified;
+    attributes.writable = item.writable;
+    attributes.watermark = item.watermark;
+    return attributes;
+}
+
+} // namespace
+
 FileAttributes readAttributes(Connection& connection, const RemotePath& item)
 {
     const auto response = connection.call(
@@ -62,25 +78,15 @@ FileSummary summaryOf(const FileAttributes& attributes)
 
 FileAttributes attributesOf(const FileSummary& file)
 {
-    FileAttributes attributes;
-    attributes.name = file.name;
-    attributes.created = file.created;
-    attributes.lastModified = file.lastModified;
+    auto attributes = commonAttributesOf(file);
     attributes.size = file.size;
-    attributes.writable = file.writable;
-    attributes.watermark = file.watermark;
     attributes.type = "FILE";
     return attributes;
 }
 
 FileAttributes attributesOf(const FolderSummary& folder)
 {
-    FileAttributes attributes;
-    attributes.name = folder.name;
-    attributes.created = folder.created;
-    attributes.lastModified = folder.lastModified;
-    attributes.writable = folder.writable;
-    attributes.watermark = folder.watermark;
+    auto attributes = commonAttributesOf(folder);
     attributes.type = "FOLDER";
     return attributes;
 }
