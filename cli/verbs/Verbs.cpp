@@ -10,6 +10,7 @@ Verb login();
 Verb logout();
 Verb whoami();
 Verb ping();
+Verb doctor();
 Verb local();
 Verb ls();
 Verb tree();
@@ -27,6 +28,7 @@ Verb rm();
 Verb grant();
 Verb revoke();
 Verb grants();
+Verb explain();
 Verb shared();
 Verb link();
 Verb versions();
@@ -42,10 +44,10 @@ Verb complete();
 std::vector<Verb> allVerbs()
 {
     using namespace verbs;
-    return {login(),   logout(), whoami(),  ping(),       local(),  ls(),      tree(), find(),
-            du(),      stat(),   cat(),     put(),        get(),    check(),   cp(),   mkdir(),
-            mv(),      rm(),     grant(),   revoke(),     grants(), shared(),  link(), versions(),
-            restore(), help(),   version(), completion(), man(),    complete()};
+    return {login(), logout(),   whoami(),  ping(),  doctor(),  local(),      ls(),      tree(),
+            find(),  du(),       stat(),    cat(),   put(),     get(),        check(),   cp(),
+            mkdir(), mv(),       rm(),      grant(), revoke(),  grants(),     explain(), shared(),
+            link(),  versions(), restore(), help(),  version(), completion(), man(),     complete()};
 }
 
 } // namespace tarncli
