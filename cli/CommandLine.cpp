@@ -22,6 +22,7 @@ store on this machine, which it starts by itself.
 
 Environment:
   TARN_ENDPOINT          the service, unless --endpoint names one
+  TARN_PROFILE           the profile, unless --profile names one; "local" is the local store
   TARN_USER, TARN_TOKEN  log in for one command; nothing of that is stored
   SSL_CERT_FILE          the authorities to trust, unless --ca-file names them
   https_proxy, http_proxy, all_proxy, no_proxy

@@ -113,13 +113,20 @@ void Connection::resume()
     host->session()->setUser(toUtf16(credentials.user));
     host->session()->setSessionId(credentials.sessionId);
     if (!credentials.sessionId.empty()) return;
-    if (credentials.token.empty()) throw notLoggedIn("You are not logged in to " + serviceName() + ".");
+    const auto token = tokenAtHand();
+    if (token.empty()) throw notLoggedIn("You are not logged in to " + serviceName() + ".");
     if (credentials.user.empty())
         throw Failure(ExitCode::notLoggedIn,
                       "Nothing says whose token TARN_TOKEN is; set TARN_USER, or use `tarn login USER`.");
-    openSession(credentials.user, credentials.token);
+    openSession(credentials.user, token);
     checkUser(credentials.user);
     keep();
+}
+
+/// What the command gives is not kept.
+std::string Connection::tokenAtHand() const
+{
+    return credentials.token.empty() ? commandedToken() : credentials.token;
 }
 
 void Connection::login(const std::string& user, const std::string& token, bool keepToken)
@@ -194,8 +201,9 @@ void Connection::renew(unsigned loginsSeen)
 {
     // Of many requests that were refused for the same ended session, the first has renewed it.
     if (loginsSeen != loginCount) return;
-    if (credentials.token.empty()) throw notLoggedIn("Your session has ended.");
-    openSession(credentials.user, credentials.token);
+    const auto token = tokenAtHand();
+    if (token.empty()) throw notLoggedIn("Your session has ended.");
+    openSession(credentials.user, token);
     keep();
 }
 

@@ -4,6 +4,7 @@
 #include "cli/service/ErrorMapping.h"
 #include "cli/service/Profile.h"
 #include "cli/service/Retries.h"
+#include "cli/service/TokenCommand.h"
 #include "tarnhost/TarnHost.h"
 
 #include <memory>
@@ -89,6 +90,12 @@ public:
     /// The user that environment, profile or local store tell; empty: none does.
     const std::string& configuredUser() const { return service.user; }
 
+    /// The token of the profile's command; empty: it names none. @throws Failure
+    std::string commandedToken() const
+    {
+        return service.tokenCommand.empty() ? "" : tokenFrom(service.tokenCommand);
+    }
+
     bool isLocal() const { return service.isLocal(); }
 
     /// "http://…" or "the local store": for messages.
@@ -118,6 +125,7 @@ private:
     static void pauseAfter(const std::exception_ptr& error, Retries& left);
     void startLocalStore(Output& output);
     void openSession(const std::string& user, const std::string& token);
+    std::string tokenAtHand() const;
     void checkUser(const std::string& user);
     void keep() const;
     Failure notLoggedIn(const std::string& why) const;

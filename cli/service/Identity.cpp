@@ -7,7 +7,7 @@ namespace tarncli {
 
 Identity identify(const Service& service, const CredentialStore& store)
 {
-    Identity identity{service.user, service.userFrom, "", {}};
+    Identity identity{service.user, service.userFrom, "", service.tokenCommand, {}};
     if (!service.isLocal()) identity.givenToken = environmentVariable("TARN_TOKEN");
     // A token does not say whose it is: unless a user is named, it is taken for that of who logged in last.
     if (identity.user.empty()) {

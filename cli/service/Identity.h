@@ -13,10 +13,11 @@ struct Identity {
     std::string user;     ///< empty: nobody logged in, and nothing names a user
     std::string userFrom; ///< what named the user: "TARN_USER", "the last login"
     std::string
-        givenToken;   ///< TARN_TOKEN: goes before what is kept, and is never written, nor is its session
-    Credentials kept; ///< what `tarn login` left for this user; empty members: nothing
+        givenToken; ///< TARN_TOKEN: goes before what is kept, and is never written, nor is its session
+    std::string tokenCommand; ///< gives the token where none is kept; is not run to find out
+    Credentials kept;         ///< what `tarn login` left for this user; empty members: nothing
 
-    bool canLogIn() const { return !givenToken.empty() || !kept.token.empty(); }
+    bool canLogIn() const { return !givenToken.empty() || !kept.token.empty() || !tokenCommand.empty(); }
 };
 
 /// The local store knows one user, and no token but its own. @throws Failure when kept credentials cannot be read

@@ -1,12 +1,14 @@
 #include "cli/service/Profile.h"
 
 #include "cli/machine/Environment.h"
+#include "cli/machine/SystemError.h"
 #include "cli/machine/UserFolders.h"
 #include "cli/service/Endpoint.h"
 #include "cli/service/ProxyVariables.h"
 #include "cli/terminal/Failure.h"
 #include "cli/terminal/Text.h"
 
+#include <fstream>
 #include <sstream>
 #include <toml++/toml.h>
 
@@ -31,6 +33,7 @@ constexpr std::pair<std::string_view, std::string Profile::*> textKeys[] = {
     {"user", &Profile::user},
     {"ca_file", &Profile::caFile},
     {"proxy", &Profile::proxy},
+    {"token_command", &Profile::tokenCommand},
 };
 
 void readKey(const std::filesystem::path& file, Profile& profile, const toml::key& key,
@@ -42,10 +45,10 @@ void readKey(const std::filesystem::path& file, Profile& profile, const toml::ke
             return;
         }
     if (key != "insecure")
-        throw fileError(
-            file, key.source(),
-            "\"" + escaped(key.str()) +
-                "\" is not known here; a profile has endpoint, user, ca_file, proxy and insecure.");
+        throw fileError(file, key.source(),
+                        "\"" + escaped(key.str()) +
+                            "\" is not known here; a profile has endpoint, user, ca_file, proxy, "
+                            "token_command and insecure.");
     if (!value.is_boolean()) throw fileError(file, value.source(), "insecure must be true or false.");
     profile.insecure = value.value_or(false);
 }
@@ -81,6 +84,8 @@ void readEntry(const std::filesystem::path& file, Profiles& profiles, const toml
 const Profile& find(const Profiles& profiles, const std::string& name)
 {
     if (const auto found = profiles.byName.find(name); found != profiles.byName.end()) return found->second;
+    static const Profile local;
+    if (name == localProfile) return local;
     std::string known;
     for (const auto& [other, profile] : profiles.byName)
         known += (known.empty() ? "" : ", ") + other;
@@ -91,13 +96,26 @@ const Profile& find(const Profiles& profiles, const std::string& name)
 
 } // namespace
 
+std::string readConfiguration(const std::filesystem::path& file)
+{
+    std::error_code ignored;
+    if (!std::filesystem::exists(file, ignored)) return {};
+    std::ifstream in(file, std::ios::binary);
+    std::string text(std::istreambuf_iterator<char>(in), {});
+    if (in.bad() || !in.is_open()) throwErrno("Could not read", file.string());
+    return text;
+}
+
 Profiles Profiles::load(const std::filesystem::path& file)
 {
+    return parse(readConfiguration(file), file);
+}
+
+Profiles Profiles::parse(const std::string& text, const std::filesystem::path& file)
+{
     Profiles profiles;
-    std::error_code ignored;
-    if (!std::filesystem::exists(file, ignored)) return profiles;
     try {
-        for (const auto& [key, value] : toml::parse_file(file.string()))
+        for (const auto& [key, value] : toml::parse(text, file.string()))
             readEntry(file, profiles, key, value);
     } catch (const toml::parse_error& error) {
         throw fileError(file, error.source(), error.description());
@@ -136,8 +154,10 @@ Service chooseService(const ServiceFlags& flags, const Profiles& profiles)
     const auto endpoint =
         firstOf({{flags.endpoint, "--endpoint"}, {environmentVariable("TARN_ENDPOINT"), "TARN_ENDPOINT"}});
     // An endpoint given directly leaves the default profile aside, but not one that was asked for.
-    const auto name =
-        !flags.profile.empty() || !endpoint.value.empty() ? flags.profile : profiles.defaultName;
+    const auto name = firstOf({{flags.profile},
+                               {environmentVariable("TARN_PROFILE")},
+                               {endpoint.value.empty() ? profiles.defaultName : ""}})
+                          .value;
     const auto profile = name.empty() ? Profile{} : find(profiles, name);
     const auto ofProfile = "profile \"" + escaped(name) + "\"";
 
@@ -155,6 +175,7 @@ Service chooseService(const ServiceFlags& flags, const Profiles& profiles)
     service.proxy = firstOf({{flags.proxy}, {profile.proxy}, {proxyOfEnvironment(service.endpoint)}}).value;
     if (service.proxy == "none") service.proxy.clear();
     service.insecure = flags.insecure || profile.insecure;
+    service.tokenCommand = profile.tokenCommand;
     requireSafe(service);
     return service;
 }

@@ -8,13 +8,18 @@ namespace tarncli {
 
 /// One `[profiles.NAME]` of the configuration file.
 struct Profile {
-    std::string endpoint;
-    std::string user; ///< empty: named at `tarn login`
-    std::string
-        caFile; ///< key "ca_file", from the configuration file's folder; empty: the system's authorities
-    std::string proxy;     ///< URL, or "none"; empty: what the environment says
+    std::string endpoint = {};
+    std::string user = {}; ///< empty: named at `tarn login`
+    /// Key "ca_file", from the configuration file's folder; empty: the system's authorities.
+    std::string caFile = {};
+    std::string proxy = {}; ///< URL, or "none"; empty: what the environment says
+    /// Key "token_command": writes the token to its standard output; empty: none.
+    std::string tokenCommand = {};
     bool insecure = false; ///< the token may travel unencrypted
 };
+
+/// The profile of this name, unless the file has one, is the local store.
+inline constexpr const char* localProfile = "local";
 
 /// The user's configuration file:
 ///
@@ -24,6 +29,7 @@ struct Profile {
 ///     user = "alice"
 ///     ca_file = "work.pem"
 ///     proxy = "http://proxy.example.org:3128"
+///     token_command = "pass show tarn"
 struct Profiles {
     std::string defaultName; ///< empty: none
     std::map<std::string, Profile> byName;
@@ -31,7 +37,12 @@ struct Profiles {
     /// Reads the file; one that is not there gives no profiles.
     /// @throws Failure (usage) with the line for text that is not TOML, for an unknown key and for a wrong type
     static Profiles load(const std::filesystem::path& file);
+    /// Likewise, of the text that the file has or is to have.
+    static Profiles parse(const std::string& text, const std::filesystem::path& file);
 };
+
+/// The text of the configuration file; empty when it is not there. @throws Failure when it cannot be read
+std::string readConfiguration(const std::filesystem::path& file);
 
 /// What the command line itself says; empty: nothing.
 struct ServiceFlags {
@@ -50,13 +61,14 @@ struct Service {
     std::string userFrom;     ///< likewise
     std::string caFile;       ///< empty: the system's authorities
     std::string proxy;        ///< URL; empty: none
+    std::string tokenCommand; ///< empty: none
     bool insecure = false;
 
     bool isLocal() const { return endpoint.empty(); }
 };
 
-/// Endpoint: the flag, then TARN_ENDPOINT, then the profile (the one named, else the default one), else the
-/// local store. User: TARN_USER, then the profile's. Authorities: the flag, then the profile's, then SSL_CERT_FILE.
+/// Endpoint: the flag, then TARN_ENDPOINT, then the profile (that of the flag, then of TARN_PROFILE, then the default
+/// one), else the local store. User: TARN_USER, then the profile's. Authorities: the flag, then the profile's, then SSL_CERT_FILE.
 /// Proxy: the flag, then the profile's, then the environment's (see proxyOfEnvironment).
 /// @throws Failure (usage) for an unknown profile, an endpoint that cannot be used, and a service beyond this machine
 /// that would be sent the token unencrypted without being told --insecure

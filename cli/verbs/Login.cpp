@@ -25,6 +25,7 @@ void logIn(const Invocation& invocation, const Options& options)
                          "\" and needs no login; name a service with --endpoint.");
     // What the environment gives is not written, here as elsewhere: only the session is.
     auto token = connection.isLocal() ? "" : environmentVariable("TARN_TOKEN");
+    if (token.empty() && !connection.isLocal()) token = connection.commandedToken();
     const bool given = !token.empty() || connection.isLocal();
     if (!given) token = readSecret("Token of " + escaped(user) + ": ");
     connection.login(user, token, !given && !options.noStoreToken);
@@ -39,11 +40,12 @@ Verb login()
     const auto options = std::make_shared<Options>();
     return {.name = "login",
             .summary = "Log in for this and later commands",
-            .examples =
-                "  tarn --endpoint https://files.example.org login alice\n"
-                "  pass show tarn | tarn login alice\n"
-                "The token is asked for, or read from standard input or TARN_TOKEN. It is stored beside the\n"
-                "session (mode 0600), so that an ended session is renewed without asking.",
+            .examples = "  tarn --endpoint https://files.example.org login alice\n"
+                        "  pass show tarn | tarn login alice\n"
+                        "The token is that of TARN_TOKEN, or of the profile's token_command, or it is asked "
+                        "for or read from\n"
+                        "standard input. What is typed or read is stored beside the\n"
+                        "session (mode 0600), so that an ended session is renewed without asking.",
             .takes = {{"USER", &options->user, "Whose storage to use; default: the profile's user"},
                       {"--no-store-token", &options->noStoreToken, "Store only the session, not the token"}},
             .run = [options](const Invocation& invocation) { logIn(invocation, *options); }};

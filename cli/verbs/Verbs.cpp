@@ -11,6 +11,7 @@ Verb logout();
 Verb whoami();
 Verb ping();
 Verb doctor();
+Verb profile();
 Verb local();
 Verb ls();
 Verb tree();
@@ -44,10 +45,10 @@ Verb complete();
 std::vector<Verb> allVerbs()
 {
     using namespace verbs;
-    return {login(), logout(),   whoami(),  ping(),  doctor(),  local(),      ls(),      tree(),
-            find(),  du(),       stat(),    cat(),   put(),     get(),        check(),   cp(),
-            mkdir(), mv(),       rm(),      grant(), revoke(),  grants(),     explain(), shared(),
-            link(),  versions(), restore(), help(),  version(), completion(), man(),     complete()};
+    return {login(),   logout(), whoami(),  ping(),       doctor(), profile(), local(),  ls(),   tree(),
+            find(),    du(),     stat(),    cat(),        put(),    get(),     check(),  cp(),   mkdir(),
+            mv(),      rm(),     grant(),   revoke(),     grants(), explain(), shared(), link(), versions(),
+            restore(), help(),   version(), completion(), man(),    complete()};
 }
 
 } // namespace tarncli

@@ -23,8 +23,10 @@ Fact loginOf(const Service& service, const Identity& identity, const CredentialS
     if (service.isLocal()) return {"login", "not needed", ""};
     if (!identity.givenToken.empty()) return {"login", "by token, for each command", "TARN_TOKEN"};
     const auto file = store.file(identity.user).string();
+    if (identity.kept.sessionId.empty() && !identity.tokenCommand.empty())
+        return {"login", "by token, for each session", "token_command"};
     if (identity.kept.sessionId.empty()) return {"login", "none", ""};
-    return {"login", identity.kept.token.empty() ? "by session" : "by session, renewed by token", file};
+    return {"login", identity.canLogIn() ? "by session, renewed by token" : "by session", file};
 }
 
 void showIdentity(const Invocation& invocation)
@@ -52,7 +54,7 @@ void showIdentity(const Invocation& invocation)
         document[name + std::string("From")] = from;
     }
     invocation.out.result(table.text(), document);
-    if (!service.isLocal() && identity.givenToken.empty() && identity.kept.sessionId.empty())
+    if (!service.isLocal() && identity.kept.sessionId.empty() && !identity.canLogIn())
         throw notLoggedInAs(identity.user,
                             "You are not logged in to " + where + " as " + escaped(identity.user) + ".");
 }

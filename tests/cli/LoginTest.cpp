@@ -147,6 +147,13 @@ TEST(Authorities, AreThoseThatTheUserNames)
         << "[profiles.work]\nendpoint = \"" << service.url() << "\"\nca_file = \""
         << (shell.work() / "ca.pem").string() << "\"\n";
     EXPECT_EQ(shell.tarn({"--profile", "work", "ls"}).exitCode, 0);
+    const auto commanded =
+        shell.run("token=$TARN_TOKEN; unset TARN_TOKEN TARN_ENDPOINT; tarn --ca-file ca.pem profile add "
+                  "safe $1 --user alice --token-command \"echo $token; echo more\" && "
+                  "tarn --profile safe ls && grep -rlF $token ~/.local",
+                  {service.url()});
+    EXPECT_EQ(commanded.exitCode, 1) << "the token is kept in " << commanded.out << commanded.err;
+    EXPECT_EQ(commanded.out, "");
     EXPECT_EQ(shell.tarn({"--ca-file", "ca.pem", "--proxy", "http://127.0.0.1:1", "ls"}).exitCode, 7);
 }
 

@@ -1,6 +1,6 @@
 // Which service is meant: a slip in the configuration must not send files elsewhere.
-#include "cli/service/Profile.h"
 #include "cli/service/Credentials.h"
+#include "cli/service/ProfileFile.h"
 #include "cli/service/ProxyVariables.h"
 #include "cli/terminal/Failure.h"
 
@@ -35,8 +35,8 @@ protected:
     static void unsetAll()
     {
         for (const char* variable :
-             {"TARN_ENDPOINT", "TARN_USER", "SSL_CERT_FILE", "http_proxy", "https_proxy", "HTTPS_PROXY",
-              "all_proxy", "ALL_PROXY", "no_proxy", "NO_PROXY", "XDG_STATE_HOME"})
+             {"TARN_ENDPOINT", "TARN_PROFILE", "TARN_USER", "SSL_CERT_FILE", "http_proxy", "https_proxy",
+              "HTTPS_PROXY", "all_proxy", "ALL_PROXY", "no_proxy", "NO_PROXY", "XDG_STATE_HOME"})
             unsetenv(variable);
     }
 
@@ -100,6 +100,10 @@ TEST_F(ProfileTest, FlagBeatsEnvironmentBeatsProfileBeatsLocalStore)
               "https://flag:1");
     unsetenv("TARN_ENDPOINT");
     EXPECT_THROW(chooseService(flag(&ServiceFlags::profile, "wrok"), profiles), Failure);
+    setenv("TARN_PROFILE", "work", 1);
+    EXPECT_EQ(chooseService({}, profiles).endpoint, "https://work.example.org");
+    EXPECT_EQ(chooseService(flag(&ServiceFlags::profile, "home"), profiles).user, "anna");
+    EXPECT_TRUE(chooseService(flag(&ServiceFlags::profile, "local"), profiles).isLocal());
 }
 
 TEST_F(ProfileTest, SendsNoTokenInTheClearBeyondThisMachine)
@@ -135,6 +139,30 @@ TEST_F(ProfileTest, NamesTheLineOfWhatItDoesNotUnderstand)
     EXPECT_THAT(refusal("[profiles.x]\n"), HasSubstr("needs an endpoint"));
     EXPECT_THAT(refusal("[profiles.x\n"), HasSubstr("line 1"));
     EXPECT_TRUE(Profiles::load(folder / "none.toml").byName.empty());
+}
+
+/// What else stands in the file stays.
+TEST_F(ProfileTest, AddsProfilesAndChoosesTheDefaultOne)
+{
+    const auto file = folder / "config.toml";
+    const auto text = [&] { return readConfiguration(file); };
+    addProfile(file, "first", {.endpoint = "https://one", .tokenCommand = "echo \"a\\\nb\""});
+    EXPECT_EQ(Profiles::load(file).byName.at("first").tokenCommand, "echo \"a\\\nb\"");
+    load("# mine\n[profiles.home] # near\nendpoint = 'https://home'");
+    fs::rename(file, folder / "real.toml");
+    fs::create_symlink("real.toml", file);
+    useProfile(file, "home");
+    addProfile(file, "work", {.endpoint = "https://work", .user = "alice", .insecure = true});
+    useProfile(file, "work");
+    EXPECT_EQ(text(),
+              "default_profile = 'work'\n# mine\n[profiles.home] # near\nendpoint = 'https://home'\n\n"
+              "[profiles.work]\nendpoint = 'https://work'\nuser = 'alice'\ninsecure = true\n");
+    EXPECT_TRUE(fs::is_symlink(file));
+    const auto before = text();
+    EXPECT_THROW(addProfile(file, "work", {.endpoint = "https://x"}), Failure);
+    EXPECT_THROW(addProfile(file, "a b", {.endpoint = "https://x"}), Failure);
+    EXPECT_THROW(useProfile(file, "none"), Failure);
+    EXPECT_EQ(text(), before);
 }
 
 TEST_F(ProfileTest, KeepsCredentialsPerEndpointAndUserAndToItself)
