@@ -42,6 +42,16 @@ std::vector<char*> argumentsOf(const std::vector<std::string>& commandLine)
     return arguments;
 }
 
+/// Ignored and blocked signals outlast exec; the program expects them as the system has them.
+void restoreSignals()
+{
+    for (const int signal : {SIGPIPE, SIGINT, SIGQUIT, SIGTERM, SIGHUP})
+        std::signal(signal, SIG_DFL);
+    sigset_t none;
+    sigemptyset(&none);
+    sigprocmask(SIG_SETMASK, &none, nullptr);
+}
+
 /// In the child, where only what is safe after fork in a program with threads may be called.
 [[noreturn]] void become(char* const* arguments, int out, int err, bool detached)
 {
@@ -50,12 +60,7 @@ std::vector<char*> argumentsOf(const std::vector<std::string>& commandLine)
     // A lock or the writing end of a pipe that stayed open in a server would be held for as long as it runs.
     syscall(SYS_close_range, 3U, ~0U, 0U);
     if (detached && (setsid() < 0 || chdir("/") != 0)) _exit(127);
-    // Ignored and blocked signals outlast exec; the program expects them as the system has them.
-    for (const int signal : {SIGPIPE, SIGINT, SIGTERM, SIGHUP})
-        std::signal(signal, SIG_DFL);
-    sigset_t none;
-    sigemptyset(&none);
-    sigprocmask(SIG_SETMASK, &none, nullptr);
+    restoreSignals();
     execv(arguments[0], arguments);
     _exit(127);
 }
@@ -115,6 +120,26 @@ Finished run(const std::vector<std::string>& commandLine, const fs::path& log)
     }
     if (WIFEXITED(status)) finished.exitCode = WEXITSTATUS(status);
     return finished;
+}
+
+int runAtTerminal(const std::vector<std::string>& commandLine)
+{
+    const auto arguments = argumentsOf(commandLine);
+    auto* const interrupt = std::signal(SIGINT, SIG_IGN);
+    auto* const quit = std::signal(SIGQUIT, SIG_IGN);
+    const pid_t child = fork();
+    if (child == 0) {
+        restoreSignals();
+        execv(arguments[0], arguments.data());
+        _exit(127);
+    }
+    int status = 0;
+    while (child > 0 && waitpid(child, &status, 0) < 0 && errno == EINTR) {
+    }
+    std::signal(SIGINT, interrupt);
+    std::signal(SIGQUIT, quit);
+    if (child < 0) throwErrno("Could not start", commandLine.front());
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 
 Detached startDetached(const std::vector<std::string>& commandLine, const fs::path& log)

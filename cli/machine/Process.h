@@ -23,6 +23,10 @@ struct Finished {
 /// Runs a program to its end, its standard error appended to `log`. @throws Failure when it cannot be started
 Finished run(const std::vector<std::string>& commandLine, const std::filesystem::path& log);
 
+/// Runs a program that the user works with, at the terminal of this one. Ctrl-C is its matter while it runs.
+/// @return its exit code; 128 + the number of the signal that ended it @throws Failure when it cannot be started
+int runAtTerminal(const std::vector<std::string>& commandLine);
+
 /// A program that goes on when this one ends: in a session of its own, with nothing of this one open.
 struct Detached {
     pid_t pid = 0;

@@ -19,6 +19,7 @@ Verb find();
 Verb du();
 Verb stat();
 Verb cat();
+Verb edit();
 Verb put();
 Verb get();
 Verb check();
@@ -45,10 +46,10 @@ Verb complete();
 std::vector<Verb> allVerbs()
 {
     using namespace verbs;
-    return {login(),   logout(), whoami(),  ping(),       doctor(), profile(), local(),  ls(),   tree(),
-            find(),    du(),     stat(),    cat(),        put(),    get(),     check(),  cp(),   mkdir(),
-            mv(),      rm(),     grant(),   revoke(),     grants(), explain(), shared(), link(), versions(),
-            restore(), help(),   version(), completion(), man(),    complete()};
+    return {login(),    logout(),  whoami(), ping(),    doctor(),     profile(), local(),   ls(),     tree(),
+            find(),     du(),      stat(),   cat(),     edit(),       put(),     get(),     check(),  cp(),
+            mkdir(),    mv(),      rm(),     grant(),   revoke(),     grants(),  explain(), shared(), link(),
+            versions(), restore(), help(),   version(), completion(), man(),     complete()};
 }
 
 } // namespace tarncli

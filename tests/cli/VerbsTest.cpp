@@ -156,5 +156,42 @@ TEST(Completion, KnowsVerbsOptionsValuesAndRemotePathsInThreeShells)
     EXPECT_EQ(manual.out, pages + "\n" + pages + "\n1\n") << "a page for each verb";
 }
 
+TEST(Edit, StoresWhatChangedAndLosesNoText)
+{
+    struct Row {
+        const char* editor;
+        const char* file;
+        int exitCode;
+        const char* stored;    ///< in the end
+        const char* kept = ""; ///< in the draft
+    };
+
+    TarndProcess service;
+    service.start();
+    Shell alice;
+    alice.logIn(service, "alice");
+    alice.set("TMPDIR", alice.work() / "tmp");
+    ASSERT_EQ(alice.run("mkdir tmp; echo old | tarn put - '/it s.md'; echo theirs > theirs").exitCode, 0);
+    const Row rows[] = {
+        {"true", "/it s.md", 0, "old\n"},
+        {"sed -i s/old/new/", "/it s.md", 0, "new\n"},
+        {"sh -c 'echo mine >\"$1\"; kill $$' x", "/it s.md", 1, "new\n", "mine\n"},
+        {"sh -c 'rm \"$1\"' x", "/it s.md", 0, "new\n"},
+        {"sh -c 'echo mine >\"$1\"; tarn put -f theirs \"/it s.md\"' x", "/it s.md", 6, "theirs\n", "mine\n"},
+        {"sh -c 'printf made >\"$1\"' x", "/made", 0, "made"},
+        {"true", "/none", 0, ""},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.editor);
+        alice.set("EDITOR", row.editor);
+        const auto result = alice.run("tarn edit \"$1\"", {row.file});
+        EXPECT_EQ(result.exitCode, row.exitCode) << result.err;
+        EXPECT_EQ(alice.run("tarn cat \"$1\" 2>/dev/null", {row.file}).out, row.stored);
+        EXPECT_EQ(alice.run("cat tmp/*/* 2>/dev/null; rm -rf tmp/*").out, row.kept);
+        EXPECT_EQ(result.err.find("Your text is in") != std::string::npos, *row.kept != '\0');
+    }
+    EXPECT_EQ(alice.run("tarn --json versions '/it s.md' | grep -o label | wc -l").out, "2\n");
+}
+
 } // namespace
 } // namespace tarncli::test

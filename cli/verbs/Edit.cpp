@@ -1,0 +1,181 @@
+#include "cli/machine/Environment.h"
+#include "cli/machine/Process.h"
+#include "cli/machine/SystemError.h"
+#include "cli/remote/Answer.h"
+#include "cli/remote/FileContent.h"
+#include "cli/remote/Requests.h"
+#include "cli/verbs/Verb.h"
+
+#include <filesystem>
+#include <fstream>
+#include <nlohmann/json.hpp>
+
+namespace tarncli::verbs {
+
+namespace {
+
+namespace fs = std::filesystem;
+using namespace connector::tarn;
+
+/// The text while it is edited: a file of the same name, so that the editor knows its kind, in a folder that only the
+/// user can read. It goes unless it is kept.
+class Draft {
+public:
+    explicit Draft(const std::string& name)
+    {
+        auto folderName = (fs::temp_directory_path() / "tarn-edit-XXXXXX").string();
+        if (mkdtemp(folderName.data()) == nullptr) throwErrno("Could not make", folderName);
+        file = fs::path(folderName) / name;
+    }
+
+    ~Draft()
+    {
+        std::error_code ignored;
+        if (!kept) fs::remove_all(file.parent_path(), ignored);
+    }
+
+    Draft(const Draft&) = delete;
+    Draft& operator=(const Draft&) = delete;
+
+    void write(std::string_view text) const
+    {
+        std::ofstream out(file, std::ios::binary);
+        out.write(text.data(), static_cast<std::streamsize>(text.size()));
+        out.close();
+        if (!out) throwErrno("Could not write", file);
+    }
+
+    /// Empty when the editor left no file.
+    std::string read() const
+    {
+        std::ifstream in(file, std::ios::binary);
+        return {std::istreambuf_iterator<char>(in), {}};
+    }
+
+    bool exists() const { return fs::exists(file); }
+
+    /// The failure, with where the user's work is.
+    Failure keep(const Failure& failure)
+    {
+        kept = true;
+        return {failure.code(),
+                std::string(failure.what()) + " Your text is in " + escaped(file.string()) + "."};
+    }
+
+    const std::string& path() const { return file.native(); }
+
+private:
+    fs::path file;
+    bool kept = false;
+};
+
+std::string editorCommand()
+{
+    for (const auto* name : {"VISUAL", "EDITOR"})
+        if (auto editor = environmentVariable(name); !editor.empty()) return editor;
+    return "vi";
+}
+
+void runEditor(const std::string& file)
+{
+    const auto editor = editorCommand();
+    // By the shell, since people write `EDITOR="code --wait"`.
+    const int code = process::runAtTerminal({"/bin/sh", "-c", editor + " \"$1\"", editor, file});
+    if (code == 0) return;
+    throw Failure(ExitCode::failure, "The editor `" + escaped(editor) + "` ended with exit code " +
+                                         std::to_string(code) +
+                                         "; nothing was stored. Set EDITOR to choose another.");
+}
+
+/// A file as it was, or that there was none.
+struct Seen {
+    std::optional<FileAttributes> attributes;
+    std::string content;
+
+    bool isSame(const std::optional<FileAttributes>& now) const
+    {
+        if (!attributes || !now) return !attributes && !now;
+        return attributes->watermark == now->watermark && attributes->size == now->size &&
+               attributes->lastModified == now->lastModified;
+    }
+};
+
+Seen look(Connection& connection, const RemotePath& file)
+{
+    Seen seen{findAttributes(connection, file), ""};
+    if (!seen.attributes) return seen;
+    if (isFolder(*seen.attributes)) throw Failure(ExitCode::conflict, file.quoted() + " is a folder.");
+    const auto reply = naming(file, [&] { return readContent(connection, file, {}); });
+    seen.content.assign(static_cast<const char*>(reply->content.data), reply->content.size);
+    return seen;
+}
+
+/// As a new version, so that nothing is lost whatever happens at the same moment.
+void store(Connection& connection, const RemotePath& file, const std::string& content, bool isNew)
+{
+    const auto send = [&]<class Request>(std::unique_ptr<Request> request, auto operation) {
+        request->content = connector::common::DataBuffer(content);
+        request->contentType = "application/octet-stream";
+        request->createNewVersion = true;
+        return (connection.files().*operation)(std::move(request));
+    };
+    const auto id = naming(file, [&] {
+        if (isNew)
+            return connection
+                .call([&] { return send(requestFor<FileCreate>(file), &FileAccess::createFile); })
+                ->versionId;
+        return connection.call([&] { return send(requestFor<FileUpdate>(file), &FileAccess::updateFile); })
+            ->versionId;
+    });
+    requireConfirmed(!id.empty(), "the id of the version");
+}
+
+void editFile(const Invocation& invocation, const std::string& path)
+{
+    const auto file = addressable(path);
+    auto connection = invocation.connect();
+    const auto before = look(connection, file);
+    Draft draft(file.name());
+    if (before.attributes) draft.write(before.content);
+    try {
+        runEditor(draft.path());
+    } catch (const Failure& failure) {
+        throw draft.exists() && draft.read() != before.content ? draft.keep(failure) : failure;
+    }
+    const auto content = draft.read();
+    const bool changed = before.attributes ? draft.exists() && content != before.content : draft.exists();
+    if (changed) {
+        try {
+            if (!before.isSame(findAttributes(connection, file)))
+                throw Failure(ExitCode::conflict,
+                              file.quoted() + " has changed while you edited it; nothing was stored.");
+            store(connection, file, content, !before.attributes);
+        } catch (const std::exception&) {
+            throw draft.keep(explain(std::current_exception()));
+        }
+    }
+    invocation.out.message(changed ? "Stored " + file.quoted() +
+                                         (before.attributes ? "; `tarn versions` lists what it was." : ".")
+                                   : "Nothing was changed, so nothing was stored.");
+    invocation.out.result("", {{"path", file.text()}, {"stored", changed}});
+}
+
+} // namespace
+
+Verb edit()
+{
+    const auto path = std::make_shared<std::string>();
+    return {.name = "edit",
+            .summary = "Change a file in your editor",
+            .examples = "  tarn edit /notes.md\n"
+                        "  EDITOR='code --wait' tarn edit /notes.md\n"
+                        "The editor is that of VISUAL or EDITOR, else vi. What it leaves is stored as a new "
+                        "version when it\n"
+                        "differs, and not when somebody else has changed the file meanwhile. A file that is "
+                        "not there is\n"
+                        "made.",
+            .takes = {{"PATH", path.get(), "The file", {.required = true, .words = Words::remote}}},
+            .run = [path](const Invocation& invocation) { editFile(invocation, *path); }};
+}
+
+} // namespace tarncli::verbs
