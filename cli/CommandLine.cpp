@@ -30,7 +30,7 @@ Environment:
 
 Exit codes: 0 ok, 2 usage, 3 not found, 4 not logged in, 5 not allowed, 6 exists or conflict,
 7 service unreachable, 8 partly done, 1 anything else, 130 interrupted.
---json: one document on standard output; errors as {"error": TEXT, "code": N} on standard error.
+--json: one document on standard output; errors as {"error": TEXT, "kind": WORD, "code": N} on standard error.
 
 Examples:
   tarn put notes.md /notes.md          store a file

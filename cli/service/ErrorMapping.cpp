@@ -43,44 +43,48 @@ constexpr Advice advices[] = {
 constexpr const char* unreadableReply =
     "The reply cannot be understood. Check that the endpoint is a Tarn service.";
 
-ExitCode exitCodeOf(ErrorKind kind)
+struct KindShown {
+    ErrorKind kind;
+    ExitCode code;
+    const char* word; ///< as in JSON
+};
+
+constexpr KindShown kinds[] = {
+    {ErrorKind::invalidRequest, ExitCode::usage, "invalidRequest"},
+    {ErrorKind::notLoggedIn, ExitCode::notLoggedIn, "notLoggedIn"},
+    {ErrorKind::notAllowed, ExitCode::notAllowed, "notAllowed"},
+    {ErrorKind::notFound, ExitCode::notFound, "notFound"},
+    {ErrorKind::conflict, ExitCode::conflict, "conflict"},
+    {ErrorKind::tooLarge, ExitCode::failure, "tooLarge"},
+    {ErrorKind::outOfSpace, ExitCode::failure, "outOfSpace"},
+    {ErrorKind::unavailable, ExitCode::failure, "unavailable"},
+    {ErrorKind::unknownOutcome, ExitCode::failure, "unknownOutcome"},
+    {ErrorKind::serviceFailure, ExitCode::failure, "serviceFailure"},
+    {ErrorKind::unreadableReply, ExitCode::failure, "unreadableReply"},
+};
+
+const KindShown& shownFor(ErrorKind kind)
 {
-    switch (kind) {
-    case ErrorKind::invalidRequest:
-        return ExitCode::usage;
-    case ErrorKind::notLoggedIn:
-        return ExitCode::notLoggedIn;
-    case ErrorKind::notAllowed:
-        return ExitCode::notAllowed;
-    case ErrorKind::notFound:
-        return ExitCode::notFound;
-    case ErrorKind::conflict:
-        return ExitCode::conflict;
-    case ErrorKind::unavailable:
-        return ExitCode::unreachable;
-    case ErrorKind::tooLarge:
-    case ErrorKind::outOfSpace:
-    case ErrorKind::unknownOutcome:
-    case ErrorKind::serviceFailure:
-    case ErrorKind::unreadableReply:
-        break;
-    }
-    return ExitCode::failure;
+    const auto* shown =
+        std::find_if(std::begin(kinds), std::end(kinds), [&](const auto& each) { return each.kind == kind; });
+    return shown == std::end(kinds) ? shownFor(ErrorKind::serviceFailure) : *shown;
 }
 
 Failure fromRefusal(const TarnError& refusal)
 {
-    if (refusal.kind() == ErrorKind::unreadableReply) return {ExitCode::failure, unreadableReply};
-    const auto code = exitCodeOf(refusal.kind());
+    const auto& [kind, code, word] = shownFor(refusal.kind());
+    if (kind == ErrorKind::unreadableReply) return {code, unreadableReply, word};
     if (refusal.what() == std::string_view(texts::unknownError))
-        return {code, "The service refused the request without saying why. Check that the endpoint is a Tarn "
-                      "service."};
+        return {code,
+                "The service refused the request without saying why. Check that the endpoint is a Tarn "
+                "service.",
+                word};
     // A sentence may hold names, and the service may be anyone's: neither commands the terminal.
     auto shown = escaped(refusal.what());
     const auto* advice = std::find_if(std::begin(advices), std::end(advices),
                                       [&](const auto& each) { return each.reason == refusal.reason(); });
     if (advice != std::end(advices)) shown.append(" ").append(advice->text);
-    return {code, shown};
+    return {code, shown, word};
 }
 
 /// A number in a reply that is none: the parsers of numbers give nothing but their name.
@@ -113,7 +117,10 @@ Failure fromTransport(const TransportError& failure)
     if (leavesDoubt(failure)) sentence += std::string(" ") + unknownOutcome;
     if (isUnknownAuthority(failure))
         sentence += " If you trust the authority that issued the certificate, name its file with --ca-file.";
-    return {isOurs ? ExitCode::failure : ExitCode::unreachable, sentence};
+    const char* word = leavesDoubt(failure)                       ? shownFor(ErrorKind::unknownOutcome).word
+                       : failure.phase() == TransportPhase::reply ? shownFor(ErrorKind::unreadableReply).word
+                                                                  : nullptr;
+    return {isOurs ? ExitCode::failure : ExitCode::unreachable, sentence, word};
 }
 
 template <class Error, class Condition>
@@ -145,7 +152,8 @@ Failure explain(std::exception_ptr error)
     } catch (const std::bad_alloc&) {
         return {ExitCode::failure, "There is not enough memory."};
     } catch (const std::exception& failure) {
-        if (isUnreadableNumber(failure.what())) return {ExitCode::failure, unreadableReply};
+        if (isUnreadableNumber(failure.what()))
+            return {ExitCode::failure, unreadableReply, shownFor(ErrorKind::unreadableReply).word};
         return {ExitCode::failure, escaped(failure.what())};
     } catch (...) {
         return {ExitCode::failure, "An unknown error occurred."};
@@ -190,7 +198,7 @@ bool isUnknownOutcome(const std::exception_ptr& error)
 
 Failure about(const std::string& what, const Failure& failure)
 {
-    return {failure.code(), what + ": " + failure.what()};
+    return failure.saying(what + ": " + failure.what());
 }
 
 } // namespace tarncli

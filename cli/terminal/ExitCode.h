@@ -16,4 +16,31 @@ enum class ExitCode : int {
     interrupted = 130, ///< Ctrl-C
 };
 
+constexpr const char* wordFor(ExitCode code)
+{
+    switch (code) {
+    case ExitCode::ok:
+        return "ok";
+    case ExitCode::usage:
+        return "usage";
+    case ExitCode::notFound:
+        return "notFound";
+    case ExitCode::notLoggedIn:
+        return "notLoggedIn";
+    case ExitCode::notAllowed:
+        return "notAllowed";
+    case ExitCode::conflict:
+        return "conflict";
+    case ExitCode::unreachable:
+        return "unreachable";
+    case ExitCode::partlyDone:
+        return "partlyDone";
+    case ExitCode::interrupted:
+        return "interrupted";
+    case ExitCode::failure:
+        break;
+    }
+    return "failure";
+}
+
 } // namespace tarncli

@@ -72,7 +72,8 @@ void Output::error(const Failure& failure)
 {
     if (!json) return say(failure.what());
     bar.erase();
-    const auto line = dumped({{"error", failure.what()}, {"code", static_cast<int>(failure.code())}});
+    const auto line = dumped(
+        {{"error", failure.what()}, {"kind", failure.kind()}, {"code", static_cast<int>(failure.code())}});
     std::fputs(line.c_str(), stderr);
 }
 

@@ -12,7 +12,7 @@ namespace tarncli {
 /// Where everything goes: data to standard output, all else to standard error.
 ///
 /// With --json a verb writes one JSON document to standard output, and a failure is one document
-/// {"error": TEXT, "code": EXIT CODE} on standard error.
+/// {"error": TEXT, "kind": WORD, "code": EXIT CODE} on standard error.
 /// JSON carries names as they are; text for people carries them escaped.
 class Output {
 public:

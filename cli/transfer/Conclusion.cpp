@@ -23,6 +23,7 @@ nlohmann::json toJson(const std::vector<TransferReport::Failed>& failed)
     for (const auto& one : failed)
         result.push_back({{"item", one.what},
                           {"error", one.failure.what()},
+                          {"kind", one.failure.kind()},
                           {"code", static_cast<int>(one.failure.code())}});
     return result;
 }
@@ -40,7 +41,8 @@ TransferReport forEach(Output& out, const std::vector<std::string>& items,
             if (items.size() > 1) out.warning(failure.what());
             report.failed.push_back({items[i], failure, items.size() > 1});
             // Each further item would wait for the same silence.
-            if (failure.code() != ExitCode::unreachable) continue;
+            if (failure.code() != ExitCode::unreachable && failure.kind() != std::string_view("unavailable"))
+                continue;
             report.notStarted = items.size() - i - 1;
             break;
         }

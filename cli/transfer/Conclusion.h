@@ -11,7 +11,7 @@ namespace tarncli {
 /// Adds what happened in `more` to `report`.
 void addTo(TransferReport& report, TransferReport&& more);
 
-/// [{"item": …, "error": …, "code": …}, …]
+/// [{"item": …, "error": …, "kind": …, "code": …}, …]
 nlohmann::json toJson(const std::vector<TransferReport::Failed>& failed);
 
 /// Does `action` for each of `items`; one that fails does not keep the others from being done, unless the

@@ -240,7 +240,7 @@ private:
 
     void fail(const std::string& name, const Failure& failure)
     {
-        firstFailure.emplace(failure.code(), "The check \"" + name + "\" failed; see above for what to do.");
+        firstFailure = failure.saying("The check \"" + name + "\" failed; see above for what to do.");
         add("failed", name, failure.what(), "");
     }
 

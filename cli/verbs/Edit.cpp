@@ -58,8 +58,8 @@ public:
     Failure keep(const Failure& failure)
     {
         kept = true;
-        return {failure.code(),
-                std::string(failure.what()) + " Your text is in " + escaped(file.string()) + "."};
+        return failure.saying(std::string(failure.what()) + " Your text is in " + escaped(file.string()) +
+                              ".");
     }
 
     const std::string& path() const { return file.native(); }

@@ -35,7 +35,7 @@ TEST(ErrorMapping, FindsExitCodeAndAdviceWhateverTheSentence)
         {403, "readOnly", ExitCode::notAllowed, ""},
         {409, "fileExists", ExitCode::conflict, "--force"},
         {400, "badPath", ExitCode::usage, ""},
-        {503, "busy", ExitCode::unreachable, ""},
+        {503, "busy", ExitCode::failure, ""},
         {507, "storageFull", ExitCode::failure, ""},
     };
 

@@ -1,6 +1,8 @@
 // Scripts read one document from standard output, or one from standard error, whatever the verb.
 #include "tests/cli/Shell.h"
 
+#include <algorithm>
+#include <fstream>
 #include <gmock/gmock.h>
 #include <nlohmann/json.hpp>
 
@@ -10,27 +12,68 @@ namespace {
 using nlohmann::json;
 using tarnd::test::TarndProcess;
 
-TEST(Json, EveryVerbWritesOneDocument)
+/// The first JSON block below each heading of the document that describes them.
+std::map<std::string, json> documentedExamples()
+{
+    std::ifstream in(TARN_SOURCE_DIR "/docs/json.md");
+    std::map<std::string, json> examples;
+    std::string verb;
+    for (std::string line; std::getline(in, line);) {
+        if (line.starts_with("## ")) verb = line.substr(3);
+        if (line.starts_with("{") && !verb.empty()) examples.emplace(verb, json::parse(line));
+    }
+    return examples;
+}
+
+/// The same keys with the same types; what is in a list is like one of the examples there, if there are any.
+bool isLike(const json& actual, const json& example)
+{
+    if (actual.is_number() && example.is_number()) return true;
+    if (actual.type() != example.type()) return false;
+    if (actual.is_array())
+        return example.empty() || std::ranges::all_of(actual, [&](const json& each) {
+                   return std::ranges::any_of(example, [&](const json& one) { return isLike(each, one); });
+               });
+    if (!actual.is_object()) return true;
+    return actual.size() == example.size() && std::ranges::all_of(actual.items(), [&](const auto& item) {
+               return example.contains(item.key()) && isLike(item.value(), example.at(item.key()));
+           });
+}
+
+TEST(Json, EveryVerbWritesOneDocumentAsDescribed)
 {
     TarndProcess service;
     service.start();
     Shell shell;
     shell.set("TARN_TOKEN", shell.logIn(service, "alice"));
-    service.addUser("bob");
+    shell.set("EDITOR", "sed -i s/a/b/");
+    ASSERT_EQ(shell
+                  .run("export TARN_USER=bob TARN_TOKEN=$1; echo b > b && tarn put b /b && tarn mkdir /d && "
+                       "tarn grant /b alice && tarn grant /d alice",
+                       {service.addUser("bob")})
+                  .exitCode,
+              0);
     shell.write("a\nb", std::string("\xff\0", 2));
     std::map<std::string, json> documents;
-    for (const std::string command :
-         {"login alice",  "ping",      "whoami",        "mkdir /d",      "put a*b /d/a", "ls /d",
-          "tree",         "stat /d/a", "cat /d/a",      "get /d/a copy", "get /d/a -",   "mv /d/a /a",
-          "grant /a bob", "grants",    "revoke /a bob", "shared",        "link /a",      "versions /a",
-          "restore /a 1", "rm /a",     "local status",  "local stop",    "logout"}) {
+    for (const std::string command : {"login alice",      "ping",          "whoami",       "doctor",
+                                      "mkdir /d",         "put a*b /d/a",  "ls /d",        "tree",
+                                      "find /",           "du /",          "stat /d/a",    "cat /d/a",
+                                      "check . /d; true", "get /d/a copy", "get /d/a -",   "cp /d/a /d/b",
+                                      "edit /d/b",        "mv /d/a /a",    "grant /a bob", "grants",
+                                      "explain /a",       "revoke /a bob", "shared",       "link /a",
+                                      "versions /a",      "restore /a 1",  "rm /a",        "profile list",
+                                      "local status",     "local stop",    "help ls",      "version",
+                                      "completion fish",  "man put",       "logout"}) {
         const auto verb = command.substr(0, command.find(' '));
         const auto result = shell.run("tarn --json " + command);
         EXPECT_EQ(result.exitCode, 0) << verb << ": " << result.err;
-        EXPECT_EQ(result.err, "") << verb;
-        documents[verb] = json::parse(result.out, nullptr, false);
-        EXPECT_TRUE(documents[verb].is_object()) << verb << ": " << result.out;
+        documents.emplace(verb, json::parse(result.out, nullptr, false));
     }
+    for (const auto& [verb, example] : documentedExamples())
+        EXPECT_TRUE(isLike(documents[verb], example)) << verb << ": " << documents[verb];
+    EXPECT_EQ(shell.run("tarn --help | sed -n '/^Subcommands/,/^$/p' | grep -c '^  [a-z]'").out,
+              std::to_string(documentedExamples().size()) + "\n")
+        << "verbs, and descriptions of what they write";
     EXPECT_EQ(documents["ls"]["files"][0]["size"], 2);
     EXPECT_EQ(documents["cat"]["files"][0]["content"], "/wA=");
     EXPECT_EQ(documents["versions"]["versions"][0]["label"], 1);
@@ -67,6 +110,7 @@ TEST(Json, FailuresNameSentenceAndExitCode)
     EXPECT_EQ(document["deleted"], json::array({"/x"}));
     EXPECT_EQ(document["failed"][0]["item"], "/y");
     EXPECT_EQ(document["failed"][0]["code"], 3);
+    EXPECT_EQ(document["failed"][0]["kind"], "notFound");
     EXPECT_EQ(json::parse(removed.err)["code"], 8);
 }
 
