@@ -1,5 +1,6 @@
 # Debian packages: libtarn0, libtarn-dev, tarn, tarnd. `cpack` in the build folder makes them.
-install(FILES ${PROJECT_SOURCE_DIR}/packaging/tarnd.service DESTINATION /lib/systemd/system COMPONENT tarnd)
+install(FILES ${PROJECT_SOURCE_DIR}/packaging/tarnd.service ${PROJECT_SOURCE_DIR}/packaging/tarnd.socket
+  DESTINATION /lib/systemd/system COMPONENT tarnd)
 install(FILES ${PROJECT_SOURCE_DIR}/packaging/tarnd.toml DESTINATION /etc/tarn COMPONENT tarnd)
 install(FILES ${PROJECT_SOURCE_DIR}/docs/operating.md ${PROJECT_SOURCE_DIR}/docs/errors.md
   DESTINATION share/doc/tarnd COMPONENT tarnd)

@@ -1,6 +1,7 @@
 #include "tarnd/ListenSocket.h"
 
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
 #include <memory>
@@ -64,6 +65,42 @@ std::string adviceFor(int error)
     }
 }
 
+/// As sd_listen_fds(3) says; -1: there is none.
+int handedOver()
+{
+    const char* process = std::getenv("LISTEN_PID");
+    const char* count = std::getenv("LISTEN_FDS");
+    if (process == nullptr || count == nullptr || process != std::to_string(getpid())) return -1;
+    constexpr int first = 3;
+    const auto ask = [](int option) {
+        int answer = -1;
+        socklen_t length = sizeof answer;
+        getsockopt(first, SOL_SOCKET, option, &answer, &length);
+        return answer;
+    };
+    const int family = ask(SO_DOMAIN);
+    if (count != std::string("1") || ask(SO_ACCEPTCONN) != 1 || (family != AF_INET && family != AF_INET6))
+        throw std::runtime_error("One listening TCP socket has to be handed over, as descriptor 3, and not " +
+                                 std::string(count) + " of whatever kind.");
+    fcntl(first, F_SETFD, FD_CLOEXEC);
+    fcntl(first, F_SETFL, fcntl(first, F_GETFL) | O_NONBLOCK);
+    return first;
+}
+
+int listenOn(const std::string& address)
+{
+    const auto list = resolve(address);
+    const int fd = socket(list->ai_family, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+    const int on = 1;
+    // A restarted service takes its port again at once, although connections of the last run linger.
+    setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+    if (fd >= 0 && bind(fd, list->ai_addr, list->ai_addrlen) == 0 && listen(fd, SOMAXCONN) == 0) return fd;
+    const int error = errno;
+    if (fd >= 0) close(fd);
+    throw std::runtime_error("Could not listen on " + address + ": " + std::strerror(error) + "." +
+                             adviceFor(error));
+}
+
 bool onLoopback(const sockaddr_storage& address)
 {
     if (address.ss_family == AF_INET)
@@ -83,19 +120,9 @@ std::string nameOf(const sockaddr_storage& address, socklen_t length)
 
 } // namespace
 
-ListenSocket::ListenSocket(const std::string& address)
+ListenSocket::ListenSocket(const std::string& address) : fd(handedOver())
 {
-    const auto list = resolve(address);
-    fd = socket(list->ai_family, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
-    const int on = 1;
-    // A restarted service takes its port again at once, although connections of the last run linger.
-    setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
-    if (fd < 0 || bind(fd, list->ai_addr, list->ai_addrlen) != 0 || listen(fd, SOMAXCONN) != 0) {
-        const int error = errno;
-        if (fd >= 0) close(fd);
-        throw std::runtime_error("Could not listen on " + address + ": " + std::strerror(error) + "." +
-                                 adviceFor(error));
-    }
+    if (fd < 0) fd = listenOn(address);
     // What was bound, not what was asked for: with port 0 the kernel has chosen, and a name may have several addresses.
     sockaddr_storage bound{};
     socklen_t length = sizeof bound;

@@ -5,10 +5,12 @@
 
 namespace tarnd {
 
-/// A listening TCP socket, bound before anything else of the service starts so that a taken port is told at once.
+/// A listening TCP socket, bound before anything else of the service starts so that a taken port is told at once; or the
+/// one that whoever started the service has bound and handed over, so that nobody is refused while it restarts.
 class ListenSocket {
 public:
     /// @param address `HOST:PORT`, `[IPV6]:PORT` or `:PORT` (all interfaces); port 0 takes a free one.
+    /// Left aside when a socket was handed over: descriptor 3, with LISTEN_PID and LISTEN_FDS (1) in the environment.
     /// @throws std::runtime_error with a sentence that says what to do
     explicit ListenSocket(const std::string& address);
     ~ListenSocket();

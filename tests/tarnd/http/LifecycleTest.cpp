@@ -1,7 +1,10 @@
 // Starting, stopping and administering a service: what a person at the terminal or an init system relies on.
 #include "tests/tarnd/http/ServiceTest.h"
 
+#include <netinet/in.h>
+#include <sys/socket.h>
 #include <thread>
+#include <unistd.h>
 
 namespace tarnd::test {
 namespace {
@@ -122,6 +125,30 @@ TEST_F(Lifecycle, SaysWhatIsWrongAndHowToGoOn)
         EXPECT_NE(result.err.find(hint), std::string::npos) << result.err;
         EXPECT_EQ(result.out + (result.err.find("secret") == result.err.npos ? "" : result.err), "");
     }
+}
+
+/// As an init system does it: who connects before there is a service, or between two, waits.
+TEST(HandedOverSocket, IsListenedOn)
+{
+    const int listening = socket(AF_INET, SOCK_STREAM, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t length = sizeof address;
+    auto* const any = reinterpret_cast<sockaddr*>(&address);
+    ASSERT_TRUE(bind(listening, any, length) == 0 && listen(listening, 8) == 0 &&
+                getsockname(listening, any, &length) == 0);
+    const TarndProcess folder;
+    const auto script =
+        "exec 3<&" + std::to_string(listening) +
+        "; export LISTEN_FDS=1; for round in 1 2; do "
+        "sh -c 'LISTEN_PID=$$ exec \"$0\" serve --data \"$1\" --listen :none' \"$0\" \"$1\" & "
+        "server=$!; curl -sf -m 30 $2/health/live || exit; kill $server; wait $server || exit; done";
+    const auto result =
+        runCommand({"/bin/bash", "-c", script, std::getenv("TARN_BIN_DIR") + std::string("/tarnd"),
+                    folder.dataDir(), "http://127.0.0.1:" + std::to_string(ntohs(address.sin_port))});
+    close(listening);
+    EXPECT_EQ(result.exitCode, 0) << result.out << result.err;
 }
 
 TEST(Tls, VersionsBefore12AreRefused)
