@@ -68,6 +68,11 @@ public:
         if (*option.names == '-') added->allow_extra_args(false);
     }
 
+    void operator()(const std::function<void(const std::string&)>& take) const
+    {
+        ruled(verb.add_option_function<std::string>(option.names, take, option.help))->trigger_on_parse();
+    }
+
 private:
     CLI::Option* ruled(CLI::Option* added) const
     {
@@ -87,7 +92,7 @@ constexpr std::pair<std::string_view, std::string_view> otherNames[] = {
     {"list", "ls"},      {"locate", "find"},  {"md", "mkdir"},  {"move", "mv"},          {"pull", "get -r"},
     {"push", "put -r"},  {"remove", "rm"},    {"ren", "mv"},    {"rename", "mv"},        {"rmdir", "rm -r"},
     {"search", "find"},  {"share", "grant"},  {"show", "cat"},  {"signin", "login"},     {"size", "du"},
-    {"store", "put"},    {"sync", "put -r"},  {"type", "cat"},  {"unshare", "revoke"},   {"upload", "put"},
+    {"store", "put"},    {"mirror", "sync"},  {"type", "cat"},  {"unshare", "revoke"},   {"upload", "put"},
     {"url", "link"},     {"verify", "check"},
 };
 

@@ -5,7 +5,10 @@
 #include "cli/terminal/Failure.h"
 #include "cli/terminal/Text.h"
 
+#include <cctype>
 #include <cerrno>
+#include <cstdint>
+#include <cstdio>
 #include <fcntl.h>
 #include <sys/stat.h>
 
@@ -31,7 +34,26 @@ void syncFolder(const fs::path& folder)
     if (!fd || ::fsync(fd.get()) != 0) throwErrno("Could not write", folder);
 }
 
+/// FNV-1a: tells apart the names that look alike once their special characters are gone.
+std::string hashOf(const std::string& text)
+{
+    std::uint64_t hash = 0xcbf29ce484222325;
+    for (const char c : text)
+        hash = (hash ^ static_cast<unsigned char>(c)) * 0x100000001b3;
+    char buffer[20];
+    std::snprintf(buffer, sizeof buffer, "%016jx", std::uintmax_t{hash});
+    return buffer;
+}
+
 } // namespace
+
+std::string privateFileName(const std::string& text)
+{
+    std::string readable;
+    for (const char c : text.substr(0, 80)) // a file name ends at 255 bytes, an endpoint need not
+        readable += std::isalnum(static_cast<unsigned char>(c)) != 0 ? c : '-';
+    return readable + "-" + hashOf(text);
+}
 
 void makePrivateFolder(const fs::path& folder)
 {

@@ -15,6 +15,9 @@ void writePrivateFile(const std::filesystem::path& file, const std::string& text
 /// others than its owner may read it
 std::optional<std::string> readPrivateFile(const std::filesystem::path& file);
 
+/// The name of a file for any text: what is readable of it, and a hash that tells it from others that look alike.
+std::string privateFileName(const std::string& text);
+
 /// Makes a folder (0700) with all above it. @throws Failure
 void makePrivateFolder(const std::filesystem::path& folder);
 

@@ -47,8 +47,8 @@ std::uint64_t sizeOf(Connection& connection, const RemotePath& file, const Versi
     return attributes.size;
 }
 
-Future<bool> requestContent(Connection& connection, const RemotePath& file, const VersionInfo& version,
-                            std::uint64_t size, const std::shared_ptr<ContentTarget>& target)
+Future<std::string> requestContent(Connection& connection, const RemotePath& file, const VersionInfo& version,
+                                   std::uint64_t size, const std::shared_ptr<ContentTarget>& target)
 {
     if (target->version().empty() && target->held() > 0) target->startOver();
     auto request = requestFor<FileDownload>(file);
@@ -72,7 +72,7 @@ Future<bool> requestContent(Connection& connection, const RemotePath& file, cons
         .then([target, size](Future<std::unique_ptr<FileDownloadResponse>>&& reply) {
             const auto response = reply.get();
             if (!response->verified && target->held() != size) throw SizeDiffers(target->held(), size);
-            return true;
+            return response->sha256;
         });
 }
 

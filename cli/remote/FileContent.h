@@ -24,11 +24,12 @@ std::uint64_t sizeOf(Connection& connection, const RemotePath& file,
                      const connector::tarn::VersionInfo& version);
 
 /// Sends the request for what `target` lacks of a content. It starts over when the file is not the version any more
-/// that the target has the beginning of. The future is true when the target has all of it.
+/// that the target has the beginning of. The future tells, when the target has all of it, the SHA-256 of that; empty:
+/// the service does not.
 /// @param size  fails with SizeDiffers a content that has another, when there is no digest to compare it with
-connector::Future<bool> requestContent(Connection& connection, const RemotePath& file,
-                                       const connector::tarn::VersionInfo& version, std::uint64_t size,
-                                       const std::shared_ptr<ContentTarget>& target);
+connector::Future<std::string> requestContent(Connection& connection, const RemotePath& file,
+                                              const connector::tarn::VersionInfo& version, std::uint64_t size,
+                                              const std::shared_ptr<ContentTarget>& target);
 
 /// Asks for the SHA-256 of a file that is not empty, or of its version when one is named; empty: the service does not
 /// tell it.

@@ -5,8 +5,6 @@
 #include "cli/terminal/Failure.h"
 #include "cli/terminal/Text.h"
 
-#include <cctype>
-#include <cstdint>
 #include <map>
 #include <nlohmann/json.hpp>
 
@@ -15,25 +13,6 @@ namespace tarncli {
 namespace {
 
 constexpr const char* lastUserFile = "last-user.json";
-
-/// FNV-1a: tells apart the names that look alike once their special characters are gone.
-std::string hashOf(const std::string& text)
-{
-    std::uint64_t hash = 0xcbf29ce484222325;
-    for (const char c : text)
-        hash = (hash ^ static_cast<unsigned char>(c)) * 0x100000001b3;
-    char buffer[20];
-    std::snprintf(buffer, sizeof buffer, "%016jx", std::uintmax_t{hash});
-    return buffer;
-}
-
-std::string fileName(const std::string& text)
-{
-    std::string readable;
-    for (const char c : text.substr(0, 80)) // a file name ends at 255 bytes, an endpoint need not
-        readable += std::isalnum(static_cast<unsigned char>(c)) != 0 ? c : '-';
-    return readable + "-" + hashOf(text);
-}
 
 /// The members of a file, all of them texts; nothing when there is no such file.
 std::optional<std::map<std::string, std::string>> readTexts(const std::filesystem::path& file)
@@ -57,13 +36,13 @@ void writeTexts(const std::filesystem::path& file, const nlohmann::json& texts)
 
 CredentialStore::CredentialStore(const std::string& endpoint)
     : service(endpoint.empty() ? "local" : endpoint)
-    , folder(folders::state() / "sessions" / fileName(service))
+    , folder(folders::state() / "sessions" / privateFileName(service))
 {
 }
 
 std::filesystem::path CredentialStore::file(const std::string& user) const
 {
-    return folder / (fileName(user) + ".json");
+    return folder / (privateFileName(user) + ".json");
 }
 
 std::string CredentialStore::lastUser() const

@@ -136,7 +136,7 @@ Future<bool> Downloader::fetch(Download& download)
     return requestContent(connection, download.remote, download.version, download.size, download.incoming)
         .then([file = download.incoming, shown = download.folder->shown(download.name),
                overwrite = options.overwrite,
-               time = options.keepTimes ? download.lastModified : 0](Future<bool>&& received) {
+               time = options.keepTimes ? download.lastModified : 0](Future<std::string>&& received) {
             try {
                 received.get();
             } catch (const std::system_error& error) {

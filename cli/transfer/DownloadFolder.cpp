@@ -98,6 +98,13 @@ std::shared_ptr<IncomingFile> DownloadFolder::receive(const std::string& name, O
     return std::make_shared<IncomingFile>(std::move(here), name, path / name, unfinished, moved);
 }
 
+void DownloadFolder::remove(const std::string& name, bool isFolder) const
+{
+    requireName(name);
+    if (::unlinkat(descriptor().get(), name.c_str(), isFolder ? AT_REMOVEDIR : 0) != 0)
+        throwErrno("Could not delete", path / name);
+}
+
 std::string DownloadFolder::shown(const std::string& name) const
 {
     return path == "." ? name : (path / name).string();

@@ -40,6 +40,9 @@ public:
     std::shared_ptr<IncomingFile> receive(const std::string& name, Overwrite overwrite, Unfinished unfinished,
                                           const MovedBytes& moved) const;
 
+    /// Removes the file of that name, or the folder, which must be empty. @throws Failure
+    void remove(const std::string& name, bool isFolder) const;
+
     /// What the user calls the file `name` in here.
     std::string shown(const std::string& name) const;
 

@@ -181,8 +181,12 @@ connector::tarn::ContentPublisher LocalContent::publisher(MovedBytes moved) cons
 
 std::uint64_t LocalContent::lastModified() const
 {
-    return static_cast<std::uint64_t>(before.st_mtim.tv_sec) * 1000 +
-           static_cast<std::uint64_t>(before.st_mtim.tv_nsec) / 1'000'000;
+    return static_cast<std::uint64_t>(modified() / 1'000'000);
+}
+
+std::int64_t LocalContent::modified() const
+{
+    return std::int64_t{before.st_mtim.tv_sec} * 1'000'000'000 + before.st_mtim.tv_nsec;
 }
 
 std::string LocalContent::sha256(const MovedBytes& moved) const

@@ -36,6 +36,8 @@ public:
 
     /// Milliseconds since 1970, of its last change.
     std::uint64_t lastModified() const;
+    /// Nanoseconds since 1970, likewise.
+    std::int64_t modified() const;
 
     /// Of all of it; reads it. @param moved  counts what has been read @throws Failure
     std::string sha256(const MovedBytes& moved = countFromZero()) const;

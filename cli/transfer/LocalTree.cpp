@@ -3,6 +3,9 @@
 #include "cli/remote/RemotePath.h"
 
 #include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <sys/stat.h>
 
 namespace tarncli {
 
@@ -12,56 +15,69 @@ namespace fs = std::filesystem;
 
 class Walk {
 public:
+    explicit Walk(const std::function<bool(const std::string&, bool)>& wanted) : wants(wanted) {}
+
     void folder(const fs::path& folder, const std::string& below)
     {
         std::error_code error;
-        std::vector<fs::directory_entry> found;
+        std::vector<std::string> found;
         for (fs::directory_iterator item(folder, error), end; !error && item != end; item.increment(error))
-            found.push_back(*item);
-        if (error) {
-            fail(folder, {ExitCode::failure, "The folder could not be read: " + error.message() + "."});
-            return;
-        }
+            found.push_back(item->path().filename());
+        if (error)
+            return fail(folder, below,
+                        {ExitCode::failure, "The folder could not be read: " + error.message() + "."});
         // The order of the file system is nobody's: two runs should do and tell the same.
         std::sort(found.begin(), found.end());
-        for (const auto& item : found)
-            entry(item, below);
+        for (const auto& name : found)
+            entry(folder / name, name, below.empty() ? name : below + "/" + name);
     }
 
     SourceTree tree;
 
 private:
-    void entry(const fs::directory_entry& item, const std::string& below)
+    void entry(const fs::path& path, const std::string& name, const std::string& place)
     {
-        std::error_code error;
-        const auto name = item.path().filename().string();
-        const auto place = below.empty() ? name : below + "/" + name;
-        const auto status = item.symlink_status(error);
+        struct stat status {};
+
+        const int error = ::lstat(path.c_str(), &status) == 0 ? 0 : errno;
+        const bool isFolder = error == 0 && S_ISDIR(status.st_mode);
+        if (!wants(place, isFolder)) return;
+        if (error != 0)
+            return fail(
+                path, place,
+                {ExitCode::failure, std::string("It could not be read: ") + std::strerror(error) + "."});
         // A link may lead out of the tree, or round in circles.
-        if (fs::is_symlink(status)) return skip(item.path(), "symbolic links are not followed");
-        if (!error && !fs::is_directory(status) && !fs::is_regular_file(status))
-            return skip(item.path(), "it is neither a file nor a folder");
-        if (const auto why = whyNotAddressable(name); !why.empty()) return fail(item.path(), usageError(why));
-        if (fs::is_directory(status)) {
-            tree.entries.push_back({item.path(), place, true, 0});
-            return folder(item.path(), place);
+        if (S_ISLNK(status.st_mode)) return skip(path, place, "symbolic links are not followed");
+        if (!isFolder && !S_ISREG(status.st_mode))
+            return skip(path, place, "it is neither a file nor a folder");
+        if (const auto why = whyNotAddressable(name); !why.empty()) return fail(path, place, usageError(why));
+        if (isFolder) {
+            tree.entries.push_back({path, place, true});
+            return folder(path, place);
         }
-        const auto size = error ? 0 : item.file_size(error);
-        if (error)
-            return fail(item.path(), {ExitCode::failure, "It could not be read: " + error.message() + "."});
-        tree.entries.push_back({item.path(), place, false, size});
+        tree.entries.push_back(
+            {path, place, false, static_cast<std::uint64_t>(status.st_size),
+             std::int64_t{status.st_mtim.tv_sec} * 1'000'000'000 + status.st_mtim.tv_nsec});
     }
 
-    void skip(const fs::path& path, const char* reason) { tree.skipped.push_back({path, reason}); }
+    void skip(const fs::path& path, const std::string& place, const char* reason)
+    {
+        tree.skipped.push_back({path, reason, place});
+    }
 
-    void fail(const fs::path& path, const Failure& failure) { tree.failed.push_back({path, failure}); }
+    void fail(const fs::path& path, const std::string& place, const Failure& failure)
+    {
+        tree.failed.push_back({path, failure, place});
+    }
+
+    const std::function<bool(const std::string&, bool)>& wants;
 };
 
 } // namespace
 
-SourceTree walkLocalTree(const fs::path& root)
+SourceTree walkLocalTree(const fs::path& root, const std::function<bool(const std::string&, bool)>& wants)
 {
-    Walk walk;
+    Walk walk(wants);
     walk.folder(root, "");
     return std::move(walk.tree);
 }

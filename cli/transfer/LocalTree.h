@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -15,7 +16,8 @@ struct SourceEntry {
     Origin origin;
     std::string below; ///< UTF-8 names from the walked folder down, joined by '/'
     bool isFolder = false;
-    std::uint64_t size = 0; ///< bytes of a file
+    std::uint64_t size = 0;    ///< bytes of a file
+    std::int64_t modified = 0; ///< of a local file: nanoseconds since 1970
 };
 
 /// What lies below the folder that is to be stored.
@@ -23,11 +25,13 @@ struct SourceTree {
     struct Skipped {
         Origin origin;
         std::string reason;
+        std::string below = {};
     };
 
     struct Failed {
         Origin origin;
         Failure failure;
+        std::string below = {}; ///< empty: the walked folder itself
     };
 
     std::vector<SourceEntry> entries; ///< by name; a folder stands before what is in it
@@ -37,6 +41,11 @@ struct SourceTree {
 };
 
 /// Walks everything below a local folder.
-SourceTree walkLocalTree(const std::filesystem::path& root);
+/// @param wants  whether a file or folder below it counts; what is in a folder that does not is not looked at
+SourceTree walkLocalTree(
+    const std::filesystem::path& root,
+    const std::function<bool(const std::string& below, bool isFolder)>& wants = [](const std::string&, bool) {
+        return true;
+    });
 
 } // namespace tarncli

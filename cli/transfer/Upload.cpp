@@ -23,24 +23,6 @@ using namespace connector::tarn;
 using connector::Future;
 namespace fs = std::filesystem;
 
-/// Bytes stored, once the service has confirmed it.
-Future<std::uint64_t> store(Connection& connection, const RemotePath& target, ContentPublisher content,
-                            std::optional<std::uint64_t> size, Existing existing, bool exists)
-{
-    auto request = requestFor<FileUpload>(target);
-    request->createMode = exists ? CreateMode::update : CreateMode::create;
-    request->createNewVersion = existing == Existing::addVersion;
-    request->content = std::move(content);
-    request->size = size;
-    return connection.contents()
-        .uploadFile(std::move(request))
-        .then([](Future<std::unique_ptr<FileUploadResponse>>&& reply) {
-            const auto response = reply.get();
-            requireConfirmed(!response->versionId.empty(), "the id of the version that it stored");
-            return response->bytes;
-        });
-}
-
 std::string parentOf(const std::string& below)
 {
     const auto slash = below.rfind('/');
@@ -53,6 +35,23 @@ RemotePath join(const RemotePath& folder, const std::string& below)
 }
 
 } // namespace
+
+Future<StoredContent> storeContent(Connection& connection, const RemotePath& target, ContentPublisher content,
+                                   std::optional<std::uint64_t> size, Existing existing, bool exists)
+{
+    auto request = requestFor<FileUpload>(target);
+    request->createMode = exists ? CreateMode::update : CreateMode::create;
+    request->createNewVersion = existing == Existing::addVersion;
+    request->content = std::move(content);
+    request->size = size;
+    return connection.contents()
+        .uploadFile(std::move(request))
+        .then([](Future<std::unique_ptr<FileUploadResponse>>&& reply) {
+            const auto response = reply.get();
+            requireConfirmed(!response->versionId.empty(), "the id of the version that it stored");
+            return StoredContent{response->bytes, response->sha256};
+        });
+}
 
 void requireStorable(const Connection& connection, const RemotePath& target, bool exists, Existing existing)
 {
@@ -244,7 +243,7 @@ UploadReport Uploader::run()
         Transfer transfer;
         transfer.what = shown(upload.origin);
         transfer.start = [this, &upload] { return send(upload); };
-        transfer.wasDone = [this, &upload] { return isStored(upload); };
+        transfer.wasDone = [this, &upload] { return isStored(connection, upload); };
         transfer.succeeded = [this, &upload] {
             ++report.files;
             report.bytes += upload.size;
@@ -266,20 +265,21 @@ Future<bool> Uploader::send(const Upload& upload)
     // Opened only now, when its turn has come: what waits takes no descriptor.
     const auto begin = [&] {
         if (const auto* other = std::get_if<RemotePath>(&upload.origin))
-            return store(connection, upload.remote, contentOf(connection, *other, upload.size, moved), {},
-                         existing, exists);
+            return storeContent(connection, upload.remote, contentOf(connection, *other, upload.size, moved),
+                                {}, existing, exists);
         const auto content = LocalContent::ofFile(std::get<fs::path>(upload.origin), upload.symlinks);
-        return store(connection, upload.remote, content.publisher(moved), content.size(), existing, exists);
+        return storeContent(connection, upload.remote, content.publisher(moved), content.size(), existing,
+                            exists);
     };
-    return begin().then([](Future<std::uint64_t>&& stored) {
+    return begin().then([](Future<StoredContent>&& stored) {
         stored.get();
         return true;
     });
 }
 
-/// Whether the service has it although no reply said so. The watermark tells whether anything was changed, and the
-/// digest whether by this upload; what another has changed instead, or since, nobody can tell.
-std::optional<bool> Uploader::isStored(const Upload& upload)
+/// The watermark tells whether anything was changed, and the digest whether by this upload; what another has changed
+/// instead, or since, nobody can tell.
+std::optional<bool> isStored(Connection& connection, const Upload& upload)
 {
     const auto found = findAttributes(connection, upload.remote);
     if (!found || (upload.existing && found->watermark == upload.existing->watermark)) return false;
@@ -314,8 +314,10 @@ void uploadStandardInput(Connection& connection, const RemotePath& target, Exist
     awaitStandardInput();
     connection.call([&] { return connection.session().ping(nullptr); });
     bytes = naming(target, [&] {
-        return store(connection, target, content.publisher(countFromZero()), content.size(), existing, exists)
-            .get();
+        return storeContent(connection, target, content.publisher(countFromZero()), content.size(), existing,
+                            exists)
+            .get()
+            .bytes;
     });
 }
 

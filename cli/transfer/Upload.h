@@ -45,6 +45,21 @@ struct UploadReport {
     std::vector<std::string> skipped; ///< paths of the sources
 };
 
+/// What the service has confirmed.
+struct StoredContent {
+    std::uint64_t bytes = 0;
+    std::string sha256;
+};
+
+/// Stores one content; when it is of a file, its size is known.
+connector::Future<StoredContent> storeContent(Connection& connection, const RemotePath& target,
+                                              connector::tarn::ContentPublisher content,
+                                              std::optional<std::uint64_t> size, Existing existing,
+                                              bool exists);
+
+/// Whether the service has it although no reply said so; nothing: nobody can tell.
+std::optional<bool> isStored(Connection& connection, const Upload& upload);
+
 /// Stores files and trees in the service.
 class Uploader {
 public:
@@ -77,7 +92,6 @@ private:
     void skip(const Origin& origin, const std::string& reason);
     void leaveWhatIsThere();
     connector::Future<bool> send(const Upload& upload);
-    std::optional<bool> isStored(const Upload& upload);
 
     Connection& connection;
     Output& out;

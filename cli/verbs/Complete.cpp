@@ -131,6 +131,8 @@ private:
         const auto& option = *takes[std::min(arguments, takes.size() - 1)];
         const bool first = arguments == 0;
         switch (option.rules.words) {
+        case Words::either:
+            return addEither();
         case Words::localThenRemote:
             return first ? addLocal() : addEither();
         case Words::remoteThenLocal:

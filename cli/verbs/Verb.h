@@ -35,7 +35,7 @@ struct Invocation {
 };
 
 /// What a word on the command line is, for those who complete it.
-enum class Words { any, verb, local, remote, localThenRemote, remoteThenLocal };
+enum class Words { any, verb, local, remote, either, localThenRemote, remoteThenLocal };
 
 /// What the parser checks.
 struct OptionRules {
@@ -50,8 +50,11 @@ struct OptionRules {
 /// One thing that a verb takes: an argument when its name is in capitals, an option when it begins with '-'.
 struct Option {
     const char* names; ///< "PATH", "--version" or "-r,--recursive"
-    /// Filled in when it is given. Lives as long as the verb.
-    std::variant<bool*, unsigned*, std::string*, std::vector<std::string>*> target;
+    /// Filled in when it is given, and lives as long as the verb; or called with each value, in the order of the command
+    /// line also among several options.
+    std::variant<bool*, unsigned*, std::string*, std::vector<std::string>*,
+                 std::function<void(const std::string&)>>
+        target;
     const char* help;
     OptionRules rules = {};
 };

@@ -23,6 +23,8 @@ Verb edit();
 Verb put();
 Verb get();
 Verb check();
+Verb sync();
+Verb apply();
 Verb cp();
 Verb mkdir();
 Verb mv();
@@ -46,10 +48,11 @@ Verb complete();
 std::vector<Verb> allVerbs()
 {
     using namespace verbs;
-    return {login(),    logout(),  whoami(), ping(),    doctor(),     profile(), local(),   ls(),     tree(),
-            find(),     du(),      stat(),   cat(),     edit(),       put(),     get(),     check(),  cp(),
-            mkdir(),    mv(),      rm(),     grant(),   revoke(),     grants(),  explain(), shared(), link(),
-            versions(), restore(), help(),   version(), completion(), man(),     complete()};
+    return {login(),   logout(),     whoami(),  ping(),    doctor(), profile(),  local(),   ls(),
+            tree(),    find(),       du(),      stat(),    cat(),    edit(),     put(),     get(),
+            check(),   sync(),       apply(),   cp(),      mkdir(),  mv(),       rm(),      grant(),
+            revoke(),  grants(),     explain(), shared(),  link(),   versions(), restore(), help(),
+            version(), completion(), man(),     complete()};
 }
 
 } // namespace tarncli

@@ -1,0 +1,521 @@
+#include "cli/sync/Execution.h"
+
+#include "cli/remote/FileContent.h"
+#include "cli/remote/Requests.h"
+#include "cli/terminal/Output.h"
+#include "cli/terminal/Quantities.h"
+#include "cli/transfer/Conclusion.h"
+
+#include <algorithm>
+#include <nlohmann/json.hpp>
+
+namespace tarncli {
+
+using namespace connector::tarn;
+using connector::Future;
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr std::size_t differencesTold = 10;
+
+Failure changedMeanwhile()
+{
+    return {ExitCode::conflict, "It has changed meanwhile, and was left as it is."};
+}
+
+const FileState* stateOf(const Side& side, const std::string& place)
+{
+    const auto found = side.items.find(place);
+    return found == side.items.end() || found->second.isFolder ? nullptr : &found->second.state;
+}
+
+bool isAs(const Side& side, const std::string& place, const std::optional<FileState>& planned)
+{
+    const auto* state = stateOf(side, place);
+    return planned ? state != nullptr && *state == *planned : !side.items.contains(place);
+}
+
+bool isFolderAt(const Side& side, const std::string& place)
+{
+    const auto found = side.items.find(place);
+    return found != side.items.end() && found->second.isFolder;
+}
+
+bool sourceFits(const Step& step, const Side& source)
+{
+    if (step.kind == StepKind::makeFolder)
+        return step.place.empty() ? source.exists : isFolderAt(source, step.place);
+    return isAs(source, step.place, step.source);
+}
+
+bool targetFits(const Step& step, const Side& target)
+{
+    if (step.place.empty()) return !target.exists;
+    if (step.kind == StepKind::removeFolder) return isFolderAt(target, step.place);
+    return isAs(target, step.place, step.target);
+}
+
+std::ptrdiff_t depthOf(const std::string& place)
+{
+    return std::count(place.begin(), place.end(), '/');
+}
+
+} // namespace
+
+void requireAsPlanned(Output& out, const Plan& plan, const Side& local, const Side& remote)
+{
+    const bool isUp = plan.direction == Direction::up;
+    std::vector<std::string> differences;
+    for (const auto& step : plan.steps) {
+        if (!sourceFits(step, isUp ? local : remote))
+            differences.push_back(escaped(step.place) + " in the source");
+        if (!targetFits(step, isUp ? remote : local))
+            differences.push_back((step.place.empty() ? "the folder itself" : escaped(step.place)) +
+                                  " in the target");
+    }
+    if (differences.empty()) return;
+    std::string told;
+    for (std::size_t i = 0; i < std::min(differences.size(), differencesTold); ++i)
+        told += (i == 0 ? "" : ", ") + differences[i];
+    if (differences.size() > differencesTold)
+        told += " and " + std::to_string(differences.size() - differencesTold) + " more";
+    out.detail("Nothing of the plan was done.");
+    throw Failure(ExitCode::conflict, "Changed since the plan was made: " + told +
+                                          ". Nothing was done; make another plan with `tarn sync --plan`.");
+}
+
+SyncReport Execution::run()
+{
+    noteWhatIsSame();
+    makeFolders();
+    copyFiles();
+    if (isUp) confirmUploads();
+    journal.save();
+    remove();
+    journal.save();
+    report.transfers.done = report.files + report.folders + report.deleted;
+    return std::move(report);
+}
+
+/// Runs something that is done at once; a failure is told and reported, and the others go on.
+template <class Change>
+void Execution::change(const std::string& place, Change change)
+{
+    try {
+        change();
+    } catch (const std::exception&) {
+        const auto failure = about(shownTarget(place), explain(std::current_exception()));
+        out.warning(failure.what());
+        report.transfers.failed.push_back({place, failure});
+        failedFolders.insert(place);
+    }
+}
+
+void Execution::noteWhatIsSame()
+{
+    for (const auto& step : plan.steps) {
+        if (step.kind != StepKind::note) continue;
+        const auto& here = isUp ? *step.source : *step.target;
+        const auto& there = isUp ? *step.target : *step.source;
+        journal.note(step.place, {here.size, Journal::trusted(here.modified), there.watermark, step.sha256});
+    }
+}
+
+RemotePath Execution::remoteAt(const std::string& place) const
+{
+    return place.empty() ? plan.pair.remote : plan.pair.remote.child(place);
+}
+
+std::string Execution::shownTarget(const std::string& place) const
+{
+    return isUp ? remoteAt(place).quoted() : escaped((plan.pair.local / place).string());
+}
+
+bool Execution::isBelowFailed(const std::string& place) const
+{
+    return !failedFolders.empty() &&
+           (failedFolders.contains("") ||
+            anyUpwards(place, [&](const std::string& above) { return failedFolders.contains(above); }));
+}
+
+/// Name by name from the target folder down, so that no link below it is followed.
+std::shared_ptr<const DownloadFolder> Execution::folderAt(const std::string& place)
+{
+    auto& folder = localFolders[place];
+    if (!folder) {
+        if (place.empty())
+            folder = DownloadFolder::make(plan.pair.local);
+        else
+            folder = folderAt(placeAbove(place))->makeChild(place.substr(place.rfind('/') + 1));
+    }
+    return folder;
+}
+
+void Execution::makeFolders()
+{
+    if (isUp) return makeRemoteFolders();
+    for (const auto& step : plan.steps) {
+        if (step.kind != StepKind::makeFolder) continue;
+        if (isBelowFailed(step.place)) {
+            ++report.transfers.notStarted;
+            continue;
+        }
+        change(step.place, [&] {
+            if (step.place.empty() && plan.pair.local.has_parent_path())
+                fs::create_directories(plan.pair.local.parent_path());
+            if (folderAt(step.place)->isNew()) ++report.folders;
+        });
+    }
+}
+
+void Execution::makeRemoteRoot()
+{
+    std::vector<RemotePath> missing;
+    for (auto folder = plan.pair.remote; !folder.isRoot(); folder = folder.parent())
+        missing.push_back(folder);
+    for (auto folder = missing.rbegin(); folder != missing.rend(); ++folder) {
+        if (folder->path != plan.pair.remote.path && findAttributes(connection, *folder)) continue;
+        requireStorable(connection, *folder, false, Existing::refuse);
+        try {
+            connection.call(
+                [&] { return connection.files().createFolder(requestFor<FolderCreate>(*folder)); });
+            ++report.folders;
+        } catch (const std::exception&) {
+            if (!isRefusal(std::current_exception(), reasons::folderExists)) throw;
+        }
+    }
+}
+
+/// Level by level, so that a folder's parent is there before it is asked for.
+void Execution::makeRemoteFolders()
+{
+    std::map<std::ptrdiff_t, std::vector<std::string>> levels;
+    for (const auto& step : plan.steps) {
+        if (step.kind != StepKind::makeFolder) continue;
+        if (step.place.empty())
+            change("", [&] { makeRemoteRoot(); });
+        else
+            levels[depthOf(step.place)].push_back(step.place);
+    }
+    for (const auto& [depth, level] : levels) {
+        Transfers transfers(connection, out);
+        for (const auto& place : level) {
+            if (isBelowFailed(place)) {
+                ++report.transfers.notStarted;
+                continue;
+            }
+            Transfer transfer;
+            transfer.what = remoteAt(place).quoted();
+            transfer.start = [this, where = remoteAt(place)] {
+                return connection.files()
+                    .createFolder(requestFor<FolderCreate>(where))
+                    .then([](Future<std::unique_ptr<FolderCreateResponse>>&& reply) {
+                        reply.get();
+                        return true;
+                    });
+            };
+            // Whoever made it: a folder that is there when it is asked for again is as good.
+            transfer.wasDone = [] { return false; };
+            transfer.forgives = [](const std::exception_ptr& error) {
+                return isRefusal(error, reasons::folderExists);
+            };
+            transfer.succeeded = [this] { ++report.folders; };
+            transfer.failed = [this, place](const std::exception_ptr&) { failedFolders.insert(place); };
+            transfers.add(std::move(transfer));
+        }
+        addTo(report.transfers, transfers.run());
+    }
+}
+
+void Execution::copyFiles()
+{
+    Transfers transfers(connection, out, moved);
+    std::uint64_t bytes = 0;
+    std::uint64_t count = 0;
+    for (const auto& step : plan.steps) {
+        if (step.kind != StepKind::create && step.kind != StepKind::replace) continue;
+        if (isBelowFailed(placeAbove(step.place)) || report.transfers.notStarted > 0) {
+            ++report.transfers.notStarted;
+            continue;
+        }
+        if (!isUp)
+            transfers.add(download(step));
+        else if (step.kind == StepKind::create)
+            transfers.add(upload(step));
+        else
+            transfers.add(afterLook(step, transfers, [this, &step] { return upload(step); }));
+        bytes += step.source->size;
+        ++count;
+    }
+    out.progress().begin(isUp ? "Storing" : "Fetching", bytes, count);
+    addTo(report.transfers, transfers.run());
+    out.progress().end();
+}
+
+/// A request that tells whether the stored file is still as planned, and then what `next` makes. One that is gone
+/// already needs no deletion.
+Transfer Execution::afterLook(const Step& step, Transfers& transfers, std::function<Transfer()> next)
+{
+    auto isGone = std::make_shared<bool>(false);
+    Transfer look;
+    look.what = remoteAt(step.place).quoted();
+    look.start = [this, where = remoteAt(step.place), watermark = step.target->watermark] {
+        return connection.files()
+            .readFileAttributes(requestFor<FileAttributesRead>(where))
+            .then([watermark](Future<std::unique_ptr<FileAttributesReadResponse>>&& reply) {
+                const auto found = reply.get();
+                if (isFolder(found->attributes) || found->attributes.watermark != watermark)
+                    throw changedMeanwhile();
+                return true;
+            });
+    };
+    look.forgives = [isGone, removes = step.kind == StepKind::remove](const std::exception_ptr& error) {
+        *isGone = removes && isRefusal(error, reasons::notFound);
+        return *isGone;
+    };
+    look.succeeded = [&transfers, isGone, next = std::move(next)] {
+        if (!*isGone) transfers.addFirst(next());
+    };
+    return look;
+}
+
+Transfer Execution::upload(const Step& step)
+{
+    const Upload asUpload{plan.pair.local / step.place, remoteAt(step.place), step.source->size,
+                          step.target ? std::optional(StoredFile{step.target->watermark, step.target->size})
+                                      : std::nullopt,
+                          Symlinks::refuse};
+    auto entry = std::make_shared<Journal::Entry>();
+    Transfer transfer;
+    transfer.what = shown(asUpload.origin);
+    transfer.start = [this, asUpload, entry] {
+        const bool exists = asUpload.existing.has_value();
+        requireStorable(connection, asUpload.remote, exists, Existing::replace);
+        const auto content = LocalContent::ofFile(std::get<fs::path>(asUpload.origin), Symlinks::refuse);
+        entry->modified = Journal::trusted(content.modified());
+        return storeContent(connection, asUpload.remote, content.publisher(moved), content.size(),
+                            plan.keepsVersions ? Existing::addVersion : Existing::replace, exists)
+            .then([entry](Future<StoredContent>&& reply) {
+                const auto stored = reply.get();
+                entry->size = stored.bytes;
+                entry->sha256 = stored.sha256;
+                return true;
+            });
+    };
+    transfer.wasDone = [this, asUpload] { return isStored(connection, asUpload); };
+    transfer.succeeded = [this, asUpload, entry, place = step.place] {
+        ++report.files;
+        report.bytes += entry->size;
+        out.detail("Stored " + shown(asUpload.origin) + " as " + asUpload.remote.quoted() + ".");
+        if (entry->sha256.empty()) return; // no reply told it
+        journal.note(place, *entry);
+        uploaded[place] = *entry;
+    };
+    return transfer;
+}
+
+Transfer Execution::download(const Step& step)
+{
+    struct Arrival {
+        std::shared_ptr<IncomingFile> file;
+        Journal::Entry entry;
+    };
+
+    auto arrival = std::make_shared<Arrival>();
+    Transfer transfer;
+    const auto remote = remoteAt(step.place);
+    const auto name = step.place.substr(step.place.rfind('/') + 1);
+    const auto overwrite = step.target ? Overwrite::replace : Overwrite::refuse;
+    transfer.what = remote.quoted();
+    transfer.start = [this, &step, arrival, remote, name, overwrite] {
+        const auto folder = folderAt(placeAbove(step.place));
+        // What was interrupted is gone on with, also by the next command.
+        if (!arrival->file) arrival->file = folder->receive(name, overwrite, Unfinished::keep, moved);
+        return requestContent(connection, remote, {}, step.source->size, arrival->file)
+            .then([arrival, folder, name, overwrite, source = *step.source,
+                   target = step.target](Future<std::string>&& received) {
+                auto digest = received.get();
+                if (digest.empty()) digest = arrival->file->hash().hex();
+                const auto here = folder->find(name);
+                if (target && (!here || here->size() != target->size || here->modified() != target->modified))
+                    throw changedMeanwhile();
+                const auto milliseconds = static_cast<std::uint64_t>(source.modified / 1'000'000);
+                arrival->entry = {arrival->file->held(), Journal::trusted(source.modified), source.watermark,
+                                  std::move(digest)};
+                arrival->file->commit(overwrite, milliseconds);
+                return true;
+            });
+    };
+    transfer.succeeded = [this, arrival, remote, place = step.place] {
+        ++report.files;
+        report.bytes += arrival->entry.size;
+        arrival->file.reset();
+        journal.note(place, arrival->entry);
+        out.detail("Fetched " + remote.quoted() + " to " + shownTarget(place) + ".");
+    };
+    transfer.failed = [arrival](const std::exception_ptr& error) {
+        if (arrival->file && !isTransient(error)) arrival->file->discard();
+        arrival->file.reset();
+    };
+    return transfer;
+}
+
+/// The replies of uploads tell no watermarks, listings do: what was stored is still there when the digest, asked for
+/// behind the listing, is that of what was sent. Where that is not to be had, the next run asks.
+void Execution::confirmUploads()
+{
+    if (report.transfers.notStarted > 0) return; // the service is gone
+    using Reply = std::unique_ptr<FolderListResponse>;
+    std::set<std::string> folders;
+    for (const auto& [place, entry] : uploaded)
+        folders.insert(placeAbove(place));
+    Transfers transfers(connection, out);
+    const auto confirm = [&](const std::string& place, Journal::Entry entry) {
+        auto isSame = std::make_shared<bool>(false);
+        Transfer transfer;
+        transfer.what = remoteAt(place).quoted();
+        transfer.start = [this, isSame, where = remoteAt(place), sha256 = entry.sha256] {
+            return requestDigest(connection, where).then([isSame, sha256](Future<std::string>&& digest) {
+                *isSame = digest.get() == sha256;
+                return true;
+            });
+        };
+        transfer.forgives = [](const std::exception_ptr& error) {
+            return isRefusal(error, reasons::notFound);
+        };
+        transfer.succeeded = [this, isSame, place, entry = std::move(entry)] {
+            if (*isSame) journal.note(place, entry);
+        };
+        return transfer;
+    };
+    for (const auto& above : folders) {
+        auto reply = std::make_shared<Reply>();
+        Transfer transfer;
+        transfer.what = remoteAt(above).quoted();
+        transfer.start = [this, reply, where = remoteAt(above)] {
+            return requestListing(connection, where).then([reply](Future<Reply>&& listed) {
+                *reply = listed.get();
+                return true;
+            });
+        };
+        transfer.forgives = [reply](const std::exception_ptr& error) {
+            *reply = std::make_unique<FolderListResponse>();
+            return isRefusal(error, reasons::notFound);
+        };
+        transfer.succeeded = [this, &transfers, confirm, reply, above] {
+            for (const auto& file : (*reply)->files) {
+                const auto name = toUtf8(file.name);
+                const auto place = above.empty() ? name : above + "/" + name;
+                const auto found = uploaded.find(place);
+                if (found == uploaded.end() || found->second.size != file.size) continue;
+                auto entry = found->second;
+                entry.watermark = file.watermark;
+                if (file.size == 0)
+                    journal.note(place, entry);
+                else
+                    transfers.addFirst(confirm(place, std::move(entry)));
+            }
+        };
+        transfers.add(std::move(transfer));
+    }
+    out.progress().begin("Checking", 0, uploaded.size() + folders.size());
+    transfers.run();
+    out.progress().end();
+}
+
+void Execution::remove()
+{
+    const auto count = plan.removals();
+    if (count == 0) return;
+    if (!report.transfers.failed.empty() || report.transfers.notStarted > 0) {
+        out.warning("Nothing was deleted, since not everything else could be done.");
+        report.transfers.notStarted += count;
+        return;
+    }
+    Transfers transfers(connection, out);
+    for (const auto& step : plan.steps) {
+        if (step.kind != StepKind::remove && step.kind != StepKind::removeFolder) continue;
+        if (!isUp)
+            change(step.place, [&] { removeLocal(step); });
+        else if (step.kind == StepKind::remove)
+            removeRemote(step, transfers);
+    }
+    if (!isUp) return;
+    addTo(report.transfers, transfers.run());
+    removeRemoteFolders();
+}
+
+void Execution::removeLocal(const Step& step)
+{
+    const auto folder = folderAt(placeAbove(step.place));
+    const auto name = step.place.substr(step.place.rfind('/') + 1);
+    const bool isFile = step.kind == StepKind::remove;
+    if (!folder->contains(name)) return journal.forget(step.place);
+    if (isFile) {
+        const auto here = folder->find(name);
+        if (!here || here->size() != step.target->size || here->modified() != step.target->modified)
+            throw changedMeanwhile();
+    }
+    folder->remove(name, !isFile);
+    ++report.deleted;
+    journal.forget(step.place);
+}
+
+namespace {
+
+template <class Request>
+Transfer removal(Connection& connection, const RemotePath& where,
+                 std::function<Future<std::unique_ptr<typename Request::Response>>()> send)
+{
+    Transfer transfer;
+    transfer.what = where.quoted();
+    transfer.start = [send = std::move(send)] {
+        return send().then([](Future<std::unique_ptr<typename Request::Response>>&& reply) {
+            reply.get();
+            return true;
+        });
+    };
+    transfer.wasDone = [&connection, where]() -> std::optional<bool> {
+        return !findAttributes(connection, where);
+    };
+    transfer.forgives = [](const std::exception_ptr& error) { return isRefusal(error, reasons::notFound); };
+    return transfer;
+}
+
+} // namespace
+
+void Execution::removeRemote(const Step& step, Transfers& transfers)
+{
+    transfers.add(afterLook(step, transfers, [this, where = remoteAt(step.place), place = step.place] {
+        auto transfer = removal<FileDelete>(connection, where, [this, where] {
+            return connection.files().deleteFile(requestFor<FileDelete>(where));
+        });
+        transfer.succeeded = [this, place] {
+            ++report.deleted;
+            journal.forget(place);
+        };
+        return transfer;
+    }));
+}
+
+/// From the deepest level up. Empty ones only: what has come into one meanwhile stays.
+void Execution::removeRemoteFolders()
+{
+    std::map<std::ptrdiff_t, std::vector<RemotePath>, std::greater<>> levels;
+    for (const auto& step : plan.steps)
+        if (step.kind == StepKind::removeFolder) levels[depthOf(step.place)].push_back(remoteAt(step.place));
+    for (const auto& [depth, level] : levels) {
+        Transfers transfers(connection, out);
+        for (const auto& where : level) {
+            auto transfer = removal<FolderDelete>(connection, where, [this, where] {
+                return connection.files().deleteFolder(requestFor<FolderDelete>(where));
+            });
+            transfer.succeeded = [this] { ++report.deleted; };
+            transfers.add(std::move(transfer));
+        }
+        addTo(report.transfers, transfers.run());
+    }
+}
+
+} // namespace tarncli

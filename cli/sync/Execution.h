@@ -1,0 +1,79 @@
+#pragma once
+
+#include "cli/sync/Plan.h"
+#include "cli/transfer/DownloadFolder.h"
+#include "cli/transfer/Transfers.h"
+#include "cli/transfer/Upload.h"
+
+#include <functional>
+#include <memory>
+#include <set>
+#include <string>
+
+namespace tarncli {
+
+class Output;
+
+/// What has been done of a plan.
+struct SyncReport {
+    TransferReport transfers; ///< `done` counts files and folders, those that were deleted too
+    std::uint64_t files = 0;  ///< made or replaced
+    std::uint64_t folders = 0;
+    std::uint64_t bytes = 0;
+    std::uint64_t deleted = 0;
+};
+
+/// @throws Failure (conflict) that names what is different on either side now from what the plan was made for
+void requireAsPlanned(Output& out, const Plan& plan, const Side& local, const Side& remote);
+
+/// Does what a plan says, and notes in the journal what is the same then.
+///
+/// Looks once more before a file of the target is replaced or deleted, and leaves one that has changed meanwhile.
+/// Deletes nothing unless all else went well.
+class Execution {
+public:
+    Execution(Connection& openConnection, Output& output, const Plan& planToDo, Journal& pairJournal)
+        : connection(openConnection)
+        , out(output)
+        , plan(planToDo)
+        , journal(pairJournal)
+        , isUp(plan.direction == Direction::up)
+    {
+    }
+
+    SyncReport run();
+
+private:
+    template <class Change>
+    void change(const std::string& place, Change change);
+    void noteWhatIsSame();
+    void makeFolders();
+    void makeRemoteRoot();
+    void makeRemoteFolders();
+    void copyFiles();
+    Transfer upload(const Step& step);
+    Transfer download(const Step& step);
+    void remove();
+    void removeRemote(const Step& step, Transfers& transfers);
+    void removeLocal(const Step& step);
+    void removeRemoteFolders();
+    Transfer afterLook(const Step& step, Transfers& transfers, std::function<Transfer()> next);
+    void confirmUploads();
+    std::shared_ptr<const DownloadFolder> folderAt(const std::string& place);
+    RemotePath remoteAt(const std::string& place) const;
+    std::string shownTarget(const std::string& place) const;
+    bool isBelowFailed(const std::string& place) const;
+
+    Connection& connection;
+    Output& out;
+    const Plan& plan;
+    Journal& journal;
+    const bool isUp;
+    MovedBytes moved = countFromZero();
+    SyncReport report;
+    std::set<std::string> failedFolders;
+    std::map<std::string, std::shared_ptr<const DownloadFolder>> localFolders;
+    std::map<std::string, Journal::Entry> uploaded; ///< as yet without watermarks
+};
+
+} // namespace tarncli

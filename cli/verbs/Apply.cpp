@@ -1,0 +1,58 @@
+#include "cli/sync/SyncSummary.h"
+#include "cli/verbs/Verb.h"
+
+#include <fstream>
+#include <iterator>
+
+namespace tarncli::verbs {
+
+namespace {
+
+struct Options {
+    std::string file;
+    unsigned jobs = defaultJobs;
+};
+
+Plan readPlan(const std::string& file)
+{
+    std::ifstream in(file, std::ios::binary);
+    if (!in) throw Failure(ExitCode::notFound, "There is no plan " + escaped(file) + ".");
+    return planFrom({std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()}, escaped(file));
+}
+
+void apply(const Invocation& invocation, const Options& options)
+{
+    auto& out = invocation.out;
+    const auto plan = readPlan(options.file);
+    auto connection = invocation.connect(options.jobs);
+    auto here = plan.pair;
+    here.service = connection.isLocal() ? "local" : connection.url();
+    here.user = connection.user();
+    if (const auto difference = plan.pair.differenceFrom(here); !difference.empty())
+        throw Failure(ExitCode::conflict, "The plan is for " + difference + ".");
+    Journal journal(plan.pair);
+    const auto local = lookAt(plan.pair.local, plan.filter);
+    const auto remote = lookAt(connection, out, plan.pair.remote, plan.filter);
+    requireAsPlanned(out, plan, local, remote);
+    journal.keepOnly(local, remote);
+    auto report = Execution(connection, out, plan, journal).run();
+    showOutcome(out, plan, std::move(report));
+}
+
+} // namespace
+
+Verb apply()
+{
+    const auto options = std::make_shared<Options>();
+    return {.name = "apply",
+            .summary = "Do what a plan of `tarn sync --plan` says",
+            .examples =
+                "  tarn sync --plan todo.json --delete photos / && tarn apply todo.json\n"
+                "Does exactly that, or nothing: when a file that the plan deals with has changed since on\n"
+                "either side, that is told, and nothing is done.",
+            .takes = {{"FILE", &options->file, "The plan", {.required = true, .words = Words::local}},
+                      jobsOption(options->jobs)},
+            .run = [options](const Invocation& invocation) { apply(invocation, *options); }};
+}
+
+} // namespace tarncli::verbs
