@@ -2,9 +2,7 @@
 
 #include "tarnd/ServeFlags.h"
 #include "tarnd/store/Size.h"
-
-#include <Poco/DateTimeFormat.h>
-#include <Poco/DateTimeFormatter.h>
+#include "tarnd/store/TimeText.h"
 
 #include <cstdio>
 
@@ -16,12 +14,6 @@ namespace {
 void printToken(const std::string& token)
 {
     std::printf("%s\n", token.c_str());
-}
-
-std::string timeText(std::int64_t milliseconds)
-{
-    return Poco::DateTimeFormatter::format(Poco::Timestamp(milliseconds * 1000),
-                                           Poco::DateTimeFormat::ISO8601_FORMAT);
 }
 
 void printAccount(const Account& account)
@@ -101,9 +93,11 @@ void Administration::addLink(CLI::App& app)
 {
     auto* group = app.add_subcommand("link", "See and revoke public links; works beside a running service");
     group->require_subcommand(1);
-    add(group, "list", "Print id, user and path of all public links", [](Store& opened) {
+    add(group, "list", "Print id, end, user and path of all public links", [](Store& opened) {
         for (const auto& link : opened.links().list())
-            std::printf("%s %s:%s\n", link.id.c_str(), link.user.c_str(), link.path.c_str());
+            std::printf("%s %-20s %s:%s\n", link.id.c_str(),
+                        link.expires == 0 ? "never" : timeText(link.expires).c_str(), link.user.c_str(),
+                        link.path.c_str());
     });
     add(group, "revoke", "End a link", [this](Store& opened) { opened.links().revoke(name); })
         ->add_option("ID", name, "As tarnd link list shows it")

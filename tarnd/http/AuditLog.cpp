@@ -10,7 +10,8 @@ namespace {
 
 /// Parameters that say to what, to whom or how something was done.
 constexpr std::string_view tellingParameters[] = {
-    "path", "bucket", "subject", "targetPath", "targetBucket", "forceRecursive", "moveTargetOverwrite"};
+    "path",   "bucket", "subject", "targetPath", "targetBucket", "forceRecursive", "moveTargetOverwrite",
+    "expires"};
 
 /// As people know it; as it came where it cannot be decoded, which then is why the request was refused.
 std::string readable(std::string_view tail)

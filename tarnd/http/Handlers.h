@@ -33,6 +33,9 @@ Reply revokePermission(Call& call);
 Reply listPermissions(Call& call);
 Reply listSharedContent(Call& call);
 Reply getPublicUrl(Call& call);
+Reply createPublicLink(Call& call);
+Reply listPublicLinks(Call& call);
+Reply revokePublicLink(Call& call);
 
 // PublicPages.cpp
 Reply openPublicLink(Call& call);

@@ -28,6 +28,9 @@ constexpr Route routes[] = {
 
     {"GET", "/service/v1/sharedcontent", Tail::none, Access::session, listSharedContent},
     {"GET", "/service/v1/public/urls", Tail::item, Access::session, getPublicUrl, nullptr, "link"},
+    {"PUT", "/service/v1/public/links", Tail::item, Access::session, createPublicLink, nullptr, "link"},
+    {"GET", "/service/v1/public/links", Tail::none, Access::session, listPublicLinks},
+    {"DELETE", "/service/v1/public/links", Tail::id, Access::session, revokePublicLink, nullptr, "unlink"},
     {"GET", "/public", Tail::item, Access::anybody, openPublicLink},
     {"HEAD", "/public", Tail::item, Access::anybody, openPublicLink},
 

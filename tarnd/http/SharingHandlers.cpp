@@ -41,6 +41,19 @@ void writeSharedItems(XmlWriter& xml, std::string_view list, std::string_view re
     });
 }
 
+std::string urlOf(const Call& call, const std::string& token)
+{
+    return call.publicUrl + "/public/" + token;
+}
+
+/// A link that does not end has no "Expires".
+void writeLink(XmlWriter& xml, const std::string& id, const std::string& url, std::int64_t expires)
+{
+    xml.text("PublicLinkId", id);
+    xml.text("PublicAccessUrl", url);
+    if (expires != 0) xml.number("Expires", expires);
+}
+
 } // namespace
 
 Reply grantPermission(Call& call)
@@ -86,9 +99,36 @@ Reply listSharedContent(Call& call)
 Reply getPublicUrl(Call& call)
 {
     XmlWriter xml("Response");
-    xml.text("PublicAccessUrl",
-             call.publicUrl + "/public/" + call.store.links().get(call.caller, itemOf(call)));
+    xml.text("PublicAccessUrl", urlOf(call, call.store.links().get(call.caller, itemOf(call))));
     return xmlReply(std::move(xml));
+}
+
+Reply createPublicLink(Call& call)
+{
+    const auto expires = call.request.query().number("expires").value_or(0);
+    const auto token = call.store.links().get(call.caller, itemOf(call), expires);
+    XmlWriter xml("Response");
+    writeLink(xml, PublicLinks::idOf(token), urlOf(call, token), expires);
+    return xmlReply(std::move(xml));
+}
+
+Reply listPublicLinks(Call& call)
+{
+    const auto links = call.store.links().list(call.caller);
+    XmlWriter xml("Response");
+    for (const auto& link : links)
+        xml.element("PublicLink", [&] {
+            writeLink(xml, link.id, urlOf(call, link.token), link.expires);
+            xml.text("Type", link.kind == ItemKind::folder ? "FOLDER" : "FILE");
+            writeResource(xml, link.path, link.user);
+        });
+    return xmlReply(std::move(xml));
+}
+
+Reply revokePublicLink(Call& call)
+{
+    call.store.links().revoke(call.caller, idOf(call));
+    return doneReply();
 }
 
 } // namespace tarnd

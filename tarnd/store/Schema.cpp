@@ -9,7 +9,7 @@ namespace tarnd {
 
 namespace {
 
-constexpr std::int64_t schemaVersion = 3;
+constexpr std::int64_t schemaVersion = 4;
 
 /// Times are milliseconds since 1970, UTC. Text is compared byte by byte.
 ///
@@ -18,6 +18,7 @@ constexpr std::int64_t schemaVersion = 3;
 /// several versions of one file (a restored copy), never in two files. grants.subject is a name, because it may be
 /// granted to before the user exists. handles keep parent and name of the file as of the opening; node is 0 for a
 /// file still to be created. users.quota is in bytes, 0 for none; users.used what all versions of the user have.
+/// links.expires is 0 for a link that does not end.
 constexpr const char* tables[] = {
     R"(CREATE TABLE meta (
         name  {text} PRIMARY KEY,
@@ -72,8 +73,10 @@ constexpr const char* tables[] = {
     "CREATE INDEX grants_subject ON grants(subject)",
 
     R"(CREATE TABLE links (
-        token {text} PRIMARY KEY,
-        node  BIGINT NOT NULL UNIQUE REFERENCES nodes(id) ON DELETE CASCADE))",
+        token   {text} PRIMARY KEY,
+        node    BIGINT NOT NULL REFERENCES nodes(id) ON DELETE CASCADE,
+        expires BIGINT NOT NULL,
+        UNIQUE (node, expires)))",
 
     R"(CREATE TABLE handles (
         id      {text} PRIMARY KEY,
@@ -86,11 +89,17 @@ constexpr const char* tables[] = {
     "CREATE INDEX handles_session ON handles(session)",
 };
 
+/// The statement with the types of the engine.
+std::string inTypesOf(const Dialect& dialect, const std::string& statement)
+{
+    return Poco::replace(Poco::replace(statement, "{id}", dialect.idType().c_str()), "{text}",
+                         dialect.textType().c_str());
+}
+
 void createTables(Transaction& transaction, const Dialect& dialect)
 {
-    for (const std::string table : tables)
-        transaction.run(Poco::replace(Poco::replace(table, "{id}", dialect.idType().c_str()), "{text}",
-                                      dialect.textType().c_str()));
+    for (const auto* table : tables)
+        transaction.run(inTypesOf(dialect, table));
     transaction.run("INSERT INTO meta (name, value) VALUES ('schema', $1)", std::to_string(schemaVersion));
 }
 
@@ -109,6 +118,15 @@ constexpr Upgrade upgrades[] = {
            FROM (SELECT n.owner, SUM(v.size) AS bytes FROM versions v JOIN nodes n ON n.id = v.node
                  GROUP BY n.owner) AS sums
            WHERE sums.owner = users.id)"},
+    // A constraint that goes would have another name in each engine: a table takes the place of the other.
+    {4, R"(CREATE TABLE ending_links (
+        token   {text} PRIMARY KEY,
+        node    BIGINT NOT NULL REFERENCES nodes(id) ON DELETE CASCADE,
+        expires BIGINT NOT NULL,
+        UNIQUE (node, expires)))"},
+    {4, "INSERT INTO ending_links (token, node, expires) SELECT token, node, 0 FROM links"},
+    {4, "DROP TABLE links"},
+    {4, "ALTER TABLE ending_links RENAME TO links"},
 };
 static_assert(upgrades[std::size(upgrades) - 1].version == schemaVersion);
 
@@ -119,11 +137,11 @@ std::int64_t versionOf(Transaction& transaction)
     return std::stoll(*version);
 }
 
-void upgrade(Transaction& transaction)
+void upgrade(Transaction& transaction, const Dialect& dialect)
 {
     const auto before = versionOf(transaction);
     for (const auto& [version, statement] : upgrades)
-        if (version > before) transaction.run(statement);
+        if (version > before) transaction.run(inTypesOf(dialect, statement));
     transaction.run("UPDATE meta SET value = $1 WHERE name = 'schema'", std::to_string(schemaVersion));
 }
 
@@ -144,7 +162,8 @@ void prepareSchema(Database& database)
         });
     const auto version = database.read(versionOf);
     if (version > schemaVersion) throw sentences::newerSchema();
-    if (version < schemaVersion) database.write(upgrade);
+    if (version < schemaVersion)
+        database.write([&](Transaction& transaction) { upgrade(transaction, dialect); });
 }
 
 } // namespace tarnd

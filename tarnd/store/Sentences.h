@@ -44,13 +44,14 @@ inline constexpr Sentence quotaExceeded {Kind::insufficientStorage, "quotaExceed
 // Handles, grants, links, versions.
 inline constexpr Sentence unknownHandle     {Kind::badRequest, "unknownHandle", "The session has no open file handle with this id."};
 inline constexpr Sentence unknownPermission {Kind::badRequest, "unknownPermission", "There is no permission with this id."};
+inline constexpr Sentence unknownLink       {Kind::badRequest, "unknownLink", "There is no public link with the id \"{}\"."};
+inline constexpr Sentence linkOver          {Kind::badRequest, "linkOver", "A link can end only in the future; by the clock of the service it is {} now."};
 inline constexpr Sentence unknownVersion    {Kind::badRequest, "unknownVersion", "The file has no such version."};
 inline constexpr Sentence grantToOwner      {Kind::badRequest, "grantToOwner", "The item already belongs to this user."};
 inline constexpr Sentence handleWithoutFile {Kind::conflict, "handleWithoutFile", "The file of this handle, or its folder, is no longer there."};
 
 // Administration.
 inline constexpr Sentence unknownSession {Kind::badRequest, "unknownSession", "There is no session \"{}\"; tarnd session list shows those there are."};
-inline constexpr Sentence unknownLink    {Kind::badRequest, "unknownLink", "There is no link \"{}\"; tarnd link list shows those there are."};
 
 // Starting.
 inline constexpr Sentence badDataDir          {Kind::conflict, "badDataDir", "The data directory {} cannot be used: {}"};

@@ -53,6 +53,7 @@ const std::vector<Operation>& operations()
         {"restore", changes, file, [](U& u, A& a) { return u.restore(a.place, a.oldVersion, label, false); }},
         {"move away", changes, both, [](U& u, A& a) { return u.move(a.place, a.free, false); }},
         {"link", changes, both, [](U& u, A& a) { return u.link(a.place); }},
+        {"link that ends", changes, both, [](U& u, A& a) { return u.linkUntil(a.place, 4'102'444'800'000); }},
         {"grant", changes, both, [](U& u, A& a) { return u.grant(a.place, "erin"); }},
         {"grant to nobody", changes, both, [](U& u, A& a) { return u.grant(a.place, "zoe"); },
          "400 There is no user named \"zoe\"."},
@@ -152,8 +153,9 @@ protected:
     /// What names no item, so that there is no state of an item to tell apart: about the session itself, or about
     /// what an id names, which SharingTest.cpp tries.
     const std::set<std::string> namesNoItem = {
-        "GET /service/v1/logout", "GET /service/v1/ping", "DELETE /service/v1/filehandle",
-        "GET /service/v1/sharedcontent", "DELETE /service/v1/permissions"};
+        "GET /service/v1/logout",         "GET /service/v1/ping",           "DELETE /service/v1/filehandle",
+        "GET /service/v1/sharedcontent",  "DELETE /service/v1/permissions", "GET /service/v1/public/links",
+        "DELETE /service/v1/public/links"};
 
 private:
     /// Made anew for the operations that use it up.

@@ -122,6 +122,15 @@ public:
 
     RestReply link(const Place& item) { return onItem("GET", "public/urls", item); }
 
+    RestReply linkUntil(const Place& item, std::int64_t expires)
+    {
+        return onItem("PUT", "public/links", item, "&expires=" + std::to_string(expires));
+    }
+
+    RestReply links() { return send("GET", root + "public/links"); }
+
+    RestReply revokeLink(const std::string& id) { return send("DELETE", root + "public/links/" + id); }
+
     RestReply versions(const Place& file) { return onItem("GET", "versions/files", file); }
 
     RestReply restore(const Place& file, const std::string& id, const std::string& label, bool newVersion)

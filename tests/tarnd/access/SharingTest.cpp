@@ -2,7 +2,9 @@
 // about paths.
 #include "tests/tarnd/access/SharedWorld.h"
 
+#include <chrono>
 #include <gtest/gtest.h>
+#include <thread>
 
 namespace tarnd::test {
 namespace {
@@ -56,6 +58,54 @@ TEST_F(Sharing, AGrantIsTakenBackOnlyByItsGiver)
     EXPECT_EQ(tryToRevoke(Actor::owner, item.grant), unknown);
     EXPECT_EQ(tryToRevoke(Actor::itemReader, item.grant), unknown);
     EXPECT_EQ(tryToRevoke(Actor::owner, world.make(State::deletedShared, Kind::folder).grant), unknown);
+}
+
+/// A link that ended or was revoked answers exactly as one that never was, to everybody.
+TEST_F(Sharing, ALinkIsListedAndRevokedByItsMakerAloneAndEndsWhenItIsToEnd)
+{
+    const auto nowIs = [] {
+        using namespace std::chrono;
+        return duration_cast<milliseconds>(system_clock::now().time_since_epoch()).count();
+    };
+    const auto place = world.make(State::shared, Kind::file).place;
+    auto& owner = world.as(Actor::owner);
+    const auto made = [&](const RestReply& reply, const std::string& element) {
+        return parseXml(require(reply).body).only(element);
+    };
+    const auto targetOf = [&](const RestReply& reply) {
+        return made(reply, "PublicAccessUrl").substr(world.service.url().size());
+    };
+    const auto open = [&](const std::string& target) { return world.as(Actor::nobody).send("GET", target); };
+    const auto end = nowIs() + 3'600'000;
+    const auto never = targetOf(owner.link(place));
+    const auto later = owner.linkUntil(place, end);
+    EXPECT_EQ(owner.linkUntil(place, end), later);
+    const auto soon = targetOf(owner.linkUntil(place, nowIs() + 1'000));
+    const auto none = open("/public/none");
+    for (const auto limit = nowIs() + 30'000; open(soon) != none && nowIs() < limit;)
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    EXPECT_EQ(open(soon), none);
+    EXPECT_EQ(outcomeOf(owner.linkUntil(place, nowIs() - 1)).substr(0, 38),
+              "400 A link can end only in the future;");
+
+    const auto id = made(later, "PublicLinkId");
+    const auto listed = owner.links().body;
+    for (const auto& url : {never, targetOf(later)}) {
+        EXPECT_EQ(open(url).body, "content");
+        EXPECT_NE(listed.find(url), std::string::npos) << listed;
+    }
+    EXPECT_NE(listed.find("<Expires>" + std::to_string(end) + "</Expires>"), std::string::npos) << listed;
+    EXPECT_EQ(listed.find(soon), std::string::npos);
+    const auto unknown = "400 There is no public link with the id \"" + id + "\".";
+    for (const auto actor : {Actor::stranger, Actor::itemReader}) {
+        EXPECT_EQ(world.as(actor).links().body.find(id), std::string::npos);
+        EXPECT_EQ(outcomeOf(world.as(actor).revokeLink(id)), unknown);
+    }
+    require(owner.revokeLink(id));
+    EXPECT_EQ(outcomeOf(owner.revokeLink(id)), unknown);
+    EXPECT_EQ(open(targetOf(later)), none);
+    EXPECT_EQ(open(never).body, "content");
+    EXPECT_NE(targetOf(owner.linkUntil(place, end)), targetOf(later));
 }
 
 /// Whoever comes by a name later has what was granted to the name before there was a user, and nothing of a user

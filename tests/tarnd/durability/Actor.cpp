@@ -18,8 +18,9 @@ int Change::make(Actor& actor) const
         actor.user.moveTo(actor.service->url());
         const auto reply = send(actor);
         if (reply.headers.empty() && !reply.body.empty()) actor.token = reply.body.substr(0, 64);
-        for (const auto& [element, id] :
-             {std::pair("FileHandleId", &actor.handle), {"PermissionId", &actor.grant}})
+        for (const auto& [element, id] : {std::pair("FileHandleId", &actor.handle),
+                                          {"PermissionId", &actor.grant},
+                                          {"PublicLinkId", &actor.link}})
             if (reply.body.find(element) != std::string::npos) *id = parseXml(reply.body).only(element);
         return reply.status;
     } catch (const std::runtime_error& error) { // the service is gone
@@ -62,6 +63,8 @@ const std::vector<Change>& changes()
         {"GrantToNobodyYet", [](A& actor) { return actor.user.grant(b, actor.name + "-guest", true); }},
         {"Revoke", [](A& actor) { return actor.user.revoke(actor.grant); }},
         {"Link", [](A& actor) { return actor.user.link(b); }},
+        {"LinkThatEnds", [](A& actor) { return actor.user.linkUntil(d, 4'102'444'800'000); }},
+        {"RevokeLink", [](A& actor) { return actor.user.revokeLink(actor.link); }},
         {"HandleOpen", [](A& actor) { return actor.user.openReadWrite(h, "CREATE", false); }},
         {"HandleCommit", [](A& actor) { return actor.user.closeHandle(actor.handle, true); }},
         {"HandleOpenAgain", [](A& actor) { return actor.user.openReadWrite(h, "UPDATE", true); }},

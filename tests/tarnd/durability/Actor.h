@@ -15,8 +15,8 @@ struct Actor {
     TarndProcess* service;
     std::string name = {};
     ServiceUser user{{}};
-    std::string token = {}, handle = {}, grant = {}; ///< the last that were told
-    std::string trouble = {};                        ///< why the last change got no reply
+    std::string token = {}, handle = {}, grant = {}, link = {}; ///< the last that were told
+    std::string trouble = {};                                   ///< why the last change got no reply
 
     /// `tarnd user VERB NAME OPTION` as a reply: 200 when it succeeds, otherwise 0.
     RestReply command(const std::string& verb, const std::string& option = {}) const;

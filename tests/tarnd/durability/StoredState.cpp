@@ -22,7 +22,7 @@ const std::string everythingOf = R"(
                      || v.size || ' bytes, ' || v.sha256 FROM versions v JOIN tree t ON t.id = v.node
     UNION ALL SELECT t.path || ' is granted ' || CASE g.subject WHEN 'keeper' THEN '' ELSE 'to nobody yet' END
                      FROM grants g JOIN tree t ON t.id = g.node
-    UNION ALL SELECT t.path || ' is linked' FROM links l JOIN tree t ON t.id = l.node
+    UNION ALL SELECT t.path || ' is linked until ' || l.expires FROM links l JOIN tree t ON t.id = l.node
     UNION ALL SELECT 'a session' FROM sessions s JOIN users u ON u.id = s.account WHERE u.name = $1
     UNION ALL SELECT 'a handle for ' || h.name FROM handles h JOIN sessions s ON s.id = h.session
                                                JOIN users u ON u.id = s.account WHERE u.name = $1

@@ -55,7 +55,7 @@ TEST_F(Administration, SessionsLinksAndAccountsEndWhenTold)
     EXPECT_EQ(service.run({"session", "end"}).exitCode, 2);
 
     const auto links = tell({"link", "list"});
-    EXPECT_THAT(links, HasSubstr(" alice:/f\n"));
+    EXPECT_THAT(links, HasSubstr(" never                alice:/f\n"));
     EXPECT_EQ(links.find(link.substr(link.rfind('/') + 1, 12)), std::string::npos);
     tell({"link", "revoke", links.substr(0, 12)});
     EXPECT_EQ(statusOf(link), 404);

@@ -13,7 +13,7 @@ protected:
     {
         static const std::regex changing(
             "<(TarnSessionId|VersionId|FileHandleId|PermissionId|Watermark|Created|"
-            "LastModified)>[^<]+<");
+            "LastModified|PublicLinkId)>[^<]+<");
         static const std::regex link("http://127.0.0.1:[0-9]+/public/[0-9a-f]{32,}<");
         return std::regex_replace(std::regex_replace(body, changing, "<$1>*<"), link, "LINK<");
     }
@@ -26,7 +26,7 @@ protected:
 
     void remember(const std::string& body)
     {
-        static const std::regex told("<(?:FileHandleId|PermissionId)>([^<]+)<");
+        static const std::regex told("<(?:FileHandleId|PermissionId|PublicLinkId)>([^<]+)<");
         for (std::sregex_iterator each(body.begin(), body.end(), told), none; each != none; ++each)
             id = (*each)[1];
     }
@@ -116,6 +116,16 @@ TEST_F(Replies, AreExactlyThese)
              "</SharedContent>"},
         {'b', "GET", "/permissions", "", ""},
         {'a', "GET", "/public/urls/docs/b.txt", "", "<PublicAccessUrl>LINK</PublicAccessUrl>"},
+        {'a', "PUT", "/public/links/docs?expires=4102444800000", "",
+         "<PublicLinkId>*</PublicLinkId><PublicAccessUrl>LINK</PublicAccessUrl><Expires>4102444800000</"
+         "Expires>"},
+        {'a', "GET", "/public/links", "",
+         "<PublicLink><PublicLinkId>*</PublicLinkId><PublicAccessUrl>LINK</PublicAccessUrl><Type>FILE</Type>"
+         "<Resource><Path>/docs/b.txt</Path><Bucket>alice</Bucket></Resource></PublicLink>"
+         "<PublicLink><PublicLinkId>*</PublicLinkId><PublicAccessUrl>LINK</PublicAccessUrl>"
+         "<Expires>4102444800000</Expires><Type>FOLDER</Type>"
+         "<Resource><Path>/docs</Path><Bucket>alice</Bucket></Resource></PublicLink>"},
+        {'a', "DELETE", "/public/links/{id}", "", ""},
         {'a', "DELETE", "/files/docs/b.txt", "", ""},
         {'a', "DELETE", "/folders/docs?forceRecursive=true", "", ""},
         {'a', "GET", "/logout", "", ""},

@@ -20,21 +20,39 @@ protected:
     }
 };
 
-/// Takes the schema back to what it was in the beginning.
-TEST_F(RecoveryTest, AStoreOfAnEarlierVersionIsBroughtUpToDate)
+/// Takes the schema back to what it was.
+TEST_F(RecoveryTest, AStoreOfEveryEarlierVersionIsBroughtUpToDate)
 {
-    put(alice, at("/f"), "old");
-    store.reset();
-    Database(place.dialect()).write([](Transaction& sql) {
-        for (const auto* column : {"versions DROP COLUMN revision", "users DROP COLUMN disabled",
-                                   "users DROP COLUMN quota", "users DROP COLUMN used"})
-            sql.run(std::string("ALTER TABLE ") + column);
-        sql.run("UPDATE meta SET value = '1' WHERE name = 'schema'");
-    });
-    open();
-    EXPECT_EQ(get(alice, at("/f")), "old");
-    EXPECT_EQ(problems(), "");
-    const auto id = put(alice, at("/f"), "new").id;
+    const std::pair<int, std::vector<std::string>> steps[] = {
+        {3,
+         {"CREATE TABLE old (token TEXT PRIMARY KEY, node BIGINT NOT NULL UNIQUE REFERENCES nodes(id) ON "
+          "DELETE "
+          "CASCADE)",
+          "INSERT INTO old SELECT token, node FROM links WHERE expires = 0", "DROP TABLE links",
+          "ALTER TABLE old RENAME TO links"}},
+        {2,
+         {"ALTER TABLE users DROP COLUMN disabled", "ALTER TABLE users DROP COLUMN quota",
+          "ALTER TABLE users DROP COLUMN used"}},
+        {1, {"ALTER TABLE versions DROP COLUMN revision"}},
+    };
+    const auto id = put(alice, at("/f"), "old").id;
+    const auto link = store->links().get(alice, at("/f"));
+    for (const auto oldest : {3, 2, 1}) {
+        store.reset();
+        Database(place.dialect()).write([&](Transaction& sql) {
+            for (const auto& [version, statements] : steps)
+                for (const auto& statement : statements)
+                    if (version >= oldest) sql.run(statement);
+            sql.run("UPDATE meta SET value = $1 WHERE name = 'schema'", std::to_string(oldest));
+        });
+        open();
+        EXPECT_EQ(get(alice, at("/f")), "old");
+        EXPECT_EQ(problems(), "");
+        EXPECT_EQ(store->links().get(alice, at("/f")), link);
+        EXPECT_EQ(bytesOf(std::get<OpenContent>(store->links().open(link))), "old");
+        EXPECT_NE(store->links().get(alice, at("/f"), now + oldest), link);
+    }
+    put(alice, at("/f"), "new");
     EXPECT_EQ(store->catalog().read(alice, at("/f")).tag, id + "-1");
 }
 
