@@ -94,6 +94,21 @@ std::string Tarn::link(const Place& item)
     return later->link(item).get();
 }
 
+std::string Tarn::linkUntil(const Place& item, std::int64_t expires)
+{
+    return later->linkUntil(item, expires).get();
+}
+
+std::vector<Link> Tarn::links()
+{
+    return later->links().get();
+}
+
+void Tarn::revokeLink(const std::string& linkId)
+{
+    later->revokeLink(linkId).get();
+}
+
 std::string Tarn::grant(const Place& item, const std::string& user, bool pending)
 {
     return later->grant(item, user, pending).get();

@@ -58,6 +58,15 @@ struct Grant {
     bool isPending = false; ///< waits until there is such a user
 };
 
+/// What opens an item for everybody who has it.
+struct Link {
+    std::string id;
+    std::string url;
+    Place place;
+    std::int64_t expires = 0; ///< milliseconds since 1970, UTC; 0: it does not end
+    bool isFolder = false;    ///< opens all in it
+};
+
 struct Version {
     std::int64_t label = 0; ///< its number, from 1
     std::string id;
@@ -134,6 +143,12 @@ public:
     std::vector<SharedEntry> shared();
     /// A URL at which everybody can read the item. @return empty when the service gives none
     std::string link(const Place& item);
+    /// The same until `expires`, in milliseconds since 1970, UTC. These three fail with kind notSupported where the
+    /// service does not have them.
+    std::string linkUntil(const Place& item, std::int64_t expires);
+    /// All links to the user's items that have not ended.
+    std::vector<Link> links();
+    void revokeLink(const std::string& linkId);
 
     /// Lets another user read a file, or a folder and all below it.
     /// @param pending  may name a user who is not there yet

@@ -6,6 +6,7 @@
 #include "tarn/foundation/Composition.h"
 #include "tarn/foundation/OneShotPublisher.h"
 #include "tarn/foundation/platform/TextConversion.h"
+#include "tarn/publiclinks/PublicLinkMessages.h"
 #include "tarn/session/SessionMessages.h"
 #include "tarn/transfer/FileTransferMessages.h"
 #include "tarn/versioning/VersionMessages.h"
@@ -276,6 +277,38 @@ Future<std::string> TarnAsync::link(const Place& item)
         return ownHost->fileAccess()->getPublicAccessUrl(requestFor<tarn::PublicAccessUrlGet>(item)) |
                andThen([](auto response) { return narrow(response->url); });
     });
+}
+
+Future<std::string> TarnAsync::linkUntil(const Place& item, std::int64_t expires)
+{
+    return started([&] {
+        auto request = requestFor<tarn::PublicLinkCreate>(item);
+        request->expires = static_cast<std::uint64_t>(expires);
+        return ownHost->publicLinks()->createLink(std::move(request)) |
+               andThen([](auto response) { return narrow(response->url); });
+    });
+}
+
+Future<std::vector<Link>> TarnAsync::links()
+{
+    return ownHost->publicLinks()->listLinks(std::make_unique<tarn::PublicLinkList>()) |
+           andThen([](auto response) {
+               std::vector<Link> links;
+               for (const auto& each : response->links)
+                   links.push_back({each.linkId,
+                                    narrow(each.url),
+                                    {narrow(each.path), narrow(each.bucket)},
+                                    timeOf(each.expires),
+                                    each.type == "FOLDER"});
+               return links;
+           });
+}
+
+Future<void> TarnAsync::revokeLink(const std::string& linkId)
+{
+    auto request = std::make_unique<tarn::PublicLinkRevoke>();
+    request->linkId = linkId;
+    return done(ownHost->publicLinks()->revokeLink(std::move(request)));
 }
 
 Future<std::string> TarnAsync::grant(const Place& item, const std::string& user, bool pending)

@@ -31,6 +31,9 @@ public:
 
     Future<std::vector<SharedEntry>> shared();
     Future<std::string> link(const Place& item);
+    Future<std::string> linkUntil(const Place& item, std::int64_t expires);
+    Future<std::vector<Link>> links();
+    Future<void> revokeLink(const std::string& linkId);
     Future<std::string> grant(const Place& item, const std::string& user, bool pending = false);
     Future<void> revoke(const std::string& grantId);
     Future<std::vector<Grant>> grants(const Place& item = "");

@@ -5,6 +5,8 @@
 #include "tarn/fileaccess/FileAccessClient.h"
 #include "tarn/fileaccess/FileAccessClientServiceProvider.h"
 #include "tarn/foundation/EndpointTracking.h"
+#include "tarn/publiclinks/PublicLinksClient.h"
+#include "tarn/publiclinks/PublicLinksClientServiceProvider.h"
 #include "tarn/session/TarnSessionClient.h"
 #include "tarn/session/TarnSessionClientServiceProvider.h"
 #include "tarn/transfer/FileTransferClient.h"
@@ -73,6 +75,7 @@ struct TarnHost::Parts {
     std::shared_ptr<tarn::AccessControl> accessControl;
     std::shared_ptr<tarn::Versioning> versioning;
     std::shared_ptr<tarn::FileTransfer> fileTransfer;
+    std::shared_ptr<tarn::PublicLinks> publicLinks;
 };
 
 TarnHost::Parts::Parts(const Options& options)
@@ -86,6 +89,7 @@ TarnHost::Parts::Parts(const Options& options)
     , accessControl(std::make_shared<tarn::AccessControlClient>(session, router, Addresses::accessControl()))
     , versioning(std::make_shared<tarn::VersioningClient>(session, router, Addresses::versioning()))
     , fileTransfer(std::make_shared<tarn::FileTransferClient>(session, router, Addresses::fileTransfer()))
+    , publicLinks(std::make_shared<tarn::PublicLinksClient>(session, router, Addresses::publicLinks()))
 {
     const std::string endpoint = checkedEndpoint(options.endpoint);
     router->registerProvider(Addresses::http(), http, Address(), Delivery::direct);
@@ -94,6 +98,7 @@ TarnHost::Parts::Parts(const Options& options)
     add<tarn::AccessControlClientServiceProvider>(Addresses::accessControl(), endpoint);
     add<tarn::VersioningClientServiceProvider>(Addresses::versioning(), endpoint);
     add<tarn::FileTransferClientServiceProvider>(Addresses::fileTransfer(), endpoint);
+    add<tarn::PublicLinksClientServiceProvider>(Addresses::publicLinks(), endpoint);
 }
 
 TarnHost::TarnHost(Options options) : parts(std::make_shared<Parts>(options)) {}
@@ -150,6 +155,11 @@ std::shared_ptr<tarn::Versioning> TarnHost::versioning() const
 std::shared_ptr<tarn::FileTransfer> TarnHost::fileTransfer() const
 {
     return parts->fileTransfer;
+}
+
+std::shared_ptr<tarn::PublicLinks> TarnHost::publicLinks() const
+{
+    return parts->publicLinks;
 }
 
 std::shared_ptr<Connector> TarnHost::connector() const

@@ -5,6 +5,7 @@
 #include "tarn/foundation/CallOptions.h"
 #include "tarn/foundation/platform/Connector.h"
 #include "tarn/foundation/platform/ServiceProvider.h"
+#include "tarn/publiclinks/PublicLinks.h"
 #include "tarn/session/TarnSession.h"
 #include "tarn/transfer/FileTransfer.h"
 #include "tarn/versioning/Versioning.h"
@@ -20,7 +21,7 @@ namespace connector::host {
 class ConfigurationStore;
 
 /// Everything the library needs to run in, with the library's providers in it: threads, message router,
-/// configuration, HTTP client, one session and the four clients over it.
+/// configuration, HTTP client, one session and the clients over it.
 ///
 ///     TarnHost host({.endpoint = "https://files.example.org"});
 ///     auto login = std::make_unique<tarn::Login>();
@@ -55,6 +56,8 @@ public:
         static Address versioning() { return Address("tarn.versioning"); }
 
         static Address fileTransfer() { return Address("tarn.fileTransfer"); }
+
+        static Address publicLinks() { return Address("tarn.publicLinks"); }
     };
 
     /// Sends nothing yet.
@@ -78,6 +81,7 @@ public:
     std::shared_ptr<tarn::AccessControl> accessControl() const;
     std::shared_ptr<tarn::Versioning> versioning() const;
     std::shared_ptr<tarn::FileTransfer> fileTransfer() const;
+    std::shared_ptr<tarn::PublicLinks> publicLinks() const;
 
     /// What further clients and sessions are made with.
     std::shared_ptr<Connector> connector() const;

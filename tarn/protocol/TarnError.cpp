@@ -12,13 +12,11 @@ struct ReasonKind {
 
 /// The service answers 404 for paths alone, so what else is missing comes with the status of a refused request.
 constexpr ReasonKind finerThanTheirStatus[] = {
-    {"unknownUser", ErrorKind::notFound},
-    {"unknownPermission", ErrorKind::notFound},
-    {"unknownVersion", ErrorKind::notFound},
-    {"unknownHandle", ErrorKind::notFound},
-    {"parentMissing", ErrorKind::notFound},
-    {"grantToOwner", ErrorKind::conflict},
-    {"tooManyFailedLogins", ErrorKind::notLoggedIn},
+    {"unknownUser", ErrorKind::notFound},         {"unknownPermission", ErrorKind::notFound},
+    {"unknownVersion", ErrorKind::notFound},      {"unknownHandle", ErrorKind::notFound},
+    {"unknownLink", ErrorKind::notFound},         {"parentMissing", ErrorKind::notFound},
+    {"grantToOwner", ErrorKind::conflict},        {"tooManyFailedLogins", ErrorKind::notLoggedIn},
+    {"unknownRoute", ErrorKind::notSupported},    {"wrongMethod", ErrorKind::notSupported},
     {"commitUnknown", ErrorKind::unknownOutcome},
 };
 
@@ -40,6 +38,9 @@ ErrorKind kindOfStatus(std::uint16_t status)
     case 429:
     case 503:
         return ErrorKind::unavailable;
+    case 405:
+    case 501:
+        return ErrorKind::notSupported;
     case 507:
         return ErrorKind::outOfSpace;
     default:

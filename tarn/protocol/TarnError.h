@@ -11,17 +11,18 @@ namespace connector::tarn {
 
 /// What a caller can do about a failure.
 enum class ErrorKind {
-    invalidRequest, ///< the request itself is wrong and will be refused again: 400, 405, 411, 416, or refused here
-    notLoggedIn,     ///< 401: no live session, or a token that no account has; log in and try again
-    notAllowed,      ///< 403: the item may be seen but not used like this
-    notFound,        ///< 404; also a user, grant, version, handle or parent folder that is not there
-    conflict,        ///< 409, 412: the state of the items is against it
-    tooLarge,        ///< 413, 431
-    outOfSpace,      ///< 507
-    unavailable,     ///< 429, 503: nothing has changed, and the same request may succeed later
-    unknownOutcome,  ///< the service cannot tell whether the change was made: look before trying again
-    serviceFailure,  ///< every other status from 500 on
+    invalidRequest, ///< the request itself is wrong and will be refused again: 400, 411, 416, or refused here
+    notLoggedIn,    ///< 401: no live session, or a token that no account has; log in and try again
+    notAllowed,     ///< 403: the item may be seen but not used like this
+    notFound,       ///< 404; also a user, grant, version, handle or parent folder that is not there
+    conflict,       ///< 409, 412: the state of the items is against it
+    tooLarge,       ///< 413, 431
+    outOfSpace,     ///< 507
+    unavailable,    ///< 429, 503: nothing has changed, and the same request may succeed later
+    unknownOutcome, ///< the service cannot tell whether the change was made: look before trying again
+    serviceFailure, ///< every other status from 500 on
     unreadableReply, ///< not what a Tarn service answers
+    notSupported,    ///< 405, 501: this service does not have the operation
 };
 
 /// The service's refusal of a request, or its reply that cannot be understood.

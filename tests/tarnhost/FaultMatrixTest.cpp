@@ -102,6 +102,7 @@ constexpr auto inSession = &TarnHost::session;
 constexpr auto inFiles = &TarnHost::fileAccess;
 constexpr auto inAccess = &TarnHost::accessControl;
 constexpr auto inVersions = &TarnHost::versioning;
+constexpr auto inLinks = &TarnHost::publicLinks;
 
 const std::vector<Operation> operations = {
     {"login", true, call(inSession, &TarnSession::login, &LoginResponse::sessionId),
@@ -142,6 +143,8 @@ const std::vector<Operation> operations = {
      "<R><SharedContent><SharedByUserId>it</SharedByUserId></SharedContent></R>", "[it]"},
     {"getPublicAccessUrl", false,
      call(inFiles, &FileAccess::getPublicAccessUrl, &PublicAccessUrlGetResponse::url),
+     "<R><PublicAccessUrl>it</PublicAccessUrl></R>", "it"},
+    {"createLink", true, call(inLinks, &PublicLinks::createLink, &PublicLinkCreateResponse::url),
      "<R><PublicAccessUrl>it</PublicAccessUrl></R>", "it"},
     {"grantPermission", true,
      call(inAccess, &AccessControl::grantPermission, &PermissionGrantResponse::permissionId),

@@ -81,6 +81,12 @@ TEST_F(TarnTest, DoesADaysWorkOfTwoPeople)
     alice.revoke(id);
     EXPECT_THAT(bob.shared(), IsEmpty());
     EXPECT_EQ(alice.link("/phötos").rfind(service.url(), 0), 0u);
+    const auto ending = alice.linkUntil("/phötos", 4'102'444'800'000);
+    ASSERT_EQ(alice.links().size(), 2u);
+    const auto last = alice.links().back();
+    EXPECT_TRUE(last.url == ending && last.expires == 4'102'444'800'000 && last.place.path == "/phötos");
+    alice.revokeLink(last.id);
+    EXPECT_EQ(alice.links().size(), 1u);
     EXPECT_EQ(kindOf([&] { alice.removeFolder("/phötos"); }), tarn::ErrorKind::conflict);
     alice.removeFolder("/phötos", true);
     EXPECT_THAT(alice.list("/"), IsEmpty());
