@@ -78,6 +78,8 @@ public:
 
     connector::tarn::FileTransfer& contents() { return *host->fileTransfer(); }
 
+    connector::tarn::PublicLinks& links() { return *host->publicLinks(); }
+
     connector::tarn::AccessControl& access() { return *host->accessControl(); }
 
     connector::tarn::Versioning& versioning() { return *host->versioning(); }

@@ -32,6 +32,7 @@ constexpr Advice advices[] = {
     {"parentMissing", "Make it first with `tarn mkdir -p`."},
     {"unknownUser", "`tarn grant --pending` lets the grant wait for that user."},
     {"unknownPermission", "`tarn grants` lists them."},
+    {"unknownLink", "`tarn link --list` lists them."},
     {"unknownVersion", "`tarn versions` lists them."},
     {"badToken", "Log in with `tarn login`."},
     {"sessionEnded", "Use `tarn login`."},
@@ -61,6 +62,7 @@ constexpr KindShown kinds[] = {
     {ErrorKind::unknownOutcome, ExitCode::failure, "unknownOutcome"},
     {ErrorKind::serviceFailure, ExitCode::failure, "serviceFailure"},
     {ErrorKind::unreadableReply, ExitCode::failure, "unreadableReply"},
+    {ErrorKind::notSupported, ExitCode::failure, "notSupported"},
 };
 
 const KindShown& shownFor(ErrorKind kind)

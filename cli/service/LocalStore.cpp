@@ -124,7 +124,7 @@ LocalStore::Access LocalStore::ensureRunning(const std::function<void(const std:
                               std::to_string(found->pid) + "; `tarn local stop` ends it.");
         if (!found) {
             told("Starting the local store in " + escaped(data.string()) + "; `tarn local stop` ends it.");
-            start();
+            start(told);
         }
         std::this_thread::sleep_for(lookInterval);
     }
@@ -147,19 +147,38 @@ LocalStore::Account LocalStore::makeAccount() const
     return {user, token};
 }
 
-/// Returns when the new process answers, or when another one holds the data. Nothing is undone when this program is
-/// interrupted meanwhile: the process goes on starting, and whoever needs it next finds it by its lock.
-void LocalStore::start() const
+std::optional<std::string> LocalStore::lastAddress() const
+{
+    const auto url = readJson(data / "lock").value("url", "");
+    if (!url.starts_with(urlStart)) return {};
+    return url.substr(urlStart.find("127"));
+}
+
+/// At the port of the last time, so that links and whoever noted the address still find it.
+void LocalStore::start(const std::function<void(const std::string&)>& told) const
 {
     std::error_code ignored;
     if (fs::file_size(log(), ignored) > logLimit && !ignored) fs::resize_file(log(), 0, ignored);
+    const auto last = lastAddress();
+    if (last && startAt(*last)) return;
+    const bool started = startAt("127.0.0.1:0");
+    if (!started)
+        throw Failure(ExitCode::failure, "The local store did not start: " + escaped(lastLine(log())) +
+                                             " (see " + escaped(log().string()) + ")");
+    if (last)
+        told("The local store could not have " + escaped(*last) +
+             " again and has taken another port: links made before do not open.");
+}
+
+/// Returns when the new process answers, or when another one holds the data. Nothing is undone when this program is
+/// interrupted meanwhile: the process goes on starting, and whoever needs it next finds it by its lock.
+bool LocalStore::startAt(const std::string& address) const
+{
     const auto started =
-        process::startDetached({tarnd(), "serve", "--data", data, "--listen", "127.0.0.1:0"}, log());
-    if (!process::readLine(started.out, startLimit).empty()) return;
+        process::startDetached({tarnd(), "serve", "--data", data, "--listen", address}, log());
+    if (!process::readLine(started.out, startLimit).empty()) return true;
     process::end(started.pid, stopLimit);
-    if (lockOwner(data / "lock")) return; // one that an interrupted command had started was faster
-    throw Failure(ExitCode::failure, "The local store did not start: " + escaped(lastLine(log())) + " (see " +
-                                         escaped(log().string()) + ")");
+    return lockOwner(data / "lock").has_value(); // one that an interrupted command had started was faster
 }
 
 bool LocalStore::stop()

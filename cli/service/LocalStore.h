@@ -50,7 +50,10 @@ private:
 
     std::optional<Account> readAccount() const;
     Account makeAccount() const;
-    void start() const;
+    void start(const std::function<void(const std::string&)>& told) const;
+    /// Where the last server answered, which public links name: "127.0.0.1:PORT".
+    std::optional<std::string> lastAddress() const;
+    bool startAt(const std::string& address) const;
 
     std::filesystem::path log() const { return data / "tarnd.log"; }
 

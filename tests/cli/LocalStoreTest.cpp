@@ -54,6 +54,8 @@ TEST(LocalStore, StoresOnAMachineWithNothingOnIt)
     EXPECT_THAT(first.err, testing::HasSubstr("Starting the local store"));
     EXPECT_EQ(shell.tarn({"cat", "/notes.md"}).out, "notes");
 
+    const auto link = shell.tarn({"link", "/notes.md"}).out;
+
     struct stat info {};
 
     ASSERT_EQ(::stat((shell.home() / ".local/share/tarn/local.json").c_str(), &info), 0);
@@ -63,6 +65,7 @@ TEST(LocalStore, StoresOnAMachineWithNothingOnIt)
     EXPECT_TRUE(serversBecome(shell, 0));
     EXPECT_EQ(status(shell)["running"], false);
     EXPECT_EQ(shell.tarn({"cat", "/notes.md"}).out, "notes"); // starts again, over the same data
+    EXPECT_EQ(shell.tarn({"link", "/notes.md"}).out, link) << "so that it still opens";
 }
 
 TEST(LocalStore, TenAtOnceStartOne)
@@ -84,9 +87,13 @@ TEST(LocalStore, StartsAnewAfterACrash)
     EXPECT_NE(status(shell)["pid"], pid);
 
     ASSERT_EQ(shell.tarn({"local", "stop"}).exitCode, 0);
+    tarnd::test::TarndProcess taken;
+    taken.start();
     std::ofstream(shell.home() / ".local/share/tarn/lock")
-        << json{{"pid", getpid()}, {"url", "http://127.0.0.1:1"}}; // lives, and is not what held the lock
-    EXPECT_EQ(shell.tarn({"cat", "/x"}).out, "x\n");
+        << json{{"pid", getpid()}, {"url", taken.url()}}; // lives, and is not what held the lock
+    const auto moved = shell.tarn({"cat", "/x"});
+    EXPECT_EQ(moved.out, "x\n");
+    EXPECT_THAT(moved.err, testing::HasSubstr("127.0.0.1:" + std::to_string(taken.port()) + " again"));
 }
 
 TEST(LocalStore, IsFoundByItsLockWhateverBecameOfWhoStartedIt)
