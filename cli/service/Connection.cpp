@@ -9,9 +9,12 @@
 #include "cli/terminal/Text.h"
 #include "cli/terminal/Version.h"
 #include "tarn/fileaccess/FileMessages.h"
+#include "tarn/protocol/TarnError.h"
 #include "tarn/session/SessionMessages.h"
+#include "tarnhost/RequestObserver.h"
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <thread>
 #include <unistd.h>
@@ -23,6 +26,8 @@ namespace {
 using namespace connector::tarn;
 
 constexpr auto farewellLimit = std::chrono::seconds(2);
+constexpr std::uint16_t statusTooMany = 429;
+constexpr std::chrono::milliseconds turnedAwayPause{1000};
 
 connector::host::HttpOptions httpOptionsFor(const Service& service, unsigned requestsInFlight)
 {
@@ -35,6 +40,34 @@ connector::host::HttpOptions httpOptionsFor(const Service& service, unsigned req
         ::access(http.caFile.c_str(), R_OK) != 0)
         throwErrno("Could not read the certificates in", http.caFile);
     return http;
+}
+
+/// Tells people once why nothing happens.
+class WaitNotice : public connector::host::RequestObserver {
+public:
+    explicit WaitNotice(Output& output) : output(output) {}
+
+    void finished(const connector::host::ObservedRequest&,
+                  const connector::host::ObservedResult& result) override
+    {
+        if (result.status == statusTooMany && !told.exchange(true))
+            output.message("The service asks to wait; going on in a moment.");
+    }
+
+private:
+    Output& output;
+    std::atomic<bool> told = false;
+};
+
+bool isTurnedAway(const std::exception_ptr& error)
+{
+    try {
+        std::rethrow_exception(error);
+    } catch (const TarnError& refusal) {
+        return refusal.status() == statusTooMany;
+    } catch (...) {
+        return false;
+    }
 }
 
 void limitWaiting(connector::host::HttpOptions& http, std::chrono::seconds limit)
@@ -65,6 +98,7 @@ Connection::Connection(const ConnectionOptions& options, Output& output)
     settings.clientType = "cli";
     settings.http = httpOptionsFor(service, options.inFlight * options.connectionsEach);
     settings.http.replyCheck = whyNotTarn;
+    if (options.retries > 0) settings.http.observers.push_back(std::make_shared<WaitNotice>(output));
     if (options.timeout > 0) limitWaiting(settings.http, std::chrono::seconds(options.timeout));
     host = std::make_unique<connector::host::TarnHost>(settings);
 }
@@ -85,7 +119,8 @@ void Connection::pauseAfter(const std::exception_ptr& error, Retries& left)
 {
     const auto pause = isTransient(error) ? left.next() : std::nullopt;
     if (!pause) std::rethrow_exception(error);
-    std::this_thread::sleep_for(*pause);
+    // A service that counts requests lets the next one in within a second.
+    std::this_thread::sleep_for(isTurnedAway(error) ? std::max(*pause, turnedAwayPause) : *pause);
 }
 
 void Connection::startLocalStore(Output& output)

@@ -20,6 +20,7 @@ namespace connector::host::detail {
 namespace {
 
 constexpr long transferBufferBytes = 256 * 1024;
+constexpr std::uint16_t statusTooMany = 429;
 constexpr const char* notRepeated =
     "The connection was lost before the reply; the request is not sent a second time.";
 
@@ -322,6 +323,12 @@ void HttpTransfer::close(CURLcode outcome)
     }
     complete = true;
     if (headGiven) incoming->close(nullptr);
+    if (reply->status() == statusTooMany) {
+        curl_off_t wanted = 0; // stays 0 without the header
+        curl_easy_getinfo(easy->get(), CURLINFO_RETRY_AFTER, &wanted);
+        turnedAway = std::chrono::seconds(wanted);
+        lastFault = "The service was asked too much.";
+    }
     const char* type = nullptr;
     curl_easy_getinfo(easy->get(), CURLINFO_CONTENT_TYPE, &type);
     contentType = type ? type : "";
@@ -371,8 +378,9 @@ std::string HttpTransfer::doing() const
 
 std::optional<std::chrono::milliseconds> HttpTransfer::pauseBeforeNextTry() const
 {
-    const bool isSafe = !outgoing && !headGiven && !(isChange && sendBegun);
-    if (!interrupted || !isSafe || triesLeft == 0) return {};
+    if (outgoing || headGiven || triesLeft == 0) return {};
+    if (turnedAway && *turnedAway <= retries.longestPause) return *turnedAway + RetryPolicy::scattered(pause);
+    if (!interrupted || (isChange && sendBegun)) return {};
     return RetryPolicy::scattered(pause);
 }
 
@@ -381,7 +389,8 @@ void HttpTransfer::startOver(std::chrono::milliseconds soon)
     if (report) report->endTry(reply->status(), progress(), failureText(), soon);
     --triesLeft;
     pause = retries.following(pause);
-    interrupted = false;
+    interrupted = complete = false;
+    turnedAway.reset();
     failure = nullptr;
     refusal.clear();
     sendBegun = false;

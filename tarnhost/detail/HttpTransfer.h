@@ -178,9 +178,10 @@ private:
     std::optional<TransportPhase> over; ///< deadline or stopped
 
     unsigned triesLeft;
-    std::chrono::milliseconds pause; ///< before the next try, but for chance
-    bool interrupted = false;        ///< the outcome is one that another try may change
-    std::string lastFault;           ///< of the tries before; empty: this is the first
+    std::chrono::milliseconds pause;                ///< before the next try, but for chance
+    bool interrupted = false;                       ///< the outcome is one that another try may change
+    std::optional<std::chrono::seconds> turnedAway; ///< for how long the service wants to be left alone
+    std::string lastFault;                          ///< of the tries before; empty: this is the first
 
     std::optional<ExchangeClock> clock; ///< always there; made anew for each try, as the reply is
     std::optional<IncomingReply> reply;

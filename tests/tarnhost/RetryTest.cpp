@@ -59,6 +59,39 @@ TEST(Retry, BringsTheReply)
     EXPECT_EQ(textOf(*bounded(http.send("get", server.url()))), "the whole");
 }
 
+/// What the service has turned away it has not done: also a change may be made again, when it says.
+TEST(Retry, OfWhatWasTurnedAwayNotBeforeItIsTime)
+{
+    const struct {
+        const char* method;
+        std::string retryAfter;
+        unsigned most, requests;
+        std::chrono::milliseconds least;
+    } rows[] = {
+        {"get", "Retry-After: 1\r\n", 1, 2, std::chrono::seconds(1)},
+        {"put", "", 2, 2, std::chrono::milliseconds(1)},
+        {"delete", "Retry-After: 3600\r\n", 2, 1, {}},
+        {"put", "", 0, 1, {}},
+    };
+
+    for (const auto& row : rows) {
+        ScriptedHttpServer server([&](auto& connection) {
+            connection.readRequest();
+            connection.send(connection.number() > 0
+                                ? ScriptedHttpServer::reply("done")
+                                : "HTTP/1.1 429 Too Many Requests\r\nConnection: close\r\n" + row.retryAfter +
+                                      "Content-Length: 4\r\n\r\nwait");
+        });
+        HttpClientUnderTest http(retrying(row.most, std::chrono::milliseconds(2)));
+        const auto begun = std::chrono::steady_clock::now();
+        const auto body = row.method == std::string("put") ? bodyOf("some") : nullptr;
+        auto request = std::make_unique<http::HttpClientRequest>(server.url(), row.method, body);
+        EXPECT_EQ(textOf(*bounded(http.send(std::move(request)))), row.requests == 2 ? "done" : "wait");
+        EXPECT_EQ(server.connectionCount(), row.requests) << row.method;
+        EXPECT_GE(std::chrono::steady_clock::now() - begun, row.least);
+    }
+}
+
 TEST(Retry, EndsWithTheHostAndWithTheCancel)
 {
     for (const bool stopsHost : {true, false}) {
