@@ -93,11 +93,34 @@ void reopenLogs(Site& site)
     }
 }
 
-void waitForTheEnd(const sigset_t& signals, Site& site)
+void applyLimits(const ServeOptions& options, Site& site)
+{
+    site.rate.setLimit(options.requestRate);
+    site.userRate.setLimit(options.userRequestRate);
+    site.addressTransfers.setLimit(options.addressTransfers);
+    site.userTransfers.setLimit(options.userTransfers);
+    site.maxFileSize = options.maxFileSize;
+}
+
+/// The certificate first: where it is refused, all stays as it was.
+void reload(const std::function<ServeOptions()>& readAgain, Site& site, HttpServer& server)
+{
+    try {
+        const auto options = readAgain();
+        if (!options.tlsCertificateFile.empty())
+            server.useCertificate(readPem(options.tlsCertificateFile), readPem(options.tlsKeyFile));
+        applyLimits(options, site);
+        std::fprintf(stderr, "tarnd: limits and certificate are read anew\n");
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "tarnd: limits and certificate stay as they were: %s\n", error.what());
+    }
+}
+
+/// @returns false for the end
+bool waitForHangUp(const sigset_t& signals)
 {
     int signal = 0;
-    while (sigwait(&signals, &signal) == 0 && signal == SIGHUP)
-        reopenLogs(site);
+    return sigwait(&signals, &signal) == 0 && signal == SIGHUP;
 }
 
 std::shared_ptr<FaultScript> faultScriptOf(const ServeOptions& options)
@@ -118,7 +141,7 @@ std::shared_ptr<FaultScript> faultScriptOf(const ServeOptions& options)
 
 } // namespace
 
-void serve(const ServeOptions& options)
+void serve(const ServeOptions& options, const std::function<ServeOptions()>& readAgain)
 {
     const auto signals = blockSignals();
     raiseFileLimit();
@@ -138,7 +161,7 @@ void serve(const ServeOptions& options)
         RequestLog(options.log.value_or(options.verbose ? LogFormat::text : LogFormat::off), options.logFile),
         AuditLog(options.auditLogFile),
         options.metrics};
-    site.rate.setLimit(options.requestRate);
+    applyLimits(options, site);
     const auto faults = faultScriptOf(options);
     site.faults.set(faults);
     serverOptions.listenSocket = socket.release();
@@ -147,7 +170,10 @@ void serve(const ServeOptions& options)
     std::printf("{\"url\":\"%s\"}\n", url.c_str());
     std::fflush(stdout);
 
-    waitForTheEnd(signals, site);
+    while (waitForHangUp(signals)) {
+        reopenLogs(site);
+        reload(readAgain, site, server);
+    }
     // Who waits for a database that does not answer is told so: the end does not wait for it as well.
     for (const auto limit : {databaseLimit, drainLimit - 2 * databaseLimit, databaseLimit})
         if (!server.drain(limit)) store.interruptWaits();

@@ -5,6 +5,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <functional>
 #include <limits>
 #include <optional>
 #include <string>
@@ -26,15 +27,20 @@ struct ServeOptions {
     NumbersFor metrics = NumbersFor::loopback;
     std::string faultScriptFile; ///< what is to go wrong, for tests of programs; empty: nothing
     std::chrono::seconds idleTimeout{60};
-    unsigned requestRate = 0; ///< requests that an address may make in a second; 0: any number
+    unsigned requestRate =
+        0; ///< requests that an address may make in a second; 0, here and below: any number
+    unsigned userRequestRate = 0;  ///< the same for a user
+    unsigned addressTransfers = 0; ///< uploads and downloads of an address at a time
+    unsigned userTransfers = 0;    ///< the same for a user
     std::uint64_t maxFileSize = std::numeric_limits<std::int64_t>::max(); ///< bytes of one upload
 };
 
-/// Serves until SIGTERM or SIGINT, then answers the requests under way and returns. SIGHUP opens the logs anew.
+/// Serves until SIGTERM or SIGINT, then answers the requests under way and returns. SIGHUP opens the logs anew, and
+/// takes over what `readAgain` says of limits and certificate; what it throws is told, and all stays as it is.
 ///
 /// Once connections are accepted one line goes to standard output: `{"url":"http://127.0.0.1:7070"}`.
 /// Call it before any other thread exists: it blocks those signals for all of them.
 /// @throws std::exception with a sentence for the person at the terminal
-void serve(const ServeOptions& options);
+void serve(const ServeOptions& options, const std::function<ServeOptions()>& readAgain);
 
 } // namespace tarnd

@@ -125,10 +125,23 @@ void addServeOptions(CLI::App& command, ServeOptions& options)
         ->default_str("60");
     command
         .add_option("--request-rate", options.requestRate,
-                    "Requests a second from one address; 0: any number")
+                    "Requests a second from one address; 0, here and below: any number")
         ->check(isFrom(0, 1'000'000))
         ->type_name("N")
         ->default_str("0");
+    const auto addLimit = [&](const char* name, unsigned& value, const char* help) {
+        command.add_option(name, value, help)->check(isFrom(0, 1'000'000))->type_name("N")->default_str("0");
+    };
+    addLimit("--user-request-rate", options.userRequestRate, "Requests a second of one user");
+    addLimit("--address-transfers", options.addressTransfers,
+             "Uploads and downloads of one address at a time");
+    addLimit("--user-transfers", options.userTransfers, "Uploads and downloads of one user at a time");
+    command
+        .add_option("--user-sessions", options.store.sessionsPerUser,
+                    "Sessions of one user; a further login ends the one that was idle for the longest")
+        ->check(isFrom(1, 1'000'000))
+        ->type_name("N")
+        ->capture_default_str();
     command
         .add_option("--readers", options.store.readers,
                     "Requests that read the database at a time, and over PostgreSQL those that write to it")

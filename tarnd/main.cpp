@@ -1,12 +1,15 @@
 #include "tarnd/Administration.h"
 #include "tarnd/ConfigFile.h"
+#include "tarnd/Prune.h"
 #include "tarnd/Serve.h"
 #include "tarnd/ServeFlags.h"
 #include "tarnd/Status.h"
-#include "tarnd/store/ServiceError.h"
+#include "tarnd/store/Sentences.h"
 
 #include <CLI/CLI.hpp>
 #include <cstdio>
+#include <functional>
+#include <memory>
 #include <sys/stat.h>
 
 namespace {
@@ -26,13 +29,24 @@ int printCopy(const char* done, const CopyReport& report)
     return report.missing.empty() ? 0 : failure;
 }
 
+/// Alone where nobody serves the data, so that what is found cannot change meanwhile; else beside the service.
+std::unique_ptr<Store> openToLook(const StoreOptions& options, bool repair)
+{
+    try {
+        return std::make_unique<Store>(options, Purpose::check);
+    } catch (const ServiceError& error) {
+        if (repair || error.reason() != sentences::dataInUse.reason) throw;
+        return std::make_unique<Store>(options, Purpose::copy);
+    }
+}
+
 int check(const StoreOptions& options, bool repair)
 {
-    Store store(options, Purpose::check);
+    const auto store = openToLook(options, repair);
     if (repair)
-        for (const auto& version : store.setMissingAside())
+        for (const auto& version : store->setMissingAside())
             std::printf("Set aside: %s\n", version.c_str());
-    const auto report = store.fsck();
+    const auto report = store->fsck();
     for (const auto& problem : report.problems)
         std::printf("%s\n", problem.c_str());
     std::printf("Checked %ju files and folders and %ju contents of %ju bytes: %zu problems.\n",
@@ -64,8 +78,9 @@ struct CommandLine {
         addStoreOptions(*serve, options.store);
         addServeOptions(*serve, options);
         addStoreOptions(*fsck, options.store);
-        fsck->add_flag("--repair", repair,
-                       "Take versions whose content is missing out of the tree, and say which");
+        fsck->add_flag(
+            "--repair", repair,
+            "Take versions whose content is missing out of the tree, and say which; the service stopped");
         addStoreOptions(*status, options.store);
         for (auto* command : {backup, restoration}) {
             addStoreOptions(*command, options.store);
@@ -75,25 +90,28 @@ struct CommandLine {
         configCheck->add_option("FILE", configFile, "As given to --config")->required();
     }
 
-    int run()
+    /// @param readAgain  the options as they stand in the files by then
+    int run(const std::function<ServeOptions()>& readAgain)
     {
         // `serve` opens the store itself: it blocks signals first, before any thread of the store exists.
-        if (*serve) return tarnd::serve(options), 0;
+        if (*serve) return tarnd::serve(options, readAgain), 0;
         if (*status) return printStatus(options.store.dataDir);
         if (*backup) return backUp(options.store, copy);
         if (*restoration) return restore(copy, options.store);
         if (*fsck) return check(options.store, repair);
         if (*configCheck) return checkConfigFile(configFile), 0;
-        administration.run();
+        if (!prune.run()) administration.run();
         return 0;
     }
 
     CLI::App app{"The file storage service of Tarn", "tarnd"};
     CLI::App* serve = app.add_subcommand("serve", "Serve until SIGTERM");
     Administration administration{app};
+    Prune prune{app};
     CLI::App* config = app.add_subcommand("config", "Look at configuration files");
     CLI::App* configCheck = config->add_subcommand("check", "Say what is wrong in a file, and where");
-    CLI::App* fsck = app.add_subcommand("fsck", "Compare everything stored with what should be there");
+    CLI::App* fsck = app.add_subcommand(
+        "fsck", "Compare everything stored with what should be there, also while it is served");
     CLI::App* status = app.add_subcommand("status", "Ask the running service how it is");
     CLI::App* backup =
         app.add_subcommand("backup", "Bring a copy of everything up to date, also while it is served");
@@ -117,9 +135,14 @@ int main(int argc, char** argv)
 {
     umask(077); // whatever is stored belongs to this user alone
     CommandLine commandLine;
+    const auto readAgain = [&] {
+        CommandLine again;
+        again.app.parse(argc, argv);
+        return again.options;
+    };
     try {
         commandLine.app.parse(argc, argv);
-        return commandLine.run();
+        return commandLine.run(readAgain);
     } catch (const CLI::ParseError& error) {
         return commandLine.app.exit(error) == 0 ? 0 : usage;
     } catch (const ServiceError& error) {

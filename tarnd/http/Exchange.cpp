@@ -56,7 +56,31 @@ void Exchange::fail(const ServiceError& error)
     const bool forPeople = taken != nullptr && taken->access == Access::anybody;
     refusal = forPeople ? publicErrorPage(error) : errorReply(error);
     if (call) call->upload.reset();
+    endTransfer();
+}
+
+/// Whoever watches must see most when others ask too much.
+void Exchange::limitRequests()
+{
+    const bool watches = taken->access == Access::monitor || taken->access == Access::numbers;
+    if (!watches && !site.rate.admit(client.address)) throw sentences::tooManyRequests();
+}
+
+void Exchange::beginTransfer(Gauge& gauge)
+{
+    const auto user = static_cast<std::uint64_t>(call->caller.userId);
+    addressTurn = site.addressTransfers.enter(client.address);
+    if (!addressTurn) throw sentences::tooManyTransfers(std::to_string(site.addressTransfers.limit()));
+    if (user != 0) userTurn = site.userTransfers.enter(user);
+    if (user != 0 && !userTurn) throw sentences::tooManyTransfers(std::to_string(site.userTransfers.limit()));
+    transfer.emplace(gauge);
+}
+
+void Exchange::endTransfer()
+{
     transfer.reset();
+    addressTurn.reset();
+    userTurn.reset();
 }
 
 void Exchange::route(RequestHead head)
@@ -67,17 +91,18 @@ void Exchange::route(RequestHead head)
     taken = &routeOf(*request);
     if (scripted && scripted->kind == Fault::Kind::refuse) throw sentences::toldToRefuse();
     call.emplace(Call{site.store, site.publicUrl, *request, tailOf(*taken, *request), {}, site.metrics, {}});
-    // Whoever watches must see most when others ask too much.
-    const bool watches = taken->access == Access::monitor || taken->access == Access::numbers;
-    if (!watches && !site.rate.admit(client.address)) throw sentences::tooManyRequests();
+    limitRequests();
     if (taken->access == Access::numbers) requireWatcher();
     if (taken->access == Access::token) site.failedLogins.check(client.address);
     if (taken->access == Access::session)
         call->caller = site.store.sessions().touch(request->header("x-qz-tarn-session-id"));
+    if (taken->access == Access::session &&
+        !site.userRate.admit(static_cast<std::uint64_t>(call->caller.userId)))
+        throw sentences::tooManyRequestsOfUser();
     refuseUnfitLength(*taken, *request, site.maxFileSize);
     if (taken->begin == nullptr) return;
+    beginTransfer(site.metrics.uploads);
     taken->begin(*call);
-    transfer.emplace(site.metrics.uploads);
 }
 
 /// A proxy on this machine asks for others, and says so.
@@ -123,7 +148,12 @@ bool Exchange::receive(const char* data, std::size_t size)
 Reply Exchange::finish()
 {
     Reply reply;
-    if (!refusal) guarded([&] { reply = taken->handle(*call); });
+    if (!refusal)
+        guarded([&] {
+            reply = taken->handle(*call);
+            endTransfer();
+            if (reply.file) beginTransfer(site.metrics.downloads);
+        });
     if (refusal) reply = std::move(*refusal);
     const bool isLogin = taken != nullptr && taken->access == Access::token;
     if (isLogin && reply.status == 401) try {
@@ -133,8 +163,6 @@ Reply Exchange::finish()
         }
     status = reply.status;
     sent = reply.file ? reply.fileSize : reply.text.size();
-    transfer.reset();
-    if (reply.file) transfer.emplace(site.metrics.downloads);
     // Now rather than at the end: a client that leaves without its reply has still removed what it removed.
     if (taken != nullptr && call && !taken->event.empty())
         site.audit.add(taken->event, requestId(), client, *call, status);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "tarnd/http/AtATime.h"
 #include "tarnd/http/AuditLog.h"
 #include "tarnd/http/FailedLogins.h"
 #include "tarnd/http/FaultScript.h"
@@ -28,14 +29,16 @@ enum class NumbersFor {
 /// What every request is answered from. Outlives all of them.
 struct Site {
     Store& store;
-    std::string publicUrl;     ///< what public links begin with, without a slash at the end
-    std::uint64_t maxFileSize; ///< bytes of one upload
+    std::string publicUrl;                  ///< what public links begin with, without a slash at the end
+    std::atomic<std::uint64_t> maxFileSize; ///< bytes of one upload
     RequestLog log;
     AuditLog audit;
     NumbersFor numbersFor;
     Metrics metrics = {};
     FailedLogins failedLogins = {};
-    RequestRate rate = {};
+    RequestRate rate = {};     ///< of an address
+    RequestRate userRate = {}; ///< of a user, wherever the requests come from
+    AtATime addressTransfers = {}, userTransfers = {};
     const std::string requestIds = randomHex(4); ///< what the ids of requests begin with
     std::atomic<std::uint32_t> requests = 0;     ///< so far
     Faults faults = {};                          ///< what goes wrong on purpose
@@ -86,6 +89,9 @@ private:
     void route(RequestHead head);
     void fail(const ServiceError& error);
     void requireWatcher() const;
+    void limitRequests();
+    void beginTransfer(Gauge& gauge);
+    void endTransfer();
     std::string requestId() const;
     LoggedRequest logged(bool complete) const;
 
@@ -108,6 +114,7 @@ private:
     std::uint64_t sent = 0; ///< bytes of its body
     const Counted underWay;
     std::optional<Counted> transfer;
+    AtATime::Turn addressTurn, userTurn; ///< of the transfer
 };
 
 } // namespace tarnd

@@ -5,6 +5,7 @@
 #include "tarnd/http/ReceivedHead.h"
 #include "tarnd/http/Sentences.h"
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <chrono>
@@ -197,9 +198,15 @@ thread_local MHD_Connection* receivingHead = nullptr;
 } // namespace
 
 struct HttpServer::Connections {
-    explicit Connections(Site& theSite, const ConnectionLimits& limits) : site(theSite), table(limits) {}
+    Connections(Site& theSite, const ServerOptions& theOptions)
+        : site(theSite), options(theOptions), table(theOptions.limits)
+    {
+    }
 
-    void start(const ServerOptions& options);
+    void start();
+    void stop();
+    MHD_Daemon* startDaemon(const std::string& certificate, const std::string& key);
+    void useCertificate(const std::string& certificate, const std::string& key);
     bool drain(std::chrono::milliseconds limit);
 
     MHD_Result begin(MHD_Connection* connection, RequestHead head, Exchange& exchange);
@@ -219,8 +226,11 @@ struct HttpServer::Connections {
     static void onComplaint(void* self, const char* format, va_list arguments);
 
     Site& site;
+    const ServerOptions options;
     ConnectionTable table;
-    MHD_Daemon* daemon = nullptr;
+    std::mutex daemonMutex; ///< guards the member below
+    /// One for each certificate that a connection may still have; new connections go to the last.
+    std::vector<MHD_Daemon*> daemons;
     std::atomic<bool> draining = false;
     std::mutex mutex;         ///< guards the members below
     std::string complaint;    ///< the last thing the server library said
@@ -347,7 +357,7 @@ void HttpServer::Connections::onComplaint(void* self, const char* format, va_lis
         refuseLength(std::exchange(receivingHead, nullptr));
 }
 
-void HttpServer::Connections::start(const ServerOptions& options)
+MHD_Daemon* HttpServer::Connections::startDaemon(const std::string& certificate, const std::string& key)
 {
     DaemonOptions daemonOptions;
     daemonOptions.addCallback(MHD_OPTION_URI_LOG_CALLBACK, &onRequestLine, this);
@@ -359,10 +369,10 @@ void HttpServer::Connections::start(const ServerOptions& options)
     daemonOptions.add(MHD_OPTION_CONNECTION_MEMORY_LIMIT, connectionMemory);
     daemonOptions.add(MHD_OPTION_THREAD_STACK_SIZE, threadStack);
     daemonOptions.add(MHD_OPTION_CONNECTION_TIMEOUT, options.idleTimeout.count());
-    const bool tls = !options.tlsCertificate.empty();
+    const bool tls = !certificate.empty();
     if (tls) {
-        daemonOptions.addText(MHD_OPTION_HTTPS_MEM_CERT, options.tlsCertificate);
-        daemonOptions.addText(MHD_OPTION_HTTPS_MEM_KEY, options.tlsKey);
+        daemonOptions.addText(MHD_OPTION_HTTPS_MEM_CERT, certificate);
+        daemonOptions.addText(MHD_OPTION_HTTPS_MEM_KEY, key);
         daemonOptions.addText(MHD_OPTION_HTTPS_PRIORITIES, tlsPriorities);
     }
     // A request may wait for disk, database or a lock: with a thread per connection it holds up no other one.
@@ -370,15 +380,48 @@ void HttpServer::Connections::start(const ServerOptions& options)
     unsigned flags = MHD_USE_THREAD_PER_CONNECTION | MHD_USE_INTERNAL_POLLING_THREAD | MHD_USE_POLL |
                      MHD_USE_NO_LISTEN_SOCKET | MHD_USE_ITC | MHD_USE_ERROR_LOG;
     if (tls) flags |= MHD_USE_TLS;
-    daemon =
+    auto* const daemon =
         MHD_start_daemon(flags, 0, nullptr, nullptr, &onRequest, this, MHD_OPTION_EXTERNAL_LOGGER,
                          &onComplaint, this, MHD_OPTION_ARRAY, daemonOptions.terminated(), MHD_OPTION_END);
-    if (daemon == nullptr) {
-        complaint.erase(complaint.find_last_not_of('\n') + 1);
-        throw std::runtime_error(
-            "The HTTP server did not start: " + complaint +
-            (tls ? " Check that certificate and key are PEM files and belong together." : ""));
+    if (daemon != nullptr) return daemon;
+    const std::lock_guard lock(mutex);
+    complaint.erase(complaint.find_last_not_of('\n') + 1);
+    throw std::runtime_error(
+        "The HTTP server did not start: " + complaint +
+        (tls ? " Check that certificate and key are PEM files and belong together." : ""));
+}
+
+/// The server library takes a certificate at its start only.
+void HttpServer::Connections::useCertificate(const std::string& certificate, const std::string& key)
+{
+    if (options.tlsCertificate.empty())
+        throw std::runtime_error("TLS begins with a start of the service only.");
+    auto* const fresh = startDaemon(certificate, key);
+    std::vector<MHD_Daemon*> unused;
+    {
+        const std::lock_guard lock(daemonMutex);
+        const auto isUsed = [](MHD_Daemon* daemon) {
+            return MHD_get_daemon_info(daemon, MHD_DAEMON_INFO_CURRENT_CONNECTIONS)->num_connections > 0;
+        };
+        const auto idle = std::stable_partition(daemons.begin(), daemons.end(), isUsed);
+        unused.assign(idle, daemons.end());
+        daemons.erase(idle, daemons.end());
+        daemons.push_back(fresh);
     }
+    for (auto* daemon : unused)
+        MHD_stop_daemon(daemon);
+}
+
+void HttpServer::Connections::stop()
+{
+    const std::lock_guard lock(daemonMutex);
+    for (auto* daemon : daemons)
+        MHD_stop_daemon(daemon);
+}
+
+void HttpServer::Connections::start()
+{
+    daemons.push_back(startDaemon(options.tlsCertificate, options.tlsKey));
     acceptor = std::make_unique<Acceptor>(options.listenSocket, table,
                                           [this](int fd, const sockaddr_storage& address, socklen_t size) {
                                               return handOver(fd, address, size);
@@ -387,7 +430,9 @@ void HttpServer::Connections::start(const ServerOptions& options)
 
 bool HttpServer::Connections::handOver(int fd, const sockaddr_storage& address, socklen_t size)
 {
-    return MHD_add_connection(daemon, fd, reinterpret_cast<const sockaddr*>(&address), size) == MHD_YES;
+    const std::lock_guard lock(daemonMutex); // so that the one it goes to is not given up meanwhile
+    return MHD_add_connection(daemons.back(), fd, reinterpret_cast<const sockaddr*>(&address), size) ==
+           MHD_YES;
 }
 
 bool HttpServer::Connections::drain(std::chrono::milliseconds limit)
@@ -400,15 +445,20 @@ bool HttpServer::Connections::drain(std::chrono::milliseconds limit)
 }
 
 HttpServer::HttpServer(const ServerOptions& options, Site& site)
-    : connections(std::make_unique<Connections>(site, options.limits))
+    : connections(std::make_unique<Connections>(site, options))
 {
-    connections->start(options);
+    connections->start();
+}
+
+void HttpServer::useCertificate(const std::string& certificate, const std::string& key)
+{
+    connections->useCertificate(certificate, key);
 }
 
 HttpServer::~HttpServer()
 {
     drain(std::chrono::milliseconds(0));
-    MHD_stop_daemon(connections->daemon);
+    connections->stop();
 }
 
 bool HttpServer::drain(std::chrono::milliseconds limit)

@@ -36,6 +36,10 @@ public:
     /// when they are; may be called again when they are not.
     bool drain(std::chrono::milliseconds limit);
 
+    /// Connections that come from now on get this certificate; those that are there go on with theirs. PEM both.
+    /// @throws std::runtime_error for a certificate that cannot be used, or a server without TLS; nothing changes then
+    void useCertificate(const std::string& certificate, const std::string& key);
+
 private:
     struct Connections;
     std::unique_ptr<Connections> connections;

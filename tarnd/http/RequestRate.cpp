@@ -6,28 +6,29 @@ namespace tarnd {
 
 namespace {
 
-/// So many addresses take a few hundred kilobytes; then those that have been quiet go.
-constexpr std::size_t manyAddresses = 10'000;
+/// So many take a few hundred kilobytes; then those that have been quiet go.
+constexpr std::size_t many = 10'000;
 
 } // namespace
 
-bool RequestRate::admit(ClientAddress client)
+bool RequestRate::admit(std::uint64_t who)
 {
-    if (limit == 0) return true;
+    const auto most = limit.load();
+    if (most == 0) return true;
     const auto now = Clock::now();
     const std::lock_guard lock(mutex);
-    if (shares.size() >= manyAddresses) forgetTheQuiet(now);
-    auto& share = shares.try_emplace(client, Share{static_cast<double>(limit), now}).first->second;
-    refill(share, now);
+    if (shares.size() >= many) forgetTheQuiet(now);
+    auto& share = shares.try_emplace(who, Share{static_cast<double>(most), now}).first->second;
+    refill(share, now, most);
     if (share.left < 1) return false;
     share.left -= 1;
     return true;
 }
 
-void RequestRate::refill(Share& share, Clock::time_point now) const
+void RequestRate::refill(Share& share, Clock::time_point now, unsigned most)
 {
     const auto passed = std::chrono::duration<double>(now - share.counted).count();
-    share.left = std::min<double>(limit, share.left + passed * limit);
+    share.left = std::min<double>(most, share.left + passed * most);
     share.counted = now;
 }
 

@@ -1,22 +1,22 @@
 #pragma once
 
-#include "tarnd/http/ClientAddress.h"
-
+#include <atomic>
 #include <chrono>
+#include <cstdint>
 #include <mutex>
 #include <unordered_map>
 
 namespace tarnd {
 
-/// How many requests an address may make in a second: that many at once, and then as time goes by. Callable from
-/// any thread.
+/// How many requests an address or a user may make in a second: that many at once, and then as time goes by. Callable
+/// from any thread.
 class RequestRate {
 public:
-    /// Set it before the first request. @param requests  a second; 0: any number
+    /// Holds from the next request on. @param requests  a second; 0: any number
     void setLimit(unsigned requests) { limit = requests; }
 
-    /// Counts a request. False: the address has had its share, and has another one within a second.
-    bool admit(ClientAddress client);
+    /// Counts a request. False: who asks has had their share, and has another one within a second.
+    bool admit(std::uint64_t who);
 
 private:
     using Clock = std::chrono::steady_clock;
@@ -26,12 +26,12 @@ private:
         Clock::time_point counted;
     };
 
-    void refill(Share& share, Clock::time_point now) const;
+    static void refill(Share& share, Clock::time_point now, unsigned most);
     void forgetTheQuiet(Clock::time_point now);
 
-    unsigned limit = 0;
+    std::atomic<unsigned> limit = 0;
     std::mutex mutex; ///< guards the member below
-    std::unordered_map<ClientAddress, Share> shares;
+    std::unordered_map<std::uint64_t, Share> shares;
 };
 
 } // namespace tarnd

@@ -29,6 +29,8 @@ inline constexpr Sentence numbersAreLocal        {Kind::notAllowed, "numbersAreL
 inline constexpr Sentence toldToRefuse            {Kind::badRequest, "toldToRefuse", "The service was told to refuse this request."};
 
 inline constexpr Sentence tooManyRequests         {Kind::tooMany, "tooManyRequests", "Too many requests come from your address. Try again in a second."};
+inline constexpr Sentence tooManyRequestsOfUser   {Kind::tooMany, "tooManyRequests", "You make too many requests. Try again in a second."};
+inline constexpr Sentence tooManyTransfers        {Kind::tooMany, "tooManyTransfers", "{} uploads and downloads may go on at a time, and yours are as many. Try again when one has ended."};
 
 // Target and parameters.
 inline constexpr Sentence badTarget         {Kind::badRequest, "badTarget", "The address of the request holds characters that must be percent-encoded."};

@@ -19,6 +19,7 @@ struct FsckReport {
 
 /// Verifies size and SHA-256 of every content, looks for contents without a version and for faults of the
 /// tree. Changes nothing. Blocks for as long as reading everything takes.
-FsckReport fsck(Engine engine);
+/// @param isBesideOthers  others may be writing and deleting
+FsckReport fsck(Engine engine, bool isBesideOthers = false);
 
 } // namespace tarnd

@@ -2,8 +2,13 @@
 
 #include "tarnd/store/Database.h"
 #include "tarnd/store/Dialect.h"
+#include "tarnd/store/FileSystem.h"
+#include "tarnd/store/UniqueFd.h"
 
 #include <Poco/String.h>
+#include <cstdio>
+#include <fcntl.h>
+#include <unistd.h>
 
 namespace tarnd {
 
@@ -137,9 +142,26 @@ std::int64_t versionOf(Transaction& transaction)
     return std::stoll(*version);
 }
 
-void upgrade(Transaction& transaction, const Dialect& dialect)
+/// Under the write lock, so that it is of the moment before. Under its own name only once it is on the disk.
+void keepCopy(const Dialect& dialect, const std::filesystem::path& folder)
+{
+    if (dialect.hasManyWriters()) return; // a server of its own, whose operators make their copies there
+    const auto fresh = folder / "tarn.db.before-upgrade.new", copy = folder / "tarn.db.before-upgrade";
+    std::filesystem::remove(fresh);
+    dialect.copyTo(fresh);
+    const UniqueFd file(::open(fresh.c_str(), O_RDONLY | O_CLOEXEC));
+    if (!file || ::fsync(file.get()) != 0) throw systemError(fresh);
+    std::filesystem::rename(fresh, copy);
+    syncFolder(folder);
+    std::fprintf(stderr, "tarnd: the database is brought up to date; as it was it stays in %s\n",
+                 copy.c_str());
+}
+
+void upgrade(Transaction& transaction, const Dialect& dialect, const std::filesystem::path& folder)
 {
     const auto before = versionOf(transaction);
+    if (before == schemaVersion) return; // another process was faster
+    keepCopy(dialect, folder);
     for (const auto& [version, statement] : upgrades)
         if (version > before) transaction.run(inTypesOf(dialect, statement));
     transaction.run("UPDATE meta SET value = $1 WHERE name = 'schema'", std::to_string(schemaVersion));
@@ -153,7 +175,7 @@ bool hasTables(Transaction& transaction, const Dialect& dialect)
 } // namespace
 
 /// Whoever finds no tables looks again under the write lock: another process may be making them.
-void prepareSchema(Database& database)
+void prepareSchema(Database& database, const std::filesystem::path& folder)
 {
     const auto& dialect = database.dialect();
     if (!database.read([&](Transaction& transaction) { return hasTables(transaction, dialect); }))
@@ -163,7 +185,7 @@ void prepareSchema(Database& database)
     const auto version = database.read(versionOf);
     if (version > schemaVersion) throw sentences::newerSchema();
     if (version < schemaVersion)
-        database.write([&](Transaction& transaction) { upgrade(transaction, dialect); });
+        database.write([&](Transaction& transaction) { upgrade(transaction, dialect, folder); });
 }
 
 } // namespace tarnd

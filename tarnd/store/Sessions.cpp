@@ -10,9 +10,6 @@ namespace {
 constexpr std::size_t sessionIdBytes = 24;
 constexpr std::int64_t minute = 60 * 1000;
 
-/// More than one person's devices and scripts take, few enough that a loop of logins fills no disk.
-constexpr std::int64_t sessionsPerUser = 100;
-
 /// The stored time of the last use may lag by this much, which spares a write per request.
 constexpr std::int64_t touchInterval = minute;
 
@@ -35,7 +32,7 @@ std::string Sessions::login(const std::string& token)
         transaction.run(
             R"(DELETE FROM sessions WHERE account = $1 AND id NOT IN (
                    SELECT id FROM sessions WHERE account = $2 ORDER BY used DESC, id LIMIT $3))",
-            account.id, account.id, sessionsPerUser);
+            account.id, account.id, mostPerUser);
     });
     return id;
 }

@@ -15,13 +15,13 @@ class Transaction;
 /// share it; it dies after its idle life. All calls block on the database and may run on any thread.
 class Sessions {
 public:
-    Sessions(Engine engine, Accounts& accounts, std::uint32_t idleMinutes)
-        : engine(std::move(engine)), accounts(accounts), minutesIdle(idleMinutes)
+    Sessions(Engine engine, Accounts& accounts, std::uint32_t idleMinutes, std::uint32_t perUser)
+        : engine(std::move(engine)), accounts(accounts), minutesIdle(idleMinutes), mostPerUser(perUser)
     {
     }
 
-    /// Opens a session for the account the token belongs to and returns its id. A user has 100 sessions at
-    /// most: one more ends the one that was idle for the longest.
+    /// Opens a session for the account the token belongs to and returns its id. One more than a user may have ends
+    /// the one that was idle for the longest.
     /// @throws ServiceError loginRequired for a token no account has
     std::string login(const std::string& token);
 
@@ -60,6 +60,7 @@ private:
     Engine engine;
     Accounts& accounts;
     std::uint32_t minutesIdle;
+    std::uint32_t mostPerUser;
 };
 
 /// Keeps the session of a request that takes long from dying of idleness.

@@ -41,10 +41,10 @@ std::size_t readersFor(const StoreOptions& options)
 }
 
 /// Connects, so that a wrong URL or a damaged file is told as such and not as a failed request.
-void prepare(Database& database)
+void prepare(Database& database, const std::filesystem::path& folder)
 {
     try {
-        prepareSchema(database);
+        prepareSchema(database, folder);
     } catch (const ServiceError& error) {
         if (error.kind() != ServiceError::Kind::unavailable && error.what() != sentences::internal.text)
             throw;
@@ -56,14 +56,15 @@ void prepare(Database& database)
 
 struct Store::Parts {
     Parts(StoreOptions options, Purpose purpose)
-        : directory(openDirectory(options, purpose))
+        : isBesideOthers(purpose == Purpose::copy || !options.databaseUrl.empty())
+        , directory(openDirectory(options, purpose))
         , database(dialectFor(options, directory), readersFor(options))
         , contents(directory.path(), std::move(options.writeListener), options.keepFree)
         , engine{database, contents, options.clock}
-        , sessions(engine, accounts, options.sessionIdleMinutes)
+        , sessions(engine, accounts, options.sessionIdleMinutes, options.sessionsPerUser)
     {
         // Nothing is removed before it is certain that contents and database belong together.
-        prepare(database);
+        prepare(database, directory.path());
         directory.join(database, contents);
         database.makeRoom = [this] { return contents.room().giveReserve(); };
         // Only a server cleans up: administration works beside one, and a check must not change what it looks at.
@@ -74,6 +75,7 @@ struct Store::Parts {
         contents.room().takeReserve();
     }
 
+    const bool isBesideOthers; ///< who may change what is stored meanwhile
     DataDirectory directory;
     Database database;
     ContentFolder contents;
@@ -160,7 +162,7 @@ void Store::finishDrops()
 FsckReport Store::fsck()
 {
     finishDrops(); // or it would meet contents whose rows are gone
-    return tarnd::fsck(parts->engine);
+    return tarnd::fsck(parts->engine, parts->isBesideOthers);
 }
 
 CopyReport Store::copyTo(const std::filesystem::path& target, CopyPurpose purpose)

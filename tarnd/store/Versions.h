@@ -6,6 +6,7 @@
 #include "tarnd/store/ItemPath.h"
 
 #include <cstdint>
+#include <limits>
 #include <string>
 #include <vector>
 
@@ -24,6 +25,18 @@ struct VersionHistory {
     std::vector<Version> versions; ///< newest (highest label) first
 };
 
+/// Which versions are old: those that are it in both respects.
+struct PruneRule {
+    std::int64_t keep = 0; ///< so many of each file are not, the newest
+    std::int64_t before = std::numeric_limits<std::int64_t>::max(); ///< only what was stored earlier is
+};
+
+struct PruneReport {
+    std::string user;
+    std::int64_t versions = 0;
+    std::int64_t bytes = 0; ///< of these versions; contents that others share stay
+};
+
 /// The earlier contents of a file. All calls block and may run on any thread; ServiceError as in Catalog.
 class Versions {
 public:
@@ -37,6 +50,12 @@ public:
     /// @throws ServiceError also badRequest for an unknown version or none given
     VersionStamp restore(const Caller& caller, const Location& location, const VersionChoice& version,
                          bool createNewVersion);
+
+    /// Deletes the old versions of all files, never a current one; contents that no version names any more go after
+    /// it. Tells of each user who had any, in the order of their names.
+    /// @param user    of this one only; empty: of all @throws ServiceError badRequest for an unknown one
+    /// @param dryRun  deletes nothing, and tells what would go
+    std::vector<PruneReport> prune(const PruneRule& rule, const std::string& user, bool dryRun);
 
 private:
     Engine engine;

@@ -3,7 +3,9 @@
 #include "tests/tarnd/http/ServiceTest.h"
 
 #include <atomic>
+#include <chrono>
 #include <fstream>
+#include <iterator>
 #include <thread>
 
 namespace tarnd::test {
@@ -105,6 +107,57 @@ TEST_F(Administration, NobodyGetsBeyondTheQuota)
     EXPECT_EQ(service.run({"fsck"}).exitCode, 0) << "counts what versions take";
 }
 
+TEST_F(Administration, PruningLeavesTheCurrentVersionsAndThoseThatAreNotOldInBothRespects)
+{
+    const auto audit = service.dataDir().parent_path() / "audit";
+    const auto versionsOf = [&](const std::string& path) {
+        std::string labels;
+        const auto history = parseXml(asAlice("GET", "/service/v1/versions/files" + path).body);
+        for (const auto* label : history.all("VersionLabel"))
+            labels += label->text + " ";
+        return labels;
+    };
+    for (const auto* path : {"/f", "/g"})
+        for (int i = 1; i <= 5; ++i)
+            ASSERT_EQ(store(path, 10, "CREATE_OR_UPDATE&createNewVersion=true"), 200);
+    for (const auto* query :
+         {"versionLabel=2", "versionLabel=1&createNewVersion=true"}) // the second shares a content
+        require(asAlice("PUT", std::string("/service/v1/versions/files/") + (query[13] == '2' ? "f?" : "g?") +
+                                   query));
+
+    const struct {
+        std::vector<std::string> rule;
+        std::string told, f, g;
+    } rows[] = {
+        {{"--keep", "1", "--older-than", "1h"},
+         "Deleted 0 versions of 0 bytes.",
+         "5 4 3 2 1 ",
+         "6 5 4 3 2 1 "},
+        {{"--keep", "3", "-n"}, "Would delete 4 versions of 40 bytes.", "5 4 3 2 1 ", "6 5 4 3 2 1 "},
+        {{"--keep", "3", "--user", "bob"}, "Deleted 0 versions", "5 4 3 2 1 ", "6 5 4 3 2 1 "},
+        {{"--keep", "3", "--audit-log", audit}, "Deleted 4 versions of 40 bytes.", "5 4 3 2 ", "6 5 4 "},
+        {{"--keep", "1"}, "Deleted 4 versions of 40 bytes.", "5 2 ", "6 "},
+    };
+
+    for (const auto& [rule, told, ofF, ofG] : rows) {
+        auto arguments = rule;
+        arguments.insert(arguments.begin(), "prune");
+        EXPECT_THAT(tell(arguments), HasSubstr(told));
+        EXPECT_EQ(versionsOf("/f"), ofF) << told;
+        EXPECT_EQ(versionsOf("/g"), ofG) << told;
+    }
+    EXPECT_EQ(asAlice("GET", "/service/v1/files/g").body, std::string(10, 'x'));
+    EXPECT_THAT(tell({"user", "list", "-l"}), HasSubstr(" 30 bytes of any "));
+    std::ifstream log(audit);
+    EXPECT_THAT(std::string(std::istreambuf_iterator<char>(log), {}),
+                HasSubstr(R"("event":"prune","user":"alice","versions":4,"bytes":40})"));
+    const auto fsck = service.run({"fsck"}); // beside the service
+    EXPECT_EQ(fsck.exitCode, 0) << fsck.out << fsck.err;
+    EXPECT_THAT(fsck.out, HasSubstr(" 3 contents of 30 bytes"));
+    EXPECT_EQ(service.run({"prune"}).exitCode, 2);
+    EXPECT_EQ(service.run({"prune", "--older-than", "9"}).exitCode, 2);
+}
+
 TEST_F(Administration, AConfigurationFileCountsUnlessTheCommandLineSaysOtherwise)
 {
     const auto file = service.dataDir().parent_path() / "tarnd.toml";
@@ -134,6 +187,18 @@ TEST_F(Administration, AConfigurationFileCountsUnlessTheCommandLineSaysOtherwise
     EXPECT_EQ(store("/f", 1025), 413);
     EXPECT_EQ(send(requestText("GET", "/metrics")).status, 200);
     EXPECT_TRUE(std::filesystem::exists(file.parent_path() / "log"));
+    const auto readAnew = [&](const std::string& text, const std::string& line) {
+        say(text);
+        service.signal(SIGHUP);
+        const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+        while (service.errors().find(line) == std::string::npos && std::chrono::steady_clock::now() < limit)
+            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        EXPECT_THAT(service.errors(), HasSubstr(line));
+    };
+    readAnew("max-file-size = 2000", "tarnd: limits and certificate are read anew");
+    EXPECT_EQ(store("/f", 1025), 200);
+    readAnew("max-file-size = '1X'", "stay as they were: ");
+    EXPECT_EQ(store("/f", 1025), 200);
 }
 
 } // namespace

@@ -112,33 +112,93 @@ TEST_F(Flood, OfWrongTokensIsHeldBack)
     EXPECT_NE(logIn(aliceToken), "");
 }
 
-/// Whoever asks too much is told when to come back, and nobody else notices.
-TEST(RequestRate, HoldsForEachAddress)
+/// Whoever asks too much is told when to come back, and nobody else notices: by address, and by user.
+TEST(RequestRate, HoldsForEachAddressAndForEachUser)
 {
-    TarndProcess service({"--request-rate", "5"});
-    service.start();
-    const auto ask = [&](const std::string& target, const std::string& from) {
-        Wire wire(service.port(), from);
-        wire.send(requestText("GET", target));
-        return wire.receive().value_or(WireReply{});
-    };
-    std::map<int, int> count;
-    WireReply last;
-    const auto begun = std::chrono::steady_clock::now();
-    for (int i = 0; i < 50; ++i)
-        ++count[(last = ask("/service/v1/ping", "127.0.0.2")).status];
-    const auto seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - begun).count();
-    EXPECT_GE(count[401], 5);
-    EXPECT_LE(count[401], 6 + 5 * seconds);
-    EXPECT_EQ(count[401] + count[429], 50);
-    EXPECT_TRUE(last.status != 429 || last.headers["retry-after"] == "1");
-    EXPECT_EQ(ask("/service/v1/ping", "127.0.0.3").status, 401);
-    EXPECT_EQ(ask("/health/live", "127.0.0.2").status, 200);
-    for (int i = 0; i < 100 && last.status == 429; ++i) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(50));
-        last = ask("/service/v1/ping", "127.0.0.2");
+    for (const auto* const limit : {"--request-rate", "--user-request-rate"}) {
+        SCOPED_TRACE(limit);
+        TarndProcess service({limit, "5"});
+        service.start();
+        const auto sessionOf = [&](const std::string& name) {
+            ServiceUser user(service.url());
+            user.login(service.addUser(name));
+            return user.session();
+        };
+        const auto alice = sessionOf("alice"), bob = sessionOf("bob");
+        const auto ask = [&](const std::string& target, const std::string& from, const std::string& session) {
+            Wire wire(service.port(), from);
+            wire.send(requestText("GET", target, session));
+            return wire.receive().value_or(WireReply{});
+        };
+        std::map<int, int> count;
+        WireReply last;
+        const auto begun = std::chrono::steady_clock::now();
+        for (int i = 0; i < 50; ++i)
+            ++count[(last = ask("/service/v1/ping", "127.0.0.2", alice)).status];
+        const auto seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - begun).count();
+        EXPECT_GE(count[200], 5);
+        EXPECT_LE(count[200], 6 + 5 * seconds);
+        EXPECT_EQ(count[200] + count[429], 50);
+        EXPECT_TRUE(last.status != 429 || last.headers["retry-after"] == "1");
+        const bool ofAddress = limit == std::string("--request-rate");
+        EXPECT_EQ(ask("/service/v1/ping", ofAddress ? "127.0.0.3" : "127.0.0.2", bob).status, 200);
+        EXPECT_EQ(ask("/health/live", "127.0.0.2", "").status, 200);
+        for (int i = 0; i < 600 && last.status == 429; ++i) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(50));
+            last = ask("/service/v1/ping", "127.0.0.2", alice);
+        }
+        EXPECT_EQ(last.status, 200) << "a second later";
     }
-    EXPECT_EQ(last.status, 401) << "a second later";
+}
+
+class FewTransfers : public Flood {
+protected:
+    FewTransfers() : Flood({"--user-transfers", "2", "--address-transfers", "3", "--user-sessions", "2"}) {}
+};
+
+TEST_F(FewTransfers, AtATimeForAUserAndForAnAddress)
+{
+    put("/r", "content");
+    const auto begin = [&](const std::string& session, const std::string& from) {
+        auto wire = std::make_unique<Wire>(service.port(), from);
+        wire->send(uploadHead(session, 1000) + "a");
+        return wire;
+    };
+    const auto underWay = [&](int number) {
+        const auto line = "tarnd_transfers{direction=\"in\"} " + std::to_string(number) + "\n";
+        return comesTrue(
+            [&] { return send(requestText("GET", "/metrics")).body.find(line) != std::string::npos; });
+    };
+    const auto read = [&](const std::string& session, const std::string& from) {
+        Wire wire(service.port(), from);
+        wire.send(requestText("GET", "/service/v1/files/r", session));
+        return wire.receive().value_or(WireReply{}).status;
+    };
+    std::vector<std::unique_ptr<Wire>> slow;
+    slow.push_back(begin(alice, "127.0.0.2"));
+    slow.push_back(begin(alice, "127.0.0.3"));
+    ASSERT_TRUE(underWay(2));
+    EXPECT_EQ(read(alice, "127.0.0.4"), 429) << "the user's third";
+    slow.push_back(begin(bob, "127.0.0.3"));
+    slow.push_back(begin(bob, "127.0.0.3"));
+    ASSERT_TRUE(underWay(4));
+    EXPECT_EQ(asAlice("GET", "/service/v1/ping").status, 200);
+    slow.clear(); // alice's and bob's hang up
+    ASSERT_TRUE(underWay(0));
+    EXPECT_EQ(read(alice, "127.0.0.4"), 200);
+
+    const auto token = service.addUser("carol");
+    const auto first = logIn(token), second = logIn(token);
+    for (const auto& session : {alice, bob, first})
+        slow.push_back(begin(session, "127.0.0.5"));
+    ASSERT_TRUE(underWay(3));
+    EXPECT_EQ(read(alice, "127.0.0.5"), 429) << "the address's fourth";
+    EXPECT_EQ(read(alice, "127.0.0.6"), 200);
+    logIn(token);
+    int ended = 0;
+    for (const auto& session : {first, second})
+        ended += send(requestText("GET", "/service/v1/ping", session)).status == 401;
+    EXPECT_EQ(ended, 1) << "by the third login";
 }
 
 } // namespace

@@ -151,7 +151,7 @@ TEST(HandedOverSocket, IsListenedOn)
     EXPECT_EQ(result.exitCode, 0) << result.out << result.err;
 }
 
-TEST(Tls, VersionsBefore12AreRefused)
+TEST(Tls, IsOf12OrNewerAndTakesANewCertificateWhileItRuns)
 {
     const TarndProcess files; // never started: a folder
     const auto folder = files.dataDir().string();
@@ -167,6 +167,23 @@ TEST(Tls, VersionsBefore12AreRefused)
     EXPECT_THAT(shell(connect + " -tls1_2"), ::testing::HasSubstr("New, TLSv1.2"));
     EXPECT_THAT(shell(connect + " -tls1_1"), ::testing::HasSubstr("unexpected eof"))
         << "the service hangs up";
+
+    const auto subject = [&] {
+        return shell("(" + connect + " </dev/null 2>/dev/null | openssl x509 -noout -subject)");
+    };
+    const auto takesAnew = [&](const std::string& told) {
+        service.signal(SIGHUP);
+        const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+        while (service.errors().find(told) == std::string::npos && std::chrono::steady_clock::now() < limit)
+            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    };
+    shell("openssl req -x509 -newkey ec -pkeyopt ec_paramgen_curve:P-256 -nodes -subj /CN=renewed "
+          "-keyout new -out cert");
+    takesAnew("stay as they were"); // certificate and key do not belong together
+    EXPECT_THAT(subject(), ::testing::HasSubstr("CN = test"));
+    shell("mv new key");
+    takesAnew("are read anew");
+    EXPECT_THAT(subject(), ::testing::HasSubstr("CN = renewed"));
 }
 
 } // namespace

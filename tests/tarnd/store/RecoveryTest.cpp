@@ -46,6 +46,13 @@ TEST_F(RecoveryTest, AStoreOfEveryEarlierVersionIsBroughtUpToDate)
             sql.run("UPDATE meta SET value = $1 WHERE name = 'schema'", std::to_string(oldest));
         });
         open();
+        if (place.isSqlite()) {
+            const auto copied =
+                Database(sqliteDialect(place.folder / "tarn.db.before-upgrade")).read([](auto& sql) {
+                    return sql.template value<std::string>("SELECT value FROM meta WHERE name = 'schema'");
+                });
+            EXPECT_EQ(copied, std::to_string(oldest));
+        }
         EXPECT_EQ(get(alice, at("/f")), "old");
         EXPECT_EQ(problems(), "");
         EXPECT_EQ(store->links().get(alice, at("/f")), link);
