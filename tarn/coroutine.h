@@ -121,8 +121,11 @@ detail::FutureAwaiter<T> operator co_await(Future<T>&& future)
 
 } // namespace connector
 
+/// @cond doxygen looks for the namespace of this in ours
 template <class T, class... Arguments>
 struct std::coroutine_traits<connector::Future<T>, Arguments...> {
     using promise_type = std::conditional_t<std::is_void_v<T>, connector::detail::VoidCoroutine,
                                             connector::detail::ValueCoroutine<T>>;
 };
+
+/// @endcond
