@@ -10,6 +10,7 @@
 #include "tarn/protocol/TarnError.h"
 #include "tarn/session/TarnSessionClient.h"
 #include "tarn/session/TarnSessionClientServiceProvider.h"
+#include "tarntesting/LostResults.h"
 #include "tarntesting/ScriptedHttpServer.h"
 #include "tarntesting/TestService.h"
 
@@ -62,6 +63,11 @@ struct HostFactory {
 
 class HostTest : public ::testing::TestWithParam<HostFactory> {
 protected:
+    void TearDown() override
+    {
+        EXPECT_EQ(lost.dropped(), std::vector<std::string>()) << "promises that the host let go of";
+    }
+
     using Reply = std::unique_ptr<Message>;
     static constexpr std::chrono::seconds patience{20};
 
@@ -132,6 +138,7 @@ protected:
         return headers;
     }
 
+    const LostResults lost;
     std::unique_ptr<HostUnderTest> host = GetParam().make();
 };
 

@@ -59,7 +59,7 @@ private:
     void abandon() noexcept
     {
         if (!valid.exchange(false)) return;
-        state->failIfPending(detail::promiseDestroyedError());
+        state->failAbandoned();
     }
 
     // A copy: whoever waits for the result may destroy this promise before the waking call has returned.

@@ -2,11 +2,13 @@
 // and a line that says nothing is told.
 #include "tarntesting/TestService.h"
 #include "tarn/fileaccess/FileMessages.h"
+#include "tarn/foundation/Promise.h"
 #include "tarn/foundation/platform/TextConversion.h"
 #include "tarn/protocol/TarnError.h"
 #include "tarn/session/SessionMessages.h"
 #include "tarnhost/TarnHost.h"
 #include "tarnhost/TransportError.h"
+#include "tarntesting/LostResults.h"
 
 #include <gmock/gmock.h>
 
@@ -126,6 +128,17 @@ TEST_F(TestServiceTest, EndsSessionsByItsOwnClockAndUsersAtOnce)
     service.removeUser("alice");
     EXPECT_EQ(read(), "401");
     EXPECT_THROW(service.removeUser("alice"), std::runtime_error);
+}
+
+TEST(LostResults, AreWhatCodeForgets)
+{
+    const LostResults lost;
+    const Promise<int> unasked;
+    auto awaited = Promise<int>().getFuture();
+    EXPECT_THROW(awaited.get(), std::runtime_error);
+    static_cast<void>(makeExceptionalFuture<int>(std::runtime_error("Unseen.")).then([](Future<int>&&) {}));
+    EXPECT_THAT(lost.dropped(), ElementsAre("int"));
+    EXPECT_THAT(lost.unobserved(), ElementsAre("Unseen."));
 }
 
 } // namespace

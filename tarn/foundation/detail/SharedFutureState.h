@@ -1,6 +1,7 @@
 #pragma once
 
 #include "tarn/foundation/Export.h"
+#include "tarn/foundation/FutureWatch.h"
 
 #include <chrono>
 #include <condition_variable>
@@ -78,6 +79,16 @@ class SharedFutureState : public std::enable_shared_from_this<SharedFutureState<
 public:
     using Lock = std::unique_lock<std::mutex>;
 
+    SharedFutureState() = default;
+    SharedFutureState(const SharedFutureState&) = delete;
+    SharedFutureState& operator=(const SharedFutureState&) = delete;
+
+    ~SharedFutureState()
+    {
+        const auto* failure = std::get_if<cell(FutureStatus::exception)>(&result);
+        if (failure && *failure) reportUnobserved(*failure); // `get` would have taken it
+    }
+
     void setValue(ValueOf<T>&& value)
     {
         Lock lock(mutex);
@@ -96,6 +107,15 @@ public:
         Lock lock(mutex);
         if (status != FutureStatus::pending) return;
         resolve<FutureStatus::exception>(std::move(lock), std::move(error));
+    }
+
+    /// The same for a promise that dies. One whose future nobody ever had has nobody to tell.
+    void failAbandoned() noexcept
+    {
+        Lock lock(mutex);
+        if (status != FutureStatus::pending || !futureRetrieved) return;
+        resolve<FutureStatus::exception>(std::move(lock), promiseDestroyedError());
+        reportDropped(typeid(T));
     }
 
     /// Pending becomes cancelled and waiters wake; every other status stays as it is.
