@@ -175,7 +175,15 @@ private:
              {.valueName = "N", .most = 100, .least = 0}},
             {"--json", &command.json, "Write results and errors as JSON"},
             {"-q,--quiet", &quietly, "Show errors and warnings only"},
-            {"-v,--verbose", &verbosely, "Report every step"},
+            {"-v,--verbose", &verbosely, "Report every step, and every request with its duration"},
+            {"--log-file",
+             &command.connection.log.logFile,
+             "Append every request, try by try, to this file",
+             {.valueName = "FILE", .words = Words::local}},
+            {"--record",
+             &command.connection.log.recordFile,
+             "Write the last 100 requests into this file when something fails; see `tarn help replay`",
+             {.valueName = "FILE", .words = Words::local}},
         };
     }
 

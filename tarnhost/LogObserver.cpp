@@ -1,5 +1,7 @@
 #include "tarnhost/LogObserver.h"
 
+#include "tarnhost/detail/FailureName.h"
+
 #include <sstream>
 #include <utility>
 
@@ -52,6 +54,11 @@ void LogObserver::finished(const ObservedRequest& request, const ObservedResult&
     if (result.mayHaveHappened) line << ", may have happened";
     line << ", " << milliseconds(result.duration);
     write(line.str());
+}
+
+void LogObserver::unobserved(const std::exception_ptr& failure)
+{
+    write("A failure that nobody looked at: " + detail::nameOf(failure));
 }
 
 } // namespace connector::host

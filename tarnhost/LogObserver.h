@@ -11,6 +11,8 @@ namespace connector::host {
 ///
 ///     #7 try 1: 503, 0 B sent, 31 B received; waiting 0 ms, connecting 0.2 ms, …; again after 480 ms
 ///     #7 GET files /service/v1/files/a.txt [backup]: 200, 0 B sent, 1204 B received, 2 tries, 493.1 ms
+///
+/// and one for each failure that nobody looked at.
 class TARN_API LogObserver : public RequestObserver {
 public:
     enum class Detail { requests, tries };
@@ -21,6 +23,7 @@ public:
 
     void attempted(const ObservedRequest& request, const ObservedAttempt& attempt) override;
     void finished(const ObservedRequest& request, const ObservedResult& result) override;
+    void unobserved(const std::exception_ptr& failure) override;
 
 private:
     const std::function<void(const std::string& line)> write;

@@ -4,13 +4,14 @@
 
 #include <chrono>
 #include <cstdint>
+#include <exception>
 #include <optional>
 #include <string>
 
 namespace connector::host {
 
-/// What observers are told of a request. No secret comes here: neither headers nor bodies nor the query are, and of the
-/// path not what stands for a right, such as the token of a public link.
+/// What observers are told of a request. No secret comes here: neither headers nor bodies are, nor what stands for a
+/// right, such as the token of a public link.
 struct ObservedRequest {
     std::uint64_t id = 0;  ///< counts the observed requests of this process
     std::string operation; ///< method and area, "GET files"; "other" for what is not the service's
@@ -18,6 +19,9 @@ struct ObservedRequest {
     /// Percent-encoded, "/service/v1/files/a.txt"; "…" for the id of a file handle and for whatever follows the first
     /// word of a path that is not the service's.
     std::string path;
+    /// What the request says in its query, percent-encoded, "createMode=CREATE&bucket=alice"; of what names no item and
+    /// no user, and chooses nothing, nothing.
+    std::string parameters;
     std::string tag; ///< CallOptions::tag
 };
 
@@ -64,6 +68,10 @@ public:
     virtual void attempted(const ObservedRequest&, const ObservedAttempt&) {}
 
     virtual void finished(const ObservedRequest&, const ObservedResult&) {}
+
+    /// A future has failed, and has gone without anybody having looked (FutureWatch): of this host or of anything else
+    /// in the process.
+    virtual void unobserved(const std::exception_ptr&) {}
 };
 
 } // namespace connector::host

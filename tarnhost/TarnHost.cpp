@@ -5,6 +5,7 @@
 #include "tarn/fileaccess/FileAccessClient.h"
 #include "tarn/fileaccess/FileAccessClientServiceProvider.h"
 #include "tarn/foundation/EndpointTracking.h"
+#include "tarn/foundation/FutureWatch.h"
 #include "tarn/publiclinks/PublicLinksClient.h"
 #include "tarn/publiclinks/PublicLinksClientServiceProvider.h"
 #include "tarn/session/TarnSessionClient.h"
@@ -16,15 +17,33 @@
 #include "tarnhost/ConfigurationStore.h"
 #include "tarnhost/DeliveryThreads.h"
 #include "tarnhost/HostErrors.h"
+#include "tarnhost/RequestObserver.h"
 #include "tarnhost/Router.h"
 #include "tarnhost/detail/UrlParts.h"
 
+#include <optional>
 #include <stdexcept>
 #include <thread>
 #include <utility>
 
 namespace connector::host {
 namespace {
+
+/// Tells the observers what nobody else has heard of, on a thread of theirs.
+FutureWatch::Ears earsOf(const std::shared_ptr<DeliveryThreads>& threads,
+                         const std::vector<std::shared_ptr<RequestObserver>>& observers)
+{
+    return {.unobserved = [threads, observers](const std::exception_ptr& failure) {
+        threads->post([observers, failure] {
+            for (const auto& observer : observers) {
+                try {
+                    observer->unobserved(failure);
+                } catch (...) { // as what they throw about a request
+                }
+            }
+        });
+    }};
+}
 
 [[noreturn]] void refuseEndpoint(const std::string& reason)
 {
@@ -76,6 +95,7 @@ struct TarnHost::Parts {
     std::shared_ptr<tarn::Versioning> versioning;
     std::shared_ptr<tarn::FileTransfer> fileTransfer;
     std::shared_ptr<tarn::PublicLinks> publicLinks;
+    std::optional<FutureWatch> watch; ///< where there are observers
 };
 
 TarnHost::Parts::Parts(const Options& options)
@@ -99,6 +119,7 @@ TarnHost::Parts::Parts(const Options& options)
     add<tarn::VersioningClientServiceProvider>(Addresses::versioning(), endpoint);
     add<tarn::FileTransferClientServiceProvider>(Addresses::fileTransfer(), endpoint);
     add<tarn::PublicLinksClientServiceProvider>(Addresses::publicLinks(), endpoint);
+    if (!options.http.observers.empty()) watch.emplace(earsOf(threads, options.http.observers));
 }
 
 TarnHost::TarnHost(Options options) : parts(std::make_shared<Parts>(options)) {}

@@ -10,6 +10,7 @@
 #include "cli/terminal/Version.h"
 #include "tarn/fileaccess/FileMessages.h"
 #include "tarn/protocol/TarnError.h"
+#include "tarn/protocol/SessionQuery.h"
 #include "tarn/session/SessionMessages.h"
 #include "tarnhost/RequestObserver.h"
 
@@ -98,6 +99,7 @@ Connection::Connection(const ConnectionOptions& options, Output& output)
     settings.clientType = "cli";
     settings.http = httpOptionsFor(service, options.inFlight * options.connectionsEach);
     settings.http.replyCheck = whyNotTarn;
+    settings.http.observers = requestObservers(options.log, output);
     if (options.retries > 0) settings.http.observers.push_back(std::make_shared<WaitNotice>(output));
     if (options.timeout > 0) limitWaiting(settings.http, std::chrono::seconds(options.timeout));
     host = std::make_unique<connector::host::TarnHost>(settings);
@@ -230,6 +232,15 @@ bool Connection::logout()
         }
     }
     return !identity.user.empty() && credentialStore.remove(identity.user);
+}
+
+connector::Future<std::unique_ptr<connector::http::HttpClientResponse>>
+Connection::send(std::unique_ptr<connector::http::HttpClientRequest> request)
+{
+    using connector::host::TarnHost;
+    request->headers.emplace(sessionIdHeader, credentials.sessionId);
+    return host->connector()->getContext()->handle<connector::http::HttpClientResponse>(
+        std::move(request), TarnHost::Addresses::http());
 }
 
 void Connection::renew(unsigned loginsSeen)

@@ -3,8 +3,10 @@
 #include "cli/service/Credentials.h"
 #include "cli/service/ErrorMapping.h"
 #include "cli/service/Profile.h"
+#include "cli/service/RequestLog.h"
 #include "cli/service/Retries.h"
 #include "cli/service/TokenCommand.h"
+#include "tarn/foundation/platform/HttpClientResponse.h"
 #include "tarnhost/TarnHost.h"
 
 #include <memory>
@@ -22,6 +24,7 @@ struct ConnectionOptions {
     unsigned connectionsEach = 1; ///< for each of them: one that waited for another's would never end
     unsigned timeout = 0;         ///< seconds that the service may stay silent; 0: not told
     unsigned retries = 3;         ///< of what was interrupted and is safe to repeat
+    RequestLogOptions log;
 };
 
 /// The service that flags, environment and configuration file name. @throws Failure (usage)
@@ -85,6 +88,10 @@ public:
     connector::tarn::Versioning& versioning() { return *host->versioning(); }
 
     connector::tarn::TarnSession& session() { return *host->session(); }
+
+    /// Sends a request of no client, with the session.
+    connector::Future<std::unique_ptr<connector::http::HttpClientResponse>>
+    send(std::unique_ptr<connector::http::HttpClientRequest> request);
 
     /// The name of the bucket of who is logged in.
     std::string user() const { return credentials.user; }

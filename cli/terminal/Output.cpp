@@ -60,7 +60,7 @@ void Output::message(const std::string& text)
 
 void Output::detail(const std::string& text)
 {
-    if (!json && verbosity == Verbosity::verbose) say(text);
+    if (showsDetails()) say(text);
 }
 
 void Output::warning(const std::string& text)

@@ -22,6 +22,9 @@ public:
 
     bool isJson() const { return json; }
 
+    /// Whether `detail` tells anything.
+    bool showsDetails() const { return !json && verbosity == Verbosity::verbose; }
+
     /// Bytes as they are, to standard output. When its reader is gone the program ends as every tool in a
     /// pipe does, by SIGPIPE. @throws Failure when they cannot be written
     void data(std::string_view bytes);
@@ -32,7 +35,7 @@ public:
 
     /// Tells what was done; not with -q and not with --json.
     void message(const std::string& text);
-    /// Tells it with -v only.
+    /// Tells it with -v only. On any thread.
     void detail(const std::string& text);
     /// Something the user should know although the verb goes on; also with -q.
     /// Not with --json, where the result lists it.

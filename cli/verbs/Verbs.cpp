@@ -37,6 +37,7 @@ Verb shared();
 Verb link();
 Verb versions();
 Verb restore();
+Verb replay();
 Verb help();
 Verb version();
 Verb completion();
@@ -48,11 +49,11 @@ Verb complete();
 std::vector<Verb> allVerbs()
 {
     using namespace verbs;
-    return {login(),   logout(),     whoami(),  ping(),    doctor(), profile(),  local(),   ls(),
-            tree(),    find(),       du(),      stat(),    cat(),    edit(),     put(),     get(),
-            check(),   sync(),       apply(),   cp(),      mkdir(),  mv(),       rm(),      grant(),
-            revoke(),  grants(),     explain(), shared(),  link(),   versions(), restore(), help(),
-            version(), completion(), man(),     complete()};
+    return {login(),  logout(),  whoami(),     ping(),   doctor(),  profile(),  local(),   ls(),
+            tree(),   find(),    du(),         stat(),   cat(),     edit(),     put(),     get(),
+            check(),  sync(),    apply(),      cp(),     mkdir(),   mv(),       rm(),      grant(),
+            revoke(), grants(),  explain(),    shared(), link(),    versions(), restore(), replay(),
+            help(),   version(), completion(), man(),    complete()};
 }
 
 } // namespace tarncli

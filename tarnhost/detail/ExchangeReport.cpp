@@ -12,10 +12,38 @@ using std::chrono::microseconds;
 
 constexpr std::chrono::milliseconds leastPause{100}; ///< between two calls of a progress callback
 constexpr std::string_view servicePath = "/service/v1/";
+constexpr std::string_view linksOfItems = "/service/v1/public/urls/"; ///< an item follows, and no link
 constexpr const char* hidden = "/…";
 
+/// What may be told of a query.
+constexpr std::string_view told[] = {"accessMode",       "allowNonExistingUser",
+                                     "bucket",           "createMode",
+                                     "createNewVersion", "forceRecursive",
+                                     "handleOperation",  "moveTargetOverwrite",
+                                     "operation",        "path",
+                                     "subject",          "targetBucket",
+                                     "targetPath",       "truncate",
+                                     "versionLabel"};
+
+std::string parametersOf(std::string_view url)
+{
+    std::string parameters;
+    const auto begin = url.find('?');
+    auto rest = begin == url.npos ? std::string_view() : url.substr(begin + 1);
+    rest = rest.substr(0, rest.find('#'));
+    while (!rest.empty()) {
+        const auto parameter = rest.substr(0, rest.find('&'));
+        rest.remove_prefix(std::min(rest.size(), parameter.size() + 1));
+        if (std::ranges::find(told, parameter.substr(0, parameter.find('='))) == std::end(told)) continue;
+        if (!parameters.empty()) parameters += '&';
+        parameters += parameter;
+    }
+    return parameters;
+}
+
 /// Only what is known to hold no secret is told.
-void describe(ObservedRequest& request, const std::string& method, const std::string& path)
+void describe(ObservedRequest& request, const std::string& url, const std::string& method,
+              const std::string& path)
 {
     const auto service = path.find(servicePath);
     if (service == std::string::npos || path.find("/public/") < service) {
@@ -28,15 +56,19 @@ void describe(ObservedRequest& request, const std::string& method, const std::st
     const auto end = path.find('/', begin);
     const std::string area = path.substr(begin, end == std::string::npos ? end : end - begin);
     request.operation = method + " " + area;
-    request.path = area == "filehandle" && end != std::string::npos ? path.substr(0, end) + hidden : path;
+    const bool namesRight =
+        area == "filehandle" || (area == "public" && !path.substr(service).starts_with(linksOfItems));
+    request.path = namesRight && end != std::string::npos ? path.substr(0, end) + hidden : path;
+    request.parameters = parametersOf(url);
 }
 
-ObservedRequest observed(const UrlParts& target, const std::string& method, const SharedCallOptions& call)
+ObservedRequest observed(const UrlParts& target, const std::string& url, const std::string& method,
+                         const SharedCallOptions& call)
 {
     static std::atomic<std::uint64_t> count = 0;
     ObservedRequest request;
     request.id = ++count;
-    describe(request, method, target.path);
+    describe(request, url, method, target.path);
     request.service = target.origin;
     if (call) request.tag = call->tag;
     return request;
@@ -83,21 +115,22 @@ struct ExchangeReport::Listeners {
     const std::shared_ptr<const HttpOptions> options;
 };
 
-std::unique_ptr<ExchangeReport> ExchangeReport::of(const UrlParts& target, const std::string& method,
-                                                   const SharedCallOptions& call,
+std::unique_ptr<ExchangeReport> ExchangeReport::of(const UrlParts& target, const std::string& url,
+                                                   const std::string& method, const SharedCallOptions& call,
                                                    const std::shared_ptr<const HttpOptions>& options,
                                                    const std::shared_ptr<DeliveryThreads>& threads)
 {
     if (options->observers.empty() && !(call && call->progress)) return nullptr;
-    return std::unique_ptr<ExchangeReport>(new ExchangeReport(target, method, call, options, threads));
+    return std::unique_ptr<ExchangeReport>(new ExchangeReport(target, url, method, call, options, threads));
 }
 
-ExchangeReport::ExchangeReport(const UrlParts& target, const std::string& method,
+ExchangeReport::ExchangeReport(const UrlParts& target, const std::string& url, const std::string& method,
                                const SharedCallOptions& call,
                                const std::shared_ptr<const HttpOptions>& options,
                                const std::shared_ptr<DeliveryThreads>& threads)
     : jobs(std::make_shared<OrderedJobs>(threads))
-    , listeners(std::make_shared<const Listeners>(Listeners{observed(target, method, call), call, options}))
+    , listeners(
+          std::make_shared<const Listeners>(Listeners{observed(target, url, method, call), call, options}))
 {
     if (options->observers.empty()) return;
     jobs->post([to = listeners] { to->tell([&](RequestObserver& one) { one.started(to->request); }); });

@@ -18,8 +18,8 @@ namespace connector::host::detail {
 class ExchangeReport {
 public:
     /// @return null when nobody wants to hear
-    static std::unique_ptr<ExchangeReport> of(const UrlParts& target, const std::string& method,
-                                              const SharedCallOptions& call,
+    static std::unique_ptr<ExchangeReport> of(const UrlParts& target, const std::string& url,
+                                              const std::string& method, const SharedCallOptions& call,
                                               const std::shared_ptr<const HttpOptions>& options,
                                               const std::shared_ptr<DeliveryThreads>& threads);
 
@@ -48,8 +48,8 @@ private:
 
     struct Listeners;
 
-    ExchangeReport(const UrlParts& target, const std::string& method, const SharedCallOptions& call,
-                   const std::shared_ptr<const HttpOptions>& options,
+    ExchangeReport(const UrlParts& target, const std::string& url, const std::string& method,
+                   const SharedCallOptions& call, const std::shared_ptr<const HttpOptions>& options,
                    const std::shared_ptr<DeliveryThreads>& threads);
     void complete(std::uint16_t status, const TransferProgress& moved, std::string failure);
 

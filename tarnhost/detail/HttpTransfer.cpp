@@ -62,7 +62,7 @@ HttpTransfer::HttpTransfer(const http::HttpClientRequest& request,
     , retries(call && call->retries ? *call->retries : options->retries)
     , wish(wishOf(request))
     , headerList(checkedHeaders(request, target))
-    , report(ExchangeReport::of(target, method, call, options, pool))
+    , report(ExchangeReport::of(target, url, method, call, options, pool))
     , triesLeft(retries.most)
     , pause(retries.firstPause)
     , clock(*options)

@@ -75,6 +75,17 @@ constexpr Row rows[] = {
     {"tarn rm '/*/*.jpg' && tarn ls /photos", 0, "2024/\nb.JPG\nö.txt\n"},
     {"mv xzy ./-dash 2>/dev/null || echo d >./-dash; tarn put -- -dash /-dash && tarn ls '/-*'", 0,
      "/-dash\n"},
+    // What is told of requests, and repeated
+    {"tarn -v ls / 2>&1 >/dev/null | grep -Ec '^tarn: #[0-9]+ GET folders /service/v1/folders/: 200, .* ms$'",
+     0, "1\n"},
+    {"tarn --log-file log --record rec put photos/b.JPG /up && tarn rm /up && "
+     "grep -c '^20.*Z [0-9]* #[0-9]* try 1: 404, .* answering [0-9.]* ms' log && tarn replay rec 2>&1 && "
+     "tarn cat /up | wc -c",
+     0, "1\ntarn: 3 repeated, 0 left out, 0 with another status.\n2000\n"},
+    {"tarn replay rec | sed 's/^ *#[0-9]* *//; s/?.*  / /'", 0,
+     "get /service/v1/filesystem/up 200, was 404\nput /service/v1/files/up 409, was 200\n"},
+    {"tarn rm /up; TARN_ENDPOINT= tarn replay rec", 2, ""},
+    {"tarn replay photos/b.JPG", 2, ""},
     // Words people try
     {"tarn upload a /b 2>&1 | grep -o 'tarn put'", 0, "tarn put\n"},
     {"tarn version && tarn help cp | head -n 1", 0,

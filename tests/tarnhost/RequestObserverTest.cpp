@@ -5,18 +5,24 @@
 #include "tarn/fileaccess/FileMessages.h"
 #include "tarnhost/CountingObserver.h"
 #include "tarnhost/LogObserver.h"
+#include "tarnhost/RecordingObserver.h"
 #include "tarnhost/TarnHost.h"
 
 #include <gmock/gmock.h>
 
+#include <fstream>
 #include <mutex>
+#include <unistd.h>
 
 namespace connector::host::test {
 namespace {
 
 using namespace tarn;
+using testing::AllOf;
+using testing::ContainsRegex;
 using testing::HasSubstr;
 using testing::MatchesRegex;
+using testing::Not;
 
 TEST(RequestObserver, HearsOfEveryTryAndOfNoSecret)
 {
@@ -37,23 +43,32 @@ TEST(RequestObserver, HearsOfEveryTryAndOfNoSecret)
         },
         LogObserver::Detail::tries);
     const auto counts = std::make_shared<CountingObserver>();
-    TarnHost host({.endpoint = server.url(),
-                   .http = {.retries = {.most = 1, .firstPause = std::chrono::milliseconds(2)},
-                            .observers = {log, counts}}});
-    host.session()->setSessionId("secret-session");
+    const auto file = testing::TempDir() + "recording-" + std::to_string(::getpid());
+    auto recorder = std::make_shared<RecordingObserver>(
+        RecordingObserver::Options{.file = file, .most = 2, .failsFrom = 200});
+    auto host = std::make_optional<TarnHost>(
+        TarnHost::Options{.endpoint = server.url(),
+                          .http = {.retries = {.most = 1, .firstPause = std::chrono::milliseconds(2)},
+                                   .observers = {log, counts, recorder}}});
+    host->session()->setSessionId("secret-session");
     auto read = std::make_unique<FileRead>();
     read->path = u"/a b";
     read->bucket = u"query";
-    EXPECT_EQ(bounded(host.fileAccess()->readFile(with({.tag = "backup"}, std::move(read))))->content.bytes(),
-              "<R/>");
+    read->versionId = "secret-version";
+    EXPECT_EQ(
+        bounded(host->fileAccess()->readFile(with({.tag = "backup"}, std::move(read))))->content.bytes(),
+        "<R/>");
     auto close = std::make_unique<FileHandleClose>();
     close->handleId = "secret-handle";
-    bounded(host.fileAccess()->closeFileHandle(std::move(close)));
+    bounded(host->fileAccess()->closeFileHandle(std::move(close)));
+    bounded(host->session()->ping(nullptr));
+    static_cast<void>(makeExceptionalFuture<int>(std::invalid_argument("secret-sentence")));
+    host.reset();
 
     const std::string times =
         ".*; waiting .* ms, connecting .* ms, securing .* ms, answering .* ms, receiving .* ms";
     std::lock_guard lock(mutex);
-    ASSERT_EQ(lines.size(), 5u);
+    ASSERT_EQ(lines.size(), 8u);
     EXPECT_THAT(lines[0], MatchesRegex("#[0-9]+ try 1: Could not complete the exchange" + times +
                                        "; again after .* ms"));
     EXPECT_THAT(lines[1], MatchesRegex("#[0-9]+ try 2: 200, 0 B sent, 4 B received" + times));
@@ -61,8 +76,20 @@ TEST(RequestObserver, HearsOfEveryTryAndOfNoSecret)
                 MatchesRegex("#[0-9]+ GET files /service/v1/files/a%20b \\[backup\\]: 200, 0 B sent, "
                              "4 B received, 2 tries, .* ms"));
     EXPECT_THAT(lines[4], MatchesRegex("#[0-9]+ DELETE filehandle /service/v1/filehandle/…: 200, .*"));
+    EXPECT_EQ(lines[7], "A failure that nobody looked at: std::invalid_argument");
     for (const auto& line : lines)
-        EXPECT_THAT(line, testing::Not(testing::ContainsRegex("secret|query")));
+        EXPECT_THAT(line, Not(ContainsRegex("secret|query")));
+
+    // Of the two requests that are remembered, one came after the file was first written.
+    recorder.reset();
+    std::stringstream recording;
+    recording << std::ifstream(file).rdbuf();
+    std::remove(file.c_str());
+    EXPECT_THAT(recording.str(),
+                AllOf(HasSubstr(R"("because": "A failure that nobody looked at: std::inval)"),
+                      HasSubstr(R"("path": "/service/v1/filehandle/…")"),
+                      HasSubstr(R"("path": "/service/v1/ping")"), Not(ContainsRegex("secret|backup"))));
+
     const auto page = counts->text();
     EXPECT_THAT(page, HasSubstr("tarn_client_requests_in_flight 0\n"));
     EXPECT_THAT(page, HasSubstr("tarn_client_requests_total{operation=\"GET files\",status=\"200\"} 1\n"));
