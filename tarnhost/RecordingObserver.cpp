@@ -72,7 +72,7 @@ RecordingObserver::~RecordingObserver()
 {
     try {
         const std::lock_guard lock(mutex);
-        writeIfDue(true);
+        if (!because.empty()) replaceFile(options.file, textLocked());
     } catch (...) { // without memory there is no file
     }
 }
@@ -106,7 +106,7 @@ void RecordingObserver::finished(const ObservedRequest& request, const ObservedR
     if (!result.failure.empty() || result.status >= options.failsFrom)
         return fail(request.operation + ": " +
                     (result.failure.empty() ? std::to_string(result.status) : result.failure));
-    writeIfDue(false);
+    writeIfDue();
 }
 
 void RecordingObserver::unobserved(const std::exception_ptr& failure)
@@ -133,15 +133,14 @@ void RecordingObserver::fail(const std::string& why)
 {
     because = why;
     isDue = true;
-    writeIfDue(false);
+    writeIfDue();
 }
 
-void RecordingObserver::writeIfDue(bool atOnce)
+void RecordingObserver::writeIfDue()
 {
     const auto now = std::chrono::steady_clock::now();
     // Where everything fails, writing must not become the work.
-    if (!isDue || (!atOnce && writtenAt.time_since_epoch().count() != 0 && now - writtenAt < writingPause))
-        return;
+    if (!isDue || (writtenAt && now - *writtenAt < writingPause)) return;
     replaceFile(options.file, textLocked());
     isDue = false;
     writtenAt = now;

@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <deque>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -14,8 +15,8 @@ namespace connector::host {
 /// Remembers the last requests, and writes them into a file as soon as something fails: for a report, and for
 /// `tarn replay FILE`, which repeats them against a service on one's own machine. docs/recording.md has its format.
 ///
-/// The file (mode 0600) is replaced in one step, at most once in a second; what has come since is written at the end.
-/// What cannot be written is lost without a word.
+/// The file (mode 0600) is replaced in one step, at most once in a second; after a failure it is written once more at the
+/// end. What cannot be written is lost without a word.
 class TARN_API RecordingObserver : public RequestObserver {
 public:
     struct Options {
@@ -46,7 +47,7 @@ private:
 
     Record* find(std::uint64_t id);
     void fail(const std::string& why);
-    void writeIfDue(bool atOnce);
+    void writeIfDue();
     std::string textLocked() const;
 
     const Options options;
@@ -54,7 +55,7 @@ private:
     std::deque<Record> records; ///< in the order of their start
     std::string because;        ///< of the last failure
     bool isDue = false;         ///< something has failed that is not in the file yet
-    std::chrono::steady_clock::time_point writtenAt{};
+    std::optional<std::chrono::steady_clock::time_point> writtenAt;
 };
 
 } // namespace connector::host

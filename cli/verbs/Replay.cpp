@@ -30,7 +30,8 @@ std::unique_ptr<HttpClientRequest> requestFrom(const RecordedRequest& recorded, 
     const char* const identity = recorded.target.find('?') == recorded.target.npos ? "?" : "&";
     auto request = std::make_unique<HttpClientRequest>(
         service + recorded.target + identity + "locale=en_US&clientType=cli", recorded.method, nullptr);
-    request->replyBody = ReplyBody::content;
+    if (recorded.method == "get" && recorded.target.starts_with("/service/v1/files/"))
+        request->replyBody = ReplyBody::content;
     if (recorded.size == 0) return request;
     request->body = bodyOf(recorded.size);
     request->headers.emplace("Content-Length", std::to_string(recorded.size));

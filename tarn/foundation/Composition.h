@@ -160,6 +160,16 @@ struct Via : Step {
     Executor executor;
 };
 
+/// Of a failure that is not looked at on purpose.
+template <class T>
+void dismiss(Future<T>&& settled)
+{
+    try {
+        static_cast<void>(settled.get());
+    } catch (...) { // as said
+    }
+}
+
 template <class T>
 struct All {
     explicit All(std::size_t count) : settled(count), left(count) {}
@@ -250,7 +260,10 @@ Future<FirstOf<T>> whenAny(std::vector<Future<T>> futures)
     auto future = race->promise.getFuture();
     for (std::size_t i = 0; i < futures.size(); ++i)
         static_cast<void>(futures[i].then([race, i](Future<T>&& settled) {
-            if (!race->over.exchange(true)) race->promise.setValue({i, std::move(settled)});
+            if (!race->over.exchange(true))
+                race->promise.setValue({i, std::move(settled)});
+            else
+                detail::dismiss(std::move(settled));
         }));
     return future;
 }

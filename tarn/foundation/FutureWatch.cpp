@@ -9,9 +9,11 @@
 namespace connector {
 namespace {
 
+/// How many there are: most programs have none, and pay no lock and no memory.
+constinit std::atomic<std::size_t> watchCount = 0;
+
 struct Watches {
-    std::atomic<std::size_t> count = 0; ///< of `all`: most programs have none, and pay no lock
-    std::mutex mutex;                   ///< guards what follows
+    std::mutex mutex; ///< guards what follows
     std::vector<std::shared_ptr<const FutureWatch::Ears>> all;
 };
 
@@ -25,9 +27,9 @@ Watches& watches()
 template <class Telling>
 void tellAll(Telling telling) noexcept
 {
-    auto& known = watches();
-    if (known.count == 0) return;
+    if (watchCount == 0) return;
     try {
+        auto& known = watches();
         std::unique_lock lock(known.mutex);
         const auto listening = known.all;
         lock.unlock();
@@ -47,14 +49,14 @@ FutureWatch::FutureWatch(Ears given) : ears(std::make_shared<const Ears>(std::mo
 {
     const std::lock_guard lock(watches().mutex);
     watches().all.push_back(ears);
-    watches().count = watches().all.size();
+    watchCount = watches().all.size();
 }
 
 FutureWatch::~FutureWatch()
 {
     const std::lock_guard lock(watches().mutex);
     std::erase(watches().all, ears);
-    watches().count = watches().all.size();
+    watchCount = watches().all.size();
 }
 
 void detail::reportUnobserved(const std::exception_ptr& failure) noexcept
