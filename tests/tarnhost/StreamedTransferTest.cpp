@@ -2,11 +2,11 @@
 #include "Bounded.h"
 #include "HttpClientUnderTest.h"
 #include "support/ScriptedHttpServer.h"
-#include "support/TarndProcess.h"
 #include "tarn/foundation/platform/HttpStreamedRequest.h"
 #include "tarnhost/FileSink.h"
 #include "tarnhost/FileSource.h"
 #include "tarnhost/TarnHost.h"
+#include "tarntesting/TestService.h"
 
 #include <gmock/gmock.h>
 
@@ -120,13 +120,11 @@ auto downloadTo(TarnHost& host, std::shared_ptr<Consumer> consumer, const char16
 
 TEST(StreamedTransfer, BringsFilesAndPipesThereAndBackThroughTheRealService)
 {
-    tarnd::test::TarndProcess service;
-    const auto token = service.addUser("alice");
-    service.start();
+    tarntesting::TestService service;
     TarnHost host({.endpoint = service.url(), .threads = 1});
     auto login = std::make_unique<Login>();
     login->user = u"alice";
-    login->authenticationToken = token;
+    login->authenticationToken = service.addUser("alice");
     bounded(host.session()->login(std::move(login)));
     std::string content(3'000'000, '\0');
     content.replace(1'000'000, 5, "hello");

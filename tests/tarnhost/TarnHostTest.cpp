@@ -7,6 +7,7 @@
 #include "tarn/session/SessionMessages.h"
 #include "tarnhost/ConfigurationStore.h"
 #include "tarnhost/TarnHost.h"
+#include "tarntesting/LostResults.h"
 
 #include <gmock/gmock.h>
 
@@ -40,6 +41,7 @@ TEST(TarnHost, FinishesTwoHundredRequestsInFlightOnAnyNumberOfThreads)
 
 TEST(TarnHost, AnswersEverythingWithOneErrorWheneverItGoes)
 {
+    const tarntesting::LostResults lost;
     ScriptedHttpServer server([](auto& connection) {
         connection.readRequest();
         connection.stall();
@@ -67,6 +69,7 @@ TEST(TarnHost, AnswersEverythingWithOneErrorWheneverItGoes)
         for (auto& reply : replies)
             ASSERT_EQ(failureOf<TransportError>(std::move(reply)), "The host has been shut down.") << round;
     }
+    EXPECT_EQ(lost.dropped(), std::vector<std::string>());
 }
 
 TEST(TarnHost, MayGoInsideAContinuation)
