@@ -55,6 +55,8 @@ TEST(Json, EveryVerbWritesOneDocumentAsDescribed)
               0);
     shell.write("a\nb", std::string("\xff\0", 2));
     std::map<std::string, json> documents;
+    shell.run("tarn --record rec ls /none");
+    documents.emplace("replay", json::parse(shell.run("tarn --json replay rec").out, nullptr, false));
     for (const std::string command : {"login alice",
                                       "ping",
                                       "whoami",
