@@ -38,6 +38,9 @@ struct HttpOptions {
     /// over this time.
     std::chrono::milliseconds stallWindow{30'000};
     std::uint64_t leastRate = 1024; ///< bytes per second; 0: a body may stand still for ever
+    /// Bytes per second, each way, at most, shared evenly by the transfers under way; 0: no limit. Should be well above
+    /// `leastRate` for each of them.
+    std::uint64_t mostRate = 0;
     /// From the last byte of the request to the last of the reply, where the reply is a document.
     std::chrono::milliseconds documentTimeout{600'000};
 

@@ -6,6 +6,7 @@
 #include "cli/service/LocalStore.h"
 #include "cli/service/ReplyCheck.h"
 #include "cli/terminal/Output.h"
+#include "cli/terminal/Quantities.h"
 #include "cli/terminal/Text.h"
 #include "cli/terminal/Version.h"
 #include "tarn/fileaccess/FileMessages.h"
@@ -26,6 +27,8 @@ namespace {
 
 using namespace connector::tarn;
 
+/// Below that a service would take us for one that stands still.
+constexpr std::uint64_t leastLimit = 16 * 1024;
 constexpr auto farewellLimit = std::chrono::seconds(2);
 constexpr std::uint16_t statusTooMany = 429;
 constexpr std::chrono::milliseconds turnedAwayPause{1000};
@@ -78,6 +81,17 @@ void limitWaiting(connector::host::HttpOptions& http, std::chrono::seconds limit
     http.stallWindow = limit;
 }
 
+void limitRate(connector::host::HttpOptions& http, const ConnectionOptions& options)
+{
+    const auto rate = parseSize(options.rate);
+    if (!rate || *rate < leastLimit)
+        throw usageError("--bwlimit is bytes per second, such as 500K or 2M, and " + humanSize(leastLimit) +
+                         " at least; not \"" + escaped(options.rate) + "\".");
+    http.mostRate = *rate;
+    // What is held back here is no stall.
+    http.leastRate = std::min(http.leastRate, *rate / (4 * options.inFlight * options.connectionsEach));
+}
+
 } // namespace
 
 Service serviceFor(const ServiceFlags& flags)
@@ -101,6 +115,7 @@ Connection::Connection(const ConnectionOptions& options, Output& output)
     settings.http.replyCheck = whyNotTarn;
     settings.http.observers = requestObservers(options.log, output);
     if (options.retries > 0) settings.http.observers.push_back(std::make_shared<WaitNotice>(output));
+    if (!options.rate.empty()) limitRate(settings.http, options);
     if (options.timeout > 0) limitWaiting(settings.http, std::chrono::seconds(options.timeout));
     host = std::make_unique<connector::host::TarnHost>(settings);
 }

@@ -25,6 +25,7 @@ struct ConnectionOptions {
     unsigned timeout = 0;         ///< seconds that the service may stay silent; 0: not told
     unsigned retries = 3;         ///< of what was interrupted and is safe to repeat
     RequestLogOptions log;
+    std::string rate = {}; ///< as parseSize() takes it: bytes per second, at most, each way; empty: no limit
 };
 
 /// The service that flags, environment and configuration file name. @throws Failure (usage)

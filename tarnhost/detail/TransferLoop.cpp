@@ -177,9 +177,20 @@ void TransferLoop::begin(Transfer transfer)
         }
         ++lanes[transfer->origin()].active;
         active.emplace(handle, std::move(transfer));
+        shareRate();
     } catch (const std::exception& fault) {
         transfer->fail(std::make_exception_ptr(transfer->errorOf(TransportPhase::prepare, fault.what())));
         post(std::move(transfer));
+    }
+}
+
+void TransferLoop::shareRate()
+{
+    if (options.mostRate == 0 || active.empty()) return;
+    const auto part = static_cast<curl_off_t>(std::max<std::uint64_t>(options.mostRate / active.size(), 1));
+    for (const auto& [handle, transfer] : active) {
+        curl_easy_setopt(handle, CURLOPT_MAX_SEND_SPEED_LARGE, part);
+        curl_easy_setopt(handle, CURLOPT_MAX_RECV_SPEED_LARGE, part);
     }
 }
 
@@ -218,6 +229,7 @@ void TransferLoop::finish(CURL* handle, CURLcode outcome)
     postOrPause(std::move(transfer));
     --lanes[origin].active;
     fillLane(origin);
+    shareRate();
 }
 
 /// After all that has arrived in one round, so that a subscriber is called for full items rather than for each

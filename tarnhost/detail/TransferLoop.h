@@ -67,6 +67,8 @@ private:
     void endPauses();
     void fillLane(const std::string& origin);
     void begin(Transfer transfer);
+    /// Gives each transfer its part of the rate. Whenever one has come or gone.
+    void shareRate();
     std::unique_ptr<EasyHandle> takeHandle();
     void keepHandle(std::unique_ptr<EasyHandle> handle);
     void collectFinished();
