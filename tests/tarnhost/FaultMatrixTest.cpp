@@ -25,6 +25,7 @@ struct Operation {
     std::string truth = "";         ///< what the operation makes of it
     std::string foreign = "";       ///< what it makes of a document that is not the service's
     bool readsXml = true;
+    const char* missing = "File not found."; ///< what a 404 means
 };
 
 /// What stands in the member at the end of the path, for a list what stands in each of its items.
@@ -57,6 +58,7 @@ auto call(std::shared_ptr<Area> (TarnHost::*area)() const,
         if constexpr (requires { request->path; }) request->path = u"/a";
         if constexpr (requires { request->content; }) request->content = common::DataBuffer("content");
         if constexpr (requires { request->handleId; }) request->handleId = "h";
+        if constexpr (requires { request->linkId; }) request->linkId = "l";
         if constexpr (requires { request->permissionId; }) request->permissionId = "p";
         if constexpr (requires { request->versionId; }) request->versionId = "asked";
         return (((host.*area)().get())->*operation)(std::move(request))
@@ -104,6 +106,8 @@ constexpr auto inAccess = &TarnHost::accessControl;
 constexpr auto inVersions = &TarnHost::versioning;
 constexpr auto inLinks = &TarnHost::publicLinks;
 
+constexpr auto noLinks = "The service makes no links that end, and lists and revokes none.";
+
 const std::vector<Operation> operations = {
     {"login", true, call(inSession, &TarnSession::login, &LoginResponse::sessionId),
      "<R><TarnSessionId>it</TarnSessionId></R>", "it"},
@@ -146,6 +150,10 @@ const std::vector<Operation> operations = {
      "<R><PublicAccessUrl>it</PublicAccessUrl></R>", "it"},
     {"createLink", true, call(inLinks, &PublicLinks::createLink, &PublicLinkCreateResponse::url),
      "<R><PublicAccessUrl>it</PublicAccessUrl></R>", "it"},
+    {"listLinks", false,
+     call(inLinks, &PublicLinks::listLinks, &PublicLinkListResponse::links, &PublicLink::linkId),
+     "<R><PublicLink><PublicLinkId>it</PublicLinkId></PublicLink></R>", "[it]", "", true, noLinks},
+    {"revokeLink", true, call(inLinks, &PublicLinks::revokeLink), "<Reply/>", "", "", true, noLinks},
     {"grantPermission", true,
      call(inAccess, &AccessControl::grantPermission, &PermissionGrantResponse::permissionId),
      "<R><PermissionId>it</PermissionId></R>", "it"},
@@ -171,7 +179,8 @@ std::string expected(const Operation& operation, const Fault& fault)
     if (fault.ending == Ending::truth) return operation.truth;
     if (fault.ending == Ending::noConnection) return noConnection;
     if (fault.ending == Ending::noReply) return operation.changes ? perhaps : noReply;
-    if (fault.ending == Ending::error) return fault.text;
+    if (fault.ending == Ending::error)
+        return fault.text == "File not found." ? operation.missing : fault.text;
     const bool isCut = fault.ending == Ending::cut;
     const std::string body = isCut ? operation.reply.substr(0, operation.reply.size() - 1) : fault.text;
     if (!operation.readsXml) return body;
@@ -256,7 +265,7 @@ void expectTruth(const std::vector<Fault>& faults)
 
 TEST(EveryOperation, TellsTheTruthWhateverTheServiceDoes)
 {
-    ASSERT_EQ(operations.size(), 25u);
+    ASSERT_EQ(operations.size(), 28u);
     expectTruth(faults());
 }
 
