@@ -177,6 +177,19 @@ TEST_F(TransferTest, ReadsAndWritesPipes)
     EXPECT_EQ(early.err, "");
 }
 
+/// All of them together, whichever way they go.
+TEST_F(TransferTest, KeepsToTheRateItWasGiven)
+{
+    for (const auto* name : {"d/1", "d/2", "d/3"})
+        alice.write(name, std::string(500'000, 'x'));
+    for (const auto* command : {"put -r d/ /d", "get -r /d back"}) {
+        const auto begin = std::chrono::steady_clock::now();
+        EXPECT_EQ(alice.run("tarn --bwlimit 1M " + std::string(command)).exitCode, 0);
+        EXPECT_GT(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(700)) << command;
+    }
+    tarn({"--bwlimit", "1K", "ls"}, 2);
+}
+
 TEST_F(TransferTest, RefusesBeforeAnythingIsSent)
 {
     alice.write("a", "A");
