@@ -108,7 +108,9 @@ void HttpTransfer::setRequest()
 {
     easy->set(CURLOPT_URL, url.c_str());
     easy->set(CURLOPT_HTTPHEADER, headerList.get());
-    easy->set(CURLOPT_BUFFERSIZE, incoming ? streamBufferBytes : transferBufferBytes);
+    const long buffer = incoming ? streamBufferBytes : transferBufferBytes;
+    easy->set(CURLOPT_BUFFERSIZE,
+              limits ? std::min(buffer, static_cast<long>(limits->receiving.piece())) : buffer);
     easy->set(CURLOPT_HEADERFUNCTION, &HttpTransfer::onHeader);
     easy->set(CURLOPT_HEADERDATA, this);
     easy->set(CURLOPT_WRITEFUNCTION, &HttpTransfer::onBody);
@@ -153,13 +155,41 @@ int HttpTransfer::onBeforeSend(void* self, char*, char*, int, int)
 std::size_t HttpTransfer::onUpload(char* room, std::size_t unit, std::size_t count, void* self)
 {
     auto& transfer = *static_cast<HttpTransfer*>(self);
-    if (transfer.outgoing) return transfer.supplyStreamed(room, unit * count);
-    const auto bytes = std::min<std::uint64_t>(unit * count, transfer.body.size - transfer.uploaded);
+    if (!transfer.limits) return transfer.supply(room, unit * count);
+    if (!transfer.mayMove(&RateLimits::sending, CURLPAUSE_SEND)) return CURL_READFUNC_PAUSE;
+    auto& limit = transfer.limits->sending;
+    const auto before = transfer.uploaded;
+    const auto supplied = transfer.supply(room, std::min<std::uint64_t>(unit * count, limit.piece()));
+    limit.take(transfer.uploaded - before);
+    return supplied;
+}
+
+std::size_t HttpTransfer::supply(char* room, std::size_t size)
+{
+    if (outgoing) return supplyStreamed(room, size);
+    const auto bytes = std::min<std::uint64_t>(size, body.size - uploaded);
     if (bytes == 0) return 0;
-    std::memcpy(room, static_cast<const char*>(transfer.body.data) + transfer.uploaded, bytes);
-    transfer.uploaded += bytes;
-    transfer.counters->sent.fetch_add(bytes, std::memory_order_relaxed);
+    std::memcpy(room, static_cast<const char*>(body.data) + uploaded, bytes);
+    uploaded += bytes;
+    counters->sent.fetch_add(bytes, std::memory_order_relaxed);
     return bytes;
+}
+
+bool HttpTransfer::mayMove(RateLimit RateLimits::*limit, int direction)
+{
+    if ((limits->*limit).admits(easy->get(), ExchangeClock::Time::clock::now())) return true;
+    paused |= direction;
+    limited |= direction;
+    wasLimited = true;
+    return false;
+}
+
+CURLcode HttpTransfer::goOn(int direction)
+{
+    if ((limited & direction) == 0) return CURLE_OK; // the handle serves another exchange by now
+    limited &= ~direction;
+    paused &= ~direction;
+    return curl_easy_pause(easy->get(), paused);
 }
 
 std::size_t HttpTransfer::supplyStreamed(char* room, std::size_t size)
@@ -219,10 +249,13 @@ std::size_t HttpTransfer::onBody(char* bytes, std::size_t unit, std::size_t coun
 {
     auto& transfer = *static_cast<HttpTransfer*>(self);
     const std::string_view arrived(bytes, unit * count);
+    if (transfer.limits && !transfer.mayMove(&RateLimits::receiving, CURLPAUSE_RECV))
+        return CURL_WRITEFUNC_PAUSE;
     bool isTaken = true;
     const bool well =
         !transfer.headGiven || transfer.guarded([&] { isTaken = transfer.takeStreamed(arrived); });
     if (!isTaken) return CURL_WRITEFUNC_PAUSE;
+    if (transfer.limits) transfer.limits->receiving.take(arrived.size());
     transfer.counters->received.fetch_add(arrived.size(), std::memory_order_relaxed);
     if (!well) return CURL_WRITEFUNC_ERROR;
     return transfer.headGiven ? arrived.size() : transfer.take(&IncomingReply::takeBody, arrived);
@@ -294,8 +327,9 @@ bool HttpTransfer::isOverdue(ExchangeClock::Time now)
     if (!sendBegun) return false; // until then libcurl watches the time
     const bool slowPublisher = outgoing && outgoing->wasHeld();
     const bool slowSubscriber = incoming && incoming->wasHeld();
+    const bool waitedTurn = std::exchange(wasLimited, limited != 0);
     refusal = clock->overdue(now, {isSent(), reply->hasBegun(), reply->isDocument(), bytesOut(),
-                                   reply->arrived(), slowPublisher || slowSubscriber});
+                                   reply->arrived(), slowPublisher || slowSubscriber || waitedTurn});
     return !refusal.empty();
 }
 
@@ -396,6 +430,7 @@ void HttpTransfer::startOver(std::chrono::milliseconds soon)
     sendBegun = false;
     uploaded = 0;
     paused = 0;
+    limited = 0;
     clock.emplace(*options);
     reply.emplace(wish, *options);
 }

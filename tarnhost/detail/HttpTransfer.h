@@ -11,6 +11,7 @@
 #include "tarnhost/detail/IncomingReply.h"
 #include "tarnhost/detail/IncomingStream.h"
 #include "tarnhost/detail/OutgoingStream.h"
+#include "tarnhost/detail/RateLimit.h"
 #include "tarnhost/detail/RequestCheck.h"
 #include "tarnhost/detail/UrlParts.h"
 
@@ -72,6 +73,9 @@ public:
 
     const std::string& origin() const { return target.origin; }
 
+    /// Keeps to limits that outlive the exchange.
+    void limitTo(RateLimits& shared) { limits = &shared; }
+
     /// Sets `handle` up for this exchange, which keeps it until `releaseHandle`. @throws std::runtime_error
     CURL* open(std::unique_ptr<EasyHandle> handle);
 
@@ -84,6 +88,10 @@ public:
     /// Takes up what stood still on this side and does no longer. Anything but CURLE_OK is an outcome for
     /// `close`. @pre open
     CURLcode attend();
+
+    /// Takes up what has waited for its turn under a limit, in the direction of this CURLPAUSE_ bit. Outcome and @pre as
+    /// `attend`
+    CURLcode goOn(int direction);
 
     /// Whether the caller has given the exchange up, or its deadline has passed; `giveUp` or `close` then says so.
     bool isOver();
@@ -131,6 +139,8 @@ private:
     std::size_t take(void (IncomingReply::*step)(std::string_view), std::string_view bytes);
     template <class Step>
     bool guarded(Step step);
+    bool mayMove(RateLimit RateLimits::*limit, int direction);
+    std::size_t supply(char* room, std::size_t size);
     bool takeStreamed(std::string_view bytes);
     std::size_t supplyStreamed(char* room, std::size_t size);
     void deliverHead();
@@ -168,9 +178,12 @@ private:
     std::shared_ptr<OutgoingStream> outgoing; ///< null: the body is in `body`
     std::shared_ptr<IncomingStream> incoming; ///< null: the reply is gathered
     std::optional<std::stop_callback<Ring>> onStop, onCallStop;
-    int paused = 0;         ///< CURLPAUSE_ bits
-    bool hasNews = false;   ///< `handOver` has something to do
-    bool headGiven = false; ///< the promise is kept, or will be by a task
+    RateLimits* limits = nullptr; ///< null: none
+    int paused = 0;               ///< CURLPAUSE_ bits
+    int limited = 0;              ///< those of them that wait for their turn
+    bool wasLimited = false;      ///< since `isOverdue` has asked
+    bool hasNews = false;         ///< `handOver` has something to do
+    bool headGiven = false;       ///< the promise is kept, or will be by a task
 
     std::unique_ptr<EasyHandle> easy;
     bool sendBegun = false;

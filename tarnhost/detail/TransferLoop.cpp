@@ -39,6 +39,7 @@ TransferLoop::TransferLoop(std::shared_ptr<DeliveryThreads> deliveryThreads, con
     , options(httpOptions)
     , laneLimit(options.connectionsPerHost != 0 ? options.connectionsPerHost : 1)
     , tick(ExchangeClock::tick(options))
+    , limits{RateLimit(options.mostRate), RateLimit(options.mostRate)}
 {
     startLibcurl();
     multi.reset(curl_multi_init());
@@ -84,6 +85,7 @@ void TransferLoop::run()
     while (takeArrivals()) {
         endPauses();
         if (callers->answer()) attend();
+        attendLimited();
         if (isDeadlineDue()) endOver();
         int running = 0;
         curl_multi_perform(multi.get(), &running);
@@ -109,10 +111,12 @@ bool TransferLoop::mayRest()
 std::chrono::milliseconds TransferLoop::longestRest() const
 {
     const auto rest = active.empty() ? idle : tick;
-    if (pausing.empty() && deadlines.empty()) return rest;
     auto due = ExchangeClock::Time::max();
+    for (const auto* limit : {&limits.sending, &limits.receiving})
+        if (limit->hasWaiting()) due = std::min(due, limit->due());
     if (!pausing.empty()) due = pausing.begin()->first;
     if (!deadlines.empty()) due = std::min(due, *deadlines.begin());
+    if (due == ExchangeClock::Time::max()) return rest;
     // Rounded up, or the last millisecond would be spent asking for the time.
     const auto left = std::chrono::ceil<std::chrono::milliseconds>(due - ExchangeClock::Time::clock::now());
     return std::clamp(left, std::chrono::milliseconds(0), rest);
@@ -171,26 +175,16 @@ void TransferLoop::begin(Transfer transfer)
         return;
     }
     try {
+        if (options.mostRate != 0) transfer->limitTo(limits);
         CURL* handle = transfer->open(takeHandle());
         if (const auto fault = curl_multi_add_handle(multi.get(), handle); fault != CURLM_OK) {
             throw std::runtime_error(curl_multi_strerror(fault));
         }
         ++lanes[transfer->origin()].active;
         active.emplace(handle, std::move(transfer));
-        shareRate();
     } catch (const std::exception& fault) {
         transfer->fail(std::make_exception_ptr(transfer->errorOf(TransportPhase::prepare, fault.what())));
         post(std::move(transfer));
-    }
-}
-
-void TransferLoop::shareRate()
-{
-    if (options.mostRate == 0 || active.empty()) return;
-    const auto part = static_cast<curl_off_t>(std::max<std::uint64_t>(options.mostRate / active.size(), 1));
-    for (const auto& [handle, transfer] : active) {
-        curl_easy_setopt(handle, CURLOPT_MAX_SEND_SPEED_LARGE, part);
-        curl_easy_setopt(handle, CURLOPT_MAX_RECV_SPEED_LARGE, part);
     }
 }
 
@@ -229,7 +223,6 @@ void TransferLoop::finish(CURL* handle, CURLcode outcome)
     postOrPause(std::move(transfer));
     --lanes[origin].active;
     fillLane(origin);
-    shareRate();
 }
 
 /// After all that has arrived in one round, so that a subscriber is called for full items rather than for each
@@ -250,6 +243,22 @@ void TransferLoop::attend()
     }
     for (const auto& [handle, outcome] : ended)
         finish(handle, outcome);
+}
+
+void TransferLoop::attendLimited()
+{
+    const std::pair<RateLimit*, int> directions[] = {{&limits.sending, CURLPAUSE_SEND},
+                                                     {&limits.receiving, CURLPAUSE_RECV}};
+    for (const auto& [limit, direction] : directions) {
+        if (!limit->hasWaiting()) continue;
+        const auto now = ExchangeClock::Time::clock::now();
+        while (CURL* const handle = limit->next(now)) {
+            const auto found = active.find(handle); // it may have ended meanwhile
+            if (found == active.end()) continue;
+            if (const CURLcode outcome = found->second->goOn(direction); outcome != CURLE_OK)
+                finish(handle, outcome);
+        }
+    }
 }
 
 bool TransferLoop::isDeadlineDue() const

@@ -67,14 +67,14 @@ private:
     void endPauses();
     void fillLane(const std::string& origin);
     void begin(Transfer transfer);
-    /// Gives each transfer its part of the rate. Whenever one has come or gone.
-    void shareRate();
     std::unique_ptr<EasyHandle> takeHandle();
     void keepHandle(std::unique_ptr<EasyHandle> handle);
     void collectFinished();
     void finish(CURL* handle, CURLcode outcome);
     void handOver();
     void attend();
+    /// Lets those go on whose turn it is under the limits of the rate.
+    void attendLimited();
     /// Ends what its callers have given up and what its deadline has ended, wherever it waits.
     void endOver();
     bool isDeadlineDue() const;
@@ -98,6 +98,7 @@ private:
     std::unordered_map<CURL*, Transfer> active;           ///< I/O thread only
     std::multimap<ExchangeClock::Time, Transfer> pausing; ///< by when they are tried again; I/O thread only
     std::vector<std::unique_ptr<EasyHandle>> idleHandles; ///< I/O thread only
+    RateLimits limits;                                    ///< I/O thread only
     ExchangeClock::Time nextCheck{};                      ///< I/O thread only
     std::multiset<CallOptions::Time> deadlines;           ///< of all that is not settled; I/O thread only
 
