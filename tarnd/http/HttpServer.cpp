@@ -387,7 +387,7 @@ MHD_Daemon* HttpServer::Connections::startDaemon(const std::string& certificate,
     const std::lock_guard lock(mutex);
     complaint.erase(complaint.find_last_not_of('\n') + 1);
     throw std::runtime_error(
-        "The HTTP server did not start: " + complaint +
+        "The HTTP server could not be set up: " + complaint +
         (tls ? " Check that certificate and key are PEM files and belong together." : ""));
 }
 
@@ -403,9 +403,11 @@ void HttpServer::Connections::useCertificate(const std::string& certificate, con
         const auto isUsed = [](MHD_Daemon* daemon) {
             return MHD_get_daemon_info(daemon, MHD_DAEMON_INFO_CURRENT_CONNECTIONS)->num_connections > 0;
         };
-        const auto idle = std::stable_partition(daemons.begin(), daemons.end(), isUsed);
-        unused.assign(idle, daemons.end());
-        daemons.erase(idle, daemons.end());
+        // The last one may just have been given a connection that it does not count yet; its turn comes next time.
+        const auto last = std::prev(daemons.end());
+        const auto idle = std::stable_partition(daemons.begin(), last, isUsed);
+        unused.assign(idle, last);
+        daemons.erase(idle, last);
         daemons.push_back(fresh);
     }
     for (auto* daemon : unused)
