@@ -10,8 +10,8 @@
 #include "cli/terminal/Text.h"
 #include "cli/terminal/Version.h"
 #include "tarn/fileaccess/FileMessages.h"
-#include "tarn/protocol/TarnError.h"
 #include "tarn/protocol/SessionQuery.h"
+#include "tarn/protocol/TarnError.h"
 #include "tarn/session/SessionMessages.h"
 #include "tarnhost/RequestObserver.h"
 

@@ -22,7 +22,8 @@ protected:
     std::string start(const std::string& folder, WriteListener listener = {})
     {
         try {
-            Store store({root / folder, url(), 30, 100, 0, 4, systemTime, std::move(listener)}, Purpose::serve);
+            Store store({root / folder, url(), 30, 100, 0, 4, systemTime, std::move(listener)},
+                        Purpose::serve);
             return {};
         } catch (const ServiceError& error) {
             return error.what();
