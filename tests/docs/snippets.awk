@@ -1,5 +1,6 @@
 # Turns pages of the cookbook into one source file: a function for each page, in a namespace of its own. Blocks that
-# begin with #include stand before the function, all others are its body, in their order.
+# begin with #include stand before the function, all others are its body, in their order. A whole program is no snippet:
+# it is built by itself.
 FNR == 1 {
     finish_page()
     page = FILENAME
@@ -9,21 +10,26 @@ FNR == 1 {
     gsub(/-/, "_", space)
 }
 /^```/ {
-    if (inside) { inside = 0; next }
-    inside = $0 == "```cpp"
-    first = 1
+    if (inside) finish_block()
+    else if ($0 == "```cpp") { inside = 1; block = ""; place = "\n#line " (FNR + 1) " \"" FILENAME "\"\n" }
     next
 }
 !inside { next }
-first { top = /^#include/; first = 0; place = "\n#line " FNR " \"" FILENAME "\"\n" }
-/^#include/ { if (!seen[$0]++) includes = includes $0 "\n"; next }
+block == "" { top = /^#include/ }
+/^#include/ { if (!seen[$0]++) includes = includes $0 "\n"; $0 = "" }
 /^TEST/ { tested[page] = 1 }
-top { before = before place $0 "\n"; place = "" }
-!top { body = body place $0 "\n"; place = "" }
+/^int main\(/ { program = 1 }
+{ block = block $0 "\n" }
 END {
     finish_page()
     print includes "#include \"tests/docs/Page.h\"\n" pages
     print "const std::map<std::string, Page> pages{" table "};"
+}
+function finish_block() {
+    if (program) block = ""
+    else if (top) before = before place block
+    else body = body place block
+    inside = program = 0
 }
 function finish_page() {
     if (page == "" || before == "") return
