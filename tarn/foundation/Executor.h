@@ -4,8 +4,8 @@
 
 namespace connector {
 
-/// Runs a job later, on a thread of its choice: how an event loop takes work. It must call the job once; a job that it
-/// drops fails the future behind it with "Promise destroyed before it provided a value.".
+/// Runs a job later, on a thread of its choice, and once: how an event loop takes work. A job that it drops fails its
+/// future with "Promise destroyed before it provided a value.". The loop outlives the host, which may still be posting.
 ///
 ///     Executor onMyLoop = [&](std::function<void()> job) { loop.post(std::move(job)); };
 using Executor = std::function<void(std::function<void()>)>;
