@@ -2,7 +2,7 @@
 install(FILES ${PROJECT_SOURCE_DIR}/packaging/tarnd.service ${PROJECT_SOURCE_DIR}/packaging/tarnd.socket
   DESTINATION /lib/systemd/system COMPONENT tarnd)
 install(FILES ${PROJECT_SOURCE_DIR}/packaging/tarnd.toml DESTINATION /etc/tarn COMPONENT tarnd)
-install(FILES ${PROJECT_SOURCE_DIR}/docs/operating.md ${PROJECT_SOURCE_DIR}/docs/errors.md
+install(FILES ${PROJECT_SOURCE_DIR}/docs/operating.md ${PROJECT_SOURCE_DIR}/docs/errors.md ${PROJECT_SOURCE_DIR}/docs/browser.md
   DESTINATION share/doc/tarnd COMPONENT tarnd)
 
 set(CPACK_GENERATOR DEB)

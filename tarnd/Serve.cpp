@@ -160,7 +160,8 @@ void serve(const ServeOptions& options, const std::function<ServeOptions()>& rea
         options.maxFileSize,
         RequestLog(options.log.value_or(options.verbose ? LogFormat::text : LogFormat::off), options.logFile),
         AuditLog(options.auditLogFile),
-        options.metrics};
+        options.metrics,
+        !options.noWeb};
     applyLimits(options, site);
     const auto faults = faultScriptOf(options);
     site.faults.set(faults);

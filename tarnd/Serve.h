@@ -24,6 +24,7 @@ struct ServeOptions {
     std::optional<LogFormat> log;
     std::string logFile;      ///< empty: standard error
     std::string auditLogFile; ///< empty: none is kept
+    bool noWeb = false;       ///< without the application for browsers
     NumbersFor metrics = NumbersFor::loopback;
     std::string faultScriptFile; ///< what is to go wrong, for tests of programs; empty: nothing
     std::chrono::seconds idleTimeout{60};

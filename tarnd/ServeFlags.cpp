@@ -159,6 +159,7 @@ void addServeOptions(CLI::App& command, ServeOptions& options)
         .add_option("--audit-log", options.auditLogFile,
                     "Keep who logged in, shared, linked, moved and removed what: JSON, a line each")
         ->type_name("FILE");
+    command.add_flag("--no-web", options.noWeb, "Without the application for browsers at /");
     const std::map<std::string, NumbersFor> audiences{
         {"off", NumbersFor::nobody}, {"loopback", NumbersFor::loopback}, {"public", NumbersFor::anybody}};
     command.add_option("--metrics", options.metrics, "Who may read /metrics: loopback, public or off")

@@ -53,7 +53,8 @@ void Exchange::fail(const ServiceError& error)
 {
     if (error.kind() == ServiceError::Kind::internal || !error.detail().empty())
         site.log.failed(logged(false), error);
-    const bool forPeople = taken != nullptr && taken->access == Access::anybody;
+    const bool forPeople =
+        taken != nullptr && (taken->access == Access::anybody || taken->access == Access::web);
     refusal = forPeople ? publicErrorPage(error) : errorReply(error);
     if (call) call->upload.reset();
     endTransfer();
@@ -64,6 +65,13 @@ void Exchange::limitRequests()
 {
     const bool watches = taken->access == Access::monitor || taken->access == Access::numbers;
     if (!watches && !site.rate.admit(client.address)) throw sentences::tooManyRequests();
+}
+
+void Exchange::beginSession(const std::string& id)
+{
+    call->caller = site.store.sessions().touch(id);
+    if (!site.userRate.admit(static_cast<std::uint64_t>(call->caller.userId)))
+        throw sentences::tooManyRequestsOfUser();
 }
 
 void Exchange::beginTransfer(Gauge& gauge)
@@ -88,17 +96,15 @@ void Exchange::route(RequestHead head)
     if (head.targetSize != target.size()) throw sentences::badTarget();
     requireHost(head);
     request.emplace(head.method, target, std::move(head.headers));
-    taken = &routeOf(*request);
+    const auto& found = routeOf(*request);
+    if (found.access == Access::web && !site.web) throw sentences::unknownRoute();
+    taken = &found;
     if (scripted && scripted->kind == Fault::Kind::refuse) throw sentences::toldToRefuse();
     call.emplace(Call{site.store, site.publicUrl, *request, tailOf(*taken, *request), {}, site.metrics, {}});
     limitRequests();
     if (taken->access == Access::numbers) requireWatcher();
     if (taken->access == Access::token) site.failedLogins.check(client.address);
-    if (taken->access == Access::session)
-        call->caller = site.store.sessions().touch(request->header("x-qz-tarn-session-id"));
-    if (taken->access == Access::session &&
-        !site.userRate.admit(static_cast<std::uint64_t>(call->caller.userId)))
-        throw sentences::tooManyRequestsOfUser();
+    if (taken->access == Access::session) beginSession(request->header("x-qz-tarn-session-id"));
     refuseUnfitLength(*taken, *request, site.maxFileSize);
     if (taken->begin == nullptr) return;
     beginTransfer(site.metrics.uploads);
@@ -140,6 +146,8 @@ bool Exchange::receive(const char* data, std::size_t size)
             call->upload->write(data, size);
         else if (received > strayBodyLimit)
             throw sentences::bodyTooLarge();
+        else if (taken->access == Access::form)
+            form.append(data, size);
     });
     if (refusal) receivedBeforeRefusal = received;
     return true;
@@ -150,9 +158,10 @@ Reply Exchange::finish()
     Reply reply;
     if (!refusal)
         guarded([&] {
+            if (taken->access == Access::form) beginSession(Parameters(form).text("session"));
             reply = taken->handle(*call);
             endTransfer();
-            if (reply.file) beginTransfer(site.metrics.downloads);
+            if (reply.file || reply.source) beginTransfer(site.metrics.downloads);
         });
     if (refusal) reply = std::move(*refusal);
     const bool isLogin = taken != nullptr && taken->access == Access::token;
@@ -162,12 +171,21 @@ Reply Exchange::finish()
             reply = errorReply(tooMany);
         }
     status = reply.status;
+    source = reply.source;
     sent = reply.file ? reply.fileSize : reply.text.size();
     // Now rather than at the end: a client that leaves without its reply has still removed what it removed.
     if (taken != nullptr && call && !taken->event.empty())
         site.audit.add(taken->event, requestId(), client, *call, status);
     if (site.log.isOn()) reply.headers.emplace_back("X-Request-Id", requestId());
     return reply;
+}
+
+std::optional<std::size_t> Exchange::produce(char* data, std::size_t size)
+{
+    std::size_t count = 0;
+    guarded([&] { count = source->read(data, size); });
+    sent += count;
+    return refusal ? std::nullopt : std::optional(count);
 }
 
 void Exchange::ended(bool complete)

@@ -34,6 +34,7 @@ struct Site {
     RequestLog log;
     AuditLog audit;
     NumbersFor numbersFor;
+    bool web = true; ///< the application for browsers is there
     Metrics metrics = {};
     FailedLogins failedLogins = {};
     RequestRate rate = {};     ///< of an address
@@ -72,6 +73,10 @@ public:
     /// The body is complete, or ignored. Call once.
     Reply finish();
 
+    /// The next bytes of a reply that has a source, and how many; 0 at its end, nothing when it cannot be completed:
+    /// the connection must end. @pre finish() gave such a reply
+    std::optional<std::size_t> produce(char* data, std::size_t size);
+
     /// Nothing more happens: tells the logs and the numbers. Call once, last.
     /// @param complete  the whole reply went out
     void ended(bool complete);
@@ -90,6 +95,7 @@ private:
     void fail(const ServiceError& error);
     void requireWatcher() const;
     void limitRequests();
+    void beginSession(const std::string& id);
     void beginTransfer(Gauge& gauge);
     void endTransfer();
     std::string requestId() const;
@@ -108,7 +114,9 @@ private:
     std::optional<Request> request;
     std::optional<Call> call;
     std::optional<Fault> scripted;
-    std::optional<Reply> refusal; ///< why the request failed before its handler ran
+    std::optional<Reply> refusal;       ///< why the request failed before its handler ran
+    std::string form;                   ///< the body of a request that has its session in there
+    std::shared_ptr<BodySource> source; ///< of the reply
     FailedLogins::HeldBack heldBack;
     unsigned status = 0;    ///< of the reply; 0: none yet
     std::uint64_t sent = 0; ///< bytes of its body

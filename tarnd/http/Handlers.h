@@ -40,6 +40,10 @@ Reply revokePublicLink(Call& call);
 // PublicPages.cpp
 Reply openPublicLink(Call& call);
 
+// WebHandlers.cpp
+Reply readWebFile(Call& call);
+Reply downloadItem(Call& call);
+
 // MonitorHandlers.cpp
 Reply tellLive(Call& call);
 Reply tellReady(Call& call);

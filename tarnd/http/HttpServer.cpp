@@ -48,9 +48,9 @@ ResponsePtr responseOf(Reply& reply)
     return {response, &MHD_destroy_response};
 }
 
-MHD_Result send(MHD_Connection* connection, Reply reply, bool close)
+/// @param response  of the reply, whose head is added
+MHD_Result send(MHD_Connection* connection, const ResponsePtr& response, const Reply& reply, bool close)
 {
-    const auto response = responseOf(reply);
     if (!response) return MHD_NO;
     const auto add = [&](const char* name, const std::string& value) {
         return MHD_add_response_header(response.get(), name, value.c_str()) == MHD_YES;
@@ -62,6 +62,12 @@ MHD_Result send(MHD_Connection* connection, Reply reply, bool close)
     for (const auto& [name, value] : reply.headers)
         complete = complete && add(name.c_str(), value);
     return complete ? MHD_queue_response(connection, reply.status, response.get()) : MHD_NO;
+}
+
+MHD_Result send(MHD_Connection* connection, Reply reply, bool close)
+{
+    const auto response = responseOf(reply);
+    return send(connection, response, reply, close);
 }
 
 /// The target is split and decoded in one place of our own, from what stood on the request line.
@@ -108,6 +114,34 @@ struct Busy {
     ConnectionTable& table;
     const int fd;
 };
+
+/// Who makes a reply while it goes out.
+struct Producer {
+    ConnectionTable& table;
+    const int fd;
+    Exchange& exchange;
+
+    static ssize_t produce(void* self, std::uint64_t, char* data, std::size_t size)
+    {
+        const auto& producer = *static_cast<const Producer*>(self);
+        const Busy busy(producer.table, producer.fd);
+        const auto count = producer.exchange.produce(data, size);
+        if (!count) return MHD_CONTENT_READER_END_WITH_ERROR;
+        return *count == 0 ? MHD_CONTENT_READER_END_OF_STREAM : static_cast<ssize_t>(*count);
+    }
+
+    static void forget(void* self) { delete static_cast<Producer*>(self); }
+};
+
+ResponsePtr producedResponse(Producer producer)
+{
+    constexpr std::size_t piece = 64 * 1024; // bytes
+    auto owned = std::make_unique<Producer>(producer);
+    auto* const response = MHD_create_response_from_callback(MHD_SIZE_UNKNOWN, piece, &Producer::produce,
+                                                             owned.get(), &Producer::forget);
+    if (response != nullptr) owned.release();
+    return {response, &MHD_destroy_response};
+}
 
 bool isEncrypted(MHD_Connection* connection)
 {
@@ -308,6 +342,7 @@ MHD_Result HttpServer::Connections::receive(MHD_Connection* connection, const ch
             return hangUp(busy.fd, false);
         }
     }
+    if (reply.source) return send(connection, producedResponse({table, busy.fd, exchange}), reply, draining);
     if (reply.file) table.watch(busy.fd, reply.file, reply.fileOffset + reply.fileSize);
     return send(connection, std::move(reply), draining);
 }

@@ -29,6 +29,7 @@ bool sendAll(int fd, std::string_view bytes)
 
 void answerInPart(int fd, const Reply& reply, std::uint64_t most)
 {
+    if (reply.source) return; // how much there is of it nobody knows
     const auto size = reply.file ? reply.fileSize : reply.text.size();
     auto head = "HTTP/1.1 " + std::to_string(reply.status) + ' ' + MHD_get_reason_phrase_for(reply.status) +
                 "\r\nContent-Type: " + reply.contentType + "\r\nContent-Length: " + std::to_string(size) +

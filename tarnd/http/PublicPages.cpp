@@ -1,91 +1,14 @@
 #include "tarnd/http/PublicPages.h"
 
-#include "tarnd/http/ContentReply.h"
+#include "tarnd/http/FilePage.h"
+#include "tarnd/http/FolderArchive.h"
+#include "tarnd/http/FolderPage.h"
 #include "tarnd/http/Handlers.h"
-#include "tarnd/http/PercentEncoding.h"
 #include "tarnd/store/Sentences.h"
 
 namespace tarnd {
 
 namespace {
-
-std::string htmlEscape(std::string_view text)
-{
-    std::string escaped;
-    for (const char c : text) {
-        switch (c) {
-        case '&':
-            escaped += "&amp;";
-            break;
-        case '<':
-            escaped += "&lt;";
-            break;
-        case '>':
-            escaped += "&gt;";
-            break;
-        case '"':
-            escaped += "&quot;";
-            break;
-        case '\'':
-            escaped += "&#39;";
-            break;
-        default:
-            escaped += c;
-        }
-    }
-    return escaped;
-}
-
-/// The link is the secret: it must not reach other sites as referrer, nor a content run as script in this origin.
-void addSafetyHeaders(Reply& reply, std::string_view policy)
-{
-    reply.headers.emplace_back("Content-Security-Policy", policy);
-    reply.headers.emplace_back("Referrer-Policy", "no-referrer");
-}
-
-Reply page(unsigned status, std::string_view title, std::string_view body)
-{
-    Reply reply;
-    reply.status = status;
-    reply.contentType = "text/html; charset=utf-8";
-    const auto heading = htmlEscape(title);
-    reply.text = R"(<!DOCTYPE html><html lang="en"><head><meta charset="utf-8"><title>)" + heading +
-                 "</title></head><body><h1><bdi>" + heading + "</bdi></h1>" + std::string(body) +
-                 "</body></html>\n";
-    addSafetyHeaders(reply,
-                     "default-src 'none'; base-uri 'none'; form-action 'none'; frame-ancestors 'none'");
-    return reply;
-}
-
-/// `bdi` keeps a name with right-to-left marks from rearranging what stands beside it.
-std::string entry(const std::string& base, const Item& item)
-{
-    const bool isFile = item.kind == ItemKind::file;
-    return "<li><a href=\"" + base + percentEncode(item.name) + "\"><bdi>" + htmlEscape(item.name) +
-           "</bdi>" + (isFile ? "</a> " + std::to_string(item.size) + " bytes" : "/</a>") + "</li>";
-}
-
-/// @param base what turns an entry's name into a link. Relative, so that links hold behind any public
-/// address, and begun with "./", so that no name is taken for a scheme.
-Reply folderPage(const Listing& listing, const std::string& base)
-{
-    std::string body = "<ul>";
-    for (const auto& folder : listing.folders)
-        body += entry(base, folder);
-    for (const auto& file : listing.files)
-        body += entry(base, file);
-    body += listing.folders.empty() && listing.files.empty() ? "</ul><p>This folder is empty.</p>" : "</ul>";
-    return page(200, listing.folder.name, body);
-}
-
-Reply download(const Request& request, OpenContent content)
-{
-    const auto name = percentEncode(content.file.name);
-    auto reply = contentReply(request, std::move(content));
-    reply.headers.emplace_back("Content-Disposition", "attachment; filename*=UTF-8''" + name);
-    addSafetyHeaders(reply, "sandbox; default-src 'none'");
-    return reply;
-}
 
 /// "/TOKEN/a/b" taken apart.
 struct PublicPath {
@@ -101,31 +24,61 @@ struct PublicPath {
         lastSegment = tail.substr(tail.rfind('/') + 1);
     }
 
+    PagePlace place() const
+    {
+        const std::string up = endsWithSlash ? "../" : "./";
+        return {endsWithSlash ? "./" : "./" + lastSegment + "/", below.isRoot() ? "" : up};
+    }
+
     std::string token;
     ItemPath below;
     std::string lastSegment; ///< still encoded
     bool endsWithSlash = false;
 };
 
+/// Browsers say that they take pages. All others, and whoever asks for a part, want the bytes.
+bool wantsPage(const Request& request)
+{
+    if (request.query().has("download") || !request.headerValues("Range").empty()) return false;
+    for (const auto accepted : request.headerValues("Accept"))
+        if (accepted.find("text/html") != std::string_view::npos) return true;
+    return false;
+}
+
+Reply openFile(const Call& call, OpenContent content, const PublicPath& path)
+{
+    if (path.endsWithSlash) throw sentences::notFound();
+    if (call.request.query().has("view")) return preview(call.request, std::move(content));
+    if (wantsPage(call.request)) return filePage(content, path.place());
+    return download(call.request, std::move(content));
+}
+
 } // namespace
 
 Reply publicErrorPage(const ServiceError& error)
 {
     const auto status = statusOf(error.kind());
-    if (status >= 500) return page(status, "The service failed", "<p>Please try again later.</p>");
-    return page(404, "Not found", "<p>There is nothing at this address, or it is no longer shared.</p>");
+    if (error.kind() == ServiceError::Kind::tooMany) {
+        auto reply = htmlPage(status, "Too many at a time", "<p>" + htmlEscape(error.what()) + "</p>");
+        reply.headers.push_back(retrySoon());
+        return reply;
+    }
+    if (status >= 500) return htmlPage(status, "The service failed", "<p>Please try again later.</p>");
+    return htmlPage(404, "Not found", "<p>There is nothing at this address, or it is no longer shared.</p>");
 }
 
 Reply openPublicLink(Call& call)
 {
     const PublicPath path(call.tail);
-    auto shown = call.store.links().open(path.token, path.below);
-    if (auto* content = std::get_if<OpenContent>(&shown)) {
-        if (path.endsWithSlash) throw sentences::notFound();
-        return download(call.request, std::move(*content));
-    }
-    const auto base = path.endsWithSlash ? std::string("./") : "./" + path.lastSegment + "/";
-    return folderPage(std::get<Listing>(shown), base);
+    auto& links = call.store.links();
+    auto shown = links.open(path.token, path.below);
+    if (auto* content = std::get_if<OpenContent>(&shown)) return openFile(call, std::move(*content), path);
+    const auto& listing = std::get<Listing>(shown);
+    if (!call.request.query().has("download"))
+        return folderPage(listing, path.place(), call.request.query().text("sort"));
+    return folderArchive(
+        [&links, token = path.token](const ItemPath& item) { return links.open(token, item); }, path.below,
+        listing);
 }
 
 } // namespace tarnd

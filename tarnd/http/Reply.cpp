@@ -65,13 +65,18 @@ unsigned statusOf(ServiceError::Kind kind)
     return 500;
 }
 
+std::pair<std::string, std::string> retrySoon()
+{
+    return {"Retry-After", "1"};
+}
+
 Reply errorReply(const ServiceError& error)
 {
     XmlWriter document("Error");
     document.text("code", error.what());
     document.text("reason", error.reason());
     auto reply = xml(statusOf(error.kind()), document);
-    if (error.kind() == ServiceError::Kind::tooMany) reply.headers.emplace_back("Retry-After", "1");
+    if (error.kind() == ServiceError::Kind::tooMany) reply.headers.push_back(retrySoon());
     return reply;
 }
 

@@ -5,20 +5,32 @@
 #include "tarnd/store/UniqueFd.h"
 
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <utility>
 #include <vector>
 
 namespace tarnd {
 
-/// What goes back for one request: a text, or the bytes of an open file.
+/// A body that is made while it goes out, of a length that nobody knows before.
+class BodySource {
+public:
+    virtual ~BodySource() = default;
+
+    /// Fills in the next bytes, `size` at most, and says how many; 0 at the end. May block.
+    /// @throws std::exception when it cannot go on; the body must not look complete then
+    virtual std::size_t read(char* data, std::size_t size) = 0;
+};
+
+/// What goes back for one request: a text, the bytes of an open file, or what a source makes.
 struct Reply {
     unsigned status = 200;
     std::string contentType;
     std::string text;
-    UniqueFd file;                ///< when set, `fileSize` bytes of it are the body instead of `text`
-    std::uint64_t fileOffset = 0; ///< where these begin
-    std::uint64_t fileSize = 0;   ///< bytes
+    UniqueFd file;                      ///< when set, `fileSize` bytes of it are the body instead of `text`
+    std::uint64_t fileOffset = 0;       ///< where these begin
+    std::uint64_t fileSize = 0;         ///< bytes
+    std::shared_ptr<BodySource> source; ///< when set, the body comes from there
     std::vector<std::pair<std::string, std::string>> headers;
 };
 
@@ -33,6 +45,9 @@ Reply doneReply();
 
 /// The one place where a kind of failure becomes a status.
 unsigned statusOf(ServiceError::Kind kind);
+
+/// The header of a refusal after which the same may be tried again.
+std::pair<std::string, std::string> retrySoon();
 
 /// `<Error><code>One plain sentence.</code><reason>itsName</reason></Error>` with the status of its kind.
 Reply errorReply(const ServiceError& error);

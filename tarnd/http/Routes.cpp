@@ -38,8 +38,16 @@ constexpr Route routes[] = {
     {"DELETE", "/service/v1/permissions", Tail::id, Access::session, revokePermission, nullptr, "revoke"},
     {"GET", "/service/v1/permissions", Tail::none, Access::session, listPermissions},
 
+    {"POST", "/service/v1/download", Tail::item, Access::form, downloadItem},
+
     {"GET", "/service/v1/versions/files", Tail::item, Access::session, listVersions},
     {"PUT", "/service/v1/versions/files", Tail::item, Access::session, restoreVersion},
+
+    {"GET", "/", Tail::none, Access::web, readWebFile},
+    {"HEAD", "/", Tail::none, Access::web, readWebFile},
+    {"GET", "/app.css", Tail::none, Access::web, readWebFile},
+    {"GET", "/app.js", Tail::none, Access::web, readWebFile},
+    {"GET", "/icon.svg", Tail::none, Access::web, readWebFile},
 
     {"GET", "/health/live", Tail::none, Access::monitor, tellLive},
     {"HEAD", "/health/live", Tail::none, Access::monitor, tellLive},

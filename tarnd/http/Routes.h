@@ -9,8 +9,10 @@ namespace tarnd {
 
 enum class Access {
     session, ///< a live session, else 401
+    form,    ///< the same, named in the body, which a browser sends without a script
     token,   ///< the handler checks the authentication token
     anybody, ///< no login; replies are pages for people
+    web,     ///< no login; the application for browsers, where there is one
     monitor, ///< no login; replies are texts for programs that watch the service
     numbers, ///< the same, for those who may see the numbers
 };

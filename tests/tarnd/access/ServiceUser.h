@@ -69,6 +69,12 @@ public:
         return onItem("GET", "files", file, version(id, label));
     }
 
+    /// By a form.
+    RestReply download(const Place& file)
+    {
+        return send("POST", targetOf("download", file), "session=" + sessionId);
+    }
+
     RestReply deleteFile(const Place& file) { return onItem("DELETE", "files", file); }
 
     RestReply attributes(const Place& item) { return onItem("GET", "filesystem", item); }

@@ -26,7 +26,7 @@ TEST_F(Errors, HaveTheStatusOfTheirKindAndOneSentence)
     const std::string missing = "404 The path does not exist.";
     const Row rows[] = {
         {'a', "GET", "/service/v1/nothing", "400 The service has nothing at this address."},
-        {'a', "GET", "/", "400 The service has nothing at this address."},
+        {'a', "GET", "/app", "400 The service has nothing at this address."},
         {'a', "GET", "/service/v1/filesdocs/a", "400 The service has nothing at this address."},
         {'a', "GET", "/service/v1/ping/more", "400 The service has nothing at this address."},
         {'a', "DELETE", "/service/v1/permissions/a/b", "400 The service has nothing at this address."},

@@ -159,6 +159,7 @@ protected:
 TEST_F(FewTransfers, AtATimeForAUserAndForAnAddress)
 {
     put("/r", "content");
+    const auto link = linkTo("/");
     const auto begin = [&](const std::string& session, const std::string& from) {
         auto wire = std::make_unique<Wire>(service.port(), from);
         wire->send(uploadHead(session, 1000) + "a");
@@ -193,6 +194,12 @@ TEST_F(FewTransfers, AtATimeForAUserAndForAnAddress)
         slow.push_back(begin(session, "127.0.0.5"));
     ASSERT_TRUE(underWay(3));
     EXPECT_EQ(read(alice, "127.0.0.5"), 429) << "the address's fourth";
+    Wire person(service.port(), "127.0.0.5");
+    person.send(requestText("GET", link + "?download"));
+    const auto page = person.receive().value_or(WireReply{});
+    EXPECT_EQ(page.status, 429) << "as an archive does";
+    EXPECT_EQ(page.headers.at("retry-after"), "1");
+    EXPECT_EQ(page.headers.at("content-type"), "text/html; charset=utf-8");
     EXPECT_EQ(read(alice, "127.0.0.6"), 200);
     logIn(token);
     int ended = 0;

@@ -46,6 +46,15 @@ protected:
         require(asAlice("PUT", "/service/v1/files" + path + "?createMode=CREATE_OR_UPDATE", content));
     }
 
+    /// The path of a new public link: "/public/TOKEN".
+    std::string linkTo(const std::string& path)
+    {
+        const auto url =
+            parseXml(asAlice("GET", "/service/v1/public/urls" + path).body).only("PublicAccessUrl");
+        EXPECT_EQ(url.substr(0, service.url().size() + 8), service.url() + "/public/");
+        return url.substr(service.url().size());
+    }
+
     TarndProcess service;
     const std::string aliceToken = service.addUser("alice");
     std::string alice, bob; ///< session ids

@@ -1,0 +1,15 @@
+# cmake -DFOLDER=DIR "-DFILES=NAME=FILE;…" -DHEADER=H -DNAMESPACE=N -DOUTPUT=CPP -P EmbedFiles.cmake
+# Writes a source file in which each file is a std::string_view of that name, as the header declares it.
+set(source "#include \"${HEADER}\"\n\nnamespace ${NAMESPACE} {\n\n")
+foreach(pair IN LISTS FILES)
+  string(REPLACE "=" ";" pair "${pair}")
+  list(GET pair 0 name)
+  list(GET pair 1 file)
+  file(READ "${FOLDER}/${file}" bytes HEX)
+  string(LENGTH "${bytes}" digits)
+  math(EXPR size "${digits} / 2")
+  string(REGEX REPLACE "(..)" "\\\\x\\1" literal "${bytes}")
+  string(APPEND source "const std::string_view ${name}{\"${literal}\", ${size}};\n")
+endforeach()
+string(APPEND source "\n} // namespace ${NAMESPACE}\n")
+file(WRITE "${OUTPUT}" "${source}")
