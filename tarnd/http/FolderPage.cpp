@@ -16,7 +16,8 @@ struct Column {
 constexpr Column columns[] = {
     {"name", "Name", [](const Item& a, const Item& b) { return a.name < b.name; }},
     {"size", "Size", [](const Item& a, const Item& b) { return a.size < b.size; }},
-    {"date", "Changed <span>(UTC)</span>", [](const Item& a, const Item& b) { return a.lastModified < b.lastModified; }},
+    {"date", "Changed <span>(UTC)</span>",
+     [](const Item& a, const Item& b) { return a.lastModified < b.lastModified; }},
 };
 
 struct Sorting {
