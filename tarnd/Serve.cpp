@@ -1,6 +1,7 @@
 #include "tarnd/Serve.h"
 
 #include "tarnd/ListenSocket.h"
+#include "tarnd/SettingsWatch.h"
 #include "tarnd/http/HttpServer.h"
 
 #include <algorithm>
@@ -17,6 +18,7 @@ namespace {
 
 constexpr std::chrono::seconds drainLimit{5};
 constexpr std::chrono::seconds databaseLimit{1};
+constexpr timespec lookAtFilesEvery{2, 0};
 
 sigset_t blockSignals()
 {
@@ -116,11 +118,30 @@ void reload(const std::function<ServeOptions()>& readAgain, Site& site, HttpServ
     }
 }
 
-/// @returns false for the end
-bool waitForHangUp(const sigset_t& signals)
+/// @returns the signal that came, or 0 when the files have changed
+int waitForNews(const sigset_t& signals, SettingsWatch& files)
 {
-    int signal = 0;
-    return sigwait(&signals, &signal) == 0 && signal == SIGHUP;
+    for (;;) {
+        const int signal = sigtimedwait(&signals, nullptr, &lookAtFilesEvery);
+        if (signal > 0) return signal;
+        if (files.haveChanged()) return 0;
+    }
+}
+
+/// Until the end is asked for.
+void takeOverChanges(const sigset_t& signals, const ServeOptions& options,
+                     const std::function<ServeOptions()>& readAgain, Site& site, HttpServer& server)
+{
+    SettingsWatch files({options.tlsCertificateFile, options.tlsKeyFile, options.configFile});
+    for (;;) {
+        const int signal = waitForNews(signals, files);
+        if (signal != 0 && signal != SIGHUP) return;
+        if (signal == SIGHUP) {
+            reopenLogs(site);
+            files.acknowledge();
+        }
+        reload(readAgain, site, server);
+    }
 }
 
 std::shared_ptr<FaultScript> faultScriptOf(const ServeOptions& options)
@@ -171,10 +192,7 @@ void serve(const ServeOptions& options, const std::function<ServeOptions()>& rea
     std::printf("{\"url\":\"%s\"}\n", url.c_str());
     std::fflush(stdout);
 
-    while (waitForHangUp(signals)) {
-        reopenLogs(site);
-        reload(readAgain, site, server);
-    }
+    takeOverChanges(signals, options, readAgain, site, server);
     // Who waits for a database that does not answer is told so: the end does not wait for it as well.
     for (const auto limit : {databaseLimit, drainLimit - 2 * databaseLimit, databaseLimit})
         if (!server.drain(limit)) store.interruptWaits();

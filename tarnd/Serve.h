@@ -18,9 +18,10 @@ struct ServeOptions {
     std::string listen = "127.0.0.1:7070"; ///< HOST:PORT; port 0 takes a free one
     std::string tlsCertificateFile;        ///< PEM; with the key: serve HTTPS
     std::string tlsKeyFile;
-    std::string publicUrl; ///< what public links begin with; empty: the address listened on
-    bool insecure = false; ///< allow plain HTTP beyond this machine
-    bool verbose = false;  ///< tell what the start found; a line per request unless the log says otherwise
+    std::string configFile; ///< what `--config` named; empty: none
+    std::string publicUrl;  ///< what public links begin with; empty: the address listened on
+    bool insecure = false;  ///< allow plain HTTP beyond this machine
+    bool verbose = false;   ///< tell what the start found; a line per request unless the log says otherwise
     std::optional<LogFormat> log;
     std::string logFile;      ///< empty: standard error
     std::string auditLogFile; ///< empty: none is kept
@@ -36,8 +37,9 @@ struct ServeOptions {
     std::uint64_t maxFileSize = std::numeric_limits<std::int64_t>::max(); ///< bytes of one upload
 };
 
-/// Serves until SIGTERM or SIGINT, then answers the requests under way and returns. SIGHUP opens the logs anew, and
-/// takes over what `readAgain` says of limits and certificate; what it throws is told, and all stays as it is.
+/// Serves until SIGTERM or SIGINT, then answers the requests under way and returns. SIGHUP opens the logs anew; it and
+/// a change of the certificate, the key or the configuration file, seen within some seconds, take over what `readAgain`
+/// says of limits and certificate. What that throws is told, and all stays as it is.
 ///
 /// Once connections are accepted one line goes to standard output: `{"url":"http://127.0.0.1:7070"}`.
 /// Call it before any other thread exists: it blocks those signals for all of them.

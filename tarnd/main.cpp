@@ -94,7 +94,11 @@ struct CommandLine {
     int run(const std::function<ServeOptions()>& readAgain)
     {
         // `serve` opens the store itself: it blocks signals first, before any thread of the store exists.
-        if (*serve) return tarnd::serve(options, readAgain), 0;
+        if (*serve) {
+            if (const auto* given = serve->get_option("--config"); given->count() > 0)
+                options.configFile = given->as<std::string>();
+            return tarnd::serve(options, readAgain), 0;
+        }
         if (*status) return printStatus(options.store.dataDir);
         if (*backup) return backUp(options.store, copy);
         if (*restoration) return restore(copy, options.store);

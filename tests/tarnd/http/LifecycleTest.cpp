@@ -171,18 +171,18 @@ TEST(Tls, IsOf12OrNewerAndTakesANewCertificateWhileItRuns)
     const auto subject = [&] {
         return shell("(" + connect + " </dev/null 2>/dev/null | openssl x509 -noout -subject)");
     };
-    const auto takesAnew = [&](const std::string& told) {
-        service.signal(SIGHUP);
+    const auto says = [&](const std::string& told) {
         const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(30);
         while (service.errors().find(told) == std::string::npos && std::chrono::steady_clock::now() < limit)
             std::this_thread::sleep_for(std::chrono::milliseconds(5));
     };
     shell("openssl req -x509 -newkey ec -pkeyopt ec_paramgen_curve:P-256 -nodes -subj /CN=renewed "
           "-keyout new -out cert");
-    takesAnew("stay as they were"); // certificate and key do not belong together
+    service.signal(SIGHUP);
+    says("stay as they were"); // certificate and key do not belong together
     EXPECT_THAT(subject(), ::testing::HasSubstr("CN = test"));
     shell("mv new key");
-    takesAnew("are read anew");
+    says("are read anew"); // without being told
     EXPECT_THAT(subject(), ::testing::HasSubstr("CN = renewed"));
 }
 
