@@ -47,7 +47,7 @@ constexpr Route routes[] = {
     {"HEAD", "/", Tail::none, Access::web, readWebFile},
     {"GET", "/app.css", Tail::none, Access::web, readWebFile},
     {"GET", "/app.js", Tail::none, Access::web, readWebFile},
-    {"GET", "/icon.svg", Tail::none, Access::web, readWebFile},
+    {"GET", "/favicon.ico", Tail::none, Access::web, readWebFile},
 
     {"GET", "/health/live", Tail::none, Access::monitor, tellLive},
     {"HEAD", "/health/live", Tail::none, Access::monitor, tellLive},

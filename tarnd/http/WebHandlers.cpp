@@ -26,7 +26,7 @@ const WebFile& webFile(std::string_view path)
         {"/", "text/html; charset=utf-8", {web::appHtml}},
         {"/app.css", "text/css; charset=utf-8", {web::baseCss, web::appCss}},
         {"/app.js", "text/javascript; charset=utf-8", {web::appJs}},
-        {"/icon.svg", "image/svg+xml", {web::iconSvg}},
+        {"/favicon.ico", "image/svg+xml", {web::iconSvg}}, // where browsers look when a page names no icon
     };
     for (const auto& file : files)
         if (file.path == path) return file;

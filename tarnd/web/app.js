@@ -191,6 +191,7 @@ function endSession(why) {
   keepSession(null);
   shared = null;
   byId("view").replaceChildren();
+  byId("said").replaceChildren();
   showSignIn(why);
 }
 

@@ -188,7 +188,7 @@ TEST_F(AccessMatrix, NoOtherRouteIsOpenWithoutASession)
 {
     const std::set<std::string_view> open = {"/service/v1/login", "/public",  "/health/live",
                                              "/health/ready",     "/metrics", "/",
-                                             "/app.css",          "/app.js",  "/icon.svg"};
+                                             "/app.css",          "/app.js",  "/favicon.ico"};
     for (const auto& route : allRoutes())
         for (const auto actor : {Actor::nobody, Actor::linkHolder}) {
             const auto target = std::string(route.path) + (route.tail == Tail::item ? "/private" : "");

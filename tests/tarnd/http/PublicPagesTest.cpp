@@ -72,7 +72,7 @@ TEST_F(PublicPages, ShowPeopleWhatProgramsGetAsItIs)
         {"/", true, html, "app.js"},
         {"/app.js", true, "text/javascript; charset=utf-8", "use strict"},
         {"/app.css", true, "text/css; charset=utf-8", "--accent"},
-        {"/icon.svg", true, "image/svg+xml", "<svg"},
+        {"/favicon.ico", true, "image/svg+xml", "<svg"},
     };
     for (const auto& [target, asBrowser, type, inBody] : rows) {
         SCOPED_TRACE(target);
