@@ -10,13 +10,15 @@
 #include <algorithm>
 #include <map>
 #include <memory>
+#include <utility>
 
 namespace tarncli {
 
 namespace {
 
 constexpr const char* mainFooter = R"(
-Remote paths: /docs/a.txt is in your own storage, alice:/docs/a.txt in alice's.
+Remote paths: /docs/a.txt is in your own storage, alice:/docs/a.txt in alice's; a.txt in the folder
+that the profile names, if it does.
 Without --endpoint, TARN_ENDPOINT and a profile in ~/.config/tarn/config.toml, tarn uses a local
 store on this machine, which it starts by itself.
 
@@ -30,7 +32,8 @@ Environment:
 
 Exit codes: 0 ok, 2 usage, 3 not found, 4 not logged in, 5 not allowed, 6 exists or conflict,
 7 service unreachable, 8 partly done, 1 anything else, 130 interrupted.
---json: one document on standard output; errors as {"error": TEXT, "kind": WORD, "code": N} on standard error.
+--json: one document on standard output, --json-lines: one for each item of a list; errors as
+{"error": TEXT, "kind": WORD, "code": N} on standard error.
 
 Examples:
   tarn put notes.md /notes.md          store a file
@@ -141,10 +144,14 @@ public:
         }
         refuseExtras();
         if (app.get_subcommands().empty()) return showHelp(ExitCode::usage);
+        if (json) command.format = Output::Format::json;
+        if (jsonLines) command.format = Output::Format::jsonLines;
         if (quietly && verbosely) throw usageError("Choose one of --quiet and --verbose.");
         if (quietly) command.verbosity = Output::Verbosity::quiet;
         if (verbosely) command.verbosity = Output::Verbosity::verbose;
-        command.verb = verbs.at(app.get_subcommands().front())->run;
+        const auto* verb = verbs.at(app.get_subcommands().front());
+        command.connection.command = typed(argc, argv, verb->name);
+        command.verb = verb->run;
         return std::move(command);
     }
 
@@ -165,6 +172,8 @@ private:
              {.valueName = "URL"}},
             {"--insecure", &service.insecure,
              "Allow http:// to other machines, which sends the token unencrypted"},
+            {"--encode-names", &service.encodeNames,
+             "Store names with '?', '#' and control characters, encoded"},
             {"--timeout",
              &command.connection.timeout,
              "How long the service may stay silent; default: 30, or 300 before its reply begins",
@@ -177,7 +186,8 @@ private:
              &command.connection.rate,
              "Most bytes per second each way, such as 500K or 2M",
              {.valueName = "RATE"}},
-            {"--json", &command.json, "Write results and errors as JSON"},
+            {"--json", &json, "Write results and errors as JSON"},
+            {"--json-lines", &jsonLines, "Likewise, and lists as a document a line for each item"},
             {"-q,--quiet", &quietly, "Show errors and warnings only"},
             {"-v,--verbose", &verbosely, "Report every step, and every request with its duration"},
             {"--log-file",
@@ -216,6 +226,22 @@ private:
         for (const auto& option : verb.takes)
             std::visit(Declaration(*added, option), option.target);
         verbs[added] = &verb;
+    }
+
+    /// From the verb on, as it could be typed again; without what may hold a password.
+    static std::string typed(int argc, const char* const* argv, const std::string& verb)
+    {
+        std::string text;
+        bool isSecret = false;
+        for (const auto* const* word = std::find(argv + 1, argv + argc, verb); word < argv + argc; ++word) {
+            const std::string each = std::exchange(isSecret, false) ? "..." : *word;
+            isSecret = each == "--proxy" || each == "--endpoint";
+            if (each.starts_with("--proxy=") || each.starts_with("--endpoint=")) continue;
+            const bool isPlain =
+                !each.empty() && each.find_first_of(" \t\n'\"\\$*?[]{}()<>|&;#~`") == std::string::npos;
+            text += (text.empty() ? "" : " ") + (isPlain ? each : "'" + each + "'");
+        }
+        return text;
     }
 
     Command showHelp(ExitCode code)
@@ -259,6 +285,8 @@ private:
 
     CLI::App app{"Keeps your files in a Tarn service.", "tarn"};
     Command command;
+    bool json = false;
+    bool jsonLines = false;
     bool quietly = false;
     bool verbosely = false;
     CommandTree tree;

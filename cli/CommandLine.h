@@ -11,7 +11,7 @@ namespace tarncli {
 /// What the command line asks for.
 struct Command {
     ConnectionOptions connection;
-    bool json = false;
+    Output::Format format = Output::Format::text;
     Output::Verbosity verbosity = Output::Verbosity::normal;
     std::function<void(const Invocation&)> verb;
     CommandTree commands;

@@ -1,4 +1,7 @@
 #include "cli/CommandLine.h"
+#include "cli/remote/RemotePath.h"
+#include "cli/remote/Rights.h"
+#include "cli/remote/StoredNames.h"
 #include "cli/terminal/Interrupts.h"
 #include "cli/verbs/Verbs.h"
 
@@ -16,14 +19,33 @@ int showHelp(const Command& command)
     return static_cast<int>(command.helpExitCode);
 }
 
+/// How the profile reads paths.
+void readPathsAs(const Service& service)
+{
+    setDefaultFolder(service.folder);
+    encodeNames(service.encodeNames);
+}
+
+/// One who was refused hears what is allowed there.
+Failure withRights(const Failure& failure, const Command& command, Output& out)
+{
+    if (failure.code() != ExitCode::notAllowed || failure.item().empty()) return failure;
+    const auto sentence = rightsSentence(command.connection, out, failure.item());
+    return sentence.empty() ? failure : failure.saying(failure.what() + (" " + sentence));
+}
+
 int run(const Command& command)
 {
-    Output out(command.json, command.verbosity);
+    Output out(command.format, command.verbosity);
+    try {
+        readPathsAs(serviceFor(command.connection.service));
+    } catch (const std::exception&) { // a verb that needs the service tells it, and others need it not
+    }
     try {
         command.verb({command.connection, out, command.commands});
         return 0;
     } catch (const std::exception&) {
-        const auto failure = explain(std::current_exception());
+        const auto failure = withRights(explain(std::current_exception()), command, out);
         out.error(failure);
         return static_cast<int>(failure.code());
     }
@@ -40,8 +62,10 @@ int main(int argc, char** argv)
         command = parseCommandLine(allVerbs(), argc, argv);
     } catch (const Failure& failure) {
         // Nothing was understood, but a script that asked for JSON must be able to read even this.
-        const bool json = std::find(argv, argv + argc, std::string_view("--json")) != argv + argc;
-        Output(json, Output::Verbosity::normal).error(failure);
+        const bool json = std::any_of(argv, argv + argc, [](std::string_view word) {
+            return word == "--json" || word == "--json-lines";
+        });
+        Output(json ? Output::Format::json : Output::Format::text, Output::Verbosity::normal).error(failure);
         return static_cast<int>(failure.code());
     }
     return command.verb ? run(command) : showHelp(command);

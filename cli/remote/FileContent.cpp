@@ -92,6 +92,25 @@ std::string digestOf(Connection& connection, const RemotePath& file)
     return connection.call([&] { return requestDigest(connection, file); });
 }
 
+Future<CurrentContent> requestCurrent(Connection& connection, const RemotePath& file, std::uint64_t size)
+{
+    auto request = requestFor<FileDownload>(file);
+    if (size > 0) request->length = 1; // the head tells it of all
+    request->content = std::make_shared<ContentReceiver>([](std::string_view) {});
+    return connection.contents()
+        .downloadFile(std::move(request))
+        .then([](Future<std::unique_ptr<FileDownloadResponse>>&& reply) {
+            const auto head = reply.get();
+            return CurrentContent{head->totalSize.value_or(0), head->versionId, head->sha256};
+        });
+}
+
+CurrentContent currentOf(Connection& connection, const RemotePath& file)
+{
+    const auto size = sizeOf(connection, file, {});
+    return connection.call([&] { return requestCurrent(connection, file, size); });
+}
+
 namespace {
 
 /// Asks for the size of a file, and with it for its content. Another may have replaced the file between the two

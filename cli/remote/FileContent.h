@@ -8,6 +8,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <string>
 
 namespace tarncli {
 
@@ -38,6 +39,20 @@ connector::Future<std::string> requestDigest(Connection& connection, const Remot
 
 /// Likewise, and waits for it. @throws what the request fails with
 std::string digestOf(Connection& connection, const RemotePath& file);
+
+/// What is a file's content now.
+struct CurrentContent {
+    std::uint64_t size = 0; ///< bytes
+    std::string version; ///< the id of its version, and more once that was replaced in place; empty: not told
+    std::string sha256;  ///< empty: not told
+};
+
+/// Asks for it. @param size  as far as known; of an empty file the service tells more when that is known
+connector::Future<CurrentContent> requestCurrent(Connection& connection, const RemotePath& file,
+                                                 std::uint64_t size);
+
+/// Likewise, and waits for it. @throws what the requests fail with; Failure (conflict) for a folder
+CurrentContent currentOf(Connection& connection, const RemotePath& file);
 
 /// Brings a whole content to `target`, through as many requests as it takes.
 /// @throws Failure

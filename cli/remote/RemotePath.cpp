@@ -1,11 +1,14 @@
 #include "cli/remote/RemotePath.h"
 
+#include "cli/remote/StoredNames.h"
 #include "cli/terminal/Failure.h"
 #include "cli/terminal/Text.h"
 
 namespace tarncli {
 
 namespace {
+
+std::string folderForRelative = "/";
 
 std::string quote(const std::string& text)
 {
@@ -31,7 +34,24 @@ void refuseBadNames(const std::string& text, std::string_view path)
 
 RemotePath RemotePath::parse(const std::string& text)
 {
+    auto result = parseTyped(text);
+    result.path = encodedName(result.path);
+    return result;
+}
+
+RemotePath RemotePath::ofStored(const std::string& text)
+{
+    const auto slash = text.find('/');
+    return {slash == 0 ? "" : text.substr(0, slash - 1), text.substr(slash)};
+}
+
+RemotePath RemotePath::parseTyped(const std::string& typed)
+{
     RemotePath result;
+    // With a ':' before the first '/' it names a user.
+    const bool isRelative = folderForRelative != "/" && !typed.empty() && typed.front() != '/' &&
+                            typed.find(':') >= typed.find('/');
+    const auto text = isRelative ? folderForRelative + "/" + typed : typed;
     if (text.empty()) throw usageError("A remote path is empty; the root folder is \"/\".");
     if (!isValidUtf8(text)) throw usageError("The remote path " + quote(text) + " is not valid UTF-8.");
     // In "/a:b" the ':' is part of a name.
@@ -68,9 +88,30 @@ RemotePath RemotePath::parent() const
     return {bucket, end == 0 ? "/" : path.substr(0, end)};
 }
 
+std::string RemotePath::text() const
+{
+    const auto shown = decodedName(path);
+    return bucket.empty() ? shown : bucket + ":" + shown;
+}
+
 std::string RemotePath::quoted() const
 {
     return quote(text());
+}
+
+void setDefaultFolder(const std::string& folder)
+{
+    folderForRelative = "/";
+    if (folder.empty()) return;
+    const auto path = RemotePath::parseTyped(folder);
+    if (!path.bucket.empty())
+        throw usageError("The default folder " + quote(folder) + " must be in your own storage.");
+    folderForRelative = path.path;
+}
+
+const std::string& defaultFolder()
+{
+    return folderForRelative;
 }
 
 RemotePath addressable(const std::string& text)
@@ -81,14 +122,19 @@ RemotePath addressable(const std::string& text)
     return result;
 }
 
-std::string whyNotAddressable(std::string_view name)
+std::string whyNotStorable(std::string_view name)
 {
-    if (!isValidUtf8(name)) return "The name is not valid UTF-8.";
+    return whyNotAddressable(encodedName(name));
+}
+
+std::string whyNotAddressable(std::string_view stored)
+{
+    if (!isValidUtf8(stored)) return "The name is not valid UTF-8.";
     // The library puts paths into URLs with these two as they are, and the URL's path ends there.
     for (const char c : {'?', '#'})
-        if (name.find(c) != std::string_view::npos)
+        if (stored.find(c) != std::string_view::npos)
             return std::string("The service cannot be asked for names with '") + c +
-                   "'; choose another name.";
+                   "'; choose another name, or use --encode-names.";
     return {};
 }
 

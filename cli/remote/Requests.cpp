@@ -1,6 +1,7 @@
 #include "cli/remote/Requests.h"
 
 #include "cli/remote/Answer.h"
+#include "cli/remote/StoredNames.h"
 
 #include <algorithm>
 #include <nlohmann/json.hpp>
@@ -93,17 +94,26 @@ FileAttributes attributesOf(const FolderSummary& folder)
 
 nlohmann::json toJson(const FileSummary& file)
 {
-    return {{"name", toUtf8(file.name)},         {"size", file.size},         {"created", file.created},
-            {"lastModified", file.lastModified}, {"writable", file.writable}, {"watermark", file.watermark}};
+    return {
+        {"name", decodedName(toUtf8(file.name))}, {"size", file.size},         {"created", file.created},
+        {"lastModified", file.lastModified},      {"writable", file.writable}, {"watermark", file.watermark}};
 }
 
 nlohmann::json toJson(const FolderSummary& folder)
 {
-    return {{"name", toUtf8(folder.name)},
+    return {{"name", decodedName(toUtf8(folder.name))},
             {"created", folder.created},
             {"lastModified", folder.lastModified},
             {"writable", folder.writable},
             {"watermark", folder.watermark}};
+}
+
+nlohmann::json toJson(const RemotePath& where, const FileAttributes& item)
+{
+    auto document = toJson(summaryOf(item));
+    document["path"] = where.text();
+    document["type"] = isFolder(item) ? "folder" : "file";
+    return document;
 }
 
 } // namespace tarncli

@@ -49,7 +49,7 @@ auto naming(const RemotePath& item, Action action)
     try {
         return action();
     } catch (const std::exception&) {
-        throw about(item.quoted(), explain(std::current_exception()));
+        throw about(item.quoted(), explain(std::current_exception())).on(item.stored());
     }
 }
 
@@ -62,5 +62,7 @@ connector::tarn::FileAttributes attributesOf(const connector::tarn::FolderSummar
 
 nlohmann::json toJson(const connector::tarn::FileSummary& file);
 nlohmann::json toJson(const connector::tarn::FolderSummary& folder);
+/// With where it is, and what.
+nlohmann::json toJson(const RemotePath& where, const connector::tarn::FileAttributes& item);
 
 } // namespace tarncli

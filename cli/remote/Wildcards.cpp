@@ -1,6 +1,7 @@
 #include "cli/remote/Wildcards.h"
 
 #include "cli/remote/Requests.h"
+#include "cli/remote/StoredNames.h"
 
 #include <algorithm>
 #include <clocale>
@@ -48,13 +49,14 @@ public:
     void add(const Summaries& summaries)
     {
         for (const auto& summary : summaries) {
-            const auto name = toUtf8(summary.name);
+            const auto stored = toUtf8(summary.name);
+            const auto name = decodedName(stored);
             const bool isLiteral = name == pattern;
             if (!isLiteral && !isMatch(name)) continue;
-            const RemoteItem item{folder.child(name), attributesOf(summary)};
+            const RemoteItem item{folder.child(stored), attributesOf(summary)};
             if (isLiteral) literal = item;
             // What cannot be asked for by itself would be taken for another.
-            if (isUsable(name)) items.push_back(item);
+            if (isUsable(stored)) items.push_back(item);
         }
     }
 
@@ -106,11 +108,12 @@ bool matches(const std::string& pattern, const std::string& name, LetterCase let
 
 RemotePath addressableOrPattern(const std::string& text)
 {
-    auto path = RemotePath::parse(text);
+    auto path = RemotePath::parseTyped(text);
+    if (!isPattern(path.path)) return addressable(text);
     // A '?' in a pattern stands for a character; the names that are found are checked in their turn.
     auto checked = path.path;
-    if (isPattern(checked)) std::ranges::replace(checked, '?', '*');
-    if (whyNotAddressable(checked).empty()) return path;
+    std::ranges::replace(checked, '?', '*');
+    if (whyNotStorable(checked).empty()) return path;
     return addressable(text); // says what is wrong
 }
 
@@ -131,7 +134,7 @@ std::vector<RemoteItem> expand(Connection& connection, const std::string& text)
         std::vector<RemoteItem> below;
         for (const auto& item : items) {
             if (!isPattern(name))
-                below.push_back({item.where.child(name), {}});
+                below.push_back({item.where.child(encodedName(name)), {}});
             else if (!item.known || isFolder(*item.known))
                 std::ranges::move(matchesIn(connection, item.where, name), std::back_inserter(below));
         }

@@ -105,6 +105,7 @@ Connection::Connection(const ConnectionOptions& options, Output& output)
     , endpoint(service.endpoint)
     , requestsInFlight(options.inFlight)
     , retriesAtMost(options.retries)
+    , command(options.command)
 {
     if (service.isLocal()) startLocalStore(output);
     connector::host::TarnHost::Options settings;
@@ -247,6 +248,12 @@ bool Connection::logout()
         }
     }
     return !identity.user.empty() && credentialStore.remove(identity.user);
+}
+
+ChangeLog& Connection::changes()
+{
+    if (!changeLog) changeLog = std::make_unique<ChangeLog>(changesName(), user(), command);
+    return *changeLog;
 }
 
 connector::Future<std::unique_ptr<connector::http::HttpClientResponse>>

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "cli/service/ChangeLog.h"
 #include "cli/service/Credentials.h"
 #include "cli/service/ErrorMapping.h"
 #include "cli/service/Profile.h"
@@ -12,6 +13,7 @@
 #include <memory>
 #include <string>
 #include <utility>
+#include <vector>
 
 namespace tarncli {
 
@@ -25,6 +27,7 @@ struct ConnectionOptions {
     unsigned timeout = 0;         ///< seconds that the service may stay silent; 0: not told
     unsigned retries = 3;         ///< of what was interrupted and is safe to repeat
     RequestLogOptions log;
+    std::string command = {}; ///< as it was typed, for `tarn undo`
     std::string rate = {}; ///< as parseSize() takes it: bytes per second, at most, each way; empty: no limit
 };
 
@@ -90,6 +93,12 @@ public:
 
     connector::tarn::TarnSession& session() { return *host->session(); }
 
+    /// What the command changes is written down there before it is sent.
+    ChangeLog& changes();
+
+    /// What this user's commands have changed here, the newest first. @throws Failure
+    std::vector<LoggedCommand> commands() const { return loggedCommands(changesName(), user()); }
+
     /// Sends a request of no client, with the session.
     connector::Future<std::unique_ptr<connector::http::HttpClientResponse>>
     send(std::unique_ptr<connector::http::HttpClientRequest> request);
@@ -133,6 +142,9 @@ private:
 
     /// @throws the error when it is not transient, or has been repeated often enough
     static void pauseAfter(const std::exception_ptr& error, Retries& left);
+
+    std::string changesName() const { return isLocal() ? "local" : endpoint; }
+
     void startLocalStore(Output& output);
     void openSession(const std::string& user, const std::string& token);
     std::string tokenAtHand() const;
@@ -149,6 +161,8 @@ private:
     Credentials credentials;
     bool passing = false; ///< the token is from the environment: nothing is kept
     unsigned loginCount = 0;
+    std::string command;
+    std::unique_ptr<ChangeLog> changeLog;
     std::unique_ptr<connector::host::TarnHost> host;
 };
 

@@ -167,6 +167,13 @@ bool isRefusal(const std::exception_ptr& error, std::string_view reason)
     return isError<TarnError>(error, [&](const TarnError& refusal) { return refusal.reason() == reason; });
 }
 
+bool isRefused(const std::exception_ptr& error)
+{
+    return isError<TarnError>(error, [](const TarnError& refusal) {
+        return refusal.kind() != ErrorKind::unknownOutcome && refusal.kind() != ErrorKind::unreadableReply;
+    });
+}
+
 bool isNotLoggedIn(const std::exception_ptr& error)
 {
     return isError<TarnError>(

@@ -25,6 +25,9 @@ Failure explain(std::exception_ptr error);
 /// Whether the service refused the request for this reason.
 bool isRefusal(const std::exception_ptr& error, std::string_view reason);
 
+/// Whether the service has said that it did not do it.
+bool isRefused(const std::exception_ptr& error);
+
 /// Whether the service wants a login first: there is no session, or it has ended.
 bool isNotLoggedIn(const std::exception_ptr& error);
 

@@ -34,6 +34,12 @@ constexpr std::pair<std::string_view, std::string Profile::*> textKeys[] = {
     {"ca_file", &Profile::caFile},
     {"proxy", &Profile::proxy},
     {"token_command", &Profile::tokenCommand},
+    {"folder", &Profile::folder},
+};
+
+constexpr std::pair<std::string_view, bool Profile::*> switches[] = {
+    {"encode_names", &Profile::encodeNames},
+    {"insecure", &Profile::insecure},
 };
 
 void readKey(const std::filesystem::path& file, Profile& profile, const toml::key& key,
@@ -44,13 +50,17 @@ void readKey(const std::filesystem::path& file, Profile& profile, const toml::ke
             profile.*member = textOf(file, name, value);
             return;
         }
-    if (key != "insecure")
-        throw fileError(file, key.source(),
-                        "\"" + escaped(key.str()) +
-                            "\" is not known here; a profile has endpoint, user, ca_file, proxy, "
-                            "token_command and insecure.");
-    if (!value.is_boolean()) throw fileError(file, value.source(), "insecure must be true or false.");
-    profile.insecure = value.value_or(false);
+    for (const auto& [name, member] : switches)
+        if (key == name) {
+            if (!value.is_boolean())
+                throw fileError(file, value.source(), std::string(name) + " must be true or false.");
+            profile.*member = value.value_or(false);
+            return;
+        }
+    throw fileError(file, key.source(),
+                    "\"" + escaped(key.str()) +
+                        "\" is not known here; a profile has endpoint, user, ca_file, proxy, "
+                        "token_command, folder, encode_names and insecure.");
 }
 
 Profile readProfile(const std::filesystem::path& file, const toml::node& node)
@@ -61,6 +71,8 @@ Profile readProfile(const std::filesystem::path& file, const toml::node& node)
     for (const auto& [key, value] : *table)
         readKey(file, profile, key, value);
     if (profile.endpoint.empty()) throw fileError(file, node.source(), "this profile needs an endpoint.");
+    if (!profile.folder.empty() && !profile.folder.starts_with('/'))
+        throw fileError(file, node.source(), "the folder of a profile begins with '/'.");
     // Relative to the file that names it: where a command is run from must not change whom it trusts.
     if (!profile.caFile.empty()) profile.caFile = (file.parent_path() / profile.caFile).string();
     return profile;
@@ -168,6 +180,8 @@ Service chooseService(const ServiceFlags& flags, const Profiles& profiles)
     const auto user = firstOf({{environmentVariable("TARN_USER"), "TARN_USER"}, {profile.user, ofProfile}});
     service.user = user.value;
     service.userFrom = user.from;
+    service.folder = profile.folder;
+    service.encodeNames = flags.encodeNames || profile.encodeNames;
     if (service.isLocal()) return service;
     service.endpoint = checkedEndpoint(service.endpoint);
     service.caFile =

@@ -15,7 +15,10 @@ struct Profile {
     std::string proxy = {}; ///< URL, or "none"; empty: what the environment says
     /// Key "token_command": writes the token to its standard output; empty: none.
     std::string tokenCommand = {};
-    bool insecure = false; ///< the token may travel unencrypted
+    std::string folder =
+        {}; ///< where remote paths begin that do not begin with '/'; empty: there are none such
+    bool encodeNames = false; ///< key "encode_names": store names with '?' and the like, encoded
+    bool insecure = false;    ///< the token may travel unencrypted
 };
 
 /// The profile of this name, unless the file has one, is the local store.
@@ -30,6 +33,8 @@ inline constexpr const char* localProfile = "local";
 ///     ca_file = "work.pem"
 ///     proxy = "http://proxy.example.org:3128"
 ///     token_command = "pass show tarn"
+///     folder = "/photos"
+///     encode_names = true
 struct Profiles {
     std::string defaultName; ///< empty: none
     std::map<std::string, Profile> byName;
@@ -50,6 +55,7 @@ struct ServiceFlags {
     std::string profile;
     std::string caFile;
     std::string proxy;
+    bool encodeNames = false;
     bool insecure = false;
 };
 
@@ -62,6 +68,8 @@ struct Service {
     std::string caFile;       ///< empty: the system's authorities
     std::string proxy;        ///< URL; empty: none
     std::string tokenCommand; ///< empty: none
+    std::string folder;       ///< where relative paths begin; empty: there are none
+    bool encodeNames = false;
     bool insecure = false;
 
     bool isLocal() const { return endpoint.empty(); }

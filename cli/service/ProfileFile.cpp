@@ -57,9 +57,11 @@ void addProfile(const fs::path& file, const std::string& name, const Profile& pr
                                                         {"user", profile.user},
                                                         {"ca_file", profile.caFile},
                                                         {"proxy", profile.proxy},
-                                                        {"token_command", profile.tokenCommand}};
+                                                        {"token_command", profile.tokenCommand},
+                                                        {"folder", profile.folder}};
     for (const auto& [key, value] : keys)
         if (!value.empty()) text += std::string(key) + " = " + quoted(value) + "\n";
+    if (profile.encodeNames) text += "encode_names = true\n";
     if (profile.insecure) text += "insecure = true\n";
     replace(file, text);
 }

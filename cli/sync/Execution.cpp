@@ -1,10 +1,13 @@
 #include "cli/sync/Execution.h"
 
 #include "cli/remote/FileContent.h"
+#include "cli/remote/Recorded.h"
 #include "cli/remote/Requests.h"
+#include "cli/remote/StoredNames.h"
 #include "cli/terminal/Output.h"
 #include "cli/terminal/Quantities.h"
 #include "cli/transfer/Conclusion.h"
+#include "cli/transfer/RecordedTransfer.h"
 
 #include <algorithm>
 #include <nlohmann/json.hpp>
@@ -124,7 +127,7 @@ void Execution::noteWhatIsSame()
 
 RemotePath Execution::remoteAt(const std::string& place) const
 {
-    return place.empty() ? plan.pair.remote : plan.pair.remote.child(place);
+    return place.empty() ? plan.pair.remote : plan.pair.remote.child(encodedName(place));
 }
 
 std::string Execution::shownTarget(const std::string& place) const
@@ -178,8 +181,11 @@ void Execution::makeRemoteRoot()
         if (folder->path != plan.pair.remote.path && findAttributes(connection, *folder)) continue;
         requireStorable(connection, *folder, false, Existing::refuse);
         try {
-            connection.call(
-                [&] { return connection.files().createFolder(requestFor<FolderCreate>(*folder)); });
+            recorded(connection, {Change::Kind::makeFolder, folder->stored()}, [&] {
+                connection.call(
+                    [&] { return connection.files().createFolder(requestFor<FolderCreate>(*folder)); });
+                return std::string();
+            });
             ++report.folders;
         } catch (const std::exception&) {
             if (!isRefusal(std::current_exception(), reasons::folderExists)) throw;
@@ -222,14 +228,26 @@ void Execution::makeRemoteFolders()
             };
             transfer.succeeded = [this] { ++report.folders; };
             transfer.failed = [this, place](const std::exception_ptr&) { failedFolders.insert(place); };
-            transfers.add(std::move(transfer));
+            transfers.add(recorded(connection, std::move(transfer),
+                                   {Change::Kind::makeFolder, remoteAt(place).stored()}));
         }
         addTo(report.transfers, transfers.run());
     }
 }
 
+/// Of the files in the service that get another version, by their paths.
+std::map<std::string, std::string> Execution::versionsBefore()
+{
+    std::vector<std::pair<RemotePath, std::uint64_t>> files;
+    for (const auto& step : plan.steps)
+        if (isUp && plan.keepsVersions && step.kind == StepKind::replace)
+            files.emplace_back(remoteAt(step.place), step.target->size);
+    return currentVersions(connection, out, files);
+}
+
 void Execution::copyFiles()
 {
+    const auto versions = versionsBefore();
     Transfers transfers(connection, out, moved);
     std::uint64_t bytes = 0;
     std::uint64_t count = 0;
@@ -242,9 +260,9 @@ void Execution::copyFiles()
         if (!isUp)
             transfers.add(download(step));
         else if (step.kind == StepKind::create)
-            transfers.add(upload(step));
+            transfers.add(upload(step, versions));
         else
-            transfers.add(afterLook(step, transfers, [this, &step] { return upload(step); }));
+            transfers.add(afterLook(step, transfers, [&] { return upload(step, versions); }));
         bytes += step.source->size;
         ++count;
     }
@@ -280,24 +298,27 @@ Transfer Execution::afterLook(const Step& step, Transfers& transfers, std::funct
     return look;
 }
 
-Transfer Execution::upload(const Step& step)
+Transfer Execution::upload(const Step& step, const std::map<std::string, std::string>& versions)
 {
     const Upload asUpload{plan.pair.local / step.place, remoteAt(step.place), step.source->size,
                           step.target ? std::optional(StoredFile{step.target->watermark, step.target->size})
                                       : std::nullopt,
                           Symlinks::refuse};
     auto entry = std::make_shared<Journal::Entry>();
+    auto version = std::make_shared<std::string>();
+    const auto existing = plan.keepsVersions ? Existing::addVersion : Existing::replace;
     Transfer transfer;
     transfer.what = shown(asUpload.origin);
-    transfer.start = [this, asUpload, entry] {
+    transfer.start = [this, asUpload, existing, entry, version] {
         const bool exists = asUpload.existing.has_value();
         requireStorable(connection, asUpload.remote, exists, Existing::replace);
         const auto content = LocalContent::ofFile(std::get<fs::path>(asUpload.origin), Symlinks::refuse);
         entry->modified = Journal::trusted(content.modified());
-        return storeContent(connection, asUpload.remote, content.publisher(moved), content.size(),
-                            plan.keepsVersions ? Existing::addVersion : Existing::replace, exists)
-            .then([entry](Future<StoredContent>&& reply) {
+        return storeContent(connection, asUpload.remote, content.publisher(moved), content.size(), existing,
+                            exists)
+            .then([entry, version](Future<StoredContent>&& reply) {
                 const auto stored = reply.get();
+                *version = stored.version;
                 entry->size = stored.bytes;
                 entry->sha256 = stored.sha256;
                 return true;
@@ -312,7 +333,10 @@ Transfer Execution::upload(const Step& step)
         journal.note(place, *entry);
         uploaded[place] = *entry;
     };
-    return transfer;
+    const auto before = versions.find(asUpload.remote.stored());
+    return recorded(connection, std::move(transfer),
+                    changeBy(asUpload, existing, before == versions.end() ? std::string() : before->second),
+                    version);
 }
 
 Transfer Execution::download(const Step& step)
@@ -405,7 +429,7 @@ void Execution::confirmUploads()
         };
         transfer.succeeded = [this, &transfers, confirm, reply, above] {
             for (const auto& file : (*reply)->files) {
-                const auto name = toUtf8(file.name);
+                const auto name = decodedName(toUtf8(file.name));
                 const auto place = above.empty() ? name : above + "/" + name;
                 const auto found = uploaded.find(place);
                 if (found == uploaded.end() || found->second.size != file.size) continue;
@@ -495,7 +519,7 @@ void Execution::removeRemote(const Step& step, Transfers& transfers)
             ++report.deleted;
             journal.forget(place);
         };
-        return transfer;
+        return recorded(connection, std::move(transfer), {Change::Kind::remove, where.stored()});
     }));
 }
 
@@ -512,7 +536,7 @@ void Execution::removeRemoteFolders()
                 return connection.files().deleteFolder(requestFor<FolderDelete>(where));
             });
             transfer.succeeded = [this] { ++report.deleted; };
-            transfers.add(std::move(transfer));
+            transfers.add(recorded(connection, std::move(transfer), {Change::Kind::remove, where.stored()}));
         }
         addTo(report.transfers, transfers.run());
     }

@@ -6,6 +6,7 @@
 #include "cli/transfer/Upload.h"
 
 #include <functional>
+#include <map>
 #include <memory>
 #include <set>
 #include <string>
@@ -50,8 +51,9 @@ private:
     void makeFolders();
     void makeRemoteRoot();
     void makeRemoteFolders();
+    std::map<std::string, std::string> versionsBefore();
     void copyFiles();
-    Transfer upload(const Step& step);
+    Transfer upload(const Step& step, const std::map<std::string, std::string>& versions);
     Transfer download(const Step& step);
     void remove();
     void removeRemote(const Step& step, Transfers& transfers);

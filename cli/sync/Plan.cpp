@@ -1,5 +1,6 @@
 #include "cli/sync/Plan.h"
 
+#include "cli/remote/StoredNames.h"
 #include "cli/terminal/Quantities.h"
 #include "cli/terminal/Table.h"
 #include "cli/terminal/Text.h"
@@ -58,7 +59,7 @@ std::string checkedPlace(const std::string& place, bool mayBeTop)
 {
     if (place.empty() && mayBeTop) return place;
     RemotePath::parse("/" + place);
-    if (const auto why = whyNotAddressable(place); !why.empty() || place.ends_with('/') || place.empty())
+    if (const auto why = whyNotStorable(place); !why.empty() || place.ends_with('/') || place.empty())
         throw std::invalid_argument("The path \"" + escaped(place) + "\" cannot be used. " + why);
     return place;
 }
@@ -120,6 +121,7 @@ json toJson(const Plan& plan)
             {"remote", plan.pair.remote.text()},
             {"direction", plan.direction == Direction::up ? "up" : "down"},
             {"newVersions", plan.keepsVersions},
+            {"encodedNames", namesAreEncoded()},
             {"rules", rules},
             {"onlyIncluded", plan.filter.onlyIncludes()},
             {"steps", steps},
@@ -134,6 +136,7 @@ Plan planFrom(const std::string& text, const std::string& shownName)
         const auto document = json::parse(text);
         if (document.at("tarnPlan") != formatVersion)
             throw std::invalid_argument("Another version of tarn has written it.");
+        encodeNames(document.value("encodedNames", false));
         Plan plan;
         plan.pair = {document.at("service"), document.at("user"), document.at("local").get<std::string>(),
                      addressable(document.at("remote"))};

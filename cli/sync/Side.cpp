@@ -2,6 +2,7 @@
 
 #include "cli/machine/SystemError.h"
 #include "cli/remote/Requests.h"
+#include "cli/remote/StoredNames.h"
 #include "cli/transfer/LocalTree.h"
 #include "cli/transfer/RemoteWalk.h"
 
@@ -21,6 +22,7 @@ std::string whyNoName(const std::string& name)
     if (name.empty() || name == "." || name == ".." || name.find('/') != std::string::npos ||
         name.find('\0') != std::string::npos)
         return "The service tells a name that cannot be one.";
+    if (!nameOfStored(name)) return "Its name reads as an encoded one, and is none.";
     return whyNotAddressable(name);
 }
 
@@ -56,8 +58,9 @@ public:
 private:
     std::string below(const RemotePath& where) const
     {
-        return where.path.size() <= root.path.size() ? ""
-                                                     : where.path.substr(root.path.size() + !root.isRoot());
+        return where.path.size() <= root.path.size()
+                   ? ""
+                   : decodedName(where.path.substr(root.path.size() + !root.isRoot()));
     }
 
     bool enters(const RemotePath& where)
@@ -84,7 +87,8 @@ private:
 
     void add(const std::string& above, const std::string& name, Item item)
     {
-        const auto place = above.empty() ? name : above + "/" + name;
+        const auto shown = decodedName(name);
+        const auto place = above.empty() ? shown : above + "/" + shown;
         if (const auto why = whyNoName(name); !why.empty())
             side.leftOut.push_back({place, why, true});
         else if (filter.wants(place, item.isFolder))

@@ -22,11 +22,28 @@ public:
     const char* kind() const { return ownKind; }
 
     /// The same failure in other words.
-    Failure saying(const std::string& sentence) const { return {exit, sentence, ownKind}; }
+    Failure saying(const std::string& sentence) const
+    {
+        Failure same(exit, sentence, ownKind);
+        same.ownItem = ownItem;
+        return same;
+    }
+
+    /// The same failure, of this item in the service.
+    Failure on(const std::string& storedPath) const
+    {
+        auto same = *this;
+        same.ownItem = storedPath;
+        return same;
+    }
+
+    /// As RemotePath::stored() has it; empty: of none, or of several.
+    const std::string& item() const { return ownItem; }
 
 private:
     ExitCode exit;
     const char* ownKind;
+    std::string ownItem = {};
 };
 
 inline Failure usageError(const std::string& sentence)

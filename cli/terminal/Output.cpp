@@ -27,10 +27,12 @@ std::string dumped(const nlohmann::json& document)
 
 } // namespace
 
-Output::Output(bool asJson, Verbosity chosen)
-    : json(asJson)
+Output::Output(Format chosenFormat, Verbosity chosen)
+    : format(chosenFormat)
     , verbosity(chosen)
-    , bar(!asJson && chosen != Verbosity::quiet && isatty(STDERR_FILENO) != 0 ? STDERR_FILENO : -1)
+    , bar(chosenFormat == Format::text && chosen != Verbosity::quiet && isatty(STDERR_FILENO) != 0
+              ? STDERR_FILENO
+              : -1)
 {
 }
 
@@ -50,12 +52,36 @@ void Output::data(std::string_view bytes)
 
 void Output::result(const std::string& text, const nlohmann::json& document)
 {
-    data(json ? dumped(document) : text);
+    data(isJson() ? dumped(document) : text);
+}
+
+void Output::line(const nlohmann::json& item)
+{
+    data(dumped(item));
+}
+
+void Output::list(const std::string& text, const char* key, const nlohmann::json& items, nlohmann::json rest)
+{
+    if (isLines()) {
+        for (const auto& item : items)
+            line(item);
+        if (rest.contains("failed"))
+            for (const auto& item : rest["failed"])
+                line(item);
+        return;
+    }
+    rest[key] = items;
+    result(text, rest);
+}
+
+void Output::list(const std::string& text, const char* key, const nlohmann::json& items)
+{
+    list(text, key, items, nlohmann::json::object());
 }
 
 void Output::message(const std::string& text)
 {
-    if (!json && verbosity != Verbosity::quiet) say(text);
+    if (!isJson() && verbosity != Verbosity::quiet) say(text);
 }
 
 void Output::detail(const std::string& text)
@@ -65,12 +91,12 @@ void Output::detail(const std::string& text)
 
 void Output::warning(const std::string& text)
 {
-    if (!json) say(text);
+    if (!isJson()) say(text);
 }
 
 void Output::error(const Failure& failure)
 {
-    if (!json) return say(failure.what());
+    if (!isJson()) return say(failure.what());
     bar.erase();
     const auto line = dumped(
         {{"error", failure.what()}, {"kind", failure.kind()}, {"code", static_cast<int>(failure.code())}});

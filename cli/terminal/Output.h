@@ -13,17 +13,22 @@ namespace tarncli {
 ///
 /// With --json a verb writes one JSON document to standard output, and a failure is one document
 /// {"error": TEXT, "kind": WORD, "code": EXIT CODE} on standard error.
+/// With --json-lines a verb that lists writes one document a line, for each item; the other verbs as with --json.
 /// JSON carries names as they are; text for people carries them escaped.
 class Output {
 public:
     enum class Verbosity { quiet, normal, verbose };
+    enum class Format { text, json, jsonLines };
 
-    Output(bool asJson, Verbosity chosen);
+    Output(Format chosenFormat, Verbosity chosen);
 
-    bool isJson() const { return json; }
+    bool isJson() const { return format != Format::text; }
+
+    /// A document for each item of a list, as it comes.
+    bool isLines() const { return format == Format::jsonLines; }
 
     /// Whether `detail` tells anything.
-    bool showsDetails() const { return !json && verbosity == Verbosity::verbose; }
+    bool showsDetails() const { return !isJson() && verbosity == Verbosity::verbose; }
 
     /// Bytes as they are, to standard output. When its reader is gone the program ends as every tool in a
     /// pipe does, by SIGPIPE. @throws Failure when they cannot be written
@@ -32,6 +37,14 @@ public:
     /// The result of a verb: `text` for people, or the document with --json. A verb that was done in part
     /// writes it as well, before it fails.
     void result(const std::string& text, const nlohmann::json& document);
+
+    /// A result that is a list: `text` for people; with --json `rest`, the items added as `key`; with --json-lines each
+    /// item on a line of its own, then each that failed.
+    void list(const std::string& text, const char* key, const nlohmann::json& items, nlohmann::json rest);
+    void list(const std::string& text, const char* key, const nlohmann::json& items);
+
+    /// A line of a list. @pre isLines()
+    void line(const nlohmann::json& item);
 
     /// Tells what was done; not with -q and not with --json.
     void message(const std::string& text);
@@ -47,7 +60,7 @@ public:
 private:
     void say(const std::string& text);
 
-    bool json;
+    Format format;
     Verbosity verbosity;
     ProgressBar bar;
 };

@@ -62,6 +62,8 @@ std::string timeLeft(const Progress& progress)
 
 std::vector<std::string> parts(const Progress& progress)
 {
+    if (progress.totalBytes == 0 && progress.totalItems == 0)
+        return {progress.title, counted(progress.items, "request")};
     const double share = shareOf(progress);
     std::vector<std::string> result{progress.title, bar(share) + percent(share)};
     if (progress.totalBytes > 0)

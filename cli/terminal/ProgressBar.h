@@ -31,7 +31,8 @@ public:
     explicit ProgressBar(int terminal);
     ~ProgressBar();
 
-    void begin(const std::string& title, std::uint64_t totalBytes, std::uint64_t totalItems);
+    /// Without totals, which only the end will tell, it counts.
+    void begin(const std::string& title, std::uint64_t totalBytes = 0, std::uint64_t totalItems = 0);
     /// Draws at most ten times a second.
     /// @param bytes  moved since begin
     /// @param items  done since begin

@@ -3,6 +3,7 @@
 #include "cli/machine/SystemError.h"
 #include "cli/remote/FileContent.h"
 #include "cli/remote/Requests.h"
+#include "cli/remote/StoredNames.h"
 #include "cli/terminal/Output.h"
 #include "cli/transfer/Comparison.h"
 #include "cli/transfer/Conclusion.h"
@@ -46,11 +47,11 @@ void Downloader::addFolder(const RemoteFolder& remote, const std::shared_ptr<con
     for (const auto& file : remote.files) {
         const auto name = toUtf8(file.name);
         add({remote.where.child(name), connector::tarn::VersionInfo(), file.size, file.lastModified, local,
-             name});
+             decodedName(name)});
     }
     for (const auto& child : remote.folders) {
         try {
-            addFolder(*child, local->makeChild(child->name));
+            addFolder(*child, local->makeChild(decodedName(child->name)));
         } catch (const std::exception&) {
             const auto failure = about(child->where.quoted(), explain(std::current_exception()));
             out.warning(failure.what());

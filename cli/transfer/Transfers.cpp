@@ -184,7 +184,7 @@ bool Transfers::repeatsLater(std::unique_ptr<Entry>& entry, const std::exception
 
 void Transfers::fail(const Entry& entry, const std::exception_ptr& error)
 {
-    const auto told = about(entry.transfer.what, explain(error));
+    const auto told = about(entry.transfer.what, explain(error)).on(entry.transfer.item);
     entry.transfer.failed(error);
     // One alone is told by the caller, as the failure of the whole command.
     if (added > 1) out.warning(told.what());

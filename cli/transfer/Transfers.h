@@ -21,7 +21,8 @@ class Output;
 
 /// One of many requests.
 struct Transfer {
-    std::string what; ///< named in front of its failure
+    std::string what;      ///< named in front of its failure
+    std::string item = {}; ///< in the service, as Failure::item()
     /// Sends the request. Called on the thread of run(), and again when the session had ended, after an interruption,
     /// or when `mayRepeat` says so; what its continuations use must live on their own. What it throws fails this
     /// transfer only.

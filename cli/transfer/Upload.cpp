@@ -3,17 +3,20 @@
 #include "cli/remote/Answer.h"
 #include "cli/remote/Change.h"
 #include "cli/remote/FileContent.h"
+#include "cli/remote/Recorded.h"
 #include "cli/remote/Requests.h"
 #include "cli/terminal/Output.h"
 #include "cli/terminal/Quantities.h"
 #include "cli/transfer/Comparison.h"
 #include "cli/transfer/Conclusion.h"
 #include "cli/transfer/ContentRelay.h"
+#include "cli/transfer/RecordedTransfer.h"
 #include "tarn/session/SessionMessages.h"
 
 #include <algorithm>
 #include <map>
 #include <set>
+#include <sys/stat.h>
 
 namespace tarncli {
 
@@ -49,8 +52,31 @@ Future<StoredContent> storeContent(Connection& connection, const RemotePath& tar
         .then([](Future<std::unique_ptr<FileUploadResponse>>&& reply) {
             const auto response = reply.get();
             requireConfirmed(!response->versionId.empty(), "the id of the version that it stored");
-            return StoredContent{response->bytes, response->sha256};
+            return StoredContent{response->bytes, response->sha256, response->versionId};
         });
+}
+
+Change changeBy(const Upload& upload, Existing existing, const std::string& version)
+{
+    Change change{Change::Kind::createFile, upload.remote.stored()};
+    if (upload.existing) {
+        const bool keeps = existing == Existing::addVersion;
+        change.kind = keeps ? Change::Kind::addVersion : Change::Kind::replaceContent;
+        change.before = keeps ? version : upload.existing->watermark;
+    }
+    change.size = upload.size;
+    if (const auto* remote = std::get_if<RemotePath>(&upload.origin)) {
+        change.remoteOrigin = remote->stored();
+        return change;
+    }
+
+    struct stat status {};
+
+    const auto& local = std::get<fs::path>(upload.origin);
+    change.localOrigin = fs::absolute(local).string();
+    if (::stat(local.c_str(), &status) == 0)
+        change.modified = std::int64_t{status.st_mtim.tv_sec} * 1'000'000'000 + status.st_mtim.tv_nsec;
+    return change;
 }
 
 void requireStorable(const Connection& connection, const RemotePath& target, bool exists, Existing existing)
@@ -87,13 +113,16 @@ struct Uploader::Folders {
 void Uploader::makeFolder(const RemotePath& folder)
 {
     requireStorable(connection, folder, false, existing);
+    const auto send = [&] { return connection.files().createFolder(requestFor<FolderCreate>(folder)); };
+    const auto isMade = [&] {
+        const auto found = findAttributes(connection, folder);
+        return found && isFolder(*found);
+    };
     naming(folder, [&] {
-        makeChange(
-            connection, [&] { return connection.files().createFolder(requestFor<FolderCreate>(folder)); },
-            [&] {
-                const auto found = findAttributes(connection, folder);
-                return found && isFolder(*found);
-            });
+        recorded(connection, {Change::Kind::makeFolder, folder.stored()}, [&] {
+            makeChange(connection, send, isMade);
+            return std::string();
+        });
     });
     ++report.folders;
     ++report.transfers.done;
@@ -157,7 +186,7 @@ void Uploader::addFolder(Transfers& transfers, Folders& folders, const std::stri
         folders.usable.insert(below);
         if (!folders.merged.contains(below)) ++report.folders;
     };
-    transfers.add(std::move(transfer));
+    transfers.add(recorded(connection, std::move(transfer), {Change::Kind::makeFolder, where.stored()}));
 }
 
 /// What a folder holds that was there before tells which files exist.
@@ -230,9 +259,20 @@ void Uploader::leaveWhatIsThere()
     std::erase_if(uploads, [](const auto& upload) { return upload.isLeft; });
 }
 
+/// For those that get another version.
+std::map<std::string, std::string> Uploader::versionsBefore()
+{
+    std::vector<std::pair<RemotePath, std::uint64_t>> files;
+    for (const auto& upload : uploads)
+        if (upload.existing && existing == Existing::addVersion)
+            files.emplace_back(upload.remote, upload.existing->size);
+    return currentVersions(connection, out, files);
+}
+
 UploadReport Uploader::run()
 {
     if (existing != Existing::skip) leaveWhatIsThere();
+    const auto versions = versionsBefore();
     std::uint64_t total = 0;
     Transfers transfers(connection, out, moved);
     for (const auto& upload : uploads) {
@@ -241,15 +281,20 @@ UploadReport Uploader::run()
             continue;
         }
         Transfer transfer;
+        auto version = std::make_shared<std::string>();
+        const auto before = versions.find(upload.remote.stored());
         transfer.what = shown(upload.origin);
-        transfer.start = [this, &upload] { return send(upload); };
+        transfer.item = upload.remote.stored();
+        transfer.start = [this, &upload, version] { return send(upload, version); };
         transfer.wasDone = [this, &upload] { return isStored(connection, upload); };
         transfer.succeeded = [this, &upload] {
             ++report.files;
             report.bytes += upload.size;
             out.detail("Stored " + shown(upload.origin) + " as " + upload.remote.quoted() + ".");
         };
-        transfers.add(std::move(transfer));
+        transfers.add(recorded(
+            connection, std::move(transfer),
+            changeBy(upload, existing, before == versions.end() ? std::string() : before->second), version));
         total += upload.size;
     }
     out.progress().begin("Storing", total, uploads.size());
@@ -258,7 +303,7 @@ UploadReport Uploader::run()
     return std::move(report);
 }
 
-Future<bool> Uploader::send(const Upload& upload)
+Future<bool> Uploader::send(const Upload& upload, const std::shared_ptr<std::string>& version)
 {
     const bool exists = upload.existing.has_value();
     requireStorable(connection, upload.remote, exists, existing);
@@ -271,8 +316,8 @@ Future<bool> Uploader::send(const Upload& upload)
         return storeContent(connection, upload.remote, content.publisher(moved), content.size(), existing,
                             exists);
     };
-    return begin().then([](Future<StoredContent>&& stored) {
-        stored.get();
+    return begin().then([version](Future<StoredContent>&& stored) {
+        *version = stored.get().version;
         return true;
     });
 }
@@ -313,11 +358,20 @@ void uploadStandardInput(Connection& connection, const RemotePath& target, Exist
     // What was read cannot be read again: should the session have ended while nothing came, it is renewed before.
     awaitStandardInput();
     connection.call([&] { return connection.session().ping(nullptr); });
-    bytes = naming(target, [&] {
-        return storeContent(connection, target, content.publisher(countFromZero()), content.size(), existing,
-                            exists)
-            .get()
-            .bytes;
+    Change change{Change::Kind::createFile, target.stored()};
+    if (exists) change.kind = Change::Kind::replaceContent;
+    if (exists && existing == Existing::addVersion) {
+        change.kind = Change::Kind::addVersion;
+        change.before = naming(target, [&] { return currentOf(connection, target).version; });
+    }
+    naming(target, [&] {
+        recorded(connection, change, [&] {
+            const auto stored = storeContent(connection, target, content.publisher(countFromZero()),
+                                             content.size(), existing, exists)
+                                    .get();
+            bytes = stored.bytes;
+            return stored.version;
+        });
     });
 }
 

@@ -7,6 +7,8 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <map>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -49,7 +51,11 @@ struct UploadReport {
 struct StoredContent {
     std::uint64_t bytes = 0;
     std::string sha256;
+    std::string version; ///< its id
 };
+
+/// What storing it changes. @param version  that is the current one before; empty: not known
+Change changeBy(const Upload& upload, Existing existing, const std::string& version);
 
 /// Stores one content; when it is of a file, its size is known.
 connector::Future<StoredContent> storeContent(Connection& connection, const RemotePath& target,
@@ -91,7 +97,8 @@ private:
     void fail(const Origin& origin, const Failure& failure);
     void skip(const Origin& origin, const std::string& reason);
     void leaveWhatIsThere();
-    connector::Future<bool> send(const Upload& upload);
+    std::map<std::string, std::string> versionsBefore();
+    connector::Future<bool> send(const Upload& upload, const std::shared_ptr<std::string>& version);
 
     Connection& connection;
     Output& out;

@@ -1,4 +1,5 @@
 #include "cli/remote/Requests.h"
+#include "cli/remote/StoredNames.h"
 #include "cli/terminal/Quantities.h"
 #include "cli/transfer/Comparison.h"
 #include "cli/transfer/Conclusion.h"
@@ -71,7 +72,10 @@ public:
             if (!found[verdict].empty())
                 each += (each.empty() ? "" : ", ") + std::to_string(found[verdict].size()) + " " + verdict;
         }
-        if (out.isJson()) out.result("", document);
+        if (out.isLines())
+            out.list("", "different", nlohmann::json::array(), document);
+        else if (out.isJson())
+            out.result("", document);
         const auto rest = counted(same, "file") + (same == 1 ? " is" : " are") + " the same";
         if (report.failed.empty() && report.notStarted == 0 && differences == 0)
             return out.message("No differences: " + rest + ".");
@@ -89,7 +93,7 @@ private:
     {
         return where.path.size() <= remote.path.size()
                    ? ""
-                   : where.path.substr(remote.path.size() + !remote.isRoot());
+                   : decodedName(where.path.substr(remote.path.size() + !remote.isRoot()));
     }
 
     bool isFolderHere(const RemotePath& where) const
@@ -118,7 +122,8 @@ private:
             here[entry.path().filename().string()] = entry.symlink_status().type();
         const auto place = [&](const std::string& name) { return above.empty() ? name : above + "/" + name; };
         for (const auto& file : folder.listing->files) {
-            const auto name = toUtf8(file.name);
+            const auto stored = toUtf8(file.name);
+            const auto name = decodedName(stored);
             const auto own = here.extract(name);
             if (own.empty())
                 differs("extra", place(name));
@@ -127,10 +132,10 @@ private:
                 differs("different", place(name));
             else
                 walk.addFirst(
-                    comparison(local / place(name), folder.where.child(name), file.size, place(name)));
+                    comparison(local / place(name), folder.where.child(stored), file.size, place(name)));
         }
         for (const auto& child : folder.listing->folders) {
-            const auto name = toUtf8(child.name);
+            const auto name = decodedName(toUtf8(child.name));
             const auto own = here.extract(name);
             if (own.empty() || own.mapped() != fs::file_type::directory)
                 differs(own.empty() ? "extra" : "different", place(name) + "/");
@@ -159,6 +164,7 @@ private:
 
     void differs(const std::string& verdict, const std::string& name)
     {
+        if (out.isLines()) out.line({{"difference", verdict}, {"path", name}});
         if (!out.isJson()) out.data(verdict + std::string(11 - verdict.size(), ' ') + escaped(name) + "\n");
         found[verdict].push_back(name);
     }
@@ -186,7 +192,9 @@ void check(const Invocation& invocation, const CheckOptions& options)
         throw Failure(ExitCode::conflict, escaped(options.local) + " and " + where.quoted() +
                                               " cannot be compared: one is a folder, the other a file.");
     Check work(connection, invocation.out, options.local, where);
+    invocation.out.progress().begin("Comparing");
     const auto report = isFolderHere ? work.folders() : work.files(attributes.size);
+    invocation.out.progress().end();
     work.conclude(report);
 }
 

@@ -1,4 +1,5 @@
 #include "cli/remote/Requests.h"
+#include "cli/remote/StoredNames.h"
 #include "cli/verbs/CommandTree.h"
 
 #include <algorithm>
@@ -154,16 +155,17 @@ private:
     void addRemote(const std::string& begun)
     {
         const auto slash = begun.rfind('/');
-        if (slash == std::string::npos) return begun.empty() ? add("/") : void();
-        const auto above = begun.substr(0, slash + 1);
+        const bool isRelative = slash == std::string::npos && defaultFolder() != "/";
+        if (slash == std::string::npos && !isRelative) return begun.empty() ? add("/") : void();
+        const auto above = isRelative ? "" : begun.substr(0, slash + 1);
         try {
-            const auto folder = addressable(above);
+            const auto folder = addressable(isRelative ? defaultFolder() : above);
             auto connection = invocation.connect(1);
             const auto listing = connection.call([&] { return requestListing(connection, folder); });
             for (const auto& child : listing->folders)
-                add(above + toUtf8(child.name) + "/");
+                add(above + decodedName(toUtf8(child.name)) + "/");
             for (const auto& file : listing->files)
-                add(above + toUtf8(file.name));
+                add(above + decodedName(toUtf8(file.name)));
         } catch (const std::exception&) {
             return;
         }

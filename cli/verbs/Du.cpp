@@ -55,10 +55,9 @@ public:
 
     void tell(const RemotePath& where, std::uint64_t bytes, std::uint64_t files)
     {
-        if (out.isJson()) {
-            documents.push_back({{"path", where.text()}, {"bytes", bytes}, {"files", files}});
-            return;
-        }
+        const nlohmann::json document{{"path", where.text()}, {"bytes", bytes}, {"files", files}};
+        if (out.isLines()) return out.line(document);
+        if (out.isJson()) return documents.push_back(document);
         auto size = options.bytes ? std::to_string(bytes) : humanSize(bytes);
         if (size.size() < 8) size.insert(0, 8 - size.size(), ' ');
         out.data(size + "  " + escaped(where.text()) + "\n");
@@ -80,12 +79,13 @@ private:
 
 void measure(const Invocation& invocation, const Options& options)
 {
-    const auto paths = options.paths.empty() ? std::vector<std::string>{"/"} : options.paths;
+    const auto paths = options.paths.empty() ? std::vector{defaultFolder()} : options.paths;
     for (const auto& path : paths)
         addressableOrPattern(path);
     auto connection = invocation.connect();
     Usage usage(invocation, options);
     TransferReport report;
+    invocation.out.progress().begin("Measuring");
     auto begun = forEach(invocation.out, paths, [&](const std::string& path) {
         for (const auto& item : expand(connection, path)) {
             const auto attributes = attributesOf(connection, item);
@@ -100,8 +100,9 @@ void measure(const Invocation& invocation, const Options& options)
         }
     });
     addTo(report, std::move(begun));
+    invocation.out.progress().end();
     if (invocation.out.isJson())
-        invocation.out.result("", {{"usage", usage.documents}, {"failed", toJson(report.failed)}});
+        invocation.out.list("", "usage", usage.documents, {{"failed", toJson(report.failed)}});
     conclude(report, "measured");
 }
 

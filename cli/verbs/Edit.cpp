@@ -3,6 +3,7 @@
 #include "cli/machine/SystemError.h"
 #include "cli/remote/Answer.h"
 #include "cli/remote/FileContent.h"
+#include "cli/remote/Recorded.h"
 #include "cli/remote/Requests.h"
 #include "cli/verbs/Verb.h"
 
@@ -119,15 +120,22 @@ void store(Connection& connection, const RemotePath& file, const std::string& co
         request->createNewVersion = true;
         return (connection.files().*operation)(std::move(request));
     };
-    const auto id = naming(file, [&] {
-        if (isNew)
-            return connection
-                .call([&] { return send(requestFor<FileCreate>(file), &FileAccess::createFile); })
-                ->versionId;
-        return connection.call([&] { return send(requestFor<FileUpdate>(file), &FileAccess::updateFile); })
-            ->versionId;
+    naming(file, [&] {
+        Change change{isNew ? Change::Kind::createFile : Change::Kind::addVersion, file.stored()};
+        change.size = content.size();
+        if (!isNew) change.before = currentOf(connection, file).version;
+        recorded(connection, change, [&] {
+            const auto id =
+                isNew ? connection
+                            .call([&] { return send(requestFor<FileCreate>(file), &FileAccess::createFile); })
+                            ->versionId
+                      : connection
+                            .call([&] { return send(requestFor<FileUpdate>(file), &FileAccess::updateFile); })
+                            ->versionId;
+            requireConfirmed(!id.empty(), "the id of the version");
+            return id;
+        });
     });
-    requireConfirmed(!id.empty(), "the id of the version");
 }
 
 void editFile(const Invocation& invocation, const std::string& path)

@@ -1,6 +1,5 @@
-#include "cli/remote/Answer.h"
-#include "cli/remote/Grants.h"
 #include "cli/remote/Requests.h"
+#include "cli/remote/Rights.h"
 #include "cli/terminal/Table.h"
 #include "cli/terminal/Text.h"
 #include "cli/verbs/Verb.h"
@@ -13,53 +12,6 @@ namespace {
 
 using namespace connector::tarn;
 using nlohmann::json;
-
-/// Who may do what, and why.
-struct Right {
-    std::string user;
-    std::string may;
-    std::string because;
-    std::string grantId = {}; ///< empty: it needs no grant
-};
-
-/// Whether what holds for the item at `path` holds for `item`, too.
-bool covers(const std::string& path, const RemotePath& item)
-{
-    return path == "/" || path == item.path || item.path.starts_with(path + "/");
-}
-
-/// Of an item of one's own all is known.
-std::vector<Right> rightsToOwn(Connection& connection, const RemotePath& item)
-{
-    std::vector<Right> rights{
-        {connection.user(), "read, change and share it", "it is in this user's own storage"}};
-    for (const auto& grant : listGrants(connection, "")) {
-        const auto path = toUtf8(grant.path);
-        if (!covers(path, item)) continue;
-        const bool waits = grant.status != "ACTIVE" && !grant.status.empty();
-        rights.push_back({toUtf8(grant.subjectName), waits ? "read it once this user exists" : "read it",
-                          "grant " + grant.permissionId + " on " + path, grant.permissionId});
-    }
-    return rights;
-}
-
-/// Of another's item one knows what one may do there oneself, and what was shared for that.
-Right rightTo(Connection& connection, const RemotePath& item)
-{
-    const auto attributes = attributesOf(connection, item);
-    const auto response = connection.call(
-        [&] { return connection.files().listSharedContent(std::make_unique<SharedContentList>()); });
-    std::string shared;
-    const auto look = [&](const auto& each) {
-        if (toUtf8(each.bucket) == item.bucket && covers(toUtf8(each.path), item)) shared = toUtf8(each.path);
-    };
-    for (const auto& one : response->sharedContent) {
-        std::ranges::for_each(one.sharedFolders, look);
-        std::ranges::for_each(one.sharedFiles, look);
-    }
-    return {connection.user(), attributes.writable ? "read and change it" : "read it",
-            shared.empty() ? "the service says so" : item.bucket + " shares " + shared};
-}
 
 /// That of `user` alone, or that there is none.
 std::vector<Right> onlyOf(std::vector<Right> rights, const std::string& user, const RemotePath& item)

@@ -1,4 +1,5 @@
 #include "cli/remote/Requests.h"
+#include "cli/remote/StoredNames.h"
 #include "cli/remote/Wildcards.h"
 #include "cli/terminal/Quantities.h"
 #include "cli/transfer/Conclusion.h"
@@ -41,7 +42,7 @@ public:
     bool hold(const RemotePath& where, const FileAttributes& item) const
     {
         // The root has no name, and `find` calls it by its path.
-        const auto name = where.isRoot() ? where.path : where.name();
+        const auto name = where.isRoot() ? where.path : decodedName(where.name());
         if (!options.name.empty() && !matches(options.name, name, LetterCase::matters)) return false;
         if (!options.nameInAnyCase.empty() && !matches(options.nameInAnyCase, name, LetterCase::ignored))
             return false;
@@ -85,16 +86,14 @@ class Findings {
 public:
     Findings(Output& output, bool withZeros) : out(output), zeros(withZeros)
     {
-        if (out.isJson()) text = "{\"found\":[";
+        if (out.isJson() && !out.isLines()) text = "{\"found\":[";
     }
 
     void add(const RemotePath& where, const FileAttributes& item)
     {
         if (out.isJson()) {
-            auto document = toJson(summaryOf(item));
-            document["path"] = where.text();
-            document["type"] = isFolder(item) ? "folder" : "file";
-            text += (count > 0 ? "," : "") + document.dump(-1, ' ', false, json::error_handler_t::replace);
+            const auto dumped = toJson(where, item).dump(-1, ' ', false, json::error_handler_t::replace);
+            text += out.isLines() ? dumped + "\n" : (count > 0 ? "," : "") + dumped;
         } else {
             text += zeros ? where.text() + '\0' : escaped(where.text()) + "\n";
         }
@@ -104,8 +103,9 @@ public:
 
     void end(const TransferReport& report)
     {
-        if (out.isJson()) text += "],\"failed\":" + toJson(report.failed).dump() + "}\n";
+        if (out.isJson() && !out.isLines()) text += "],\"failed\":" + toJson(report.failed).dump() + "}\n";
         flush();
+        if (out.isLines()) out.list("", "found", json::array(), {{"failed", toJson(report.failed)}});
     }
 
     void flush()
@@ -134,7 +134,7 @@ int depthOf(const std::string& text)
 
 void find(const Invocation& invocation, const Options& options)
 {
-    const auto paths = options.paths.empty() ? std::vector<std::string>{"/"} : options.paths;
+    const auto paths = options.paths.empty() ? std::vector{defaultFolder()} : options.paths;
     for (const auto& path : paths)
         addressableOrPattern(path);
     const Conditions conditions(options);
@@ -156,6 +156,7 @@ void find(const Invocation& invocation, const Options& options)
         findings.flush();
     };
     TransferReport report;
+    invocation.out.progress().begin("Searching");
     auto begun = forEach(invocation.out, paths, [&](const std::string& path) {
         for (const auto& item : expand(connection, path)) {
             const auto attributes = attributesOf(connection, item);
@@ -167,6 +168,7 @@ void find(const Invocation& invocation, const Options& options)
         }
     });
     addTo(report, std::move(begun));
+    invocation.out.progress().end();
     findings.end(report);
     conclude(report, "searched");
 }

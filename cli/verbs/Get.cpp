@@ -1,5 +1,6 @@
 #include "cli/remote/FileContent.h"
 #include "cli/remote/Requests.h"
+#include "cli/remote/StoredNames.h"
 #include "cli/remote/VersionChoice.h"
 #include "cli/remote/Wildcards.h"
 #include "cli/terminal/Quantities.h"
@@ -62,7 +63,7 @@ struct Target {
         if (becomesFolder && !isFolder) makeFolder();
         const auto folder = DownloadFolder::open(isFolder ? path : path.parent_path());
         downloader.add({remote, version, size, lastModified, folder,
-                        isFolder ? remote.name() : path.filename().string()});
+                        isFolder ? decodedName(remote.name()) : path.filename().string()});
     }
 
     /// `remote` goes below the target, or with '/' at the end its contents do.
@@ -73,14 +74,14 @@ struct Target {
                           escaped(path.string()) + " is a file; a folder cannot replace it.");
         if (remote.asFolder || remote.isRoot()) return downloader.addTree(remote, path);
         if (!isFolder) makeFolder();
-        downloader.addTree(remote, path / remote.name());
+        downloader.addTree(remote, path / decodedName(remote.name()));
     }
 
     /// Where a single source goes, or all of several.
     fs::path placeOf(const RemotePath& remote, bool several) const
     {
         const bool below = isFolder && !several && !remote.asFolder && !remote.isRoot();
-        return below ? path / remote.name() : path;
+        return below ? path / decodedName(remote.name()) : path;
     }
 
 private:

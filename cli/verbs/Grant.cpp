@@ -1,8 +1,11 @@
 #include "cli/remote/Answer.h"
+#include "cli/remote/Grants.h"
+#include "cli/remote/Recorded.h"
 #include "cli/remote/Requests.h"
 #include "cli/verbs/Verb.h"
 #include "tarn/accesscontrol/PermissionMessages.h"
 
+#include <algorithm>
 #include <nlohmann/json.hpp>
 
 namespace tarncli::verbs {
@@ -21,18 +24,30 @@ void letRead(const Invocation& invocation, const Options& options)
 {
     const auto item = RemotePath::parse(options.path);
     auto connection = invocation.connect();
-    const auto granted = naming(item, [&] {
-        return connection.call([&] {
-            auto request = requestFor<PermissionGrant>(item);
-            request->subject = toUtf16(options.user);
-            request->allowNonExistingUser = options.pending;
-            return connection.access().grantPermission(std::move(request));
-        });
+    std::string id;
+    const auto send = [&] {
+        id = connection
+                 .call([&] {
+                     auto request = requestFor<PermissionGrant>(item);
+                     request->subject = toUtf16(options.user);
+                     request->allowNonExistingUser = options.pending;
+                     return connection.access().grantPermission(std::move(request));
+                 })
+                 ->permissionId;
+        requireConfirmed(!id.empty(), "the id of the grant");
+        return id;
+    };
+    // What was granted before stays so when this is undone.
+    const auto before = listGrants(connection, options.path);
+    const auto isHis = [&](const Permission& grant) { return toUtf8(grant.subjectName) == options.user; };
+    naming(item, [&] {
+        if (std::ranges::any_of(before, isHis))
+            send();
+        else
+            recorded(connection, {Change::Kind::grant, item.stored(), options.user}, send);
     });
-    requireConfirmed(!granted->permissionId.empty(), "the id of the grant");
     invocation.out.message(escaped(options.user) + " may read " + item.quoted() + ".");
-    invocation.out.result(escaped(granted->permissionId) + "\n",
-                          {{"id", granted->permissionId}, {"path", item.text()}, {"user", options.user}});
+    invocation.out.result(escaped(id) + "\n", {{"id", id}, {"path", item.text()}, {"user", options.user}});
 }
 
 } // namespace

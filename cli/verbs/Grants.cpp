@@ -30,7 +30,7 @@ void listAll(const Invocation& invocation, const std::string& path)
                              {"path", item},
                              {"bucket", toUtf8(grant.bucket)}});
     }
-    invocation.out.result(table.text(), {{"grants", documents}});
+    invocation.out.list(table.text(), "grants", documents);
 }
 
 } // namespace

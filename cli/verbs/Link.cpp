@@ -104,7 +104,7 @@ void printLinks(const Invocation& invocation)
         if (link.expires != 0) document["expires"] = link.expires;
         documents.push_back(std::move(document));
     }
-    invocation.out.result(table.text(), {{"links", documents}});
+    invocation.out.list(table.text(), "links", documents);
 }
 
 void revokeLinks(const Invocation& invocation, const std::string& what)

@@ -1,4 +1,5 @@
 #include "cli/remote/Requests.h"
+#include "cli/remote/StoredNames.h"
 #include "cli/remote/Wildcards.h"
 #include "cli/terminal/Quantities.h"
 #include "cli/terminal/Table.h"
@@ -60,9 +61,9 @@ std::vector<Row> rowsOf(const FolderListResponse& listing)
 {
     std::vector<Row> rows;
     for (const auto& folder : listing.folders)
-        rows.push_back({toUtf8(folder.name) + "/", 0, folder.lastModified, true});
+        rows.push_back({decodedName(toUtf8(folder.name)) + "/", 0, folder.lastModified, true});
     for (const auto& file : listing.files)
-        rows.push_back({toUtf8(file.name), file.size, file.lastModified, false});
+        rows.push_back({decodedName(toUtf8(file.name)), file.size, file.lastModified, false});
     return rows;
 }
 
@@ -76,11 +77,21 @@ json documentOf(const RemotePath& where, const FolderListResponse& listing)
     return document;
 }
 
-/// Makes one of the two only: a document of ten thousand entries takes its time.
+/// One line for each item.
+void writeLines(Output& out, const RemotePath& folder, const FolderListResponse& listing)
+{
+    for (const auto& child : listing.folders)
+        out.line(toJson(folder.child(toUtf8(child.name)), attributesOf(child)));
+    for (const auto& file : listing.files)
+        out.line(toJson(folder.child(toUtf8(file.name)), attributesOf(file)));
+}
+
+/// Makes one of them only: a document of ten thousand entries takes its time.
 void showListing(const Invocation& invocation, const RemotePath& where, const FolderListResponse& listing,
                  const Options& options)
 {
     auto& out = invocation.out;
+    if (out.isLines()) return writeLines(out, where, listing);
     out.isJson() ? out.result({}, documentOf(where, listing))
                  : out.result(shown(rowsOf(listing), options), {});
 }
@@ -103,7 +114,9 @@ void listOne(const Invocation& invocation, const RemotePath& where, const Option
         const auto error = std::current_exception();
         if (!isRefusal(error, reasons::isFile)) throw about(where.quoted(), explain(error));
     }
-    showListing(invocation, where, listingOf(attributesOf(connection, where)), options);
+    const auto file = attributesOf(connection, where);
+    if (invocation.out.isLines()) return invocation.out.line(toJson(where, file));
+    showListing(invocation, where, listingOf(file), options);
 }
 
 /// Files first, then folder by folder, each under its path.
@@ -114,7 +127,10 @@ public:
     void addFile(const RemotePath& where, const FileAttributes& file)
     {
         files.push_back({where.text(), file.size, file.lastModified, false});
-        if (out.isJson()) documents.push_back(documentOf(where, listingOf(file)));
+        if (out.isLines())
+            out.line(toJson(where, file));
+        else if (out.isJson())
+            documents.push_back(documentOf(where, listingOf(file)));
     }
 
     void showFiles()
@@ -125,6 +141,7 @@ public:
 
     void show(const RemoteWalk::Folder& folder)
     {
+        if (out.isLines()) return writeLines(out, folder.where, *folder.listing);
         if (out.isJson()) {
             documents.push_back(documentOf(folder.where, *folder.listing));
             return;
@@ -157,13 +174,13 @@ void listSeveral(const Invocation& invocation, const std::vector<std::string>& p
     listings.showFiles();
     addTo(report, walk.run());
     if (invocation.out.isJson())
-        invocation.out.result("", {{"listings", listings.documents}, {"failed", toJson(report.failed)}});
+        invocation.out.list("", "listings", listings.documents, {{"failed", toJson(report.failed)}});
     conclude(report, "listed");
 }
 
 void list(const Invocation& invocation, const Options& options)
 {
-    const auto paths = options.paths.empty() ? std::vector<std::string>{"/"} : options.paths;
+    const auto paths = options.paths.empty() ? std::vector{defaultFolder()} : options.paths;
     bool isPattern = false;
     for (const auto& path : paths)
         isPattern = isPattern || hasWildcards(addressableOrPattern(path));
@@ -176,26 +193,27 @@ void list(const Invocation& invocation, const Options& options)
 Verb ls()
 {
     const auto options = std::make_shared<Options>();
-    return {.name = "ls",
-            .summary = "List folders",
-            .examples = "  tarn ls\n"
-                        "  tarn ls -l /docs\n"
-                        "  tarn ls -lt '/photos/*.jpg'          newest first; quoted for the shell\n"
-                        "  tarn ls alice:/shared\n"
-                        "--json: {path, folders, files} of one path; of several, with wildcards and with -R\n"
-                        "{listings: [{path, folders, files}, ...], failed}.",
-            .takes = {{"PATH",
-                       &options->paths,
-                       "Folders and files, wildcards as in '/photos/*.jpg'; default: /",
-                       {.words = Words::remote}},
-                      {"-l,--long", &options->longFormat, "With sizes and times"},
-                      {"-h,--human", &options->human, "Sizes as people read them; the default"},
-                      {"-b,--bytes", &options->bytes, "Sizes in bytes"},
-                      {"-t,--by-time", &options->byTime, "Newest first"},
-                      {"-S,--by-size", &options->bySize, "Largest first"},
-                      {"-r,--reverse", &options->reversed, "The other way round"},
-                      {"-R,--recursive", &options->recursive, "Folders below, too"}},
-            .run = [options](const Invocation& invocation) { list(invocation, *options); }};
+    return {
+        .name = "ls",
+        .summary = "List folders",
+        .examples = "  tarn ls\n"
+                    "  tarn ls -l /docs\n"
+                    "  tarn ls -lt '/photos/*.jpg'          newest first; quoted for the shell\n"
+                    "  tarn ls alice:/shared\n"
+                    "--json: {path, folders, files} of one path; of several, with wildcards and with -R\n"
+                    "{listings: [{path, folders, files}, ...], failed}.",
+        .takes = {{"PATH",
+                   &options->paths,
+                   "Folders and files, wildcards as in '/photos/*.jpg'; default: /, or the profile's folder",
+                   {.words = Words::remote}},
+                  {"-l,--long", &options->longFormat, "With sizes and times"},
+                  {"-h,--human", &options->human, "Sizes as people read them; the default"},
+                  {"-b,--bytes", &options->bytes, "Sizes in bytes"},
+                  {"-t,--by-time", &options->byTime, "Newest first"},
+                  {"-S,--by-size", &options->bySize, "Largest first"},
+                  {"-r,--reverse", &options->reversed, "The other way round"},
+                  {"-R,--recursive", &options->recursive, "Folders below, too"}},
+        .run = [options](const Invocation& invocation) { list(invocation, *options); }};
 }
 
 } // namespace tarncli::verbs

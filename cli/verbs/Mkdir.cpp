@@ -1,4 +1,5 @@
 #include "cli/remote/Change.h"
+#include "cli/remote/Recorded.h"
 #include "cli/remote/Requests.h"
 #include "cli/transfer/Conclusion.h"
 #include "cli/verbs/Verb.h"
@@ -18,12 +19,15 @@ struct Options {
 
 void createFolder(Connection& connection, const RemotePath& folder)
 {
-    makeChange(
-        connection, [&] { return connection.files().createFolder(requestFor<FolderCreate>(folder)); },
-        [&] {
-            const auto found = findAttributes(connection, folder);
-            return found && isFolder(*found);
-        });
+    const auto send = [&] { return connection.files().createFolder(requestFor<FolderCreate>(folder)); };
+    const auto isMade = [&] {
+        const auto found = findAttributes(connection, folder);
+        return found && isFolder(*found);
+    };
+    recorded(connection, {Change::Kind::makeFolder, folder.stored()}, [&] {
+        makeChange(connection, send, isMade);
+        return std::string();
+    });
 }
 
 void createWithParents(Connection& connection, const RemotePath& folder)

@@ -1,4 +1,5 @@
 #include "cli/remote/Change.h"
+#include "cli/remote/Recorded.h"
 #include "cli/remote/Requests.h"
 #include "cli/verbs/Verb.h"
 
@@ -16,15 +17,23 @@ struct Options {
     bool force = false;
 };
 
+struct Target {
+    RemotePath where;
+    bool exists = false; ///< and would be replaced
+};
+
 /// A target that is a folder takes the source in under its own name.
-RemotePath moveTarget(Connection& connection, const RemotePath& source, const RemotePath& target)
+Target moveTarget(Connection& connection, const RemotePath& source, const RemotePath& target, bool force)
 {
     const auto found = findAttributes(connection, target);
-    if (found && isFolder(*found) && !source.isRoot()) return target.child(source.name());
+    if (found && isFolder(*found) && !source.isRoot()) {
+        const auto where = target.child(source.name());
+        return {where, force && findAttributes(connection, where)};
+    }
     if (target.asFolder && !found)
         throw Failure(ExitCode::notFound,
                       "There is no folder " + target.quoted() + "; make it with `tarn mkdir -p`.");
-    return target;
+    return {target, force && found};
 }
 
 void move(const Invocation& invocation, const Options& options)
@@ -32,20 +41,28 @@ void move(const Invocation& invocation, const Options& options)
     const auto source = addressable(options.source);
     const auto named = addressable(options.target);
     auto connection = invocation.connect();
-    const auto target = moveTarget(connection, source, named);
+    const auto target = moveTarget(connection, source, named, options.force);
     const auto send = [&] {
         auto request = requestFor<Move>(source);
-        request->targetPath = toUtf16(target.path);
-        request->targetBucket = toUtf16(target.bucket);
+        request->targetPath = toUtf16(target.where.path);
+        request->targetBucket = toUtf16(target.where.bucket);
         request->moveTargetOverwrite = options.force;
         return connection.files().move(std::move(request));
     };
     const auto isMoved = [&] {
-        return !findAttributes(connection, source) && findAttributes(connection, target);
+        return !findAttributes(connection, source) && findAttributes(connection, target.where);
     };
-    naming(source, [&] { makeChange(connection, send, isMoved); });
-    invocation.out.detail("Moved " + source.quoted() + " to " + target.quoted() + ".");
-    invocation.out.result("", {{"source", source.text()}, {"target", target.text()}});
+    naming(source, [&] {
+        Change change{Change::Kind::move, source.stored(), target.where.stored()};
+        change.before = readAttributes(connection, source).watermark;
+        change.loses = target.exists;
+        recorded(connection, change, [&] {
+            makeChange(connection, send, isMoved);
+            return std::string();
+        });
+    });
+    invocation.out.detail("Moved " + source.quoted() + " to " + target.where.quoted() + ".");
+    invocation.out.result("", {{"source", source.text()}, {"target", target.where.text()}});
 }
 
 } // namespace

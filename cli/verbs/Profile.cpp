@@ -19,6 +19,7 @@ struct Options {
     std::vector<std::string> words; ///< NAME and ENDPOINT
     std::string user;
     std::string tokenCommand;
+    std::string folder;
 };
 
 void listProfiles(const Invocation& invocation, const Profiles& profiles)
@@ -37,7 +38,7 @@ void listProfiles(const Invocation& invocation, const Profiles& profiles)
     for (const auto& [name, profile] : profiles.byName)
         add(name, profile, profile.endpoint);
     if (!profiles.byName.contains(localProfile)) add(localProfile, {}, "the local store");
-    invocation.out.result(table.text(), {{"profiles", documents}});
+    invocation.out.list(table.text(), "profiles", documents);
 }
 
 /// Its flags say of the profile what they would say of a command.
@@ -51,6 +52,8 @@ Profile profileOf(const Invocation& invocation, const Options& options)
     if (!flags.caFile.empty()) profile.caFile = std::filesystem::absolute(flags.caFile).string();
     profile.proxy = flags.proxy;
     profile.tokenCommand = options.tokenCommand;
+    profile.folder = options.folder;
+    profile.encodeNames = flags.encodeNames;
     profile.insecure = flags.insecure;
     return profile;
 }
@@ -93,6 +96,7 @@ Verb profile()
             "  tarn profile list\n"
             "  tarn profile add work https://files.example.org --user alice\n"
             "  tarn profile add home https://nas:7070 --ca-file nas.pem --token-command 'pass show tarn'\n"
+            "  tarn profile add photos https://nas:7070 --folder /photos --encode-names\n"
             "  tarn profile use work\n"
             "  tarn profile use local\n"
             "They are in ~/.config/tarn/config.toml, where they can be changed and removed. \"local\" is "
@@ -107,7 +111,11 @@ Verb profile()
                   {"--token-command",
                    &options->tokenCommand,
                    "For add: what writes the token to its standard output",
-                   {.valueName = "COMMAND"}}},
+                   {.valueName = "COMMAND"}},
+                  {"--folder",
+                   &options->folder,
+                   "For add: where remote paths begin that do not begin with '/'",
+                   {.valueName = "PATH"}}},
         .run = [options](const Invocation& invocation) { manageProfiles(invocation, *options); }};
 }
 

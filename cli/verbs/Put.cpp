@@ -1,4 +1,5 @@
 #include "cli/remote/Requests.h"
+#include "cli/remote/StoredNames.h"
 #include "cli/terminal/Quantities.h"
 #include "cli/transfer/Conclusion.h"
 #include "cli/transfer/Upload.h"
@@ -56,12 +57,17 @@ Source sourceOf(const std::string& place, bool recursive)
 std::string nameOf(const Source& source)
 {
     const auto name = source.path.filename().string();
-    return name == "." || name == ".." ? "" : name;
+    return name == "." || name == ".." ? "" : encodedName(name);
 }
 
 void addSource(Uploader& uploader, const UploadTarget::Place& place, const Source& source)
 {
-    if (source.isFolder) return uploader.addTree(walkLocalTree(source.path), place.remote, place.folder());
+    if (source.isFolder) {
+        auto tree = walkLocalTree(source.path);
+        for (auto& entry : tree.entries)
+            entry.below = encodedName(entry.below);
+        return uploader.addTree(std::move(tree), place.remote, place.folder());
+    }
     std::error_code error;
     const auto size = fs::file_size(source.path, error);
     Upload upload{source.path, place.remote, error ? 0 : size};

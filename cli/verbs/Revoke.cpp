@@ -1,4 +1,5 @@
 #include "cli/remote/Grants.h"
+#include "cli/remote/Recorded.h"
 #include "cli/remote/Requests.h"
 #include "cli/verbs/Verb.h"
 #include "tarn/accesscontrol/PermissionMessages.h"
@@ -11,12 +12,22 @@ namespace {
 
 using namespace connector::tarn;
 
-std::string findGrant(Connection& connection, const std::string& path, const std::string& user)
+Permission findGrant(Connection& connection, const std::string& path, const std::string& user)
 {
     for (const auto& grant : listGrants(connection, path))
-        if (toUtf8(grant.subjectName) == user) return grant.permissionId;
+        if (toUtf8(grant.subjectName) == user) return grant;
     throw Failure(ExitCode::notFound, RemotePath::parse(path).quoted() + " is not granted to \"" +
                                           escaped(user) + "\"; `tarn grants` lists what is.");
+}
+
+/// What it was, for those who want it again; the service tells whether there is one.
+Permission findGrant(Connection& connection, const std::string& id)
+{
+    for (const auto& grant : listGrants(connection, ""))
+        if (grant.permissionId == id) return grant;
+    Permission unknown;
+    unknown.permissionId = id;
+    return unknown;
 }
 
 void takeBack(const Invocation& invocation, const std::vector<std::string>& what)
@@ -29,12 +40,19 @@ void takeBack(const Invocation& invocation, const std::vector<std::string>& what
         throw usageError("\"" + escaped(first) +
                          "\" is not the id of a grant; use `tarn revoke ID` or `tarn revoke PATH USER`.");
     auto connection = invocation.connect();
-    const auto id = byPath ? findGrant(connection, first, what.back()) : first;
-    connection.call([&] {
-        auto request = std::make_unique<PermissionRevoke>();
-        request->permissionId = id;
-        return connection.access().revokePermission(std::move(request));
-    });
+    const auto grant = byPath ? findGrant(connection, first, what.back()) : findGrant(connection, first);
+    const auto& id = grant.permissionId;
+    const auto send = [&] {
+        connection.call([&] {
+            auto request = std::make_unique<PermissionRevoke>();
+            request->permissionId = id;
+            return connection.access().revokePermission(std::move(request));
+        });
+        return std::string();
+    };
+    Change change{Change::Kind::revoke, toUtf8(grant.path), toUtf8(grant.subjectName), id};
+    change.loses = grant.status == "PENDING";
+    change.path.empty() ? void(send()) : recorded(connection, change, send);
     invocation.out.detail("Revoked " + escaped(id) + ".");
     invocation.out.result("", {{"revoked", id}});
 }

@@ -1,4 +1,6 @@
+#include "cli/remote/Aside.h"
 #include "cli/remote/Change.h"
+#include "cli/remote/Recorded.h"
 #include "cli/remote/Requests.h"
 #include "cli/remote/Wildcards.h"
 #include "cli/transfer/Conclusion.h"
@@ -16,6 +18,7 @@ struct Options {
     std::vector<std::string> paths;
     bool recursive = false;
     bool force = false;
+    bool keep = false;
 };
 
 void removeItem(Connection& connection, const RemoteItem& named, const Options& options)
@@ -28,18 +31,22 @@ void removeItem(Connection& connection, const RemoteItem& named, const Options& 
     if (isFolder(*found) && !options.recursive)
         throw Failure(ExitCode::conflict,
                       item.quoted() + " is a folder; use `tarn rm -r` to delete it and everything in it.");
+    if (options.keep) return putAside(connection, item, found->watermark);
     naming(item, [&] {
-        const auto isGone = [&] { return !findAttributes(connection, item); };
-        if (!isFolder(*found)) {
-            const auto remove = [&] { return connection.files().deleteFile(requestFor<FileDelete>(item)); };
-            return makeChange(connection, remove, isGone);
-        }
-        const auto remove = [&] {
-            auto request = requestFor<FolderDelete>(item);
-            request->forceRecursive = true;
-            return connection.files().deleteFolder(std::move(request));
-        };
-        makeChange(connection, remove, isGone);
+        recorded(connection, {Change::Kind::remove, item.stored()}, [&] {
+            const auto isGone = [&] { return !findAttributes(connection, item); };
+            const auto removeFile = [&] {
+                return connection.files().deleteFile(requestFor<FileDelete>(item));
+            };
+            const auto removeFolder = [&] {
+                auto request = requestFor<FolderDelete>(item);
+                request->forceRecursive = true;
+                return connection.files().deleteFolder(std::move(request));
+            };
+            isFolder(*found) ? makeChange(connection, removeFolder, isGone)
+                             : makeChange(connection, removeFile, isGone);
+            return std::string();
+        });
     });
 }
 
@@ -67,15 +74,21 @@ Verb rm()
     const auto options = std::make_shared<Options>();
     return {.name = "rm",
             .summary = "Delete files and folders",
-            .examples = "  tarn rm /a.txt\n"
-                        "  tarn rm -r /docs\n"
-                        "  tarn rm '/photos/*.tmp'              quoted, so that the shell leaves it alone",
+            .examples =
+                "  tarn rm /a.txt\n"
+                "  tarn rm -r /docs\n"
+                "  tarn rm '/photos/*.tmp'              quoted, so that the shell leaves it alone\n"
+                "  tarn rm -r --keep /photos            then, perhaps: tarn undo\n"
+                "What is deleted is gone, with all its versions. With --keep it is moved into the folder\n"
+                "/.tarn-removed instead: it takes space, and whoever may read it still may, until\n"
+                "`tarn rm -r /.tarn-removed` deletes that.",
             .takes = {{"PATH",
                        &options->paths,
                        "Files and folders, wildcards as in '/photos/*.tmp'",
                        {.required = true, .words = Words::remote}},
                       {"-r,--recursive", &options->recursive, "Include folders and everything in them"},
-                      {"-f,--force", &options->force, "Ignore what does not exist"}},
+                      {"-f,--force", &options->force, "Ignore what does not exist"},
+                      {"-k,--keep", &options->keep, "Put it aside, so that `tarn undo` can bring it back"}},
             .run = [options](const Invocation& invocation) { remove(invocation, *options); }};
 }
 

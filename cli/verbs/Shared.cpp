@@ -62,7 +62,7 @@ void listShared(const Invocation& invocation)
         }
         documents.push_back(document);
     }
-    invocation.out.result(table.text(), {{"shared", documents}});
+    invocation.out.list(table.text(), "shared", documents);
 }
 
 } // namespace

@@ -23,10 +23,7 @@ void showAttributes(const Invocation& invocation, const std::string& path)
     table.add({"modified", humanTime(attributes.lastModified)});
     table.add({"writable", attributes.writable ? "yes" : "no"});
     table.add({"watermark", attributes.watermark});
-    auto document = toJson(summaryOf(attributes));
-    document["path"] = where.text();
-    document["type"] = isFolder(attributes) ? "folder" : "file";
-    invocation.out.result(table.text(), document);
+    invocation.out.result(table.text(), toJson(where, attributes));
 }
 
 } // namespace

@@ -1,4 +1,5 @@
 #include "cli/machine/PrivateFile.h"
+#include "cli/remote/StoredNames.h"
 #include "cli/sync/Planner.h"
 #include "cli/sync/SyncSummary.h"
 #include "cli/terminal/Quantities.h"
@@ -61,12 +62,12 @@ Pair pairOf(const Connection& connection, const Options& options, bool isUp)
     if (isUp) {
         const auto name = here.filename().string();
         if (!name.empty() && name != "." && name != "..") {
-            if (const auto why = whyNotAddressable(name); !why.empty())
+            if (const auto why = whyNotStorable(name); !why.empty())
                 throw usageError("\"" + escaped(name) + "\" cannot be stored under its name: " + why);
-            there = there.child(name);
+            there = there.child(encodedName(name));
         }
     } else if (!there.asFolder && !there.isRoot()) {
-        local /= there.name();
+        local /= decodedName(there.name());
     }
     there.asFolder = false;
     if (there.bucket.empty()) there.bucket = connection.user();

@@ -1,4 +1,5 @@
 #include "cli/remote/Requests.h"
+#include "cli/remote/StoredNames.h"
 #include "cli/transfer/Conclusion.h"
 #include "cli/transfer/RemoteTree.h"
 #include "cli/verbs/Verb.h"
@@ -23,11 +24,11 @@ private:
     {
         auto left = folder.folders.size() + folder.files.size();
         for (const auto& child : folder.folders) {
-            line(indent, --left == 0, escaped(child->name) + "/");
+            line(indent, --left == 0, escaped(decodedName(child->name)) + "/");
             draw(*child, indent + (left == 0 ? "    " : "│   "));
         }
         for (const auto& file : folder.files)
-            line(indent, --left == 0, escaped(toUtf8(file.name)));
+            line(indent, --left == 0, escaped(decodedName(toUtf8(file.name))));
     }
 
     void line(const std::string& indent, bool isLast, const std::string& name)
@@ -38,7 +39,7 @@ private:
 
 json toJson(const RemoteFolder& folder)
 {
-    json document{{"name", folder.name}, {"folders", json::array()}, {"files", json::array()}};
+    json document{{"name", decodedName(folder.name)}, {"folders", json::array()}, {"files", json::array()}};
     for (const auto& child : folder.folders)
         document["folders"].push_back(toJson(*child));
     for (const auto& file : folder.files)
@@ -48,7 +49,7 @@ json toJson(const RemoteFolder& folder)
 
 void showTree(const Invocation& invocation, const std::string& path)
 {
-    const auto where = addressable(path);
+    const auto where = addressable(path.empty() ? defaultFolder() : path);
     auto connection = invocation.connect();
     const auto found = listRemoteTree(connection, invocation.out, where);
     if (found.report.done > 0) {
@@ -64,7 +65,7 @@ void showTree(const Invocation& invocation, const std::string& path)
 
 Verb tree()
 {
-    const auto path = std::make_shared<std::string>("/");
+    const auto path = std::make_shared<std::string>();
     return {.name = "tree",
             .summary = "List a folder and everything below it",
             .examples = "  tarn tree /docs",

@@ -29,6 +29,7 @@ Verb cp();
 Verb mkdir();
 Verb mv();
 Verb rm();
+Verb undo();
 Verb grant();
 Verb revoke();
 Verb grants();
@@ -49,11 +50,11 @@ Verb complete();
 std::vector<Verb> allVerbs()
 {
     using namespace verbs;
-    return {login(),  logout(),  whoami(),     ping(),   doctor(),  profile(),  local(),   ls(),
-            tree(),   find(),    du(),         stat(),   cat(),     edit(),     put(),     get(),
-            check(),  sync(),    apply(),      cp(),     mkdir(),   mv(),       rm(),      grant(),
-            revoke(), grants(),  explain(),    shared(), link(),    versions(), restore(), replay(),
-            help(),   version(), completion(), man(),    complete()};
+    return {login(),  logout(), whoami(),  ping(),       doctor(), profile(), local(),    ls(),
+            tree(),   find(),   du(),      stat(),       cat(),    edit(),    put(),      get(),
+            check(),  sync(),   apply(),   cp(),         mkdir(),  mv(),      rm(),       undo(),
+            grant(),  revoke(), grants(),  explain(),    shared(), link(),    versions(), restore(),
+            replay(), help(),   version(), completion(), man(),    complete()};
 }
 
 } // namespace tarncli

@@ -1,5 +1,6 @@
 #include "cli/remote/Answer.h"
 #include "cli/remote/Requests.h"
+#include "cli/remote/StoredNames.h"
 #include "cli/remote/VersionChoice.h"
 #include "cli/terminal/Quantities.h"
 #include "cli/terminal/Table.h"
@@ -27,8 +28,8 @@ void listVersions(const Invocation& invocation, const std::string& path)
         documents.push_back(
             {{"label", version.versionLabel}, {"created", version.created}, {"id", version.versionId}});
     }
-    invocation.out.result(table.text(),
-                          {{"path", file.text()}, {"name", toUtf8(response->name)}, {"versions", documents}});
+    invocation.out.list(table.text(), "versions", documents,
+                        {{"path", file.text()}, {"name", decodedName(toUtf8(response->name))}});
 }
 
 } // namespace

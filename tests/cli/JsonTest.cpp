@@ -40,6 +40,12 @@ bool isLike(const json& actual, const json& example)
            });
 }
 
+constexpr std::pair<const char*, const char*> lists[] = {
+    {"find /", "found"},          {"du /", "usage"},           {"versions /d/b", "versions"},
+    {"grants", "grants"},         {"shared", "shared"},        {"link --list", "links"},
+    {"profile list", "profiles"}, {"undo --list", "commands"},
+};
+
 TEST(Json, EveryVerbWritesOneDocumentAsDescribed)
 {
     TarndProcess service;
@@ -84,6 +90,8 @@ TEST(Json, EveryVerbWritesOneDocumentAsDescribed)
                                       "versions /a",
                                       "restore /a 1",
                                       "rm /a",
+                                      "mkdir /u",
+                                      "undo --yes",
                                       "sync /d s",
                                       "sync --plan p /d s",
                                       "apply p",
@@ -105,6 +113,18 @@ TEST(Json, EveryVerbWritesOneDocumentAsDescribed)
     EXPECT_EQ(shell.run("tarn --help | sed -n '/^Subcommands/,/^$/p' | grep -c '^  [a-z]'").out,
               std::to_string(documentedExamples().size()) + "\n")
         << "verbs, and descriptions of what they write";
+    shell.set("TARN_USER", "alice"); // who has logged out
+    shell.run("tarn grant /d bob && tarn link /d");
+    for (const auto& [list, key] : lists) {
+        const auto whole = json::parse(shell.run("tarn --json " + std::string(list)).out, nullptr, false);
+        EXPECT_FALSE(whole[key].empty()) << list;
+        std::string lines;
+        for (const auto& item : whole[key])
+            lines += item.dump() + "\n";
+        EXPECT_EQ(shell.run("tarn --json-lines " + std::string(list)).out, lines) << list;
+    }
+    EXPECT_EQ(shell.run("tarn --json-lines ls /d").out,
+              shell.run("tarn --json-lines find /d | tail -n +2").out);
     EXPECT_EQ(documents["ls"]["files"][0]["size"], 2);
     EXPECT_EQ(documents["cat"]["files"][0]["content"], "/wA=");
     EXPECT_EQ(documents["versions"]["versions"][0]["label"], 1);

@@ -26,13 +26,13 @@ protected:
         return shell.run("printf '%s\\n' \"$2\" | tarn login " + flags + " \"$1\"", {user, with});
     }
 
-    /// All that is kept for later calls.
+    /// All that is kept for later calls, but what undo needs.
     std::string kept() const
     {
         std::string text;
         if (fs::exists(shell.stateFolder()))
             for (const auto& [name, content] : contentsOf(shell.stateFolder()))
-                text += content;
+                if (!name.starts_with("undo/")) text += content;
         return text;
     }
 

@@ -45,7 +45,7 @@ constexpr Row rows[] = {
     // Links and names are told once; what they hide is left alone.
     {"ln -s a t/l && ln -s a t/m && touch t/x? t/y? && tarn sync --delete t /", 1,
      "tarn: Left out 2 items, the first x?: The service cannot be asked for names with '?'; choose another "
-     "name.\ntarn: Left out 2 items, the first l: symbolic links are not followed\n"
+     "name, or use --encode-names.\ntarn: Left out 2 items, the first l: symbolic links are not followed\n"
      "tarn: 2 items could not be stored; 0 were.\n"},
     {"rm t/[lmxy]*", 0, ""},
     // A plan says what it does, is done once, and not when anything has changed since.

@@ -58,7 +58,7 @@ TEST(ProgressLine, LeavesOutWhatDoesNotFit)
                 testing::EndsWith("4.0 MiB  syncing"));
     EXPECT_EQ(progressLine(progress, 50), "Storing  [#####---------------] 25%");
     EXPECT_EQ(progressLine(progress, 4), "Sto…");
-    EXPECT_EQ(progressLine({"Storing", 0, 0, 0, 0, 0}, 80), "Storing  [--------------------]  0%");
+    EXPECT_EQ(progressLine({"Storing", 0, 0, 0, 0, 0}, 80), "Storing  0 requests");
 }
 
 } // namespace

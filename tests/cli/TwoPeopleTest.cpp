@@ -35,6 +35,10 @@ TEST(TwoPeople, ShareReadTakeBackLinkAndGoBackInTime)
         {"bob", "tarn ls alice:/plans", 0, "a\nb c\n"},
         {"bob", "tarn get -r alice:/plans/ got && cat got/a 'got/b c'", 0, "one\ntwo\n"},
         {"bob", "echo mine > a; tarn put -f a alice:/plans/a", 5, ""},
+        {"bob",
+         "for it in 'put -f a alice:/plans/a' 'rm -r alice:/plans'; do tarn $it 2>&1; done | "
+         "grep -c ' bob may read it: alice shares /plans\\.$'",
+         0, "2\n"},
         {"bob", "tarn rm -r alice:/plans", 5, ""},
         {"bob", "tarn mv alice:/plans/a alice:/plans/x", 5, ""},
         {"bob", "tarn grant alice:/plans carol", 5, ""},

@@ -86,6 +86,27 @@ constexpr Row rows[] = {
      "get /service/v1/filesystem/up 200, was 404\nput /service/v1/files/up 409, was 200\n"},
     {"tarn rm /up; TARN_ENDPOINT= tarn replay rec", 2, ""},
     {"tarn replay photos/b.JPG", 2, ""},
+    // Names that the wire has no place for, and back
+    {"mkdir odd && echo q >'odd/what?' && echo h >'odd/#1 100%3F a%2F' && printf x >\"odd/new\nline\" && "
+     "tarn --encode-names put -qr odd / && tarn ls /odd",
+     0, "%231 100%253F a%2F\nnew%0Aline\nwhat%3F\n"},
+    {"tarn --encode-names ls /odd '/odd/w?at?' && tarn --encode-names cat '/odd/what?'", 0,
+     "/odd/what?\n\n/odd:\n#1 100%3F a%2F\nnew\\nline\nwhat?\nq\n"},
+    {"tarn --encode-names get -qr /odd back && diff -r odd back/odd && tarn --encode-names sync -q /odd/ "
+     "down && "
+     "diff -r odd down && tarn --encode-names check -q odd /odd",
+     0, ""},
+    {"rm 'odd/what?' && touch 'odd/#2' && tarn --encode-names sync -q --delete --plan pl odd / >out && "
+     "tarn -q apply pl && tarn --encode-names undo -n 2>&1 | tail -n 2; tarn rm -r /odd",
+     0,
+     "delete  alice:/odd/#2\ntarn: Cannot be taken back: \"alice:/odd/what?\" was deleted, and nothing keeps "
+     "it "
+     "(`tarn rm --keep` would have).\n"},
+    // Paths in the folder of a profile
+    {"tarn profile add -q ph \"$TARN_ENDPOINT\" --folder /photos && export TARN_PROFILE=ph && tarn put -q "
+     "photos/b.JPG rel && tarn find rel --name 'r*' && tarn ls && tarn rm rel /photos/2024/none 'r*'; echo "
+     "$?",
+     0, "/photos/rel\n2024/\nb.JPG\nrel\nö.txt\n8\n"},
     // Words people try
     {"tarn upload a /b 2>&1 | grep -o 'tarn put'", 0, "tarn put\n"},
     {"tarn version && tarn help cp | head -n 1", 0,
