@@ -184,7 +184,7 @@ Verb find()
         .examples =
             "  tarn find /photos --name '*.jpg' --size +10M\n"
             "  tarn find / --type f --mtime -7d\n"
-            "  tarn find /logs --name '*.log' --mtime +30d --print0 | xargs -0 -n 100 tarn rm --\n"
+            "  tarn find /logs --name '*.log' --mtime +30d --print0 | xargs -0 -r -n 100 tarn rm --\n"
             "+N is more than N, -N less, N exactly. Options may be written with one dash, as `-name`.",
         .takes =
             {{"PATH",

@@ -34,7 +34,8 @@ struct GetOptions {
 std::uint64_t timeOf(Connection& connection, const RemotePath& file, const VersionInfo& version)
 {
     if (!file.bucket.empty() && file.bucket != connection.user()) return 0;
-    for (const auto& one : versionsOf(connection, file)->versions)
+    const auto list = versionsOf(connection, file);
+    for (const auto& one : list->versions)
         if (one.versionId == version.versionId) return one.created;
     return 0;
 }

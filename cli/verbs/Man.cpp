@@ -122,6 +122,8 @@ void print(const Invocation& invocation, const Options& options)
         return invocation.out.result(text, {{"page", text}});
     }
     const fs::path folder = options.folder;
+    std::error_code told; // by the first page
+    fs::create_directories(folder, told);
     write(folder / "tarn.1", mainPage(commands));
     for (const auto& verb : commands.verbs)
         if (!verb.isHidden) write(folder / (std::string("tarn-") + verb.name + ".1"), pageOf(verb));

@@ -1,0 +1,134 @@
+// What the README and the help show is typed as it stands there, twice: an example that fails teaches nothing, and most
+// commands may be repeated.
+#include "tarnhost/Tarn.h"
+#include "tests/cli/Shell.h"
+
+#include <fstream>
+#include <gmock/gmock.h>
+#include <sstream>
+
+namespace tarncli::test {
+namespace {
+
+using connector::host::Tarn;
+using tarnd::test::TarndProcess;
+
+std::vector<std::string> linesOf(const std::string& text)
+{
+    std::vector<std::string> lines;
+    std::istringstream in(text);
+    for (std::string line; std::getline(in, line);)
+        lines.push_back(line);
+    return lines;
+}
+
+/// What is here before the examples of a verb, with stand-ins for the programs that they name.
+constexpr const char* here =
+    R"(rm -rf * ~/.config ~/.local/state/tarn/undo && mkdir -p bin photos ~/.zfunc ~/.config/fish/completions &&
+    echo notes >notes.md && echo a >a.txt && echo b >b.txt && echo jpg >photos/a.jpg && : >photos/b.tmp &&
+    for each in pg_dump code; do echo 'echo dump' >bin/$each; done && echo 'cat >/dev/null' >bin/psql &&
+    echo 'echo $ALICE' >bin/pass && chmod +x bin/*)";
+
+/// What is there before each example.
+void store(Tarn& me)
+{
+    for (const auto& entry : me.list("/"))
+        entry.isFolder ? me.removeFolder("/" + entry.name, true) : me.remove("/" + entry.name);
+    for (const auto* folder : {"/docs", "/photos", "/logs", "/album"})
+        me.makeFolder(folder);
+    for (const auto* file :
+         {"/a.txt", "/docs/c.txt", "/photo.jpg", "/disk.img", "/backup.sql", "/logs/old.log"})
+        me.write(file, "stored\n");
+    for (const auto* file : {"/photos/a.jpg", "/album/z.jpg"})
+        me.write(file, "jpg\n");
+    me.write("/docs/a.txt", "a\n");
+    me.write("/photos/b.tmp", "");
+    me.write("/notes.md", "before\n");
+    me.write("/notes.md", "notes\n", connector::host::IfThere::keep);
+    me.grant("/docs", "bob");
+}
+
+/// Those that do not end with 0 both times, by how they begin.
+struct Expected {
+    const char* line;
+    int first;
+    int second;
+};
+
+constexpr Expected expected[] = {
+    {"tarn mkdir /docs", 6, 6},   {"tarn mv ", 0, 3},
+    {"tarn rm ", 0, 3},           {"tarn revoke /docs bob", 0, 3},
+    {"tarn revoke 5c1f", 3, 3}, // an id that nobody has
+    {"tarn link --revoke", 0, 3}, {"tarn profile add", 0, 6},
+    {"tarn replay", 3, 3},        {"pg_dump", 0, 6}, // what comes through a pipe is not compared
+};
+
+TEST(Examples, OfTheHelpRunAsPrintedTwice)
+{
+    TarndProcess service;
+    service.start();
+    Shell shell;
+    shell.set("ALICE", shell.logIn(service, "alice"));
+    ASSERT_EQ(shell
+                  .run("mkdir docs photos shared && echo a >docs/a.txt && echo a >photos/b.jpg && "
+                       "tarn put -r docs photos shared /")
+                  .exitCode,
+              0);
+    service.addUser("bob");
+    const auto token = shell.logIn(service, "me");
+    shell.set("ME", token);
+    for (const std::string folder : {"/docs", "/photos", "/shared"})
+        shell.run("TARN_USER=alice tarn grant " + folder + " me");
+    shell.set("TARN_USER", "me");
+    shell.set("EDITOR", "true");
+    Tarn me(service.url(), {"me", token});
+    const auto verbs = shell.run("tarn --help | sed -n '/^Subcommands/,/^$/s/^  \\([a-z]*\\).*/\\1/p'").out;
+    for (const auto& verb : linesOf(verbs)) {
+        const bool isProfile = verb == "profile";
+        ASSERT_EQ(shell.run(here + std::string(" && echo $ME | tarn login me")).exitCode, 0);
+        if (!isProfile) shell.run("tarn profile add work " + service.url() + " --user me");
+        for (auto line : linesOf(shell.run("tarn help " + verb + " | sed -n '/^Examples:/,$s/^  //p'").out)) {
+            line = line.substr(0, line.find("  "));
+            SCOPED_TRACE(line);
+            if (verb != "link" || line == "tarn link /photo.jpg") store(me); // links go with what they open
+            for (const auto* host :
+                 {"https://files.example.org", "https://nas:7070", "http://127.0.0.1:7070"})
+                if (const auto at = line.find(host); at != std::string::npos)
+                    line.replace(at, std::string(host).size(), service.url());
+            if (verb == "undo") shell.run("tarn mkdir /new");
+            if (verb == "replay") shell.run("tarn --record failed.json ls /none");
+            if (verb == "put") me.remove("/backup.sql");
+            if (verb == "mv") me.remove("/docs/a.txt");
+            const auto* found = std::ranges::find_if(
+                expected, [&](const Expected& each) { return line.starts_with(each.line); });
+            for (const bool isFirst : {true, false}) {
+                const int code = found == std::end(expected) ? 0 : isFirst ? found->first : found->second;
+                const auto result =
+                    shell.run("export PATH=$PWD/bin:$PATH; echo $ALICE | bash -c \"$1\"", {line});
+                EXPECT_EQ(result.exitCode, code) << (isFirst ? "" : "again: ") << result.err;
+            }
+        }
+    }
+}
+
+TEST(Examples, OfTheReadmeRunAsPrintedTwice)
+{
+    std::ifstream in(TARN_SOURCE_DIR "/README.md");
+    std::vector<std::string> lines;
+    bool isShell = false;
+    for (std::string line; std::getline(in, line);) {
+        if (line.starts_with("```")) isShell = line == "```sh";
+        if (isShell && line.starts_with("tarn ")) lines.push_back(line);
+    }
+    EXPECT_GT(lines.size(), 10u);
+    Shell shell;
+    shell.run(here);
+    for (const bool isFirst : {true, false})
+        for (const auto& line : lines) {
+            const auto result = shell.run("bash -c \"$1\"", {line});
+            EXPECT_EQ(result.exitCode, 0) << line << (isFirst ? "" : ", again") << '\n' << result.err;
+        }
+}
+
+} // namespace
+} // namespace tarncli::test
