@@ -97,7 +97,9 @@ TEST(Undo, BringsBackWhatWasThereBeforeAnyCommand)
     std::ranges::shuffle(order, random);
     for (int round = 0; round < (rounds ? std::atoi(rounds) : 24); ++round) {
         const auto& command = order[static_cast<std::size_t>(round) % order.size()];
-        const bool isKilled = round % 3 == 2 && command.find_first_of("|&") == std::string::npos;
+        // What a pipe or an editor gave cannot be compared afterwards.
+        const bool isKilled = round % 3 == 2 && command.find_first_of("|&") == std::string::npos &&
+                              !command.starts_with("tarn edit");
         SCOPED_TRACE(command + (isKilled ? ", killed" : ""));
         const Stored before(tarn);
         const auto pause = std::to_string(static_cast<double>(random() % 60) / 1000);
