@@ -1,5 +1,6 @@
 #include "tarnd/Administration.h"
 #include "tarnd/ConfigFile.h"
+#include "tarnd/Move.h"
 #include "tarnd/Prune.h"
 #include "tarnd/Serve.h"
 #include "tarnd/ServeFlags.h"
@@ -67,7 +68,9 @@ int restore(const std::string& backup, const StoreOptions& options)
     source.dataDir = backup;
     const int copied =
         printCopy("Restored", Store(source, Purpose::check).copyTo(options.dataDir, CopyPurpose::restore));
-    const int checked = check(options, false);
+    StoreOptions restored;
+    restored.dataDir = options.dataDir;
+    const int checked = check(restored, false);
     return copied == 0 ? checked : copied;
 }
 
@@ -104,7 +107,7 @@ struct CommandLine {
         if (*restoration) return restore(copy, options.store);
         if (*fsck) return check(options.store, repair);
         if (*configCheck) return checkConfigFile(configFile), 0;
-        if (!prune.run()) administration.run();
+        if (!prune.run() && !move.run()) administration.run();
         return 0;
     }
 
@@ -112,6 +115,7 @@ struct CommandLine {
     CLI::App* serve = app.add_subcommand("serve", "Serve until SIGTERM");
     Administration administration{app};
     Prune prune{app};
+    Move move{app};
     CLI::App* config = app.add_subcommand("config", "Look at configuration files");
     CLI::App* configCheck = config->add_subcommand("check", "Say what is wrong in a file, and where");
     CLI::App* fsck = app.add_subcommand(

@@ -8,8 +8,6 @@
 #include <Poco/DateTimeFormat.h>
 #include <Poco/DateTimeFormatter.h>
 
-#include <sys/stat.h>
-
 namespace tarnd {
 
 namespace {
@@ -31,14 +29,36 @@ std::optional<ContentPart> partAskedFor(const Request& request, const std::strin
     return partOf(ranges.front(), size);
 }
 
-void requireSize(const UniqueFd& file, std::uint64_t size)
+/// Otherwise sendfile would wait for the rest until the connection counts as idle.
+void requireSize(const ContentBytes& bytes, std::uint64_t size)
 {
-    struct stat found {};
+    if (const auto found = bytes.size(); found != size)
+        throw sentences::internal.because("a content has " + std::to_string(found) + " bytes instead of " +
+                                          std::to_string(size) + "; see tarnd fsck");
+}
 
-    // Otherwise sendfile would wait for the rest until the connection counts as idle.
-    if (fstat(file.get(), &found) != 0 || static_cast<std::uint64_t>(found.st_size) != size)
-        throw sentences::internal.because("a content has " + std::to_string(found.st_size) +
-                                          " bytes instead of " + std::to_string(size) + "; see tarnd fsck");
+/// A content that comes from elsewhere.
+class FetchedBody final : public BodySource {
+public:
+    explicit FetchedBody(ContentBytes bytes) : bytes(std::move(bytes)) {}
+
+    std::size_t read(char* data, std::size_t size) override { return bytes.read(data, size); }
+
+private:
+    ContentBytes bytes;
+};
+
+void setBody(Reply& reply, ContentBytes bytes, const ContentPart& part)
+{
+    bytes.choose(part.first, part.size);
+    if (bytes.stream) {
+        reply.source = std::make_shared<FetchedBody>(std::move(bytes));
+        reply.sourceSize = part.size;
+        return;
+    }
+    reply.file = std::move(bytes.file);
+    reply.fileOffset = part.first;
+    reply.fileSize = part.size;
 }
 
 Reply rangeRefusal(std::uint64_t size)
@@ -59,15 +79,14 @@ Reply contentReply(const Request& request, OpenContent content)
 {
     const auto size = static_cast<std::uint64_t>(content.size);
     const auto tag = '"' + content.tag + '"';
-    requireSize(content.fd, size);
+    requireSize(content.bytes, size);
     const auto part = partAskedFor(request, tag, size);
     if (part && part->size == 0) return rangeRefusal(size);
 
     const auto digest = digestField(content.sha256);
     Reply reply;
     reply.contentType = "application/octet-stream";
-    reply.file = std::move(content.fd);
-    reply.fileSize = size;
+    setBody(reply, std::move(content.bytes), part.value_or(ContentPart{0, size}));
     reply.headers = {{"Accept-Ranges", "bytes"},
                      {"ETag", tag},
                      {"Last-Modified", httpDate(content.modified)},
@@ -77,8 +96,6 @@ Reply contentReply(const Request& request, OpenContent content)
         return reply;
     }
     reply.status = 206;
-    reply.fileOffset = part->first;
-    reply.fileSize = part->size;
     reply.headers.emplace_back("Content-Range", "bytes " + std::to_string(part->first) + "-" +
                                                     std::to_string(part->first + part->size - 1) + "/" +
                                                     std::to_string(size));

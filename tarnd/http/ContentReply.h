@@ -14,7 +14,7 @@ namespace tarnd {
 ///
 /// Headers: Accept-Ranges; ETag; Last-Modified; Repr-Digest, the SHA-256 of the whole; Content-Digest, the
 /// same, on the whole only; Content-Range on 206 and 416.
-/// @throws ServiceError internal when the file has another size, before a head promises what cannot follow
+/// @throws ServiceError internal when the content has another size, before a head promises what cannot follow
 Reply contentReply(const Request& request, OpenContent content);
 
 /// What Content-Digest and Repr-Digest carry for a SHA-256 of 64 hex digits.

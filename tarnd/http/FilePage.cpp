@@ -4,7 +4,6 @@
 #include "tarnd/http/PercentEncoding.h"
 
 #include <algorithm>
-#include <unistd.h>
 #include <utf8.h>
 
 namespace tarnd {
@@ -30,16 +29,17 @@ constexpr Signature signatures[] = {
 };
 
 /// As many of the first bytes as there are; fewer where they cannot be read, since only a preview misses them.
-std::string firstBytes(const OpenContent& content, std::size_t most)
+std::string firstBytes(OpenContent& content, std::size_t most)
 {
-    std::string bytes(std::min<std::size_t>(most, static_cast<std::size_t>(content.size)), '\0');
-    const auto got = ::pread(content.fd.get(), bytes.data(), bytes.size(), 0);
-    bytes.resize(static_cast<std::size_t>(std::max<ssize_t>(got, 0)));
-    return bytes;
+    try {
+        return content.bytes.beginning(most);
+    } catch (const ServiceError&) {
+        return {};
+    }
 }
 
 /// Empty for what is shown as text or not at all.
-std::string_view shownType(const OpenContent& content)
+std::string_view shownType(OpenContent& content)
 {
     constexpr std::size_t enough = 16;
     const auto head = firstBytes(content, enough);
@@ -56,7 +56,7 @@ bool isControl(char c)
 
 /// What can be read as UTF-8 of the beginning; a character that the limit cuts in two is left out. Nothing when the
 /// file holds anything else.
-std::string readableText(const OpenContent& content, std::size_t most)
+std::string readableText(OpenContent& content, std::size_t most)
 {
     constexpr std::ptrdiff_t longestCharacter = 4; // bytes
     auto text = firstBytes(content, most);
@@ -67,7 +67,7 @@ std::string readableText(const OpenContent& content, std::size_t most)
     return std::any_of(text.begin(), text.end(), isControl) ? "" : text;
 }
 
-std::string previewOf(const OpenContent& content)
+std::string previewOf(OpenContent& content)
 {
     constexpr std::size_t most = 256 * 1024;
     const auto name = htmlEscape(content.file.name);
@@ -94,7 +94,7 @@ Reply named(Reply reply, std::string_view disposition, const std::string& name, 
 
 } // namespace
 
-Reply filePage(const OpenContent& content, const PagePlace& place)
+Reply filePage(OpenContent& content, const PagePlace& place)
 {
     return htmlPage(200, content.file.name,
                     htmlActions(place, "Download") + "<p>" + htmlSize(content.size) + ", changed " +
@@ -107,7 +107,7 @@ Reply preview(const Request& request, OpenContent content)
     if (type.empty()) return download(request, std::move(content));
     const auto name = percentEncode(content.file.name);
     auto reply = contentReply(request, std::move(content));
-    if (reply.file) reply.contentType = type;
+    if (reply.file || reply.source) reply.contentType = type;
     // What browsers show PDF documents with is a page of their own around the document, which a sandbox would forbid.
     return named(std::move(reply), "inline", name,
                  type == pdf ? "default-src 'none'; object-src 'self'; style-src 'unsafe-inline'; "

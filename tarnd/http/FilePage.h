@@ -7,7 +7,7 @@
 namespace tarnd {
 
 /// A file with its size, its date, a preview of what is a picture, a PDF document or text, and a link to its bytes.
-Reply filePage(const OpenContent& content, const PagePlace& place);
+Reply filePage(OpenContent& content, const PagePlace& place);
 
 /// A picture or a PDF document for the page that shows it, by its first bytes and not by its name: the types that
 /// browsers show and cannot run. Anything else comes as download() has it.

@@ -8,7 +8,6 @@
 #include <algorithm>
 #include <array>
 #include <optional>
-#include <unistd.h>
 
 namespace tarnd {
 
@@ -106,11 +105,11 @@ private:
     {
         std::array<char, ZipStream::mostContent> piece;
         const auto wanted = std::min<std::uint64_t>(left, piece.size());
-        const auto got = wanted == 0 ? 0 : ::read(file->fd.get(), piece.data(), wanted);
-        if (got < 0 || (got == 0 && wanted > 0))
+        const auto got = wanted == 0 ? 0 : file->bytes.read(piece.data(), wanted);
+        if (got == 0 && wanted > 0)
             throw sentences::internal.because("a content is shorter than it should be; see tarnd fsck");
-        if (got > 0) zip.addContent({piece.data(), static_cast<std::size_t>(got)});
-        left -= static_cast<std::uint64_t>(got);
+        if (got > 0) zip.addContent({piece.data(), got});
+        left -= got;
         if (left > 0) return;
         zip.endFile();
         file.reset();

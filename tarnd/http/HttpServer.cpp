@@ -133,12 +133,12 @@ struct Producer {
     static void forget(void* self) { delete static_cast<Producer*>(self); }
 };
 
-ResponsePtr producedResponse(Producer producer)
+ResponsePtr producedResponse(Producer producer, std::optional<std::uint64_t> size)
 {
     constexpr std::size_t piece = 64 * 1024; // bytes
     auto owned = std::make_unique<Producer>(producer);
-    auto* const response = MHD_create_response_from_callback(MHD_SIZE_UNKNOWN, piece, &Producer::produce,
-                                                             owned.get(), &Producer::forget);
+    auto* const response = MHD_create_response_from_callback(
+        size.value_or(MHD_SIZE_UNKNOWN), piece, &Producer::produce, owned.get(), &Producer::forget);
     if (response != nullptr) owned.release();
     return {response, &MHD_destroy_response};
 }
@@ -342,7 +342,9 @@ MHD_Result HttpServer::Connections::receive(MHD_Connection* connection, const ch
             return hangUp(busy.fd, false);
         }
     }
-    if (reply.source) return send(connection, producedResponse({table, busy.fd, exchange}), reply, draining);
+    if (reply.source)
+        return send(connection, producedResponse({table, busy.fd, exchange}, reply.sourceSize), reply,
+                    draining);
     if (reply.file) table.watch(busy.fd, reply.file, reply.fileOffset + reply.fileSize);
     return send(connection, std::move(reply), draining);
 }

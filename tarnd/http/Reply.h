@@ -6,13 +6,14 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
 
 namespace tarnd {
 
-/// A body that is made while it goes out, of a length that nobody knows before.
+/// A body that is made, or fetched, while it goes out.
 class BodySource {
 public:
     virtual ~BodySource() = default;
@@ -31,6 +32,7 @@ struct Reply {
     std::uint64_t fileOffset = 0;       ///< where these begin
     std::uint64_t fileSize = 0;         ///< bytes
     std::shared_ptr<BodySource> source; ///< when set, the body comes from there
+    std::optional<std::uint64_t> sourceSize; ///< bytes of it, when that is known beforehand
     std::vector<std::pair<std::string, std::string>> headers;
 };
 

@@ -1,6 +1,6 @@
 #include "tarnd/store/Catalog.h"
 
-#include "tarnd/store/ContentFolder.h"
+#include "tarnd/store/Contents.h"
 #include "tarnd/store/FileVersions.h"
 #include "tarnd/store/Quota.h"
 #include "tarnd/store/ReadContent.h"
@@ -22,7 +22,7 @@ std::unique_ptr<Upload> Catalog::put(const Caller& caller, const Location& locat
                         static_cast<std::int64_t>(expectedSize.value_or(0)) -
                             (replaces ? slot.existing->size : 0));
     });
-    auto room = engine.contents.room().claim(expectedSize.value_or(0));
+    auto room = engine.contents.claimRoom(expectedSize.value_or(0));
     return std::make_unique<Upload>(engine, caller, location, options, expectedSize, std::move(room));
 }
 

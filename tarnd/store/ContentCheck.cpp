@@ -1,6 +1,6 @@
 #include "tarnd/store/ContentCheck.h"
 
-#include "tarnd/store/ContentFolder.h"
+#include "tarnd/store/Contents.h"
 #include "tarnd/store/Database.h"
 
 #include <algorithm>
@@ -17,12 +17,13 @@ std::vector<std::string> without(const std::vector<std::string>& all, const std:
     return rest;
 }
 
-} // namespace
-
-std::vector<std::string> namedContents(Database& database)
+/// Between `beginning` and what no hex digit comes after.
+std::vector<std::string> namedBeginning(Database& database, const std::string& beginning)
 {
-    auto rows = database.read([](Transaction& transaction) {
-        return transaction.rows<std::string>("SELECT DISTINCT content FROM versions");
+    auto rows = database.read([&](Transaction& transaction) {
+        return transaction.rows<std::string>(
+            "SELECT DISTINCT content FROM versions WHERE content >= $1 AND content < $2", beginning,
+            beginning + "g");
     });
     std::vector<std::string> ids;
     ids.reserve(rows.size());
@@ -30,6 +31,29 @@ std::vector<std::string> namedContents(Database& database)
         ids.push_back(std::move(id));
     std::sort(ids.begin(), ids.end());
     return ids;
+}
+
+/// Looked at once more, in the order that makes it certain: a writer gives up its claim only after its commit, so
+/// that without one a row that is not there now will never be.
+bool isOrphan(Engine& engine, const std::string& id)
+{
+    return !engine.contents.isBeingWritten(id) &&
+           !engine.database.read([&](Transaction& transaction) { return isNamed(transaction, id); });
+}
+
+} // namespace
+
+std::vector<std::string> orphansAmong(Engine engine, const std::string& beginning)
+{
+    const auto present = engine.contents.ids(beginning);
+    auto orphans = without(present, namedBeginning(engine.database, beginning));
+    std::erase_if(orphans, [&](const auto& id) { return !isOrphan(engine, id); });
+    return orphans;
+}
+
+std::vector<std::string> namedContents(Database& database)
+{
+    return namedBeginning(database, {});
 }
 
 bool isNamed(Transaction& transaction, const std::string& content)
@@ -56,22 +80,18 @@ std::vector<std::string> describeContent(Engine engine, const std::string& conte
     });
 }
 
-/// Every suspicion is looked at once more, in the order that makes it certain. A missing content: a row
-/// deleted meanwhile is gone from a later read. An orphan: a writer gives up the temporary name only after
-/// its commit, so with no temporary name left a row that is not there now will never be.
+/// Every suspicion is looked at once more: a row deleted meanwhile is gone from a later read.
 ContentCheck compareContents(Engine engine)
 {
     const auto named = namedContents(engine.database);
     const auto present = engine.contents.ids();
-    const auto isNamedNow = [&](const std::string& id) {
-        return engine.database.read([&](Transaction& transaction) { return isNamed(transaction, id); });
-    };
     ContentCheck check;
     for (const auto& id : without(named, present))
-        for (const auto& version : describeContent(engine, id))
-            check.missing.push_back(version + ": its content " + id + " is missing.");
+        if (!engine.contents.has(id))
+            for (const auto& version : describeContent(engine, id))
+                check.missing.push_back(version + ": its content " + id + " is missing.");
     for (const auto& id : without(present, named))
-        if (!engine.contents.isBeingWritten(id) && !isNamedNow(id)) check.orphans.push_back(id);
+        if (isOrphan(engine, id)) check.orphans.push_back(id);
     return check;
 }
 

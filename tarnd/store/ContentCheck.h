@@ -24,6 +24,9 @@ std::vector<std::string> namedContents(Database& database);
 /// Compares all rows with all contents, right also while other processes write and delete.
 ContentCheck compareContents(Engine engine);
 
+/// The orphans among the contents whose ids begin so.
+std::vector<std::string> orphansAmong(Engine engine, const std::string& beginning);
+
 /// "alice:/a.txt, version 3" for each version with this content.
 std::vector<std::string> describeContent(Engine engine, const std::string& content);
 

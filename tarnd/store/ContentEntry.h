@@ -1,7 +1,6 @@
 #pragma once
 
-#include "tarnd/store/ContentFolder.h"
-#include "tarnd/store/ContentWriter.h"
+#include "tarnd/store/Contents.h"
 #include "tarnd/store/Engine.h"
 #include "tarnd/store/FileVersions.h"
 
@@ -22,9 +21,7 @@ VersionStamp enterContent(Engine& engine, ContentWriter& writer, const WriteScop
     VersionStamp stamp;
     try {
         stamp = engine.database.write(scope, [&](Transaction& transaction) {
-            // A start elsewhere may have taken this process for dead, and the content for left behind.
-            if (!engine.contents.open(content.id))
-                throw sentences::internal.because("content " + content.id + " is gone before its row came");
+            writer.requireThere();
             auto entered = enter(transaction, content, dropped);
             engine.contents.notify(WriteStep::transactionOpen);
             return entered;

@@ -1,5 +1,7 @@
 #include "tarnd/store/ContentFolder.h"
 
+#include "tarnd/store/DataDirectory.h"
+#include "tarnd/store/FileContentWriter.h"
 #include "tarnd/store/FileSystem.h"
 #include "tarnd/store/RemovalTurn.h"
 #include "tarnd/store/Secrets.h"
@@ -17,12 +19,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr std::size_t idBytes = 16;
-
-bool isId(const std::string& name)
-{
-    return name.size() == idBytes * 2 && name.find_first_not_of("0123456789abcdef") == std::string::npos;
-}
+constexpr std::size_t ownNameBytes = 16;
 
 std::vector<fs::path> entries(const fs::path& folder)
 {
@@ -36,13 +33,13 @@ std::vector<fs::path> entries(const fs::path& folder)
 
 } // namespace
 
-ContentFolder::ContentFolder(fs::path theDataDir, WriteListener listener, std::uint64_t keepFree)
-    : dataDir(std::move(theDataDir))
+ContentFolder::ContentFolder(fs::path theDataDir, DiskRoom& room, WriteListener listener)
+    : Contents(std::move(listener))
+    , dataDir(std::move(theDataDir))
     , contents(dataDir / "contents")
     , uploads(dataDir / "uploads")
-    , listener(std::move(listener))
-    , diskRoom(dataDir, keepFree)
-    , remover(dataDir)
+    , room(room)
+    , remover([this](const auto& ids, bool lastTry) { return remove(ids, lastTry); })
 {
     bool made = makeFolder(uploads);
     made = makeFolder(contents) || made;
@@ -62,11 +59,6 @@ ContentFolder::~ContentFolder()
     if (ownLock) fs::remove_all(ownFolder, ignored);
 }
 
-std::string ContentFolder::newId() const
-{
-    return randomHex(idBytes);
-}
-
 fs::path ContentFolder::contentPath(const std::string& id) const
 {
     return contents / id.substr(0, 2) / id;
@@ -77,7 +69,7 @@ fs::path ContentFolder::ownUploads()
 {
     const std::lock_guard lock(ownMutex);
     while (!ownLock) {
-        ownFolder = uploads / randomHex(idBytes);
+        ownFolder = uploads / randomHex(ownNameBytes);
         makeFolder(ownFolder);
         UniqueFd file(::open((ownFolder / "lock").c_str(), O_CREAT | O_RDWR | O_CLOEXEC, 0600));
         if (!file && errno == ENOENT) continue;
@@ -90,11 +82,26 @@ fs::path ContentFolder::ownUploads()
     return ownFolder;
 }
 
-UniqueFd ContentFolder::open(const std::string& id) const
+void ContentFolder::join(Database& database, const DataDirectory& directory)
+{
+    directory.join(database, *this);
+}
+
+ContentBytes ContentFolder::open(const std::string& id) const
 {
     UniqueFd file(::open(contentPath(id).c_str(), O_RDONLY | O_CLOEXEC));
     if (!file && errno != ENOENT) throw systemError(contentPath(id));
-    return file;
+    return {.file = std::move(file)};
+}
+
+std::unique_ptr<ContentWriter> ContentFolder::write(std::optional<std::uint64_t>)
+{
+    return std::make_unique<FileContentWriter>(*this);
+}
+
+bool ContentFolder::has(const std::string& id) const
+{
+    return bool(open(id));
 }
 
 std::string ContentFolder::whyNotWritable()
@@ -105,7 +112,7 @@ std::string ContentFolder::whyNotWritable()
         if (!file)
             return "The data directory cannot be written to: " + std::generic_category().message(errno) + ".";
         ::unlink(probe.c_str());
-        return room().isScarce() ? "The disk is full: uploads are refused." : "";
+        return room.isScarce() ? "The disk is full: uploads are refused." : "";
     } catch (const ServiceError& error) {
         return error.what();
     }
@@ -113,26 +120,33 @@ std::string ContentFolder::whyNotWritable()
 
 void ContentFolder::drop(const std::vector<std::string>& ids)
 {
-    std::vector<fs::path> files;
-    files.reserve(ids.size());
+    remover.add(ids);
+}
+
+/// What stays is an orphan, which the next start removes.
+bool ContentFolder::remove(const std::vector<std::string>& ids, bool lastTry)
+{
+    const RemovalTurn turn(dataDir, RemovalTurn::For::removing,
+                           std::chrono::milliseconds(lastTry ? 2000 : 100));
     for (const auto& id : ids)
-        files.push_back(contentPath(id));
-    remover.add(std::move(files));
+        if (turn) ::unlink(contentPath(id).c_str());
+    return bool(turn);
 }
 
 void ContentFolder::dropNow(const std::vector<std::string>& ids) noexcept
 {
     const RemovalTurn turn(dataDir, RemovalTurn::For::removing, std::chrono::seconds(30));
     for (const auto& id : ids)
-        if (turn) ::unlink(contentPath(id).c_str()); // what stays is an orphan, which the next start removes
+        if (turn) ::unlink(contentPath(id).c_str());
 }
 
-std::vector<std::string> ContentFolder::ids() const
+std::vector<std::string> ContentFolder::ids(const std::string& beginning) const
 {
     std::vector<std::string> found;
     for (const auto& shard : entries(contents))
         for (const auto& content : entries(shard))
-            if (isId(content.filename())) found.push_back(content.filename());
+            if (const std::string name = content.filename(); isId(name) && name.starts_with(beginning))
+                found.push_back(name);
     std::sort(found.begin(), found.end());
     return found;
 }

@@ -1,85 +1,45 @@
 #pragma once
 
 #include "tarnd/store/ContentRemover.h"
-#include "tarnd/store/DiskRoom.h"
-#include "tarnd/store/Histogram.h"
-#include "tarnd/store/UniqueFd.h"
+#include "tarnd/store/Contents.h"
 
-#include <cstddef>
 #include <filesystem>
-#include <functional>
 #include <mutex>
 #include <string>
 #include <vector>
 
 namespace tarnd {
 
-/// Steps of a write, told to a listener in this order; a test looks at the disk, or disturbs, in between.
-enum class WriteStep {
-    bytesWritten,
-    bytesDurable,
-    contentNamed,
-    folderDurable,
-    transactionOpen,
-    committed,
-    finished
-};
-
-using WriteListener = std::function<void(WriteStep)>;
-
-/// File contents under random ids in 256 folders, immutable once published.
+/// Contents as files in 256 folders, immutable once published.
 ///
-/// DIR/contents/ab/ab34…   one file per content, named by its id (32 hex digits)
+/// DIR/contents/ab/ab34…   one file per content, named by its id
 /// DIR/uploads/RANDOM/     temporary names of one live process, which holds a lock on its file "lock"
-///
-/// Several processes may work on one folder. All calls may run on any thread.
-class ContentFolder {
+class ContentFolder final : public Contents {
 public:
-    /// Makes what is missing of the layout. @throws ServiceError internal
-    /// @param keepFree bytes of the disk that no upload may take
-    explicit ContentFolder(std::filesystem::path dataDir, WriteListener listener = {},
-                           std::uint64_t keepFree = 0);
-    ~ContentFolder();
+    /// Makes what is missing of the layout. The room is that of the disk the folder is on.
+    /// @throws ServiceError internal
+    ContentFolder(std::filesystem::path dataDir, DiskRoom& room, WriteListener listener = {});
+    ~ContentFolder() override;
 
-    /// Opens a content for reading; an empty descriptor if it is not there.
-    UniqueFd open(const std::string& id) const;
+    void join(Database& database, const DataDirectory& directory) override;
+    ContentBytes open(const std::string& id) const override;
+    std::unique_ptr<ContentWriter> write(std::optional<std::uint64_t> size) override;
 
-    /// Deletes contents whose rows are gone, in the background; a content already gone is no error.
-    void drop(const std::vector<std::string>& ids);
+    DiskRoom::Claim claimRoom(std::uint64_t bytes) override { return room.claim(bytes); }
 
-    /// The same before it returns; nothing goes while a copy of the store is being made.
-    void dropNow(const std::vector<std::string>& ids) noexcept;
+    void drop(const std::vector<std::string>& ids) override;
 
-    /// Blocks until all dropped contents are off the disk.
-    void finishDrops() { remover.finish(); }
+    /// Nothing goes while a copy of the store is being made.
+    void dropNow(const std::vector<std::string>& ids) noexcept override;
 
-    DiskRoom& room() { return diskRoom; }
+    void finishDrops() override { remover.finish(); }
 
-    /// How long it took until contents were on the disk, each with its folder.
-    Histogram& syncs() { return syncTimes; }
-
-    /// Why no content could be stored now, as a sentence; empty when one could.
-    std::string whyNotWritable();
-
-    /// All ids present, sorted.
-    std::vector<std::string> ids() const;
-
-    /// Files among the contents whose names cannot be ids.
-    std::vector<std::string> strangers() const;
-
-    /// Some process that is still alive is writing this content.
-    bool isBeingWritten(const std::string& id) const;
-
-    /// Removes what dead processes left in their temporary folders; returns how many files.
-    std::size_t dropAbandonedUploads();
-
-    void notify(WriteStep step) const
-    {
-        if (listener) listener(step);
-    }
-
-    /// A fresh id for a content.
-    std::string newId() const;
+    std::string whyNotWritable() override;
+    std::vector<std::string> ids(const std::string& beginning = {}) const override;
+    bool has(const std::string& id) const override;
+    std::vector<std::string> strangers() const override;
+    bool isBeingWritten(const std::string& id) const override;
+    std::size_t dropAbandonedUploads() override;
 
     /// Where the content is, or will be.
     std::filesystem::path contentPath(const std::string& id) const;
@@ -88,15 +48,15 @@ public:
     std::filesystem::path ownUploads();
 
 private:
+    bool remove(const std::vector<std::string>& ids, bool lastTry);
+
     std::filesystem::path dataDir;
     std::filesystem::path contents;
     std::filesystem::path uploads;
-    WriteListener listener;
     std::mutex ownMutex; ///< guards the making of the two below
     std::filesystem::path ownFolder;
     UniqueFd ownLock; ///< held while this process lives
-    DiskRoom diskRoom;
-    Histogram syncTimes;
+    DiskRoom& room;
     ContentRemover remover;
 };
 

@@ -1,9 +1,5 @@
 #include "tarnd/store/ContentRemover.h"
 
-#include "tarnd/store/RemovalTurn.h"
-
-#include <unistd.h>
-
 #include <iterator>
 #include <utility>
 
@@ -19,13 +15,13 @@ ContentRemover::~ContentRemover()
     if (thread.joinable()) thread.join();
 }
 
-void ContentRemover::add(std::vector<std::filesystem::path> files)
+void ContentRemover::add(std::vector<std::string> names)
 {
-    if (files.empty()) return;
+    if (names.empty()) return;
     {
         const std::lock_guard lock(mutex);
-        waiting.insert(waiting.end(), std::make_move_iterator(files.begin()),
-                       std::make_move_iterator(files.end()));
+        waiting.insert(waiting.end(), std::make_move_iterator(names.begin()),
+                       std::make_move_iterator(names.end()));
         // Made when first needed: most processes over a store, such as `user add`, never remove anything.
         if (!thread.joinable()) thread = std::thread([this] { run(); });
     }
@@ -44,25 +40,16 @@ void ContentRemover::run()
     for (;;) {
         changed.wait(lock, [&] { return ending || !waiting.empty(); });
         if (waiting.empty()) return; // ends only when nothing is left to remove
-        const auto files = std::exchange(waiting, {});
+        const auto names = std::exchange(waiting, {});
         removing = true;
-        lock.unlock(); // a request that adds files must not wait for the disk
-        remove(files);
+        lock.unlock(); // a request that adds names must not wait for the disk
+        for (bool lastTry = false, done = false; !done && !lastTry;) {
+            lastTry = isEnding();
+            done = remove(names, lastTry);
+        }
         lock.lock();
         removing = false;
         changed.notify_all();
-    }
-}
-
-void ContentRemover::remove(const std::vector<std::filesystem::path>& files)
-{
-    for (;;) {
-        const bool lastTry = isEnding();
-        const RemovalTurn turn(dataDir, RemovalTurn::For::removing,
-                               std::chrono::milliseconds(lastTry ? 2000 : 100));
-        for (const auto& file : files)
-            if (turn) ::unlink(file.c_str()); // what stays is an orphan, which the next start removes
-        if (turn || lastTry) return;
     }
 }
 

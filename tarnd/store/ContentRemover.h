@@ -1,41 +1,44 @@
 #pragma once
 
 #include <condition_variable>
-#include <filesystem>
+#include <functional>
 #include <mutex>
+#include <string>
 #include <thread>
 #include <utility>
 #include <vector>
 
 namespace tarnd {
 
-/// Removes files in the background, so that a reply does not wait for them: 40,000 take a slow disk half a
-/// minute; nothing goes while a copy of the store is made. What a crash leaves is found by the next start. All calls may run on any thread.
+/// Removes contents in the background, so that a reply does not wait for them: 40,000 take a slow disk half a
+/// minute. What a crash leaves is found by the next comparison of rows and contents. All calls may run on any thread.
 class ContentRemover {
 public:
-    explicit ContentRemover(std::filesystem::path dataDir) : dataDir(std::move(dataDir)) {}
+    /// False: to be tried again, unless it was the last try.
+    using Remove = std::function<bool(const std::vector<std::string>& names, bool lastTry)>;
 
-    /// Removes what is still waiting: a store that was closed in order has no contents without a row, unless it was
-    /// being copied.
+    /// @param remove  called on a thread of its own, on one at a time
+    explicit ContentRemover(Remove remove) : remove(std::move(remove)) {}
+
+    /// Removes what is still waiting, with one last try.
     ~ContentRemover();
 
-    void add(std::vector<std::filesystem::path> files);
+    void add(std::vector<std::string> names);
 
     /// Blocks until all that was added is gone.
     void finish();
 
 private:
     void run();
-    void remove(const std::vector<std::filesystem::path>& files);
     bool isEnding();
 
-    const std::filesystem::path dataDir;
+    const Remove remove;
     std::mutex mutex; ///< guards all below
     std::condition_variable changed;
-    std::vector<std::filesystem::path> waiting;
+    std::vector<std::string> waiting;
     bool removing = false;
     bool ending = false;
-    std::thread thread; ///< started by the first file
+    std::thread thread; ///< started by the first name
 };
 
 } // namespace tarnd

@@ -83,6 +83,21 @@ public:
         connection.executeLater(sql, valuesOf(args...));
     }
 
+    /// The same with values that are not known by their number and types here.
+    void runWith(const std::string& sql, std::span<const SqlValue> args)
+    {
+        connection.executeLater(sql, args);
+    }
+
+    /// Hands on the rows of a query one by one, of any columns.
+    void each(const std::string& sql, std::span<const SqlValue> args, const RowReceiver& receive)
+    {
+        connection.execute(sql, args, receive);
+    }
+
+    /// Waits for all that was run so far; what of it failed fails this.
+    void settle() { connection.execute("SELECT 1", {}, {}); }
+
 private:
     template <class... Args>
     static std::vector<SqlValue> valuesOf(const Args&... args)

@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <memory>
 #include <string>
+#include <utility>
 
 namespace tarnd {
 
@@ -22,9 +23,9 @@ public:
     /// @throws ServiceError when the files of the database were taken away, after which nothing is changed any more
     virtual void requireFiles() = 0;
 
-    /// Writes what is committed now into a new SQLite file, beside all who work on the database.
-    /// @throws ServiceError badRequest where the engine cannot
-    virtual void copyTo(const std::filesystem::path& file) const = 0;
+    /// Writes what is committed now into a new SQLite file, beside all who work on the database. False where the
+    /// engine has no file to copy.
+    virtual bool copyTo(const std::filesystem::path& file) const = 0;
 
     /// Writes of several users may go on at a time, each over a connection of its own.
     virtual bool hasManyWriters() const = 0;
@@ -35,6 +36,12 @@ public:
 
     /// A query for the number of tables (0 or 1) with the name $1.
     virtual std::string tableCount() const = 0;
+
+    /// What runs before and after rows are entered into empty tables in any order, in the same transaction.
+    virtual std::pair<std::string, std::string> aroundFilling() const = 0;
+
+    /// A statement that lets the ids which the engine makes for this table go on behind $1.
+    virtual std::string continueIds(const std::string& table) const = 0;
 
     /// A query for the faults the engine finds in itself, one text each; empty where there is none.
     virtual std::string selfCheck() const = 0;

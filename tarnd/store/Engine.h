@@ -4,13 +4,13 @@
 
 namespace tarnd {
 
-class ContentFolder;
+class Contents;
 class Database;
 
 /// What every part of the domain works on. The referenced objects outlive the parts.
 struct Engine {
     Database& database;
-    ContentFolder& contents;
+    Contents& contents;
     Clock clock;
 };
 

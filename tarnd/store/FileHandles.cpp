@@ -107,10 +107,10 @@ void FileHandles::close(const Caller& caller, const std::string& handleId, Close
         engine.database.write(scope, take);
         return;
     }
-    ContentWriter empty(engine.contents);
+    const auto empty = engine.contents.write(0);
     try {
         // The handle ends in the transaction that makes its file visible: a crash leaves both or neither.
-        enterContent(engine, empty, scope,
+        enterContent(engine, *empty, scope,
                      [&](Transaction& transaction, const StoredContent& content, auto& dropped) {
                          return writeFile(transaction, caller, slotOf(transaction, take(transaction)),
                                           content, createNewVersion, engine.clock(), dropped);

@@ -1,13 +1,10 @@
 #include "tarnd/store/Fsck.h"
 
 #include "tarnd/store/ContentCheck.h"
-#include "tarnd/store/ContentFolder.h"
+#include "tarnd/store/Contents.h"
 #include "tarnd/store/Database.h"
-#include "tarnd/store/FileSystem.h"
 #include "tarnd/store/Secrets.h"
 
-#include <array>
-#include <cerrno>
 #include <chrono>
 #include <thread>
 
@@ -63,19 +60,19 @@ void checkTree(Transaction& transaction, FsckReport& report)
 }
 
 /// Reads the whole content; says what is wrong with it, or nothing.
-std::string contentProblem(const UniqueFd& file, const StoredContent& expected, std::uint64_t& bytes)
+std::string contentProblem(ContentBytes& content, const StoredContent& expected, std::uint64_t& bytes)
 {
     static constexpr std::size_t pieceBytes = 1 << 18;
     std::vector<char> piece(pieceBytes);
     Sha256 digest;
     std::int64_t size = 0;
-    for (;;) {
-        const auto got = ::read(file.get(), piece.data(), piece.size());
-        if (got < 0 && errno == EINTR) continue;
-        if (got < 0) return "its content cannot be read";
-        if (got == 0) break;
-        digest.update(piece.data(), static_cast<std::size_t>(got));
-        size += got;
+    try {
+        while (const auto got = content.read(piece.data(), piece.size())) {
+            digest.update(piece.data(), got);
+            size += static_cast<std::int64_t>(got);
+        }
+    } catch (const ServiceError&) {
+        return "its content cannot be read";
     }
     bytes += static_cast<std::uint64_t>(size);
     if (size != expected.size)
@@ -91,10 +88,10 @@ void checkContents(Engine& engine, FsckReport& report)
             "SELECT DISTINCT content, size, sha256 FROM versions");
     });
     for (const auto& [id, size, sha256] : rows) {
-        const auto file = engine.contents.open(id);
-        if (!file) continue; // deleted since, or missing, which the comparison has told
+        auto content = engine.contents.open(id);
+        if (!content) continue; // deleted since, or missing, which the comparison has told
         ++report.contents;
-        const auto problem = contentProblem(file, {id, size, sha256}, report.bytes);
+        const auto problem = contentProblem(content, {id, size, sha256}, report.bytes);
         if (problem.empty()) continue;
         for (const auto& version : describeContent(engine, id))
             report.problems.push_back(version + ": " + problem + " (" + id + ").");
@@ -108,7 +105,7 @@ void forgetThoseOnTheirWayOut(const Engine& engine, std::vector<std::string>& or
     constexpr std::chrono::seconds patience{10};
     for (const auto end = std::chrono::steady_clock::now() + patience;
          !orphans.empty() && std::chrono::steady_clock::now() < end; std::this_thread::sleep_for(pause))
-        std::erase_if(orphans, [&](const auto& id) { return !engine.contents.open(id); });
+        std::erase_if(orphans, [&](const auto& id) { return !engine.contents.has(id); });
 }
 
 } // namespace

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "tarnd/store/UniqueFd.h"
+#include "tarnd/store/Contents.h"
 
 #include <cstdint>
 #include <string>
@@ -48,7 +48,7 @@ struct VersionChoice {
 
 /// The bytes of one version, open for reading: they stay readable however the file changes or goes meanwhile.
 struct OpenContent {
-    UniqueFd fd;           ///< at offset 0, close-on-exec
+    ContentBytes bytes;    ///< from the first one
     std::int64_t size = 0; ///< bytes
     std::string sha256;    ///< 64 hex digits
     Item file;             ///< the file it was read from; `size` there is that of its current version

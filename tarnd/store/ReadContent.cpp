@@ -10,13 +10,13 @@ FoundContent::FoundContent(const Node& node, Item file, VersionRow version)
 {
 }
 
-OpenContent openContent(UniqueFd fd, FoundContent found)
+OpenContent openContent(ContentBytes bytes, FoundContent found)
 {
     const auto& version = found.version;
     auto tag = version.stamp.id;
     if (version.revision > 0) tag += "-" + std::to_string(version.revision);
-    return {std::move(fd), version.content.size, version.content.sha256, std::move(found.file),
-            version.stamp, std::move(tag),       found.modified};
+    return {std::move(bytes), version.content.size, version.content.sha256, std::move(found.file),
+            version.stamp,    std::move(tag),       found.modified};
 }
 
 } // namespace tarnd

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "tarnd/store/ContentFolder.h"
+#include "tarnd/store/Contents.h"
 #include "tarnd/store/Engine.h"
 #include "tarnd/store/FileVersions.h"
 #include "tarnd/store/Item.h"
@@ -18,7 +18,7 @@ struct FoundContent {
     std::int64_t modified; ///< when the file got this content, milliseconds since 1970, UTC
 };
 
-OpenContent openContent(UniqueFd fd, FoundContent found);
+OpenContent openContent(ContentBytes bytes, FoundContent found);
 
 /// Runs `find(transaction)`, which makes so many statements and names a FoundContent, and opens its content.
 /// Between the two the content may be replaced or deleted; then `find` runs again and sees what is there now, or
@@ -29,8 +29,8 @@ OpenContent readContent(Engine& engine, Database::Statements statements, Find&& 
     constexpr int attempts = 100;
     for (int i = 0; i < attempts; ++i) {
         FoundContent found = engine.database.read(statements, find);
-        if (auto fd = engine.contents.open(found.version.content.id))
-            return openContent(std::move(fd), std::move(found));
+        if (auto bytes = engine.contents.open(found.version.content.id))
+            return openContent(std::move(bytes), std::move(found));
     }
     throw sentences::internal.because("a content is missing");
 }

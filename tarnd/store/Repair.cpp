@@ -1,6 +1,6 @@
 #include "tarnd/store/Repair.h"
 
-#include "tarnd/store/ContentFolder.h"
+#include "tarnd/store/Contents.h"
 #include "tarnd/store/FileSystem.h"
 #include "tarnd/store/FileVersions.h"
 #include "tarnd/store/Quota.h"
@@ -27,11 +27,11 @@ constexpr auto lostColumns =
             column("v.sha256", &LostVersion::version, &VersionRow::content, &StoredContent::sha256),
             column("n.id", &LostVersion::file), column("u.name", &LostVersion::owner));
 
-std::vector<LostVersion> lostVersions(Transaction& transaction, const ContentFolder& contents)
+std::vector<LostVersion> lostVersions(Transaction& transaction, const Contents& contents)
 {
     auto versions = transaction.records(lostColumns, R"(FROM versions v
         JOIN nodes n ON n.id = v.node JOIN users u ON u.id = n.owner ORDER BY n.id, v.label)");
-    std::erase_if(versions, [&](const auto& each) { return bool(contents.open(each.version.content.id)); });
+    std::erase_if(versions, [&](const auto& each) { return contents.has(each.version.content.id); });
     return versions;
 }
 

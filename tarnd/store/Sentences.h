@@ -68,7 +68,15 @@ inline constexpr Sentence contentsMissing     {Kind::internal, "contentsMissing"
 // Copies.
 inline constexpr Sentence copyIntoItself {Kind::conflict, "copyIntoItself", "{} lies inside of what is to be copied; choose another directory."};
 inline constexpr Sentence targetTaken    {Kind::conflict, "targetTaken", "{} holds something else; choose an empty directory, or that of the last backup of this store."};
-inline constexpr Sentence copyOfServer   {Kind::badRequest, "copyOfServer", "The database is on a server of its own: run pg_dump, and copy the contents; docs/operating.md says in which order."};
+inline constexpr Sentence copyOfObjects  {Kind::badRequest, "copyOfObjects", "The contents are in an object store, which has its own means to copy them; docs/operating.md says in which order."};
+inline constexpr Sentence moveTargetTaken {Kind::conflict, "moveTargetTaken", "{} holds something else already; name an empty one, or that of an earlier attempt to move this store."};
+inline constexpr Sentence moveAlreadyUsed {Kind::conflict, "moveAlreadyUsed", "The store was moved before, and has changed there or here since; serve one of the two, and set the other aside."};
+
+// Object stores.
+inline constexpr Sentence badContentsUrl   {Kind::badRequest, "badContentsUrl", "The object store cannot be used: {}"};
+inline constexpr Sentence foreignObjects   {Kind::conflict, "foreignObjects", "The object store {} belongs to another database, or holds something else; name the database it was used with, or another bucket or prefix."};
+inline constexpr Sentence otherObjects     {Kind::conflict, "otherObjects", "The database has its contents elsewhere than in {}; `tarnd move` takes a store along."};
+inline constexpr Sentence objectsGone      {Kind::unavailable, "objectsGone", "The service cannot reach the store of its contents and has changed nothing. Try again."};
 
 // Faults.
 inline constexpr Sentence commitUnknown {Kind::internal, "commitUnknown", "The change may have happened or not: the database did not confirm it. Look before you try again."};

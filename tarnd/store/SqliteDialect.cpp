@@ -202,14 +202,14 @@ public:
     void requireFiles() override { files.require(false); }
 
     /// In one step, which is one snapshot: none that writes meanwhile can make it begin again.
-    void copyTo(const std::filesystem::path& file) const override
+    bool copyTo(const std::filesystem::path& file) const override
     {
         const auto source = opened(files.path, SQLITE_OPEN_READWRITE);
         const auto target = opened(file.string(), SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE);
         sqlite3_busy_timeout(source.get(), 30'000);
         auto* const copy = sqlite3_backup_init(target.get(), "main", source.get(), "main");
         const bool done = copy != nullptr && sqlite3_backup_step(copy, -1) == SQLITE_DONE;
-        if (sqlite3_backup_finish(copy) == SQLITE_OK && done) return;
+        if (sqlite3_backup_finish(copy) == SQLITE_OK && done) return true;
         throw sentences::internal.because(std::string("SQLite: ") + sqlite3_errmsg(target.get()));
     }
 
@@ -223,6 +223,17 @@ public:
     std::string tableCount() const override
     {
         return "SELECT COUNT(*) FROM sqlite_master WHERE type = 'table' AND name = $1";
+    }
+
+    /// Until the commit, which checks what is left.
+    std::pair<std::string, std::string> aroundFilling() const override
+    {
+        return {"PRAGMA defer_foreign_keys = ON", "SELECT 1"};
+    }
+
+    std::string continueIds(const std::string& table) const override
+    {
+        return "UPDATE sqlite_sequence SET seq = $1 WHERE name = '" + table + "'";
     }
 
     std::string selfCheck() const override

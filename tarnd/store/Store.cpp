@@ -1,10 +1,13 @@
 #include "tarnd/store/Store.h"
 
+#include "tarnd/store/ContentFolder.h"
 #include "tarnd/store/DataDirectory.h"
 #include "tarnd/store/Database.h"
 #include "tarnd/store/Dialect.h"
+#include "tarnd/store/ObjectContents.h"
 #include "tarnd/store/Repair.h"
 #include "tarnd/store/Schema.h"
+#include "tarnd/store/Sweeper.h"
 #include "tarnd/store/Troubles.h"
 
 #include <Poco/String.h>
@@ -22,7 +25,10 @@ DataDirectory::Lock lockFor(const StoreOptions& options, Purpose purpose)
 DataDirectory openDirectory(const StoreOptions& options, Purpose purpose)
 {
     const bool mustExist = purpose == Purpose::check || purpose == Purpose::copy;
-    if (mustExist && !std::filesystem::exists(options.dataDir / "store-id"))
+    // What has neither database nor contents here may well be there without this directory.
+    const bool isHere = options.databaseUrl.empty() || options.contentsUrl.empty();
+    const auto* const sign = options.contentsUrl.empty() ? "store-id" : "tarn.db";
+    if (mustExist && isHere && !std::filesystem::exists(options.dataDir / sign))
         throw sentences::noData(options.dataDir);
     return {options.dataDir, lockFor(options, purpose)};
 }
@@ -31,6 +37,13 @@ std::unique_ptr<Dialect> dialectFor(const StoreOptions& options, const DataDirec
 {
     return options.databaseUrl.empty() ? sqliteDialect(directory.databaseFile())
                                        : postgresDialect(options.databaseUrl);
+}
+
+std::unique_ptr<Contents> contentsFor(const StoreOptions& options, DiskRoom& room)
+{
+    if (options.contentsUrl.empty())
+        return std::make_unique<ContentFolder>(options.dataDir, room, options.writeListener);
+    return std::make_unique<ObjectContents>(ObjectStoreAddress(options.contentsUrl), options.writeListener);
 }
 
 /// SQLite reads on the processor; who reads over a network waits for the most part.
@@ -59,26 +72,31 @@ struct Store::Parts {
         : isBesideOthers(purpose == Purpose::copy || !options.databaseUrl.empty())
         , directory(openDirectory(options, purpose))
         , database(dialectFor(options, directory), readersFor(options))
-        , contents(directory.path(), std::move(options.writeListener), options.keepFree)
-        , engine{database, contents, options.clock}
+        , room(directory.path(), options.keepFree)
+        , contents(contentsFor(options, room))
+        , engine{database, *contents, options.clock}
         , sessions(engine, accounts, options.sessionIdleMinutes, options.sessionsPerUser)
     {
         // Nothing is removed before it is certain that contents and database belong together.
         prepare(database, directory.path());
-        directory.join(database, contents);
-        database.makeRoom = [this] { return contents.room().giveReserve(); };
+        contents->join(database, directory);
+        database.makeRoom = [this] { return room.giveReserve(); };
         // Only a server cleans up: administration works beside one, and a check must not change what it looks at.
         if (purpose != Purpose::serve) return;
-        recovery = recover(engine);
+        if (const auto interval = contents->sweepInterval())
+            sweeper.emplace(engine, *interval, [this] { contents->join(database, directory); });
+        else
+            recovery = recover(engine);
         // From here on it goes its own way, and no backup may replace it.
         std::filesystem::remove(directory.path() / backupMark);
-        contents.room().takeReserve();
+        room.takeReserve();
     }
 
     const bool isBesideOthers; ///< who may change what is stored meanwhile
     DataDirectory directory;
     Database database;
-    ContentFolder contents;
+    DiskRoom room;
+    std::unique_ptr<Contents> contents;
     Engine engine;
     Accounts accounts{engine};
     Sessions sessions;
@@ -90,6 +108,7 @@ struct Store::Parts {
     Versions versions{engine};
     RecoveryReport recovery;
     Troubles troubles{engine};
+    std::optional<Sweeper> sweeper; ///< last, since it works on the others
 };
 
 Store::Store(StoreOptions options, Purpose purpose)
@@ -142,6 +161,7 @@ Versions& Store::versions()
 void Store::interruptWaits()
 {
     parts->database.interruptWaits();
+    parts->contents->interruptWaits();
 }
 
 const RecoveryReport& Store::recovery() const
@@ -156,7 +176,7 @@ std::vector<std::string> Store::setMissingAside()
 
 void Store::finishDrops()
 {
-    parts->contents.finishDrops();
+    parts->contents->finishDrops();
 }
 
 FsckReport Store::fsck()
@@ -167,7 +187,19 @@ FsckReport Store::fsck()
 
 CopyReport Store::copyTo(const std::filesystem::path& target, CopyPurpose purpose)
 {
-    return copyStore(parts->engine, parts->directory.path(), target, purpose);
+    const auto* folder = dynamic_cast<const ContentFolder*>(parts->contents.get());
+    if (!folder) throw sentences::copyOfObjects();
+    return copyStore(parts->database, *folder, parts->directory.path(), target, purpose);
+}
+
+MoveReport Store::moveTo(const StoreOptions& target, const MoveProgress& progress)
+{
+    Database database(postgresDialect(target.databaseUrl), 1);
+    prepare(database, target.dataDir);
+    std::unique_ptr<ObjectContents> objects;
+    if (!target.contentsUrl.empty())
+        objects = std::make_unique<ObjectContents>(ObjectStoreAddress(target.contentsUrl), WriteListener());
+    return moveStore(parts->engine, database, objects.get(), progress);
 }
 
 std::vector<std::string> Store::troubles()
@@ -178,8 +210,8 @@ std::vector<std::string> Store::troubles()
 Store::Numbers Store::numbers()
 {
     auto& [database, contents, clock] = parts->engine;
-    Numbers numbers{database.commits().counts(), contents.syncs().counts(),   database.readerUse(),
-                    database.writerUse(),        contents.room().freeBytes(), {}};
+    Numbers numbers{database.commits().counts(), contents.syncs().counts(), database.readerUse(),
+                    database.writerUse(),        parts->room.freeBytes(),   {}};
     try {
         numbers.sessions = parts->sessions.count();
     } catch (const ServiceError&) { // the other numbers matter most just then

@@ -7,11 +7,14 @@
 #include "tarnd/store/Dialect.h"
 #include "tarnd/store/FileSystem.h"
 #include "tarnd/store/RemovalTurn.h"
+#include "tarnd/store/RowCopy.h"
+#include "tarnd/store/Schema.h"
 
 #include <fcntl.h>
 
 #include <algorithm>
 #include <fstream>
+#include <iterator>
 
 namespace tarnd {
 
@@ -64,11 +67,12 @@ void claim(const fs::path& source, const fs::path& target, CopyPurpose purpose)
 /// One copy of a store on its way.
 class Copy {
 public:
-    Copy(Engine& engine, fs::path source, fs::path target)
-        : engine(engine)
+    Copy(Database& database, const ContentFolder& original, fs::path source, fs::path target)
+        : database(database)
+        , original(original)
         , source(std::move(source))
         , target(std::move(target))
-        , contents(this->target)
+        , contents(this->target, room)
         , present(contents.ids())
     {
     }
@@ -80,14 +84,16 @@ public:
     {
         CopyReport report;
         const auto before = present;
-        bring(engine.contents.ids());
+        bring(original.ids());
         std::vector<std::string> named;
         {
             const RemovalTurn nobodyRemoves(source, RemovalTurn::For::copying, std::chrono::minutes(2));
             if (!nobodyRemoves)
                 throw sentences::busy.because("another copy of " + source.string() + " is made");
-            fs::remove(freshDatabase());
-            engine.database.dialect().copyTo(freshDatabase());
+            // With the log of a copy that was interrupted, which would be taken for the new one's.
+            for (const auto* part : {"", "-wal", "-shm"})
+                fs::remove(freshDatabase().string() + part);
+            copyDatabase();
             named = namedIn(freshDatabase());
             report.missing = bring(named);
         }
@@ -109,9 +115,20 @@ public:
 private:
     fs::path freshDatabase() const { return target / "tarn.db.new"; }
 
-    static std::vector<std::string> namedIn(const fs::path& database)
+    /// Row by row from a server, as one snapshot: a file can then be restored by itself.
+    void copyDatabase()
     {
-        Database copied(sqliteDialect(database), 1);
+        if (database.dialect().copyTo(freshDatabase())) return;
+        Database copied(sqliteDialect(freshDatabase()), 1);
+        prepareSchema(copied, target);
+        copied.write([&](Transaction& to) {
+            database.read([&](Transaction& from) { copyRows(from, to, copied.dialect()); });
+        });
+    }
+
+    static std::vector<std::string> namedIn(const fs::path& file)
+    {
+        Database copied(sqliteDialect(file), 1);
         return namedContents(copied);
     }
 
@@ -122,7 +139,7 @@ private:
         std::set_difference(wanted.begin(), wanted.end(), present.begin(), present.end(),
                             std::back_inserter(news));
         for (const auto& id : news)
-            if (!linkOrCopy(engine.contents.contentPath(id), id)) missing.push_back(id);
+            if (!linkOrCopy(original.contentPath(id), id)) missing.push_back(id);
         std::vector<std::string> got, all;
         std::set_difference(news.begin(), news.end(), missing.begin(), missing.end(),
                             std::back_inserter(got));
@@ -156,20 +173,23 @@ private:
         syncFolder(target);
     }
 
-    Engine& engine;
+    Database& database;
+    const ContentFolder& original;
     const fs::path source, target;
+    DiskRoom room{target, 0};
     ContentFolder contents;
     std::vector<std::string> present; ///< in the target, sorted
 };
 
 } // namespace
 
-CopyReport copyStore(Engine engine, const fs::path& source, const fs::path& target, CopyPurpose purpose)
+CopyReport copyStore(Database& database, const ContentFolder& contents, const fs::path& source,
+                     const fs::path& target, CopyPurpose purpose)
 {
     requireFit(source, target, purpose);
     const DataDirectory lock(target, DataDirectory::Lock::exclusive);
     claim(source, target, purpose);
-    return Copy(engine, source, target).run();
+    return Copy(database, contents, source, target).run();
 }
 
 } // namespace tarnd

@@ -1,13 +1,14 @@
 #pragma once
 
-#include "tarnd/store/Engine.h"
-
 #include <cstdint>
 #include <filesystem>
 #include <string>
 #include <vector>
 
 namespace tarnd {
+
+class ContentFolder;
+class Database;
 
 struct CopyReport {
     std::uint64_t contents = 0;       ///< that the copy has now
@@ -27,9 +28,9 @@ enum class CopyPurpose {
 /// Makes `target` a data directory with everything that was committed in `source` when the call began, also while a
 /// service works on it. Contents are linked where one file system holds both, and copied otherwise; those that are
 /// there already stay. Interrupted, it leaves the last copy as it was, and the next call goes on.
-/// @param source  the data directory of `engine`, with its database as the file tarn.db
+/// @param source  the data directory of both; the copy has the database as its file tarn.db, whatever the engine
 /// @throws ServiceError conflict for a target that is something else, in use or inside the source, internal
-CopyReport copyStore(Engine engine, const std::filesystem::path& source, const std::filesystem::path& target,
-                     CopyPurpose purpose);
+CopyReport copyStore(Database& database, const ContentFolder& contents, const std::filesystem::path& source,
+                     const std::filesystem::path& target, CopyPurpose purpose);
 
 } // namespace tarnd

@@ -1,6 +1,6 @@
 #include "tarnd/store/Troubles.h"
 
-#include "tarnd/store/ContentFolder.h"
+#include "tarnd/store/Contents.h"
 #include "tarnd/store/Database.h"
 
 namespace tarnd {

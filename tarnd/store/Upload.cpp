@@ -19,16 +19,16 @@ Upload::Upload(Engine engine, Caller caller, Location location, PutOptions optio
     , options(options)
     , expectedSize(expectedSize)
     , room(std::move(room))
-    , writer(this->engine.contents)
+    , writer(this->engine.contents.write(expectedSize))
     , renewed(this->engine.clock())
 {
 }
 
 void Upload::write(const void* data, std::size_t size)
 {
-    if (expectedSize && size > *expectedSize - writer.size()) throw sentences::sizeDiffers();
+    if (expectedSize && size > *expectedSize - writer->size()) throw sentences::sizeDiffers();
     room.extendTo(size);
-    writer.write(data, size);
+    writer->write(data, size);
     room.use(size);
     if (const auto now = engine.clock(); now - renewed >= renewInterval) {
         renewed = now;
@@ -38,8 +38,8 @@ void Upload::write(const void* data, std::size_t size)
 
 VersionStamp Upload::commit()
 {
-    if (expectedSize && writer.size() != *expectedSize) throw sentences::sizeDiffers();
-    return enterContent(engine, writer, WriteScope{caller.userId},
+    if (expectedSize && writer->size() != *expectedSize) throw sentences::sizeDiffers();
+    return enterContent(engine, *writer, WriteScope{caller.userId},
                         [&](Transaction& transaction, const StoredContent& content, auto& dropped) {
                             requireSession(transaction, caller);
                             Tree tree(transaction, caller);

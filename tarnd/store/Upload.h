@@ -1,7 +1,7 @@
 #pragma once
 
 #include "tarnd/store/Caller.h"
-#include "tarnd/store/ContentWriter.h"
+#include "tarnd/store/Contents.h"
 #include "tarnd/store/DiskRoom.h"
 #include "tarnd/store/Engine.h"
 #include "tarnd/store/Item.h"
@@ -10,6 +10,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
 
@@ -34,7 +35,7 @@ public:
     VersionStamp commit();
 
     /// Of the bytes stored, 64 hex digits. @pre commit() has returned
-    const std::string& sha256() const { return writer.sha256(); }
+    const std::string& sha256() const { return writer->sha256(); }
 
 private:
     Engine engine;
@@ -43,7 +44,7 @@ private:
     PutOptions options;
     std::optional<std::uint64_t> expectedSize;
     DiskRoom::Claim room;
-    ContentWriter writer;
+    std::unique_ptr<ContentWriter> writer;
     std::int64_t renewed; ///< when the session was last kept alive
 };
 

@@ -153,6 +153,14 @@ std::string databaseIn(const std::string& schema)
     return url + (url.find('?') == std::string::npos ? "?" : "&") + "options=-csearch_path%3D" + schema;
 }
 
+/// The object store of the tests, with everything below `name`; empty without one.
+std::string objectsBelow(const std::string& name)
+{
+    const char* given = std::getenv("TARN_TEST_OBJECTS");
+    std::string url = given ? given : "";
+    return url.empty() ? url : url.insert(url.find('?'), "/" + name);
+}
+
 /// A port that the kernel gives to nobody who asks for any: when its service ends, a client that tries it again
 /// must not meet a stranger, nor a service that is to continue there find it taken.
 std::uint16_t portOfItsOwn()
@@ -201,13 +209,15 @@ TarndProcess::TarndProcess(std::vector<std::string> extraArguments)
     , folder(uniqueFolder())
     , data(folder / "data")
 {
+    contents = objectsBelow(folder.filename());
     std::filesystem::create_directory(data);
 }
 
 TarndProcess::TarndProcess(std::vector<std::string> arguments, std::string databaseUrl,
-                           std::filesystem::path dataDirectory)
+                           std::filesystem::path dataDirectory, std::string contentsUrl)
     : serveArguments(std::move(arguments))
     , database(std::move(databaseUrl))
+    , contents(std::move(contentsUrl))
     , folder(uniqueFolder())
     , data(dataDirectory.empty() ? folder / "data" : std::move(dataDirectory))
 {
@@ -216,12 +226,15 @@ TarndProcess::TarndProcess(std::vector<std::string> arguments, std::string datab
 std::unique_ptr<TarndProcess> TarndProcess::beside(const TarndProcess& first)
 {
     if (!first.usesPostgres()) throw std::logic_error("an SQLite database serves one tarnd");
-    return std::unique_ptr<TarndProcess>(new TarndProcess(first.serveArguments, first.database, first.data));
+    return std::unique_ptr<TarndProcess>(
+        new TarndProcess(first.serveArguments, first.database, first.data, first.contents));
 }
 
-std::unique_ptr<TarndProcess> TarndProcess::over(std::string databaseUrl, std::filesystem::path dataDir)
+std::unique_ptr<TarndProcess> TarndProcess::over(std::string databaseUrl, std::filesystem::path dataDir,
+                                                 std::string contentsUrl)
 {
-    return std::unique_ptr<TarndProcess>(new TarndProcess({}, std::move(databaseUrl), std::move(dataDir)));
+    return std::unique_ptr<TarndProcess>(
+        new TarndProcess({}, std::move(databaseUrl), std::move(dataDir), std::move(contentsUrl)));
 }
 
 TarndProcess::~TarndProcess()
@@ -241,6 +254,7 @@ std::vector<std::string> TarndProcess::commandLine(std::vector<std::string> argu
     arguments.insert(arguments.begin(), tarnd());
     arguments.insert(arguments.end(), {"--data", data.string()});
     if (!database.empty()) arguments.insert(arguments.end(), {"--database", database});
+    if (!contents.empty()) arguments.insert(arguments.end(), {"--contents", contents});
     return arguments;
 }
 

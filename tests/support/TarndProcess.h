@@ -33,6 +33,9 @@ CommandResult runCommand(const std::vector<std::string>& commandLine,
 /// TARN_TEST_DATABASE set to the postgresql:// URL of an empty database, each object works in a schema of its
 /// own in there (`psql` makes and drops it); otherwise the data directory holds an SQLite database.
 ///
+/// With TARN_TEST_OBJECTS set to an s3:// URL contents are in there, below a name of the object's own; scripts/with-objects
+/// sets it. They stay.
+///
 /// The destructor kills what still runs and removes directory and schema. A test program that dies takes its
 /// services with it. Call start() on a thread that lives as long as the service: the kernel ends the child
 /// with that thread. Every wait is bounded; running out of time throws std::runtime_error with what the
@@ -48,7 +51,10 @@ public:
 
     /// One in front of that PostgreSQL database, which stays; over the contents in `dataDir`, which stay too, or
     /// a folder of its own.
-    static std::unique_ptr<TarndProcess> over(std::string databaseUrl, std::filesystem::path dataDir = {});
+    /// @param databaseUrl  empty: SQLite in the folder
+    /// @param contentsUrl  s3://…; empty: contents in the folder
+    static std::unique_ptr<TarndProcess> over(std::string databaseUrl, std::filesystem::path dataDir = {},
+                                              std::string contentsUrl = {});
 
     ~TarndProcess();
     TarndProcess(const TarndProcess&) = delete;
@@ -101,18 +107,22 @@ public:
     /// Works on a PostgreSQL database rather than on one of its own.
     bool usesPostgres() const { return !database.empty(); }
 
+    /// Keeps contents in an object store rather than in the data directory.
+    bool usesObjects() const { return !contents.empty(); }
+
     /// What the service has written to standard error since it was first started.
     std::string errors() const;
 
 private:
     TarndProcess(std::vector<std::string> arguments, std::string databaseUrl,
-                 std::filesystem::path dataDirectory);
+                 std::filesystem::path dataDirectory, std::string contentsUrl);
 
     std::vector<std::string> commandLine(std::vector<std::string> arguments) const;
 
     std::vector<std::string> serveArguments;
     std::string schema;           ///< empty with SQLite
     std::string database;         ///< value of --database, empty with SQLite
+    std::string contents;         ///< value of --contents, empty with a folder
     std::filesystem::path folder; ///< holds the data directory and the file of standard error
     std::filesystem::path data;
     std::string baseUrl;

@@ -158,6 +158,7 @@ TEST_F(ChangedMidway, ADownloadThatBeganEndsWholeAndTheNextIsJudgedAnew)
 /// What is not there cannot be sent, and the client is not left waiting for it.
 TEST_F(ChangedMidway, ADownloadEndsAtOnceWhenItsContentIsCutShort)
 {
+    if (service.usesObjects()) GTEST_SKIP() << "cuts contents in their folder";
     const Place file{"", "/f"};
     auto alice = add("alice");
     require(alice.put(file, std::string(24 << 20, 'a')));

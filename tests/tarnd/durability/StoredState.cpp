@@ -44,7 +44,8 @@ std::string stateOf(const std::filesystem::path& dataDir, const std::string& use
 std::string faultsIn(const std::filesystem::path& dataDir)
 {
     Database database(sqliteDialect(dataDir / "tarn.db"));
-    ContentFolder contents(dataDir);
+    DiskRoom room(dataDir, 0);
+    ContentFolder contents(dataDir, room);
     std::string text;
     for (const auto& problem : fsck({database, contents, systemTime}).problems)
         text += problem + "\n";

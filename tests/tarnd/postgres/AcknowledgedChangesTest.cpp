@@ -1,5 +1,6 @@
 // Processes over one database are stopped, continued and killed, and their connections cut, while all are used:
 // what was acknowledged is there, what was refused is not, and the others go on meanwhile.
+#include "tarnd/store/ObjectStore.h"
 #include "tests/tarnd/access/ServiceUser.h"
 #include "tests/tarnd/postgres/OwnDatabase.h"
 
@@ -77,9 +78,12 @@ TEST_F(AcknowledgedChanges, OutliveStopsAndKills)
 {
     const char* given = std::getenv("TARN_TEST_ROUNDS");
     const int rounds = given ? std::atoi(given) : 6;
+    const auto objects = ownObjects().empty() ? "" : ownObjects() + "&grace=3";
     for (std::size_t i = 0; i < processes; ++i) {
-        services.push_back(TarndProcess::over(url("options=-cidle_in_transaction_session_timeout%3D500ms"),
-                                              i ? services[0]->dataDir() : std::filesystem::path()));
+        // With an object store they share nothing else.
+        services.push_back(TarndProcess::over(
+            url("options=-cidle_in_transaction_session_timeout%3D500ms"),
+            i && objects.empty() ? services[0]->dataDir() : std::filesystem::path(), objects));
         startProcess(i);
     }
     ServiceUser login(urls[0]);
@@ -125,7 +129,15 @@ TEST_F(AcknowledgedChanges, OutliveStopsAndKills)
     std::cout << rounds << " rounds, " << acknowledged << " changes acknowledged\n";
     for (auto& each : services)
         EXPECT_EQ(each->terminate(), 0) << each->errors();
-    startProcess(0); // what a change of unknown outcome left is found and removed by the next start
+    startProcess(
+        0); // what a change of unknown outcome left is found and removed by the next start, or by and by
+    if (!objects.empty()) {
+        ObjectStore store{ObjectStoreAddress(objects)};
+        waitUntil([&] {
+            return std::to_string(store.keys("").size() - 1) ==
+                   ask("SELECT COUNT(DISTINCT content) FROM versions");
+        });
+    }
     EXPECT_EQ(services[0]->terminate(), 0);
     const auto fsck = services[0]->run({"fsck"});
     EXPECT_EQ(fsck.exitCode, 0) << fsck.out << fsck.err;

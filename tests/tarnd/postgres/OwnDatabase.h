@@ -32,6 +32,14 @@ protected:
         return server.substr(0, server.rfind('/') + 1) + name + "?" + options;
     }
 
+    /// A place of the test's own in the object store, which stays; empty without a store.
+    std::string ownObjects() const
+    {
+        const char* given = std::getenv("TARN_TEST_OBJECTS");
+        std::string objects = given ? given : "";
+        return objects.empty() ? objects : objects.insert(objects.find('?'), "/" + name);
+    }
+
     /// What a query answers, one line per row.
     std::string ask(const std::string& sql) const { return ask(sql, url()); }
 

@@ -1,8 +1,8 @@
 // Several tarnd over one database: what becomes of the others, and of their clients, when one of them, or the
 // network to the database, stops without a word.
+#include "tests/support/SilentProxy.h"
 #include "tests/tarnd/access/ServiceUser.h"
 #include "tests/tarnd/postgres/OwnDatabase.h"
-#include "tests/tarnd/postgres/SilentProxy.h"
 
 #include <functional>
 #include <future>

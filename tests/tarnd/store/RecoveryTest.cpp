@@ -70,7 +70,8 @@ TEST_F(RecoveryTest, AStartBesideALiveUploadLeavesItsContentAlone)
     listener = [&](WriteStep) {
         ++starts;
         Database database(place.dialect());
-        ContentFolder contents(place.folder);
+        DiskRoom room(place.folder, 0);
+        ContentFolder contents(place.folder, room);
         const auto report = recover({database, contents, systemTime});
         EXPECT_EQ(report.abandonedUploads + report.orphanedContents, 0U);
     };

@@ -112,11 +112,10 @@ protected:
 
     void folder(const std::string& path) { store->catalog().createFolder(alice, at(path)); }
 
-    static std::string bytesOf(const OpenContent& content)
+    static std::string bytesOf(OpenContent content)
     {
         std::string bytes(static_cast<std::size_t>(content.size) + 1, '\0');
-        const auto got = ::pread(content.fd.get(), bytes.data(), bytes.size(), 0);
-        bytes.resize(got < 0 ? 0 : static_cast<std::size_t>(got));
+        bytes.resize(content.bytes.read(bytes.data(), bytes.size()));
         return bytes;
     }
 

@@ -1,4 +1,4 @@
-#include "tarnd/store/ContentWriter.h"
+#include "tarnd/store/FileContentWriter.h"
 
 #include "tarnd/store/ContentFolder.h"
 #include "tarnd/store/FileSystem.h"
@@ -10,21 +10,21 @@
 
 namespace tarnd {
 
-ContentWriter::ContentWriter(ContentFolder& folder)
-    : folder(folder)
-    , contentId(folder.newId())
-    , temporary(folder.ownUploads() / contentId)
+FileContentWriter::FileContentWriter(ContentFolder& folder)
+    : ContentWriter(Contents::newId())
+    , folder(folder)
+    , temporary(folder.ownUploads() / id())
     , file(::open(temporary.c_str(), O_CREAT | O_EXCL | O_WRONLY | O_CLOEXEC, 0600))
 {
     if (!file) throw systemError(temporary);
 }
 
-ContentWriter::~ContentWriter()
+FileContentWriter::~FileContentWriter()
 {
     discard();
 }
 
-void ContentWriter::discard() noexcept
+void FileContentWriter::discard() noexcept
 {
     if (std::exchange(settled, true)) return;
     // The public name first: as long as the temporary one is there, a starting process takes the content for one that
@@ -33,10 +33,8 @@ void ContentWriter::discard() noexcept
     ::unlink(temporary.c_str());
 }
 
-void ContentWriter::write(const void* data, std::size_t size)
+void FileContentWriter::append(const void* data, std::size_t size)
 {
-    digest.update(data, size);
-    total += size;
     for (auto at = static_cast<const char*>(data); size > 0;) {
         const auto written = ::write(file.get(), at, size);
         if (written < 0 && errno == EINTR) continue;
@@ -48,14 +46,13 @@ void ContentWriter::write(const void* data, std::size_t size)
 }
 
 /// The bytes are on the disk before the name is, and the name before any row that mentions it.
-void ContentWriter::publish()
+void FileContentWriter::makeDurable()
 {
     folder.notify(WriteStep::bytesWritten);
-    digestText = digest.finish();
     const Stopwatch watch(folder.syncs());
     if (::fdatasync(file.get()) != 0) throw systemError(temporary);
     folder.notify(WriteStep::bytesDurable);
-    const auto path = folder.contentPath(contentId);
+    const auto path = folder.contentPath(id());
     // Not rename(): the temporary name must last until the row is committed, see discard().
     if (::link(temporary.c_str(), path.c_str()) != 0) throw systemError(path);
     published = path;
@@ -64,14 +61,20 @@ void ContentWriter::publish()
     folder.notify(WriteStep::folderDurable);
 }
 
-void ContentWriter::keep() noexcept
+/// A start elsewhere may have taken this process for dead, and the content for left behind.
+void FileContentWriter::requireThere()
+{
+    if (!folder.has(id()))
+        throw sentences::internal.because("content " + id() + " is gone before its row came");
+}
+
+void FileContentWriter::keep() noexcept
 {
     settled = true;
     ::unlink(temporary.c_str());
 }
 
-/// Leaves both names: nobody knows whether the commit took place, so the next start asks the rows.
-void ContentWriter::abandon() noexcept
+void FileContentWriter::abandon() noexcept
 {
     settled = true;
 }
