@@ -77,6 +77,7 @@ class Refusal extends Error {
 
 class SessionEnded extends Error {}
 
+let lastUser = null; // who had the session before it ended
 let session = JSON.parse(sessionStorage.getItem("tarn") ?? "null"); // {id, user}
 
 function keepSession(fresh) {
@@ -187,7 +188,7 @@ function showApp() {
 // What was waiting to be deleted stays: nobody may be told that it has gone.
 function endSession(why) {
   for (const deletion of [...deletions.values()]) deletion.forget();
-  byId("user").value = session?.user ?? "";
+  byId("user").value = lastUser = session.user;
   keepSession(null);
   shared = null;
   byId("view").replaceChildren();
@@ -204,6 +205,7 @@ async function signIn(event) {
     const reply = await send("GET", address("login"), { "x-qz-authentication-token": token.value.trim() });
     const fresh = { id: textOf(reply, "TarnSessionId"), user: user.value };
     await requireOwner(fresh);
+    if (lastUser !== fresh.user) leavePlaceOf(lastUser);
     keepSession(fresh);
   } catch (failure) {
     why.textContent = failure.message;
@@ -212,6 +214,12 @@ async function signIn(event) {
   }
   token.value = "";
   await showApp();
+}
+
+// Another one is not shown where somebody was and what they were about to upload.
+function leavePlaceOf(user) {
+  for (const upload of [...uploads]) cancelUpload(upload);
+  if (user !== null) history.replaceState(null, "", "#/");
 }
 
 // The service knows the user by the token alone: whoever typed another name must not see this one's files under it.
@@ -227,6 +235,7 @@ async function requireOwner({ id, user }) {
 }
 
 async function signOut() {
+  if (uploading) throw new Error("Uploads are under way. Wait for them or cancel them, then sign out.");
   await carryOutDeletions();
   await ask("GET", "logout");
   endSession("You are signed out.");
@@ -684,6 +693,7 @@ function carryOutDeletionsAndLeave() {
 // Uploading
 
 const mostUploads = 3; // at a time
+const uploads = new Set(); // those that are seen
 const waiting = [];
 let uploading = 0;
 let stored = 0;
@@ -697,13 +707,15 @@ function queueUpload(file, folder) {
   controls.append(button("Cancel", () => cancelUpload(upload), { "aria-label": `Cancel the upload of ${file.name}` }));
   byId("transfers").querySelector("ul").append(line);
   byId("transfers").hidden = false;
+  uploads.add(upload);
   waiting.push(upload);
 }
 
 function forgetUpload(upload) {
   if (upload.line.contains(document.activeElement)) byId("upload").focus();
   upload.line.remove();
-  byId("transfers").hidden = byId("transfers").querySelector("li") === null;
+  uploads.delete(upload);
+  byId("transfers").hidden = uploads.size === 0;
 }
 
 function cancelUpload(upload) {
@@ -744,6 +756,7 @@ function showFailedUpload(upload, failure) {
     startUploads();
   };
   const name = upload.file.name;
+  upload.bar.remove();
   upload.controls.replaceChildren(make("span", { role: "alert" }, text), " ",
     button("Try again", again, { "aria-label": `Try to upload ${name} again` }), " ",
     button("Dismiss", () => forgetUpload(upload), { "aria-label": `Dismiss ${name}` }));

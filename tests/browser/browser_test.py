@@ -66,7 +66,8 @@ class Day(unittest.TestCase):
         self.downloads.mkdir()
         self.data = str(self.here / "data")
         self.tokens = {name: self.tarnd("user", "add", name).strip() for name in ("alice", "bob")}
-        service = subprocess.Popen([TARND, "serve", "--data", self.data, "--listen", "127.0.0.1:0"],
+        service = subprocess.Popen([TARND, "serve", "--data", self.data, "--listen", "127.0.0.1:0",
+                                    "--max-file-size", "200K"],
                                    stdout=subprocess.PIPE, text=True)
         self.addCleanup(service.communicate)
         self.addCleanup(service.terminate)
@@ -167,14 +168,21 @@ class Day(unittest.TestCase):
         self.assertNotIn("\u202e", self.browser.find_element(By.ID, "view").get_property("textContent"))
         self.look("folder")
 
-        big = os.urandom(5_000_000)
-        self.browser.execute_script(
-            "const data = new DataTransfer(); data.items.add(new File(arguments[0], 'dropped'));"
-            "document.getElementById('place').dispatchEvent(new DragEvent('drop', {dataTransfer: data, cancelable: true}))",
-            ["dropped content"])
+        big = os.urandom(200_000)
+        (self.here / "dropped" / "in").mkdir(parents=True)
+        (self.here / "dropped" / "in" / "file").write_bytes(big)
+        for kind in ("dragEnter", "dragOver", "drop"):
+            self.browser.execute_cdp_cmd("Input.dispatchDragEvent", {"type": kind, "x": 300, "y": 300, "data": {
+                "items": [], "files": [str(self.here / "dropped")], "dragOperationsMask": 1}})
+        self.said("1 file is stored.")
         self.until(lambda: "dropped" in self.rows())
+        (self.here / "large").write_bytes(bytes(210_000))
+        self.browser.find_element(By.ID, "upload-files").send_keys(str(self.here / "large"))
+        self.said("The file is larger than this service accepts.")
+        self.look("refused")
+        self.press("Dismiss large")
         self.upload(**{"text.txt": big})
-        self.said("4.8 MiB")
+        self.said("195 KiB")
         self.press("text.txt", "td button")
         self.assertEqual(self.downloaded("text.txt"), big)
         self.press("Actions for text.txt")
