@@ -35,12 +35,19 @@ void OutgoingStream::follow(http::BodyPublisher publisher)
     {
         std::lock_guard lock(mutex);
         source = publisher;
+        subscribing = true;
     }
+    std::exception_ptr failure;
     try {
         publisher->subscribe(shared_from_this());
     } catch (...) {
-        onError(std::current_exception());
+        failure = std::current_exception();
     }
+    Lock lock(mutex);
+    subscribing = false;
+    if (!failure) return schedule(std::move(lock));
+    lock.unlock();
+    onError(failure);
 }
 
 void OutgoingStream::onSubscribe(std::weak_ptr<reactive_streams::Subscription> offered)
@@ -157,7 +164,8 @@ bool OutgoingStream::hasDone() const
 
 void OutgoingStream::schedule(Lock lock)
 {
-    if (scheduled || !(wantsItem() || hasDone())) return;
+    // A publisher without a lock takes one call at a time: what is wanted meanwhile is asked for when it has returned.
+    if (subscribing || scheduled || !(wantsItem() || hasDone())) return;
     scheduled = true;
     lock.unlock();
     threads->post([self = shared_from_this()] {

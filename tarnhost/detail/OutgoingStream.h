@@ -82,6 +82,7 @@ private:
     std::uint64_t takenOfItem = 0; ///< bytes
     std::uint64_t arrived = 0;     ///< bytes, of all items
     std::exception_ptr failure;
+    bool subscribing = false; ///< the publisher is inside `subscribe`
     bool subscribed = false;
     bool asked = false;     ///< one item is due
     bool scheduled = false; ///< a task is posted or running

@@ -38,13 +38,17 @@ public:
     void subscribe(ContentSubscriber taker) override
     {
         receiver = taker;
+        subscribing = true;
         taker->onSubscribe(weak_from_this());
+        std::this_thread::sleep_for(5ms); // for another thread to ask too early
+        subscribing = false;
     }
 
     Future<bool> completion() override { return makeReadyFuture(true); }
 
     void request(std::uint64_t n) override
     {
+        EXPECT_FALSE(subscribing) << "one call at a time: a publisher may have no lock";
         if (last.joinable()) last.join();
         last = std::thread([this, n] {
             if (gate.valid()) gate.wait();
@@ -72,6 +76,7 @@ public:
 private:
     const int items;
     const bool fails;
+    std::atomic<bool> subscribing = false;
     ContentSubscriber receiver;
     std::thread last;
 };
@@ -100,7 +105,7 @@ TEST(StreamedUpload, SendsTheItemsOfAnotherThreadOrSaysWhyNot)
             if (isWhole) connection.send(ScriptedHttpServer::reply("<R/>"));
             done = true;
         });
-        TarnHost host({.endpoint = server.url(), .threads = 1});
+        TarnHost host({.endpoint = server.url(), .threads = 2});
         const auto producer = std::make_shared<Producer>(row.items, row.fails);
         EXPECT_THAT(failureOf<std::runtime_error>(uploadOf(host, producer, row.size)),
                     HasSubstr(row.outcome));
