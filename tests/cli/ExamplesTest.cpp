@@ -22,6 +22,13 @@ std::vector<std::string> linesOf(const std::string& text)
     return lines;
 }
 
+#ifdef TARN_SANITIZED
+// Programs start many times slower here: those of one verb in three are typed.
+constexpr std::size_t stride = 3;
+#else
+constexpr std::size_t stride = 1;
+#endif
+
 /// What is here before the examples of a verb, with stand-ins for the programs that they name.
 constexpr const char* here =
     R"(rm -rf * ~/.config ~/.local/state/tarn/undo && mkdir -p bin photos ~/.zfunc ~/.config/fish/completions &&
@@ -83,7 +90,9 @@ TEST(Examples, OfTheHelpRunAsPrintedTwice)
     shell.set("EDITOR", "true");
     Tarn me(service.url(), {"me", token});
     const auto verbs = shell.run("tarn --help | sed -n '/^Subcommands/,/^$/s/^  \\([a-z]*\\).*/\\1/p'").out;
+    std::size_t number = 0;
     for (const auto& verb : linesOf(verbs)) {
+        if (number++ % stride != 0) continue;
         const bool isProfile = verb == "profile";
         ASSERT_EQ(shell.run(here + std::string(" && echo $ME | tarn login me")).exitCode, 0);
         if (!isProfile) shell.run("tarn profile add work " + service.url() + " --user me");
