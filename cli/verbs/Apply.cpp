@@ -47,7 +47,7 @@ Verb apply()
     return {.name = "apply",
             .summary = "Do what a plan of `tarn sync --plan` says",
             .examples =
-                "  tarn sync --plan todo.json --delete photos / && tarn apply todo.json\n"
+                "  tarn sync --plan plan.json --delete photos / && tarn apply plan.json\n"
                 "Does exactly that, or nothing: when a file that the plan deals with has changed since on\n"
                 "either side, that is told, and nothing is done.",
             .takes = {{"FILE", &options->file, "The plan", {.required = true, .words = Words::local}},

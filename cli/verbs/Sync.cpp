@@ -147,7 +147,7 @@ Verb sync()
             "  tarn sync /album/ copy               from the service\n"
             "  tarn sync --delete --max-delete 50 photos /\n"
             "  tarn sync --exclude '*.tmp' --exclude cache/ photos /\n"
-            "  tarn sync --plan todo.json photos /  then: tarn apply todo.json\n"
+            "  tarn sync --plan plan.json photos /  then: tarn apply plan.json\n"
             "The path in the service begins with '/'; when both do, write it with its user, as in\n"
             "alice:/album. What is the same is left alone, without a request for each file. A file of\n"
             "the target is replaced or deleted only when it is as an earlier run has left it; one that\n"
