@@ -56,8 +56,25 @@ public:
     /// library would try for the rest for ever.
     void watch(int fd, const UniqueFd& file, std::uint64_t end);
 
-    /// While a handler works on it a connection may take as long as that takes.
-    void setBusy(int fd, bool busy);
+    /// While one of these lives, a handler works on the connection, which may take as long as that takes.
+    class Busy {
+    public:
+        Busy(ConnectionTable& connections, int fd) : table(connections), socket(fd)
+        {
+            table.setBusy(socket, true);
+        }
+
+        ~Busy() { table.setBusy(socket, false); }
+
+        Busy(const Busy&) = delete;
+        Busy& operator=(const Busy&) = delete;
+
+        int descriptor() const { return socket; }
+
+    private:
+        ConnectionTable& table;
+        const int socket;
+    };
 
     /// Shuts down what is too slow, and what its client has left in the middle of a request. Call it a few
     /// times a second.
@@ -81,6 +98,7 @@ private:
         std::uint64_t fileEnd = 0; ///< bytes that it must have
     };
 
+    void setBusy(int fd, bool busy);
     bool evict(std::optional<ClientAddress> client);
     bool mustGo(int fd, Connection& connection) const;
     static bool isCutShort(const Connection& connection);

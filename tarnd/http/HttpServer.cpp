@@ -1,14 +1,14 @@
 #include "tarnd/http/HttpServer.h"
-#include "tarnd/http/PartialAnswer.h"
 
 #include "tarnd/http/Acceptor.h"
+#include "tarnd/http/DirectAnswer.h"
+#include "tarnd/http/QueuedReply.h"
 #include "tarnd/http/ReceivedHead.h"
 #include "tarnd/http/Sentences.h"
 
 #include <algorithm>
 #include <array>
 #include <atomic>
-#include <chrono>
 #include <condition_variable>
 #include <cstdarg>
 #include <cstdio>
@@ -16,7 +16,6 @@
 #include <microhttpd.h>
 #include <mutex>
 #include <netinet/in.h>
-#include <poll.h>
 #include <stdexcept>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -35,40 +34,6 @@ constexpr std::size_t threadStack = 1024 * 1024;
 
 /// GnuTLS allows TLS 1.0 and 1.1 by default.
 const std::string tlsPriorities = "NORMAL:-VERS-ALL:+VERS-TLS1.3:+VERS-TLS1.2";
-
-using ResponsePtr = std::unique_ptr<MHD_Response, decltype(&MHD_destroy_response)>;
-
-ResponsePtr responseOf(Reply& reply)
-{
-    MHD_Response* response =
-        reply.file
-            ? MHD_create_response_from_fd_at_offset64(reply.fileSize, reply.file.get(), reply.fileOffset)
-            : MHD_create_response_from_buffer(reply.text.size(), reply.text.data(), MHD_RESPMEM_MUST_COPY);
-    if (response != nullptr && reply.file) reply.file.release(); // the response closes it
-    return {response, &MHD_destroy_response};
-}
-
-/// @param response  of the reply, whose head is added
-MHD_Result send(MHD_Connection* connection, const ResponsePtr& response, const Reply& reply, bool close)
-{
-    if (!response) return MHD_NO;
-    const auto add = [&](const char* name, const std::string& value) {
-        return MHD_add_response_header(response.get(), name, value.c_str()) == MHD_YES;
-    };
-    bool complete = add(MHD_HTTP_HEADER_CONTENT_TYPE, reply.contentType) &&
-                    add(MHD_HTTP_HEADER_CACHE_CONTROL, "no-store") &&
-                    add("X-Content-Type-Options", "nosniff") &&
-                    (!close || add(MHD_HTTP_HEADER_CONNECTION, "close"));
-    for (const auto& [name, value] : reply.headers)
-        complete = complete && add(name.c_str(), value);
-    return complete ? MHD_queue_response(connection, reply.status, response.get()) : MHD_NO;
-}
-
-MHD_Result send(MHD_Connection* connection, Reply reply, bool close)
-{
-    const auto response = responseOf(reply);
-    return send(connection, response, reply, close);
-}
 
 /// The target is split and decoded in one place of our own, from what stood on the request line.
 std::size_t leaveEncoded(void*, MHD_Connection*, char* text)
@@ -99,65 +64,10 @@ void hideQuery(const char* target)
     if (const auto* mark = std::strchr(target, '?')) const_cast<char*>(mark)[1] = '\0';
 }
 
-/// Marks the connection as being worked on.
-struct Busy {
-    Busy(ConnectionTable& theTable, int descriptor) : table(theTable), fd(descriptor)
-    {
-        table.setBusy(fd, true);
-    }
-
-    ~Busy() { table.setBusy(fd, false); }
-
-    Busy(const Busy&) = delete;
-    Busy& operator=(const Busy&) = delete;
-
-    ConnectionTable& table;
-    const int fd;
-};
-
-/// Who makes a reply while it goes out.
-struct Producer {
-    ConnectionTable& table;
-    const int fd;
-    Exchange& exchange;
-
-    static ssize_t produce(void* self, std::uint64_t, char* data, std::size_t size)
-    {
-        const auto& producer = *static_cast<const Producer*>(self);
-        const Busy busy(producer.table, producer.fd);
-        const auto count = producer.exchange.produce(data, size);
-        if (!count) return MHD_CONTENT_READER_END_WITH_ERROR;
-        return *count == 0 ? MHD_CONTENT_READER_END_OF_STREAM : static_cast<ssize_t>(*count);
-    }
-
-    static void forget(void* self) { delete static_cast<Producer*>(self); }
-};
-
-ResponsePtr producedResponse(Producer producer, std::optional<std::uint64_t> size)
-{
-    constexpr std::size_t piece = 64 * 1024; // bytes
-    auto owned = std::make_unique<Producer>(producer);
-    auto* const response = MHD_create_response_from_callback(
-        size.value_or(MHD_SIZE_UNKNOWN), piece, &Producer::produce, owned.get(), &Producer::forget);
-    if (response != nullptr) owned.release();
-    return {response, &MHD_destroy_response};
-}
-
 bool isEncrypted(MHD_Connection* connection)
 {
     const auto* tls = MHD_get_connection_info(connection, MHD_CONNECTION_INFO_GNUTLS_SESSION);
     return tls != nullptr && tls->tls_session != nullptr;
-}
-
-/// Answers past the server library. A few hundred bytes fit into any socket's buffer; when they do not, the client
-/// gets a closed connection. @pre !isEncrypted(connection)
-void answerDirectly(int fd, const Reply& reply)
-{
-    const auto text = "HTTP/1.1 " + std::to_string(reply.status) + ' ' +
-                      MHD_get_reason_phrase_for(reply.status) +
-                      "\r\nConnection: close\r\nContent-Type: " + reply.contentType +
-                      "\r\nContent-Length: " + std::to_string(reply.text.size()) + "\r\n\r\n" + reply.text;
-    ::send(fd, text.data(), text.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
 }
 
 /// The library is told that the connection is over.
@@ -176,28 +86,6 @@ void refuseLength(MHD_Connection* connection)
     if (!isEncrypted(connection))
         answerDirectly(descriptorOf(connection), errorReply(sentences::badContentLength()));
     ::shutdown(descriptorOf(connection), SHUT_RDWR);
-}
-
-/// Answers a client that is still sending. The library cannot within a body, and closing a connection with bytes
-/// that nobody has read resets it, which takes the reply away from a client that has not read it yet. So what is
-/// on its way is dropped until the client hangs up, for a while.
-void answerAndHangUp(MHD_Connection* connection, const Reply& reply)
-{
-    constexpr std::chrono::milliseconds patience{1000};
-    constexpr ssize_t most = 16 * 1024 * 1024; // bytes: what sockets hold, and more
-    const int fd = descriptorOf(connection);
-    answerDirectly(fd, reply);
-    ::shutdown(fd, SHUT_WR);
-    std::array<char, 64 * 1024> dropped;
-    const auto end = std::chrono::steady_clock::now() + patience;
-    ssize_t got = 1;
-    for (ssize_t all = 0; got > 0 && all < most; all += got) {
-        const auto left =
-            std::chrono::ceil<std::chrono::milliseconds>(end - std::chrono::steady_clock::now());
-        pollfd waiting{fd, POLLIN, 0};
-        if (left.count() <= 0 || ::poll(&waiting, 1, static_cast<int>(left.count())) != 1) return;
-        got = ::recv(fd, dropped.data(), dropped.size(), MSG_DONTWAIT);
-    }
 }
 
 /// The options of the server library, gathered one by one. What they point to outlives start().
@@ -298,55 +186,54 @@ MHD_Result HttpServer::Connections::onRequest(void* self, MHD_Connection* connec
 
 MHD_Result HttpServer::Connections::begin(MHD_Connection* connection, RequestHead head, Exchange& exchange)
 {
-    const Busy busy(table, descriptorOf(connection));
+    const ConnectionTable::Busy busy(table, descriptorOf(connection));
     const auto body = exchange.begin(std::move(head));
     if (const auto& fault = exchange.fault()) {
         if (fault->kind == Fault::Kind::wait) holdBack(fault->time);
-        if (fault->kind == Fault::Kind::drop) return hangUp(busy.fd, true);
+        if (fault->kind == Fault::Kind::drop) return hangUp(busy.descriptor(), true);
     }
     switch (body) {
     case Exchange::Body::wanted:
-        table.enter(busy.fd, ConnectionTable::Phase::upload);
+        table.enter(busy.descriptor(), ConnectionTable::Phase::upload);
         return MHD_YES;
     case Exchange::Body::refused:
-        table.enter(busy.fd, ConnectionTable::Phase::refused);
+        table.enter(busy.descriptor(), ConnectionTable::Phase::refused);
         return MHD_YES;
     case Exchange::Body::endless:
         if (isEncrypted(connection)) break;
-        answerAndHangUp(connection, exchange.finish());
+        answerUnread(descriptorOf(connection), exchange.finish());
         return MHD_NO;
     case Exchange::Body::ignored:
         break;
     }
-    table.enter(busy.fd, ConnectionTable::Phase::download);
-    return send(connection, exchange.finish(), true); // a refusal: no file
+    table.enter(busy.descriptor(), ConnectionTable::Phase::download);
+    return queueReply(connection, exchange.finish(), AfterReply::close); // a refusal: no file
 }
 
 MHD_Result HttpServer::Connections::receive(MHD_Connection* connection, const char* data, std::size_t* size,
                                             Exchange& exchange)
 {
-    const Busy busy(table, descriptorOf(connection));
+    const ConnectionTable::Busy busy(table, descriptorOf(connection));
     if (*size > 0) {
         const bool more = exchange.receive(data, *size);
         *size = 0;
-        if (!more && !isEncrypted(connection)) answerAndHangUp(connection, exchange.finish());
+        if (!more && !isEncrypted(connection)) answerUnread(descriptorOf(connection), exchange.finish());
         return more ? MHD_YES : MHD_NO;
     }
-    table.enter(busy.fd, ConnectionTable::Phase::download);
+    table.enter(busy.descriptor(), ConnectionTable::Phase::download);
     auto reply = exchange.finish();
     holdBack(exchange.delay());
     if (const auto& fault = exchange.fault()) {
-        if (fault->kind == Fault::Kind::lose) return hangUp(busy.fd, false);
+        if (fault->kind == Fault::Kind::lose) return hangUp(busy.descriptor(), false);
         if (fault->kind == Fault::Kind::cut) {
-            if (!isEncrypted(connection)) answerInPart(busy.fd, reply, fault->number);
-            return hangUp(busy.fd, false);
+            if (!isEncrypted(connection)) answerInPart(busy.descriptor(), reply, fault->number);
+            return hangUp(busy.descriptor(), false);
         }
     }
-    if (reply.source)
-        return send(connection, producedResponse({table, busy.fd, exchange}, reply.sourceSize), reply,
-                    draining);
-    if (reply.file) table.watch(busy.fd, reply.file, reply.fileOffset + reply.fileSize);
-    return send(connection, std::move(reply), draining);
+    const auto after = draining ? AfterReply::close : AfterReply::keep;
+    if (reply.source) return queueProduced(connection, reply, {table, busy.descriptor(), exchange}, after);
+    if (reply.file) table.watch(busy.descriptor(), reply.file, reply.fileOffset + reply.fileSize);
+    return queueReply(connection, std::move(reply), after);
 }
 
 /// On the connection's own thread, so that it holds up nobody else.

@@ -1,4 +1,4 @@
-#include "tarnd/http/PartialAnswer.h"
+#include "tarnd/http/DirectAnswer.h"
 
 #include <microhttpd.h>
 #include <poll.h>
@@ -7,6 +7,9 @@
 
 #include <algorithm>
 #include <array>
+#include <chrono>
+#include <string>
+#include <string_view>
 
 namespace tarnd {
 
@@ -26,6 +29,33 @@ bool sendAll(int fd, std::string_view bytes)
 }
 
 } // namespace
+
+void answerDirectly(int fd, const Reply& reply)
+{
+    const auto text = "HTTP/1.1 " + std::to_string(reply.status) + ' ' +
+                      MHD_get_reason_phrase_for(reply.status) +
+                      "\r\nConnection: close\r\nContent-Type: " + reply.contentType +
+                      "\r\nContent-Length: " + std::to_string(reply.text.size()) + "\r\n\r\n" + reply.text;
+    ::send(fd, text.data(), text.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
+}
+
+void answerUnread(int fd, const Reply& reply)
+{
+    constexpr std::chrono::milliseconds patience{1000};
+    constexpr ssize_t most = 16 * 1024 * 1024; // bytes: what sockets hold, and more
+    answerDirectly(fd, reply);
+    ::shutdown(fd, SHUT_WR);
+    std::array<char, 64 * 1024> dropped;
+    const auto end = std::chrono::steady_clock::now() + patience;
+    ssize_t got = 1;
+    for (ssize_t all = 0; got > 0 && all < most; all += got) {
+        const auto left =
+            std::chrono::ceil<std::chrono::milliseconds>(end - std::chrono::steady_clock::now());
+        pollfd waiting{fd, POLLIN, 0};
+        if (left.count() <= 0 || ::poll(&waiting, 1, static_cast<int>(left.count())) != 1) return;
+        got = ::recv(fd, dropped.data(), dropped.size(), MSG_DONTWAIT);
+    }
+}
 
 void answerInPart(int fd, const Reply& reply, std::uint64_t most)
 {

@@ -1,0 +1,77 @@
+#include "tarnd/http/QueuedReply.h"
+
+#include <memory>
+#include <string>
+#include <utility>
+
+namespace tarnd {
+
+namespace {
+
+using ResponsePtr = std::unique_ptr<MHD_Response, decltype(&MHD_destroy_response)>;
+
+ResponsePtr responseOf(Reply& reply)
+{
+    MHD_Response* response =
+        reply.file
+            ? MHD_create_response_from_fd_at_offset64(reply.fileSize, reply.file.get(), reply.fileOffset)
+            : MHD_create_response_from_buffer(reply.text.size(), reply.text.data(), MHD_RESPMEM_MUST_COPY);
+    if (response != nullptr && reply.file) reply.file.release(); // the response closes it
+    return {response, &MHD_destroy_response};
+}
+
+ssize_t produce(void* self, std::uint64_t, char* data, std::size_t size)
+{
+    const auto& producer = *static_cast<const Producer*>(self);
+    const ConnectionTable::Busy busy(producer.table, producer.descriptor);
+    const auto count = producer.exchange.produce(data, size);
+    if (!count) return MHD_CONTENT_READER_END_WITH_ERROR;
+    return *count == 0 ? MHD_CONTENT_READER_END_OF_STREAM : static_cast<ssize_t>(*count);
+}
+
+void forget(void* self)
+{
+    delete static_cast<Producer*>(self);
+}
+
+ResponsePtr responseOf(Producer producer, std::optional<std::uint64_t> size)
+{
+    constexpr std::size_t piece = 64 * 1024; // bytes
+    auto owned = std::make_unique<Producer>(producer);
+    auto* const response = MHD_create_response_from_callback(size.value_or(MHD_SIZE_UNKNOWN), piece, &produce,
+                                                             owned.get(), &forget);
+    if (response != nullptr) owned.release();
+    return {response, &MHD_destroy_response};
+}
+
+/// @param response  of the reply, whose head is added
+MHD_Result queue(MHD_Connection* connection, const ResponsePtr& response, const Reply& reply,
+                 AfterReply after)
+{
+    if (!response) return MHD_NO;
+    const auto add = [&](const char* name, const std::string& value) {
+        return MHD_add_response_header(response.get(), name, value.c_str()) == MHD_YES;
+    };
+    bool complete = add(MHD_HTTP_HEADER_CONTENT_TYPE, reply.contentType) &&
+                    add(MHD_HTTP_HEADER_CACHE_CONTROL, "no-store") &&
+                    add("X-Content-Type-Options", "nosniff") &&
+                    (after == AfterReply::keep || add(MHD_HTTP_HEADER_CONNECTION, "close"));
+    for (const auto& [name, value] : reply.headers)
+        complete = complete && add(name.c_str(), value);
+    return complete ? MHD_queue_response(connection, reply.status, response.get()) : MHD_NO;
+}
+
+} // namespace
+
+MHD_Result queueReply(MHD_Connection* connection, Reply reply, AfterReply after)
+{
+    const auto response = responseOf(reply);
+    return queue(connection, response, reply, after);
+}
+
+MHD_Result queueProduced(MHD_Connection* connection, const Reply& reply, Producer producer, AfterReply after)
+{
+    return queue(connection, responseOf(producer, reply.sourceSize), reply, after);
+}
+
+} // namespace tarnd
