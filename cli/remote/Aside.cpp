@@ -1,6 +1,7 @@
 #include "cli/remote/Aside.h"
 
 #include "cli/remote/Change.h"
+#include "cli/remote/NewFolder.h"
 #include "cli/remote/Recorded.h"
 #include "cli/remote/Requests.h"
 
@@ -9,23 +10,6 @@
 namespace tarncli {
 
 using namespace connector::tarn;
-
-namespace {
-
-void makeFolder(Connection& connection, const RemotePath& folder)
-{
-    try {
-        recorded(connection, {Change::Kind::makeFolder, folder.stored()}, [&] {
-            connection.call(
-                [&] { return connection.files().createFolder(requestFor<FolderCreate>(folder)); });
-            return std::string();
-        });
-    } catch (const std::exception&) {
-        if (!isRefusal(std::current_exception(), reasons::folderExists)) throw;
-    }
-}
-
-} // namespace
 
 bool isAside(const RemotePath& item)
 {
@@ -42,8 +26,8 @@ void putAside(Connection& connection, const RemotePath& item, const std::string&
     const auto own = all.child(std::to_string(now));
     const auto target = own.child(item.name());
     naming(item, [&] {
-        makeFolder(connection, all);
-        makeFolder(connection, own);
+        createMissingFolder(connection, all);
+        createMissingFolder(connection, own);
         recorded(connection, {Change::Kind::move, item.stored(), target.stored(), watermark}, [&] {
             const auto send = [&] {
                 auto request = requestFor<Move>(item);

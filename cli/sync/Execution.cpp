@@ -1,12 +1,14 @@
 #include "cli/sync/Execution.h"
 
 #include "cli/remote/FileContent.h"
+#include "cli/remote/NewFolder.h"
 #include "cli/remote/Recorded.h"
 #include "cli/remote/Requests.h"
 #include "cli/remote/StoredNames.h"
 #include "cli/terminal/Output.h"
 #include "cli/terminal/Quantities.h"
 #include "cli/transfer/Conclusion.h"
+#include "cli/transfer/FolderTransfer.h"
 #include "cli/transfer/RecordedTransfer.h"
 
 #include <algorithm>
@@ -180,16 +182,7 @@ void Execution::makeRemoteRoot()
     for (auto folder = missing.rbegin(); folder != missing.rend(); ++folder) {
         if (folder->path != plan.pair.remote.path && findAttributes(connection, *folder)) continue;
         requireStorable(connection, *folder, false, Existing::refuse);
-        try {
-            recorded(connection, {Change::Kind::makeFolder, folder->stored()}, [&] {
-                connection.call(
-                    [&] { return connection.files().createFolder(requestFor<FolderCreate>(*folder)); });
-                return std::string();
-            });
-            ++report.folders;
-        } catch (const std::exception&) {
-            if (!isRefusal(std::current_exception(), reasons::folderExists)) throw;
-        }
+        if (createMissingFolder(connection, *folder)) ++report.folders;
     }
 }
 
@@ -211,25 +204,9 @@ void Execution::makeRemoteFolders()
                 ++report.transfers.notStarted;
                 continue;
             }
-            Transfer transfer;
-            transfer.what = remoteAt(place).quoted();
-            transfer.start = [this, where = remoteAt(place)] {
-                return connection.files()
-                    .createFolder(requestFor<FolderCreate>(where))
-                    .then([](Future<std::unique_ptr<FolderCreateResponse>>&& reply) {
-                        reply.get();
-                        return true;
-                    });
-            };
-            // Whoever made it: a folder that is there when it is asked for again is as good.
-            transfer.wasDone = [] { return false; };
-            transfer.forgives = [](const std::exception_ptr& error) {
-                return isRefusal(error, reasons::folderExists);
-            };
-            transfer.succeeded = [this] { ++report.folders; };
-            transfer.failed = [this, place](const std::exception_ptr&) { failedFolders.insert(place); };
-            transfers.add(recorded(connection, std::move(transfer),
-                                   {Change::Kind::makeFolder, remoteAt(place).stored()}));
+            transfers.add(newFolder(
+                connection, remoteAt(place), [this](bool) { ++report.folders; },
+                [this, place](const std::exception_ptr&) { failedFolders.insert(place); }));
         }
         addTo(report.transfers, transfers.run());
     }

@@ -1,8 +1,8 @@
 #include "cli/transfer/Upload.h"
 
 #include "cli/remote/Answer.h"
-#include "cli/remote/Change.h"
 #include "cli/remote/FileContent.h"
+#include "cli/remote/NewFolder.h"
 #include "cli/remote/Recorded.h"
 #include "cli/remote/Requests.h"
 #include "cli/terminal/Output.h"
@@ -10,6 +10,7 @@
 #include "cli/transfer/Comparison.h"
 #include "cli/transfer/Conclusion.h"
 #include "cli/transfer/ContentRelay.h"
+#include "cli/transfer/FolderTransfer.h"
 #include "cli/transfer/RecordedTransfer.h"
 #include "tarn/session/SessionMessages.h"
 
@@ -113,17 +114,7 @@ struct Uploader::Folders {
 void Uploader::makeFolder(const RemotePath& folder)
 {
     requireStorable(connection, folder, false, existing);
-    const auto send = [&] { return connection.files().createFolder(requestFor<FolderCreate>(folder)); };
-    const auto isMade = [&] {
-        const auto found = findAttributes(connection, folder);
-        return found && isFolder(*found);
-    };
-    naming(folder, [&] {
-        recorded(connection, {Change::Kind::makeFolder, folder.stored()}, [&] {
-            makeChange(connection, send, isMade);
-            return std::string();
-        });
-    });
+    naming(folder, [&] { createFolder(connection, folder); });
     ++report.folders;
     ++report.transfers.done;
 }
@@ -164,29 +155,13 @@ void Uploader::makeFolders(Folders& folders)
 
 void Uploader::addFolder(Transfers& transfers, Folders& folders, const std::string& below)
 {
-    Transfer transfer;
-    const auto where = join(folders.target, below);
-    transfer.what = where.quoted();
-    transfer.start = [this, where] {
-        return connection.files()
-            .createFolder(requestFor<FolderCreate>(where))
-            .then([](Future<std::unique_ptr<FolderCreateResponse>>&& reply) {
-                reply.get();
-                return true;
-            });
-    };
-    // Whoever made it: a folder that is there when it is asked for again is as good.
-    transfer.wasDone = [] { return false; };
-    transfer.forgives = [&folders, below](const std::exception_ptr& error) {
-        const bool isThere = isRefusal(error, reasons::folderExists);
-        if (isThere) folders.merged.insert(below);
-        return isThere;
-    };
-    transfer.succeeded = [this, &folders, below] {
+    transfers.add(newFolder(connection, join(folders.target, below), [this, &folders, below](bool isNew) {
         folders.usable.insert(below);
-        if (!folders.merged.contains(below)) ++report.folders;
-    };
-    transfers.add(recorded(connection, std::move(transfer), {Change::Kind::makeFolder, where.stored()}));
+        if (isNew)
+            ++report.folders;
+        else
+            folders.merged.insert(below);
+    }));
 }
 
 /// What a folder holds that was there before tells which files exist.

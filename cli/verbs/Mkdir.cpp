@@ -1,5 +1,4 @@
-#include "cli/remote/Change.h"
-#include "cli/remote/Recorded.h"
+#include "cli/remote/NewFolder.h"
 #include "cli/remote/Requests.h"
 #include "cli/transfer/Conclusion.h"
 #include "cli/verbs/Verb.h"
@@ -10,36 +9,17 @@ namespace tarncli::verbs {
 
 namespace {
 
-using namespace connector::tarn;
-
 struct Options {
     std::vector<std::string> paths;
     bool parents = false;
 };
-
-void createFolder(Connection& connection, const RemotePath& folder)
-{
-    const auto send = [&] { return connection.files().createFolder(requestFor<FolderCreate>(folder)); };
-    const auto isMade = [&] {
-        const auto found = findAttributes(connection, folder);
-        return found && isFolder(*found);
-    };
-    recorded(connection, {Change::Kind::makeFolder, folder.stored()}, [&] {
-        makeChange(connection, send, isMade);
-        return std::string();
-    });
-}
 
 void createWithParents(Connection& connection, const RemotePath& folder)
 {
     if (folder.isRoot()) return;
     // Asking what is there first would cost as many requests, and another could make it in between.
     createWithParents(connection, folder.parent());
-    try {
-        createFolder(connection, folder);
-    } catch (const std::exception&) {
-        if (!isRefusal(std::current_exception(), reasons::folderExists)) throw;
-    }
+    createMissingFolder(connection, folder);
 }
 
 void makeFolders(const Invocation& invocation, const Options& options)
