@@ -4,15 +4,13 @@
 #include "cli/remote/NewFolder.h"
 #include "cli/remote/Recorded.h"
 #include "cli/remote/Requests.h"
-#include "cli/remote/StoredNames.h"
+#include "cli/sync/UploadConfirmation.h"
 #include "cli/terminal/Output.h"
-#include "cli/terminal/Quantities.h"
 #include "cli/transfer/Conclusion.h"
 #include "cli/transfer/FolderTransfer.h"
 #include "cli/transfer/RecordedTransfer.h"
 
 #include <algorithm>
-#include <nlohmann/json.hpp>
 
 namespace tarncli {
 
@@ -22,43 +20,9 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr std::size_t differencesTold = 10;
-
 Failure changedMeanwhile()
 {
     return {ExitCode::conflict, "It has changed meanwhile, and was left as it is."};
-}
-
-const FileState* stateOf(const Side& side, const std::string& place)
-{
-    const auto found = side.items.find(place);
-    return found == side.items.end() || found->second.isFolder ? nullptr : &found->second.state;
-}
-
-bool isAs(const Side& side, const std::string& place, const std::optional<FileState>& planned)
-{
-    const auto* state = stateOf(side, place);
-    return planned ? state != nullptr && *state == *planned : !side.items.contains(place);
-}
-
-bool isFolderAt(const Side& side, const std::string& place)
-{
-    const auto found = side.items.find(place);
-    return found != side.items.end() && found->second.isFolder;
-}
-
-bool sourceFits(const Step& step, const Side& source)
-{
-    if (step.kind == StepKind::makeFolder)
-        return step.place.empty() ? source.exists : isFolderAt(source, step.place);
-    return isAs(source, step.place, step.source);
-}
-
-bool targetFits(const Step& step, const Side& target)
-{
-    if (step.place.empty()) return !target.exists;
-    if (step.kind == StepKind::removeFolder) return isFolderAt(target, step.place);
-    return isAs(target, step.place, step.target);
 }
 
 std::ptrdiff_t depthOf(const std::string& place)
@@ -68,34 +32,13 @@ std::ptrdiff_t depthOf(const std::string& place)
 
 } // namespace
 
-void requireAsPlanned(Output& out, const Plan& plan, const Side& local, const Side& remote)
-{
-    const bool isUp = plan.direction == Direction::up;
-    std::vector<std::string> differences;
-    for (const auto& step : plan.steps) {
-        if (!sourceFits(step, isUp ? local : remote))
-            differences.push_back(escaped(step.place) + " in the source");
-        if (!targetFits(step, isUp ? remote : local))
-            differences.push_back((step.place.empty() ? "the folder itself" : escaped(step.place)) +
-                                  " in the target");
-    }
-    if (differences.empty()) return;
-    std::string told;
-    for (std::size_t i = 0; i < std::min(differences.size(), differencesTold); ++i)
-        told += (i == 0 ? "" : ", ") + differences[i];
-    if (differences.size() > differencesTold)
-        told += " and " + std::to_string(differences.size() - differencesTold) + " more";
-    out.detail("Nothing of the plan was done.");
-    throw Failure(ExitCode::conflict, "Changed since the plan was made: " + told +
-                                          ". Nothing was done; make another plan with `tarn sync --plan`.");
-}
-
 SyncReport Execution::run()
 {
     noteWhatIsSame();
     makeFolders();
     copyFiles();
-    if (isUp) confirmUploads();
+    if (isUp && report.transfers.notStarted == 0) // else the service is gone
+        confirmUploads(connection, out, plan.pair, uploaded, journal);
     journal.save();
     remove();
     journal.save();
@@ -127,14 +70,9 @@ void Execution::noteWhatIsSame()
     }
 }
 
-RemotePath Execution::remoteAt(const std::string& place) const
-{
-    return place.empty() ? plan.pair.remote : plan.pair.remote.child(encodedName(place));
-}
-
 std::string Execution::shownTarget(const std::string& place) const
 {
-    return isUp ? remoteAt(place).quoted() : escaped((plan.pair.local / place).string());
+    return isUp ? plan.pair.remoteAt(place).quoted() : escaped((plan.pair.local / place).string());
 }
 
 bool Execution::isBelowFailed(const std::string& place) const
@@ -205,7 +143,7 @@ void Execution::makeRemoteFolders()
                 continue;
             }
             transfers.add(newFolder(
-                connection, remoteAt(place), [this](bool) { ++report.folders; },
+                connection, plan.pair.remoteAt(place), [this](bool) { ++report.folders; },
                 [this, place](const std::exception_ptr&) { failedFolders.insert(place); }));
         }
         addTo(report.transfers, transfers.run());
@@ -218,7 +156,7 @@ std::map<std::string, std::string> Execution::versionsBefore()
     std::vector<std::pair<RemotePath, std::uint64_t>> files;
     for (const auto& step : plan.steps)
         if (isUp && plan.keepsVersions && step.kind == StepKind::replace)
-            files.emplace_back(remoteAt(step.place), step.target->size);
+            files.emplace_back(plan.pair.remoteAt(step.place), step.target->size);
     return currentVersions(connection, out, files);
 }
 
@@ -254,8 +192,8 @@ Transfer Execution::afterLook(const Step& step, Transfers& transfers, std::funct
 {
     auto isGone = std::make_shared<bool>(false);
     Transfer look;
-    look.what = remoteAt(step.place).quoted();
-    look.start = [this, where = remoteAt(step.place), watermark = step.target->watermark] {
+    look.what = plan.pair.remoteAt(step.place).quoted();
+    look.start = [this, where = plan.pair.remoteAt(step.place), watermark = step.target->watermark] {
         return connection.files()
             .readFileAttributes(requestFor<FileAttributesRead>(where))
             .then([watermark](Future<std::unique_ptr<FileAttributesReadResponse>>&& reply) {
@@ -277,7 +215,7 @@ Transfer Execution::afterLook(const Step& step, Transfers& transfers, std::funct
 
 Transfer Execution::upload(const Step& step, const std::map<std::string, std::string>& versions)
 {
-    const Upload asUpload{plan.pair.local / step.place, remoteAt(step.place), step.source->size,
+    const Upload asUpload{plan.pair.local / step.place, plan.pair.remoteAt(step.place), step.source->size,
                           step.target ? std::optional(StoredFile{step.target->watermark, step.target->size})
                                       : std::nullopt,
                           Symlinks::refuse};
@@ -325,7 +263,7 @@ Transfer Execution::download(const Step& step)
 
     auto arrival = std::make_shared<Arrival>();
     Transfer transfer;
-    const auto remote = remoteAt(step.place);
+    const auto remote = plan.pair.remoteAt(step.place);
     const auto name = step.place.substr(step.place.rfind('/') + 1);
     const auto overwrite = step.target ? Overwrite::replace : Overwrite::refuse;
     transfer.what = remote.quoted();
@@ -360,69 +298,6 @@ Transfer Execution::download(const Step& step)
         arrival->file.reset();
     };
     return transfer;
-}
-
-/// The replies of uploads tell no watermarks, listings do: what was stored is still there when the digest, asked for
-/// behind the listing, is that of what was sent. Where that is not to be had, the next run asks.
-void Execution::confirmUploads()
-{
-    if (report.transfers.notStarted > 0) return; // the service is gone
-    using Reply = std::unique_ptr<FolderListResponse>;
-    std::set<std::string> folders;
-    for (const auto& [place, entry] : uploaded)
-        folders.insert(placeAbove(place));
-    Transfers transfers(connection, out);
-    const auto confirm = [&](const std::string& place, Journal::Entry entry) {
-        auto isSame = std::make_shared<bool>(false);
-        Transfer transfer;
-        transfer.what = remoteAt(place).quoted();
-        transfer.start = [this, isSame, where = remoteAt(place), sha256 = entry.sha256] {
-            return requestDigest(connection, where).then([isSame, sha256](Future<std::string>&& digest) {
-                *isSame = digest.get() == sha256;
-                return true;
-            });
-        };
-        transfer.forgives = [](const std::exception_ptr& error) {
-            return isRefusal(error, reasons::notFound);
-        };
-        transfer.succeeded = [this, isSame, place, entry = std::move(entry)] {
-            if (*isSame) journal.note(place, entry);
-        };
-        return transfer;
-    };
-    for (const auto& above : folders) {
-        auto reply = std::make_shared<Reply>();
-        Transfer transfer;
-        transfer.what = remoteAt(above).quoted();
-        transfer.start = [this, reply, where = remoteAt(above)] {
-            return requestListing(connection, where).then([reply](Future<Reply>&& listed) {
-                *reply = listed.get();
-                return true;
-            });
-        };
-        transfer.forgives = [reply](const std::exception_ptr& error) {
-            *reply = std::make_unique<FolderListResponse>();
-            return isRefusal(error, reasons::notFound);
-        };
-        transfer.succeeded = [this, &transfers, confirm, reply, above] {
-            for (const auto& file : (*reply)->files) {
-                const auto name = decodedName(toUtf8(file.name));
-                const auto place = above.empty() ? name : above + "/" + name;
-                const auto found = uploaded.find(place);
-                if (found == uploaded.end() || found->second.size != file.size) continue;
-                auto entry = found->second;
-                entry.watermark = file.watermark;
-                if (file.size == 0)
-                    journal.note(place, entry);
-                else
-                    transfers.addFirst(confirm(place, std::move(entry)));
-            }
-        };
-        transfers.add(std::move(transfer));
-    }
-    out.progress().begin("Checking", 0, uploaded.size() + folders.size());
-    transfers.run();
-    out.progress().end();
 }
 
 void Execution::remove()
@@ -488,16 +363,17 @@ Transfer removal(Connection& connection, const RemotePath& where,
 
 void Execution::removeRemote(const Step& step, Transfers& transfers)
 {
-    transfers.add(afterLook(step, transfers, [this, where = remoteAt(step.place), place = step.place] {
-        auto transfer = removal<FileDelete>(connection, where, [this, where] {
-            return connection.files().deleteFile(requestFor<FileDelete>(where));
-        });
-        transfer.succeeded = [this, place] {
-            ++report.deleted;
-            journal.forget(place);
-        };
-        return recorded(connection, std::move(transfer), {Change::Kind::remove, where.stored()});
-    }));
+    transfers.add(
+        afterLook(step, transfers, [this, where = plan.pair.remoteAt(step.place), place = step.place] {
+            auto transfer = removal<FileDelete>(connection, where, [this, where] {
+                return connection.files().deleteFile(requestFor<FileDelete>(where));
+            });
+            transfer.succeeded = [this, place] {
+                ++report.deleted;
+                journal.forget(place);
+            };
+            return recorded(connection, std::move(transfer), {Change::Kind::remove, where.stored()});
+        }));
 }
 
 /// From the deepest level up. Empty ones only: what has come into one meanwhile stays.
@@ -505,7 +381,8 @@ void Execution::removeRemoteFolders()
 {
     std::map<std::ptrdiff_t, std::vector<RemotePath>, std::greater<>> levels;
     for (const auto& step : plan.steps)
-        if (step.kind == StepKind::removeFolder) levels[depthOf(step.place)].push_back(remoteAt(step.place));
+        if (step.kind == StepKind::removeFolder)
+            levels[depthOf(step.place)].push_back(plan.pair.remoteAt(step.place));
     for (const auto& [depth, level] : levels) {
         Transfers transfers(connection, out);
         for (const auto& where : level) {

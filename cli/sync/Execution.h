@@ -24,9 +24,6 @@ struct SyncReport {
     std::uint64_t deleted = 0;
 };
 
-/// @throws Failure (conflict) that names what is different on either side now from what the plan was made for
-void requireAsPlanned(Output& out, const Plan& plan, const Side& local, const Side& remote);
-
 /// Does what a plan says, and notes in the journal what is the same then.
 ///
 /// Looks once more before a file of the target is replaced or deleted, and leaves one that has changed meanwhile.
@@ -60,9 +57,7 @@ private:
     void removeLocal(const Step& step);
     void removeRemoteFolders();
     Transfer afterLook(const Step& step, Transfers& transfers, std::function<Transfer()> next);
-    void confirmUploads();
     std::shared_ptr<const DownloadFolder> folderAt(const std::string& place);
-    RemotePath remoteAt(const std::string& place) const;
     std::string shownTarget(const std::string& place) const;
     bool isBelowFailed(const std::string& place) const;
 

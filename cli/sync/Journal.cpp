@@ -4,6 +4,7 @@
 #include "cli/machine/PrivateFile.h"
 #include "cli/machine/SystemError.h"
 #include "cli/machine/UserFolders.h"
+#include "cli/remote/StoredNames.h"
 #include "cli/terminal/Text.h"
 
 #include <chrono>
@@ -37,6 +38,11 @@ json toJson(const std::string& place, const Journal::Entry& entry)
 bool Pair::operator==(const Pair& other) const
 {
     return differenceFrom(other).empty();
+}
+
+RemotePath Pair::remoteAt(const std::string& place) const
+{
+    return place.empty() ? remote : remote.child(encodedName(place));
 }
 
 std::string Pair::differenceFrom(const Pair& other) const

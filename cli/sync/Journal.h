@@ -19,6 +19,8 @@ struct Pair {
     RemotePath remote;           ///< with its bucket
 
     bool operator==(const Pair& other) const;
+    /// The item of the service that is at this place below both folders; empty: the folder itself.
+    RemotePath remoteAt(const std::string& place) const;
     /// "service, user, local folder, remote folder": what of both differs first, with both values; empty: nothing.
     std::string differenceFrom(const Pair& other) const;
 };

@@ -1,7 +1,6 @@
 #include "cli/sync/Planner.h"
 
 #include "cli/remote/FileContent.h"
-#include "cli/remote/StoredNames.h"
 #include "cli/terminal/Output.h"
 #include "cli/transfer/LocalContent.h"
 #include "cli/transfer/Transfers.h"
@@ -162,7 +161,7 @@ private:
 
         auto told = std::make_shared<Digests>();
         Transfer transfer;
-        const auto stored = plan.pair.remote.child(encodedName(question.place));
+        const auto stored = plan.pair.remoteAt(question.place);
         const auto remoteSize = isUp ? question.target.size : question.source ? question.source->size : 0;
         transfer.what = stored.quoted();
         transfer.start = [this, told, here, there, moved, stored, remoteSize,

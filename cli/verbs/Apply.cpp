@@ -1,3 +1,4 @@
+#include "cli/sync/AsPlanned.h"
 #include "cli/sync/SyncSummary.h"
 #include "cli/verbs/Verb.h"
 
