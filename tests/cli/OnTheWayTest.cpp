@@ -216,14 +216,15 @@ TEST_F(OnTheWay, WhatIsNotWhatItShouldBeIsRefused)
 TEST_F(OnTheWay, AChangeWhoseReplyIsLostIsLookedAtAndMadeOnce)
 {
     alice.write("d/x", "x");
-    for (const auto* arguments : {"put f /new", "put --new-version d/x /new", "put -r d/ /d", "mkdir /m",
-                                  "mv /new /moved", "rm -r /d"}) {
-        const auto* struck = arguments[0] == 'r' ? "DELETE " : "PUT ";
+    for (const std::string arguments :
+         {"put f /new", "put --new-version d/x /new", "put -r d/ /d", "mkdir /m", "mv /new /moved",
+          "sync d/ /s", "rm --keep /s/x", "rm -r /d"}) {
+        const auto* struck = arguments == "rm -r /d" ? "DELETE " : "PUT ";
         const auto result = run(arguments, struck, 1, [](const auto&, const auto&) {});
         EXPECT_EQ(result.exitCode, 0) << arguments << ": " << result.err;
     }
     // A heading and two versions.
-    EXPECT_EQ(run("ls / && tarn versions /moved | wc -l").out, "m/\nf\nmoved\n3\n");
+    EXPECT_EQ(run("ls / && tarn versions /moved | wc -l").out, ".tarn-removed/\nm/\ns/\nf\nmoved\n3\n");
 }
 
 } // namespace
