@@ -1,7 +1,7 @@
 # Shared by quickstart and check: says each step, installs what is missing. Sourced, not run.
 
-# step TEXT: announces the next step.
-step() { printf '\n==> %s\n' "$*"; }
+# step TEXT: announces the next step, with the minutes and seconds since the start.
+step() { printf '\n==> %d:%02d %s\n' $((SECONDS / 60)) $((SECONDS % 60)) "$*"; }
 
 # fail TEXT: says what went wrong and what to do, and ends.
 fail() {
