@@ -1,5 +1,6 @@
 #include "cli/CommandLine.h"
 
+#include "cli/HelpFormatter.h"
 #include "cli/terminal/NearestName.h"
 #include "cli/terminal/Text.h"
 #include "cli/terminal/Version.h"
@@ -16,28 +17,31 @@ namespace tarncli {
 
 namespace {
 
-constexpr const char* mainFooter = R"(
-Remote paths: /docs/a.txt is in your own storage, alice:/docs/a.txt in alice's; a.txt in the folder
-that the profile names, if it does.
-Without --endpoint, TARN_ENDPOINT and a profile in ~/.config/tarn/config.toml, tarn uses a local
-store on this machine, which it starts by itself.
+constexpr const char* mainFooter =
+    R"(Remote paths: /docs/a.txt is in your own storage, alice:/docs/a.txt in alice's;
+a.txt in the folder that the profile names, if it does.
+Without --endpoint, TARN_ENDPOINT and a profile in ~/.config/tarn/config.toml,
+tarn uses a local store on this machine, which it starts by itself.
 
 Environment:
   TARN_ENDPOINT          the service, unless --endpoint names one
-  TARN_PROFILE           the profile, unless --profile names one; "local" is the local store
+  TARN_PROFILE           the profile, unless --profile names one; "local" is the
+                         local store
   TARN_USER, TARN_TOKEN  log in for one command; nothing of that is stored
   SSL_CERT_FILE          the authorities to trust, unless --ca-file names them
   https_proxy, http_proxy, all_proxy, no_proxy
-                         the proxy, unless --proxy names one; never for this machine
+                         the proxy, unless --proxy names one; never for this
+                         machine
 
-Exit codes: 0 ok, 2 usage, 3 not found, 4 not logged in, 5 not allowed, 6 exists or conflict,
-7 service unreachable, 8 partly done, 1 anything else, 130 interrupted.
---json: one document on standard output, --json-lines: one for each item of a list; errors as
-{"error": TEXT, "kind": WORD, "code": N} on standard error.
+Exit codes: 0 ok, 2 usage, 3 not found, 4 not logged in, 5 not allowed, 6 exists
+or conflict, 7 service unreachable, 8 partly done, 1 anything else, 130
+interrupted.
+--json: one document on standard output, --json-lines: one for each item of a
+list; errors as {"error": TEXT, "kind": WORD, "code": N} on standard error.
 
 Examples:
   tarn put notes.md /notes.md          store a file
-  tarn put -r photos /                 store a folder and everything in it, as /photos
+  tarn put -r photos /                 store a folder with all in it, as /photos
   tarn get /notes.md .                 fetch it again
   tarn ls -l /                         see what is there
   tarn --endpoint https://files.example.org login alice
@@ -106,6 +110,7 @@ public:
     {
         app.require_subcommand(0, 1); // none shows the help, which the parser would call an error
         app.fallthrough();            // --json and the like may stand behind the verb, too
+        app.formatter(std::make_shared<HelpFormatter>());
         app.footer(mainFooter);
         app.set_version_flag("--version", versionText);
         for (const auto& option : tree.options)
@@ -220,8 +225,9 @@ private:
         auto* added = app.add_subcommand(verb.name, verb.summary);
         if (std::ranges::any_of(verb.takes, [](const auto& each) { return isNamed(each, "-h"); }))
             added->set_help_flag("--help", "Print this help message and exit");
-        if (verb.isHidden) added->group("");
-        added->footer(std::string("\nExamples:\n") + verb.examples);
+        added->group(verb.isHidden ? "" : "Verbs");
+        const std::string notes = verb.notes;
+        added->footer(std::string("Examples:\n") + verb.examples + (notes.empty() ? "" : "\n\n" + notes));
         added->fallthrough();
         for (const auto& option : verb.takes)
             std::visit(Declaration(*added, option), option.target);

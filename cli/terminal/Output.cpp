@@ -1,5 +1,7 @@
 #include "cli/terminal/Output.h"
 
+#include "cli/terminal/TerminalSize.h"
+
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
@@ -34,6 +36,11 @@ Output::Output(Format chosenFormat, Verbosity chosen)
               ? STDERR_FILENO
               : -1)
 {
+}
+
+std::optional<int> Output::columns() const
+{
+    return terminalColumns(STDOUT_FILENO);
 }
 
 void Output::data(std::string_view bytes)

@@ -4,6 +4,7 @@
 #include "cli/terminal/ProgressBar.h"
 
 #include <nlohmann/json_fwd.hpp>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -29,6 +30,9 @@ public:
 
     /// Whether `detail` tells anything.
     bool showsDetails() const { return !isJson() && verbosity == Verbosity::verbose; }
+
+    /// Of the terminal that results go to; nothing: they go elsewhere.
+    std::optional<int> columns() const;
 
     /// Bytes as they are, to standard output. When its reader is gone the program ends as every tool in a
     /// pipe does, by SIGPIPE. @throws Failure when they cannot be written

@@ -2,11 +2,11 @@
 
 #include "cli/terminal/Interrupts.h"
 #include "cli/terminal/Quantities.h"
+#include "cli/terminal/TerminalSize.h"
 #include "cli/terminal/Text.h"
 
 #include <algorithm>
 #include <string_view>
-#include <sys/ioctl.h>
 #include <unistd.h>
 #include <vector>
 
@@ -20,12 +20,6 @@ using Clock = std::chrono::steady_clock;
 constexpr auto drawInterval = 100ms;
 constexpr auto measureInterval = 500ms;
 constexpr int barColumns = 20;
-
-int columnsOf(int fd)
-{
-    winsize size{};
-    return ioctl(fd, TIOCGWINSZ, &size) == 0 && size.ws_col > 0 ? size.ws_col : 80;
-}
 
 void writeTo(int fd, std::string_view text)
 {
@@ -121,7 +115,7 @@ void ProgressBar::update(std::uint64_t bytes, std::uint64_t items)
     progress.bytes = std::min(bytes, progress.totalBytes);
     progress.items = items;
     measureRate(now);
-    writeTo(fd, "\r\033[K" + progressLine(progress, columnsOf(fd) - 1));
+    writeTo(fd, "\r\033[K" + progressLine(progress, terminalColumns(fd).value_or(80) - 1));
     drawn = true;
 }
 

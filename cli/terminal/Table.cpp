@@ -6,6 +6,32 @@
 
 namespace tarncli {
 
+namespace {
+
+/// Where hardly any columns are left for it, it goes on below.
+void appendProse(std::string& line, const std::string& prose, std::optional<int> mostColumns)
+{
+    constexpr int least = 24;
+    int indent = displayWidth(line);
+    if (!mostColumns || indent + displayWidth(prose) <= *mostColumns) {
+        line += prose;
+        return;
+    }
+    const bool isBelow = *mostColumns - indent < least;
+    if (isBelow) {
+        indent = 4;
+        line.erase(line.find_last_not_of(' ') + 1);
+    }
+    const auto margin = "\n" + std::string(static_cast<std::size_t>(indent), ' ');
+    auto separator = isBelow ? margin : "";
+    for (const auto& piece : foldedToWidth(prose, *mostColumns - indent)) {
+        line += separator + piece;
+        separator = margin;
+    }
+}
+
+} // namespace
+
 Table::Table(std::vector<Align> columnAlignment, std::vector<std::string> headings)
     : alignment(std::move(columnAlignment)), headed(!headings.empty())
 {
@@ -28,7 +54,7 @@ std::vector<int> Table::widths() const
     return result;
 }
 
-std::string Table::text() const
+std::string Table::text(std::optional<int> mostColumns) const
 {
     // Headings over nothing would be read as an answer.
     if (rows.size() <= (headed ? 1u : 0u)) return {};
@@ -38,7 +64,10 @@ std::string Table::text() const
         std::string line;
         for (std::size_t i = 0; i < row.size(); ++i) {
             const std::string padding(static_cast<std::size_t>(columns[i] - displayWidth(row[i])), ' ');
-            line += alignment[i] == Align::right ? padding + row[i] : row[i] + padding;
+            if (alignment[i] == Align::prose)
+                appendProse(line, row[i], mostColumns);
+            else
+                line += alignment[i] == Align::right ? padding + row[i] : row[i] + padding;
             line += "  ";
         }
         line.erase(line.find_last_not_of(' ') + 1);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -8,7 +9,11 @@ namespace tarncli {
 /// Rows of text in aligned columns, measured as a terminal shows them. Cells are escaped on the way in.
 class Table {
 public:
-    enum class Align { left, right };
+    enum class Align {
+        left,
+        right,
+        prose, ///< left, and folded where the line would be too long; the last column
+    };
 
     /// One entry per column; a table without headings prints rows only.
     explicit Table(std::vector<Align> columnAlignment, std::vector<std::string> headings = {});
@@ -17,7 +22,8 @@ public:
     void add(std::vector<std::string> cells);
 
     /// One line per row, two spaces between columns, no space at the end of a line; nothing without rows.
-    std::string text() const;
+    /// @param mostColumns  of the terminal; prose is folded to fit into them
+    std::string text(std::optional<int> mostColumns = {}) const;
 
 private:
     std::vector<int> widths() const;

@@ -126,4 +126,18 @@ std::string cutToWidth(std::string_view text, int columns)
     return columns > 0 ? result + "…" : "";
 }
 
+std::vector<std::string> foldedToWidth(std::string_view text, int columns)
+{
+    std::vector<std::string> lines(1);
+    while (!text.empty()) {
+        const auto word = text.substr(0, text.find(' ', 1)); // with the space before it
+        if (!lines.back().empty() && displayWidth(lines.back()) + displayWidth(word) > columns)
+            lines.emplace_back(word.substr(word.find_first_not_of(' ')));
+        else
+            lines.back() += word;
+        text.remove_prefix(word.size());
+    }
+    return lines;
+}
+
 } // namespace tarncli

@@ -2,6 +2,7 @@
 
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace tarncli {
 
@@ -22,5 +23,8 @@ int displayWidth(std::string_view text);
 
 /// The longest start of `text` that takes at most `columns`, marked with an ellipsis when something is left out.
 std::string cutToWidth(std::string_view text, int columns);
+
+/// Lines of at most `columns`, broken at spaces; a word that is longer stands alone. @return one line at least
+std::vector<std::string> foldedToWidth(std::string_view text, int columns);
 
 } // namespace tarncli

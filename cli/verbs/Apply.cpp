@@ -47,10 +47,9 @@ Verb apply()
     const auto options = std::make_shared<Options>();
     return {.name = "apply",
             .summary = "Do what a plan of `tarn sync --plan` says",
-            .examples =
-                "  tarn sync --plan plan.json --delete photos / && tarn apply plan.json\n"
-                "Does exactly that, or nothing: when a file that the plan deals with has changed since on\n"
-                "either side, that is told, and nothing is done.",
+            .examples = "  tarn sync --plan plan.json --delete photos / && tarn apply plan.json",
+            .notes = "Does exactly that, or nothing: when a file that the plan deals with has changed "
+                     "since on either side, that is told, and nothing is done.",
             .takes = {{"FILE", &options->file, "The plan", {.required = true, .words = Words::local}},
                       jobsOption(options->jobs)},
             .run = [options](const Invocation& invocation) { apply(invocation, *options); }};

@@ -205,22 +205,21 @@ namespace verbs {
 Verb check()
 {
     const auto options = std::make_shared<CheckOptions>();
-    return {
-        .name = "check",
-        .summary = "Compare local files with stored ones",
-        .examples =
-            "  tarn check photos /photos\n"
-            "  tarn check notes.md /notes.md\n"
-            "Files count as the same when they have the same SHA-256, which the service tells: nothing\n"
-            "is fetched. \"missing\" is what is here only, \"extra\" what is stored only. Exit code 0 when\n"
-            "there is no difference, 1 when there is one, 8 when not everything could be compared.",
-        .takes = {{"LOCAL", &options->local, "File or folder", {.required = true, .words = Words::local}},
-                  {"REMOTE",
-                   &options->remote,
-                   "What it is compared with",
-                   {.required = true, .words = Words::remote}},
-                  jobsOption(options->jobs)},
-        .run = [options](const Invocation& invocation) { check(invocation, *options); }};
+    return {.name = "check",
+            .summary = "Compare local files with stored ones",
+            .examples = "  tarn check photos /photos\n"
+                        "  tarn check notes.md /notes.md",
+            .notes = "Files count as the same when they have the same SHA-256, which the service tells: "
+                     "nothing is fetched. \"missing\" is what is here only, \"extra\" what is stored only. "
+                     "Exit code 0 when there is no difference, 1 when there is one, 8 when not everything "
+                     "could be compared.",
+            .takes = {{"LOCAL", &options->local, "File or folder", {.required = true, .words = Words::local}},
+                      {"REMOTE",
+                       &options->remote,
+                       "What it is compared with",
+                       {.required = true, .words = Words::remote}},
+                      jobsOption(options->jobs)},
+            .run = [options](const Invocation& invocation) { check(invocation, *options); }};
 }
 
 } // namespace verbs

@@ -186,20 +186,18 @@ private:
 Verb complete()
 {
     const auto words = std::make_shared<std::vector<std::string>>();
-    return {
-        .name = "__complete",
-        .summary = "Tell what may stand at the end of a command line",
-        .examples =
-            "  tarn __complete -- ls /pho\n"
-            "One candidate per line, with its meaning behind a tab; a first line \":files\" asks for the\n"
-            "names of local files as well.",
-        .takes = {{"WORD", words.get(), "What has been typed behind `tarn`", {.required = true}}},
-        .run =
-            [words](const Invocation& invocation) {
-                const auto text = Candidates(invocation, *words).text();
-                invocation.out.result(text, {{"candidates", text}});
-            },
-        .isHidden = true};
+    return {.name = "__complete",
+            .summary = "Tell what may stand at the end of a command line",
+            .examples = "  tarn __complete -- ls /pho",
+            .notes = "One candidate per line, with its meaning behind a tab; a first line \":files\" asks "
+                     "for the names of local files as well.",
+            .takes = {{"WORD", words.get(), "What has been typed behind `tarn`", {.required = true}}},
+            .run =
+                [words](const Invocation& invocation) {
+                    const auto text = Candidates(invocation, *words).text();
+                    invocation.out.result(text, {{"candidates", text}});
+                },
+            .isHidden = true};
 }
 
 } // namespace tarncli::verbs

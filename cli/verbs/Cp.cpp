@@ -132,13 +132,12 @@ Verb cp()
     const auto options = std::make_shared<Options>();
     return {.name = "cp",
             .summary = "Copy files and folders within the service",
-            .examples =
-                "  tarn cp /notes.md /notes-before.md\n"
-                "  tarn cp '/photos/*.jpg' /album/\n"
-                "  tarn cp -r alice:/photos /           the folder: becomes /photos\n"
-                "  tarn cp -r /photos/ /album           its contents: become those of /album\n"
-                "The contents pass through this machine, without being kept here. What is there already\n"
-                "with the same content is left as it is.",
+            .examples = "  tarn cp /notes.md /notes-before.md\n"
+                        "  tarn cp '/photos/*.jpg' /album/\n"
+                        "  tarn cp -r alice:/photos /           the folder: becomes /photos\n"
+                        "  tarn cp -r /photos/ /album           its contents: become those of /album",
+            .notes = "The contents pass through this machine, without being kept here. What is there "
+                     "already with the same content is left as it is.",
             .takes = {{"PLACE",
                        &options->places,
                        "SOURCE... TARGET, all of them remote; wildcards as in '/photos/*.jpg'",

@@ -65,7 +65,8 @@ public:
             const auto failure = explain(std::current_exception());
             if (!firstFailure) fail(current, failure);
         }
-        invocation.out.result(table.text(), {{"service", endpoint}, {"checks", checks}});
+        invocation.out.result(table.text(invocation.out.columns()),
+                              {{"service", endpoint}, {"checks", checks}});
         if (!firstFailure)
             return invocation.out.message(warnings == 0 ? "All is well."
                                                         : "It works; see the warnings above.");
@@ -256,7 +257,7 @@ private:
     const DoctorOptions options;
     std::string endpoint;
     std::string current; ///< the check under way
-    Table table{{Table::Align::left, Table::Align::left, Table::Align::left}};
+    Table table{{Table::Align::left, Table::Align::left, Table::Align::prose}};
     nlohmann::json checks = nlohmann::json::array();
     std::optional<Failure> firstFailure;
     unsigned warnings = 0;
@@ -267,17 +268,16 @@ private:
 Verb doctor()
 {
     const auto options = std::make_shared<DoctorOptions>();
-    return {
-        .name = "doctor",
-        .summary = "Find out what keeps the service from working for you",
-        .examples =
-            "  tarn doctor\n"
-            "  tarn --profile work doctor /docs\n"
-            "It looks up the name, connects, looks at the certificate, the clock and the login, asks for\n"
-            "your rights on PATH and, where you may, stores a small file there and removes it again.",
-        .takes = {{"PATH", &options->path, "Folder to try; default: /", {.words = Words::remote}},
-                  {"--read-only", &options->readOnly, "Do not store a file"}},
-        .run = [options](const Invocation& invocation) { Examination(invocation, *options).run(); }};
+    return {.name = "doctor",
+            .summary = "Find out what keeps the service from working for you",
+            .examples = "  tarn doctor\n"
+                        "  tarn --profile work doctor /docs",
+            .notes = "It looks up the name, connects, looks at the certificate, the clock and the login, "
+                     "asks for your rights on PATH and, where you may, stores a small file there and "
+                     "removes it again.",
+            .takes = {{"PATH", &options->path, "Folder to try; default: /", {.words = Words::remote}},
+                      {"--read-only", &options->readOnly, "Do not store a file"}},
+            .run = [options](const Invocation& invocation) { Examination(invocation, *options).run(); }};
 }
 
 } // namespace tarncli::verbs

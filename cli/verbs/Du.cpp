@@ -114,8 +114,8 @@ Verb du()
     return {.name = "du",
             .summary = "Show how much lies in folders",
             .examples = "  tarn du -s '/photos/*'\n"
-                        "  tarn du -d 1 /\n"
-                        "The sizes are those of the current versions; earlier ones are not counted.",
+                        "  tarn du -d 1 /",
+            .notes = "The sizes are those of the current versions; earlier ones are not counted.",
             .takes = {{"PATH",
                        &options->paths,
                        "Folders and files, wildcards as in '/photos/*'; default: /",

@@ -176,12 +176,10 @@ Verb edit()
     return {.name = "edit",
             .summary = "Change a file in your editor",
             .examples = "  tarn edit /notes.md\n"
-                        "  EDITOR='code --wait' tarn edit /notes.md\n"
-                        "The editor is that of VISUAL or EDITOR, else vi. What it leaves is stored as a new "
-                        "version when it\n"
-                        "differs, and not when somebody else has changed the file meanwhile. A file that is "
-                        "not there is\n"
-                        "made.",
+                        "  EDITOR='code --wait' tarn edit /notes.md",
+            .notes = "The editor is that of VISUAL or EDITOR, else vi. What it leaves is stored as a new "
+                     "version when it differs, and not when somebody else has changed the file meanwhile. "
+                     "A file that is not there is made.",
             .takes = {{"PATH", path.get(), "The file", {.required = true, .words = Words::remote}}},
             .run = [path](const Invocation& invocation) { editFile(invocation, *path); }};
 }

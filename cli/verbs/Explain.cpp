@@ -47,7 +47,7 @@ void explainRights(const Invocation& invocation, const Options& options)
         rights = {rightTo(connection, item)};
     }
     using enum Table::Align;
-    Table table({left, left, left}, {"USER", "MAY", "BECAUSE"});
+    Table table({left, left, prose}, {"USER", "MAY", "BECAUSE"});
     auto documents = json::array();
     for (const auto& [user, may, because, grantId] : rights) {
         table.add({user, may, because});
@@ -55,7 +55,8 @@ void explainRights(const Invocation& invocation, const Options& options)
         if (!grantId.empty()) document["grant"] = grantId;
         documents.push_back(document);
     }
-    invocation.out.result(table.text(), {{"path", item.text()}, {"rights", documents}});
+    invocation.out.result(table.text(invocation.out.columns()),
+                          {{"path", item.text()}, {"rights", documents}});
 }
 
 } // namespace

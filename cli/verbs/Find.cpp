@@ -181,11 +181,11 @@ Verb find()
     return {
         .name = "find",
         .summary = "Find files and folders by name, size, age or type",
-        .examples =
-            "  tarn find /photos --name '*.jpg' --size +10M\n"
-            "  tarn find / --type f --mtime -7d\n"
-            "  tarn find /logs --name '*.log' --mtime +30d --print0 | xargs -0 -r -n 100 tarn rm --\n"
-            "+N is more than N, -N less, N exactly. Options may be written with one dash, as `-name`.",
+        .examples = "  tarn find /photos --name '*.jpg' --size +10M\n"
+                    "  tarn find / --type f --mtime -7d\n"
+                    "  tarn find /logs --name '*.log' --mtime +30d --print0 | xargs -0 -r tarn rm --",
+        .notes = "+N is more than N, -N less, N exactly. Options may be written with one dash, as "
+                 "`-name`.",
         .takes =
             {{"PATH",
               &options->paths,

@@ -182,17 +182,17 @@ Verb get()
     return {
         .name = "get",
         .summary = "Fetch files",
-        .examples =
-            "  tarn get /notes.md .\n"
-            "  tarn get -r /photos .                the folder: becomes ./photos\n"
-            "  tarn get -r /photos/ album           its contents: become those of album\n"
-            "  tarn get '/photos/*.jpg' .           quoted, so that the shell leaves it alone\n"
-            "  tarn get --version 2 /notes.md old.md\n"
-            "  tarn get --continue /disk.img .\n"
-            "  tarn get /backup.sql - | psql app\n"
-            "A target folder that is missing is made for a folder. A file that is there already with the\n"
-            "same content (size, and time or SHA-256) is left as it is, so that a command that was\n"
-            "interrupted can be repeated; one with another content is replaced only with --force.",
+        .examples = "  tarn get /notes.md .\n"
+                    "  tarn get -r /photos .                the folder: becomes ./photos\n"
+                    "  tarn get -r /photos/ album           its contents: become those of album\n"
+                    "  tarn get '/photos/*.jpg' .           quoted, so that the shell leaves it alone\n"
+                    "  tarn get --version 2 /notes.md old.md\n"
+                    "  tarn get --continue /disk.img .\n"
+                    "  tarn get /backup.sql - | psql app",
+        .notes = "A target folder that is missing is made for a folder. A file that is there already "
+                 "with the same content (size, and time or SHA-256) is left as it is, so that a "
+                 "command that was interrupted can be repeated; one with another content is replaced "
+                 "only with --force.",
         .takes =
             {{"PLACE",
               &options->places,

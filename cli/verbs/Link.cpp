@@ -143,30 +143,28 @@ void run(const Invocation& invocation, const Arguments& arguments)
 Verb link()
 {
     const auto given = std::make_shared<Arguments>();
-    return {
-        .name = "link",
-        .summary = "Make, list and revoke links that open a file or folder without logging in",
-        .examples =
-            "  tarn link /photo.jpg\n"
-            "  tarn link --expire 7d /photos\n"
-            "  tarn link --list\n"
-            "  tarn link --revoke /photos\n"
-            "\n"
-            "A link without --expire does not end, and is the same each time. It opens a folder with\n"
-            "all that is in it. Revoked or ended, it answers as one that never was; a new one is another\n"
-            "link. --list shows ids, which open nothing; with --json also the links themselves.",
-        .takes = {{"PATH", &given->path, "File or folder", {.words = Words::remote}},
-                  {"--expire",
-                   &given->expire,
-                   "How long the link works, such as 12h, 7d or 2w; default: for ever",
-                   {.valueName = "TIME"}},
-                  {"--qr", &given->qr, "Draw the link as a QR code, too"},
-                  {"--list", &given->list, "List the links that you have made and that have not ended"},
-                  {"--revoke",
-                   &given->revoked,
-                   "End a link: its URL, its id, or all links to this path",
-                   {.valueName = "LINK", .words = Words::remote}}},
-        .run = [given](const Invocation& invocation) { run(invocation, *given); }};
+    return {.name = "link",
+            .summary = "Make, list and revoke links that open a file or folder without logging in",
+            .examples = "  tarn link /photo.jpg\n"
+                        "  tarn link --expire 7d /photos\n"
+                        "  tarn link --list\n"
+                        "  tarn link --revoke /photos",
+            .notes = "A link without --expire does not end, and is the same each time. It opens a folder "
+                     "with all that is in it. Revoked or ended, it answers as one that never was; a new "
+                     "one is another link. --list shows ids, which open nothing; with --json also the "
+                     "links themselves.",
+            .takes = {{"PATH", &given->path, "File or folder", {.words = Words::remote}},
+                      {"--expire",
+                       &given->expire,
+                       "How long the link works, such as 12h, 7d or 2w; default: for ever",
+                       {.valueName = "TIME"}},
+                      {"--qr", &given->qr, "Draw the link as a QR code, too"},
+                      {"--list", &given->list, "List the links that you have made and that have not ended"},
+                      {"--revoke",
+                       &given->revoked,
+                       "End a link: its URL, its id, or all links to this path",
+                       {.valueName = "LINK", .words = Words::remote}}},
+            .run = [given](const Invocation& invocation) { run(invocation, *given); }};
 }
 
 } // namespace tarncli::verbs

@@ -41,11 +41,10 @@ Verb login()
     return {.name = "login",
             .summary = "Log in for this and later commands",
             .examples = "  tarn --endpoint https://files.example.org login alice\n"
-                        "  pass show tarn | tarn login alice\n"
-                        "The token is that of TARN_TOKEN, or of the profile's token_command, or it is asked "
-                        "for or read from\n"
-                        "standard input. What is typed or read is stored beside the\n"
-                        "session (mode 0600), so that an ended session is renewed without asking.",
+                        "  pass show tarn | tarn login alice",
+            .notes = "The token is that of TARN_TOKEN, or of the profile's token_command, or it is asked "
+                     "for or read from standard input. What is typed or read is stored beside the session "
+                     "(mode 0600), so that an ended session is renewed without asking.",
             .takes = {{"USER", &options->user, "Whose storage to use; default: the profile's user"},
                       {"--no-store-token", &options->noStoreToken, "Store only the session, not the token"}},
             .run = [options](const Invocation& invocation) { logIn(invocation, *options); }};

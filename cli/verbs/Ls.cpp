@@ -199,9 +199,9 @@ Verb ls()
         .examples = "  tarn ls\n"
                     "  tarn ls -l /docs\n"
                     "  tarn ls -lt '/photos/*.jpg'          newest first; quoted for the shell\n"
-                    "  tarn ls alice:/shared\n"
-                    "--json: {path, folders, files} of one path; of several, with wildcards and with -R\n"
-                    "{listings: [{path, folders, files}, ...], failed}.",
+                    "  tarn ls alice:/shared",
+        .notes = "--json: {path, folders, files} of one path; of several, with wildcards and with -R "
+                 "{listings: [{path, folders, files}, ...], failed}.",
         .takes = {{"PATH",
                    &options->paths,
                    "Folders and files, wildcards as in '/photos/*.jpg'; default: /, or the profile's folder",

@@ -83,13 +83,24 @@ std::string synopsis(const Verb& verb)
     return text + "\n";
 }
 
+/// Filled by roff; nothing when there is nothing to tell.
+std::string description(const Verb& verb)
+{
+    const std::string_view notes = verb.notes;
+    if (notes.empty()) return {};
+    std::string text;
+    for (const char c : plain(notes))
+        text += c == '\n' ? "\n.PP\n" : std::string(1, c);
+    return heading("DESCRIPTION") + text + "\n";
+}
+
 std::string pageOf(const Verb& verb)
 {
     const auto page = std::string("tarn-") + verb.name;
     return titleLine(page) + heading("NAME") + plain(page) + " \\- " + plain(verb.summary) + "\n" +
-           heading("SYNOPSIS") + synopsis(verb) + heading("OPTIONS") + optionsText(verb.takes) +
-           "Those of \\fBtarn\\fR(1) can stand behind the verb as well.\n" + heading("EXAMPLES") +
-           literal(verb.examples) + heading("SEE ALSO") + "\\fBtarn\\fR(1)\n";
+           heading("SYNOPSIS") + synopsis(verb) + description(verb) + heading("OPTIONS") +
+           optionsText(verb.takes) + ".PP\nThose of \\fBtarn\\fR(1) can stand behind the verb as well.\n" +
+           heading("EXAMPLES") + literal(verb.examples) + heading("SEE ALSO") + "\\fBtarn\\fR(1)\n";
 }
 
 std::string mainPage(const CommandTree& commands)

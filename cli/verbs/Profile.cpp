@@ -89,34 +89,31 @@ void manageProfiles(const Invocation& invocation, const Options& options)
 Verb profile()
 {
     const auto options = std::make_shared<Options>();
-    return {
-        .name = "profile",
-        .summary = "List the services you have named, name one, or choose the default one",
-        .examples =
-            "  tarn profile list\n"
-            "  tarn profile add work https://files.example.org --user alice\n"
-            "  tarn profile add home https://nas:7070 --ca-file nas.pem --token-command 'pass show tarn'\n"
-            "  tarn profile add photos https://nas:7070 --folder /photos --encode-names\n"
-            "  tarn profile use work\n"
-            "  tarn profile use local\n"
-            "They are in ~/.config/tarn/config.toml, where they can be changed and removed. \"local\" is "
-            "the\n"
-            "local store.",
-        .takes = {{"ACTION",
-                   &options->action,
-                   "list, add or use",
-                   {.required = true, .choices = {"list", "add", "use"}}},
-                  {"NAME", &options->words, "Name, and for add the endpoint", {.most = 2}},
-                  {"--user", &options->user, "For add: whose storage to use", {.valueName = "USER"}},
-                  {"--token-command",
-                   &options->tokenCommand,
-                   "For add: what writes the token to its standard output",
-                   {.valueName = "COMMAND"}},
-                  {"--folder",
-                   &options->folder,
-                   "For add: where remote paths begin that do not begin with '/'",
-                   {.valueName = "PATH"}}},
-        .run = [options](const Invocation& invocation) { manageProfiles(invocation, *options); }};
+    return {.name = "profile",
+            .summary = "List the services you have named, name one, or choose the default one",
+            .examples = "  tarn profile list\n"
+                        "  tarn profile add work https://files.example.org --user alice\n"
+                        "  tarn profile add home https://nas:7070 --token-command 'pass show tarn'\n"
+                        "  tarn profile add photos https://nas:7070 --folder /photos --encode-names\n"
+                        "  tarn profile use work\n"
+                        "  tarn profile use local",
+            .notes = "They are in ~/.config/tarn/config.toml, where they can be changed and removed. "
+                     "\"local\" is the local store.",
+            .takes = {{"ACTION",
+                       &options->action,
+                       "list, add or use",
+                       {.required = true, .choices = {"list", "add", "use"}}},
+                      {"NAME", &options->words, "Name, and for add the endpoint", {.most = 2}},
+                      {"--user", &options->user, "For add: whose storage to use", {.valueName = "USER"}},
+                      {"--token-command",
+                       &options->tokenCommand,
+                       "For add: what writes the token to its standard output",
+                       {.valueName = "COMMAND"}},
+                      {"--folder",
+                       &options->folder,
+                       "For add: where remote paths begin that do not begin with '/'",
+                       {.valueName = "PATH"}}},
+            .run = [options](const Invocation& invocation) { manageProfiles(invocation, *options); }};
 }
 
 } // namespace tarncli::verbs

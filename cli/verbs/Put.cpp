@@ -129,28 +129,27 @@ namespace verbs {
 Verb put()
 {
     const auto options = std::make_shared<PutOptions>();
-    return {
-        .name = "put",
-        .summary = "Store files",
-        .examples =
-            "  tarn put notes.md /notes.md\n"
-            "  tarn put a.txt b.txt /docs/\n"
-            "  tarn put -r photos /                 the folder: becomes /photos\n"
-            "  tarn put -r -j 8 photos/ /album      its contents: become those of /album\n"
-            "  pg_dump app | tarn put - /backup.sql\n"
-            "A target folder that is missing is made for a folder. A file that is there already with the\n"
-            "same content (size and SHA-256) is left as it is, so that a command that was interrupted can\n"
-            "be repeated; one with another content is replaced only when an option says so.",
-        .takes = {{"PLACE",
-                   &options->places,
-                   "LOCAL... REMOTE; LOCAL - is standard input",
-                   {.required = true, .words = Words::localThenRemote}},
-                  {"-r,--recursive", &options->recursive, "Include folders and everything in them"},
-                  {"-f,--force", &options->force, "Replace the content of files that exist"},
-                  {"--new-version", &options->newVersion, "Keep the old content as a version"},
-                  {"--skip-existing", &options->skipExisting, "Leave files that exist as they are"},
-                  jobsOption(options->jobs)},
-        .run = [options](const Invocation& invocation) { store(invocation, *options); }};
+    return {.name = "put",
+            .summary = "Store files",
+            .examples = "  tarn put notes.md /notes.md\n"
+                        "  tarn put a.txt b.txt /docs/\n"
+                        "  tarn put -r photos /                 the folder: becomes /photos\n"
+                        "  tarn put -r -j 8 photos/ /album      its contents: become those of /album\n"
+                        "  pg_dump app | tarn put - /backup.sql",
+            .notes = "A target folder that is missing is made for a folder. A file that is there already "
+                     "with the same content (size and SHA-256) is left as it is, so that a command that "
+                     "was interrupted can be repeated; one with another content is replaced only when an "
+                     "option says so.",
+            .takes = {{"PLACE",
+                       &options->places,
+                       "LOCAL... REMOTE; LOCAL - is standard input",
+                       {.required = true, .words = Words::localThenRemote}},
+                      {"-r,--recursive", &options->recursive, "Include folders and everything in them"},
+                      {"-f,--force", &options->force, "Replace the content of files that exist"},
+                      {"--new-version", &options->newVersion, "Keep the old content as a version"},
+                      {"--skip-existing", &options->skipExisting, "Leave files that exist as they are"},
+                      jobsOption(options->jobs)},
+            .run = [options](const Invocation& invocation) { store(invocation, *options); }};
 }
 
 } // namespace verbs

@@ -100,12 +100,12 @@ Verb replay()
     const auto file = std::make_shared<std::string>();
     return {.name = "replay",
             .summary = "Repeat recorded requests against a service on this machine",
-            .examples =
-                "  tarn --record failed.json put -r photos /     record them when something fails\n"
-                "  tarn --endpoint http://127.0.0.1:7070 replay failed.json\n"
-                "Sends the same methods, paths and sizes in the same order, one after the other, and lists\n"
-                "those whose status is another one. Bodies are zeros. Left out are logins, links, file\n"
-                "handles and what had not finished. The service wants users of the same names.",
+            .examples = "  tarn --record failed.json put -r photos /     record them when something fails\n"
+                        "  tarn --endpoint http://127.0.0.1:7070 replay failed.json",
+            .notes = "Sends the same methods, paths and sizes in the same order, one after the other, and "
+                     "lists those whose status is another one. Bodies are zeros. Left out are logins, "
+                     "links, file handles and what had not finished. The service wants users of the same "
+                     "names.",
             .takes = {{"FILE", file.get(), "Recording", {.required = true, .words = Words::local}}},
             .run = [file](const Invocation& invocation) { repeat(invocation, *file); }};
 }

@@ -74,14 +74,13 @@ Verb rm()
     const auto options = std::make_shared<Options>();
     return {.name = "rm",
             .summary = "Delete files and folders",
-            .examples =
-                "  tarn rm /a.txt\n"
-                "  tarn rm -r /docs\n"
-                "  tarn rm '/photos/*.tmp'              quoted, so that the shell leaves it alone\n"
-                "  tarn rm -r --keep /photos            then, perhaps: tarn undo\n"
-                "What is deleted is gone, with all its versions. With --keep it is moved into the folder\n"
-                "/.tarn-removed instead: it takes space, and whoever may read it still may, until\n"
-                "`tarn rm -r /.tarn-removed` deletes that.",
+            .examples = "  tarn rm /a.txt\n"
+                        "  tarn rm -r /docs\n"
+                        "  tarn rm '/photos/*.tmp'              quoted, so that the shell leaves it alone\n"
+                        "  tarn rm -r --keep /photos            then, perhaps: tarn undo",
+            .notes = "What is deleted is gone, with all its versions. With --keep it is moved into the "
+                     "folder /.tarn-removed instead: it takes space, and whoever may read it still may, "
+                     "until `tarn rm -r /.tarn-removed` deletes that.",
             .takes = {{"PATH",
                        &options->paths,
                        "Files and folders, wildcards as in '/photos/*.tmp'",

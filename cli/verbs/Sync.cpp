@@ -138,52 +138,51 @@ Verb sync()
             options->rules.push_back({pattern, includes});
         };
     };
-    return {
-        .name = "sync",
-        .summary = "Make a folder like another, one of them here and one in the service",
-        .examples =
-            "  tarn sync photos /                   the folder: becomes /photos\n"
-            "  tarn sync photos/ /album             its contents: become those of /album\n"
-            "  tarn sync /album/ copy               from the service\n"
-            "  tarn sync --delete --max-delete 50 photos /\n"
-            "  tarn sync --exclude '*.tmp' --exclude cache/ photos /\n"
-            "  tarn sync --plan plan.json photos /  then: tarn apply plan.json\n"
-            "The path in the service begins with '/'; when both do, write it with its user, as in\n"
-            "alice:/album. What is the same is left alone, without a request for each file. A file of\n"
-            "the target is replaced or deleted only when it is as an earlier run has left it; one that\n"
-            "has changed since, or is different on the first run, is a conflict: it is told, left as it\n"
-            "is, and the exit code is 6, or 8 when others were dealt with.\n"
-            "Patterns, also those in the local folder's .tarnignore (one a line, '#' begins a comment,\n"
-            "'!' includes again): without '/' a name anywhere, with '/' a place below the folder; '/' at\n"
-            "the end for folders only; * ? [..] within a name, ** for any folders. The last that matches\n"
-            "counts, the command line's after those of the file; what is in a folder that is left out\n"
-            "is left out. When the first on the command line is --include, only what is included counts.\n"
-            "Symbolic links are not followed.",
-        .takes = {{"SOURCE",
-                   &options->source,
-                   "Folder; with '/' at the end its contents",
-                   {.required = true, .words = Words::either}},
-                  {"TARGET",
-                   &options->target,
-                   "Where it goes; made when it is missing",
-                   {.required = true, .words = Words::either}},
-                  {"-n,--dry-run", &options->dryRun, "Only tell what would be done"},
-                  {"--plan",
-                   &options->planFile,
-                   "Write what would be done into a file, for `tarn apply`",
-                   {.valueName = "FILE", .words = Words::local}},
-                  {"--delete", &options->removes, "Delete what the target has beyond the source"},
-                  {"--max-delete",
-                   &options->mostRemovals,
-                   "Do nothing at all when more files and folders than that would be deleted",
-                   {.valueName = "N", .most = noLimit, .least = 0}},
-                  {"--exclude", rule(false), "Leave out what matches", {.valueName = "PATTERN"}},
-                  {"--include", rule(true), "Include it all the same", {.valueName = "PATTERN"}},
-                  {"-f,--force", &options->force, "Take the source's file where there is a conflict"},
-                  {"--new-version", &options->newVersions,
-                   "Keep what is replaced in the service as an earlier version"},
-                  jobsOption(options->jobs)},
-        .run = [options](const Invocation& invocation) { synchronise(invocation, *options); }};
+    return {.name = "sync",
+            .summary = "Make a folder like another, one of them here and one in the service",
+            .examples = "  tarn sync photos /                   the folder: becomes /photos\n"
+                        "  tarn sync photos/ /album             its contents: become those of /album\n"
+                        "  tarn sync /album/ copy               from the service\n"
+                        "  tarn sync --delete --max-delete 50 photos /\n"
+                        "  tarn sync --exclude '*.tmp' --exclude cache/ photos /\n"
+                        "  tarn sync --plan plan.json photos /  then: tarn apply plan.json",
+            .notes = "The path in the service begins with '/'; when both do, write it with its user, as in"
+                     " alice:/album. What is the same is left alone, without a request for each file. A "
+                     "file of the target is replaced or deleted only when it is as an earlier run has left"
+                     " it; one that has changed since, or is different on the first run, is a conflict: it"
+                     " is told, left as it is, and the exit code is 6, or 8 when others were dealt with.\n"
+                     "Patterns, also those in the local folder's .tarnignore (one a line, '#' begins a "
+                     "comment, '!' includes again): without '/' a name anywhere, with '/' a place below "
+                     "the folder; '/' at the end for folders only; * ? [..] within a name, ** for any "
+                     "folders. The last that matches counts, the command line's after those of the file; "
+                     "what is in a folder that is left out is left out. When the first on the command line"
+                     " is --include, only what is included counts.\n"
+                     "Symbolic links are not followed.",
+            .takes = {{"SOURCE",
+                       &options->source,
+                       "Folder; with '/' at the end its contents",
+                       {.required = true, .words = Words::either}},
+                      {"TARGET",
+                       &options->target,
+                       "Where it goes; made when it is missing",
+                       {.required = true, .words = Words::either}},
+                      {"-n,--dry-run", &options->dryRun, "Only tell what would be done"},
+                      {"--plan",
+                       &options->planFile,
+                       "Write what would be done into a file, for `tarn apply`",
+                       {.valueName = "FILE", .words = Words::local}},
+                      {"--delete", &options->removes, "Delete what the target has beyond the source"},
+                      {"--max-delete",
+                       &options->mostRemovals,
+                       "Do nothing at all when more files and folders than that would be deleted",
+                       {.valueName = "N", .most = noLimit, .least = 0}},
+                      {"--exclude", rule(false), "Leave out what matches", {.valueName = "PATTERN"}},
+                      {"--include", rule(true), "Include it all the same", {.valueName = "PATTERN"}},
+                      {"-f,--force", &options->force, "Take the source's file where there is a conflict"},
+                      {"--new-version", &options->newVersions,
+                       "Keep what is replaced in the service as an earlier version"},
+                      jobsOption(options->jobs)},
+            .run = [options](const Invocation& invocation) { synchronise(invocation, *options); }};
 }
 
 } // namespace tarncli::verbs

@@ -135,15 +135,15 @@ Verb undo()
     const auto options = std::make_shared<Options>();
     return {.name = "undo",
             .summary = "Take back what the last command did",
-            .examples =
-                "  tarn undo -n                         what it would do\n"
-                "  tarn undo --yes                      without asking\n"
-                "  tarn undo --list                     what can be taken back, the last first\n"
-                "Takes back the last put, cp, mv, rm --keep, mkdir, edit, restore, grant, revoke, sync or\n"
-                "apply of this user on this machine, and the next time the one before. It does nothing when\n"
-                "something is not as the command left it, and says before what nothing keeps: files that\n"
-                "were deleted, and contents that were replaced without --new-version. Versions that were\n"
-                "added stay in the list. A command that was killed can be taken back, too.",
+            .examples = "  tarn undo -n                         what it would do\n"
+                        "  tarn undo --yes                      without asking\n"
+                        "  tarn undo --list                     what can be taken back, the last first",
+            .notes = "Takes back the last put, cp, mv, rm --keep, mkdir, edit, restore, grant, revoke, "
+                     "sync or apply of this user on this machine, and the next time the one before. It "
+                     "does nothing when something is not as the command left it, and says before what "
+                     "nothing keeps: files that were deleted, and contents that were replaced without "
+                     "--new-version. Versions that were added stay in the list. A command that was killed "
+                     "can be taken back, too.",
             .takes = {{"-n,--dry-run", &options->dryRun, "Only tell what would be done"},
                       {"-y,--yes", &options->yes, "Do not ask"},
                       {"--list", &options->list, "List the commands that can be taken back"},

@@ -69,7 +69,8 @@ inline Option jobsOption(unsigned& jobs)
 struct Verb {
     const char* name;
     const char* summary;
-    const char* examples; ///< lines indented by two spaces; then what else the help should tell
+    const char* examples;   ///< one a line, indented by two spaces
+    const char* notes = ""; ///< what else the help should tell; a paragraph a line
     std::vector<Option> takes;
     /// Does the work and writes the result. @throws what explain() turns into a Failure
     std::function<void(const Invocation&)> run;

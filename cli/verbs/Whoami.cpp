@@ -65,10 +65,9 @@ Verb whoami()
 {
     return {.name = "whoami",
             .summary = "Show who you are, on which service, and how that is known",
-            .examples =
-                "  tarn whoami\n"
-                "  tarn --profile work whoami\n"
-                "Nothing is sent: whether the service still accepts the login shows with `tarn ping`.",
+            .examples = "  tarn whoami\n"
+                        "  tarn --profile work whoami",
+            .notes = "Nothing is sent: whether the service still accepts the login shows with `tarn ping`.",
             .takes = {},
             .run = showIdentity};
 }

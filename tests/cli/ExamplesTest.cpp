@@ -89,7 +89,7 @@ TEST(Examples, OfTheHelpRunAsPrintedTwice)
     shell.set("TARN_USER", "me");
     shell.set("EDITOR", "true");
     Tarn me(service.url(), {"me", token});
-    const auto verbs = shell.run("tarn --help | sed -n '/^Subcommands/,/^$/s/^  \\([a-z]*\\).*/\\1/p'").out;
+    const auto verbs = shell.run("tarn --help | sed -n '/^Verbs/,/^$/s/^  \\([a-z]*\\).*/\\1/p'").out;
     std::size_t number = 0;
     for (const auto& verb : linesOf(verbs)) {
         if (number++ % stride != 0) continue;

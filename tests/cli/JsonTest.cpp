@@ -110,7 +110,7 @@ TEST(Json, EveryVerbWritesOneDocumentAsDescribed)
     }
     for (const auto& [verb, example] : documentedExamples())
         EXPECT_TRUE(isLike(documents[verb], example)) << verb << ": " << documents[verb];
-    EXPECT_EQ(shell.run("tarn --help | sed -n '/^Subcommands/,/^$/p' | grep -c '^  [a-z]'").out,
+    EXPECT_EQ(shell.run("tarn --help | sed -n '/^Verbs/,/^$/p' | grep -c '^  [a-z]'").out,
               std::to_string(documentedExamples().size()) + "\n")
         << "verbs, and descriptions of what they write";
     shell.set("TARN_USER", "alice"); // who has logged out

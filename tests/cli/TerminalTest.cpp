@@ -22,13 +22,13 @@ using testing::Not;
 /// A program at a terminal of its own.
 class Terminal {
 public:
-    explicit Terminal(std::vector<std::string> commandLine)
+    explicit Terminal(std::vector<std::string> commandLine, int columns = 100)
     {
         std::vector<char*> arguments;
         for (auto& argument : commandLine)
             arguments.push_back(argument.data());
         arguments.push_back(nullptr);
-        winsize size{24, 100, 0, 0};
+        winsize size{24, static_cast<unsigned short>(columns), 0, 0};
         child = forkpty(&fd, nullptr, nullptr, &size);
         if (child == 0) {
             alarm(120); // outlasts exec: what hangs is ended
@@ -109,6 +109,21 @@ TEST_F(TerminalTest, CtrlCAtThePromptGivesTheEchoBack)
     EXPECT_EQ(terminal.finish(), 0);
     EXPECT_THAT(terminal.shown, HasSubstr("code 130"));
     EXPECT_THAT(terminal.shown, Not(HasSubstr("-echo ")));
+}
+
+TEST_F(TerminalTest, ShowsHelpAndProseAsWideAsItIs)
+{
+    shell.set("TARN_USER", "alice");
+    shell.set("TARN_TOKEN", token);
+    for (const auto& [columns, first] : {std::pair(80, "tarn --help && "), std::pair(40, "")}) {
+        Terminal terminal(shell.commandLine(std::string(first) + "tarn help sync && tarn help find && tarn "
+                                                                 "explain / someone.else && tarn doctor"),
+                          columns);
+        EXPECT_EQ(terminal.finish(), 0) << terminal.shown;
+        std::istringstream lines(terminal.shown);
+        for (std::string line; std::getline(lines, line);) // "\r\n"; examples are to be copied
+            EXPECT_TRUE(static_cast<int>(line.size()) <= columns + 1 || line.starts_with("  tarn ")) << line;
+    }
 }
 
 TEST_F(TerminalTest, ShowsABarWhileItStoresAndTakesItAway)

@@ -181,7 +181,7 @@ TEST(Completion, KnowsVerbsOptionsValuesAndRemotePathsInThreeShells)
         }
     const auto manual = alice.run(
         "mkdir man && tarn man --into man && ls man/tarn-*.1 | wc -l && "
-        "tarn --help | sed -n '/^Subcommands/,/^$/p' | grep -c '^  [a-z]' && grep -c 'tarn.-put' man/tarn.1 "
+        "tarn --help | sed -n '/^Verbs/,/^$/p' | grep -c '^  [a-z]' && grep -c 'tarn.-put' man/tarn.1 "
         "&& for page in man/*; do groff -k -man -Tutf8 -ww $page >shown || exit; done");
     EXPECT_EQ(manual.err, "");
     const auto pages = manual.out.substr(0, manual.out.find('\n'));
