@@ -4,6 +4,7 @@
 
 #include <unistd.h>
 
+#include <set>
 #include <utility>
 
 namespace tarnd {
@@ -16,7 +17,8 @@ constexpr std::chrono::seconds interval{1};
 
 } // namespace
 
-ConnectionWatchdog::ConnectionWatchdog(std::chrono::milliseconds patience, std::function<bool()> answers)
+ConnectionWatchdog::ConnectionWatchdog(std::chrono::milliseconds patience,
+                                       std::function<bool(const ServerAddress&)> answers)
     : patience(patience), answers(std::move(answers)), thread([this] { run(); })
 {
 }
@@ -31,8 +33,8 @@ ConnectionWatchdog::~ConnectionWatchdog()
     thread.join();
 }
 
-ConnectionWatchdog::Watch::Watch(ConnectionWatchdog& watchdog, int socket)
-    : watchdog(watchdog), connection(socket), since(Clock::now())
+ConnectionWatchdog::Watch::Watch(ConnectionWatchdog& watchdog, int socket, const ServerAddress& server)
+    : watchdog(watchdog), connection(socket), server(server), since(Clock::now())
 {
     const std::lock_guard lock(watchdog.mutex);
     place = watchdog.waits.insert(watchdog.waits.end(), this);
@@ -42,6 +44,13 @@ ConnectionWatchdog::Watch::~Watch()
 {
     const std::lock_guard lock(watchdog.mutex);
     watchdog.waits.erase(place);
+}
+
+bool ConnectionWatchdog::fellSilent(const ServerAddress& server, Moment since)
+{
+    const std::lock_guard lock(mutex);
+    const auto found = silences.find(server);
+    return found != silences.end() && found->second >= since;
 }
 
 void ConnectionWatchdog::cutWaits()
@@ -54,26 +63,29 @@ void ConnectionWatchdog::cutWaits()
 void ConnectionWatchdog::run()
 {
     std::unique_lock lock(mutex);
-    Clock::time_point answered;
+    std::map<ServerAddress, Moment> answered;
     while (!ended.wait_for(lock, interval, [this] { return ending; })) {
         const auto overdue = Clock::now() - patience;
-        if (waits.empty() || waits.front()->since > overdue || answered > overdue) continue;
-        lock.unlock();
-        const bool alive = answers();
-        lock.lock();
-        if (alive)
-            answered = Clock::now();
-        else
-            cut(overdue);
+        std::set<ServerAddress> silent;
+        for (const auto* watch : waits)
+            if (watch->since <= overdue && answered[watch->server] <= overdue) silent.insert(watch->server);
+        for (const auto& server : silent) {
+            lock.unlock();
+            const bool alive = answers(server);
+            lock.lock();
+            (alive ? answered : silences)[server] = Clock::now();
+            if (!alive) cut(overdue, &server);
+        }
     }
 }
 
 /// The descriptor stays open, so that its number cannot mean another file; the waiting call sees the end of
 /// the connection and fails.
-void ConnectionWatchdog::cut(Clock::time_point upTo)
+void ConnectionWatchdog::cut(Moment upTo, const ServerAddress* server)
 {
     for (const auto* watch : waits)
-        if (watch->since <= upTo) ::shutdown(watch->connection, SHUT_RDWR);
+        if (watch->since <= upTo && (!server || watch->server == *server))
+            ::shutdown(watch->connection, SHUT_RDWR);
 }
 
 } // namespace tarnd

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <cstdio>
 #include <endian.h>
 
 namespace tarnd {
@@ -33,6 +34,9 @@ constexpr std::int64_t lockOfAll = 1952543342;
 const std::string takeLockOfAll = "SELECT pg_advisory_xact_lock($1)";
 /// Writes of a user go on beside those of others, and not beside a write of all.
 const std::string takeLockOfUser = "SELECT pg_advisory_xact_lock_shared($1), pg_advisory_xact_lock($2)";
+
+/// Of a standby, or of a server that is being replaced.
+constexpr std::string_view readOnlyState = "25006";
 
 /// An argument as the server reads it; of a number eight bytes, the highest first.
 struct Bound {
@@ -88,15 +92,21 @@ const Sentence& sentenceFor(std::string_view state, bool alive)
         {"57014", sentences::busy},           // statement_timeout, or cancelled by the operator
         {"40", sentences::busy},              // deadlock, serialization: not by us alone
         {"42501", sentences::databaseRights}, // insufficient privilege
-        {"25006", sentences::databaseGone},   // a standby, which takes no writes
-        {"53", sentences::databaseGone},      // too many connections, out of memory
-        {"57P", sentences::databaseGone},     // stopping, starting, idle for too long
-        {"08", sentences::databaseGone},      // connection lost
+        {readOnlyState, sentences::databaseGone},
+        {"53", sentences::databaseGone},  // too many connections, out of memory
+        {"57P", sentences::databaseGone}, // stopping, starting, idle for too long
+        {"08", sentences::databaseGone},  // connection lost
     };
     const auto* row = std::find_if(std::begin(rows), std::end(rows),
                                    [&](const Row& each) { return state.starts_with(each.state); });
     if (row != std::end(rows)) return row->sentence;
     return alive ? sentences::internal : sentences::databaseGone;
+}
+
+std::string_view stateOf(const PGresult* result)
+{
+    const char* state = result ? PQresultErrorField(result, PG_DIAG_SQLSTATE) : nullptr;
+    return state ? state : "";
 }
 
 } // namespace
@@ -134,17 +144,27 @@ void PostgresConnection::connect()
 {
     statements.clear();
     underWay.clear();
+    refusesWrites = false;
     connection.reset(PQconnectdb(options.c_str()));
-    require(isAlive());
+    require(isConnected());
+    PQsetNoticeReceiver(connection.get(), heed, this);
     socket = UniqueFd(::dup(PQsocket(connection.get())));
+    server = {PQhost(connection.get()), PQhostaddr(connection.get()), PQport(connection.get())};
     const auto* encoding = PQparameterStatus(connection.get(), "server_encoding");
     if (!encoding || std::string_view(encoding) != "UTF8")
         throw sentences::badDatabaseUrl("the encoding of the database is not UTF8.");
-    const ConnectionWatchdog::Watch watch(watchdog, socket.get());
+    const ConnectionWatchdog::Watch watch(watchdog, socket.get(), server);
     runAlone("SET client_min_messages TO warning");
     runAlone(sessionDefaults);
     runAlone(writing ? writerLevel : readerLevel);
     require(PQenterPipelineMode(connection.get()) == 1);
+    connected = std::chrono::steady_clock::now();
+}
+
+void PostgresConnection::heed(void* connection, const pg_result* notice)
+{
+    static_cast<PostgresConnection*>(connection)->warned = true;
+    std::fputs(PQresultErrorMessage(notice), stderr);
 }
 
 void PostgresConnection::runAlone(const char* sql)
@@ -166,16 +186,22 @@ void PostgresConnection::beginWrite(const WriteScope& scope)
     lock = scope;
 }
 
-/// What is sent with the commit is not sent again when the connection is lost; so a transaction begins before it.
+/// What is sent with the commit is not sent again when the connection is lost; so a transaction begins before it. A
+/// commit that no longer waits for the standby, because an operator cancelled it, succeeds with a warning: it is lost if
+/// the standby takes over.
 void PostgresConnection::commit()
 {
     opening = false;
     if (!inTransaction && waiting.empty()) return; // nothing was asked
     if (!inTransaction) exchange();
+    warned = false;
     add("COMMIT", {});
     const auto result = exchange();
     inTransaction = false;
     if (std::string_view(PQcmdStatus(result.get())) != "COMMIT") throw failure(result.get());
+    if (!warned) return;
+    connection.reset(); // stands for an outcome that is unknown
+    throw sentences::databaseGone.because("PostgreSQL warned of the commit.");
 }
 
 /// The server ends the transaction as soon as it reads this; its answer is read before the next statement.
@@ -224,14 +250,15 @@ void PostgresConnection::addBegin()
     }
 }
 
-/// Sends what waits; returns the answer to the last of it. A restart of the server since the last use shows at the
-/// first statement, which is then sent over a new connection; what was waited for and then cut off would be waited
-/// for again.
+/// Sends what waits; returns the answer to the last of it. That the server has restarted since the last use, or takes
+/// no writes any more, shows at the first statement, which is then sent over a new connection; what was waited for and
+/// then cut off would be waited for again. Where another connection has met silence, this one does not wait for it.
 PostgresConnection::Result PostgresConnection::exchange()
 {
     const bool first = !inTransaction;
     inTransaction = std::exchange(beginning, false) || inTransaction;
     const auto batch = std::exchange(waiting, {});
+    if (first && watchdog.fellSilent(server, connected)) connect();
     const auto started = std::chrono::steady_clock::now();
     try {
         return attempt(batch);
@@ -245,7 +272,7 @@ PostgresConnection::Result PostgresConnection::exchange()
 
 PostgresConnection::Result PostgresConnection::attempt(const std::vector<Statement>& batch)
 {
-    const ConnectionWatchdog::Watch watch(watchdog, socket.get());
+    const ConnectionWatchdog::Watch watch(watchdog, socket.get(), server);
     if (!underWay.empty()) collect(); // the end of the last transaction
     for (const auto& statement : batch)
         send(statement);
@@ -296,6 +323,7 @@ PostgresConnection::Result PostgresConnection::collect()
     const bool whole = end && PQresultStatus(end.get()) == PGRES_PIPELINE_SYNC;
     if (failed || !whole) {
         auto error = failure(failed ? failed.get() : end.get());
+        refusesWrites = stateOf(failed.get()) == readOnlyState;
         if (!whole) connection.reset(); // what else comes could not be told from the answers to come
         throw error;
     }
@@ -312,15 +340,19 @@ void PostgresConnection::require(bool sent)
 
 bool PostgresConnection::isAlive() const
 {
+    return isConnected() && !refusesWrites;
+}
+
+bool PostgresConnection::isConnected() const
+{
     return connection && PQstatus(connection.get()) == CONNECTION_OK;
 }
 
 ServiceError PostgresConnection::failure(const pg_result* result) const
 {
-    const char* state = result ? PQresultErrorField(result, PG_DIAG_SQLSTATE) : nullptr;
+    const std::string code(stateOf(result));
     const std::string said = result ? PQresultErrorMessage(result) : PQerrorMessage(connection.get());
-    const std::string code = state ? state : "";
-    return sentenceFor(code, isAlive()).because("PostgreSQL " + code + ": " + said);
+    return sentenceFor(code, isConnected()).because("PostgreSQL " + code + ": " + said);
 }
 
 } // namespace tarnd

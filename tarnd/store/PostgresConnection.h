@@ -17,7 +17,8 @@ namespace tarnd {
 /// a transaction and what was left for later travels with them, and the end of one that was only read is not
 /// waited for.
 ///
-/// A connection that was lost between two transactions is made anew.
+/// A connection that was lost between two transactions, or that leads to a server which takes no writes any more, is
+/// made anew: to whichever of the servers in the options takes writes now.
 class PostgresConnection : public SqlConnection {
 public:
     /// @param options libpq's "key=value key=value"
@@ -34,7 +35,7 @@ public:
 
     bool isInTransaction() const override { return inTransaction; }
 
-    bool mayHaveCommitted() const override { return !isAlive(); }
+    bool mayHaveCommitted() const override { return !isConnected(); }
 
 private:
     struct Close {
@@ -49,7 +50,10 @@ private:
 
     struct Statement;
 
+    static void heed(void* connection, const pg_result* notice);
+
     void connect();
+    bool isConnected() const;
     void runAlone(const char* sql);
     void add(const std::string& sql, std::span<const SqlValue> args);
     void addBegin();
@@ -64,7 +68,9 @@ private:
     const bool writing;
     ConnectionWatchdog& watchdog;
     std::unique_ptr<pg_conn, Close> connection;
-    UniqueFd socket; ///< a duplicate: libpq closes its own when a call fails
+    UniqueFd socket;      ///< a duplicate: libpq closes its own when a call fails
+    ServerAddress server; ///< what it leads to
+    ConnectionWatchdog::Moment connected;
     std::unordered_map<std::string, std::string> statements; ///< names of the prepared ones, by their text
     std::size_t prepared = 0;          ///< since the process began, which names the next one
     std::vector<Statement> waiting;    ///< to be sent with the next call that waits for the server
@@ -72,6 +78,8 @@ private:
     bool opening = false;              ///< a transaction begins with the next statement
     bool beginning = false;            ///< what begins it is waiting
     bool inTransaction = false;        ///< the server has begun it
+    bool refusesWrites = false;        ///< the server has said so, and another may take them
+    bool warned = false;               ///< by the server, since the commit was sent
     std::optional<WriteScope> lock;    ///< to be taken when it begins
 };
 

@@ -17,11 +17,17 @@ namespace tarnd {
 namespace {
 
 /// A URL may say otherwise. A server that is gone is noticed while a client still waits for its reply: by the
-/// kernel when nothing acknowledges, by the watchdog when something does.
+/// kernel when nothing acknowledges, by the watchdog when something does. Of several servers only the one that takes
+/// writes will do, for reading, too: a standby may be behind.
 const std::map<std::string, std::string> connectionDefaults = {
-    {"application_name", "tarnd"}, {"client_encoding", "UTF8"},  {"connect_timeout", "5"},  // seconds
-    {"keepalives_idle", "10"},     {"keepalives_interval", "5"}, {"keepalives_count", "3"}, // seconds, times
-    {"tcp_user_timeout", "10000"},                                                          // milliseconds
+    {"application_name", "tarnd"},
+    {"client_encoding", "UTF8"},
+    {"connect_timeout", "5"}, // seconds
+    {"keepalives_idle", "10"},
+    {"keepalives_interval", "5"},
+    {"keepalives_count", "3"},     // seconds, times
+    {"tcp_user_timeout", "10000"}, // milliseconds
+    {"target_session_attrs", "read-write"},
 };
 
 /// How long a statement goes unanswered before the watchdog asks whether the server is there at all.
@@ -30,6 +36,7 @@ constexpr std::chrono::seconds patience{4};
 bool isPort(const std::string& text)
 {
     unsigned port = 0;
+    if (text.empty()) return true; // of several servers one has the usual port
     return Poco::NumberParser::tryParseUnsigned(text, port) && port > 0 && port < 65536;
 }
 
@@ -72,7 +79,7 @@ class PostgresDialect : public Dialect {
 public:
     explicit PostgresDialect(const std::string& url)
         : connection(connectionString(url))
-        , watchdog(patience, [this] { return PQping(connection.c_str()) == PQPING_OK; })
+        , watchdog(patience, [this](const ServerAddress& server) { return answers(server); })
     {
     }
 
@@ -114,6 +121,16 @@ public:
     std::string selfCheck() const override { return {}; }
 
 private:
+    /// What comes later overrides what the connection string says, save where it is empty.
+    bool answers(const ServerAddress& server) const
+    {
+        const auto& [host, address, port] = server;
+        const char* const keys[] = {"dbname", "host", "hostaddr", "port", "target_session_attrs", nullptr};
+        const char* const values[] = {connection.c_str(), host.c_str(), address.c_str(),
+                                      port.c_str(),       "any",        nullptr};
+        return PQpingParams(keys, values, 1) == PQPING_OK;
+    }
+
     std::string connection;
     ConnectionWatchdog watchdog;
 };

@@ -62,7 +62,7 @@ public:
         execute(sql, args, {});
     }
 
-    /// False once the server has gone away from this connection.
+    /// False once the server has gone away from this connection, or takes no writes any more.
     virtual bool isAlive() const = 0;
 
     /// Whether a commit that has just failed may be found to have happened by the next start.

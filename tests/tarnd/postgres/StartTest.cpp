@@ -86,6 +86,7 @@ TEST_F(Start, TellsWhatIsWrongInItsOwnWords)
         {"postgresql://h/n?no_such_key=1", 2, form},
         {"postgresql://u:secret@h/%zz", 2, form},
         {url("user=nobody"), 1, "tarnd: The database cannot be opened."},
+        {"postgresql://nobody@127.0.0.1:1,127.0.0.1/n", 1, "tarnd: The database cannot be opened."},
         {asRole, 1, "tarnd: The database grants too little"},
     };
     for (const auto& [url, exitCode, sentence] : cases) {
