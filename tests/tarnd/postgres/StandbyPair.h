@@ -34,7 +34,7 @@ public:
             const std::string script = TARN_SOURCE_DIR "/scripts/postgres-server";
             std::vector<std::string> command = {script, folder};
             if (!primaryPort.empty()) command.push_back(primaryPort);
-            const auto started = runCommand(command);
+            const auto started = runCommand(command, std::chrono::seconds(200));
             if (started.exitCode != 0) throw std::runtime_error("postgres-server: " + started.err);
             port = started.out.substr(0, started.out.find('\n'));
             std::ifstream notes(folder / "data/postmaster.pid");
