@@ -10,6 +10,11 @@ set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/bin)
 set(CMAKE_LIBRARY_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/lib)
 # An installed program finds the libraries beside it, wherever the prefix is.
 set(CMAKE_INSTALL_RPATH "$ORIGIN/../${CMAKE_INSTALL_LIBDIR}")
+# So does a built one. CMake would leave an empty entry in its list of folders, for which the loader takes the current
+# one, and with it any library that lies there.
+if(NOT CMAKE_SKIP_INSTALL_RPATH AND CMAKE_INSTALL_LIBDIR STREQUAL "lib")
+  set(CMAKE_BUILD_WITH_INSTALL_RPATH ON)
+endif()
 
 find_program(TARN_CCACHE ccache)
 if(TARN_CCACHE)

@@ -109,7 +109,8 @@ constexpr Row rows[] = {
      0, "/photos/rel\n2024/\nb.JPG\nrel\nö.txt\n8\n"},
     // Words people try
     {"tarn upload a /b 2>&1 | grep -o 'tarn put'", 0, "tarn put\n"},
-    {"tarn version && tarn help cp | head -n 1", 0,
+    // With a file that is no library, but is called as one
+    {"touch libcurl.so.4 && tarn version && rm libcurl.so.4 && tarn help cp | head -n 1", 0,
      "tarn 0.1.0\nCopy files and folders within the service\n"},
     {"tarn help nope", 2, ""},
 };
