@@ -66,6 +66,8 @@ void Downloader::leaveWhatIsHere()
 {
     Comparisons comparisons(connection, out);
     for (auto& download : downloads) {
+        if (download.folder->isNew())
+            continue; // what has come into it since is found when its name is wanted
         const auto here = download.folder->find(download.name);
         if (!here || here->size() != download.size) continue;
         download.isLeft = true; // until it is known to differ

@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <utility>
 
 namespace tarncli {
 
@@ -22,6 +23,13 @@ void requireName(const std::string& name)
         name.find('\0') != std::string::npos)
         throw Failure(ExitCode::failure, "The service named an item \"" + escaped(name) +
                                              "\", which cannot be the name of a file here.");
+}
+
+bool isTaken(const FileDescriptor& folder, const std::string& name)
+{
+    struct stat status {};
+
+    return ::fstatat(folder.get(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0;
 }
 
 } // namespace
@@ -69,10 +77,7 @@ std::shared_ptr<const DownloadFolder> DownloadFolder::makeChild(const std::strin
 bool DownloadFolder::contains(const std::string& name) const
 {
     requireName(name);
-
-    struct stat status {};
-
-    return ::fstatat(descriptor().get(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0;
+    return isTaken(descriptor(), name);
 }
 
 std::optional<LocalContent> DownloadFolder::find(const std::string& name) const
@@ -81,7 +86,9 @@ std::optional<LocalContent> DownloadFolder::find(const std::string& name) const
         requireName(name);
         constexpr int flags = O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK;
         const auto here = descriptor();
-        return LocalContent::ofOpened(FileDescriptor(::openat(here.get(), name.c_str(), flags)), shown(name));
+        FileDescriptor file(::openat(here.get(), name.c_str(), flags));
+        if (!file) return {}; // as nearly always; an exception would cost more than the file
+        return LocalContent::ofOpened(std::move(file), shown(name));
     } catch (const Failure&) { // whoever writes it in its turn is told why that cannot be
         return {};
     }
@@ -90,11 +97,12 @@ std::optional<LocalContent> DownloadFolder::find(const std::string& name) const
 std::shared_ptr<IncomingFile> DownloadFolder::receive(const std::string& name, Overwrite overwrite,
                                                       Unfinished unfinished, const MovedBytes& moved) const
 {
-    if (contains(name) && overwrite == Overwrite::refuse)
-        throw Failure(ExitCode::conflict,
-                      escaped(shown(name)) + " exists already; use --force to replace it.");
+    requireName(name);
     auto here = descriptor();
     if (!here) throwErrno("Could not open the folder", path);
+    if (overwrite == Overwrite::refuse && isTaken(here, name))
+        throw Failure(ExitCode::conflict,
+                      escaped(shown(name)) + " exists already; use --force to replace it.");
     return std::make_shared<IncomingFile>(std::move(here), name, path / name, unfinished, moved);
 }
 
