@@ -48,11 +48,12 @@ std::string shown(std::vector<Row> rows, const Options& options)
     sort(rows, options);
     Table table(options.longFormat ? std::vector{right, left, left} : std::vector{left});
     for (const auto& row : rows) {
-        const auto size = options.bytes ? std::to_string(row.size) : humanSize(row.size);
-        if (options.longFormat)
-            table.add({row.isFolder ? "-" : size, humanTime(row.lastModified), row.name});
-        else
+        if (!options.longFormat) {
             table.add({row.name});
+            continue;
+        }
+        const auto size = options.bytes ? std::to_string(row.size) : humanSize(row.size);
+        table.add({row.isFolder ? "-" : size, humanTime(row.lastModified), row.name});
     }
     return table.text();
 }
