@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <malloc.h>
 #include <string_view>
 
 namespace {
@@ -55,7 +56,9 @@ int run(const Command& command)
 
 int main(int argc, char** argv)
 {
-    // First: threads inherit the signals that are blocked here.
+    // One heap for all threads: each further one grows page by page, with a call of the kernel for every page.
+    mallopt(M_ARENA_MAX, 1);
+    // Before anything else: threads inherit the signals that are blocked here.
     handleInterrupts();
     Command command;
     try {
