@@ -15,6 +15,16 @@ namespace tarnd {
 
 namespace {
 
+/// @param size  of the body in bytes
+std::string headOf(const Reply& reply, std::uint64_t size, AfterReply after)
+{
+    auto head = "HTTP/1.1 " + std::to_string(reply.status) + ' ' + MHD_get_reason_phrase_for(reply.status) +
+                "\r\nContent-Length: " + std::to_string(size) + "\r\n";
+    for (const auto& [name, value] : headersOf(reply, after))
+        head.append(name).append(": ").append(value).append("\r\n");
+    return head + "\r\n";
+}
+
 bool sendAll(int fd, std::string_view bytes)
 {
     constexpr int patience = 1000; // milliseconds
@@ -32,10 +42,7 @@ bool sendAll(int fd, std::string_view bytes)
 
 void answerDirectly(int fd, const Reply& reply)
 {
-    const auto text = "HTTP/1.1 " + std::to_string(reply.status) + ' ' +
-                      MHD_get_reason_phrase_for(reply.status) +
-                      "\r\nConnection: close\r\nContent-Type: " + reply.contentType +
-                      "\r\nContent-Length: " + std::to_string(reply.text.size()) + "\r\n\r\n" + reply.text;
+    const auto text = headOf(reply, reply.text.size(), AfterReply::close) + reply.text;
     ::send(fd, text.data(), text.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
 }
 
@@ -61,12 +68,7 @@ void answerInPart(int fd, const Reply& reply, std::uint64_t most)
 {
     if (reply.source) return; // how much there is of it nobody knows
     const auto size = reply.file ? reply.fileSize : reply.text.size();
-    auto head = "HTTP/1.1 " + std::to_string(reply.status) + ' ' + MHD_get_reason_phrase_for(reply.status) +
-                "\r\nContent-Type: " + reply.contentType + "\r\nContent-Length: " + std::to_string(size) +
-                "\r\n";
-    for (const auto& [name, value] : reply.headers)
-        head.append(name).append(": ").append(value).append("\r\n");
-    if (!sendAll(fd, head + "\r\n")) return;
+    if (!sendAll(fd, headOf(reply, size, AfterReply::keep))) return;
     most = std::min<std::uint64_t>(most, size);
     if (!reply.file) {
         sendAll(fd, std::string_view(reply.text).substr(0, most));

@@ -49,16 +49,10 @@ MHD_Result queue(MHD_Connection* connection, const ResponsePtr& response, const 
                  AfterReply after)
 {
     if (!response) return MHD_NO;
-    const auto add = [&](const char* name, const std::string& value) {
-        return MHD_add_response_header(response.get(), name, value.c_str()) == MHD_YES;
-    };
-    bool complete = add(MHD_HTTP_HEADER_CONTENT_TYPE, reply.contentType) &&
-                    add(MHD_HTTP_HEADER_CACHE_CONTROL, "no-store") &&
-                    add("X-Content-Type-Options", "nosniff") &&
-                    (after == AfterReply::keep || add(MHD_HTTP_HEADER_CONNECTION, "close"));
-    for (const auto& [name, value] : reply.headers)
-        complete = complete && add(name.c_str(), value);
-    return complete ? MHD_queue_response(connection, reply.status, response.get()) : MHD_NO;
+    for (const auto& [name, value] : headersOf(reply, after)) {
+        if (MHD_add_response_header(response.get(), name.c_str(), value.c_str()) != MHD_YES) return MHD_NO;
+    }
+    return MHD_queue_response(connection, reply.status, response.get());
 }
 
 } // namespace

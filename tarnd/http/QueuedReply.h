@@ -7,9 +7,6 @@
 
 namespace tarnd {
 
-/// What becomes of the connection.
-enum class AfterReply { keep, close };
-
 /// Hands a whole reply, or one with a file, to the server library, which sends it.
 /// @return what the library's handler is to return
 MHD_Result queueReply(MHD_Connection* connection, Reply reply, AfterReply after);

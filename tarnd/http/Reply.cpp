@@ -15,6 +15,18 @@ Reply xml(unsigned status, XmlWriter& document)
 
 } // namespace
 
+std::vector<std::pair<std::string, std::string>> headersOf(const Reply& reply, AfterReply after)
+{
+    std::vector<std::pair<std::string, std::string>> headers = {
+        {"Content-Type", reply.contentType},
+        {"Cache-Control", "no-store"},
+        {"X-Content-Type-Options", "nosniff"},
+    };
+    if (after == AfterReply::close) headers.emplace_back("Connection", "close");
+    headers.insert(headers.end(), reply.headers.begin(), reply.headers.end());
+    return headers;
+}
+
 Reply xmlReply(XmlWriter&& document)
 {
     return xml(200, document);

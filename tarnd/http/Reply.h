@@ -36,6 +36,12 @@ struct Reply {
     std::vector<std::pair<std::string, std::string>> headers;
 };
 
+/// What becomes of the connection.
+enum class AfterReply { keep, close };
+
+/// The headers that go out with it, but for the length: what every reply carries, and its own.
+std::vector<std::pair<std::string, std::string>> headersOf(const Reply& reply, AfterReply after);
+
 /// Success: 200 with the document.
 Reply xmlReply(XmlWriter&& document);
 

@@ -157,7 +157,9 @@ TEST_F(Framing, GivesTheReasonToAClientThatSendsALargeBodyUnasked)
                                          std::string(static_cast<std::size_t>(size), 'x'));
         Wire wire(service.port());
         EXPECT_EQ(wire.send(request), isRead);
-        EXPECT_EQ(outcomeOf(wire.receive().value()), "409 The file already exists.");
+        auto reply = wire.receive().value();
+        EXPECT_EQ(outcomeOf(reply), "409 The file already exists.");
+        EXPECT_EQ(reply.headers["cache-control"], "no-store");
     }
     Wire endless(service.port());
     endless.send(putHead("Transfer-Encoding: chunked\r\n"));
