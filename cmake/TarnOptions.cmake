@@ -7,12 +7,12 @@ set(CMAKE_CXX_VISIBILITY_PRESET hidden)
 set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
 set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
 set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/bin)
-set(CMAKE_LIBRARY_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/lib)
+set(CMAKE_LIBRARY_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/${CMAKE_INSTALL_LIBDIR})
 # An installed program finds the libraries beside it, wherever the prefix is.
 set(CMAKE_INSTALL_RPATH "$ORIGIN/../${CMAKE_INSTALL_LIBDIR}")
-# So does a built one. CMake would leave an empty entry in its list of folders, for which the loader takes the current
-# one, and with it any library that lies there.
-if(NOT CMAKE_SKIP_INSTALL_RPATH AND CMAKE_INSTALL_LIBDIR STREQUAL "lib")
+# So does a built one, whose folders are laid out alike. CMake would leave an empty entry in its list of folders, for
+# which the loader takes the current one, and with it any library that lies there.
+if(NOT CMAKE_SKIP_INSTALL_RPATH)
   set(CMAKE_BUILD_WITH_INSTALL_RPATH ON)
 endif()
 
@@ -33,7 +33,7 @@ target_compile_options(tarn_warnings INTERFACE
   $<$<CXX_COMPILER_ID:GNU>:-Wshadow=local;-Wno-restrict>
   # Optimising, it sees impossible lengths and copies out of bounds, too, where texts are joined with "+": its bugs
   # 105329 and 105651.
-  $<$<AND:$<CXX_COMPILER_ID:GNU>,$<NOT:$<CONFIG:Debug>>>:-Wno-stringop-overflow;-Wno-array-bounds>
+  $<$<AND:$<CXX_COMPILER_ID:GNU>,$<NOT:$<CONFIG:Debug>>>:-Wno-stringop-overflow;-Wno-stringop-overread;-Wno-array-bounds>
   # g++ does not count these among conversions.
   $<$<CXX_COMPILER_ID:Clang>:-Wno-sign-conversion>
   $<$<BOOL:${TARN_WERROR}>:-Werror>)

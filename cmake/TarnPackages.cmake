@@ -16,7 +16,7 @@ set(CPACK_DEBIAN_ENABLE_COMPONENT_DEPENDS OFF) # written out below, with version
 
 # What the programs are linked with is found by looking at them; our own libraries are not packages yet.
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
-set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${PROJECT_BINARY_DIR}/lib)
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${CMAKE_LIBRARY_OUTPUT_DIRECTORY})
 
 set(CPACK_DEBIAN_LIBTARN_PACKAGE_NAME libtarn0)
 set(CPACK_DEBIAN_LIBTARN_PACKAGE_SECTION libs)
