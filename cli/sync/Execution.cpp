@@ -142,7 +142,7 @@ void Execution::makeRemoteFolders()
                 ++report.transfers.notStarted;
                 continue;
             }
-            transfers.add(newFolder(
+            transfers.add(folderTransfer(
                 connection, plan.pair.remoteAt(place), [this](bool) { ++report.folders; },
                 [this, place](const std::exception_ptr&) { failedFolders.insert(place); }));
         }

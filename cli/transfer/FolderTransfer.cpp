@@ -8,9 +8,9 @@ namespace tarncli {
 using namespace connector::tarn;
 using connector::Future;
 
-Transfer newFolder(Connection& connection, const RemotePath& folder,
-                   std::function<void(bool isNew)> succeeded,
-                   std::function<void(const std::exception_ptr&)> failed)
+Transfer folderTransfer(Connection& connection, const RemotePath& folder,
+                        std::function<void(bool isNew)> succeeded,
+                        std::function<void(const std::exception_ptr&)> failed)
 {
     auto wasThere = std::make_shared<bool>(false);
     Transfer transfer;

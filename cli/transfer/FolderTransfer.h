@@ -12,7 +12,7 @@ namespace tarncli {
 /// @pre the parent is there
 /// @param succeeded  is told whether it was new
 /// @param failed  as Transfer::failed
-Transfer newFolder(
+Transfer folderTransfer(
     Connection& connection, const RemotePath& folder, std::function<void(bool isNew)> succeeded,
     std::function<void(const std::exception_ptr&)> failed = [](const std::exception_ptr&) {});
 

@@ -155,13 +155,14 @@ void Uploader::makeFolders(Folders& folders)
 
 void Uploader::addFolder(Transfers& transfers, Folders& folders, const std::string& below)
 {
-    transfers.add(newFolder(connection, join(folders.target, below), [this, &folders, below](bool isNew) {
-        folders.usable.insert(below);
-        if (isNew)
-            ++report.folders;
-        else
-            folders.merged.insert(below);
-    }));
+    transfers.add(
+        folderTransfer(connection, join(folders.target, below), [this, &folders, below](bool isNew) {
+            folders.usable.insert(below);
+            if (isNew)
+                ++report.folders;
+            else
+                folders.merged.insert(below);
+        }));
 }
 
 /// What a folder holds that was there before tells which files exist.
