@@ -5,6 +5,7 @@
 
 #include <fstream>
 #include <gmock/gmock.h>
+#include <regex>
 #include <sstream>
 
 namespace tarncli::test {
@@ -120,22 +121,63 @@ TEST(Examples, OfTheHelpRunAsPrintedTwice)
     }
 }
 
+/// Commands that stand within a line, but for those with a word to fill in, for verbs that are only named, and for what
+/// asks at a terminal.
+void addInline(const std::string& line, std::vector<std::string>& commands)
+{
+    static const std::regex code("`([^`]+)`");
+    static const std::regex command("(.*[|(] ?)?tarn .*");
+    static const std::regex gap(".*\\b(FILE|VERB)\\b.*|tarn (sync|profile add|undo)");
+    for (std::sregex_iterator each(line.begin(), line.end(), code), end; each != end; ++each)
+        if (const auto text = each->str(1); std::regex_match(text, command) && !std::regex_match(text, gap))
+            commands.push_back(text);
+}
+
 TEST(Examples, OfTheReadmeRunAsPrintedTwice)
 {
     std::ifstream in(TARN_SOURCE_DIR "/README.md");
-    std::vector<std::string> lines;
-    bool isShell = false;
+    std::vector<std::string> block;
+    std::vector<std::string> inLines;
+    std::string language;
     for (std::string line; std::getline(in, line);) {
-        if (line.starts_with("```")) isShell = line == "```sh";
-        if (isShell && line.starts_with("tarn ")) lines.push_back(line);
+        if (line.starts_with("```")) {
+            language = language.empty() ? line : "";
+        } else if (language.empty()) {
+            addInline(line, inLines);
+        } else if (language == "```sh" && line.starts_with("tarn ")) {
+            block.push_back(line);
+        }
     }
-    EXPECT_GT(lines.size(), 10u);
+    EXPECT_GT(block.size(), 10u);
+    EXPECT_GT(inLines.size(), 5u);
     Shell shell;
     shell.run(here);
     for (const bool isFirst : {true, false})
-        for (const auto& line : lines) {
+        for (const auto& line : block) {
             const auto result = shell.run("bash -c \"$1\"", {line});
             EXPECT_EQ(result.exitCode, 0) << line << (isFirst ? "" : ", again") << '\n' << result.err;
+        }
+
+    // These are about a service of a team, with an account on it.
+    TarndProcess service;
+    service.start();
+    shell.set("ALICE", service.addUser("alice"));
+    service.addUser("bob");
+    shell.set("URL", service.url());
+    ASSERT_EQ(shell
+                  .run("tarn profile add work $URL --user alice && tarn profile use work && "
+                       "echo $ALICE | tarn login && tarn mkdir /photos /2024")
+                  .exitCode,
+              0);
+    for (const bool isFirst : {true, false})
+        for (auto line : inLines) {
+            SCOPED_TRACE(line + (isFirst ? "" : ", again"));
+            const std::string host = "https://files.example.org";
+            if (const auto at = line.find(host); at != std::string::npos)
+                line.replace(at, host.size(), service.url());
+            const auto result = shell.run("export PATH=$PWD/bin:$PATH; echo $ALICE | bash -c \"$1\"", {line});
+            const bool isStored = line.starts_with("pg_dump") && !isFirst;
+            EXPECT_EQ(result.exitCode, isStored ? 6 : 0) << result.err;
         }
 }
 

@@ -5,6 +5,8 @@
 #include <fstream>
 #include <gmock/gmock.h>
 #include <nlohmann/json.hpp>
+#include <numeric>
+#include <set>
 
 namespace tarncli::test {
 namespace {
@@ -125,6 +127,16 @@ TEST(Json, EveryVerbWritesOneDocumentAsDescribed)
     }
     EXPECT_EQ(shell.run("tarn --json-lines ls /d").out,
               shell.run("tarn --json-lines find /d | tail -n +2").out);
+    shell.run("tarn put b /d/only && tarn put rec '/d/a*b'");
+    const auto compared = json::parse(shell.run("tarn --json check . /d").out, nullptr, false);
+    std::set<std::string> lines;
+    for (const auto* verdict : {"missing", "extra", "different"}) {
+        EXPECT_FALSE(compared[verdict].empty()) << verdict;
+        for (const auto& path : compared[verdict])
+            lines.insert(json{{"difference", verdict}, {"path", path}}.dump() + "\n");
+    }
+    EXPECT_EQ(shell.run("tarn --json-lines check . /d | sort").out,
+              std::accumulate(lines.begin(), lines.end(), std::string()));
     EXPECT_EQ(documents["ls"]["files"][0]["size"], 2);
     EXPECT_EQ(documents["cat"]["files"][0]["content"], "/wA=");
     EXPECT_EQ(documents["versions"]["versions"][0]["label"], 1);
