@@ -19,6 +19,7 @@ namespace connector::tarn {
 using ReplyDocument = Poco::AutoPtr<Poco::XML::Document>;
 
 /// The document in `text`, as Poco's DOM parser reads it with its default settings; to be released on this thread.
+/// Elements are told apart by `nodeName()`: where a reply has neither attributes nor namespaces, `localName()` is empty.
 /// @throws TarnError "TARN error: " followed by the whole text, of which no more than `limits.bytes`, when
 ///         it is not well-formed XML or passes a limit
 TARN_API ReplyDocument parseXml(std::string_view text, const ReplyLimits& limits = {});

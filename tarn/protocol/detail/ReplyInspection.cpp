@@ -136,18 +136,18 @@ private:
 
 } // namespace
 
-std::optional<std::size_t> namesIn(std::string_view text, const ReplyLimits& limits)
+std::optional<ReplyShape> shapeOf(std::string_view text, const ReplyLimits& limits)
 {
     // The parser takes an int for the length.
     if (text.size() > limits.bytes || text.size() > std::numeric_limits<int>::max()) return std::nullopt;
-    if (auto names = namesInPlain(text, limits)) return names;
+    if (const auto names = namesInPlain(text, limits)) return ReplyShape{*names, true};
     const Parser parser(XML_ParserCreateNS(nullptr, '\t'), &XML_ParserFree);
     if (!parser) return std::nullopt;
     Inspection inspection(parser.get(), limits); // a limit passed stops the parser, which is then an error
     if (XML_Parse(parser.get(), text.data(), static_cast<int>(text.size()), XML_TRUE) != XML_STATUS_OK) {
         return std::nullopt;
     }
-    return inspection.countedNames();
+    return ReplyShape{inspection.countedNames(), false};
 }
 
 } // namespace connector::tarn::detail
