@@ -178,7 +178,7 @@ Future<Reply> Router::send(std::unique_ptr<Message>&& message, Address&& to)
     Errand errand{self, std::move(found.provider), std::move(message), std::move(to),
                   std::move(found.onward)};
     Future<Reply> answer;
-    if (found.delivery == Delivery::direct && pool->isCurrent()) {
+    if (found.delivery == Delivery::atOnce || (found.delivery == Delivery::direct && pool->isCurrent())) {
         answer = errand.run();
         if (!answer.isReady()) return answer;
     }

@@ -17,6 +17,8 @@ enum class Delivery {
     queued, ///< as a job of its own, whoever sends it
     direct, ///< within `send`, where that is called on a delivery thread; otherwise queued. For a provider that
             ///< neither waits nor calls what its sender may hold a lock against
+    atOnce, ///< within `send`, whichever thread calls that. For a provider that, besides, never calls what is not
+            ///< its own, such as a subscriber, before its future is settled
 };
 
 /// Carries messages to the providers registered under their addresses.
@@ -44,9 +46,9 @@ public:
     /// fails as `send` says. The second call does nothing.
     void close() noexcept;
 
-    /// Delivers `message` on a delivery thread and passes the provider's reply on.
+    /// Delivers `message` on a delivery thread, or as its provider was registered, and passes the provider's reply on.
     ///
-    /// The future is resolved on the thread that resolves the provider's. What a direct provider answers at once
+    /// The future is resolved on the thread that resolves the provider's. What is answered within this call
     /// is passed on by a job, so that whoever sends again on every outcome does not fill its stack. It fails with
     /// what the provider threw or replied; before `send` returns with std::runtime_error `No service is
     /// registered at "<address>".`; with TransportError, phase shutdown, "The host has been shut down." once

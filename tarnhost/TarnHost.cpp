@@ -79,10 +79,10 @@ struct TarnHost::Parts {
     explicit Parts(const Options& options);
 
     template <class Provider>
-    void add(const Address& address, const std::string& endpoint)
+    void add(const Address& address, const std::string& endpoint, Delivery delivery = Delivery::atOnce)
     {
         router->registerProvider(address, std::make_shared<Provider>(configuration, endpoint),
-                                 Addresses::http(), Delivery::direct);
+                                 Addresses::http(), delivery);
     }
 
     std::shared_ptr<DeliveryThreads> threads;
@@ -112,12 +112,13 @@ TarnHost::Parts::Parts(const Options& options)
     , publicLinks(std::make_shared<tarn::PublicLinksClient>(session, router, Addresses::publicLinks()))
 {
     const std::string endpoint = checkedEndpoint(options.endpoint);
-    router->registerProvider(Addresses::http(), http, Address(), Delivery::direct);
+    router->registerProvider(Addresses::http(), http, Address(), Delivery::atOnce);
     add<tarn::TarnSessionClientServiceProvider>(Addresses::session(), endpoint);
     add<tarn::FileAccessClientServiceProvider>(Addresses::fileAccess(), endpoint);
     add<tarn::AccessControlClientServiceProvider>(Addresses::accessControl(), endpoint);
     add<tarn::VersioningClientServiceProvider>(Addresses::versioning(), endpoint);
-    add<tarn::FileTransferClientServiceProvider>(Addresses::fileTransfer(), endpoint);
+    // Its continuation calls the application's subscriber.
+    add<tarn::FileTransferClientServiceProvider>(Addresses::fileTransfer(), endpoint, Delivery::direct);
     add<tarn::PublicLinksClientServiceProvider>(Addresses::publicLinks(), endpoint);
     if (!options.http.observers.empty()) watch.emplace(earsOf(threads, options.http.observers));
 }

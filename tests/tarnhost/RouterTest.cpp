@@ -9,6 +9,8 @@
 #include <gtest/gtest.h>
 
 #include <functional>
+#include <future>
+#include <thread>
 
 namespace connector::host::test {
 namespace {
@@ -124,6 +126,26 @@ TEST_F(RouterTest, DeliversDirectlyAndStillFillsNoStack)
     fromOutside = false;
     threads->post([&] { again(makeReadyFuture(Reply())); });
     bounded(over.getFuture());
+}
+
+TEST_F(RouterTest, DeliversAtOnceOnTheThreadOfTheSenderAndSettlesOnItsOwn)
+{
+    const auto sender = std::this_thread::get_id();
+    auto echo = std::make_shared<FunctionProvider>([&](Reply&& message, auto&&, auto&&) -> Future<Reply> {
+        EXPECT_EQ(std::this_thread::get_id(), sender);
+        if (static_cast<Note&>(*message).number == 0) throw std::out_of_range("boom");
+        return makeReadyFuture(std::move(message));
+    });
+    router->registerProvider(Address("echo"), echo, Address(), Delivery::atOnce);
+    for (const int number : {0, 1}) {
+        std::promise<void> attached; // before that no thread is free to settle anything
+        const auto wait = attached.get_future().share();
+        for (int thread = 0; thread < 2; ++thread)
+            threads->post([wait] { wait.wait(); });
+        auto settled = send("echo", number).then([&](Future<Reply>&&) { EXPECT_TRUE(threads->isCurrent()); });
+        attached.set_value();
+        bounded(std::move(settled));
+    }
 }
 
 TEST_F(RouterTest, FailsWhatCannotBeDelivered)
