@@ -16,7 +16,7 @@ ROWS = {
     "removal": service.removal,
     "postgres": database.over_postgres,
     "distant": database.distant_database,
-    "two-processes": database.two_processes,
+    "processes": database.several_processes,
     "numbers": sizes.numbers_of_files,
     "sizes": sizes.sizes_of_a_file,
 }

@@ -12,7 +12,8 @@ from harness.service import (add_users, load_command, load_options, load_result,
 
 CONNECTIONS = 16
 USERS = [f"user{number}" for number in range(CONNECTIONS)]  # writes of one user wait for each other
-_EACH_WAY = 500  # microseconds: a round trip takes one millisecond longer
+_NEAR = 500  # microseconds each way: a round trip takes one millisecond longer
+_FAR = 2500  # so far that waiting, and not the processor, is what takes the time
 
 
 @contextlib.contextmanager
@@ -30,10 +31,10 @@ def postgres(bench):
 
 
 @contextlib.contextmanager
-def delayed(bench, database):
+def delayed(bench, database, each_way=_NEAR):
     """@return the URL of the same database, further away"""
     parts = urllib.parse.urlsplit(database)
-    command = [bench.program("delay_proxy"), str(parts.port), str(_EACH_WAY)]
+    command = [bench.program("delay_proxy"), str(parts.port), str(each_way)]
     with Process(*command, stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True) as proxy:
         port = proxy.first_line()
         yield parts._replace(netloc=f"{parts.username}@127.0.0.1:{port}").geturl()
@@ -76,18 +77,20 @@ def _read_prefix(stored):
     return f"/read-{stored.process.popen.pid}-"
 
 
-def two_processes(bench: Bench):
-    """Sixteen writers at one tarnd, and as many at each of two over the same database. It is further away, or all
+def several_processes(bench: Bench):
+    """Sixteen writers at one tarnd, and as many at each of several over the same database. It is far away, or all
     would only wait for the processor that they share here."""
-    with bench.memory_folder() as folder, postgres(bench) as database, delayed(bench, database) as distant:
+    with bench.memory_folder() as folder, postgres(bench) as database, contextlib.ExitStack() as stack:
+        distant = stack.enter_context(delayed(bench, database, _FAR))
         tokens = add_users(bench, folder, USERS, database)
-        with running(bench, folder, tokens, distant) as first, running(bench, folder, tokens, distant) as second:
-            both, alone = bench.in_turns(lambda: _uploads_at_both(bench, first, second),
-                                         lambda: uploads(bench, first, CONNECTIONS)[0])
-            yield _line("two tarnd over PostgreSQL, writers of 16 users", "one tarnd", 1.7, both, alone)
+        services = [stack.enter_context(running(bench, folder, tokens, distant)) for _ in range(4)]
+        for word, count, aim in (("two", 2, 1.7), ("four", 4, 2.5)):
+            together, alone = bench.in_turns(lambda used=services[:count]: _uploads_at_all(bench, used),
+                                             lambda: uploads(bench, services[0], CONNECTIONS)[0])
+            yield _line(f"{word} tarnd over PostgreSQL, writers of 16 users", "one tarnd", aim, together, alone)
 
 
-def _uploads_at_both(bench, *services):
+def _uploads_at_all(bench, services):
     """@return uploads a second of all of them together"""
     loads = []
     with contextlib.ExitStack() as stack:
