@@ -138,9 +138,7 @@ void HttpTransfer::setBodySource()
 
 std::unique_ptr<EasyHandle> HttpTransfer::releaseHandle()
 {
-    if (!isStreamed()) return std::move(easy);
-    easy.reset(); // with buffers of another size, and seldom: a stream is long
-    return nullptr;
+    return std::move(easy);
 }
 
 int HttpTransfer::onBeforeSend(void* self, char*, char*, int, int)
@@ -241,8 +239,8 @@ void HttpTransfer::deliverHead()
     auto response = std::make_unique<http::HttpStreamedResponse>(reply->status(), incoming->publish(),
                                                                  std::move(headers));
     headGiven = true;
-    threads->post(HeadDelivery(std::move(promise), std::move(response), std::move(typeText), options, target,
-                               mayHaveHappened()));
+    threads->post(HeadDelivery(std::move(promise), std::move(response), incoming, std::move(typeText),
+                               options, target, mayHaveHappened()));
 }
 
 std::size_t HttpTransfer::onBody(char* bytes, std::size_t unit, std::size_t count, void* self)
@@ -307,6 +305,12 @@ void HttpTransfer::giveUp()
 std::size_t HttpTransfer::take(void (IncomingReply::*step)(std::string_view), std::string_view bytes)
 {
     return guarded([&] { ((*reply).*step)(bytes); }) ? bytes.size() : CURL_WRITEFUNC_ERROR;
+}
+
+/// The stream tells how it has ended, and nothing here is anybody else's.
+bool HttpTransfer::isLeftToItsStream() const
+{
+    return headGiven && !outgoing && !report && !call;
 }
 
 /// On the wire, while `uploaded` runs ahead by what libcurl holds.
@@ -455,6 +459,7 @@ std::string HttpTransfer::failureText() const
 
 void HttpTransfer::settleLater(std::unique_ptr<HttpTransfer> transfer, DeliveryThreads& threads)
 {
+    if (transfer->isLeftToItsStream()) return transfer->settle();
     const auto report = transfer->report.get();
     auto settling = [finished = std::move(transfer)] { finished->settle(); };
     report ? report->order().post(std::move(settling)) : threads.post(std::move(settling));

@@ -121,7 +121,7 @@ public:
     /// continuation.
     void settle();
 
-    /// Has it settled on a delivery thread, after all that is told of it before.
+    /// Has it settled on a delivery thread, after all that is told of it before; at once where nobody is to be told.
     static void settleLater(std::unique_ptr<HttpTransfer> transfer, DeliveryThreads& threads);
 
 private:
@@ -132,6 +132,7 @@ private:
     bool mayHaveHappened() const;
     std::uint64_t bytesOut() const;
     bool isSent() const;
+    bool isLeftToItsStream() const;
     std::string reasonOf(CURLcode outcome) const;
     std::string doing() const;
     TransferProgress progress() const;

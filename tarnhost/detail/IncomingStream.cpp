@@ -89,6 +89,23 @@ http::BodyPublisher IncomingStream::publish()
     return body;
 }
 
+IncomingStream::Introduction::Introduction(IncomingStream& of) : stream(of)
+{
+    std::lock_guard lock(stream.mutex);
+    stream.scheduled = true;
+    stream.introducer = std::this_thread::get_id();
+}
+
+IncomingStream::Introduction::~Introduction()
+{
+    {
+        std::lock_guard lock(stream.mutex);
+        if (stream.introducer != std::this_thread::get_id()) return; // a task has taken over
+        stream.introducer = {};
+    }
+    stream.deliverOne();
+}
+
 bool IncomingStream::accept(std::string_view bytes)
 {
     std::lock_guard lock(mutex);
@@ -193,8 +210,11 @@ bool IncomingStream::hasSignal() const
 
 void IncomingStream::schedule(Lock lock)
 {
-    if (scheduled || !hasSignal()) return;
+    const bool isIntroducedElsewhere =
+        introducer != std::thread::id() && introducer != std::this_thread::get_id();
+    if ((scheduled && !isIntroducedElsewhere) || !hasSignal()) return;
     scheduled = true;
+    introducer = {};
     lock.unlock();
     threads->post(Delivery(shared_from_this()));
 }
@@ -212,6 +232,10 @@ void IncomingStream::deliverOne()
     }
     deliverItem(std::move(lock));
     Lock again(mutex);
+    if (items.empty() && hasSignal()) {
+        deliverEnd(std::move(again));
+        return;
+    }
     scheduled = false;
     schedule(std::move(again));
 }

@@ -11,6 +11,7 @@
 #include <memory>
 #include <mutex>
 #include <string_view>
+#include <thread>
 
 namespace connector::host {
 class DeliveryThreads;
@@ -23,7 +24,8 @@ namespace connector::host::detail {
 /// The I/O thread puts bytes in until the queue is full, and then leaves the socket alone until it is called again.
 /// A task on the delivery threads takes one item out and gives it to the subscriber; there is never more than one
 /// task of a stream, which keeps the items in order, and each brings one item only, so that many streams share one
-/// thread evenly. The subscriber is called without the lock.
+/// thread evenly; the end comes with the last item, and the first item with the head. So a short body needs no change
+/// of threads of its own. The subscriber is called without the lock.
 class IncomingStream : public reactive_streams::Subscription,
                        public std::enable_shared_from_this<IncomingStream> {
 public:
@@ -34,6 +36,15 @@ public:
 
     /// The publisher for the response, once. The stream lives until it has ended, as `live` sees to.
     http::BodyPublisher publish();
+
+    /// For whom hands out the head: the stream's task, which brings the first item when `give` has returned. An item
+    /// that another thread waits for meanwhile is brought by a task of its own.
+    template <class Give>
+    void introduce(Give give)
+    {
+        const Introduction turn(*this);
+        give();
+    }
 
     // For the I/O thread.
 
@@ -63,6 +74,16 @@ private:
     using Lock = std::unique_lock<std::mutex>;
     struct Delivery;
 
+    /// The turn of the thread that hands out the head.
+    struct Introduction {
+        explicit Introduction(IncomingStream& of);
+        Introduction(const Introduction&) = delete;
+        Introduction& operator=(const Introduction&) = delete;
+        ~Introduction();
+
+        IncomingStream& stream;
+    };
+
     bool hasSignal() const;
     void schedule(Lock lock);
     void deliverOne();
@@ -81,7 +102,8 @@ private:
     std::shared_ptr<Subscriber> subscriber;
     std::exception_ptr failure;
     bool subscribed = false;
-    bool scheduled = false; ///< a task is posted or running
+    bool scheduled = false;     ///< a task is posted or running
+    std::thread::id introducer; ///< whose turn it is while the head is handed out
     bool closed = false;
     bool cancelled = false; ///< or ended: nothing more is signalled
     bool refused = false;   ///< `accept` waits for room

@@ -45,9 +45,10 @@ void OutgoingStream::follow(http::BodyPublisher publisher)
     }
     Lock lock(mutex);
     subscribing = false;
-    if (!failure) return schedule(std::move(lock));
+    const bool isMyTurn = !failure && takeTurn();
     lock.unlock();
-    onError(failure);
+    if (failure) onError(failure);
+    if (isMyTurn) step();
 }
 
 void OutgoingStream::onSubscribe(std::weak_ptr<reactive_streams::Subscription> offered)
@@ -162,11 +163,18 @@ bool OutgoingStream::hasDone() const
     return (ended || stopped) && source;
 }
 
-void OutgoingStream::schedule(Lock lock)
+/// @pre locked @return whether there is something to do that nobody does
+bool OutgoingStream::takeTurn()
 {
     // A publisher without a lock takes one call at a time: what is wanted meanwhile is asked for when it has returned.
-    if (subscribing || scheduled || !(wantsItem() || hasDone())) return;
+    if (subscribing || scheduled || !(wantsItem() || hasDone())) return false;
     scheduled = true;
+    return true;
+}
+
+void OutgoingStream::schedule(Lock lock)
+{
+    if (!takeTurn()) return;
     lock.unlock();
     threads->post([self = shared_from_this()] {
         const DeliveryScope scope("asking for an item of a streamed request");
@@ -174,15 +182,28 @@ void OutgoingStream::schedule(Lock lock)
     });
 }
 
-/// One item at a time, so that many streams share one thread evenly.
+/// One item at a time, so that many streams share one thread evenly; what is left after the last takes no turn.
 void OutgoingStream::step()
+{
+    callPublisher();
+    Lock lock(mutex);
+    if (hasDone()) {
+        lock.unlock();
+        callPublisher();
+        lock.lock();
+    }
+    scheduled = false;
+    schedule(std::move(lock));
+}
+
+void OutgoingStream::callPublisher()
 {
     Lock lock(mutex);
     const bool last = hasDone();
     const bool first = wantsItem();
     asked = asked || first;
-    // Released here and not within the publisher's own signal, in which it could not wait for its thread.
-    auto publisher = last ? std::exchange(source, nullptr) : source;
+    // Both released here, without the lock: within its own signal a publisher could not wait for its thread.
+    const auto publisher = last ? std::exchange(source, nullptr) : source;
     const auto asking = subscription.lock();
     const bool stop = last && !ended;
     lock.unlock();
@@ -193,10 +214,6 @@ void OutgoingStream::step()
     } catch (...) {
         onError(std::current_exception());
     }
-    publisher.reset();
-    lock.lock();
-    scheduled = false;
-    schedule(std::move(lock));
 }
 
 void OutgoingStream::fail(Lock lock, std::exception_ptr error)

@@ -66,8 +66,10 @@ private:
 
     bool wantsItem() const;
     bool hasDone() const;
+    bool takeTurn();
     void schedule(Lock lock);
     void step();
+    void callPublisher();
     void fail(Lock lock, std::exception_ptr error);
     void callLoop(Lock lock);
 

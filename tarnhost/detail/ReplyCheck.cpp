@@ -21,11 +21,13 @@ std::exception_ptr faultOf(const ReceivedReply& reply, const HttpOptions& option
 }
 
 HeadDelivery::HeadDelivery(Promise<std::unique_ptr<Message>> given,
-                           std::unique_ptr<http::HttpStreamedResponse> arrived, std::string type,
+                           std::unique_ptr<http::HttpStreamedResponse> arrived,
+                           std::shared_ptr<IncomingStream> body, std::string type,
                            std::shared_ptr<const HttpOptions> httpOptions, UrlParts origin,
                            bool mayHaveHappened)
     : promise(std::move(given))
     , response(std::move(arrived))
+    , stream(std::move(body))
     , contentType(std::move(type))
     , options(std::move(httpOptions))
     , target(std::move(origin))
@@ -46,7 +48,7 @@ void HeadDelivery::operator()()
         taken.reset(); // nobody has subscribed to its body, which is cancelled by that
         promise.setException(std::move(error));
     } else {
-        promise.setValue(std::move(taken));
+        stream->introduce([&] { promise.setValue(std::move(taken)); });
     }
 }
 

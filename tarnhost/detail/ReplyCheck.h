@@ -3,6 +3,7 @@
 #include "tarn/foundation/Promise.h"
 #include "tarn/foundation/platform/HttpStreamedResponse.h"
 #include "tarnhost/HttpOptions.h"
+#include "tarnhost/detail/IncomingStream.h"
 #include "tarnhost/detail/UrlParts.h"
 
 #include <exception>
@@ -22,8 +23,8 @@ std::exception_ptr faultOf(const ReceivedReply& reply, const HttpOptions& option
 class HeadDelivery {
 public:
     HeadDelivery(Promise<std::unique_ptr<Message>> given, std::unique_ptr<http::HttpStreamedResponse> arrived,
-                 std::string type, std::shared_ptr<const HttpOptions> httpOptions, UrlParts origin,
-                 bool mayHaveHappened);
+                 std::shared_ptr<IncomingStream> body, std::string type,
+                 std::shared_ptr<const HttpOptions> httpOptions, UrlParts origin, bool mayHaveHappened);
     HeadDelivery(HeadDelivery&&) = default;
     HeadDelivery& operator=(HeadDelivery&&) = delete;
     ~HeadDelivery();
@@ -33,6 +34,7 @@ public:
 private:
     Promise<std::unique_ptr<Message>> promise;
     std::unique_ptr<http::HttpStreamedResponse> response; ///< null: settled, or moved from
+    std::shared_ptr<IncomingStream> stream;
     std::string contentType;
     std::shared_ptr<const HttpOptions> options;
     UrlParts target;

@@ -281,6 +281,26 @@ TEST(StreamedTransfer, IsEndedByTheEndOfItsHost)
     EXPECT_EQ(consumer->errors, 1);
 }
 
+TEST(StreamedTransfer, BringsAnItemToAnotherThreadWhileTheHeadIsStillBeingHandedOut)
+{
+    ScriptedHttpServer server([](ScriptedHttpServer::Connection& connection) {
+        if (connection.readHead()) connection.send(headOf(5) + "hello");
+    });
+    HttpClientUnderTest under;
+    const auto consumer = std::make_shared<Consumer>();
+    auto request = std::make_unique<http::HttpStreamedRequest>(server.url(), "get", nullptr);
+    request->replyBody = http::ReplyBody::content;
+    auto handled = under.send(std::move(request)).then([&](Future<HttpClientUnderTest::Response>&& reply) {
+        std::thread reader([&, body = reply.get()->body] {
+            body->subscribe(consumer);
+            consumer->request(1);
+        });
+        EXPECT_TRUE(eventually([&] { return consumer->bytes == 5 && consumer->ends == 1; }));
+        reader.join();
+    });
+    bounded(std::move(handled));
+}
+
 TEST(StreamedTransfer, FreesTheConnectionOfABodyThatNobodyReads)
 {
     std::atomic<int> freed = 0;
