@@ -101,6 +101,7 @@ void applyLimits(const ServeOptions& options, Site& site)
     site.userRate.setLimit(options.userRequestRate);
     site.addressTransfers.setLimit(options.addressTransfers);
     site.userTransfers.setLimit(options.userTransfers);
+    site.store.sessions().setLimits(options.sessions);
     site.maxFileSize = options.maxFileSize;
 }
 

@@ -34,6 +34,7 @@ struct ServeOptions {
     unsigned userRequestRate = 0;  ///< the same for a user
     unsigned addressTransfers = 0; ///< uploads and downloads of an address at a time
     unsigned userTransfers = 0;    ///< the same for a user
+    SessionLimits sessions;
     std::uint64_t maxFileSize = std::numeric_limits<std::int64_t>::max(); ///< bytes of one upload
 };
 

@@ -149,7 +149,7 @@ void addServeOptions(CLI::App& command, ServeOptions& options)
              "Uploads and downloads of one address at a time");
     addLimit("--user-transfers", options.userTransfers, "Uploads and downloads of one user at a time");
     command
-        .add_option("--user-sessions", options.store.sessionsPerUser,
+        .add_option("--user-sessions", options.sessions.perUser,
                     "Sessions of one user; a further login ends the one that was idle for the longest")
         ->check(isFrom(1, 1'000'000))
         ->type_name("N")

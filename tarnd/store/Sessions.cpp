@@ -32,7 +32,7 @@ std::string Sessions::login(const std::string& token)
         transaction.run(
             R"(DELETE FROM sessions WHERE account = $1 AND id NOT IN (
                    SELECT id FROM sessions WHERE account = $2 ORDER BY used DESC, id LIMIT $3))",
-            account.id, account.id, mostPerUser);
+            account.id, account.id, limits.load().perUser);
     });
     return id;
 }

@@ -3,6 +3,7 @@
 #include "tarnd/store/Accounts.h"
 #include "tarnd/store/Caller.h"
 
+#include <atomic>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -11,14 +12,23 @@ namespace tarnd {
 
 class Transaction;
 
+/// How many may be alive at a time.
+struct SessionLimits {
+    /// More than one person's devices and scripts take, few enough that a loop of logins fills no disk.
+    std::uint32_t perUser = 100;
+};
+
 /// Logins. A session id is 192 random bits as hex, stored hashed and in the database, so that several processes
 /// share it; it dies after its idle life. All calls block on the database and may run on any thread.
 class Sessions {
 public:
-    Sessions(Engine engine, Accounts& accounts, std::uint32_t idleMinutes, std::uint32_t perUser)
-        : engine(std::move(engine)), accounts(accounts), minutesIdle(idleMinutes), mostPerUser(perUser)
+    Sessions(Engine engine, Accounts& accounts, std::uint32_t idleMinutes)
+        : engine(std::move(engine)), accounts(accounts), minutesIdle(idleMinutes)
     {
     }
+
+    /// Holds from the next login on.
+    void setLimits(SessionLimits most) { limits = most; }
 
     /// Opens a session for the account the token belongs to and returns its id. One more than a user may have ends
     /// the one that was idle for the longest.
@@ -60,7 +70,7 @@ private:
     Engine engine;
     Accounts& accounts;
     std::uint32_t minutesIdle;
-    std::uint32_t mostPerUser;
+    std::atomic<SessionLimits> limits = SessionLimits{};
 };
 
 /// Keeps the session of a request that takes long from dying of idleness.

@@ -75,7 +75,7 @@ struct Store::Parts {
         , room(directory.path(), options.keepFree)
         , contents(contentsFor(options, room))
         , engine{database, *contents, options.clock}
-        , sessions(engine, accounts, options.sessionIdleMinutes, options.sessionsPerUser)
+        , sessions(engine, accounts, options.sessionIdleMinutes)
     {
         // Nothing is removed before it is certain that contents and database belong together.
         prepare(database, directory.path());

@@ -22,7 +22,7 @@ protected:
     std::string start(const std::string& folder, WriteListener listener = {})
     {
         try {
-            Store store({root / folder, url(), {}, 30, 100, 0, 4, systemTime, std::move(listener)},
+            Store store({root / folder, url(), {}, 30, 0, 4, systemTime, std::move(listener)},
                         Purpose::serve);
             return {};
         } catch (const ServiceError& error) {
@@ -59,7 +59,7 @@ TEST_F(Start, NoRowNamesAContentThatIsGone)
                 if (entry.is_regular_file()) fs::remove(entry);
     };
     {
-        Store store({root / "a", url(), {}, 30, 100, 0, 4, systemTime, removeContents}, Purpose::serve);
+        Store store({root / "a", url(), {}, 30, 0, 4, systemTime, removeContents}, Purpose::serve);
         const auto alice = store.sessions().touch(store.sessions().login(store.accounts().add("alice")));
         EXPECT_THROW(store.catalog().put(alice, {ItemPath::fromText("/f"), ""}, {}, 0)->commit(),
                      ServiceError);
