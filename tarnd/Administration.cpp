@@ -75,10 +75,11 @@ void Administration::addSession(CLI::App& app)
 {
     auto* group = app.add_subcommand("session", "See and end logins; works beside a running service");
     group->require_subcommand(1);
-    add(group, "list", "Print id, user and last use of all sessions", [](Store& opened) {
+    add(group, "list", "Print id, user, last use and address of all sessions", [](Store& opened) {
         for (const auto& session : opened.sessions().list())
-            std::printf("%s %-24s %s\n", session.id.c_str(), session.user.c_str(),
-                        timeText(session.used).c_str());
+            std::printf("%s %-24s %s %s\n", session.id.c_str(), session.user.c_str(),
+                        timeText(session.used).c_str(),
+                        session.address.empty() ? "-" : session.address.c_str());
     });
     auto* end = add(group, "end", "End a session, or all of a user", [this](Store& opened) {
         user.empty() ? opened.sessions().end(name) : opened.sessions().endAllOf(user);

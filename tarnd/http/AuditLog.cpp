@@ -25,13 +25,12 @@ std::string readable(std::string_view tail)
 
 } // namespace
 
-void AuditLog::add(std::string_view event, const std::string& requestId, const Client& client,
-                   const Call& call, unsigned status)
+void AuditLog::add(std::string_view event, const std::string& requestId, const Call& call, unsigned status)
 {
     if (!file) return;
-    nlohmann::ordered_json line = {{"time", utcNow()},         {"request", requestId},
-                                   {"event", event},           {"user", call.caller.user},
-                                   {"address", client.text()}, {"status", status}};
+    nlohmann::ordered_json line = {
+        {"time", utcNow()},         {"request", requestId},          {"event", event},
+        {"user", call.caller.user}, {"address", call.client.text()}, {"status", status}};
     if (!call.tail.empty()) line["item"] = readable(call.tail);
     for (const auto name : tellingParameters)
         if (call.request.query().has(name)) line[std::string(name)] = call.request.query().text(name);

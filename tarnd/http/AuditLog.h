@@ -1,7 +1,6 @@
 #pragma once
 
 #include "tarnd/http/Call.h"
-#include "tarnd/http/ClientAddress.h"
 #include "tarnd/http/LogFile.h"
 
 #include <optional>
@@ -24,8 +23,7 @@ public:
     bool isOn() const { return file.has_value(); }
 
     /// @param event  what the route calls it
-    void add(std::string_view event, const std::string& requestId, const Client& client, const Call& call,
-             unsigned status);
+    void add(std::string_view event, const std::string& requestId, const Call& call, unsigned status);
 
     void reopen()
     {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "tarnd/http/ClientAddress.h"
 #include "tarnd/http/Request.h"
 #include "tarnd/store/Store.h"
 
@@ -14,6 +15,7 @@ class Metrics;
 /// One request on its way through its handler.
 struct Call {
     Store& store;
+    const Client& client;
     const std::string& publicUrl; ///< what public links begin with, without a slash at the end
     const Request& request;
     std::string_view tail; ///< what follows the route's path, still encoded; begins with '/' when not empty

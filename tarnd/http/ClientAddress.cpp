@@ -1,5 +1,6 @@
 #include "tarnd/http/ClientAddress.h"
 
+#include <arpa/inet.h>
 #include <cstring>
 #include <netdb.h>
 #include <netinet/in.h>
@@ -23,6 +24,16 @@ std::string Client::text() const
     ::getnameinfo(reinterpret_cast<const sockaddr*>(&endpoint), sizeof endpoint, text, sizeof text, nullptr,
                   0, NI_NUMERICHOST);
     return text;
+}
+
+std::string Client::addressText() const
+{
+    if (endpoint.ss_family == AF_INET) return text();
+    auto bytes = reinterpret_cast<const sockaddr_in6&>(endpoint).sin6_addr;
+    char text[INET6_ADDRSTRLEN] = "";
+    if (IN6_IS_ADDR_V4MAPPED(&bytes)) return ::inet_ntop(AF_INET, bytes.s6_addr + 12, text, sizeof text);
+    std::memset(bytes.s6_addr + 8, 0, 8);
+    return ::inet_ntop(AF_INET6, &bytes, text, sizeof text) + std::string("/64");
 }
 
 /// Over loopback, or from one of the machine's own addresses to itself: a service may listen on that one only.

@@ -21,6 +21,9 @@ struct Client {
     /// "192.0.2.7", without the port.
     std::string text() const;
 
+    /// Who counts as `address`: "192.0.2.7", or "2001:db8:0:1::/64".
+    std::string addressText() const;
+
     /// It runs on the machine that the service runs on.
     bool isLocal() const;
 };

@@ -100,7 +100,8 @@ void Exchange::route(RequestHead head)
     if (found.access == Access::web && !site.web) throw sentences::unknownRoute();
     taken = &found;
     if (scripted && scripted->kind == Fault::Kind::refuse) throw sentences::toldToRefuse();
-    call.emplace(Call{site.store, site.publicUrl, *request, tailOf(*taken, *request), {}, site.metrics, {}});
+    call.emplace(
+        Call{site.store, client, site.publicUrl, *request, tailOf(*taken, *request), {}, site.metrics, {}});
     limitRequests();
     if (taken->access == Access::numbers) requireWatcher();
     if (taken->access == Access::token) site.failedLogins.check(client.address);
@@ -175,7 +176,7 @@ Reply Exchange::finish()
     sent = reply.file ? reply.fileSize : reply.text.size();
     // Now rather than at the end: a client that leaves without its reply has still removed what it removed.
     if (taken != nullptr && call && !taken->event.empty())
-        site.audit.add(taken->event, requestId(), client, *call, status);
+        site.audit.add(taken->event, requestId(), *call, status);
     if (site.log.isOn()) reply.headers.emplace_back("X-Request-Id", requestId());
     return reply;
 }

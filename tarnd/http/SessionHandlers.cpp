@@ -5,7 +5,8 @@ namespace tarnd {
 Reply login(Call& call)
 {
     auto& sessions = call.store.sessions();
-    const auto id = sessions.login(call.request.header("x-qz-authentication-token"));
+    const auto id =
+        sessions.login(call.request.header("x-qz-authentication-token"), call.client.addressText());
     call.caller = sessions.touch(id); // whose it is stands in the logs
     XmlWriter xml("Response");
     xml.text("TarnSessionId", id);

@@ -11,7 +11,7 @@ namespace tarnd {
 
 namespace {
 
-/// A table, and its columns with the key first. "#" marks a number, "?" one that may be NULL and is never 0.
+/// A table, and its columns with the key first. "#" marks a number, "?" what may be NULL and is never 0 or empty.
 struct TableText {
     const char* name;
     const char* columns;
@@ -22,8 +22,8 @@ struct TableText {
 constexpr TableText tableTexts[] = {
     {"meta", "name value", "AND name <> 'schema'"},
     {"users", "id# name token created# disabled# quota# used#"},
-    {"sessions", "id account# used#"},
-    {"nodes", "id# owner# parent? name kind# created# modified# revision# current"},
+    {"sessions", "id account# used# address?"},
+    {"nodes", "id# owner# parent#? name kind# created# modified# revision# current"},
     {"versions", "id node# label# created# size# sha256 content revision#"},
     {"grants", "id node# subject"},
     {"links", "token node# expires#"},
@@ -42,14 +42,14 @@ public:
     {
         std::string selected, inserted, values;
         for (const auto& each : Poco::StringTokenizer(text.columns, " ")) {
-            const bool nullable = each.ends_with('?');
+            const bool nullable = each.ends_with('?'), number = each.find('#') != each.npos;
             const auto column = each.substr(0, each.find_last_not_of("#?") + 1);
             const auto place = "$" + std::to_string(isNumber.size() + 1);
-            const std::string comma = isNumber.empty() ? "" : ", ";
-            isNumber.push_back(column != each);
-            selected += comma + (nullable ? "COALESCE(" + column + ", 0)" : column);
+            const std::string comma = isNumber.empty() ? "" : ", ", none = number ? ", 0)" : ", '')";
+            isNumber.push_back(number);
+            selected += comma + (nullable ? "COALESCE(" + column + none : column);
             inserted += comma + column;
-            values += comma + (nullable ? "NULLIF(" + place + ", 0)" : place);
+            values += comma + (nullable ? "NULLIF(" + place + none : place);
         }
         const auto key = inserted.substr(0, inserted.find(','));
         select = "SELECT " + selected + " FROM " + text.name + " WHERE " + key + " > $1 " + text.condition +

@@ -14,7 +14,7 @@ namespace tarnd {
 
 namespace {
 
-constexpr std::int64_t schemaVersion = 4;
+constexpr std::int64_t schemaVersion = 5;
 
 /// Times are milliseconds since 1970, UTC. Text is compared byte by byte.
 ///
@@ -23,7 +23,8 @@ constexpr std::int64_t schemaVersion = 4;
 /// several versions of one file (a restored copy), never in two files. grants.subject is a name, because it may be
 /// granted to before the user exists. handles keep parent and name of the file as of the opening; node is 0 for a
 /// file still to be created. users.quota is in bytes, 0 for none; users.used what all versions of the user have.
-/// links.expires is 0 for a link that does not end.
+/// links.expires is 0 for a link that does not end. sessions.address is where the session was begun from, NULL where
+/// that is not known.
 constexpr const char* tables[] = {
     R"(CREATE TABLE meta (
         name  {text} PRIMARY KEY,
@@ -41,9 +42,11 @@ constexpr const char* tables[] = {
     R"(CREATE TABLE sessions (
         id      {text} PRIMARY KEY,
         account BIGINT NOT NULL REFERENCES users(id) ON DELETE CASCADE,
-        used    BIGINT NOT NULL))",
+        used    BIGINT NOT NULL,
+        address {text}))",
     "CREATE INDEX sessions_account ON sessions(account)",
     "CREATE INDEX sessions_used ON sessions(used)",
+    "CREATE INDEX sessions_address ON sessions(address)",
 
     R"(CREATE TABLE nodes (
         id       {id},
@@ -132,6 +135,8 @@ constexpr Upgrade upgrades[] = {
     {4, "INSERT INTO ending_links (token, node, expires) SELECT token, node, 0 FROM links"},
     {4, "DROP TABLE links"},
     {4, "ALTER TABLE ending_links RENAME TO links"},
+    {5, "ALTER TABLE sessions ADD COLUMN address {text}"},
+    {5, "CREATE INDEX sessions_address ON sessions(address)"},
 };
 static_assert(upgrades[std::size(upgrades) - 1].version == schemaVersion);
 

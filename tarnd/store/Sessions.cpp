@@ -15,7 +15,7 @@ constexpr std::int64_t touchInterval = minute;
 
 } // namespace
 
-std::string Sessions::login(const std::string& token)
+std::string Sessions::login(const std::string& token, const std::string& address)
 {
     const auto account = accounts.authenticate(token);
     const auto id = randomHex(sessionIdBytes);
@@ -24,10 +24,10 @@ std::string Sessions::login(const std::string& token)
         transaction.run("DELETE FROM sessions WHERE used < $1", now - life());
         // Rotated or removed meanwhile: then the token is no longer anybody's.
         const auto inserted = transaction.value<std::int64_t>(
-            R"(INSERT INTO sessions (id, account, used)
-               SELECT $1, id, $2 FROM users WHERE id = $3 AND token = $4 AND disabled = 0
+            R"(INSERT INTO sessions (id, account, used, address)
+               SELECT $1, id, $2, NULLIF($3, '') FROM users WHERE id = $4 AND token = $5 AND disabled = 0
                RETURNING account)",
-            sha256Hex(id), now, account.id, sha256Hex(token));
+            sha256Hex(id), now, address, account.id, sha256Hex(token));
         if (!inserted) throw sentences::badToken();
         transaction.run(
             R"(DELETE FROM sessions WHERE account = $1 AND id NOT IN (
@@ -62,8 +62,9 @@ void Sessions::logout(const Caller& caller)
 
 std::vector<Sessions::Session> Sessions::list()
 {
-    constexpr auto shown = columns(column("SUBSTR(s.id, 1, 12)", &Session::id),
-                                   column("u.name", &Session::user), column("s.used", &Session::used));
+    constexpr auto shown =
+        columns(column("SUBSTR(s.id, 1, 12)", &Session::id), column("u.name", &Session::user),
+                column("s.used", &Session::used), column("COALESCE(s.address, '')", &Session::address));
     return engine.database.read([&](Transaction& transaction) {
         return transaction.records(shown, R"(FROM sessions s JOIN users u ON u.id = s.account
             WHERE s.used >= $1 ORDER BY u.name, s.used DESC)",

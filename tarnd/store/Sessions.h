@@ -32,8 +32,9 @@ public:
 
     /// Opens a session for the account the token belongs to and returns its id. One more than a user may have ends
     /// the one that was idle for the longest.
+    /// @param address  where it is begun from; empty: not known
     /// @throws ServiceError loginRequired for a token no account has
-    std::string login(const std::string& token);
+    std::string login(const std::string& token, const std::string& address = {});
 
     /// The caller behind a live session, whose idle life starts anew. Writes to the database at most once a
     /// minute per session; a session therefore lives up to a minute longer than promised, never shorter.
@@ -47,6 +48,7 @@ public:
         std::string id; ///< names it and opens nothing
         std::string user;
         std::int64_t used = 0; ///< milliseconds since 1970, UTC; up to a minute late
+        std::string address;   ///< where it was begun from; empty: not known
     };
 
     /// All that are alive, by user and last use.

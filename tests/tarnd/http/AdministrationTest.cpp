@@ -50,6 +50,7 @@ TEST_F(Administration, SessionsLinksAndAccountsEndWhenTold)
 
     const auto sessions = tell({"session", "list"});
     EXPECT_THAT(sessions, HasSubstr(" bob "));
+    EXPECT_THAT(sessions, HasSubstr("Z 127.0.0.1\n"));
     tell({"session", "end", sessions.substr(0, 12)}); // sorted by user: alice's
     EXPECT_EQ(asAlice("GET", "/service/v1/ping").status, 401);
     tell({"session", "end", "--user", "bob"});

@@ -1,7 +1,10 @@
 // Clients that hold on to the service and never get done: they shut everybody else out, or fill the disk.
+#include "tarnd/http/ClientAddress.h"
 #include "tests/tarnd/http/ServiceTest.h"
 
+#include <cstring>
 #include <filesystem>
+#include <netdb.h>
 #include <sys/resource.h>
 #include <thread>
 
@@ -149,6 +152,25 @@ TEST(RequestRate, HoldsForEachAddressAndForEachUser)
             last = ask("/service/v1/ping", "127.0.0.2", alice);
         }
         EXPECT_EQ(last.status, 200) << "a second later";
+    }
+}
+
+/// However many addresses of its network a client uses, and on whichever kind of socket it is met.
+TEST(ClientAddress, IsKeptAsOneText)
+{
+    const std::pair<const char*, const char*> rows[] = {
+        {"192.0.2.7", "192.0.2.7"},
+        {"::ffff:192.0.2.7", "192.0.2.7"},
+        {"2001:db8:1:2:3:4:5:6", "2001:db8:1:2::/64"},
+        {"::1", "::/64"},
+    };
+    for (const auto& [from, kept] : rows) {
+        addrinfo* found = nullptr;
+        ASSERT_EQ(getaddrinfo(from, nullptr, nullptr, &found), 0);
+        Client client;
+        std::memcpy(&client.endpoint, found->ai_addr, found->ai_addrlen);
+        freeaddrinfo(found);
+        EXPECT_EQ(client.addressText(), kept);
     }
 }
 

@@ -57,8 +57,9 @@ protected:
             text += require(reply).body;
         for (std::size_t at; (at = text.find(service.url())) != text.npos;) // in links
             text.erase(at, service.url().size());
-        return text + service.run({"user", "list", "--long"}).out +
-               service.run({"session", "list"}).out.substr(0, 32);
+        const auto session = service.run({"session", "list"}).out; // between id and address: the last use
+        return text + service.run({"user", "list", "--long"}).out + session.substr(0, 32) +
+               session.substr(session.rfind(' '));
     }
 
     std::unique_ptr<TarndProcess> targetFor(const TarndProcess& from) const

@@ -24,6 +24,7 @@ protected:
 TEST_F(RecoveryTest, AStoreOfEveryEarlierVersionIsBroughtUpToDate)
 {
     const std::pair<int, std::vector<std::string>> steps[] = {
+        {4, {"DROP INDEX sessions_address", "ALTER TABLE sessions DROP COLUMN address"}},
         {3,
          {"CREATE TABLE old (token TEXT PRIMARY KEY, node BIGINT NOT NULL UNIQUE REFERENCES nodes(id) ON "
           "DELETE "
@@ -37,7 +38,9 @@ TEST_F(RecoveryTest, AStoreOfEveryEarlierVersionIsBroughtUpToDate)
     };
     const auto id = put(alice, at("/f"), "old").id;
     const auto link = store->links().get(alice, at("/f"));
-    for (const auto oldest : {3, 2, 1}) {
+    const auto carol = store->accounts().add("carol");
+    for (const auto oldest : {4, 3, 2, 1}) {
+        const auto session = store->sessions().login(carol, "192.0.2.7");
         store.reset();
         Database(place.dialect()).write([&](Transaction& sql) {
             for (const auto& [version, statements] : steps)
@@ -53,6 +56,8 @@ TEST_F(RecoveryTest, AStoreOfEveryEarlierVersionIsBroughtUpToDate)
                 });
             EXPECT_EQ(copied, std::to_string(oldest));
         }
+        EXPECT_EQ(store->sessions().touch(session).user, "carol");
+        EXPECT_EQ(store->sessions().list().back().address, "");
         EXPECT_EQ(get(alice, at("/f")), "old");
         EXPECT_EQ(problems(), "");
         EXPECT_EQ(store->links().get(alice, at("/f")), link);
