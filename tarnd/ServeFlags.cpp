@@ -148,6 +148,8 @@ void addServeOptions(CLI::App& command, ServeOptions& options)
     addLimit("--address-transfers", options.addressTransfers,
              "Uploads and downloads of one address at a time");
     addLimit("--user-transfers", options.userTransfers, "Uploads and downloads of one user at a time");
+    addLimit("--address-sessions", options.sessions.perAddress,
+             "Sessions begun from one address; a further login is refused");
     command
         .add_option("--user-sessions", options.sessions.perUser,
                     "Sessions of one user; a further login ends the one that was idle for the longest")

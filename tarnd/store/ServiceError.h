@@ -21,7 +21,7 @@ public:
         lengthRequired,      ///< 411: an upload that does not say how long it is
         tooLarge,            ///< 413: an upload or a header beyond the limits
         rangeOutside,        ///< 416: a part of a content that is not there
-        tooMany,             ///< 429: more requests than an address may make; nothing has changed
+        tooMany,             ///< 429: more than an address or a user may have at a time; nothing has changed
         insufficientStorage, ///< 507: the disk is full, or a quota
         internal,            ///< 500: a fault of the service or of its storage
         unavailable, ///< 503: not at the moment; nothing has changed, and the same request may succeed later

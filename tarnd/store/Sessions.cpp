@@ -13,12 +13,20 @@ constexpr std::int64_t minute = 60 * 1000;
 /// The stored time of the last use may lag by this much, which spares a write per request.
 constexpr std::int64_t touchInterval = minute;
 
+void refuseBeyond(std::uint32_t most, Transaction& transaction, const std::string& address)
+{
+    const auto count =
+        transaction.value<std::int64_t>("SELECT COUNT(*) FROM sessions WHERE address = $1", address);
+    if (count.value() > most) throw sentences::tooManySessions(std::to_string(most));
+}
+
 } // namespace
 
 std::string Sessions::login(const std::string& token, const std::string& address)
 {
     const auto account = accounts.authenticate(token);
     const auto id = randomHex(sessionIdBytes);
+    const auto most = limits.load();
     engine.database.writeAlsoWhenFull([&](Transaction& transaction) {
         const auto now = engine.clock();
         transaction.run("DELETE FROM sessions WHERE used < $1", now - life());
@@ -32,7 +40,8 @@ std::string Sessions::login(const std::string& token, const std::string& address
         transaction.run(
             R"(DELETE FROM sessions WHERE account = $1 AND id NOT IN (
                    SELECT id FROM sessions WHERE account = $2 ORDER BY used DESC, id LIMIT $3))",
-            account.id, account.id, limits.load().perUser);
+            account.id, account.id, most.perUser);
+        if (most.perAddress > 0) refuseBeyond(most.perAddress, transaction, address);
     });
     return id;
 }

@@ -16,6 +16,7 @@ class Transaction;
 struct SessionLimits {
     /// More than one person's devices and scripts take, few enough that a loop of logins fills no disk.
     std::uint32_t perUser = 100;
+    std::uint32_t perAddress = 0; ///< 0: any number
 };
 
 /// Logins. A session id is 192 random bits as hex, stored hashed and in the database, so that several processes
@@ -31,9 +32,9 @@ public:
     void setLimits(SessionLimits most) { limits = most; }
 
     /// Opens a session for the account the token belongs to and returns its id. One more than a user may have ends
-    /// the one that was idle for the longest.
-    /// @param address  where it is begun from; empty: not known
-    /// @throws ServiceError loginRequired for a token no account has
+    /// the one that was idle for the longest; one more than an address may have is refused and ends none.
+    /// @param address  where it is begun from; empty: not known, and without a limit
+    /// @throws ServiceError loginRequired for a token no account has, tooMany
     std::string login(const std::string& token, const std::string& address = {});
 
     /// The caller behind a live session, whose idle life starts anew. Writes to the database at most once a

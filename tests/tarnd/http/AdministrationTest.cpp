@@ -197,10 +197,12 @@ TEST_F(Administration, AConfigurationFileCountsUnlessTheCommandLineSaysOtherwise
             std::this_thread::sleep_for(std::chrono::milliseconds(5));
         EXPECT_THAT(service.errors(), HasSubstr(line));
     };
-    readAnew("max-file-size = 2000\nuser-sessions = 1", "tarnd: limits and certificate are read anew");
+    readAnew("max-file-size = 2000\nuser-sessions = 1\naddress-sessions = 2",
+             "tarnd: limits and certificate are read anew");
     EXPECT_EQ(store("/f", 1025), 200);
     const auto before = std::exchange(alice, logIn(aliceToken));
     EXPECT_EQ(send(requestText("GET", "/service/v1/ping", before)).status, 401);
+    EXPECT_EQ(logIn(service.addUser("carol")), "") << "beside alice and bob";
     readAnew("max-file-size = '1X'", "stay as they were: ");
     EXPECT_EQ(store("/f", 1025), 200);
 }

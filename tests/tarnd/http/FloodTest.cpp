@@ -174,12 +174,29 @@ TEST(ClientAddress, IsKeptAsOneText)
     }
 }
 
-class FewTransfers : public Flood {
+class FewAtATime : public Flood {
 protected:
-    FewTransfers() : Flood({"--user-transfers", "2", "--address-transfers", "3", "--user-sessions", "2"}) {}
+    FewAtATime()
+        : Flood({"--user-transfers", "2", "--address-transfers", "3", "--user-sessions", "2",
+                 "--address-sessions", "4"})
+    {
+    }
+
+    bool lives(const std::string& session)
+    {
+        return send(requestText("GET", "/service/v1/ping", session)).status == 200;
+    }
+
+    WireReply logInFrom(const std::string& address, const std::string& token)
+    {
+        Wire wire(service.port(), address);
+        wire.send(
+            requestText("GET", "/service/v1/login", {}, {}, "x-qz-authentication-token: " + token + "\r\n"));
+        return wire.receive().value_or(WireReply{});
+    }
 };
 
-TEST_F(FewTransfers, AtATimeForAUserAndForAnAddress)
+TEST_F(FewAtATime, TransfersOfAUserAndOfAnAddress)
 {
     put("/r", "content");
     const auto link = linkTo("/");
@@ -211,9 +228,7 @@ TEST_F(FewTransfers, AtATimeForAUserAndForAnAddress)
     ASSERT_TRUE(underWay(0));
     EXPECT_EQ(read(alice, "127.0.0.4"), 200);
 
-    const auto token = service.addUser("carol");
-    const auto first = logIn(token), second = logIn(token);
-    for (const auto& session : {alice, bob, first})
+    for (const auto& session : {alice, bob, logIn(service.addUser("carol"))})
         slow.push_back(begin(session, "127.0.0.5"));
     ASSERT_TRUE(underWay(3));
     EXPECT_EQ(read(alice, "127.0.0.5"), 429) << "the address's fourth";
@@ -224,11 +239,26 @@ TEST_F(FewTransfers, AtATimeForAUserAndForAnAddress)
     EXPECT_EQ(page.headers.at("retry-after"), "1");
     EXPECT_EQ(page.headers.at("content-type"), "text/html; charset=utf-8");
     EXPECT_EQ(read(alice, "127.0.0.6"), 200);
-    logIn(token);
-    int ended = 0;
-    for (const auto& session : {first, second})
-        ended += send(requestText("GET", "/service/v1/ping", session)).status == 401;
-    EXPECT_EQ(ended, 1) << "by the third login";
+}
+
+TEST_F(FewAtATime, SessionsOfAUserAndOfAnAddress)
+{
+    const auto carol = service.addUser("carol"), dave = service.addUser("dave");
+    const auto first = logIn(carol), second = logIn(carol); // with alice's and bob's as many as there may be
+    const auto third = logIn(carol);
+    EXPECT_EQ(lives(first) + lives(second), 1) << "one has made room for the third";
+
+    std::vector<std::string> daves;
+    for (int i = 0; i < 2; ++i)
+        daves.push_back(parseXml(logInFrom("127.0.0.2", dave).body).only("TarnSessionId"));
+    const auto refused = logInFrom("127.0.0.1", dave);
+    EXPECT_EQ(outcomeOf(refused), "429 4 sessions may be open from your address, and there are as many. "
+                                  "Log out of one, or try again when one has ended.");
+    EXPECT_EQ(refused.headers.at("retry-after"), "1");
+    for (const auto& session : {alice, bob, third, daves[0], daves[1]})
+        EXPECT_TRUE(lives(session)) << "what is refused ends nothing";
+    send(requestText("GET", "/service/v1/logout", third));
+    EXPECT_EQ(logInFrom("127.0.0.1", dave).status, 200);
 }
 
 } // namespace

@@ -46,6 +46,17 @@ TEST_F(AccountsTest, SessionsLiveAsLongAsTheyAreUsed)
     EXPECT_EQ(lastSentence(), "Your session has ended. Log in again.");
 }
 
+TEST_F(AccountsTest, AnAddressIsFullOnlyOfSessionsThatAreUsed)
+{
+    const auto token = store->accounts().add("carol");
+    const auto logIn = [&] { store->sessions().login(token, "192.0.2.7"); };
+    store->sessions().setLimits({.perAddress = 1});
+    logIn();
+    EXPECT_EQ(refusal(logIn), Kind::tooMany);
+    now += 32 * 60'000;
+    logIn();
+}
+
 TEST_F(AccountsTest, OneSessionTooManyEndsTheOneThatWasIdleForTheLongest)
 {
     const auto token = store->accounts().add("carol");
