@@ -30,6 +30,11 @@ std::string Sessions::login(const std::string& token, const std::string& address
     engine.database.writeAlsoWhenFull([&](Transaction& transaction) {
         const auto now = engine.clock();
         transaction.run("DELETE FROM sessions WHERE used < $1", now - life());
+        // Before the new one is there, which must stay, whatever the clock says of the others.
+        transaction.run(
+            R"(DELETE FROM sessions WHERE account = $1 AND id NOT IN (
+                   SELECT id FROM sessions WHERE account = $2 ORDER BY used DESC, id LIMIT $3))",
+            account.id, account.id, most.perUser - 1);
         // Rotated or removed meanwhile: then the token is no longer anybody's.
         const auto inserted = transaction.value<std::int64_t>(
             R"(INSERT INTO sessions (id, account, used, address)
@@ -37,10 +42,6 @@ std::string Sessions::login(const std::string& token, const std::string& address
                RETURNING account)",
             sha256Hex(id), now, address, account.id, sha256Hex(token));
         if (!inserted) throw sentences::badToken();
-        transaction.run(
-            R"(DELETE FROM sessions WHERE account = $1 AND id NOT IN (
-                   SELECT id FROM sessions WHERE account = $2 ORDER BY used DESC, id LIMIT $3))",
-            account.id, account.id, most.perUser);
         if (most.perAddress > 0) refuseBeyond(most.perAddress, transaction, address);
     });
     return id;
