@@ -17,7 +17,7 @@ inline constexpr Sentence badUserName {Kind::badRequest, "badUserName", "The use
 inline constexpr Sentence badToken     {Kind::loginRequired, "badToken", "The authentication token is not valid."};
 inline constexpr Sentence accountDisabled {Kind::notAllowed, "accountDisabled", "Your account is disabled; ask whoever runs the service."};
 inline constexpr Sentence sessionEnded {Kind::loginRequired, "sessionEnded", "Your session has ended. Log in again."};
-inline constexpr Sentence tooManySessions {Kind::tooMany, "tooManySessions", "{} sessions may be open from your address, and there are as many. Log out of one, or try again when one has ended."};
+inline constexpr Sentence tooManySessions {Kind::tooMany, "tooManySessions", "Your address has all the sessions it may have ({}). Log out of one, or try again when one has ended."};
 inline constexpr Sentence unknownUser  {Kind::badRequest, "unknownUser", "There is no user named \"{}\"."};
 inline constexpr Sentence userExists   {Kind::conflict, "userExists", "The user \"{}\" already exists."};
 inline constexpr Sentence userOwnsData {Kind::conflict, "userOwnsData", "The user \"{}\" still owns files or folders; force the removal to delete them too."};

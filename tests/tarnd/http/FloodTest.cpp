@@ -252,7 +252,7 @@ TEST_F(FewAtATime, SessionsOfAUserAndOfAnAddress)
     for (int i = 0; i < 2; ++i)
         daves.push_back(parseXml(logInFrom("127.0.0.2", dave).body).only("TarnSessionId"));
     const auto refused = logInFrom("127.0.0.1", dave);
-    EXPECT_EQ(outcomeOf(refused), "429 4 sessions may be open from your address, and there are as many. "
+    EXPECT_EQ(outcomeOf(refused), "429 Your address has all the sessions it may have (4). "
                                   "Log out of one, or try again when one has ended.");
     EXPECT_EQ(refused.headers.at("retry-after"), "1");
     for (const auto& session : {alice, bob, third, daves[0], daves[1]})
