@@ -13,6 +13,7 @@
 #include <netinet/in.h>
 #include <nlohmann/json.hpp>
 #include <poll.h>
+#include <random>
 #include <sys/socket.h>
 #include <thread>
 
@@ -33,15 +34,38 @@ constexpr std::string_view urlStart = "http://127.0.0.1:";
 constexpr std::string_view question =
     "GET /service/v1/ping HTTP/1.1\r\nHost: 127.0.0.1\r\nConnection: close\r\n\r\n";
 
+sockaddr_in loopback(std::uint16_t port)
+{
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    address.sin_port = htons(port);
+    return address;
+}
+
+/// A free port below those that the kernel gives to connections, one of which might have it when the store starts the
+/// next time.
+std::string freeAddress()
+{
+    std::random_device random;
+    std::uniform_int_distribution<std::uint16_t> ports(10'000, 32'767);
+    for (int tries = 0; tries < 20; ++tries) {
+        const auto port = ports(random);
+        const auto address = loopback(port);
+        const FileDescriptor socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+        if (::bind(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0)
+            return "127.0.0.1:" + std::to_string(port);
+    }
+    return "127.0.0.1:0";
+}
+
 /// Whether a service answers there, whatever it says. That a connection is accepted does not tell it: the kernel goes
 /// on accepting for a process that is being killed.
 bool answersAt(const std::string& url)
 {
     if (!url.starts_with(urlStart)) return false;
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    address.sin_port = htons(static_cast<std::uint16_t>(std::strtoul(&url[urlStart.size()], nullptr, 10)));
+    const auto address =
+        loopback(static_cast<std::uint16_t>(std::strtoul(&url[urlStart.size()], nullptr, 10)));
     const FileDescriptor socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
     if (::connect(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
         ::send(socket.get(), question.data(), question.size(), MSG_NOSIGNAL) < 0)
@@ -161,7 +185,7 @@ void LocalStore::start(const std::function<void(const std::string&)>& told) cons
     if (fs::file_size(log(), ignored) > logLimit && !ignored) fs::resize_file(log(), 0, ignored);
     const auto last = lastAddress();
     if (last && startAt(*last)) return;
-    const bool started = startAt("127.0.0.1:0");
+    const bool started = startAt(freeAddress());
     if (!started)
         throw Failure(ExitCode::failure, "The local store did not start: " + escaped(lastLine(log())) +
                                              " (see " + escaped(log().string()) + ")");
