@@ -12,6 +12,8 @@ inline constexpr const char* nullProvider = "A null service cannot be registered
 inline constexpr const char* noFuture = "The service returned no future.";
 inline constexpr const char* notRunning = "Service exists but is not running.";
 inline constexpr const char* notHttp = "The HTTP client takes HTTP requests only.";
+inline constexpr const char* notRepeated =
+    "The connection was lost before the reply; the request is not sent a second time.";
 
 /// Of a request that nothing more can be said of.
 inline TransportError hostStoppedError()
