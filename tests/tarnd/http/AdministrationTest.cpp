@@ -98,7 +98,7 @@ TEST_F(Administration, NobodyGetsBeyondTheQuota)
     std::atomic<int> stored = 0;
     {
         std::vector<std::jthread> threads;
-        for (int i = 0; i < 8; ++i)
+        for (int i = 0; i < 64; ++i)
             threads.emplace_back([&, i] { stored += store("/n" + std::to_string(i), 2, "CREATE") == 200; });
     }
     EXPECT_EQ(stored, 3);
