@@ -26,4 +26,4 @@ def _table(results, rows):
             points = ", ".join(f"{size:,}: {short(seconds)} s" for size, seconds in curve.points)
             yield f"| {row} | {curve.name} | | seconds for {curve.axis} | {points} | | |"
     yield ""
-    yield f"Measured {' and '.join(results.dates())} on two busy cores."
+    yield f"Measured {' and '.join(results.dates())} on two cores."
