@@ -26,7 +26,7 @@ std::string Sessions::login(const std::string& token, const std::string& address
 {
     const auto account = accounts.authenticate(token);
     const auto id = randomHex(sessionIdBytes);
-    const auto most = limits.load();
+    const std::uint32_t perUser = mostPerUser, perAddress = mostPerAddress;
     engine.database.writeAlsoWhenFull([&](Transaction& transaction) {
         const auto now = engine.clock();
         transaction.run("DELETE FROM sessions WHERE used < $1", now - life());
@@ -34,7 +34,7 @@ std::string Sessions::login(const std::string& token, const std::string& address
         transaction.run(
             R"(DELETE FROM sessions WHERE account = $1 AND id NOT IN (
                    SELECT id FROM sessions WHERE account = $2 ORDER BY used DESC, id LIMIT $3))",
-            account.id, account.id, most.perUser - 1);
+            account.id, account.id, perUser - 1);
         // Rotated or removed meanwhile: then the token is no longer anybody's.
         const auto inserted = transaction.value<std::int64_t>(
             R"(INSERT INTO sessions (id, account, used, address)
@@ -42,7 +42,7 @@ std::string Sessions::login(const std::string& token, const std::string& address
                RETURNING account)",
             sha256Hex(id), now, address, account.id, sha256Hex(token));
         if (!inserted) throw sentences::badToken();
-        if (most.perAddress > 0) refuseBeyond(most.perAddress, transaction, address);
+        if (perAddress > 0) refuseBeyond(perAddress, transaction, address);
     });
     return id;
 }

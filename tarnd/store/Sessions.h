@@ -29,7 +29,11 @@ public:
     }
 
     /// Holds from the next login on.
-    void setLimits(SessionLimits most) { limits = most; }
+    void setLimits(SessionLimits most)
+    {
+        mostPerUser = most.perUser;
+        mostPerAddress = most.perAddress;
+    }
 
     /// Opens a session for the account the token belongs to and returns its id. One more than a user may have ends
     /// the one that was idle for the longest; one more than an address may have is refused and ends none.
@@ -73,7 +77,8 @@ private:
     Engine engine;
     Accounts& accounts;
     std::uint32_t minutesIdle;
-    std::atomic<SessionLimits> limits = SessionLimits{};
+    std::atomic<std::uint32_t> mostPerUser = SessionLimits().perUser;
+    std::atomic<std::uint32_t> mostPerAddress = SessionLimits().perAddress;
 };
 
 /// Keeps the session of a request that takes long from dying of idleness.
