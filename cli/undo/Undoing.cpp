@@ -68,12 +68,21 @@ public:
             else if (change.kind == Kind::move)
                 leaving.insert(RemotePath::ofStored(change.target).path);
         for (auto change = command.changes.rbegin(); change != command.changes.rend(); ++change)
-            take(*change);
+            if (!isRepeated(*change)) take(*change);
         return std::move(plan);
     }
 
 private:
     enum class Found { nothing, ours, anothers };
+
+    /// A folder that the command was about to make again goes with the first time, when what came into it is out.
+    bool isRepeated(const Change& change) const
+    {
+        const auto first = std::ranges::find_if(command.changes, [&](const Change& each) {
+            return each.kind == Kind::makeFolder && each.path == change.path;
+        });
+        return change.kind == Kind::makeFolder && &*first != &change;
+    }
 
     void take(const Change& change)
     {

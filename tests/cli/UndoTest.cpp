@@ -152,6 +152,13 @@ constexpr Row rows[] = {
      "tarn: `tarn rm /l/y` cannot be taken back: \"/l/y\" was deleted, and nothing keeps it (`tarn rm "
      "--keep` "
      "would have). `tarn undo --forget` goes on to the one before.\n"},
+    // A command that was killed when it was about to make a folder that it had made before.
+    {"tarn put -q l/x /k; tarn rm -q --keep /k; tarn ls /; "
+     "echo '{\"do\":\"makeFolder\",\"n\":3,\"path\":\"/.tarn-removed\"}' >>"
+     "$(ls -t ~/.local/state/tarn/undo/*/* | head -n 1); tarn undo -qy | sed 's/[0-9][0-9]*/N/'; tarn ls /",
+     0,
+     ".tarn-removed/\nl/\nmove          /.tarn-removed/N/k  to /k\ndeleteFolder  /.tarn-removed/N\n"
+     "deleteFolder  /.tarn-removed\nl/\nk\n"},
 };
 
 TEST(Undo, SaysWhatItDoesAndWhatItCannot)
