@@ -67,6 +67,8 @@ public:
                 leaving.insert(RemotePath::ofStored(change.path).path);
             else if (change.kind == Kind::move)
                 leaving.insert(RemotePath::ofStored(change.target).path);
+        for (const auto& change : command.changes)
+            if (change.kind == Kind::makeFolder) firstMaking.emplace(change.path, &change);
         for (auto change = command.changes.rbegin(); change != command.changes.rend(); ++change)
             if (!isRepeated(*change)) take(*change);
         return std::move(plan);
@@ -78,10 +80,7 @@ private:
     /// A folder that the command was about to make again goes with the first time, when what came into it is out.
     bool isRepeated(const Change& change) const
     {
-        const auto first = std::ranges::find_if(command.changes, [&](const Change& each) {
-            return each.kind == Kind::makeFolder && each.path == change.path;
-        });
-        return change.kind == Kind::makeFolder && &*first != &change;
+        return change.kind == Kind::makeFolder && firstMaking.at(change.path) != &change;
     }
 
     void take(const Change& change)
@@ -379,6 +378,7 @@ private:
     Output& out;
     const LoggedCommand& command;
     std::map<const Change*, Found> files;
+    std::map<std::string_view, const Change*> firstMaking; ///< of a folder, by its path
     std::set<std::string> leaving; ///< what is gone, or elsewhere, when the command is taken back
     UndoPlan plan;
 };
