@@ -41,6 +41,9 @@ Wire::Wire(std::uint16_t port, const std::string& from) : fd(socket(AF_INET, SOC
     sockaddr_in address{};
     address.sin_family = AF_INET;
     address.sin_addr.s_addr = inet_addr(from.c_str());
+    // Else connections to different services could not share a port, of which each keeps one for a minute after its end.
+    const int whenConnecting = 1;
+    setsockopt(fd, IPPROTO_IP, IP_BIND_ADDRESS_NO_PORT, &whenConnecting, sizeof whenConnecting);
     bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address);
     address.sin_port = htons(port);
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
