@@ -2,14 +2,30 @@
 
 #include "tarn/protocol/WireText.h"
 
+#include <algorithm>
+#include <array>
+
 namespace connector::tarn {
 namespace {
 
 /// Percent-encoded in a path besides what Poco always encodes.
 constexpr const char* reservedInUrl = "%<>{}|\\\"^`!*'()$,[]";
 
+/// By byte, whether Poco would encode it.
+constexpr auto encodedBytes = [] {
+    std::array<bool, 256> encoded{};
+    for (std::size_t byte = 0; byte < encoded.size(); ++byte)
+        encoded[byte] = byte <= 0x20 || byte >= 0x7f;
+    for (const char* sign = reservedInUrl; *sign != '\0'; ++sign)
+        encoded[static_cast<unsigned char>(*sign)] = true;
+    return encoded;
+}();
+
+/// Most URLs hold nothing to encode, which a look at the table tells in a fraction of the time.
 std::string encodeUrl(const std::string& text)
 {
+    if (std::none_of(text.begin(), text.end(), [](unsigned char byte) { return encodedBytes[byte]; }))
+        return text;
     std::string encoded;
     Poco::URI::encode(text, reservedInUrl, encoded);
     return encoded;
