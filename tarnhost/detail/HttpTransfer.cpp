@@ -17,7 +17,9 @@
 namespace connector::host::detail {
 namespace {
 
-constexpr long transferBufferBytes = 256 * 1024;
+// Made and given back for each exchange, for which the heap puts larger ones in order first.
+constexpr long replyBufferBytes = 32 * 1024;
+constexpr long bodyBufferBytes = 64 * 1024;
 constexpr std::uint16_t statusTooMany = 429;
 
 using Reply = std::unique_ptr<Message>;
@@ -102,9 +104,12 @@ CURL* HttpTransfer::open(std::unique_ptr<EasyHandle> handle)
 
 void HttpTransfer::setRequest()
 {
-    easy->set(CURLOPT_URL, url.c_str());
+    // libcurl takes a URL apart and puts it together again character by character, of which a plain one has no need.
+    const bool split = target.isPlain && options->proxy.empty();
+    easy->set(CURLOPT_URL, split ? target.origin.c_str() : url.c_str());
+    easy->set(CURLOPT_REQUEST_TARGET, split ? url.c_str() + url.find('/', url.find("://") + 3) : nullptr);
     easy->set(CURLOPT_HTTPHEADER, headerList.get());
-    const long buffer = incoming ? streamBufferBytes : transferBufferBytes;
+    const long buffer = incoming ? streamBufferBytes : replyBufferBytes;
     easy->set(CURLOPT_BUFFERSIZE,
               limits ? std::min(buffer, static_cast<long>(limits->receiving.piece())) : buffer);
     easy->set(CURLOPT_HEADERFUNCTION, &HttpTransfer::onHeader);
@@ -123,7 +128,7 @@ void HttpTransfer::setBodySource()
         // Of a body whose length nobody knows, libcurl says so and sends it in chunks.
         const auto length = !outgoing ? body.size : outgoing->length.value_or(static_cast<std::uint64_t>(-1));
         easy->set(CURLOPT_INFILESIZE_LARGE, static_cast<curl_off_t>(length));
-        easy->set(CURLOPT_UPLOAD_BUFFERSIZE, outgoing ? streamBufferBytes : transferBufferBytes);
+        easy->set(CURLOPT_UPLOAD_BUFFERSIZE, outgoing ? streamBufferBytes : bodyBufferBytes);
         easy->set(CURLOPT_READFUNCTION, &HttpTransfer::onUpload);
         easy->set(CURLOPT_READDATA, this);
     }
@@ -339,7 +344,7 @@ void HttpTransfer::settle()
         if (report) report->finish(reply->status(), moved, failureText(), failure && mayHaveHappened());
         return;
     }
-    body = common::DataBuffer(); // here, since giving much memory back would hold up the I/O thread
+    body = common::DataBuffer(); // here, since giving much memory back would hold up the loop
     if (!complete && !failure)
         failure = std::make_exception_ptr(errorOf(TransportPhase::shutdown, errors::hostStopped));
     auto content = reply->takeContent();

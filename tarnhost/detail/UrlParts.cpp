@@ -80,6 +80,7 @@ UrlParts partsOf(const std::string& url)
     const auto pathEnd = rest.find_first_of("?#");
     last->parts.path = rest.substr(0, pathEnd);
     last->parts.hasQueryOrFragment = pathEnd != std::string_view::npos;
+    last->parts.isPlain = rest.find('#') == std::string_view::npos;
     return last->parts;
 }
 

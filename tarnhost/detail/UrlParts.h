@@ -22,6 +22,7 @@ struct UrlParts {
     std::string origin; ///< "scheme://host:port": what connections can be shared by
     bool hasUser = false;
     bool hasQueryOrFragment = false;
+    bool isPlain = false; ///< what follows the origin goes on the wire as it stands
 };
 
 /// As the constructor, and quick for one URL after another at the same service. @throws as the constructor
