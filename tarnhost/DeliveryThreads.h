@@ -4,12 +4,7 @@
 #include "tarnhost/Job.h"
 
 #include <memory>
-#include <shared_mutex>
 #include <utility>
-
-namespace boost::asio {
-class thread_pool;
-}
 
 namespace connector::host {
 
@@ -17,9 +12,25 @@ namespace connector::host {
 ///
 /// Any number of threads may post. Jobs start in the order posted; with more than one thread they run at the
 /// same time.
+///
+/// A thread without a job waits for what brings some, such as the sockets of an HTTP client. So the one that finds a
+/// reply goes on with it at once, while another takes its place: waking a thread takes as long as a short request.
 class TARN_API DeliveryThreads {
 public:
-    /// @param count  number of threads; 0: as many as the machine has cores
+    /// Something from outside that jobs come of.
+    class Watch {
+    public:
+        /// Waits, and posts the jobs for what has come. One thread at a time.
+        virtual void wait() = 0;
+
+        /// On any thread: ends a wait, the next one if there is none.
+        virtual void interrupt() = 0;
+
+    protected:
+        ~Watch() = default;
+    };
+
+    /// @param count  how many jobs may run at a time; 0: as many as the machine has cores
     explicit DeliveryThreads(unsigned count = 0);
     /// Ends the threads after the jobs that run now; what still waits is destroyed without having run.
     /// @pre not on one of these threads
@@ -35,6 +46,13 @@ public:
         enqueue(Job(std::move(job)));
     }
 
+    /// Has one of the threads wait there from now on, whatever the others do: there is one more for each watch.
+    /// @pre `watch` is dismissed before it goes. @throws std::system_error without a thread
+    void attend(Watch& watch);
+
+    /// Returns when no thread waits there any more. Any thread, but not within its wait.
+    void dismiss(Watch& watch);
+
     /// Whether the calling thread is one of these.
     bool isCurrent() const;
 
@@ -44,10 +62,11 @@ public:
     void drain();
 
 private:
+    class Pool;
+
     void enqueue(Job job);
 
-    mutable std::shared_mutex mutex; ///< guards the pointer: whoever posts must not see the pool go
-    std::unique_ptr<boost::asio::thread_pool> pool; ///< null once drained
+    const std::unique_ptr<Pool> pool;
 };
 
 } // namespace connector::host

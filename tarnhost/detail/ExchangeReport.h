@@ -26,7 +26,7 @@ public:
     /// What has to follow the calls made so far.
     OrderedJobs& order() { return *jobs; }
 
-    // On the I/O thread.
+    // In the loop's turn.
 
     /// A try has its place among the connections.
     void beginTry();

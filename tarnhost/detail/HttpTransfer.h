@@ -28,7 +28,7 @@
 
 namespace connector::host::detail {
 
-/// Body bytes of all transfers; written by the I/O thread, read by anyone.
+/// Body bytes of all transfers; written in the loop's turn, read by anyone.
 struct TransferCounters {
     std::atomic<std::uint64_t> sent{0};
     std::atomic<std::uint64_t> received{0};
@@ -37,7 +37,7 @@ struct TransferCounters {
 /// One HTTP exchange, from the request to the promise of its reply.
 ///
 /// Handed from thread to thread, never used by two at once: prepared and given its body on the requesting
-/// side, `open` to `close` on the I/O thread, `settle` on a delivery thread. A transfer that dies unsettled,
+/// side, `open` to `close` in the loop's turn, `settle` on a delivery thread. A transfer that dies unsettled,
 /// since the delivery threads have ended, is settled with what it has come to. Where the reply is streamed, the
 /// promise is kept when the head has arrived, and what becomes of the exchange is what becomes of the stream.
 class HttpTransfer {

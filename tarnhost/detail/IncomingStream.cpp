@@ -6,6 +6,8 @@
 #include "tarnhost/TransportError.h"
 #include "tarnhost/detail/StreamLimits.h"
 
+#include <curl/curl.h>
+
 #include <algorithm>
 #include <cstring>
 #include <stdexcept>

@@ -21,7 +21,7 @@ namespace connector::host::detail {
 
 /// The body of one reply on its way from the socket to its subscriber.
 ///
-/// The I/O thread puts bytes in until the queue is full, and then leaves the socket alone until it is called again.
+/// The transfer loop puts bytes in until the queue is full, and then leaves the socket alone until it is called again.
 /// A task on the delivery threads takes one item out and gives it to the subscriber; there is never more than one
 /// task of a stream, which keeps the items in order, and each brings one item only, so that many streams share one
 /// thread evenly; the end comes with the last item, and the first item with the head. So a short body needs no change
@@ -46,7 +46,7 @@ public:
         give();
     }
 
-    // For the I/O thread.
+    // For the loop, in its turn.
 
     /// Takes `bytes`. @return false when there is no room; the bell rings once there is
     bool accept(std::string_view bytes);

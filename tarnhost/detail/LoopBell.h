@@ -1,40 +1,44 @@
 #pragma once
 
-#include <curl/curl.h>
+#include "tarnhost/detail/Descriptor.h"
+
+#include <sys/eventfd.h>
 
 #include <atomic>
-#include <mutex>
+#include <cerrno>
+#include <cstdint>
+#include <system_error>
 
 namespace connector::host::detail {
 
-/// Calls the I/O thread to the transfers that want something of it. What they want they keep themselves, so that
+/// Calls the transfer loop to the transfers that want something of it. What they want they keep themselves, so that
 /// no call is lost and many are as good as one.
 class LoopBell {
 public:
-    explicit LoopBell(CURLM* driven) : multi(driven) {}
+    /// @throws std::system_error
+    LoopBell() : event(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK))
+    {
+        if (!event.isOpen()) throw std::system_error(errno, std::generic_category(), "eventfd");
+    }
 
-    /// On any thread; without effect once silenced.
+    /// On any thread, for a transfer.
     void ring()
     {
-        if (rung.exchange(true)) return;
-        std::lock_guard lock(mutex);
-        if (multi) curl_multi_wakeup(multi);
+        if (!rung.exchange(true)) wake();
     }
 
-    /// I/O thread: whether anybody has rung since the last call.
+    /// On any thread: ends the wait for the sockets, or the next one at once.
+    void wake() { ::eventfd_write(event.get(), 1); }
+
+    /// In the loop's turn: whether anybody has rung since the last call.
     bool answer() { return rung.exchange(false); }
 
-    /// Before the multi handle goes.
-    void silence()
-    {
-        std::lock_guard lock(mutex);
-        multi = nullptr;
-    }
+    /// Is written to.
+    int descriptor() const { return event.get(); }
 
 private:
+    const Descriptor event;
     std::atomic<bool> rung{false};
-    std::mutex mutex; ///< guards the pointer: whoever rings must not see the handle go
-    CURLM* multi;
 };
 
 } // namespace connector::host::detail

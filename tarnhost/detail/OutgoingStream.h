@@ -19,7 +19,7 @@ namespace connector::host::detail {
 
 /// The body of one request on its way from its publisher to the socket.
 ///
-/// The I/O thread takes bytes out; finding none, it leaves the socket alone until it is called again. A task on the
+/// The transfer loop takes bytes out; finding none, it leaves the socket alone until it is called again. A task on the
 /// delivery threads asks the publisher for one item, whenever there is room; there is never more than one such
 /// task, and it alone calls the publisher: its `request` and `cancel` come one after the other.
 class OutgoingStream : public reactive_streams::SubscriberAPI<common::DataBuffer>,
@@ -43,7 +43,7 @@ public:
 
     Future<bool> completion() override { return makeReadyFuture(true); }
 
-    // For the I/O thread.
+    // For the loop, in its turn.
 
     /// What `take` has come to.
     enum class Supply { bytes, later, end, failed };

@@ -7,7 +7,7 @@
 namespace connector::host::detail {
 
 /// The bytes per second that all transfers of a loop share in one direction. Whoever has a piece to move asks first, and
-/// moves all of it or waits its turn; a piece may overdraw what there is, and the next one then comes later. I/O thread
+/// moves all of it or waits its turn; a piece may overdraw what there is, and the next one then comes later. In the loop's turn
 /// only.
 class RateLimit {
 public:

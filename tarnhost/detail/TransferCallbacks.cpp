@@ -1,4 +1,4 @@
-// How the bytes of an exchange come and go: mostly what libcurl calls, on the I/O thread.
+// How the bytes of an exchange come and go: mostly what libcurl calls, in the loop's turn.
 #include "tarn/foundation/platform/HttpStreamedResponse.h"
 #include "tarnhost/DeliveryThreads.h"
 #include "tarnhost/HostErrors.h"

@@ -1,12 +1,9 @@
 #include "tarnhost/detail/TransferLoop.h"
 
-#include "tarnhost/DeliveryThreads.h"
 #include "tarnhost/HostErrors.h"
-
-#include <pthread.h>
+#include "tarnhost/detail/PipeSignalBlock.h"
 
 #include <algorithm>
-#include <csignal>
 #include <stdexcept>
 #include <utility>
 
@@ -23,15 +20,6 @@ void startLibcurl()
     if (started != CURLE_OK) throw std::runtime_error(curl_easy_strerror(started));
 }
 
-/// TLS writes without MSG_NOSIGNAL, so a peer that hangs up would end the process.
-void blockBrokenPipeSignal()
-{
-    sigset_t set;
-    sigemptyset(&set);
-    sigaddset(&set, SIGPIPE);
-    pthread_sigmask(SIG_BLOCK, &set, nullptr);
-}
-
 } // namespace
 
 TransferLoop::TransferLoop(std::shared_ptr<DeliveryThreads> deliveryThreads, const HttpOptions& httpOptions)
@@ -39,14 +27,19 @@ TransferLoop::TransferLoop(std::shared_ptr<DeliveryThreads> deliveryThreads, con
     , options(httpOptions)
     , laneLimit(options.connectionsPerHost != 0 ? options.connectionsPerHost : 1)
     , tick(ExchangeClock::tick(options))
+    , callers(std::make_shared<LoopBell>())
+    , sockets(callers->descriptor())
     , limits{RateLimit(options.mostRate), RateLimit(options.mostRate)}
 {
     startLibcurl();
     multi.reset(curl_multi_init());
     if (!multi) throw std::bad_alloc();
-    callers = std::make_shared<LoopBell>(multi.get());
     curl_multi_setopt(multi.get(), CURLMOPT_MAXCONNECTS, static_cast<long>(2 * laneLimit));
-    thread = std::thread([this] { run(); });
+    curl_multi_setopt(multi.get(), CURLMOPT_SOCKETFUNCTION, &TransferLoop::onSocket);
+    curl_multi_setopt(multi.get(), CURLMOPT_SOCKETDATA, this);
+    curl_multi_setopt(multi.get(), CURLMOPT_TIMERFUNCTION, &TransferLoop::onTimer);
+    curl_multi_setopt(multi.get(), CURLMOPT_TIMERDATA, this);
+    threads->attend(*this);
 }
 
 TransferLoop::~TransferLoop()
@@ -57,69 +50,115 @@ TransferLoop::~TransferLoop()
 void TransferLoop::submit(Transfer transfer)
 {
     transfer->listen(callers);
+    if (transfer->origin().starts_with("https")) writesTls = true;
     {
         std::lock_guard lock(mutex);
-        if (!stopped) {
-            arrivals.push_back(std::move(transfer));
-            // One call for all that arrive while it rests; a busy thread looks again before it does.
-            if (std::exchange(resting, false)) curl_multi_wakeup(multi.get());
-            return;
-        }
+        if (!stopped) arrivals.push_back(std::move(transfer));
     }
-    abandon(std::move(transfer));
+    if (transfer)
+        abandon(std::move(transfer));
+    else
+        driveArrivals();
 }
 
 void TransferLoop::stop()
 {
+    std::lock_guard once(stopping);
     {
         std::lock_guard lock(mutex);
-        if (!std::exchange(stopped, true)) curl_multi_wakeup(multi.get());
+        if (std::exchange(stopped, true)) return;
     }
-    std::lock_guard lock(joining);
-    if (thread.joinable()) thread.join();
-}
-
-void TransferLoop::run()
-{
-    blockBrokenPipeSignal();
-    while (takeArrivals()) {
-        endPauses();
-        if (callers->answer()) attend();
-        attendLimited();
-        if (isDeadlineDue()) endOver();
-        int running = 0;
-        curl_multi_perform(multi.get(), &running);
-        handOver();
-        collectFinished();
-        endOverdue();
-        if (!mayRest()) continue;
-        curl_multi_poll(multi.get(), nullptr, 0, static_cast<int>(longestRest().count()), nullptr);
-    }
+    threads->dismiss(*this);
+    std::lock_guard turn(driving);
+    const PipeSignalBlock block; // closing a connection writes to it
     abandonAll();
     idleHandles.clear();
-    callers->silence();
-    multi.reset(); // closes connections here, where SIGPIPE is blocked
+    multi.reset();
 }
 
-bool TransferLoop::mayRest()
+int TransferLoop::onSocket(CURL*, curl_socket_t socket, int wish, void* self, void*)
+{
+    static_cast<TransferLoop*>(self)->sockets.follow(socket, wish);
+    return 0;
+}
+
+int TransferLoop::onTimer(CURLM*, long milliseconds, void* self)
+{
+    auto& timer = static_cast<TransferLoop*>(self)->timer;
+    timer.reset();
+    if (milliseconds >= 0) timer = Time::clock::now() + std::chrono::milliseconds(milliseconds);
+    return 0;
+}
+
+void TransferLoop::wait()
+{
+    const auto rest = std::chrono::ceil<std::chrono::milliseconds>(restUntil - Time::clock::now());
+    if (!hasArrivals()) sockets.wait(std::max(rest, std::chrono::milliseconds(0)));
+    std::lock_guard turn(driving);
+    if (drive(sockets.ready())) restUntil = due();
+}
+
+void TransferLoop::driveArrivals()
+{
+    // Whoever has the turn meanwhile looks again after it.
+    while (hasArrivals()) {
+        const std::unique_lock turn(driving, std::try_to_lock);
+        if (!turn || !drive({})) return;
+        if (due() < restUntil) callers->wake();
+    }
+}
+
+bool TransferLoop::hasArrivals()
 {
     std::lock_guard lock(mutex);
-    resting = arrivals.empty() && !stopped;
-    return resting;
+    return !arrivals.empty() && !stopped;
 }
 
-std::chrono::milliseconds TransferLoop::longestRest() const
+bool TransferLoop::drive(const std::vector<SocketWatch::Ready>& ready)
 {
-    const auto rest = active.empty() ? idle : tick;
-    auto due = ExchangeClock::Time::max();
+    std::optional<PipeSignalBlock> block;
+    if (writesTls) block.emplace();
+    if (!takeArrivals()) return false;
+    if (!ready.empty() || !active.empty()) lastWork = Time::clock::now();
+    endPauses();
+    if (callers->answer()) attend();
+    attendLimited();
+    if (isDeadlineDue()) endOver();
+    moveOn(ready);
+    endOverdue();
+    return true;
+}
+
+void TransferLoop::moveOn(const std::vector<SocketWatch::Ready>& ready)
+{
+    int running = 0;
+    for (const auto& [socket, actions] : ready)
+        curl_multi_socket_action(multi.get(), socket, actions, &running);
+    do {
+        if (isTimerDue()) {
+            timer.reset();
+            curl_multi_socket_action(multi.get(), CURL_SOCKET_TIMEOUT, 0, &running);
+        }
+        handOver();
+        collectFinished(); // which may begin others
+    } while (isTimerDue());
+}
+
+bool TransferLoop::isTimerDue() const
+{
+    return timer && *timer <= Time::clock::now();
+}
+
+TransferLoop::Time TransferLoop::due() const
+{
+    const auto now = Time::clock::now();
+    auto due = now + (now - lastWork > tick ? idle : tick);
     for (const auto* limit : {&limits.sending, &limits.receiving})
         if (limit->hasWaiting()) due = std::min(due, limit->due());
-    if (!pausing.empty()) due = pausing.begin()->first;
+    if (timer) due = std::min(due, *timer);
+    if (!pausing.empty()) due = std::min(due, pausing.begin()->first);
     if (!deadlines.empty()) due = std::min(due, *deadlines.begin());
-    if (due == ExchangeClock::Time::max()) return rest;
-    // Rounded up, or the last millisecond would be spent asking for the time.
-    const auto left = std::chrono::ceil<std::chrono::milliseconds>(due - ExchangeClock::Time::clock::now());
-    return std::clamp(left, std::chrono::milliseconds(0), rest);
+    return due;
 }
 
 bool TransferLoop::takeArrivals()
@@ -127,12 +166,8 @@ bool TransferLoop::takeArrivals()
     std::vector<Transfer> taken;
     {
         std::lock_guard lock(mutex);
-        resting = false;
+        if (stopped) return false;
         taken.swap(arrivals);
-        if (stopped) {
-            arrivals.swap(taken);
-            return false;
-        }
     }
     for (auto& transfer : taken) {
         if (const auto deadline = transfer->deadline()) deadlines.insert(*deadline);
@@ -190,7 +225,11 @@ void TransferLoop::begin(Transfer transfer)
 
 std::unique_ptr<EasyHandle> TransferLoop::takeHandle()
 {
-    if (idleHandles.empty()) return std::make_unique<EasyHandle>(options);
+    if (idleHandles.empty()) {
+        auto made = std::make_unique<EasyHandle>(options);
+        sockets.attend(*made);
+        return made;
+    }
     auto handle = std::move(idleHandles.back()); // the last one used: its memory is warm
     idleHandles.pop_back();
     return handle;

@@ -1,33 +1,35 @@
 #pragma once
 
+#include "tarnhost/DeliveryThreads.h"
 #include "tarnhost/detail/HttpTransfer.h"
+#include "tarnhost/detail/SocketWatch.h"
 
 #include <curl/curl.h>
 
+#include <atomic>
 #include <chrono>
 #include <deque>
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <set>
 #include <string>
-#include <thread>
 #include <unordered_map>
 #include <vector>
 
-namespace connector::host {
-class DeliveryThreads;
-}
-
 namespace connector::host::detail {
 
-/// The I/O thread: drives all transfers and posts each, once it has an outcome, to the delivery threads.
+/// Drives all transfers and posts each, once it has an outcome, to the delivery threads.
+///
+/// One thread at a time has its turn: the delivery thread that waits for the sockets, or one that submits, which spares
+/// a request the way to another thread. Nothing foreign runs in a turn.
 ///
 /// Transfers to one origin beyond the limit wait here rather than in libcurl, where the connect timeout would
 /// run while they wait.
-class TransferLoop {
+class TransferLoop final : DeliveryThreads::Watch {
 public:
-    /// Starts the thread. @param options  outlive the loop. @throws std::runtime_error, std::system_error
+    /// Begins at once. @param options  outlive the loop. @throws std::runtime_error, std::system_error
     TransferLoop(std::shared_ptr<DeliveryThreads> deliveryThreads, const HttpOptions& options);
     /// As `stop`.
     ~TransferLoop();
@@ -37,14 +39,15 @@ public:
     /// Takes a transfer over; once stopped, fails it.
     void submit(std::unique_ptr<HttpTransfer> transfer);
 
-    /// With which streams call this thread.
+    /// With which streams call for a turn.
     const std::shared_ptr<LoopBell>& bell() const { return callers; }
 
-    /// Fails all transfers, phase shutdown, and ends the thread. The second call does nothing.
+    /// Fails all transfers, phase shutdown. The second call does nothing.
     void stop();
 
 private:
     using Transfer = std::unique_ptr<HttpTransfer>;
+    using Time = ExchangeClock::Time;
 
     /// The transfers to one origin.
     struct Lane {
@@ -56,12 +59,24 @@ private:
         void operator()(CURLM* handle) const { curl_multi_cleanup(handle); }
     };
 
-    void run();
+    static int onSocket(CURL* handle, curl_socket_t socket, int wish, void* self, void* ofSocket);
+    static int onTimer(CURLM* handle, long milliseconds, void* self);
+
+    void wait() override;
+
+    void interrupt() override { callers->wake(); }
+
+    /// Has what has arrived begun on this thread, unless another is about to.
+    void driveArrivals();
+    bool hasArrivals();
+    /// One round of everything. @return false once told to stop
+    bool drive(const std::vector<SocketWatch::Ready>& ready);
+    void moveOn(const std::vector<SocketWatch::Ready>& ready);
+    bool isTimerDue() const;
     /// @return false once told to stop
     bool takeArrivals();
-    /// @return whether there is nothing to do until somebody calls
-    bool mayRest();
-    std::chrono::milliseconds longestRest() const;
+    /// When there is something to do though nobody calls.
+    Time due() const;
     void enqueue(Transfer transfer);
     /// Takes up the transfers whose next try is due.
     void endPauses();
@@ -85,30 +100,36 @@ private:
     void abandon(Transfer transfer);
     /// As `post`, unless the transfer is to be tried again.
     void postOrPause(Transfer transfer);
-    /// Hands a transfer that has its outcome to the delivery threads. I/O thread only.
+    /// Hands a transfer that has its outcome to the delivery threads.
     void post(Transfer transfer);
 
     const std::shared_ptr<DeliveryThreads> threads;
     const HttpOptions& options;
     const unsigned laneLimit;
     const std::chrono::milliseconds tick;
-    std::unique_ptr<CURLM, FreeMulti> multi; ///< used by the I/O thread, but for its wake-up
-    std::shared_ptr<LoopBell> callers;
-    std::unordered_map<std::string, Lane> lanes;          ///< I/O thread only
-    std::unordered_map<CURL*, Transfer> active;           ///< I/O thread only
-    std::multimap<ExchangeClock::Time, Transfer> pausing; ///< by when they are tried again; I/O thread only
-    std::vector<std::unique_ptr<EasyHandle>> idleHandles; ///< I/O thread only
-    RateLimits limits;                                    ///< I/O thread only
-    ExchangeClock::Time nextCheck{};                      ///< I/O thread only
-    std::multiset<CallOptions::Time> deadlines;           ///< of all that is not settled; I/O thread only
+    const std::shared_ptr<LoopBell> callers;
 
-    std::mutex mutex; ///< guards the three below
+    std::mutex driving; ///< guards all down to the next one
+    SocketWatch sockets;
+    std::unique_ptr<CURLM, FreeMulti> multi;
+    std::optional<Time> timer; ///< when libcurl wants to be called though no socket is ready
+    Time restUntil{};          ///< when the thread at the sockets looks again, if nobody wakes it
+    Time lastWork{};           ///< when there was something to do
+    std::unordered_map<std::string, Lane> lanes;
+    std::unordered_map<CURL*, Transfer> active;
+    std::multimap<Time, Transfer> pausing; ///< by when they are tried again
+    std::vector<std::unique_ptr<EasyHandle>> idleHandles;
+    RateLimits limits;
+    Time nextCheck{};
+    std::multiset<CallOptions::Time> deadlines; ///< of all that is not settled
+
+    std::atomic<bool> writesTls{false}; ///< since the first transfer that does
+
+    std::mutex mutex; ///< guards the two below
     std::vector<Transfer> arrivals;
-    bool resting = false; ///< only a call makes the thread look at what has arrived
     bool stopped = false;
 
-    std::mutex joining; ///< makes a second `stop` wait for the first
-    std::thread thread;
+    std::mutex stopping; ///< makes a second `stop` wait for the first
 };
 
 } // namespace connector::host::detail
