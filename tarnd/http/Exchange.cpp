@@ -18,6 +18,8 @@ constexpr std::uint64_t strayBodyLimit = 64 * 1024; // bytes that a request with
 /// may lose the reply. So a body that nobody wants is read and dropped, up to here.
 constexpr std::uint64_t dropLimit = 256 * 1024;
 
+constexpr std::string_view sessionHeader = "x-qz-tarn-session-id";
+
 void refuseUnfitLength(const Route& route, const Request& request, std::uint64_t maxFileSize)
 {
     const auto length = request.contentLength();
@@ -41,12 +43,28 @@ template <class F>
 void Exchange::guarded(F&& step)
 {
     try {
-        step();
+        try {
+            step();
+        } catch (const ServiceError& error) {
+            requireSessionBefore(error);
+            throw;
+        }
     } catch (const ServiceError& error) {
         fail(error);
     } catch (const std::exception& error) {
         fail(sentences::internal.because(error.what()));
     }
+}
+
+/// Nobody is told anything of the request whose session has ended. What went wrong with the service itself goes to
+/// everybody.
+void Exchange::requireSessionBefore(const ServiceError& error)
+{
+    const bool isOfService =
+        error.kind() == ServiceError::Kind::internal || error.kind() == ServiceError::Kind::unavailable;
+    if (!call || !call->caller.isAssumed || isOfService) return;
+    call->caller = {};
+    call->caller = site.store.sessions().touch(request->header(sessionHeader));
 }
 
 void Exchange::fail(const ServiceError& error)
@@ -67,9 +85,12 @@ void Exchange::limitRequests()
     if (!watches && !site.rate.admit(client.address)) throw sentences::tooManyRequests();
 }
 
+/// Whoever asks for an item waits for the database once: the session is looked up with it.
 void Exchange::beginSession(const std::string& id)
 {
-    call->caller = site.store.sessions().touch(id);
+    auto& sessions = site.store.sessions();
+    const bool withItem = taken->access == Access::session && taken->tail == Tail::item;
+    call->caller = withItem ? sessions.expect(id) : sessions.touch(id);
     if (!site.userRate.admit(static_cast<std::uint64_t>(call->caller.userId)))
         throw sentences::tooManyRequestsOfUser();
 }
@@ -105,7 +126,7 @@ void Exchange::route(RequestHead head)
     limitRequests();
     if (taken->access == Access::numbers) requireWatcher();
     if (taken->access == Access::token) site.failedLogins.check(client.address);
-    if (taken->access == Access::session) beginSession(request->header("x-qz-tarn-session-id"));
+    if (taken->access == Access::session) beginSession(request->header(sessionHeader));
     refuseUnfitLength(*taken, *request, site.maxFileSize);
     if (taken->begin == nullptr) return;
     beginTransfer(site.metrics.uploads);

@@ -92,6 +92,7 @@ private:
     template <class F>
     void guarded(F&& step);
     void route(RequestHead head);
+    void requireSessionBefore(const ServiceError& error);
     void fail(const ServiceError& error);
     void requireWatcher() const;
     void limitRequests();

@@ -13,8 +13,7 @@ namespace tarnd {
 std::unique_ptr<Upload> Catalog::put(const Caller& caller, const Location& location,
                                      const PutOptions& options, std::optional<std::uint64_t> expectedSize)
 {
-    const auto statements = caller.hasQuota ? Database::Statements::several : Tree::statementsFor(location);
-    engine.database.read(statements, [&](Transaction& transaction) {
+    engine.database.read(Tree::statementsFor(location), [&](Transaction& transaction) {
         Tree tree(transaction, caller);
         const auto slot = slotForPut(tree, location, options.mode);
         const bool replaces = slot.existing && !options.createNewVersion;

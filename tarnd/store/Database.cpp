@@ -142,7 +142,10 @@ void Database::Lease::begin(const WriteScope& scope)
 void Database::Lease::giveBack() noexcept
 {
     try {
-        if (!ended && mode != Mode::lookUp) connection->rollback();
+        if (mode == Mode::lookUp)
+            connection->dropWaiting();
+        else if (!ended)
+            connection->rollback();
         const std::lock_guard lock(pool.mutex);
         if (connection->isAlive()) pool.idle.push_back(std::move(connection));
     } catch (const std::exception&) { // a connection that cannot roll back is closed, which does

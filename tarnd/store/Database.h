@@ -89,6 +89,15 @@ public:
         connection.executeLater(sql, args);
     }
 
+    /// A query that may go to the engine with the next one or before the commit: `receive` gets its first row, nullptr
+    /// when there is none, before anything else comes back, and what it throws fails that. It and what it holds on to
+    /// last until then.
+    template <class... Args>
+    void ahead(const std::string& sql, const FirstRowReceiver& receive, const Args&... args)
+    {
+        connection.executeAhead(sql, valuesOf(args...), receive);
+    }
+
     /// Hands on the rows of a query one by one, of any columns.
     void each(const std::string& sql, std::span<const SqlValue> args, const RowReceiver& receive)
     {
@@ -158,7 +167,8 @@ public:
     explicit Database(std::unique_ptr<Dialect> dialect, std::size_t readers = 4);
     ~Database();
 
-    /// Runs `work(Transaction&)`, which makes one statement, and returns what it returns.
+    /// Runs `work(Transaction&)`, which makes one statement, or several about different things, and returns what it
+    /// returns.
     /// @throws as read()
     template <class Work>
     auto lookUp(Work&& work)

@@ -120,6 +120,7 @@ struct PostgresConnection::Statement {
 
     std::string sql;
     std::vector<Bound> args;
+    FirstRowReceiver receive = {};
 };
 
 void PostgresConnection::Close::operator()(pg_conn* connection) const
@@ -186,14 +187,14 @@ void PostgresConnection::beginWrite(const WriteScope& scope)
     lock = scope;
 }
 
-/// What is sent with the commit is not sent again when the connection is lost; so a transaction begins before it. A
-/// commit that no longer waits for the standby, because an operator cancelled it, succeeds with a warning: it is lost if
-/// the standby takes over.
+/// What is sent with the commit is not sent again when the connection is lost; so a transaction begins before it. What
+/// was asked ahead may forbid the commit, and is answered before it, too. A commit that no longer waits for the
+/// standby, because an operator cancelled it, succeeds with a warning: it is lost if the standby takes over.
 void PostgresConnection::commit()
 {
     opening = false;
     if (!inTransaction && waiting.empty()) return; // nothing was asked
-    if (!inTransaction) exchange();
+    if (!inTransaction || isAskedAhead()) exchange();
     warned = false;
     add("COMMIT", {});
     const auto result = exchange();
@@ -207,8 +208,8 @@ void PostgresConnection::commit()
 /// The server ends the transaction as soon as it reads this; its answer is read before the next statement.
 void PostgresConnection::rollback()
 {
-    opening = beginning = false;
-    waiting.clear();
+    opening = false;
+    dropWaiting();
     if (!std::exchange(inTransaction, false) || !isAlive()) return;
     send({"ROLLBACK", {}});
     require(PQpipelineSync(connection.get()) == 1 && PQflush(connection.get()) >= 0);
@@ -225,9 +226,28 @@ void PostgresConnection::execute(const std::string& sql, std::span<const SqlValu
 
 void PostgresConnection::executeLater(const std::string& sql, std::span<const SqlValue> args)
 {
-    const bool alone = !opening && !inTransaction && waiting.empty();
+    const bool alone = !opening && !beginning && !inTransaction;
     add(sql, args);
     if (alone) exchange();
+}
+
+void PostgresConnection::executeAhead(const std::string& sql, std::span<const SqlValue> args,
+                                      const FirstRowReceiver& receive)
+{
+    add(sql, args);
+    waiting.back().receive = receive;
+}
+
+void PostgresConnection::dropWaiting()
+{
+    beginning = false;
+    waiting.clear();
+}
+
+bool PostgresConnection::isAskedAhead() const
+{
+    return std::any_of(waiting.begin(), waiting.end(),
+                       [](const auto& each) { return each.receive != nullptr; });
 }
 
 void PostgresConnection::add(const std::string& sql, std::span<const SqlValue> args)
@@ -250,14 +270,27 @@ void PostgresConnection::addBegin()
     }
 }
 
-/// Sends what waits; returns the answer to the last of it. That the server has restarted since the last use, or takes
-/// no writes any more, shows at the first statement, which is then sent over a new connection; what was waited for and
-/// then cut off would be waited for again. Where another connection has met silence, this one does not wait for it.
+/// Sends what waits; returns the answer to the last of it, once those to what was asked ahead are received.
 PostgresConnection::Result PostgresConnection::exchange()
 {
     const bool first = !inTransaction;
     inTransaction = std::exchange(beginning, false) || inTransaction;
     const auto batch = std::exchange(waiting, {});
+    auto answers = ask(batch, first);
+    for (std::size_t i = 0; i < batch.size(); ++i) {
+        if (!batch[i].receive) continue;
+        const PostgresRow row(answers[i].get(), 0);
+        batch[i].receive(PQntuples(answers[i].get()) > 0 ? &row : nullptr);
+    }
+    return std::move(answers.back());
+}
+
+/// Returns the answers in order. That the server has restarted since the last use, or takes no writes any more, shows
+/// at the first statement, which is then sent over a new connection; what was waited for and then cut off would be
+/// waited for again. Where another connection has met silence, this one does not wait for it.
+std::vector<PostgresConnection::Result> PostgresConnection::ask(const std::vector<Statement>& batch,
+                                                                bool first)
+{
     if (first && watchdog.fellSilent(server, connected)) connect();
     const auto started = std::chrono::steady_clock::now();
     try {
@@ -270,7 +303,7 @@ PostgresConnection::Result PostgresConnection::exchange()
     return attempt(batch);
 }
 
-PostgresConnection::Result PostgresConnection::attempt(const std::vector<Statement>& batch)
+std::vector<PostgresConnection::Result> PostgresConnection::attempt(const std::vector<Statement>& batch)
 {
     const ConnectionWatchdog::Watch watch(watchdog, socket.get(), server);
     if (!underWay.empty()) collect(); // the end of the last transaction
@@ -282,7 +315,8 @@ PostgresConnection::Result PostgresConnection::attempt(const std::vector<Stateme
 
 void PostgresConnection::send(const Statement& statement)
 {
-    const auto& [sql, args] = statement;
+    const auto& sql = statement.sql;
+    const auto& args = statement.args;
     std::vector<const char*> data;
     std::vector<int> sizes;
     std::vector<Oid> types;
@@ -305,17 +339,18 @@ void PostgresConnection::send(const Statement& statement)
     underWay.emplace_back();
 }
 
-/// Reads all answers to what is under way; returns the last. @throws the first failure among them
-PostgresConnection::Result PostgresConnection::collect()
+/// Reads all answers to what is under way; returns those to statements. @throws the first failure among them
+std::vector<PostgresConnection::Result> PostgresConnection::collect()
 {
-    Result last, failed;
+    std::vector<Result> answers;
+    Result failed;
     for (const auto& text : std::exchange(underWay, {})) {
         bool worked = false;
         while (Result result{PQgetResult(connection.get())}) {
             const auto status = PQresultStatus(result.get());
             worked = status == PGRES_COMMAND_OK || status == PGRES_TUPLES_OK;
             if (!worked && !failed) failed = std::move(result);
-            if (worked) last = std::move(result);
+            if (worked && text.empty()) answers.push_back(std::move(result));
         }
         if (!worked && !text.empty()) statements.erase(text);
     }
@@ -327,7 +362,7 @@ PostgresConnection::Result PostgresConnection::collect()
         if (!whole) connection.reset(); // what else comes could not be told from the answers to come
         throw error;
     }
-    return last;
+    return answers;
 }
 
 void PostgresConnection::require(bool sent)

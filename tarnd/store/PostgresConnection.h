@@ -14,8 +14,8 @@ struct pg_result;
 namespace tarnd {
 
 /// A connection to PostgreSQL. Only execute() and commit() wait for the server, one round trip each: what opens
-/// a transaction and what was left for later travels with them, and the end of one that was only read is not
-/// waited for.
+/// a transaction, what was left for later and what is asked ahead travels with them, and the end of one that was only
+/// read is not waited for.
 ///
 /// A connection that was lost between two transactions, or that leads to a server which takes no writes any more, is
 /// made anew: to whichever of the servers in the options takes writes now.
@@ -31,6 +31,9 @@ public:
     void rollback() override;
     void execute(const std::string& sql, std::span<const SqlValue> args, const RowReceiver& receive) override;
     void executeLater(const std::string& sql, std::span<const SqlValue> args) override;
+    void executeAhead(const std::string& sql, std::span<const SqlValue> args,
+                      const FirstRowReceiver& receive) override;
+    void dropWaiting() override;
     bool isAlive() const override;
 
     bool isInTransaction() const override { return inTransaction; }
@@ -57,10 +60,12 @@ private:
     void runAlone(const char* sql);
     void add(const std::string& sql, std::span<const SqlValue> args);
     void addBegin();
+    bool isAskedAhead() const;
     Result exchange();
-    Result attempt(const std::vector<Statement>& batch);
+    std::vector<Result> ask(const std::vector<Statement>& batch, bool first);
+    std::vector<Result> attempt(const std::vector<Statement>& batch);
     void send(const Statement& statement);
-    Result collect();
+    std::vector<Result> collect();
     void require(bool sent);
     ServiceError failure(const pg_result* result) const;
 

@@ -49,7 +49,19 @@ std::string Sessions::login(const std::string& token, const std::string& address
 
 Caller Sessions::touch(const std::string& sessionId)
 {
+    return look(sha256Hex(sessionId));
+}
+
+Caller Sessions::expect(const std::string& sessionId)
+{
     const auto key = sha256Hex(sessionId);
+    // Within that time neither is it too old nor is its use to be written down.
+    auto known = recent.find(key, engine.clock() - touchInterval);
+    return known ? std::move(*known) : look(key);
+}
+
+Caller Sessions::look(const std::string& key)
+{
     const auto now = engine.clock();
     const auto found = engine.database.lookUp([&](Transaction& transaction) {
         return transaction.row<std::int64_t, std::string, std::int64_t, std::int64_t>(
@@ -57,9 +69,17 @@ Caller Sessions::touch(const std::string& sessionId)
             "s.id = $1",
             key);
     });
-    if (!found || std::get<2>(*found) < now - life()) throw sentences::sessionEnded();
+    if (!found || std::get<2>(*found) < now - life()) {
+        recent.forget(key);
+        throw sentences::sessionEnded();
+    }
     Caller caller{std::get<0>(*found), std::get<1>(*found), key, std::get<3>(*found) > 0};
-    if (std::get<2>(*found) <= now - touchInterval) renewSession(engine, caller);
+    auto used = std::get<2>(*found);
+    if (used <= now - touchInterval) {
+        renewSession(engine, caller);
+        used = now;
+    }
+    recent.remember(caller, used);
     return caller;
 }
 
@@ -123,8 +143,14 @@ void renewSession(const Engine& engine, const Caller& caller)
 
 void requireSession(Transaction& transaction, const Caller& caller)
 {
-    if (!transaction.value<std::string>("SELECT id FROM sessions WHERE id = $1", caller.sessionKey))
-        throw sentences::sessionEnded();
+    transaction.ahead(
+        "SELECT u.quota FROM sessions s JOIN users u ON u.id = s.account WHERE s.id = $1",
+        [&caller](const SqlRow* row) {
+            if (!row) throw sentences::sessionEnded();
+            caller.hasQuota = row->number(0) > 0;
+            caller.isAssumed = false;
+        },
+        caller.sessionKey);
 }
 
 } // namespace tarnd

@@ -2,6 +2,7 @@
 
 #include "tarnd/store/Accounts.h"
 #include "tarnd/store/Caller.h"
+#include "tarnd/store/RecentSessions.h"
 
 #include <atomic>
 #include <cstdint>
@@ -46,6 +47,10 @@ public:
     /// @throws ServiceError loginRequired
     Caller touch(const std::string& sessionId);
 
+    /// The same, but a session that was alive within the last minute is taken for alive: the database is asked with the
+    /// first query that the caller makes of a Tree, and that fails if it has ended. @throws as touch
+    Caller expect(const std::string& sessionId);
+
     /// Ends the session; its open handles are aborted with it.
     void logout(const Caller& caller);
 
@@ -73,9 +78,11 @@ public:
 
 private:
     std::int64_t life() const;
+    Caller look(const std::string& key);
 
     Engine engine;
     Accounts& accounts;
+    RecentSessions recent;
     std::uint32_t minutesIdle;
     std::atomic<std::uint32_t> mostPerUser = SessionLimits().perUser;
     std::atomic<std::uint32_t> mostPerAddress = SessionLimits().perAddress;
@@ -84,7 +91,8 @@ private:
 /// Keeps the session of a request that takes long from dying of idleness.
 void renewSession(const Engine& engine, const Caller& caller);
 
-/// @throws ServiceError loginRequired when the session was ended since the request began
+/// Asks, with the next query of the transaction, whether the session lives and what its user may have.
+/// @throws ServiceError loginRequired when that is answered, if it was ended
 void requireSession(Transaction& transaction, const Caller& caller);
 
 } // namespace tarnd

@@ -6,6 +6,7 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <variant>
 #include <vector>
 
@@ -25,6 +26,9 @@ protected:
 };
 
 using RowReceiver = std::function<void(const SqlRow&)>;
+
+/// Gets the first row of a result, nullptr when it has none.
+using FirstRowReceiver = std::function<void(const SqlRow*)>;
 
 /// Who else must wait while a write goes on.
 struct WriteScope {
@@ -61,6 +65,22 @@ public:
     {
         execute(sql, args, {});
     }
+
+    /// Runs a query that the engine may get with the next call only: with execute(), or with commit(), which then
+    /// happens only after it. Its answer is received before anything else comes back; what `receive` throws, that call
+    /// throws.
+    virtual void executeAhead(const std::string& sql, std::span<const SqlValue> args,
+                              const FirstRowReceiver& receive)
+    {
+        bool found = false;
+        execute(sql, args, [&](const SqlRow& row) {
+            if (!std::exchange(found, true)) receive(&row);
+        });
+        if (!found) receive(nullptr);
+    }
+
+    /// Drops what has not gone to the engine yet.
+    virtual void dropWaiting() {}
 
     /// False once the server has gone away from this connection, or takes no writes any more.
     virtual bool isAlive() const = 0;

@@ -1,5 +1,7 @@
 #include "tarnd/store/Tree.h"
 
+#include "tarnd/store/Sessions.h"
+
 #include <Poco/String.h>
 
 #include <algorithm>
@@ -242,6 +244,11 @@ Database::Statements Tree::statementsFor(const Location& location)
 {
     const bool one = location.path.names().size() <= namesPerQuery;
     return one ? Database::Statements::one : Database::Statements::several;
+}
+
+Tree::Tree(Transaction& transaction, const Caller& caller) : transaction(transaction), caller(caller)
+{
+    if (caller.isAssumed) requireSession(transaction, caller);
 }
 
 bool Tree::isOwnBucket(const Location& location) const

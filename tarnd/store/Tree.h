@@ -42,12 +42,14 @@ struct Slot {
 };
 
 /// The tree as one caller sees it, inside one transaction: the only place that decides who may see and change what.
+/// A session that is only assumed to live is asked for with the first query.
 class Tree {
 public:
     /// How many statements readable(), owned() and slot() make when they find what they look for.
     static Database::Statements statementsFor(const Location& location);
 
-    Tree(Transaction& transaction, const Caller& caller) : transaction(transaction), caller(caller) {}
+    /// @throws ServiceError loginRequired, at once or with the first query
+    Tree(Transaction& transaction, const Caller& caller);
 
     /// The item, if the caller owns it or it or a folder above it is granted to them. @throws notFound
     Node readable(const Location& location);

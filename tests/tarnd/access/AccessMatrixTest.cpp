@@ -202,6 +202,37 @@ TEST_F(AccessMatrix, NoOtherRouteIsOpenWithoutASession)
         }
 }
 
+/// The service knows of a while ago whose it was. What could be done a moment earlier is tried, and what would fail for
+/// other reasons.
+TEST_F(AccessMatrix, ASessionThatHasEndedOpensNothing)
+{
+    const auto token = world.service.addUser("fay");
+    ServiceUser fay(world.service.url());
+    const auto listing = [&] { return require(fay.list({"", "/"})).body; };
+    const auto tryEnded = [&](const std::function<RestReply()>& attempt) {
+        const auto before = listing();
+        require(fay.logout());
+        EXPECT_EQ(attempt().status, 401);
+        require(fay.login(token));
+        EXPECT_EQ(listing(), before);
+    };
+    require(fay.login(token));
+    for (const auto& operation : operations())
+        for (const auto kind : operation.kinds) {
+            const auto number = std::to_string(++cells);
+            SCOPED_TRACE(operation.name);
+            Attempt it{{"", "/item" + number}, "", {"", "/mine" + number}, {"", "/free" + number}};
+            for (const auto& place : {it.place, it.mine})
+                require(kind == Kind::file ? fay.put(place, "content") : fay.createFolder(place));
+            if (kind == Kind::file)
+                it.oldVersion = parseXml(require(fay.put(it.place, "new", "UPDATE")).body).only("VersionId");
+            if (operation.effect == Effect::makes) it.place = it.free;
+            tryEnded([&] { return operation.run(fay, it); });
+        }
+    tryEnded([&] { return fay.send("PUT", "/service/v1/files/without-parameters"); });
+    tryEnded([&] { return fay.attributes({"", "/not-there"}); });
+}
+
 /// A link shows its very item to everybody, and nothing once that item is gone: not what has its name later.
 TEST_F(AccessMatrix, PublicLinksShowTheirItemToEverybodyWhileItIsThere)
 {
