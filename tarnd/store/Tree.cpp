@@ -64,13 +64,21 @@ std::string place(std::size_t number)
 }
 
 /// Where a path begins: what stands in a placeholder, and the SQL about it that yields the id of that node.
+struct RootOfUser {
+    std::int64_t value;
+
+    static std::string id(const std::string& user)
+    {
+        return "(SELECT id FROM nodes WHERE parent IS NULL AND owner = " + user + ")";
+    }
+};
+
 struct RootOfBucket {
     std::string value;
 
     static std::string id(const std::string& bucket)
     {
-        return "(SELECT id FROM nodes WHERE parent IS NULL AND owner = (SELECT id FROM users WHERE name = " +
-               bucket + "))";
+        return RootOfUser::id("(SELECT id FROM users WHERE name = " + bucket + ")");
     }
 };
 
@@ -80,13 +88,22 @@ struct NodeItself {
     static std::string id(const std::string& node) { return node; }
 };
 
-/// The id of the node that the names in the placeholders `first` to `last` lead to, the last name first.
+/// The id of the node that the names in the placeholders `first` to `last` lead to from `start`, the last name first.
 std::string reached(std::size_t first, std::size_t last, const std::string& start)
 {
     std::string sql;
     for (auto i = first; i <= last; ++i)
         sql += "(SELECT id FROM nodes WHERE name = " + place(i) + " AND parent = ";
     return sql + start + std::string(last + 1 - first, ')');
+}
+
+/// "n" is what the names in the first placeholders lead to from `start`, or the folder that it is in when `withParent`.
+std::string leadTo(std::size_t names, const std::string& start, bool withParent)
+{
+    if (names == 0) return "n.id = " + start;
+    const auto folder = reached(2, names, start);
+    if (withParent) return "n.id IN (" + reached(1, names, start) + ", " + folder + ")";
+    return "n.name = $1 AND n.parent = " + folder;
 }
 
 /// "n" or a folder above it is granted to the user in the placeholder.
@@ -117,9 +134,7 @@ std::vector<Node> follow(Transaction& transaction, const Start& start, std::span
         if (!id) return {};
         return follow(transaction, NodeItself{*id}, names.subspan(count), withParent, viewer);
     }
-    const auto item = reached(1, count, from);
-    const auto condition =
-        withParent ? "n.id IN (" + item + ", " + reached(2, count, from) + ")" : "n.id = " + item;
+    const auto condition = leadTo(count, from, withParent);
     if (viewer.empty()) return nodes(transaction, condition, args, start.value);
     return nodes(transaction, condition + isGrantedTo(place(count + 2)), args, start.value, viewer);
 }
@@ -262,10 +277,8 @@ std::vector<Node> Tree::visible(const Location& location, bool withParent)
     const auto& names = location.path.names();
     if (!isOwnBucket(location))
         return follow(transaction, RootOfBucket{location.bucket}, names, withParent, caller.user);
-    auto found = follow(transaction, RootOfBucket{caller.user}, names, withParent);
+    auto found = follow(transaction, RootOfUser{caller.userId}, names, withParent);
     if (found.empty()) rootOf(transaction, caller.userId);
-    // Another's, who has got the name of a user removed meanwhile.
-    if (!found.empty() && !isOwner(found.front())) throw sentences::sessionEnded();
     return found;
 }
 
