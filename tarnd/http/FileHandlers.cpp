@@ -39,8 +39,11 @@ OpenHandle openWith(Call& call, const Location& location, const std::string& acc
 void beginFile(Call& call)
 {
     const auto& query = call.request.query();
-    const PutOptions options{createModeOf(query), query.flag("createNewVersion")};
-    call.upload = call.store.catalog().put(call.caller, itemOf(call), options, call.request.contentLength());
+    constexpr std::uint64_t shortContent = 64 * 1024; // bytes
+    const auto length = call.request.contentLength();
+    const bool isComing = !call.request.waitsForContinue() && length && *length <= shortContent;
+    const PutOptions options{createModeOf(query), query.flag("createNewVersion"), isComing};
+    call.upload = call.store.catalog().put(call.caller, itemOf(call), options, length);
 }
 
 Reply putFile(Call& call)

@@ -14,6 +14,9 @@ namespace tarnd {
 /// Header fields in the order they came.
 using Headers = std::vector<std::pair<std::string, std::string>>;
 
+/// The client holds its body back until it is told to go on ("Expect: 100-continue").
+bool waitsForContinue(const Headers& headers);
+
 /// What a client sent before the body, request line included save its target.
 struct RequestHead {
     std::string method;
@@ -50,6 +53,9 @@ public:
     /// Bytes of the body as announced; nothing for a chunked body and for a request that announces none.
     std::optional<std::uint64_t> contentLength() const { return announcedLength; }
 
+    /// The client holds its body back until it is told to go on.
+    bool waitsForContinue() const { return tarnd::waitsForContinue(headers); }
+
 private:
     std::string methodName;
     std::string rawPath;
@@ -60,8 +66,5 @@ private:
 
 /// @throws ServiceError badRequest when HTTP/1.1 demands a header that is not there
 void requireHost(const RequestHead& head);
-
-/// The client holds its body back until it is told to go on ("Expect: 100-continue").
-bool waitsForContinue(const Headers& headers);
 
 } // namespace tarnd

@@ -13,6 +13,15 @@ namespace tarnd {
 std::unique_ptr<Upload> Catalog::put(const Caller& caller, const Location& location,
                                      const PutOptions& options, std::optional<std::uint64_t> expectedSize)
 {
+    const bool checksLater = options.isComing && engine.database.isRemote() && !engine.contents.isRemote();
+    if (!checksLater) requirePut(caller, location, options, expectedSize);
+    auto room = engine.contents.claimRoom(expectedSize.value_or(0));
+    return std::make_unique<Upload>(engine, caller, location, options, expectedSize, std::move(room));
+}
+
+void Catalog::requirePut(const Caller& caller, const Location& location, const PutOptions& options,
+                         std::optional<std::uint64_t> expectedSize)
+{
     engine.database.read(Tree::statementsFor(location), [&](Transaction& transaction) {
         Tree tree(transaction, caller);
         const auto slot = slotForPut(tree, location, options.mode);
@@ -21,8 +30,6 @@ std::unique_ptr<Upload> Catalog::put(const Caller& caller, const Location& locat
                         static_cast<std::int64_t>(expectedSize.value_or(0)) -
                             (replaces ? slot.existing->size : 0));
     });
-    auto room = engine.contents.claimRoom(expectedSize.value_or(0));
-    return std::make_unique<Upload>(engine, caller, location, options, expectedSize, std::move(room));
 }
 
 OpenContent Catalog::read(const Caller& caller, const Location& location, const VersionChoice& version)

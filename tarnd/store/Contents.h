@@ -175,6 +175,9 @@ public:
     /// How often a service compares rows and contents while it works; nothing: once, at its start.
     virtual std::optional<std::chrono::seconds> sweepInterval() const { return {}; }
 
+    /// A content that is stored travels over a network.
+    virtual bool isRemote() const { return false; }
+
     /// Fails what waits for the contents at the moment, so that the process can end.
     virtual void interruptWaits() {}
 

@@ -47,6 +47,11 @@ void Database::requireFiles()
     ownDialect->requireFiles();
 }
 
+bool Database::isRemote() const
+{
+    return ownDialect->hasManyWriters();
+}
+
 Gate::Use Database::writerUse()
 {
     auto use = writers.gate.use();

@@ -38,6 +38,8 @@ public:
 
     std::optional<std::chrono::seconds> sweepInterval() const override { return objects.address().grace; }
 
+    bool isRemote() const override { return true; }
+
     void interruptWaits() override { objects.interruptWaits(); }
 
     /// Makes an empty store that of the database with this id. False when it is another's, or holds something else.
