@@ -46,6 +46,7 @@ private:
 
     int fd;
     std::string received;
+    bool isAnswered = false; ///< nothing is under way
 };
 
 /// "METHOD TARGET HTTP/1.1" with Host, the session and the other headers, and a body with its length.
