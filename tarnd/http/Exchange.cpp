@@ -62,7 +62,13 @@ void Exchange::requireSessionBefore(const ServiceError& error)
 {
     const bool isOfService =
         error.kind() == ServiceError::Kind::internal || error.kind() == ServiceError::Kind::unavailable;
-    if (!call || !call->caller.isAssumed || isOfService) return;
+    if (!isOfService) requireSession();
+}
+
+/// What has not asked for the session on its way does it now.
+void Exchange::requireSession()
+{
+    if (!call || !call->caller.isAssumed) return;
     call->caller = {};
     call->caller = site.store.sessions().touch(request->header(sessionHeader));
 }
@@ -182,6 +188,7 @@ Reply Exchange::finish()
         guarded([&] {
             if (taken->access == Access::form) beginSession(Parameters(form).text("session"));
             reply = taken->handle(*call);
+            requireSession();
             endTransfer();
             if (reply.file || reply.source) beginTransfer(site.metrics.downloads);
         });

@@ -93,6 +93,7 @@ private:
     void guarded(F&& step);
     void route(RequestHead head);
     void requireSessionBefore(const ServiceError& error);
+    void requireSession();
     void fail(const ServiceError& error);
     void requireWatcher() const;
     void limitRequests();

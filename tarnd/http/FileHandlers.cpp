@@ -50,6 +50,7 @@ Reply putFile(Call& call)
 {
     XmlWriter xml("Response");
     writeVersion(xml, call.upload->commit());
+    call.caller.isAssumed = false; // the commit has asked for the session
     auto reply = xmlReply(std::move(xml));
     const auto digest = digestField(call.upload->sha256());
     reply.headers = {{"Content-Digest", digest}, {"Repr-Digest", digest}};
