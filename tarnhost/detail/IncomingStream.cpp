@@ -21,6 +21,9 @@ using common::DataBuffer;
 /// What libcurl hands over at once; anything smaller is most likely the end of a small body.
 constexpr std::size_t largestPiece = CURL_MAX_WRITE_SIZE;
 
+/// A full queue, so that not each item has to wake a thread.
+constexpr int itemsPerTurn = streamQueueBytes / streamItemBytes;
+
 /// What the response carries. Dropped without a subscriber, it cancels: nobody will ever read the body.
 class LiveBody : public reactive_streams::PublisherAPI<DataBuffer> {
 public:
@@ -66,13 +69,13 @@ struct IncomingStream::Delivery {
     {
         if (!stream) return;
         stream->abandon(std::make_exception_ptr(errors::hostStoppedError()));
-        stream->deliverOne();
+        stream->deliver();
     }
 
     void operator()()
     {
         const DeliveryScope scope("an item of a streamed reply");
-        std::exchange(stream, nullptr)->deliverOne();
+        std::exchange(stream, nullptr)->deliver();
     }
 
     std::shared_ptr<IncomingStream> stream;
@@ -105,7 +108,7 @@ IncomingStream::Introduction::~Introduction()
         if (stream.introducer != std::this_thread::get_id()) return; // a task has taken over
         stream.introducer = {};
     }
-    stream.deliverOne();
+    stream.deliver();
 }
 
 bool IncomingStream::accept(std::string_view bytes)
@@ -221,25 +224,17 @@ void IncomingStream::schedule(Lock lock)
     threads->post(Delivery(shared_from_this()));
 }
 
-void IncomingStream::deliverOne()
+void IncomingStream::deliver()
 {
-    Lock lock(mutex);
-    if (!hasSignal()) {
-        scheduled = false;
-        return;
+    for (int left = itemsPerTurn;; --left) {
+        Lock lock(mutex);
+        if (items.empty() && hasSignal()) return deliverEnd(std::move(lock));
+        if (left == 0 || !hasSignal()) {
+            scheduled = false;
+            return schedule(std::move(lock));
+        }
+        deliverItem(std::move(lock));
     }
-    if (items.empty()) {
-        deliverEnd(std::move(lock));
-        return;
-    }
-    deliverItem(std::move(lock));
-    Lock again(mutex);
-    if (items.empty() && hasSignal()) {
-        deliverEnd(std::move(again));
-        return;
-    }
-    scheduled = false;
-    schedule(std::move(again));
 }
 
 void IncomingStream::deliverItem(Lock lock)

@@ -22,10 +22,10 @@ namespace connector::host::detail {
 /// The body of one reply on its way from the socket to its subscriber.
 ///
 /// The transfer loop puts bytes in until the queue is full, and then leaves the socket alone until it is called again.
-/// A task on the delivery threads takes one item out and gives it to the subscriber; there is never more than one
-/// task of a stream, which keeps the items in order, and each brings one item only, so that many streams share one
-/// thread evenly; the end comes with the last item, and the first item with the head. So a short body needs no change
-/// of threads of its own. The subscriber is called without the lock.
+/// A task on the delivery threads takes the items out and gives them to the subscriber; there is never more than one
+/// task of a stream, which keeps the items in order, and each brings no more than a full queue, so that many streams
+/// share one thread evenly; the end comes with the last item, and the first item with the head. So a short body needs
+/// no change of threads of its own. The subscriber is called without the lock.
 class IncomingStream : public reactive_streams::Subscription,
                        public std::enable_shared_from_this<IncomingStream> {
 public:
@@ -86,7 +86,7 @@ private:
 
     bool hasSignal() const;
     void schedule(Lock lock);
-    void deliverOne();
+    void deliver();
     void deliverItem(Lock lock);
     void deliverEnd(Lock lock);
     void drop();
