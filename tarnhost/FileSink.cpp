@@ -2,9 +2,11 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <condition_variable>
 #include <cstring>
-#include <string_view>
+#include <optional>
 #include <system_error>
+#include <thread>
 #include <utility>
 
 #include <fcntl.h>
@@ -47,14 +49,91 @@ std::size_t runLength(std::string_view bytes, bool zeros)
 
 } // namespace
 
+/// Writes one item on a thread of its own, while the next is hashed and the one after that arrives.
+class FileSink::Writer {
+public:
+    explicit Writer(FileSink& of) : sink(of), thread([this] { run(); }) {}
+
+    Writer(const Writer&) = delete;
+    Writer& operator=(const Writer&) = delete;
+
+    ~Writer() { end(); }
+
+    /// Returns when the item before is written. @throws what that has failed with
+    void write(DataBuffer&& next)
+    {
+        std::unique_lock lock(mutex);
+        changed.wait(lock, [this] { return !item || failure; });
+        if (failure) std::rethrow_exception(failure);
+        item = std::move(next);
+        lock.unlock();
+        changed.notify_one();
+    }
+
+    /// Returns when all is written. @throws as `write`
+    void finish()
+    {
+        end();
+        if (failure) std::rethrow_exception(failure);
+    }
+
+private:
+    void end()
+    {
+        {
+            std::lock_guard lock(mutex);
+            ended = true;
+        }
+        changed.notify_one();
+        if (thread.joinable()) thread.join();
+    }
+
+    void run()
+    {
+        std::unique_lock lock(mutex);
+        for (;;) {
+            changed.wait(lock, [this] { return item || ended; });
+            if (!item) return;
+            lock.unlock();
+            auto fault = faultOf(*item);
+            lock.lock();
+            item.reset();
+            failure = std::move(fault);
+            changed.notify_one();
+            if (failure) return;
+        }
+    }
+
+    std::exception_ptr faultOf(const DataBuffer& written) noexcept
+    {
+        try {
+            sink.store(written.bytes());
+            return nullptr;
+        } catch (...) {
+            return std::current_exception();
+        }
+    }
+
+    FileSink& sink;
+    std::mutex mutex; ///< guards the four below
+    std::condition_variable changed;
+    std::optional<DataBuffer> item; ///< being written, or about to be
+    std::exception_ptr failure;
+    bool ended = false;
+    std::thread thread; ///< last, since it uses the others
+};
+
 FileSink::FileSink(int descriptor, Options options)
-    : file(fcntl(descriptor, F_DUPFD_CLOEXEC, 0)), keepHoles(options.keepHoles && isRegular(descriptor))
+    : file(fcntl(descriptor, F_DUPFD_CLOEXEC, 0))
+    , isFile(isRegular(descriptor))
+    , keepHoles(options.keepHoles && isFile)
 {
     if (file < 0) fail("Could not open the target");
 }
 
 FileSink::~FileSink()
 {
+    writer.reset();
     ::close(file);
 }
 
@@ -68,9 +147,16 @@ void FileSink::onSubscribe(std::weak_ptr<reactive_streams::Subscription> offered
     if (held) held->request(reactive_streams::unboundedDemand);
 }
 
+/// The first item at once: most files have no more, and a thread would cost more than it saves.
 void FileSink::onNext(DataBuffer&& item)
 {
-    auto bytes = item.bytes();
+    if (!isFile || !std::exchange(hasBegun, true)) return store(item.bytes());
+    if (!writer) writer = std::make_unique<Writer>(*this);
+    writer->write(std::move(item));
+}
+
+void FileSink::store(std::string_view bytes)
+{
     while (!bytes.empty()) {
         const bool zeros = keepHoles && isZero(bytes.substr(0, blockBytes));
         const auto run = keepHoles ? runLength(bytes, zeros) : bytes.size();
@@ -97,6 +183,7 @@ void FileSink::skip(std::uint64_t bytes)
 
 void FileSink::onComplete()
 {
+    if (writer) writer->finish();
     if (hasHole) { // the last block may be one
         const off_t end = lseek(file, 0, SEEK_CUR);
         if (end < 0 || ftruncate(file, end) != 0) fail("Could not write the content");
@@ -106,6 +193,7 @@ void FileSink::onComplete()
 
 void FileSink::onError(std::exception_ptr)
 {
+    writer.reset(); // what has come is written: the download may go on from there
     settle(false);
 }
 

@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <memory>
 #include <mutex>
+#include <string_view>
 
 namespace connector::host {
 
@@ -15,9 +16,11 @@ namespace connector::host {
 ///
 ///     download->content = std::make_shared<host::FileSink>(descriptor);
 ///
-/// Writes within `onNext`, on the thread that delivers: a pipe that nobody reads holds a delivery thread up. What
-/// cannot be written is thrown out of `onNext` as std::system_error, and so becomes the failure of the download.
-/// Nothing is synced or closed; after an error what has been written stays.
+/// Writes to a regular file on a thread of its own from the second item on, a little behind what has been delivered,
+/// and to anything else within `onNext`, on the thread that delivers: a pipe that nobody reads holds a delivery thread
+/// up. What cannot be written is thrown out of a following `onNext` or out of `onComplete` as std::system_error, and so
+/// becomes the failure of the download. At an end or an error all that was delivered has been written. Nothing is
+/// synced or closed; after an error what has been written stays.
 class TARN_API FileSink : public reactive_streams::SubscriberAPI<common::DataBuffer> {
 public:
     struct Options {
@@ -46,14 +49,20 @@ public:
     Future<bool> completion() override { return ended.getFuture(); }
 
 private:
+    class Writer;
+
+    void store(std::string_view bytes);
     void write(std::string_view bytes);
     void skip(std::uint64_t bytes);
     void settle(bool completed);
 
     const int file;
+    const bool isFile;
     const bool keepHoles;
     bool hasHole = false;
-    std::mutex mutex; ///< guards everything below
+    bool hasBegun = false;
+    std::unique_ptr<Writer> writer; ///< null: all has been written within `onNext`
+    std::mutex mutex;               ///< guards everything below
     std::weak_ptr<reactive_streams::Subscription> subscription;
     bool settled = false;
     Promise<bool> ended;

@@ -33,10 +33,10 @@ public:
     void limitTo(std::optional<std::uint64_t> bytes) { limit = bytes; }
 
 protected:
-    /// @throws Failure
-    void requireRoomFor(std::uint64_t bytes) const
+    /// For all up to this position. @throws Failure
+    void requireRoomTo(std::uint64_t end) const
     {
-        if (limit && held() + bytes > *limit)
+        if (limit && end > *limit)
             throw Failure(ExitCode::failure, "The service sends more than the file has.");
     }
 

@@ -55,15 +55,22 @@ public:
     {
     }
 
+    void onSubscribe(std::weak_ptr<connector::reactive_streams::Subscription> offered) override
+    {
+        end = incoming->held();
+        FileSink::onSubscribe(std::move(offered));
+    }
+
     void onNext(DataBuffer&& item) override
     {
         const auto bytes = item.size;
-        incoming->requireRoomFor(bytes);
+        incoming->requireRoomTo(end += bytes);
         FileSink::onNext(std::move(item));
         *moved += bytes;
     }
 
 private:
+    std::uint64_t end = 0; ///< of what has come; the file may be behind
     MovedBytes moved;
     std::shared_ptr<const IncomingFile> incoming;
 };

@@ -57,7 +57,7 @@ public:
     ContentSubscriber subscriber() override
     {
         return std::make_shared<ContentReceiver>([self = shared_from_this()](std::string_view bytes) {
-            self->requireRoomFor(bytes.size());
+            self->requireRoomTo(self->written + bytes.size());
             self->out.data(bytes);
             self->digest.add(bytes);
             self->written += bytes.size();

@@ -1,0 +1,60 @@
+// A file that is written behind the back of whoever delivers: what fails there, and what is there at the end.
+#include "tarnhost/FileSink.h"
+
+#include <gmock/gmock.h>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <functional>
+#include <memory>
+#include <string>
+#include <system_error>
+
+namespace connector::host::test {
+namespace {
+
+using common::DataBuffer;
+
+TEST(FileSink, FailsLaterWithWhatCouldNotBeWritten)
+{
+    const std::function<void(FileSink&)> ends[] = {
+        [](FileSink& sink) { sink.onComplete(); },
+        [](FileSink& sink) { sink.onNext(DataBuffer("y")); },
+    };
+    for (const auto& end : ends) {
+        const int file = open("/proc/self/exe", O_RDONLY | O_CLOEXEC);
+        FileSink sink(file, {.keepHoles = true});
+        close(file);
+        sink.onNext(DataBuffer(std::string(4096, '\0'))); // a hole, for which nothing is written
+        sink.onNext(DataBuffer("x"));
+        try {
+            end(sink);
+            ADD_FAILURE() << "was told that all is written";
+        } catch (const std::system_error& error) {
+            EXPECT_EQ(error.code().value(), EBADF);
+        }
+    }
+}
+
+TEST(FileSink, HasWrittenAllBeforeItReturnsFromTheEndOrTheError)
+{
+    const std::string item(16'000'000, 'x'); // takes a while
+    const std::function<void(FileSink&)> ends[] = {
+        [](FileSink& sink) { sink.onComplete(); },
+        [](FileSink& sink) { sink.onError(std::make_exception_ptr(std::runtime_error("cut"))); },
+    };
+    for (const auto& end : ends) {
+        const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::tmpfile(), &std::fclose);
+        FileSink sink(fileno(file.get()));
+        for (int i = 0; i < 3; ++i)
+            sink.onNext(DataBuffer(item));
+        end(sink);
+        EXPECT_EQ(lseek(fileno(file.get()), 0, SEEK_CUR), 48'000'000);
+    }
+}
+
+} // namespace
+} // namespace connector::host::test
