@@ -41,13 +41,26 @@ public:
     template <class... Columns, class... Args>
     std::vector<std::tuple<Columns...>> rows(const std::string& sql, const Args&... args);
 
-    /// All rows of "SELECT columns rest", each as a record.
+    /// Hands on each row of "SELECT columns rest" as a record.
+    template <class... Each, class Receive, class... Args>
+    void eachRecord(const Columns<Each...>& columns, Receive receive, const std::string& rest,
+                    const Args&... args)
+    {
+        connection.execute(
+            "SELECT " + columns.list() + " " + rest, valuesOf(args...), [&](const SqlRow& row) {
+                receive(
+                    columns.record(tuple<typename Each::Stored...>(row, std::index_sequence_for<Each...>())));
+            });
+    }
+
+    /// All of them.
     template <class... Each, class... Args>
     auto records(const Columns<Each...>& columns, const std::string& rest, const Args&... args)
     {
-        std::vector<typename Columns<Each...>::Record> found;
-        for (auto& row : rows<typename Each::Stored...>("SELECT " + columns.list() + " " + rest, args...))
-            found.push_back(columns.record(std::move(row)));
+        using Record = typename Columns<Each...>::Record;
+        std::vector<Record> found;
+        eachRecord(
+            columns, [&](Record&& record) { found.push_back(std::move(record)); }, rest, args...);
         return found;
     }
 

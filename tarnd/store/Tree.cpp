@@ -44,6 +44,12 @@ constexpr auto nodeColumns =
             column("COALESCE(v.created, 0)", &Node::versionCreated),
             column("COALESCE(v.revision, 0)", &Node::versionRevision));
 
+/// What an item shows of its node: no text but the name, since a folder may have very many.
+constexpr auto entryColumns = columns(
+    column("n.id", &Node::id), column("n.parent", &Node::parent), column("n.kind", &Node::kind),
+    column("n.name", &Node::name), column("n.created", &Node::created), column("n.modified", &Node::modified),
+    column("n.revision", &Node::revision), column("COALESCE(v.size, 0)", &Node::size));
+
 const std::string nodesWhere = "FROM nodes n LEFT JOIN versions v ON v.id = n.current WHERE ";
 
 template <class... Args>
@@ -159,11 +165,6 @@ Node rootOf(Transaction& transaction, std::int64_t userId)
     return *root;
 }
 
-std::vector<Node> childrenOf(Transaction& transaction, std::int64_t folder)
-{
-    return nodes(transaction, "n.parent = $1 ORDER BY n.name", folder);
-}
-
 std::vector<Node> nodesIn(Transaction& transaction, const std::string& ids, const std::string& text)
 {
     return nodes(transaction, "n.id IN (" + ids + ")", text);
@@ -208,8 +209,12 @@ Item itemOf(const Node& node, bool writable)
 Listing listingOf(Transaction& transaction, const Node& folder, bool writable)
 {
     Listing listing{itemOf(folder, writable), {}, {}};
-    for (const auto& child : childrenOf(transaction, folder.id))
-        (child.isFolder() ? listing.folders : listing.files).push_back(itemOf(child, writable));
+    transaction.eachRecord(
+        entryColumns,
+        [&](const Node& child) {
+            (child.isFolder() ? listing.folders : listing.files).push_back(itemOf(child, writable));
+        },
+        nodesWhere + "n.parent = $1 ORDER BY n.name", folder.id);
     return listing;
 }
 

@@ -89,13 +89,11 @@ std::vector<Node> nodesIn(Transaction& transaction, const std::string& nodes, co
 /// The node is the folder itself or lies anywhere below it.
 bool isWithin(Transaction& transaction, std::int64_t node, std::int64_t folder);
 
-/// The direct entries of a folder by name.
-std::vector<Node> childrenOf(Transaction& transaction, std::int64_t folder);
-
 bool hasChildren(Transaction& transaction, std::int64_t folder);
 
 Item itemOf(const Node& node, bool writable);
 
+/// The folder and its direct entries by name.
 Listing listingOf(Transaction& transaction, const Node& folder, bool writable);
 
 /// The node itself, if it is of that kind. @throws ServiceError conflict
