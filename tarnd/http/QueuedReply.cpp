@@ -10,13 +10,21 @@ namespace {
 
 using ResponsePtr = std::unique_ptr<MHD_Response, decltype(&MHD_destroy_response)>;
 
-ResponsePtr responseOf(Reply& reply)
+ResponsePtr responseOf(UniqueFd file, std::uint64_t offset, std::uint64_t size)
 {
-    MHD_Response* response =
-        reply.file
-            ? MHD_create_response_from_fd_at_offset64(reply.fileSize, reply.file.get(), reply.fileOffset)
-            : MHD_create_response_from_buffer(reply.text.size(), reply.text.data(), MHD_RESPMEM_MUST_COPY);
-    if (response != nullptr && reply.file) reply.file.release(); // the response closes it
+    auto* const response = MHD_create_response_from_fd_at_offset64(size, file.get(), offset);
+    if (response != nullptr) file.release(); // the response closes it
+    return {response, &MHD_destroy_response};
+}
+
+/// A listing may be long, and is not copied.
+ResponsePtr responseOf(std::string text)
+{
+    auto owned = std::make_unique<std::string>(std::move(text));
+    auto* const response = MHD_create_response_from_buffer_with_free_callback_cls(
+        owned->size(), owned->data(), [](void* self) { delete static_cast<std::string*>(self); },
+        owned.get());
+    if (response != nullptr) owned.release();
     return {response, &MHD_destroy_response};
 }
 
@@ -59,7 +67,8 @@ MHD_Result queue(MHD_Connection* connection, const ResponsePtr& response, const 
 
 MHD_Result queueReply(MHD_Connection* connection, Reply reply, AfterReply after)
 {
-    const auto response = responseOf(reply);
+    const auto response = reply.file ? responseOf(std::move(reply.file), reply.fileOffset, reply.fileSize)
+                                     : responseOf(std::move(reply.text));
     return queue(connection, response, reply, after);
 }
 

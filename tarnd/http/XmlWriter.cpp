@@ -2,6 +2,8 @@
 
 #include <utf8.h>
 
+#include <algorithm>
+
 namespace tarnd {
 
 namespace {
@@ -30,9 +32,19 @@ std::string_view takeCharacter(std::string_view& rest)
     return fits ? character : replacement;
 }
 
+bool standsForItself(char c)
+{
+    return c >= 0x20 && c < 0x7f && c != '&' && c != '<' && c != '>';
+}
+
+/// All at once, as far as possible: most names have nothing to be escaped.
 void appendEscaped(std::string& out, std::string_view value)
 {
-    while (!value.empty()) {
+    for (;;) {
+        const auto plain = std::find_if_not(value.begin(), value.end(), standsForItself);
+        out.append(value.begin(), plain);
+        value.remove_prefix(static_cast<std::size_t>(plain - value.begin()));
+        if (value.empty()) return;
         const auto character = takeCharacter(value);
         switch (character.front()) {
         case '&':
@@ -80,17 +92,24 @@ void XmlWriter::text(std::string_view name, std::string_view value)
 
 void XmlWriter::number(std::string_view name, std::int64_t value)
 {
-    text(name, std::to_string(value));
+    plain(name, std::to_string(value));
 }
 
 void XmlWriter::number(std::string_view name, std::uint64_t value)
 {
-    text(name, std::to_string(value));
+    plain(name, std::to_string(value));
 }
 
 void XmlWriter::boolean(std::string_view name, bool value)
 {
-    text(name, value ? "true" : "false");
+    plain(name, value ? "true" : "false");
+}
+
+void XmlWriter::plain(std::string_view name, std::string_view value)
+{
+    open(name);
+    document += value;
+    close(name);
 }
 
 std::string XmlWriter::finish()

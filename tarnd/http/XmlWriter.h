@@ -36,6 +36,8 @@ public:
     std::string finish();
 
 private:
+    /// @pre nothing in `value` has to be escaped
+    void plain(std::string_view name, std::string_view value);
     void open(std::string_view name);
     void close(std::string_view name);
 
