@@ -5,6 +5,7 @@
 
 #include <utf8proc.h>
 
+#include <algorithm>
 #include <cstdio>
 
 namespace tarncli {
@@ -44,6 +45,13 @@ bool isShownAsItIs(utf8proc_int32_t codePoint)
     default:
         return true;
     }
+}
+
+/// How much from the front is printable ASCII, which takes a column for each character: nearly always all of it.
+std::size_t plainLength(std::string_view text)
+{
+    const auto isPlain = [](char c) { return c >= ' ' && c <= '~' && c != '\\'; };
+    return static_cast<std::size_t>(std::ranges::find_if_not(text, isPlain) - text.begin());
 }
 
 std::string formatted(const char* format, unsigned value)
@@ -98,18 +106,26 @@ bool isValidUtf8(std::string_view text)
 std::string escaped(std::string_view text)
 {
     std::string result;
-    while (!text.empty())
+    for (;;) {
+        const auto plain = plainLength(text);
+        result += text.substr(0, plain);
+        text.remove_prefix(plain);
+        if (text.empty()) return result;
         result += escapedPiece(takePiece(text));
-    return result;
+    }
 }
 
 int displayWidth(std::string_view text)
 {
     int width = 0;
-    while (!text.empty())
+    for (;;) {
+        const auto plain = plainLength(text);
+        width += static_cast<int>(plain);
+        text.remove_prefix(plain);
+        if (text.empty()) return width;
         if (const auto piece = takePiece(text); piece.codePoint >= 0)
             width += utf8proc_charwidth(piece.codePoint);
-    return width;
+    }
 }
 
 std::string cutToWidth(std::string_view text, int columns)

@@ -42,16 +42,21 @@ void sort(std::vector<Row>& rows, const Options& options)
     if (options.reversed) std::ranges::reverse(rows);
 }
 
+std::string lines(const std::vector<Row>& rows)
+{
+    std::string names;
+    for (const auto& row : rows)
+        names += escaped(row.name) += '\n';
+    return names;
+}
+
 std::string shown(std::vector<Row> rows, const Options& options)
 {
     using enum Table::Align;
     sort(rows, options);
-    Table table(options.longFormat ? std::vector{right, left, left} : std::vector{left});
+    if (!options.longFormat) return lines(rows);
+    Table table({right, left, left});
     for (const auto& row : rows) {
-        if (!options.longFormat) {
-            table.add({row.name});
-            continue;
-        }
         const auto size = options.bytes ? std::to_string(row.size) : humanSize(row.size);
         table.add({row.isFolder ? "-" : size, humanTime(row.lastModified), row.name});
     }
