@@ -13,13 +13,12 @@
 #include "tarn/protocol/SessionQuery.h"
 #include "tarn/protocol/TarnError.h"
 #include "tarn/session/SessionMessages.h"
-#include "tarnhost/RequestObserver.h"
 
 #include <algorithm>
-#include <atomic>
 #include <chrono>
 #include <thread>
 #include <unistd.h>
+#include <utility>
 
 namespace tarncli {
 
@@ -45,23 +44,6 @@ connector::host::HttpOptions httpOptionsFor(const Service& service, unsigned req
         throwErrno("Could not read the certificates in", http.caFile);
     return http;
 }
-
-/// Tells people once why nothing happens.
-class WaitNotice : public connector::host::RequestObserver {
-public:
-    explicit WaitNotice(Output& output) : output(output) {}
-
-    void finished(const connector::host::ObservedRequest&,
-                  const connector::host::ObservedResult& result) override
-    {
-        if (result.status == statusTooMany && !told.exchange(true))
-            output.message("The service asks to wait; going on in a moment.");
-    }
-
-private:
-    Output& output;
-    std::atomic<bool> told = false;
-};
 
 bool isTurnedAway(const std::exception_ptr& error)
 {
@@ -106,6 +88,7 @@ Connection::Connection(const ConnectionOptions& options, Output& output)
     , requestsInFlight(options.inFlight)
     , retriesAtMost(options.retries)
     , command(options.command)
+    , out(&output)
 {
     if (service.isLocal()) startLocalStore(output);
     connector::host::TarnHost::Options settings;
@@ -115,7 +98,6 @@ Connection::Connection(const ConnectionOptions& options, Output& output)
     settings.http = httpOptionsFor(service, options.inFlight * options.connectionsEach);
     settings.http.replyCheck = whyNotTarn;
     settings.http.observers = requestObservers(options.log, output);
-    if (options.retries > 0) settings.http.observers.push_back(std::make_shared<WaitNotice>(output));
     if (!options.rate.empty()) limitRate(settings.http, options);
     if (options.timeout > 0) limitWaiting(settings.http, std::chrono::seconds(options.timeout));
     host = std::make_unique<connector::host::TarnHost>(settings);
@@ -137,8 +119,15 @@ void Connection::pauseAfter(const std::exception_ptr& error, Retries& left)
 {
     const auto pause = isTransient(error) ? left.next() : std::nullopt;
     if (!pause) std::rethrow_exception(error);
+    tellOfPause(error);
     // A service that counts requests lets the next one in within a second.
     std::this_thread::sleep_for(isTurnedAway(error) ? std::max(*pause, turnedAwayPause) : *pause);
+}
+
+void Connection::tellOfPause(const std::exception_ptr& error)
+{
+    if (isTurnedAway(error) && !std::exchange(toldOfPause, true))
+        out->message("The service asks to wait; going on in a moment.");
 }
 
 void Connection::startLocalStore(Output& output)

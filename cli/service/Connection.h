@@ -10,6 +10,7 @@
 #include "tarn/foundation/platform/HttpClientResponse.h"
 #include "tarnhost/TarnHost.h"
 
+#include <exception>
 #include <memory>
 #include <string>
 #include <utility>
@@ -126,10 +127,13 @@ public:
 
     Retries retries() const { return Retries(retriesAtMost); }
 
+    /// Tells people, once, why nothing happens before what failed so is tried again: the service may have asked to wait.
+    void tellOfPause(const std::exception_ptr& error);
+
 private:
     /// As `call`, without a look at the session.
     template <class Operation>
-    auto patiently(Operation&& operation) const
+    auto patiently(Operation&& operation)
     {
         for (auto left = retries();;) {
             try {
@@ -141,7 +145,7 @@ private:
     }
 
     /// @throws the error when it is not transient, or has been repeated often enough
-    static void pauseAfter(const std::exception_ptr& error, Retries& left);
+    void pauseAfter(const std::exception_ptr& error, Retries& left);
 
     std::string changesName() const { return isLocal() ? "local" : endpoint; }
 
@@ -162,6 +166,8 @@ private:
     bool passing = false; ///< the token is from the environment: nothing is kept
     unsigned loginCount = 0;
     std::string command;
+    Output* out;
+    bool toldOfPause = false;
     std::unique_ptr<ChangeLog> changeLog;
     std::unique_ptr<connector::host::TarnHost> host;
 };

@@ -175,6 +175,7 @@ bool Transfers::repeatsLater(std::unique_ptr<Entry>& entry, const std::exception
     if (abandoned || !(isTransient(error) || isUnknownOutcome(error))) return false;
     const auto pause = entry->retries.next();
     if (!pause) return false;
+    connection.tellOfPause(error);
     out.detail(about(entry->transfer.what, explain(error)).what() + std::string(" Trying again."));
     entry->error = error;
     entry->notBefore = Clock::now() + *pause;

@@ -213,6 +213,21 @@ TEST_F(OnTheWay, WhatIsNotWhatItShouldBeIsRefused)
     EXPECT_THAT(check.out, HasSubstr("alice:/f, version 1: its content is damaged"));
 }
 
+TEST_F(OnTheWay, TellsOnceThatTheServiceAsksToWait)
+{
+    const auto turnAway = [](ScriptedHttpServer::Connection& connection, const TrueReply&) {
+        connection.send("HTTP/1.1 429 Too Many Requests\r\nContent-Type: application/xml\r\n"
+                        "Content-Length: 33\r\n\r\n<Error><code>Wait.</code></Error>");
+    };
+    for (const auto* arguments : {"get -f /f .", "cat /f >/dev/null"}) {
+        const auto result = run(arguments, fetching, 2, turnAway);
+        EXPECT_EQ(result.exitCode, 0) << result.err;
+        const auto told = result.err.find("asks to wait");
+        EXPECT_NE(told, std::string::npos) << arguments;
+        EXPECT_EQ(result.err.find("asks to wait", told + 1), std::string::npos) << arguments;
+    }
+}
+
 TEST_F(OnTheWay, AChangeWhoseReplyIsLostIsLookedAtAndMadeOnce)
 {
     alice.write("d/x", "x");
