@@ -13,7 +13,7 @@ namespace tarnd {
 std::unique_ptr<Upload> Catalog::put(const Caller& caller, const Location& location,
                                      const PutOptions& options, std::optional<std::uint64_t> expectedSize)
 {
-    const bool checksLater = options.isComing && engine.database.isRemote() && !engine.contents.isRemote();
+    const bool checksLater = options.isComing && !engine.contents.isRemote();
     if (!checksLater) requirePut(caller, location, options, expectedSize);
     auto room = engine.contents.claimRoom(expectedSize.value_or(0));
     return std::make_unique<Upload>(engine, caller, location, options, expectedSize, std::move(room));

@@ -21,8 +21,8 @@ class Catalog {
 public:
     explicit Catalog(Engine engine) : engine(std::move(engine)) {}
 
-    /// Begins an upload after checking what can be checked before the first byte; see Upload. Where the database is
-    /// further away than the contents, a short one that is coming anyway is only checked by Upload::commit().
+    /// Begins an upload after checking what can be checked before the first byte; see Upload. A short
+    /// content that is coming anyway, and that costs little to write, is only checked by Upload::commit().
     /// `expectedSize` is the announced length in bytes, if there is one; what would leave too little of the
     /// disk is refused (insufficientStorage), without a length as soon as so much has come.
     /// create: conflict if the path is taken. update: notFound if it is not there. A folder of that name:

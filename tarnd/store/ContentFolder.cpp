@@ -9,6 +9,7 @@
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -101,7 +102,10 @@ std::unique_ptr<ContentWriter> ContentFolder::write(std::optional<std::uint64_t>
 
 bool ContentFolder::has(const std::string& id) const
 {
-    return bool(open(id));
+    const auto path = contentPath(id);
+    if (::access(path.c_str(), F_OK) == 0) return true;
+    if (errno != ENOENT) throw systemError(path);
+    return false;
 }
 
 std::string ContentFolder::whyNotWritable()

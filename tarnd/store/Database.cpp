@@ -47,11 +47,6 @@ void Database::requireFiles()
     ownDialect->requireFiles();
 }
 
-bool Database::isRemote() const
-{
-    return ownDialect->hasManyWriters();
-}
-
 Gate::Use Database::writerUse()
 {
     auto use = writers.gate.use();

@@ -265,9 +265,6 @@ public:
 
     const Dialect& dialect() const { return *ownDialect; }
 
-    /// Each question waits for a server.
-    bool isRemote() const;
-
     /// Who reads and who writes at the moment, and who waits for a turn to.
     Gate::Use readerUse() { return readers.gate.use(); }
 
