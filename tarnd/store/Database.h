@@ -103,8 +103,9 @@ public:
     }
 
     /// A query that may go to the engine with the next one or before the commit: `receive` gets its first row, nullptr
-    /// when there is none, before anything else comes back, and what it throws fails that. It and what it holds on to
-    /// last until then.
+    /// when there is none, before anything else comes back, and what it throws fails that. Where a statement after it
+    /// fails, that is told instead: what must not be told before belongs into the next query's place. It and what it
+    /// holds on to last until then.
     template <class... Args>
     void ahead(const std::string& sql, const FirstRowReceiver& receive, const Args&... args)
     {

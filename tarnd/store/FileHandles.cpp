@@ -26,7 +26,6 @@ constexpr auto handleColumns =
 std::string insertHandle(Transaction& transaction, const Caller& caller, const Handle& handle)
 {
     const auto id = randomHex(handleIdBytes);
-    requireSession(transaction, caller);
     transaction.run(R"(INSERT INTO handles (id, session, parent, name, node, mode, changes)
                        VALUES ($1, $2, $3, $4, $5, $6, $7))",
                     id, caller.sessionKey, handle.parent, handle.name, handle.node, handle.mode,
@@ -71,6 +70,7 @@ OpenHandle FileHandles::openReadOnly(const Caller& caller, const Location& locat
                                      const VersionChoice& version)
 {
     return engine.database.write([&](Transaction& transaction) {
+        requireSession(transaction, caller);
         const auto file = requireFile(Tree(transaction, caller).readable(location));
         const auto chosen = chosenVersion(transaction, file, version);
         const auto id =
@@ -83,6 +83,7 @@ OpenHandle FileHandles::openReadWrite(const Caller& caller, const Location& loca
                                       bool truncate)
 {
     return engine.database.write(WriteScope{caller.userId}, [&](Transaction& transaction) {
+        requireSession(transaction, caller);
         Tree tree(transaction, caller);
         const auto slot = slotForPut(tree, location, mode);
         const bool created = !slot.existing;

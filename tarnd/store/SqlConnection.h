@@ -67,8 +67,8 @@ public:
     }
 
     /// Runs a query that the engine may get with the next call only: with execute(), or with commit(), which then
-    /// happens only after it. Its answer is received before anything else comes back; what `receive` throws, that call
-    /// throws.
+    /// happens only after it. Its answer is received before anything else comes back, unless a statement sent along has
+    /// failed; what `receive` throws, that call throws.
     virtual void executeAhead(const std::string& sql, std::span<const SqlValue> args,
                               const FirstRowReceiver& receive)
     {

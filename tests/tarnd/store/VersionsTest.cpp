@@ -66,6 +66,11 @@ TEST_F(VersionsTest, HandlesShowNothingBeforeTheCommit)
     handles.close(alice, truncated.id, Close::commit, true);
     EXPECT_EQ(history("/new"), "3:* 2:text 1:");
     EXPECT_EQ(handles.openReadOnly(alice, at("/new"), {"", 2}).size, 4);
+
+    store->sessions().logout(alice);
+    EXPECT_EQ(refusal([&] { handles.openReadOnly(alice, at("/new"), {}); }), Kind::loginRequired);
+    EXPECT_EQ(refusal([&] { handles.openReadWrite(alice, at("/new"), CreateMode::update, true); }),
+              Kind::loginRequired);
 }
 
 } // namespace tarnd
