@@ -91,11 +91,13 @@ void Exchange::limitRequests()
     if (!watches && !site.rate.admit(client.address)) throw sentences::tooManyRequests();
 }
 
-/// Whoever asks for an item waits for the database once: the session is looked up with it.
+/// Whoever asks for an item waits for the database once: the session is looked up with it. Not where a session that has
+/// ended could use up what its user may do.
 void Exchange::beginSession(const std::string& id)
 {
     auto& sessions = site.store.sessions();
-    const bool withItem = taken->access == Access::session && taken->tail == Tail::item;
+    const bool isCounted = site.userRate.isOn() || site.userTransfers.limit() != 0;
+    const bool withItem = taken->access == Access::session && taken->tail == Tail::item && !isCounted;
     call->caller = withItem ? sessions.expect(id) : sessions.touch(id);
     if (!site.userRate.admit(static_cast<std::uint64_t>(call->caller.userId)))
         throw sentences::tooManyRequestsOfUser();

@@ -15,6 +15,8 @@ public:
     /// Holds from the next request on. @param requests  a second; 0: any number
     void setLimit(unsigned requests) { limit = requests; }
 
+    bool isOn() const { return limit != 0; }
+
     /// Counts a request. False: who asks has had their share, and has another one within a second.
     bool admit(std::uint64_t who);
 
