@@ -14,9 +14,15 @@ std::unique_ptr<Upload> Catalog::put(const Caller& caller, const Location& locat
                                      const PutOptions& options, std::optional<std::uint64_t> expectedSize)
 {
     const bool checksLater = options.isComing && !engine.contents.isRemote();
-    if (!checksLater) requirePut(caller, location, options, expectedSize);
-    auto room = engine.contents.claimRoom(expectedSize.value_or(0));
-    return std::make_unique<Upload>(engine, caller, location, options, expectedSize, std::move(room));
+    const auto check = [&] { requirePut(caller, location, options, expectedSize); };
+    if (!checksLater) check();
+    try {
+        auto room = engine.contents.claimRoom(expectedSize.value_or(0));
+        return std::make_unique<Upload>(engine, caller, location, options, expectedSize, std::move(room));
+    } catch (const ServiceError&) {
+        if (checksLater) check(); // what is wrong with the request itself is told first
+        throw;
+    }
 }
 
 void Catalog::requirePut(const Caller& caller, const Location& location, const PutOptions& options,

@@ -188,6 +188,11 @@ TEST_F(DiskTest, AFullDiskRefusesUploadsEarlyAndIsEmptiedThroughTheService)
               }),
               Kind::insufficientStorage);
     EXPECT_GE(std::filesystem::space(place.folder).available, keepFree);
+    const auto send = [&](const char* path) {
+        return store->catalog().put(alice, at(path), {.isComing = true}, 1 << 20);
+    };
+    EXPECT_EQ(refusal([&] { send("/new"); }), Kind::insufficientStorage);
+    EXPECT_EQ(refusal([&] { send("/none/new"); }), Kind::conflict) << "room would not help";
 
     std::ofstream filler(place.folder / "filler"); // another program
     while (filler << std::string(4096, 'x') && filler.flush()) {
