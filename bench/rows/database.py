@@ -79,23 +79,27 @@ def _read_prefix(stored):
 
 def several_processes(bench: Bench):
     """Sixteen writers at one tarnd, and as many at each of several over the same database. It is far away, or all
-    would only wait for the processor that they share here."""
+    would only wait for the processor that they share here. Four get more users: sixteen of them would have each
+    other's lock to wait for."""
+    users = [f"user{number}" for number in range(4 * CONNECTIONS)]
     with bench.memory_folder() as folder, postgres(bench) as database, contextlib.ExitStack() as stack:
         distant = stack.enter_context(delayed(bench, database, _FAR))
-        tokens = add_users(bench, folder, USERS, database)
+        tokens = add_users(bench, folder, users, database)
         services = [stack.enter_context(running(bench, folder, tokens, distant)) for _ in range(4)]
-        for word, count, aim in (("two", 2, 1.7), ("four", 4, 2.5)):
-            together, alone = bench.in_turns(lambda used=services[:count]: _uploads_at_all(bench, used),
-                                             lambda: uploads(bench, services[0], CONNECTIONS)[0])
-            yield _line(f"{word} tarnd over PostgreSQL, writers of 16 users", "one tarnd", aim, together, alone)
+        for word, count, writing, aim in (("two", 2, CONNECTIONS, 1.7), ("four", 4, len(users), 2.5)):
+            together, alone = bench.in_turns(
+                lambda used=services[:count], number=writing: _uploads_at_all(bench, used, users[:number]),
+                lambda number=writing: _uploads_at_all(bench, services[:1], users[:number]))
+            yield _line(f"{word} tarnd over PostgreSQL, writers of {writing} users", "one tarnd", aim, together, alone)
 
 
-def _uploads_at_all(bench, services):
+def _uploads_at_all(bench, services, users):
     """@return uploads a second of all of them together"""
     loads = []
     with contextlib.ExitStack() as stack:
         for at in services:
-            options = load_options("put", at.sessions, new_prefix(), 4096, 0)
+            sessions = {user: at.sessions[user] for user in users}
+            options = load_options("put", sessions, new_prefix(), 4096, 0)
             command = load_command(bench, at.url, CONNECTIONS, options)
             loads.append(stack.enter_context(Process(*command, stdout=subprocess.PIPE, text=True)))
         return sum(load_result(one.popen.communicate()[0])[0] for one in loads)
