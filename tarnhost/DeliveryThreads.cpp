@@ -1,6 +1,7 @@
 #include "tarnhost/DeliveryThreads.h"
 
 #include "tarn/foundation/DeliveryScope.h"
+#include "tarnhost/HostErrors.h"
 
 #include <algorithm>
 #include <condition_variable>
@@ -51,6 +52,7 @@ private:
 
     Attended* unattended();
     bool isLeftToOthers();
+    void interruptWatches();
 
     bool isOver() const
     {
@@ -61,7 +63,8 @@ private:
     static thread_local bool isWaiting; ///< this thread looks for jobs as soon as its wait ends
 
     const unsigned most;
-    std::mutex mutex; ///< guards all below
+    std::mutex endings; ///< makes a second end wait for the first
+    std::mutex mutex;   ///< guards all below
     std::condition_variable something;
     std::condition_variable dismissal;
     std::deque<Job> jobs;
@@ -99,6 +102,7 @@ void DeliveryThreads::Pool::attend(Watch& watch)
 {
     {
         std::lock_guard lock(mutex);
+        if (stage != Stage::running) throw errors::hostStoppedError();
         addThreads(most + watches.size() + 1);
         watches.push_back({&watch});
     }
@@ -119,7 +123,7 @@ void DeliveryThreads::Pool::dismiss(Watch& watch)
 
 DeliveryThreads::Pool::Attended* DeliveryThreads::Pool::unattended()
 {
-    if (stage != Stage::running) return nullptr;
+    if (stage == Stage::ended) return nullptr;
     const auto found = std::find_if(watches.begin(), watches.end(),
                                     [](const Attended& at) { return !at.waiting && !at.dismissed; });
     return found == watches.end() ? nullptr : &*found;
@@ -159,6 +163,7 @@ void DeliveryThreads::Pool::runJob(Lock& lock)
     }
     lock.lock();
     --running;
+    if (isOver()) interruptWatches();
 }
 
 void DeliveryThreads::Pool::keep(Lock& lock, Attended& at)
@@ -170,7 +175,7 @@ void DeliveryThreads::Pool::keep(Lock& lock, Attended& at)
         at.watch->wait();
         isWaiting = false;
         lock.lock();
-    } while (stage == Stage::running && !at.dismissed && isLeftToOthers());
+    } while (!isOver() && !at.dismissed && isLeftToOthers());
     at.waiting = false;
     if (at.dismissed) dismissal.notify_all();
 }
@@ -186,14 +191,20 @@ bool DeliveryThreads::Pool::isLeftToOthers()
     return true;
 }
 
+void DeliveryThreads::Pool::interruptWatches()
+{
+    for (const auto& at : watches)
+        at.watch->interrupt();
+}
+
 void DeliveryThreads::Pool::end(Stage how)
 {
+    std::lock_guard once(endings);
     std::vector<std::thread> ending;
     {
         std::lock_guard lock(mutex);
         stage = std::max(stage, how);
-        for (const auto& at : watches)
-            at.watch->interrupt();
+        interruptWatches();
         ending.swap(threads);
     }
     something.notify_all();

@@ -47,7 +47,8 @@ public:
     }
 
     /// Has one of the threads wait there from now on, whatever the others do: there is one more for each watch.
-    /// @pre `watch` is dismissed before it goes. @throws std::system_error without a thread
+    /// @pre `watch` is dismissed before it goes. @throws std::system_error without a thread, std::runtime_error once the
+    ///   threads come to an end
     void attend(Watch& watch);
 
     /// Returns when no thread waits there any more. Any thread, but not within its wait.
@@ -58,7 +59,8 @@ public:
 
     /// Waits for all jobs, those that they post included, then ends the threads for good. The second call
     /// does nothing.
-    /// @pre not on one of these threads
+    /// @pre not on one of these threads; HTTP clients over them have stopped, or what they have under way waits for
+    ///   their stop
     void drain();
 
 private:

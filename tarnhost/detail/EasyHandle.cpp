@@ -10,6 +10,7 @@ EasyHandle::EasyHandle(const HttpOptions& options) : easy(curl_easy_init())
 {
     if (!easy) throw std::bad_alloc();
     set(CURLOPT_NOSIGNAL, 1L);
+    set(CURLOPT_QUICK_EXIT, 1L); // nobody waits longer than they said for a name server that does not answer
     set(CURLOPT_ERRORBUFFER, error.data());
     set(CURLOPT_PROTOCOLS_STR, "http,https");
     set(CURLOPT_DISALLOW_USERNAME_IN_URL, 1L);

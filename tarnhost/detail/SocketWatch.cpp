@@ -115,7 +115,12 @@ int SocketWatch::onOpened(void* self, curl_socket_t socket, curlsocktype)
 
 int SocketWatch::onClosing(void* self, curl_socket_t socket)
 {
-    static_cast<SocketWatch*>(self)->interests.erase(socket);
+    // A child process may hold the connection as well: closing alone would leave it in the set.
+    auto& watch = *static_cast<SocketWatch*>(self);
+    if (const auto known = watch.interests.find(socket); known != watch.interests.end()) {
+        known->second.lasting = false;
+        watch.drop(socket);
+    }
     return ::close(socket);
 }
 

@@ -50,7 +50,7 @@ TransferLoop::~TransferLoop()
 void TransferLoop::submit(Transfer transfer)
 {
     transfer->listen(callers);
-    if (transfer->origin().starts_with("https")) writesTls = true;
+    if (transfer->origin().starts_with("https") || !options.proxy.empty()) writesTls = true;
     {
         std::lock_guard lock(mutex);
         if (!stopped) arrivals.push_back(std::move(transfer));
@@ -253,8 +253,6 @@ void TransferLoop::finish(CURL* handle, CURLcode outcome)
     auto found = active.extract(handle);
     if (found.empty()) return;
     Transfer transfer = std::move(found.mapped());
-    // Nobody waits longer for what is broken off, not even for a name server that does not answer.
-    if (outcome == CURLE_ABORTED_BY_CALLBACK) curl_easy_setopt(handle, CURLOPT_QUICK_EXIT, 1L);
     curl_multi_remove_handle(multi.get(), handle);
     const std::string origin = transfer->origin();
     transfer->close(outcome);
@@ -355,7 +353,6 @@ void TransferLoop::endOverdue()
 void TransferLoop::abandonAll()
 {
     for (auto& [handle, transfer] : active) {
-        curl_easy_setopt(handle, CURLOPT_QUICK_EXIT, 1L);
         curl_multi_remove_handle(multi.get(), handle);
         abandon(std::move(transfer));
     }

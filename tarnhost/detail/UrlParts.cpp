@@ -28,6 +28,12 @@ std::size_t pathOf(const std::string& url)
     return scheme == std::string::npos ? scheme : url.find_first_of("/?#", scheme + 3);
 }
 
+/// It has a host where it should, and nothing that an origin would not show.
+bool isPlainService(std::string_view service)
+{
+    return !service.ends_with("://") && service.find_first_of("%@") == std::string_view::npos;
+}
+
 /// No libcurl would change or refuse any of it.
 bool isPlain(std::string_view pathAndQuery)
 {
@@ -72,6 +78,7 @@ UrlParts partsOf(const std::string& url)
     const auto begin = pathOf(url);
     if (begin == std::string::npos) return UrlParts(url);
     const std::string_view service(url.data(), begin);
+    if (!isPlainService(service)) return UrlParts(url);
     const std::string_view rest = std::string_view(url).substr(begin);
     if (!last || last->service != service || !isPlain(rest)) {
         last.emplace(Remembered{std::string(service), UrlParts(url)});

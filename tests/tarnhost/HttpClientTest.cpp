@@ -10,11 +10,18 @@
 
 #include <gmock/gmock.h>
 
+#include <sys/wait.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <atomic>
 #include <cctype>
+#include <chrono>
+#include <csignal>
 #include <cstdlib>
+#include <ctime>
 #include <future>
+#include <thread>
 #include <vector>
 
 namespace connector::host::test {
@@ -60,6 +67,17 @@ TEST(HttpClient, SendsExactlyTheseBytes)
     }
 }
 
+TEST(HttpClient, FindsTheHostAfterTooManySlashes)
+{
+    ScriptedHttpServer one(ScriptedHttpServer::always(ScriptedHttpServer::reply("ok")));
+    ScriptedHttpServer two(ScriptedHttpServer::always(ScriptedHttpServer::reply("ok")));
+    HttpClientUnderTest http;
+    for (const auto* server : {&one, &two, &one})
+        EXPECT_EQ(bounded(http.send("get", "http:///" + server->peer() + "/f"))->status, 200);
+    EXPECT_EQ(one.heads().size(), 2U);
+    EXPECT_EQ(two.heads().size(), 1U);
+}
+
 TEST(HttpClient, GoesOnWhileContinuationsHoldAllDeliveryThreads)
 {
     constexpr std::size_t size = 32 << 20; // more than fits between client and server
@@ -87,6 +105,53 @@ TEST(HttpClient, GoesOnWhileContinuationsHoldAllDeliveryThreads)
     for (auto& reply : replies)
         EXPECT_TRUE(bounded(std::move(reply)));
     EXPECT_EQ(bounded(std::move(upload))->status, 200);
+}
+
+TEST(HttpClient, AnswersWhatIsSentWhileItsThreadsComeToAnEnd)
+{
+    ScriptedHttpServer server(ScriptedHttpServer::always(ScriptedHttpServer::reply("ok")));
+    HttpClientUnderTest http;
+    std::atomic<int> done = 0;
+    http.threads->post([&] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(20)); // for the end to begin
+        if (http.send("get", server.url("/f")).waitFor(patience)) ++done;
+    });
+    for (int i = 0; i < 20; ++i) {
+        http.threads->post([&] {
+            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+            ++done;
+        });
+    }
+    std::thread another([&] { http.threads->drain(); });
+    http.threads->drain();
+    EXPECT_EQ(done, 21) << "also for whom the end has already begun";
+    another.join();
+}
+
+TEST(HttpClient, RestsThoughAChildHoldsAConnectionThatIsClosed)
+{
+    std::promise<void> held;
+    ScriptedHttpServer server([&](ScriptedHttpServer::Connection& connection) {
+        connection.readHead();
+        held.get_future().wait();
+        connection.send("HTTP/1.1 200 OK\r\nConnection: close\r\nContent-Length: 0\r\n\r\n");
+    });
+    HttpClientUnderTest http;
+    auto reply = http.send("get", server.url("/"));
+    ASSERT_TRUE(server.waitForHeads(1));
+    const pid_t child = ::fork();
+    if (child == 0) {
+        ::pause();
+        ::_exit(0);
+    }
+    held.set_value();
+    EXPECT_EQ(bounded(std::move(reply))->status, 200);
+    const auto before = std::clock();
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    const auto used = 1000 * (std::clock() - before) / CLOCKS_PER_SEC;
+    EXPECT_LT(used, 150) << "milliseconds of 300";
+    ::kill(child, SIGKILL);
+    ::waitpid(child, nullptr, 0);
 }
 
 TEST(HttpClient, HandsStatusAndBodyOverAsTheyCame)
