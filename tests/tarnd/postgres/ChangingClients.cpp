@@ -110,8 +110,9 @@ void ChangingClients::endAndCheck()
     for (const auto& mine : possible)
         for (const auto& [path, contents] : mine) {
             // A server that dies while it is asked may cost one more "Try again.".
-            auto found = user.read({"", path});
-            waitUntil([&] { return found.status != 503 || (found = user.read({"", path})).status != 503; });
+            const auto ask = [&user, &item = path] { return user.read({"", item}); };
+            auto found = ask();
+            waitUntil([&] { return found.status != 503 || (found = ask()).status != 503; });
             EXPECT_EQ(contents.count(found.status == 404 ? "" : found.body), 1U) << path << " " << found.body;
         }
     std::cout << acknowledged << " changes acknowledged, none for "
