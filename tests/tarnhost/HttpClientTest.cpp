@@ -135,6 +135,8 @@ TEST(HttpClient, RestsThoughAChildHoldsAConnectionThatIsClosed)
         connection.readHead();
         held.get_future().wait();
         connection.send("HTTP/1.1 200 OK\r\nConnection: close\r\nContent-Length: 0\r\n\r\n");
+        std::this_thread::sleep_for(std::chrono::milliseconds(20)); // for the client to close its end
+        connection.send("and more");
     });
     HttpClientUnderTest http;
     auto reply = http.send("get", server.url("/"));
