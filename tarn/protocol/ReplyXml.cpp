@@ -2,11 +2,13 @@
 
 #include "tarn/protocol/ErrorText.h"
 #include "tarn/protocol/TarnError.h"
+#include "tarn/protocol/detail/PlainReply.h"
 #include "tarn/protocol/detail/ReplyInspection.h"
-#include "tarn/protocol/detail/ThreadNamePool.h"
+#include "tarn/protocol/detail/ThreadNames.h"
 
 #include <Poco/DOM/DOMParser.h>
-#include <Poco/SAX/XMLReader.h>
+
+#include <limits>
 
 namespace connector::tarn {
 namespace {
@@ -37,17 +39,26 @@ const Element* nextNamed(const Node* node, const Node& root, const std::string& 
     return nullptr;
 }
 
+/// The document in `text`, or null when it passes a limit or is not well-formed.
+ReplyDocument readWithin(const ReplyLimits& limits, std::string_view text)
+{
+    // Parsers take an int for the length.
+    if (text.size() > limits.bytes || text.size() > std::numeric_limits<int>::max()) return nullptr;
+    if (auto document = detail::plainDocument(text, limits)) return document;
+    const auto count = detail::namesIn(text, limits);
+    if (!count) return nullptr;
+    auto& names = detail::ThreadNames::ofThisThread();
+    Poco::XML::DOMParser parser(names.poolFor(*count));
+    names.take(*count);
+    return ReplyDocument(parser.parseMemory(text.data(), text.size()));
+}
+
 } // namespace
 
 ReplyDocument parseXml(std::string_view text, const ReplyLimits& limits)
 {
     try {
-        if (const auto shape = detail::shapeOf(text, limits)) {
-            Poco::XML::DOMParser parser(detail::poolFor(shape->names));
-            // Looking for a namespace that is not there takes a sixth of the time.
-            if (shape->isPlain) parser.setFeature(Poco::XML::XMLReader::FEATURE_NAMESPACES, false);
-            return ReplyDocument(parser.parseMemory(text.data(), text.size()));
-        }
+        if (auto document = readWithin(limits, text)) return document;
     } catch (...) {
         // Whatever kept it from being read, the reply itself says most.
     }

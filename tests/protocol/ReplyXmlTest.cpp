@@ -135,17 +135,32 @@ TEST(ReplyXml, ReadsNoFileThatAReplyNames)
     EXPECT_EQ(documentText(*document, "r"), "kept");
 }
 
-TEST(ReplyXml, ReadsLikeThePlainParserBelowTheLimits)
+void readsLikePoco(const std::string& text)
+{
+    Poco::XML::DOMParser poco;
+    Poco::AutoPtr<Poco::XML::Document> expected(poco.parseString(text));
+    EXPECT_EQ(written(*parseXml(text)), written(*expected));
+}
+
+TEST(ReplyXml, ReadsLikePocoBelowTheLimits)
 {
     for (const char* text :
          {"<r a='1' b='&lt;'>x<!-- c --><![CDATA[<y>]]>&amp;<?pi data?><n:e xmlns:n='u' n:k='v'/>\n</r>",
           "<?xml version='1.0' encoding='ISO-8859-1'?><r>\xe4</r>",
           "<?xml version='1.0' encoding='windows-1252'?><r>\x80</r>",
-          "<!DOCTYPE r [<!ENTITY e 'text'>]><r>&e;</r>", "<r>\n<a>x &gt; y</a><b/>\n</r>"}) {
-        Poco::XML::DOMParser plain;
-        Poco::AutoPtr<Poco::XML::Document> expected(plain.parseString(text));
-        EXPECT_EQ(written(*parseXml(text)), written(*expected));
+          "<!DOCTYPE r [<!ENTITY e 'text'>]><r>&e;</r>", "<r>\n<a>x &gt; y</a><b/>\n</r>",
+          "\xef\xbb\xbf<r>&#228;\n\n<\xc3\xa4/></r>", "<r><a>1</a><a b='2'/><a>3</a></r>",
+          "<r><a>1</a><![CDATA[2]]></r>", "<r><a>1</a></r><!-- end -->", "<r><a>1</a><?pi data?></r>",
+          "<r><a>1</a><n:a xmlns:n='u'>2</n:a></r>"}) {
+        // What was read before on this thread, or could not be, makes no difference.
+        readsLikePoco(text);
+        for (const char* broken : {"<r><a>", "<r><n:a></r>", "<r><a></b></r>", "<r/><r/>", "", "text"})
+            EXPECT_FALSE(parses(broken));
+        readsLikePoco(text);
     }
+    readsLikePoco("<r>" + std::string(100'000, 'x') + "</r>");
+    for (int i = 0; i < 2000; ++i) // together more names than a pool has room for
+        readsLikePoco("<r><n" + std::to_string(i) + "/></r>");
 }
 
 TEST(ReplyXml, FindsExactlyOne)

@@ -1,66 +1,151 @@
 #include "tarn/protocol/detail/PlainReply.h"
 
-#include <algorithm>
-#include <unordered_set>
+#include "tarn/protocol/detail/ThreadNames.h"
+
+#include <Poco/DOM/DOMBuilder.h>
+#include <Poco/SAX/AttributesImpl.h>
+#include <Poco/SAX/XMLFilterImpl.h>
+#include <expat.h>
+
+#include <memory>
+#include <random>
+#include <string>
+#include <type_traits>
 
 namespace connector::tarn::detail {
 namespace {
 
-constexpr auto none = std::string_view::npos;
+using Parser = std::unique_ptr<std::remove_pointer_t<XML_Parser>, decltype(&XML_ParserFree)>;
 
-/// Takes a declaration off the front of `text`. @returns false when it names an encoding that may hide brackets
-bool passDeclaration(std::string_view& text)
+Parser newParser()
 {
-    if (!text.starts_with("<?xml ")) return true;
-    const auto end = text.find("?>");
-    if (end == none) return false;
-    const auto declaration = text.substr(0, end);
-    text.remove_prefix(end + 2);
-    return declaration.find("encoding") == none || declaration.find("\"UTF-8\"") != none;
+    return Parser(XML_ParserCreate(nullptr), &XML_ParserFree);
 }
 
-/// Not all that XML allows: no colon, since a namespace would have to be looked up, and nothing beyond ASCII.
-bool isPlainName(std::string_view name)
+/// This thread's parser, as if it was new.
+XML_Parser keptParser()
 {
-    return !name.empty() && std::all_of(name.begin(), name.end(), [](char c) {
-        return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_' ||
-               c == '-' || c == '.';
-    });
+    static thread_local const Parser parser = newParser();
+    // What keeps texts from being made to collide in its tables: it would ask the kernel for one each time.
+    static thread_local const unsigned long salt = std::random_device()() | 1;
+    if (!parser) return nullptr;
+    XML_ParserReset(parser.get(), nullptr);
+    XML_SetHashSalt(parser.get(), salt);
+    return parser.get();
 }
+
+/// Gives what expat finds to the builder of a DOM, until something comes that is not plain.
+class PlainReader : public Poco::XML::XMLFilterImpl {
+public:
+    PlainReader(XML_Parser source, ThreadNames& threadNames, const ReplyLimits& replyLimits)
+        : parser(source), names(threadNames), limits(replyLimits)
+    {
+        XML_SetUserData(parser, this);
+        XML_SetElementHandler(
+            parser,
+            [](void* self, const XML_Char* name, const XML_Char** attributes) {
+                of(self).pass([&](PlainReader& reader) { reader.onStart(name, attributes); });
+            },
+            [](void* self, const XML_Char*) { of(self).pass([](PlainReader& reader) { reader.onEnd(); }); });
+        XML_SetCharacterDataHandler(parser, [](void* self, const XML_Char* text, int length) {
+            of(self).pass([&](PlainReader& reader) { reader.onText(text, length); });
+        });
+        XML_SetCommentHandler(parser, [](void* self, const XML_Char*) { of(self).giveUp(); });
+        XML_SetProcessingInstructionHandler(
+            parser, [](void* self, const XML_Char*, const XML_Char*) { of(self).giveUp(); });
+        XML_SetStartCdataSectionHandler(parser, [](void* self) { of(self).giveUp(); });
+        XML_SetStartDoctypeDeclHandler(parser, [](void* self, const XML_Char*, const XML_Char*,
+                                                  const XML_Char*, int) { of(self).giveUp(); });
+    }
+
+    /// Whether all of the text was plain.
+    bool isPlain() const { return plain; }
+
+    bool getFeature(const std::string&) const override
+    {
+        return false;
+    } // there are no namespaces to look for
+
+    void setProperty(const std::string&, const std::string&) override {}
+
+    void setProperty(const std::string&, void*) override {} // the handler of what is not plain
+
+    void parseMemoryNP(const char* text, std::size_t size) override
+    {
+        startDocument();
+        if (XML_Parse(parser, text, static_cast<int>(size), XML_TRUE) != XML_STATUS_OK) plain = false;
+        endDocument();
+    }
+
+private:
+    static PlainReader& of(void* self) { return *static_cast<PlainReader*>(self); }
+
+    /// Nothing may be thrown through the C frames of the parser, which may come once more after it was stopped.
+    template <class Event>
+    void pass(Event event) noexcept
+    {
+        if (!plain) return;
+        try {
+            event(*this);
+        } catch (...) {
+            giveUp(); // no memory
+        }
+    }
+
+    void onStart(const XML_Char* name, const XML_Char** attributes)
+    {
+        const auto* known = *attributes ? nullptr : names.find(name, limits);
+        if (!known || ++depth > limits.depth || ++nodes > limits.nodes) return giveUp();
+        inText = false;
+        startElement(empty, empty, *known, noAttributes);
+    }
+
+    void onEnd()
+    {
+        --depth;
+        inText = false;
+        endElement(empty, empty, empty);
+    }
+
+    void onText(const XML_Char* text, int length)
+    {
+        // The builder joins pieces that touch.
+        if (!inText && ++nodes > limits.nodes) return giveUp();
+        inText = true;
+        characters(text, 0, length);
+    }
+
+    void giveUp() noexcept
+    {
+        plain = false;
+        XML_StopParser(parser, XML_FALSE);
+    }
+
+    XML_Parser parser;
+    ThreadNames& names;
+    const ReplyLimits& limits;
+    const std::string empty;
+    const Poco::XML::AttributesImpl noAttributes;
+    std::size_t depth = 0;
+    std::size_t nodes = 0;
+    bool inText = false;
+    bool plain = true;
+};
 
 } // namespace
 
-std::optional<std::size_t> namesInPlain(std::string_view text, const ReplyLimits& limits)
+Poco::AutoPtr<Poco::XML::Document> plainDocument(std::string_view text, const ReplyLimits& limits)
 {
-    if (!passDeclaration(text)) return std::nullopt;
-    std::unordered_set<std::string_view> names;
-    std::size_t elements = 0;
-    std::size_t depth = 0;
-    for (auto open = text.find('<'); open != none; open = text.find('<')) {
-        text.remove_prefix(open + 1);
-        const auto close = text.find('>');
-        if (close == none) return std::nullopt;
-        auto name = text.substr(0, close);
-        text.remove_prefix(close + 1);
-        if (name.starts_with('/')) {
-            depth -= depth > 0; // too many ends are the parser's to refuse
-            continue;
-        }
-        if (name.ends_with('/')) {
-            name.remove_suffix(1);
-        } else {
-            ++depth;
-        }
-        if (!isPlainName(name)) return std::nullopt; // also a comment, an entity, an attribute
-        names.insert(name);
-        // Text stands between brackets only: no more pieces of it than of those.
-        const auto nodes = 2 * ++elements + 1;
-        if (nodes > limits.nodes || depth > limits.depth || name.size() > limits.nameLength ||
-            names.size() > limits.names) {
-            return std::nullopt;
-        }
-    }
-    return names.size();
+    constexpr std::size_t usualNames = 50;
+    constexpr std::size_t shortReply = 16 * 1024; // the parser keeps a buffer of this size
+    const auto own = text.size() > shortReply ? newParser() : Parser(nullptr, &XML_ParserFree);
+    const auto parser = own ? own.get() : keptParser();
+    if (!parser) return nullptr;
+    auto& names = ThreadNames::ofThisThread();
+    PlainReader reader(parser, names, limits);
+    Poco::XML::DOMBuilder builder(reader, names.poolFor(usualNames));
+    Poco::AutoPtr<Poco::XML::Document> document(builder.parseMemoryNP(text.data(), text.size()));
+    return reader.isPlain() ? document : nullptr;
 }
 
 } // namespace connector::tarn::detail

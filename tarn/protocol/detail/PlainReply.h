@@ -2,17 +2,20 @@
 
 #include "tarn/protocol/ReplyLimits.h"
 
-#include <cstddef>
-#include <optional>
+#include <Poco/AutoPtr.h>
+#include <Poco/DOM/Document.h>
+
 #include <string_view>
 
 namespace connector::tarn::detail {
 
-/// How many names a DOM of `text` needs room for, told from its angle brackets; nothing when that cannot tell.
+/// The DOM of `text` when it is plain: elements without attributes or namespaces, with text between them, below a
+/// declaration at most. Null when it is anything else, is not well-formed or passes a limit; the general reader
+/// then tells which.
 ///
-/// It can for elements without attributes, with text between them, below a declaration at most: what a service
-/// sends. Of such a text nothing can grow while it is read, so it is safe to build a DOM of, well-formed or not, once
-/// it passes no limit. Many times as fast as parsing.
-std::optional<std::size_t> namesInPlain(std::string_view text, const ReplyLimits& limits);
+/// Nearly every reply is plain, and most are short: Poco's parser takes longer to be made and put away than to read
+/// one of those, so this one is kept. Of such a text nothing can grow while it is read: limits are kept on the way.
+/// @pre `text` is no longer than an int can tell
+Poco::AutoPtr<Poco::XML::Document> plainDocument(std::string_view text, const ReplyLimits& limits);
 
 } // namespace connector::tarn::detail

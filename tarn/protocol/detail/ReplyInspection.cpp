@@ -1,13 +1,10 @@
 #include "tarn/protocol/detail/ReplyInspection.h"
 
-#include "tarn/protocol/detail/PlainReply.h"
-
 #include <Poco/TextEncoding.h>
 #include <expat.h>
 
 #include <algorithm>
 #include <cstring>
-#include <limits>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -136,18 +133,15 @@ private:
 
 } // namespace
 
-std::optional<ReplyShape> shapeOf(std::string_view text, const ReplyLimits& limits)
+std::optional<std::size_t> namesIn(std::string_view text, const ReplyLimits& limits)
 {
-    // The parser takes an int for the length.
-    if (text.size() > limits.bytes || text.size() > std::numeric_limits<int>::max()) return std::nullopt;
-    if (const auto names = namesInPlain(text, limits)) return ReplyShape{*names, true};
     const Parser parser(XML_ParserCreateNS(nullptr, '\t'), &XML_ParserFree);
     if (!parser) return std::nullopt;
     Inspection inspection(parser.get(), limits); // a limit passed stops the parser, which is then an error
     if (XML_Parse(parser.get(), text.data(), static_cast<int>(text.size()), XML_TRUE) != XML_STATUS_OK) {
         return std::nullopt;
     }
-    return ReplyShape{inspection.countedNames(), false};
+    return inspection.countedNames();
 }
 
 } // namespace connector::tarn::detail
