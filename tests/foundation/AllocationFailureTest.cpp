@@ -156,7 +156,10 @@ int leaksOf(const std::string& expected, Run run)
         for (std::size_t enough = 0; memory.reached; ++enough) {
             const auto before = memory.live;
             attempt(enough, denied);
-            leaks += memory.live != before;
+            const bool reached = memory.reached;
+            attempt(0, 0); // what was let go and is kept otherwise is there again
+            memory.reached = reached;
+            leaks += memory.live > before;
         }
     }
     return leaks;
@@ -207,7 +210,8 @@ TEST(AllocationFailure, OfAMessageThatIsRefused)
     EXPECT_EQ((leaksOf<SessionBench, std::unique_ptr<FileReadResponse>>(refusal, refused)), 0);
 }
 
-/// Poco's parser leaks by itself when its constructors run out of memory. Nothing of ours may add to that.
+/// Poco's parser, which reads what has attributes, leaks by itself when its constructors run out of memory. Nothing of
+/// ours may add to that.
 int leaksOfTheParser(const std::string& text)
 {
     struct Names {
@@ -245,7 +249,9 @@ template <class Bench, class Client, class Request>
 void expectOperation(ReplyTo<Request> (Client::*operation)(std::unique_ptr<Request>&&),
                      const std::string& reply)
 {
-    EXPECT_EQ(leaksOfOperation<Bench>(operation, reply), leaksOfTheParser(reply)) << reply;
+    const bool hasAttributes = reply.find('=') != std::string::npos;
+    EXPECT_EQ(leaksOfOperation<Bench>(operation, reply), hasAttributes ? leaksOfTheParser(reply) : 0)
+        << reply;
 }
 
 TEST(AllocationFailure, OfAnOperationOfEachArea)
