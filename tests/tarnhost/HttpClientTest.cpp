@@ -81,12 +81,15 @@ TEST(HttpClient, FindsTheHostAfterTooManySlashes)
 TEST(HttpClient, GoesOnWhileContinuationsHoldAllDeliveryThreads)
 {
     constexpr std::size_t size = 32 << 20; // more than fits between client and server
-    std::promise<void> held, arrived;
-    ScriptedHttpServer server([&](ScriptedHttpServer::Connection& connection) {
+    std::promise<void> held, arrived, attached;
+    ScriptedHttpServer server([&, all = attached.get_future().share()](
+                                  ScriptedHttpServer::Connection& connection) {
         const auto head = connection.readHead();
         if (head->starts_with("PUT")) {
             held.get_future().wait();
             if (connection.skip(size)) arrived.set_value();
+        } else {
+            all.wait(); // what is attached to a reply that is there runs at once, and not on a delivery thread
         }
         connection.send(ScriptedHttpServer::reply("ok"));
     });
@@ -102,6 +105,7 @@ TEST(HttpClient, GoesOnWhileContinuationsHoldAllDeliveryThreads)
             return whole.wait_for(patience) == std::future_status::ready;
         }));
     }
+    attached.set_value();
     for (auto& reply : replies)
         EXPECT_TRUE(bounded(std::move(reply)));
     EXPECT_EQ(bounded(std::move(upload))->status, 200);
