@@ -39,7 +39,7 @@ public:
     /// What the network layer said, without the peer; of a deadline and a stop, what the exchange was doing.
     const std::string& reason() const { return failedReason; }
 
-    /// The request changes something and some of it was sent: the service may have carried it out, although no
+    /// The request changes something and all of it was sent: the service may have carried it out, although no
     /// reply says so. Never for a request that only reads, nor for one that was not sent.
     bool mayHaveHappened() const { return unknownOutcome; }
 

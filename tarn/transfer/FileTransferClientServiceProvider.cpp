@@ -8,6 +8,8 @@
 #include "tarn/transfer/detail/MeasuredContent.h"
 #include "tarn/transfer/detail/ReplyHead.h"
 
+#include <cstdint>
+#include <limits>
 #include <stdexcept>
 
 namespace connector::tarn {
@@ -35,8 +37,12 @@ std::unique_ptr<FileUploadResponse> readUpload(http::HttpClientResponse& reply,
 std::string rangeOf(const FileDownload& request)
 {
     if (request.offset == 0 && !request.length) return {};
-    const std::string from = "bytes=" + std::to_string(request.offset) + "-";
-    return request.length ? from + std::to_string(request.offset + *request.length - 1) : from;
+    std::string range = "bytes=" + std::to_string(request.offset) + "-";
+    const auto rest = std::numeric_limits<std::uint64_t>::max() - request.offset;
+    // No file reaches to where that would be no number any more.
+    if (request.length && *request.length <= rest)
+        range += std::to_string(request.offset + *request.length - 1);
+    return range;
 }
 
 } // namespace

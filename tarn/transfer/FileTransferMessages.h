@@ -75,9 +75,10 @@ struct TARN_API FileDownloadHead {
 /// transfer, and the future fails with what was thrown. `Subscription::cancel` closes the connection, and the future
 /// fails with std::runtime_error "Content stream cancelled.".
 ///
-/// All of it arrives, or an error: a body that ends early and a file whose SHA-256 is not the one that the
-/// service tells (DigestMismatch) are errors, after the items. The latter is known of a whole file, and of the end of
-/// one with `before`.
+/// All of it arrives, or an error: a body that ends early and one whose SHA-256 is not the one that the service tells
+/// (DigestMismatch) are errors, after the items. The latter is known of a whole file, of the end of one with `before`,
+/// and of a part where the service tells its own. A part that ends before both what was asked for and the file, or is
+/// of another version than `ifVersion`, is an error without items.
 ///
 /// With `ifVersion`, the part is wanted only of that version, which the caller has the beginning of. Of any other
 /// the service sends the whole file, which `onHead` tells by an `offset` of 0. Without it, a service that knows
@@ -85,8 +86,8 @@ struct TARN_API FileDownloadHead {
 /// begins where the file ends is empty.
 ///
 /// Wire   GET as FileRead; "Range" when `offset` or `length` is given, and then "If-Range" when `ifVersion` is
-/// Fails  as FileRead; "The file ends before the part that was asked for."; with std::invalid_argument without
-///        `content`, or for a part of no bytes
+/// Fails  as FileRead; with ErrorKind::rangeOutside, or "The file ends before the part that was asked for." where the
+///        service knows nothing of parts; with std::invalid_argument without `content`, or for a part of no bytes
 struct TARN_API FileDownload : SessionRequest,
                                VersionInfo,
                                MessageAPI<FileDownload, FileTransferServiceProvider> {

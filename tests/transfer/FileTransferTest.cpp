@@ -41,7 +41,7 @@ struct Recorder : reactive_streams::SubscriberAPI<DataBuffer> {
     {
         heard += "<";
         subscription = offered;
-        offered.lock()->request(reactive_streams::unboundedDemand);
+        if (asks) offered.lock()->request(reactive_streams::unboundedDemand);
     }
 
     void onNext(DataBuffer&& item) override
@@ -59,6 +59,7 @@ struct Recorder : reactive_streams::SubscriberAPI<DataBuffer> {
     Future<bool> completion() override { return makeReadyFuture(true); }
 
     std::string heard;
+    bool asks = true;
     const char* complaint = nullptr;
     std::weak_ptr<reactive_streams::Subscription> subscription;
 };
@@ -109,6 +110,9 @@ const std::vector<Case> cases = {
     {"download", download({}, std::make_shared<Recorder>()),
      "get " + url + identity + "&bucket=alice\nfor content\n" + session, "0123456789",
      "10|0|false||10|false"},
+    {"rest, as a part without end", download({5, ~std::uint64_t{0}}, std::make_shared<Recorder>()),
+     "get " + url + identity + "&bucket=alice\nfor content\nRange: bytes=5-\n" + session, "0123456789",
+     "10|5|false||5|false"},
     {"continuation", download({5, 3, "V7"}, std::make_shared<Recorder>()),
      "get " + url + identity + "&bucket=alice\nfor content\nIf-Range: \"V7\"\nRange: bytes=5-7\n" + session,
      "new", "3|0|false||3|false"},
@@ -132,6 +136,7 @@ struct DownloadCase {
 };
 
 const std::string otherPart = "The service sent another part of the file than was asked for.";
+const std::string otherVersion = "The service sent a part of another version than was asked for.";
 const std::string endsBefore = "The file ends before the part that was asked for.";
 const std::string damaged = "The content is damaged: its SHA-256 is ";
 const std::string all = "0123456789";
@@ -150,6 +155,10 @@ Headers part(const std::string& range)
     return {{"content-range", "bytes " + range}, {"repr-digest", tenDigits}};
 }
 
+const Headers damagedPart{{"content-range", "bytes 3-6/10"}, {"content-digest", tenDigits}};
+const Headers ofVersionW{{"content-range", "bytes 4-9/10"}, {"etag", "\"W\""}};
+const Headers twoDigests{{"content-digest", "x=:y:"}, {"content-digest", tenDigits}};
+
 const std::vector<DownloadCase> downloads = {
     {"whole", {}, 200, described, all, "0<0123456789>", "10|0|false|V|10|true"},
     {"digest of the file", {}, 200, amongOthers, all, "0<0123456789>", "10|0|false||10|true"},
@@ -159,6 +168,13 @@ const std::vector<DownloadCase> downloads = {
     {"part", {3, 4}, 206, part("3-6/10"), "3456", "3<3456>", "10|3|true||4|false"},
     {"part that the end cuts short", {8, 4}, 206, part("8-9/10"), "89", "8<89>", "10|8|true||2|false"},
     {"too short a part", {3, 4}, 206, part("3-6/10"), "34", "3<34!", "The content ended after 2 of 4 bytes."},
+    {"less than the part", {3, 4}, 206, part("3-5/10"), "345", "", otherPart},
+    {"less than the rest", {4}, 206, part("4-6/10"), "456", "", otherPart},
+    {"more than there is", {4}, 206, part("4-10/10"), "4567890", "", otherPart},
+    {"rest of a size not known yet", {8}, 206, part("8-9/*"), "89", "8<89>", "999|8|true||2|false"},
+    {"damaged part", {3, 4}, 206, damagedPart, "3456", "3<3456!", damaged},
+    {"part of another version", {4, {}, "V"}, 206, ofVersionW, "456789", "", otherVersion},
+    {"one of two digests", {}, 200, twoDigests, "0123456780", "0<0123456780!", damaged},
     {"another part", {3, 4}, 206, part("2-6/10"), "23456", "", otherPart},
     {"more than the part", {3, 4}, 206, part("3-7/10"), "34567", "", otherPart},
     {"part that is not described", {3, 4}, 206, {}, "3456", "", otherPart},
@@ -181,12 +197,23 @@ TEST(Downloads, TellSubscriberAndFutureTheSame)
         SCOPED_TRACE(row.name);
         Bench bench;
         const auto recorder = std::make_shared<Recorder>();
+        recorder->asks = row.status != 416; // what is empty ends without being asked for
         const auto outcome = download(row.wanted, recorder)(*bench.client);
         bench.transport->answerWith(
             std::make_unique<http::HttpStreamedResponse>(row.status, bodyOf(row.body), row.headers));
         EXPECT_EQ(recorder->heard, row.heard);
         EXPECT_EQ(outcome().substr(0, row.outcome.size()), row.outcome);
     }
+}
+
+TEST(Downloads, TakeAPartFromAHostThatHandsNoHeadersOver)
+{
+    Bench bench;
+    const auto recorder = std::make_shared<Recorder>();
+    const auto outcome = download({3, 4}, recorder)(*bench.client);
+    bench.transport->answer(206, "3456");
+    EXPECT_EQ(recorder->heard, "3<3456>");
+    EXPECT_EQ(outcome(), "999|3|true||4|false");
 }
 
 TEST(Downloads, EndWithWhatTheSubscriberThrowsAndWithItsCancel)
@@ -217,6 +244,26 @@ TEST(Uploads, AreComparedWithWhatTheServiceStored)
             200, bodyOf("<R><VersionId>A</VersionId></R>"), Headers{{"content-digest", tenDigits}}));
         EXPECT_EQ(result().substr(0, std::string(outcome).size()), outcome);
     }
+}
+
+TEST(Uploads, CountNothingAfterTheEnd)
+{
+    struct Talkative : ManualPublisher {
+        void subscribe(std::shared_ptr<Subscriber> added) override
+        {
+            ManualPublisher::subscribe(added);
+            added->onNext(DataBuffer("all"));
+            added->onComplete();
+            added->onNext(DataBuffer("late"));
+        }
+    };
+
+    Bench bench;
+    auto request = located<FileUpload>(u"/a b");
+    request->content = std::make_shared<Talkative>();
+    const auto outcome = watch(bench.client->uploadFile(std::move(request)));
+    bench.transport->answer(200, "<R/>");
+    EXPECT_EQ(outcome(), "|0|3|false");
 }
 
 TEST(Sha256, GoesOnFromACopy)

@@ -1,6 +1,5 @@
 #include "tarn/transfer/detail/DownloadRelay.h"
 
-#include "tarn/foundation/OneShotPublisher.h"
 #include "tarn/protocol/HttpExchange.h"
 #include "tarn/transfer/DigestMismatch.h"
 #include "tarn/transfer/detail/ReplyHead.h"
@@ -17,11 +16,6 @@ using common::DataBuffer;
 
 constexpr std::uint16_t partialContent = 206;
 constexpr std::uint16_t rangeNotSatisfiable = 416;
-
-http::BodyPublisher emptyBody()
-{
-    return std::make_shared<reactive_streams::OneShotPublisher<DataBuffer>>(DataBuffer());
-}
 
 /// What `step` throws. Handed on outside the handler, so that whoever hears of it may wait as he likes, and is the last
 /// to hold it.
@@ -51,8 +45,12 @@ void DownloadRelay::begin(Future<std::unique_ptr<http::HttpClientResponse>> repl
         const auto arrived = reply.get();
         readHead(arrived);
         if (asked->onHead) asked->onHead(*response);
-        auto content = response->isPart && expected == 0u ? emptyBody() : arrived->body;
-        if (!content) content = emptyBody();
+        const auto content = arrived->body;
+        if (!content || (response->isPart && expected == 0u)) {
+            receiver->onSubscribe(weak_from_this());
+            onComplete();
+            return;
+        }
         {
             std::lock_guard lock(mutex);
             body = content;
@@ -77,27 +75,51 @@ void DownloadRelay::readHead(const std::unique_ptr<http::HttpClientResponse>& re
         checkResponse(reply);
         readWhole(*reply);
     }
-    response->sha256 = ReplyHead(*reply).sha256();
+    const ReplyHead head(*reply);
+    response->sha256 = head.sha256();
+    response->versionId = head.versionId();
+    told = response->sha256;
     if (!response->isPart) {
         hash.emplace();
-    } else if (!asked->length) {
+    } else if (!asked->length && asked->before) {
         hash = std::move(asked->before);
+    } else if (reply->status == partialContent) {
+        told = head.bodySha256();
+        hash.emplace();
     }
-    if (response->sha256.empty()) hash.reset();
-    response->versionId = ReplyHead(*reply).versionId();
+    if (told.empty()) hash.reset();
 }
 
+/// @throws std::runtime_error when this is not the whole of what was asked for
 void DownloadRelay::readPart(const http::HttpClientResponse& reply)
 {
-    const auto part = ReplyHead(reply).part();
-    if (!part || part->first != asked->offset ||
-        (asked->length && part->last - asked->offset >= *asked->length)) {
-        throw std::runtime_error("The service sent another part of the file than was asked for.");
-    }
     response->isPart = true;
     response->offset = asked->offset;
+    const ReplyHead head(reply);
+    if (!head.isKnown()) { // the service was asked for this part, and no more can be known
+        remaining = asked->length;
+        return;
+    }
+    const auto part = head.part();
+    if (!part || part->first != asked->offset || !endsAsAsked(*part)) {
+        throw std::runtime_error("The service sent another part of the file than was asked for.");
+    }
+    if (const auto version = head.versionId();
+        !asked->ifVersion.empty() && !version.empty() && version != asked->ifVersion) {
+        throw std::runtime_error("The service sent a part of another version than was asked for.");
+    }
     response->totalSize = part->total;
     expected = part->last - asked->offset + 1;
+}
+
+/// With the last byte that was asked for or, before that, of the file: a service may send less, which is not all.
+bool DownloadRelay::endsAsAsked(const ReplyHead::Part& part) const
+{
+    if (part.total && part.last >= *part.total) return false;
+    if (part.total && part.last == *part.total - 1)
+        return !asked->length || part.last - asked->offset < *asked->length;
+    if (!asked->length) return !part.total;
+    return part.last - asked->offset == *asked->length - 1;
 }
 
 bool DownloadRelay::endsAtOffset(const http::HttpClientResponse& reply) const
@@ -209,11 +231,10 @@ void DownloadRelay::verify()
     if (skip > 0) throw std::runtime_error("The file ends before the part that was asked for.");
     if (!response->isPart) response->totalSize = seen;
     if (!hash) return;
-    if (const std::string found = hash->hex(); found != response->sha256) {
-        throw DigestMismatch("The content is damaged: its SHA-256 is " + found + ", not " + response->sha256 +
-                             ".");
+    if (const std::string found = hash->hex(); found != told) {
+        throw DigestMismatch("The content is damaged: its SHA-256 is " + found + ", not " + told + ".");
     }
-    response->verified = true;
+    response->verified = told == response->sha256;
 }
 
 void DownloadRelay::complete()

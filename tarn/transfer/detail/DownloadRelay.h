@@ -4,6 +4,7 @@
 #include "tarn/foundation/platform/HttpClientResponse.h"
 #include "tarn/transfer/FileTransferMessages.h"
 #include "tarn/transfer/Sha256.h"
+#include "tarn/transfer/detail/ReplyHead.h"
 
 #include <mutex>
 
@@ -38,6 +39,7 @@ public:
 private:
     void readHead(const std::unique_ptr<http::HttpClientResponse>& reply);
     void readPart(const http::HttpClientResponse& reply);
+    bool endsAsAsked(const ReplyHead::Part& part) const;
     void readWhole(const http::HttpClientResponse& reply);
     bool endsAtOffset(const http::HttpClientResponse& reply) const;
     void cut(common::DataBuffer& item);
@@ -53,8 +55,9 @@ private:
     Promise<std::unique_ptr<Message>> promise;
     std::unique_ptr<FileDownloadResponse> response;
     ContentSubscriber receiver;
-    std::optional<Sha256> hash; ///< where it comes to that of the whole file, whose digest is told
-    std::uint64_t skip = 0;     ///< bytes still to be dropped
+    std::optional<Sha256> hash;             ///< where there is a digest to compare it with
+    std::string told;                       ///< that digest: of the whole file, or of the part
+    std::uint64_t skip = 0;                 ///< bytes still to be dropped
     std::optional<std::uint64_t> remaining; ///< bytes to be delivered, where more may come
     std::optional<std::uint64_t> expected;  ///< bytes of the body
     std::uint64_t seen = 0;                 ///< bytes of the body

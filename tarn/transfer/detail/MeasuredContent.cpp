@@ -23,6 +23,7 @@ public:
 
     void onNext(DataBuffer&& item) override
     {
+        if (ended) return; // the host drops it, too
         measured->add(item.bytes());
         // Not only at the end: the service may answer once it has these bytes, before the publisher tells that there
         // are no more.
@@ -32,6 +33,7 @@ public:
 
     void onComplete() override
     {
+        ended = true;
         if (const auto bytes = measured->bytes(); size && bytes != *size) {
             receiver->onError(std::make_exception_ptr(std::runtime_error("The content ended after " +
                                                                          std::to_string(bytes) + " of " +
@@ -52,6 +54,7 @@ private:
     const ContentSubscriber receiver;
     const std::shared_ptr<Measure> measured;
     const std::optional<std::uint64_t> size;
+    bool ended = false;
 };
 
 } // namespace

@@ -1,6 +1,5 @@
 #include "tarn/transfer/detail/ReplyHead.h"
 
-#include "tarn/foundation/platform/HttpStreamedResponse.h"
 #include "tarn/transfer/ContentDigest.h"
 
 #include <charconv>
@@ -21,9 +20,13 @@ std::optional<std::uint64_t> numberIn(std::string_view text)
 
 } // namespace
 
+ReplyHead::ReplyHead(const http::HttpClientResponse& reply)
+    : response(reply), streamed(dynamic_cast<const http::HttpStreamedResponse*>(&reply))
+{
+}
+
 std::string ReplyHead::value(const std::string& name) const
 {
-    const auto* streamed = dynamic_cast<const http::HttpStreamedResponse*>(&response);
     if (!streamed || streamed->headers.count(name) != 1) return {};
     return streamed->headers.find(name)->second;
 }
@@ -54,8 +57,22 @@ std::optional<std::uint64_t> ReplyHead::contentLength() const
 
 std::string ReplyHead::sha256() const
 {
-    const std::string whole = sha256In(value("repr-digest"));
-    return !whole.empty() || response.status != statusOk ? whole : sha256In(value("content-digest"));
+    const std::string whole = sha256Of("repr-digest");
+    return !whole.empty() || response.status != statusOk ? whole : bodySha256();
+}
+
+std::string ReplyHead::bodySha256() const
+{
+    return sha256Of("content-digest");
+}
+
+std::string ReplyHead::sha256Of(const std::string& name) const
+{
+    if (!streamed) return {};
+    const auto [first, last] = streamed->headers.equal_range(name);
+    for (auto header = first; header != last; ++header)
+        if (auto found = sha256In(header->second); !found.empty()) return found;
+    return {};
 }
 
 std::string ReplyHead::versionId() const
