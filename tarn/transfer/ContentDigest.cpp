@@ -3,6 +3,8 @@
 #include <openssl/evp.h>
 
 #include <array>
+#include <charconv>
+#include <stdexcept>
 
 namespace connector::tarn {
 namespace {
@@ -42,6 +44,21 @@ std::string sha256In(std::string_view contentDigest)
     const int decoded = EVP_DecodeBlock(reinterpret_cast<unsigned char*>(bytes.data()),
                                         reinterpret_cast<const unsigned char*>(encoded.data()), encodedBytes);
     return decoded == 33 ? hexOf({bytes.data(), 32}) : std::string();
+}
+
+std::string contentDigestOf(std::string_view sha256)
+{
+    std::array<unsigned char, 32> bytes{};
+    for (std::size_t i = 0; i < bytes.size(); ++i) {
+        const auto digits = sha256.size() == 2 * bytes.size() ? sha256.substr(2 * i, 2) : std::string_view();
+        const auto [end, fault] = std::from_chars(digits.data(), digits.data() + digits.size(), bytes[i], 16);
+        if (digits.empty() || fault != std::errc() || end != digits.data() + digits.size()) {
+            throw std::invalid_argument("A SHA-256 has 64 hexadecimal digits.");
+        }
+    }
+    std::array<unsigned char, encodedBytes + 1> encoded{}; // and a final zero
+    EVP_EncodeBlock(encoded.data(), bytes.data(), static_cast<int>(bytes.size()));
+    return std::string(key) + reinterpret_cast<const char*>(encoded.data()) + ":";
 }
 
 } // namespace connector::tarn

@@ -2,6 +2,7 @@
 
 #include "tarn/protocol/ContentRequest.h"
 #include "tarn/protocol/HttpExchange.h"
+#include "tarn/transfer/ContentDigest.h"
 #include "tarn/transfer/DigestMismatch.h"
 #include "tarn/transfer/FileTransferMessages.h"
 #include "tarn/transfer/detail/DownloadRelay.h"
@@ -69,6 +70,7 @@ Reply FileTransferClientServiceProvider::handle(std::unique_ptr<FileUpload>&& re
     } else {
         http.addHeader("Transfer-Encoding", "chunked");
     }
+    if (!request->sha256.empty()) http.addHeader("Content-Digest", contentDigestOf(request->sha256));
     auto built = http.buildStreamed();
     built->stop = request->stop;
     return exchange(std::move(built), std::move(to), *context,

@@ -31,7 +31,7 @@ using ContentSubscriber = std::shared_ptr<reactive_streams::SubscriberAPI<common
 /// 256 KiB serve best. The publisher is let go when the transfer has ended, not within one of its own signals.
 ///
 /// Wire   PUT as FileCreate, FileUpdate; "createMode" by `createMode`, "createNewVersion"; header "Content-Type";
-///        "Content-Length" when `size` is known, otherwise the content goes in chunks
+///        "Content-Length" when `size` is known, otherwise the content goes in chunks; "Content-Digest" with `sha256`
 /// Fails  as FileCreate and FileUpdate; with the publisher's error; with std::runtime_error "The content ended after
 ///        ... of ... bytes." when it is not as long as `size` says; with DigestMismatch when the service has stored
 ///        something else; with std::invalid_argument without `content`
@@ -45,6 +45,9 @@ struct TARN_API FileUpload : SessionRequest, MessageAPI<FileUpload, FileTransfer
     std::string contentType = "application/octet-stream";
     ContentPublisher content;
     std::optional<std::uint64_t> size; ///< bytes of all items together; nothing: not known
+    /// Of the content, where it is known beforehand, as in FileUploadResponse: the service then stores nothing else.
+    /// Empty: not known.
+    std::string sha256;
     std::stop_token stop;
 };
 
@@ -86,8 +89,9 @@ struct TARN_API FileDownloadHead {
 /// begins where the file ends is empty.
 ///
 /// Wire   GET as FileRead; "Range" when `offset` or `length` is given, and then "If-Range" when `ifVersion` is
-/// Fails  as FileRead; with ErrorKind::rangeOutside, or "The file ends before the part that was asked for." where the
-///        service knows nothing of parts; with std::invalid_argument without `content`, or for a part of no bytes
+/// Fails  as FileRead; with what the service says of a part behind the end, or "The file ends before the part that was
+///        asked for." where it knows nothing of parts; with std::invalid_argument without `content`, or for a part of
+///        no bytes
 struct TARN_API FileDownload : SessionRequest,
                                VersionInfo,
                                MessageAPI<FileDownload, FileTransferServiceProvider> {

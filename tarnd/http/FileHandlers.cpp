@@ -24,6 +24,19 @@ FileHandles::CloseOperation closeOperationOf(const Parameters& query)
     throw sentences::badParameter("handleOperation", "COMMIT_CHANGES or ABORT_CHANGES");
 }
 
+/// The SHA-256 that the client announces, in base64; empty when it announces none.
+std::string announcedDigest(const Request& request)
+{
+    constexpr std::string_view key = "sha-256=:"; // and ends with another colon
+    for (const auto value : request.headerValues("Content-Digest")) {
+        const auto found = value.find(key);
+        if (found == std::string_view::npos) continue;
+        const auto digest = value.substr(found + key.size());
+        return std::string(digest.substr(0, digest.find(':')));
+    }
+    return {};
+}
+
 OpenHandle openWith(Call& call, const Location& location, const std::string& accessMode)
 {
     const auto& query = call.request.query();
@@ -42,7 +55,8 @@ void beginFile(Call& call)
     constexpr std::uint64_t shortContent = 64 * 1024; // bytes
     const auto length = call.request.contentLength();
     const bool isComing = !call.request.waitsForContinue() && length && *length <= shortContent;
-    const PutOptions options{createModeOf(query), query.flag("createNewVersion"), isComing};
+    const PutOptions options{createModeOf(query), query.flag("createNewVersion"), isComing,
+                             announcedDigest(call.request)};
     call.upload = call.store.catalog().put(call.caller, itemOf(call), options, length);
 }
 

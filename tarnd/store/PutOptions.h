@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 
 namespace tarnd {
 
@@ -12,6 +13,8 @@ struct PutOptions {
     bool createNewVersion = false;
     /// The content is short and on its way: it may be taken before it is certain that it will be accepted.
     bool isComing = false;
+    /// What the SHA-256 of the content has to be, in base64; empty: whatever it is.
+    std::string digest = {};
 };
 
 } // namespace tarnd

@@ -1,6 +1,7 @@
 #include "tarnd/store/Upload.h"
 
 #include "tarnd/store/ContentEntry.h"
+#include "tarnd/store/Secrets.h"
 #include "tarnd/store/Sessions.h"
 
 namespace tarnd {
@@ -42,6 +43,8 @@ VersionStamp Upload::commit()
     caller.isAssumed = true; // the session may have ended while the content came
     return enterContent(engine, *writer, WriteScope{caller.userId},
                         [&](Transaction& transaction, const StoredContent& content, auto& dropped) {
+                            if (!options.digest.empty() && base64OfHex(content.sha256) != options.digest)
+                                throw sentences::digestDiffers();
                             Tree tree(transaction, caller);
                             const auto slot = slotForPut(tree, location, options.mode);
                             return writeFile(transaction, caller, slot, content, options.createNewVersion,

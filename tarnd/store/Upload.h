@@ -31,7 +31,7 @@ public:
     /// Makes the content durable, then the file: bytes and directory reach the disk first, then one
     /// transaction checks session, path, mode and permission again and enters the version. Once it returns
     /// the file survives a crash. Call at most once.
-    /// @throws ServiceError as Catalog::put, badRequest when bytes are missing; then nothing has changed
+    /// @throws ServiceError as Catalog::put, badRequest when bytes are missing or others than announced; then nothing has changed
     VersionStamp commit();
 
     /// Of the bytes stored, 64 hex digits. @pre commit() has returned

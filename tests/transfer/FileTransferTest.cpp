@@ -33,7 +33,7 @@ const std::string identity = "?locale=en_US&clientString=app%201.0&clientType=te
 const std::string session = "x-qz-tarn-session-id: S1\n";
 /// "sha256sum", "base64": of "0123456789".
 const std::string tenDigits = "sha-256=:hNiYd/DUBB77a/kaFvAkjy/Vc+avBcGflr7bn4gveII=:";
-const std::string tenDigitsInHex = "84d89877f"; // its first digits
+const std::string tenDigitsInHex = "84d89877f0d4041efb6bf91a16f0248f2fd573e6af05c19f96bedb9f882f7882";
 
 /// Writes down what it hears, and asks for everything.
 struct Recorder : reactive_streams::SubscriberAPI<DataBuffer> {
@@ -75,6 +75,16 @@ auto upload(CreateMode mode, std::optional<std::uint64_t> size, const std::strin
     };
 }
 
+auto uploadOf(const std::string& sha256)
+{
+    return [=](FileTransferClient& client) {
+        auto request = located<FileUpload>(u"/a b");
+        request->content = bodyOf("0123456789");
+        request->sha256 = sha256;
+        return watch(client.uploadFile(std::move(request)));
+    };
+}
+
 struct Wanted {
     std::uint64_t offset = 0;
     std::optional<std::uint64_t> length = std::nullopt;
@@ -103,6 +113,11 @@ const std::vector<Case> cases = {
      "put " + url + identity + "&bucket=bob&createMode=UPDATE&createNewVersion=false\n" +
          "Content-Length: 10\nContent-Type: application/octet-stream\n" + session + "\n0123456789",
      "<R><VersionId>A</VersionId><VersionLabel>2</VersionLabel></R>", "A|2|10|false"},
+    {"upload of a known digest", uploadOf(tenDigitsInHex),
+     "put " + url + identity +
+         "&bucket=alice&createMode=CREATE&createNewVersion=false\nContent-Digest: " + tenDigits +
+         "\nContent-Type: application/octet-stream\nTransfer-Encoding: chunked\n" + session + "\n0123456789",
+     "<R/>", "|0|10|false"},
     {"create, of unknown size", upload(CreateMode::create, std::nullopt),
      "put " + url + identity + "&bucket=alice&createMode=CREATE&createNewVersion=false\n" +
          "Content-Type: application/octet-stream\nTransfer-Encoding: chunked\n" + session + "\n0123456789",
@@ -273,7 +288,7 @@ TEST(Sha256, GoesOnFromACopy)
     Sha256 copy = hash;
     hash.add("x");
     copy.add("56789");
-    EXPECT_EQ(copy.hex().substr(0, tenDigitsInHex.size()), tenDigitsInHex);
+    EXPECT_EQ(copy.hex(), tenDigitsInHex);
     EXPECT_NE(hash.hex(), copy.hex());
 }
 

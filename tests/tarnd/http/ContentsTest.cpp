@@ -33,6 +33,18 @@ protected:
 
 const std::string digestOfTenDigits = "sha-256=:hNiYd/DUBB77a/kaFvAkjy/Vc+avBcGflr7bn4gveII=:";
 
+TEST_F(Contents, AreStoredOnlyWithTheDigestAnnounced)
+{
+    put("/f", "old");
+    const auto target = std::string(file) + "?createMode=UPDATE";
+    const auto digest = "Content-Digest: sha-512=:x:, " + digestOfTenDigits + "\r\n";
+    const auto refused = send(requestText("PUT", target, alice, "0123456780", digest));
+    EXPECT_EQ(refused.status, 400);
+    EXPECT_EQ(ask("GET", "").body, "old");
+    EXPECT_EQ(send(requestText("PUT", target, alice, "0123456789", digest)).status, 200);
+    EXPECT_EQ(ask("GET", "").body, "0123456789");
+}
+
 TEST_F(Contents, ComeInTheRangeAskedFor)
 {
     put("/f", "0123456789");
