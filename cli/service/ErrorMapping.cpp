@@ -3,6 +3,8 @@
 #include "cli/terminal/Text.h"
 #include "tarn/protocol/ErrorText.h"
 #include "tarn/protocol/TarnError.h"
+#include "tarn/transfer/DigestMismatch.h"
+
 #include "tarnhost/TransportError.h"
 
 #include <Poco/Exception.h>
@@ -172,6 +174,12 @@ bool isRefused(const std::exception_ptr& error)
     return isError<TarnError>(error, [](const TarnError& refusal) {
         return refusal.kind() != ErrorKind::unknownOutcome && refusal.kind() != ErrorKind::unreadableReply;
     });
+}
+
+bool isDamage(const std::exception_ptr& error)
+{
+    return isError<connector::tarn::DigestMismatch>(error, [](const auto&) { return true; }) ||
+           isRefusal(error, reasons::digestDiffers);
 }
 
 bool isNotLoggedIn(const std::exception_ptr& error)

@@ -13,6 +13,7 @@ namespace reasons {
 inline constexpr std::string_view notFound = "notFound";
 inline constexpr std::string_view folderExists = "folderExists";
 inline constexpr std::string_view isFile = "isFile";
+inline constexpr std::string_view digestDiffers = "digestDiffers";
 } // namespace reasons
 
 /// What a message about a change ends with when nobody knows whether it was made.
@@ -27,6 +28,9 @@ bool isRefusal(const std::exception_ptr& error, std::string_view reason);
 
 /// Whether the service has said that it did not do it.
 bool isRefused(const std::exception_ptr& error);
+
+/// Whether what has arrived, on either side, is not what was sent.
+bool isDamage(const std::exception_ptr& error);
 
 /// Whether the service wants a login first: there is no session, or it has ended.
 bool isNotLoggedIn(const std::exception_ptr& error);

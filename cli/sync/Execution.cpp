@@ -221,16 +221,17 @@ Transfer Execution::upload(const Step& step, const std::map<std::string, std::st
                           Symlinks::refuse};
     auto entry = std::make_shared<Journal::Entry>();
     auto version = std::make_shared<std::string>();
+    const auto damaged = std::make_shared<std::string>();
     const auto existing = plan.keepsVersions ? Existing::addVersion : Existing::replace;
     Transfer transfer;
     transfer.what = shown(asUpload.origin);
-    transfer.start = [this, asUpload, existing, entry, version] {
+    transfer.start = [this, asUpload, existing, entry, version, damaged] {
         const bool exists = asUpload.existing.has_value();
         requireStorable(connection, asUpload.remote, exists, Existing::replace);
         const auto content = LocalContent::ofFile(std::get<fs::path>(asUpload.origin), Symlinks::refuse);
         entry->modified = Journal::trusted(content.modified());
         return storeContent(connection, asUpload.remote, content.publisher(moved), content.size(), existing,
-                            exists)
+                            exists, *damaged)
             .then([entry, version](Future<StoredContent>&& reply) {
                 const auto stored = reply.get();
                 *version = stored.version;
@@ -239,6 +240,7 @@ Transfer Execution::upload(const Step& step, const std::map<std::string, std::st
                 return true;
             });
     };
+    transfer.mayRepeat = sendingDamagedAgain(connection, asUpload, damaged);
     transfer.wasDone = [this, asUpload] { return isStored(connection, asUpload); };
     transfer.succeeded = [this, asUpload, entry, place = step.place] {
         ++report.files;

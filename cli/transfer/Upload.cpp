@@ -5,6 +5,7 @@
 #include "cli/remote/NewFolder.h"
 #include "cli/remote/Recorded.h"
 #include "cli/remote/Requests.h"
+#include "cli/service/ErrorMapping.h"
 #include "cli/terminal/Output.h"
 #include "cli/terminal/Quantities.h"
 #include "cli/transfer/Comparison.h"
@@ -38,23 +39,65 @@ RemotePath join(const RemotePath& folder, const std::string& below)
     return below.empty() ? folder : folder.child(below);
 }
 
+Failure storedDamaged()
+{
+    return Failure(ExitCode::failure,
+                   "Something between here and the service changes what is sent, and what stands "
+                   "there now is damaged. Store it again with --force when that is mended.");
+}
+
+/// What `store` returns; it is the last try.
+template <class Store>
+auto undamaged(Store store)
+{
+    try {
+        return store();
+    } catch (const std::exception&) {
+        if (!isDamage(std::current_exception())) throw;
+    }
+    throw storedDamaged();
+}
+
+StoredContent confirmed(const FileUploadResponse& response)
+{
+    requireConfirmed(!response.versionId.empty(), "the id of the version that it stored");
+    return StoredContent{response.bytes, response.sha256, response.versionId};
+}
+
+std::string digestOfOrigin(Connection& connection, const Upload& upload)
+{
+    if (const auto* other = std::get_if<RemotePath>(&upload.origin)) return digestOf(connection, *other);
+    return LocalContent::ofFile(std::get<fs::path>(upload.origin), upload.symlinks).sha256();
+}
+
 } // namespace
 
 Future<StoredContent> storeContent(Connection& connection, const RemotePath& target, ContentPublisher content,
-                                   std::optional<std::uint64_t> size, Existing existing, bool exists)
+                                   std::optional<std::uint64_t> size, Existing existing, bool exists,
+                                   const std::string& sha256)
 {
+    const bool isAgain = !sha256.empty(); // in the place of what the first try has stored
     auto request = requestFor<FileUpload>(target);
-    request->createMode = exists ? CreateMode::update : CreateMode::create;
-    request->createNewVersion = existing == Existing::addVersion;
+    request->createMode = exists || isAgain ? CreateMode::update : CreateMode::create;
+    request->createNewVersion = existing == Existing::addVersion && !isAgain;
     request->content = std::move(content);
     request->size = size;
+    request->sha256 = sha256;
     return connection.contents()
         .uploadFile(std::move(request))
-        .then([](Future<std::unique_ptr<FileUploadResponse>>&& reply) {
-            const auto response = reply.get();
-            requireConfirmed(!response->versionId.empty(), "the id of the version that it stored");
-            return StoredContent{response->bytes, response->sha256, response->versionId};
+        .then([isAgain](Future<std::unique_ptr<FileUploadResponse>>&& reply) {
+            return isAgain ? undamaged([&] { return confirmed(*reply.get()); }) : confirmed(*reply.get());
         });
+}
+
+std::function<bool(const std::exception_ptr&)>
+sendingDamagedAgain(Connection& connection, const Upload& upload, const Damaged& damaged)
+{
+    return [&connection, upload, damaged](const std::exception_ptr& error) {
+        if (!isDamage(error)) return false;
+        *damaged = digestOfOrigin(connection, upload);
+        return true;
+    };
 }
 
 Change changeBy(const Upload& upload, Existing existing, const std::string& version)
@@ -258,10 +301,12 @@ UploadReport Uploader::run()
         }
         Transfer transfer;
         auto version = std::make_shared<std::string>();
+        const auto damaged = std::make_shared<std::string>();
         const auto before = versions.find(upload.remote.stored());
         transfer.what = shown(upload.origin);
         transfer.item = upload.remote.stored();
-        transfer.start = [this, &upload, version] { return send(upload, version); };
+        transfer.start = [this, &upload, version, damaged] { return send(upload, version, damaged); };
+        transfer.mayRepeat = sendingDamagedAgain(connection, upload, damaged);
         transfer.wasDone = [this, &upload] { return isStored(connection, upload); };
         transfer.succeeded = [this, &upload] {
             ++report.files;
@@ -279,7 +324,8 @@ UploadReport Uploader::run()
     return std::move(report);
 }
 
-Future<bool> Uploader::send(const Upload& upload, const std::shared_ptr<std::string>& version)
+Future<bool> Uploader::send(const Upload& upload, const std::shared_ptr<std::string>& version,
+                            const Damaged& damaged)
 {
     const bool exists = upload.existing.has_value();
     requireStorable(connection, upload.remote, exists, existing);
@@ -287,10 +333,10 @@ Future<bool> Uploader::send(const Upload& upload, const std::shared_ptr<std::str
     const auto begin = [&] {
         if (const auto* other = std::get_if<RemotePath>(&upload.origin))
             return storeContent(connection, upload.remote, contentOf(connection, *other, upload.size, moved),
-                                {}, existing, exists);
+                                {}, existing, exists, *damaged);
         const auto content = LocalContent::ofFile(std::get<fs::path>(upload.origin), upload.symlinks);
         return storeContent(connection, upload.remote, content.publisher(moved), content.size(), existing,
-                            exists);
+                            exists, *damaged);
     };
     return begin().then([version](Future<StoredContent>&& stored) {
         *version = stored.get().version;
@@ -304,12 +350,9 @@ std::optional<bool> isStored(Connection& connection, const Upload& upload)
 {
     const auto found = findAttributes(connection, upload.remote);
     if (!found || (upload.existing && found->watermark == upload.existing->watermark)) return false;
-    const auto digestOfOrigin = [&] {
-        if (const auto* other = std::get_if<RemotePath>(&upload.origin)) return digestOf(connection, *other);
-        return LocalContent::ofFile(std::get<fs::path>(upload.origin), upload.symlinks).sha256();
-    };
     if (found->size != upload.size) return {};
-    if (found->size == 0 || digestOf(connection, upload.remote) == digestOfOrigin()) return true;
+    if (found->size == 0 || digestOf(connection, upload.remote) == digestOfOrigin(connection, upload))
+        return true;
     return {};
 }
 
@@ -342,9 +385,11 @@ void uploadStandardInput(Connection& connection, const RemotePath& target, Exist
     }
     naming(target, [&] {
         recorded(connection, change, [&] {
-            const auto stored = storeContent(connection, target, content.publisher(countFromZero()),
-                                             content.size(), existing, exists)
-                                    .get();
+            const auto stored = undamaged([&] {
+                return storeContent(connection, target, content.publisher(countFromZero()), content.size(),
+                                    existing, exists)
+                    .get();
+            });
             bytes = stored.bytes;
             return stored.version;
         });

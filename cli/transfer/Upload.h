@@ -6,7 +6,9 @@
 #include "cli/transfer/Transfers.h"
 
 #include <cstdint>
+#include <exception>
 #include <filesystem>
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
@@ -58,10 +60,19 @@ struct StoredContent {
 Change changeBy(const Upload& upload, Existing existing, const std::string& version);
 
 /// Stores one content; when it is of a file, its size is known.
+/// @param sha256  what it has to have; empty: not known
 connector::Future<StoredContent> storeContent(Connection& connection, const RemotePath& target,
                                               connector::tarn::ContentPublisher content,
                                               std::optional<std::uint64_t> size, Existing existing,
-                                              bool exists);
+                                              bool exists, const std::string& sha256 = {});
+
+/// The SHA-256 of a content that was changed on its way and stored so; empty before that. It is then sent once more,
+/// in the place of what was stored, and the service stores it only as it is.
+using Damaged = std::shared_ptr<std::string>;
+
+/// For Transfer::mayRepeat of an upload.
+std::function<bool(const std::exception_ptr&)>
+sendingDamagedAgain(Connection& connection, const Upload& upload, const Damaged& damaged);
 
 /// Whether the service has it although no reply said so; nothing: nobody can tell.
 std::optional<bool> isStored(Connection& connection, const Upload& upload);
@@ -98,7 +109,8 @@ private:
     void skip(const Origin& origin, const std::string& reason);
     void leaveWhatIsThere();
     std::map<std::string, std::string> versionsBefore();
-    connector::Future<bool> send(const Upload& upload, const std::shared_ptr<std::string>& version);
+    connector::Future<bool> send(const Upload& upload, const std::shared_ptr<std::string>& version,
+                                 const Damaged& damaged);
 
     Connection& connection;
     Output& out;

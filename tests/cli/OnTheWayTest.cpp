@@ -194,12 +194,18 @@ TEST_F(OnTheWay, WhatIsNotWhatItShouldBeIsRefused)
         connection.send(reply.head + reply.body);
     };
     const auto refuses = [&](const std::string& arguments, const std::string& struck, const char* told) {
-        const auto result = run(arguments, struck, 1, damageDigest);
+        const auto result = run(arguments, struck, 2, damageDigest);
         EXPECT_EQ(result.exitCode, 1) << arguments;
         EXPECT_THAT(result.err, HasSubstr(told));
         EXPECT_THAT(contentsOf(alice.work()), testing::ElementsAre(testing::Pair("f", "old"))) << arguments;
     };
-    refuses("put -f f /f", "PUT ", "f: The service has stored something else");
+    refuses("put -f f /f", "PUT ", "what stands there now is damaged. Store it again with --force");
+    alice.write("f", "new");
+    EXPECT_EQ(run("put f /again", "PUT ", 1, damageDigest).exitCode, 0) << "sent again, in its own place";
+    alice.write("f", "newer");
+    EXPECT_EQ(run("put --new-version f /again", "PUT ", 1, damageDigest).exitCode, 0);
+    EXPECT_EQ(run("cat /again; tarn versions /again | wc -l").out, "newer3\n");
+    alice.write("f", "old");
     store(content);
     alice.write("f", "old");
     std::fstream(onlyContent(), std::ios::in | std::ios::out)
