@@ -61,10 +61,13 @@ void setBody(Reply& reply, ContentBytes bytes, const ContentPart& part)
     reply.fileSize = part.size;
 }
 
-Reply rangeRefusal(std::uint64_t size)
+/// Tells what the content is, too: one who has all of it sees that it is this one.
+Reply rangeRefusal(std::uint64_t size, const std::string& tag, const std::string& digest)
 {
     auto reply = errorReply(sentences::rangeOutside());
     reply.headers.emplace_back("Content-Range", "bytes */" + std::to_string(size));
+    reply.headers.emplace_back("ETag", tag);
+    reply.headers.emplace_back("Repr-Digest", digest);
     return reply;
 }
 
@@ -81,9 +84,9 @@ Reply contentReply(const Request& request, OpenContent content)
     const auto tag = '"' + content.tag + '"';
     requireSize(content.bytes, size);
     const auto part = partAskedFor(request, tag, size);
-    if (part && part->size == 0) return rangeRefusal(size);
-
     const auto digest = digestField(content.sha256);
+    if (part && part->size == 0) return rangeRefusal(size, tag, digest);
+
     Reply reply;
     reply.contentType = "application/octet-stream";
     setBody(reply, std::move(content.bytes), part.value_or(ContentPart{0, size}));

@@ -13,7 +13,7 @@ namespace tarnd {
 /// read, give the whole content.
 ///
 /// Headers: Accept-Ranges; ETag; Last-Modified; Repr-Digest, the SHA-256 of the whole; Content-Digest, the
-/// same, on the whole only; Content-Range on 206 and 416.
+/// same, on the whole only; Content-Range on 206 and 416, where ETag and Repr-Digest are told, too.
 /// @throws ServiceError internal when the content has another size, before a head promises what cannot follow
 Reply contentReply(const Request& request, OpenContent content);
 

@@ -108,6 +108,8 @@ TEST_F(Contents, AreDescribedByTheirHeaders)
     const auto part = ask("GET", "Range: bytes=1-2\r\n").headers;
     EXPECT_EQ(part.count("content-digest"), 0U) << "it would be that of the part";
     EXPECT_EQ(part.at("repr-digest"), digestOfTenDigits);
+    const auto behind = ask("GET", "Range: bytes=10-\r\n").headers;
+    EXPECT_EQ(behind.at("repr-digest") + behind.at("etag"), digestOfTenDigits + whole.at("etag"));
     EXPECT_EQ(ask("HEAD", "", "/service/v1/files/none").status, 404);
 
     const auto versions = asAlice("GET", "/service/v1/versions/files/f").body;
