@@ -124,7 +124,7 @@ public:
     /// Stores these bytes.
     Version write(const Place& target, std::string_view content, IfThere ifThere = IfThere::replace);
 
-    /// All bytes of a file.
+    /// All bytes of a file, which have to fit into memory. Unlike with `get`, its SHA-256 is not compared.
     /// @param versionId  Version::id; empty: the current one
     std::string read(const Place& source, const std::string& versionId = "");
 
