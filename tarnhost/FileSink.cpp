@@ -33,6 +33,12 @@ bool isRegular(int descriptor)
     return fstat(descriptor, &about) == 0 && S_ISREG(about.st_mode);
 }
 
+/// Every write goes to the end of the file then, wherever the position is: what was skipped would be missing.
+bool appends(int descriptor)
+{
+    return (fcntl(descriptor, F_GETFL) & O_APPEND) != 0;
+}
+
 bool isZero(std::string_view block)
 {
     return block.front() == '\0' && std::memcmp(block.data(), block.data() + 1, block.size() - 1) == 0;
@@ -126,7 +132,7 @@ private:
 FileSink::FileSink(int descriptor, Options options)
     : file(fcntl(descriptor, F_DUPFD_CLOEXEC, 0))
     , isFile(isRegular(descriptor))
-    , keepHoles(options.keepHoles && isFile)
+    , keepHoles(options.keepHoles && isFile && !appends(file))
 {
     if (file < 0) fail("Could not open the target");
 }

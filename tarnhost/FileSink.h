@@ -24,7 +24,8 @@ namespace connector::host {
 class TARN_API FileSink : public reactive_streams::SubscriberAPI<common::DataBuffer> {
 public:
     struct Options {
-        /// Blocks of zeros become holes of a regular file, which is to hold nothing behind its position.
+        /// Blocks of zeros become holes of a regular file, which is to hold nothing behind its position. Not of one
+        /// that was opened with O_APPEND: it gets all bytes.
         bool keepHoles = false;
     };
 

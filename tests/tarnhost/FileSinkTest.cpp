@@ -56,5 +56,20 @@ TEST(FileSink, HasWrittenAllBeforeItReturnsFromTheEndOrTheError)
     }
 }
 
+TEST(FileSink, LeavesNoZerosOutWhereAllIsAppended)
+{
+    const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::tmpfile(), &std::fclose);
+    const int descriptor = fileno(file.get());
+    ASSERT_EQ(write(descriptor, "old", 3), 3);
+    ASSERT_EQ(fcntl(descriptor, F_SETFL, O_APPEND), 0);
+    const std::string zeros(4096, '\0');
+    FileSink sink(descriptor, {.keepHoles = true});
+    sink.onNext(DataBuffer(zeros + "new" + zeros));
+    sink.onComplete();
+    std::string content(9000, '?');
+    content.resize(static_cast<std::size_t>(pread(descriptor, content.data(), content.size(), 0)));
+    EXPECT_TRUE(content == "old" + zeros + "new" + zeros) << "the file has " << content.size() << " bytes";
+}
+
 } // namespace
 } // namespace connector::host::test
