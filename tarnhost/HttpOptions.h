@@ -52,9 +52,12 @@ struct HttpOptions {
     /// Bytes of content that comes in chunks, which nobody can know beforehand.
     std::uint64_t chunkedContentLimit = std::uint64_t{1} << 30;
 
-    std::string caFile = {};          ///< PEM file of trusted roots; empty: the system's
-    std::string proxy = {};           ///< URL of a proxy; empty: none
-    unsigned connectionsPerHost = 16; ///< further requests to the same host wait their turn
+    std::string caFile = {}; ///< PEM file of trusted roots; empty: the system's
+    std::string proxy = {};  ///< URL of a proxy; empty: none
+    /// Further requests to the same host wait their turn. A streamed transfer that has stood still for a second or two,
+    /// since its subscriber asks for nothing or its publisher brings nothing, no longer counts, also when it goes on:
+    /// what it waits for may be one of those requests.
+    unsigned connectionsPerHost = 16;
     /// Looks at every complete reply, and at the head of a streamed one with an empty body, before it is handed
     /// on, whatever its status; empty: all pass. Returns what is wrong with it, with which the exchange then fails
     /// (TransportError, phase reply), or nothing. Called on the delivery threads, several at a time.

@@ -204,6 +204,12 @@ bool HttpTransfer::isOverdue(ExchangeClock::Time now)
     return !refusal.empty();
 }
 
+bool HttpTransfer::standsStill()
+{
+    const auto moved = uploaded + reply->arrived();
+    return std::exchange(movedBefore, moved) == moved && (paused & ~limited) != 0;
+}
+
 void HttpTransfer::close(CURLcode outcome)
 {
     if (report && easy) report->measure(easy->get());
@@ -302,6 +308,7 @@ void HttpTransfer::startOver(std::chrono::milliseconds soon)
     uploaded = 0;
     paused = 0;
     limited = 0;
+    movedBefore.reset();
     clock.emplace(*options);
     reply.emplace(wish, *options);
 }

@@ -82,6 +82,10 @@ public:
     /// Whether the exchange has taken too long; `close` then says in what. @pre open
     bool isOverdue(ExchangeClock::Time now);
 
+    /// Whether the exchange waits for its publisher or its subscriber, and has not moved since this was last asked.
+    /// @pre open
+    bool standsStill();
+
     /// Gives the subscriber of a streamed reply what has arrived since. @pre open
     void handOver();
 
@@ -179,12 +183,13 @@ private:
     std::shared_ptr<OutgoingStream> outgoing; ///< null: the body is in `body`
     std::shared_ptr<IncomingStream> incoming; ///< null: the reply is gathered
     std::optional<std::stop_callback<Ring>> onStop, onCallStop;
-    RateLimits* limits = nullptr; ///< null: none
-    int paused = 0;               ///< CURLPAUSE_ bits
-    int limited = 0;              ///< those of them that wait for their turn
-    bool wasLimited = false;      ///< since `isOverdue` has asked
-    bool hasNews = false;         ///< `handOver` has something to do
-    bool headGiven = false;       ///< the promise is kept, or will be by a task
+    RateLimits* limits = nullptr;             ///< null: none
+    int paused = 0;                           ///< CURLPAUSE_ bits
+    int limited = 0;                          ///< those of them that wait for their turn
+    bool wasLimited = false;                  ///< since `isOverdue` has asked
+    std::optional<std::uint64_t> movedBefore; ///< bytes, when `standsStill` was last asked
+    bool hasNews = false;                     ///< `handOver` has something to do
+    bool headGiven = false;                   ///< the promise is kept, or will be by a task
 
     std::unique_ptr<EasyHandle> easy;
     bool sendBegun = false;

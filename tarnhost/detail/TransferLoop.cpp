@@ -258,7 +258,7 @@ void TransferLoop::finish(CURL* handle, CURLcode outcome)
     transfer->close(outcome);
     keepHandle(transfer->releaseHandle());
     postOrPause(std::move(transfer));
-    --lanes[origin].active;
+    if (vacated.erase(handle) == 0) --lanes[origin].active;
     fillLane(origin);
 }
 
@@ -343,11 +343,25 @@ void TransferLoop::endOverdue()
     const auto now = ExchangeClock::Time::clock::now();
     if (now < nextCheck) return; // a busy thread comes by far more often than time matters
     nextCheck = now + tick;
-    std::vector<CURL*> overdue;
-    for (const auto& [handle, transfer] : active)
-        if (transfer->isOverdue(now)) overdue.push_back(handle);
+    std::vector<CURL*> overdue, still;
+    for (const auto& [handle, transfer] : active) {
+        if (transfer->isOverdue(now))
+            overdue.push_back(handle);
+        else if (transfer->standsStill())
+            still.push_back(handle);
+    }
     for (CURL* handle : overdue)
         finish(handle, CURLE_OPERATION_TIMEDOUT);
+    for (CURL* handle : still)
+        vacate(handle);
+}
+
+void TransferLoop::vacate(CURL* handle)
+{
+    if (!vacated.insert(handle).second) return;
+    const auto& origin = active.at(handle)->origin();
+    --lanes[origin].active;
+    fillLane(origin);
 }
 
 void TransferLoop::abandonAll()
@@ -357,6 +371,7 @@ void TransferLoop::abandonAll()
         abandon(std::move(transfer));
     }
     active.clear();
+    vacated.clear();
     for (auto& [origin, lane] : lanes) {
         for (auto& transfer : lane.waiting)
             abandon(std::move(transfer));

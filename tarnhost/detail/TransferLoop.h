@@ -16,6 +16,7 @@
 #include <set>
 #include <string>
 #include <unordered_map>
+#include <unordered_set>
 #include <vector>
 
 namespace connector::host::detail {
@@ -26,7 +27,8 @@ namespace connector::host::detail {
 /// a request the way to another thread. Nothing foreign runs in a turn.
 ///
 /// Transfers to one origin beyond the limit wait here rather than in libcurl, where the connect timeout would
-/// run while they wait.
+/// run while they wait. One that stands still for want of demand or of items does not count: what it waits for may
+/// be among those that wait here.
 class TransferLoop final : DeliveryThreads::Watch {
 public:
     /// Begins at once. @param options  outlive the loop. @throws std::runtime_error, std::system_error
@@ -51,7 +53,7 @@ private:
 
     /// The transfers to one origin.
     struct Lane {
-        unsigned active = 0;
+        unsigned active = 0; ///< but for `vacated`
         std::deque<Transfer> waiting;
     };
 
@@ -96,6 +98,8 @@ private:
     void dropOverWaiting();
     void dropOverPausing();
     void endOverdue();
+    /// Gives the place of a transfer to the next that waits; it goes on without one.
+    void vacate(CURL* handle);
     void abandonAll();
     void abandon(Transfer transfer);
     /// As `post`, unless the transfer is to be tried again.
@@ -117,6 +121,7 @@ private:
     Time lastWork{};           ///< when there was something to do
     std::unordered_map<std::string, Lane> lanes;
     std::unordered_map<CURL*, Transfer> active;
+    std::unordered_set<CURL*> vacated;     ///< those of them that do not count in their lanes
     std::multimap<Time, Transfer> pausing; ///< by when they are tried again
     std::vector<std::unique_ptr<EasyHandle>> idleHandles;
     RateLimits limits;

@@ -239,6 +239,48 @@ TEST(StreamedTransfer, MakesTheServiceWaitForASlowConsumerAndDoesNotBlameIt)
     EXPECT_EQ(bounded(std::move(download))->bytes, size);
 }
 
+/// Otherwise as many downloads as there are places, whose subscribers wait for another request, wait for ever.
+TEST(StreamedTransfer, LetsOthersGoAheadWhileItStandsStillForItsSubscriberOrPublisher)
+{
+    ScriptedHttpServer server([](ScriptedHttpServer::Connection& connection) {
+        while (const auto head = connection.readHead()) {
+            if (head->find("/ping") != std::string::npos) {
+                connection.send(ScriptedHttpServer::reply("<R><Value>v</Value></R>"));
+            } else if (head->starts_with("PUT")) {
+                if (connection.skip(5)) connection.send(ScriptedHttpServer::reply("<R/>"));
+            } else {
+                connection.send(headOf(64 * mebibyte));
+                sendContent(connection, 64 * mebibyte);
+            }
+        }
+    });
+    TarnHost host(
+        {.endpoint = server.url(), .http = {.stallWindow = 100ms, .leastRate = 0, .connectionsPerHost = 1}});
+    const auto ping = [&] { return bounded(host.session()->ping(std::make_unique<Ping>()))->value; };
+
+    const auto consumer = std::make_shared<Consumer>();
+    auto download = downloadTo(host, consumer);
+    ASSERT_TRUE(server.waitForHeads(1));
+    EXPECT_EQ(ping(), "v") << "beside a download that nobody reads";
+    consumer->request(reactive_streams::unboundedDemand);
+    EXPECT_EQ(bounded(std::move(download))->bytes, 64 * mebibyte);
+
+    int ends[2];
+    ASSERT_EQ(pipe(ends), 0);
+    auto request = std::make_unique<FileUpload>();
+    request->path = u"/a";
+    request->size = 5;
+    request->content = std::make_shared<FileSource>(ends[0]);
+    auto upload = host.fileTransfer()->uploadFile(std::move(request));
+    ASSERT_TRUE(server.waitForHeads(3));
+    EXPECT_EQ(ping(), "v") << "beside an upload that gets nothing, and after the download";
+    EXPECT_EQ(write(ends[1], "hello", 5), 5);
+    close(ends[1]);
+    bounded(std::move(upload));
+    EXPECT_EQ(ping(), "v");
+    close(ends[0]);
+}
+
 TEST(StreamedTransfer, BringsWhatArrivedBeforeTheErrorThatCutIt)
 {
     for (const bool isStopped : {true, false}) {
