@@ -1,5 +1,6 @@
 #include "tarnhost/detail/ReplyCheck.h"
 
+#include "tarn/foundation/DeliveryScope.h"
 #include "tarnhost/HostErrors.h"
 
 #include <utility>
@@ -43,6 +44,7 @@ HeadDelivery::~HeadDelivery()
 
 void HeadDelivery::operator()()
 {
+    const DeliveryScope scope("the reply to ", &target.path);
     auto taken = std::move(response);
     if (auto error = faultOf({taken->status, contentType, true, {}}, *options, target, leavesDoubt)) {
         taken.reset(); // nobody has subscribed to its body, which is cancelled by that

@@ -1,7 +1,10 @@
 // A delivery thread does not wait for what it may have to bring itself.
 #include "tarn/foundation/WouldDeadlock.h"
 #include "Bounded.h"
+#include "HttpClientUnderTest.h"
 #include "support/ScriptedHttpServer.h"
+#include "tarn/foundation/Promise.h"
+#include "tarn/foundation/platform/HttpStreamedRequest.h"
 #include "tarn/session/SessionMessages.h"
 #include "tarnhost/TarnHost.h"
 
@@ -40,6 +43,22 @@ TEST(DeliveryThread, RefusesToWaitForWhatItMayHaveToBring)
         mayAnswer = 1;
         EXPECT_EQ(bounded(std::move(second))->value, "v") << "the future is as good as before";
     }
+}
+
+TEST(DeliveryThread, NamesTheRequestWhoseHeadItHandsOut)
+{
+    ScriptedHttpServer server([](ScriptedHttpServer::Connection& connection) {
+        if (connection.readHead()) connection.send("HTTP/1.1 200 OK\r\nContent-Length: 5\r\n\r\n");
+        connection.stall();
+    });
+    HttpClientUnderTest http;
+    auto request = std::make_unique<http::HttpStreamedRequest>(server.url("/a"), "get", nullptr);
+    request->replyBody = http::ReplyBody::content;
+    Promise<bool> never;
+    auto waiting = http.send(std::move(request)).then([&](Future<HttpClientUnderTest::Response>&&) {
+        return never.getFuture().get();
+    });
+    EXPECT_THAT(failureOf<WouldDeadlock>(std::move(waiting)), HasSubstr("the reply to /a"));
 }
 
 } // namespace
