@@ -14,6 +14,7 @@ inline constexpr const char* notRunning = "Service exists but is not running.";
 inline constexpr const char* notHttp = "The HTTP client takes HTTP requests only.";
 inline constexpr const char* notRepeated =
     "The connection was lost before the reply; the request is not sent a second time.";
+inline constexpr const char* noReason = "The publisher of the content failed and did not say why.";
 
 /// Of a request that nothing more can be said of.
 inline TransportError hostStoppedError()

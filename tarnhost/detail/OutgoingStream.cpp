@@ -2,6 +2,7 @@
 
 #include "tarn/foundation/DeliveryScope.h"
 #include "tarnhost/DeliveryThreads.h"
+#include "tarnhost/HostErrors.h"
 #include "tarnhost/detail/StreamLimits.h"
 
 #include <algorithm>
@@ -93,6 +94,7 @@ void OutgoingStream::onError(std::exception_ptr error)
     Lock lock(mutex);
     if (ended || stopped) return;
     ended = true;
+    if (!error) error = std::make_exception_ptr(std::runtime_error(errors::noReason)); // null: all is well
     fail(std::move(lock), std::move(error));
 }
 

@@ -57,8 +57,7 @@ public:
                 receiver->onNext(DataBuffer(std::string(100'000, 'x')));
             }
             if (brought < items) return;
-            fails ? receiver->onError(std::make_exception_ptr(std::runtime_error("The disk is gone.")))
-                  : receiver->onComplete();
+            fails ? receiver->onError(error) : receiver->onComplete();
         });
     }
 
@@ -72,6 +71,7 @@ public:
     std::atomic<int> brought{0};
     std::promise<void> cancelled;
     std::shared_future<void> gate; ///< open unless set
+    std::exception_ptr error = std::make_exception_ptr(std::runtime_error("The disk is gone."));
 
 private:
     const int items;
@@ -113,6 +113,16 @@ TEST(StreamedUpload, SendsTheItemsOfAnotherThreadOrSaysWhyNot)
         EXPECT_TRUE(eventually([&] { return done || server.connectionCount() == 0; }));
         EXPECT_EQ(isWhole, row.outcome == "no error");
     }
+}
+
+TEST(StreamedUpload, EndsWithAPublisherThatDoesNotSayWhatItFailedWith)
+{
+    ScriptedHttpServer server([](ScriptedHttpServer::Connection& connection) { connection.ignore(); });
+    TarnHost host({.endpoint = server.url()});
+    const auto producer = std::make_shared<Producer>(1, true);
+    producer->error = nullptr;
+    EXPECT_EQ(failureOf<std::runtime_error>(uploadOf(host, producer, {})),
+              "The publisher of the content failed and did not say why.");
 }
 
 /// A connection may die just when the next request is on its way. What has no byte of its body sent cannot have
