@@ -10,13 +10,13 @@ namespace connector {
 /// its connection could not be made, for whatever reason but a certificate, or was lost before the reply was whole.
 ///
 /// Tried again is only what is safe to repeat: a "get" that is not to be sent at most once, and any request of which
-/// nothing was sent yet. A request whose body is sent as it arrives never is, since its publisher has given it away,
-/// and a reply that arrives as a stream not after its head. What a time limit has ended is not either: the time that
-/// the application grants is over.
+/// nothing was sent yet. A request whose body is sent as it arrives is not once any of that was taken to be sent, since
+/// its publisher has given it away, and a reply that arrives as a stream not after its head. What a time limit has ended
+/// is not either: the time that the application grants is over.
 ///
-/// What was turned away with 429 has done nothing, so any request is tried again then, a change as well, unless its
-/// body is sent as it arrives; not before the time in "Retry-After" has passed, and not at all when that is longer than
-/// `longestPause`.
+/// What was turned away with 429 has done nothing, so any request is tried again then, a change as well, unless some of
+/// a body that is sent as it arrives is gone; not before the time in "Retry-After" has passed, and not at all when that
+/// is longer than `longestPause`.
 struct TARN_API RetryPolicy {
     /// After the first try. None unless it is asked for: whoever waits hears of a failure at once, and a program that
     /// repeats what has failed by itself does not multiply what this does.

@@ -289,7 +289,9 @@ std::string HttpTransfer::doing() const
 
 std::optional<std::chrono::milliseconds> HttpTransfer::pauseBeforeNextTry() const
 {
-    if (outgoing || headGiven || triesLeft == 0) return {};
+    // What libcurl has taken of a stream is lost; what still waits in it goes with the next try.
+    const bool isBodyLost = outgoing && uploaded > 0;
+    if (isBodyLost || headGiven || triesLeft == 0) return {};
     if (turnedAway && *turnedAway <= retries.longestPause) return *turnedAway + RetryPolicy::scattered(pause);
     if (!interrupted || (isChange && sendBegun)) return {};
     return RetryPolicy::scattered(pause);

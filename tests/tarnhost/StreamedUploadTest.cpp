@@ -1,6 +1,7 @@
 // Contents on their way to the service: asked for as they are taken, and broken off when they cannot be brought.
 #include "Bounded.h"
 #include "support/ScriptedHttpServer.h"
+#include "tarn/protocol/TarnError.h"
 #include "tarn/transfer/FileTransferMessages.h"
 #include "tarnhost/TarnHost.h"
 #include "tarnhost/TransportError.h"
@@ -152,6 +153,36 @@ TEST(StreamedUpload, IsSentAgainAfterADeadConnectionWhileItsBodyWaits)
                     HasSubstr(waits ? "no error" : "Could not complete the exchange"));
         EXPECT_EQ(attempts, waits ? 2 : 1);
     }
+}
+
+TEST(StreamedUpload, IsTriedAgainWithWhatItHasAlreadyWhenThereWasNoConnection)
+{
+    const std::string connected("\0\x5a\0\0\0\0\0\0", 8);
+    ScriptedHttpServer proxy([&](ScriptedHttpServer::Connection& connection) {
+        if (!connection.skip(9) || connection.number() < 2) return; // a SOCKS proxy that goes away
+        connection.send(connected);
+        if (connection.readHead() && connection.skip(2'000'000))
+            connection.send(ScriptedHttpServer::reply("<R/>"));
+    });
+    TarnHost host(
+        {.endpoint = "http://127.0.0.1:1",
+         .http = {.proxy = "socks4://" + proxy.peer(), .retries = {.most = 2, .firstPause = 20ms}}});
+    EXPECT_EQ(failureOf<std::runtime_error>(uploadOf(host, std::make_shared<Producer>(20), 2'000'000)),
+              "no error");
+    EXPECT_EQ(proxy.connectionCount(), 3u);
+}
+
+TEST(StreamedUpload, IsNotTriedAgainWithoutTheBytesThatAreGone)
+{
+    ScriptedHttpServer server([&](ScriptedHttpServer::Connection& connection) {
+        if (!connection.readHead() || !connection.skip(50'000)) return;
+        connection.send("HTTP/1.1 429 Too Many Requests\r\nConnection: close\r\n"
+                        "Content-Length: 4\r\n\r\nwait");
+        connection.ignore();
+    });
+    TarnHost host({.endpoint = server.url(), .http = {.retries = {.most = 1, .firstPause = 2ms}}});
+    EXPECT_NE(failureOf<TarnError>(uploadOf(host, std::make_shared<Producer>(20), 2'000'000)), "no error");
+    EXPECT_EQ(server.connectionCount(), 1u);
 }
 
 TEST(StreamedUpload, AsksForNoMoreThanTheServiceTakes)
