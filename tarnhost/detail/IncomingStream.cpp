@@ -120,15 +120,22 @@ bool IncomingStream::accept(std::string_view bytes)
     }
     queued += bytes.size();
     while (!bytes.empty()) {
-        if (items.empty() || items.back().size == items.back().capacity) {
-            items.emplace_back();
-            items.back().reserve(bytes.size() < largestPiece ? bytes.size() : streamItemBytes);
-        }
-        const auto part = std::min<std::uint64_t>(items.back().capacity - items.back().size, bytes.size());
-        append(items.back(), bytes.substr(0, part));
+        DataBuffer& item = itemFor(bytes.size());
+        const auto part = std::min<std::uint64_t>(item.capacity - item.size, bytes.size());
+        append(item, bytes.substr(0, part));
         bytes.remove_prefix(part);
     }
     return true;
+}
+
+/// Small pieces that wait share an item, which grows by doubling; large ones are never moved. @pre locked
+DataBuffer& IncomingStream::itemFor(std::size_t bytes)
+{
+    if (!items.empty() && items.back().size < items.back().capacity) return items.back();
+    const bool isSmall = bytes < largestPiece;
+    if (items.empty() || !isSmall || items.back().capacity > streamItemBytes / 2) items.emplace_back();
+    items.back().reserve(isSmall ? items.back().size + bytes : streamItemBytes);
+    return items.back();
 }
 
 void IncomingStream::handOver()

@@ -84,6 +84,7 @@ private:
         IncomingStream& stream;
     };
 
+    common::DataBuffer& itemFor(std::size_t bytes);
     bool hasSignal() const;
     void schedule(Lock lock);
     void deliver();

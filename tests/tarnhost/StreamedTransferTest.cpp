@@ -60,6 +60,7 @@ struct Consumer : reactive_streams::SubscriberAPI<DataBuffer> {
     {
         EXPECT_FALSE(busy.exchange(true)) << "two items at a time";
         bytes += item.size;
+        if (takeItem) takeItem(item.bytes());
         if (afterItem) afterItem(*this);
         busy = false;
     }
@@ -86,6 +87,7 @@ struct Consumer : reactive_streams::SubscriberAPI<DataBuffer> {
     mutable std::mutex guard; ///< the test asks while a delivery thread subscribes
     std::weak_ptr<reactive_streams::Subscription> subscription;
     std::promise<void> started;
+    std::function<void(std::string_view)> takeItem;
     std::function<void(Consumer&)> afterItem;
     std::atomic<std::uint64_t> bytes{0};
     std::atomic<int> ends{0};
@@ -279,6 +281,37 @@ TEST(StreamedTransfer, LetsOthersGoAheadWhileItStandsStillForItsSubscriberOrPubl
     bounded(std::move(upload));
     EXPECT_EQ(ping(), "v");
     close(ends[0]);
+}
+
+/// An item costs some fifty bytes beside those that it brings.
+TEST(StreamedTransfer, KeepsSmallPiecesThatWaitInFewItems)
+{
+    constexpr std::size_t pieces = 300'000;
+    ScriptedHttpServer server([](ScriptedHttpServer::Connection& connection) {
+        if (!connection.readHead()) return;
+        std::string body;
+        for (std::size_t i = 0; i < pieces; ++i)
+            body += std::string("1\r\n") + static_cast<char>('a' + i % 26) + "\r\n";
+        connection.send("HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n" + body + "0\r\n\r\n");
+    });
+    TarnHost host({.endpoint = server.url()});
+    const auto consumer = std::make_shared<Consumer>();
+    std::string content;
+    std::size_t items = 0;
+    consumer->takeItem = [&](std::string_view bytes) {
+        content += bytes;
+        ++items;
+    };
+    auto download = downloadTo(host, consumer);
+    ASSERT_EQ(consumer->started.get_future().wait_for(patience), std::future_status::ready);
+    ASSERT_TRUE(eventually([&] { return host.transferred().received == pieces; }));
+    consumer->request(reactive_streams::unboundedDemand);
+    EXPECT_EQ(bounded(std::move(download))->bytes, pieces);
+    EXPECT_LT(items, 100u);
+    bool isInOrder = content.size() == pieces;
+    for (std::size_t i = 0; isInOrder && i < pieces; ++i)
+        isInOrder = content[i] == static_cast<char>('a' + i % 26);
+    EXPECT_TRUE(isInOrder);
 }
 
 TEST(StreamedTransfer, BringsWhatArrivedBeforeTheErrorThatCutIt)
