@@ -16,6 +16,12 @@ namespace {
 
 using common::DataBuffer;
 
+/// What an item takes while it waits: also the room that it does not use, its entry and what the heap adds.
+std::uint64_t costOf(const DataBuffer& item)
+{
+    return item.capacity + 64;
+}
+
 std::exception_ptr wrongLength(const char* relation, std::uint64_t arrived, std::uint64_t length)
 {
     return std::make_exception_ptr(std::runtime_error("The content to send " + std::string(relation) +
@@ -71,7 +77,7 @@ void OutgoingStream::onNext(DataBuffer&& item)
         return;
     }
     if (item.size > 0) {
-        queued += item.size;
+        queued += costOf(item);
         items.push_back(std::move(item));
     }
     callLoop(std::move(lock));
@@ -118,7 +124,7 @@ OutgoingStream::Supply OutgoingStream::take(char* room, std::size_t size, std::s
         taken += part;
         takenOfItem += part;
         if (takenOfItem < item.size) break;
-        queued -= item.size;
+        queued -= costOf(item);
         takenOfItem = 0;
         items.pop_front();
     }

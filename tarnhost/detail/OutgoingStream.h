@@ -80,7 +80,7 @@ private:
     http::BodyPublisher source;
     std::weak_ptr<reactive_streams::Subscription> subscription;
     std::deque<common::DataBuffer> items;
-    std::uint64_t queued = 0;      ///< bytes in `items`, those of the first that are taken already included
+    std::uint64_t queued = 0; ///< bytes that `items` take, those of the first that are taken already included
     std::uint64_t takenOfItem = 0; ///< bytes
     std::uint64_t arrived = 0;     ///< bytes, of all items
     std::exception_ptr failure;

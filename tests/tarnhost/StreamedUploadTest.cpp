@@ -185,6 +185,41 @@ TEST(StreamedUpload, IsNotTriedAgainWithoutTheBytesThatAreGone)
     EXPECT_EQ(server.connectionCount(), 1u);
 }
 
+/// Brings one byte whenever it is asked.
+struct Dripper : reactive_streams::PublisherAPI<DataBuffer>,
+                 reactive_streams::Subscription,
+                 std::enable_shared_from_this<Dripper> {
+    void subscribe(ContentSubscriber taker) override
+    {
+        receiver = taker;
+        taker->onSubscribe(weak_from_this());
+    }
+
+    void request(std::uint64_t n) override
+    {
+        brought += n;
+        receiver->onNext(DataBuffer("x"));
+    }
+
+    void cancel() override {}
+
+    Future<bool> completion() override { return makeReadyFuture(true); }
+
+    ContentSubscriber receiver;
+    std::atomic<std::uint64_t> brought{0};
+};
+
+/// An item of one byte takes some fifty more.
+TEST(StreamedUpload, AsksForNoMoreItemsThanFitIntoItsQueueHoweverSmall)
+{
+    ScriptedHttpServer proxy([](ScriptedHttpServer::Connection& connection) { connection.stall(); });
+    TarnHost host({.endpoint = "http://127.0.0.1:1",
+                   .http = {.connectTimeout = 1s, .proxy = "socks4://" + proxy.peer()}});
+    const auto dripper = std::make_shared<Dripper>();
+    EXPECT_THAT(failureOf<TransportError>(uploadOf(host, dripper, std::nullopt)), HasSubstr("connect"));
+    EXPECT_LT(dripper->brought, 10'000u);
+}
+
 TEST(StreamedUpload, AsksForNoMoreThanTheServiceTakes)
 {
     ScriptedHttpServer server([&](ScriptedHttpServer::Connection& connection) { connection.ignore(); });
