@@ -60,7 +60,7 @@ struct HttpOptions {
     unsigned connectionsPerHost = 16;
     /// Looks at every complete reply, and at the head of a streamed one with an empty body, before it is handed
     /// on, whatever its status; empty: all pass. Returns what is wrong with it, with which the exchange then fails
-    /// (TransportError, phase reply), or nothing. Called on the delivery threads, several at a time.
+    /// (TransportError, phase reply or gateway), or nothing. Called on the delivery threads, several at a time.
     std::function<std::string(const ReceivedReply&)> replyCheck = {};
     /// For requests that do not say themselves how often they are tried again. Each try has its own time limits.
     RetryPolicy retries = {};

@@ -22,6 +22,8 @@ std::string sentence(TransportPhase phase, const std::string& peer, const std::s
         return "The exchange with " + peer + " passed its deadline while " + reason + ".";
     case TransportPhase::stopped:
         return "The exchange with " + peer + " was stopped while " + reason + ".";
+    case TransportPhase::gateway:
+        return "Could not get through to the service at " + peer + ": " + reason;
     case TransportPhase::exchange:
         break;
     }
@@ -44,7 +46,8 @@ bool TransportError::isInterruption() const
 {
     // A certificate stays as it is, however often it is looked at.
     if (failedPhase == TransportPhase::secure) return failedReason.find("certificate") == std::string::npos;
-    return failedPhase == TransportPhase::connect || failedPhase == TransportPhase::exchange;
+    return failedPhase == TransportPhase::connect || failedPhase == TransportPhase::exchange ||
+           failedPhase == TransportPhase::gateway;
 }
 
 } // namespace connector::host

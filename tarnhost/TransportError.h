@@ -17,6 +17,8 @@ enum class TransportPhase {
     shutdown, ///< the host was shut down: before anything was sent, or as `exchange`
     deadline, ///< that of the call has passed: before anything was sent, or as `exchange`
     stopped,  ///< by the caller: before anything was sent, or as `exchange`
+    gateway, ///< a reply of status 502, 503 or 504 that HttpOptions::replyCheck refused: something answered in the
+             ///< service's place; else as `exchange`
 };
 
 /// An HTTP request that got no complete reply.
@@ -43,8 +45,8 @@ public:
     /// reply says so. Never for a request that only reads, nor for one that was not sent.
     bool mayHaveHappened() const { return unknownOutcome; }
 
-    /// The connection could not be made, for whatever reason but a certificate, or was lost: another try may end
-    /// otherwise.
+    /// The connection could not be made, for whatever reason but a certificate, or was lost, also that of a gateway to
+    /// the service: another try may end otherwise.
     bool isInterruption() const;
 
 private:

@@ -191,7 +191,8 @@ bool isNotLoggedIn(const std::exception_ptr& error)
 bool isServiceGone(const std::exception_ptr& error)
 {
     return isError<TransportError>(error, [](const TransportError& failure) {
-        return failure.phase() == TransportPhase::connect || failure.phase() == TransportPhase::secure;
+        return failure.phase() == TransportPhase::connect || failure.phase() == TransportPhase::secure ||
+               failure.phase() == TransportPhase::gateway;
     });
 }
 

@@ -35,7 +35,8 @@ bool isDamage(const std::exception_ptr& error);
 /// Whether the service wants a login first: there is no session, or it has ended.
 bool isNotLoggedIn(const std::exception_ptr& error);
 
-/// Whether `error` means that further requests cannot succeed either: no connection could be made.
+/// Whether `error` means that further requests cannot succeed either: no connection could be made, or a gateway could
+/// make none.
 bool isServiceGone(const std::exception_ptr& error);
 
 /// Whether nothing was changed and the same request may well succeed a moment later: there was no connection, or it was

@@ -153,7 +153,7 @@ private:
             return unreachable(found, "Something accepts connections there and does not answer; is it the "
                                       "service, and is its port right?");
         if (const auto why = whyNotTarn({found.status, found.contentType, false, found.body}); !why.empty()) {
-            fail(current, Failure(ExitCode::failure, escaped(why) + " Check the endpoint."));
+            fail(current, Failure(ExitCode::failure, escaped(why)));
             return false;
         }
         pass("a Tarn service (" + inMilliseconds(found.answer) + ")");

@@ -16,7 +16,8 @@ namespace connector {
 ///
 /// What was turned away with 429 has done nothing, so any request is tried again then, a change as well, unless some of
 /// a body that is sent as it arrives is gone; not before the time in "Retry-After" has passed, and not at all when that
-/// is longer than `longestPause`.
+/// is longer than `longestPause`. What was answered with 502, 503 or 504, by a gateway whose service is away or by a
+/// service that is busy, is tried again likewise where it only reads. What the last try brings is the reply.
 struct TARN_API RetryPolicy {
     /// After the first try. None unless it is asked for: whoever waits hears of a failure at once, and a program that
     /// repeats what has failed by itself does not multiply what this does.

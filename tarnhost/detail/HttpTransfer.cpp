@@ -234,11 +234,13 @@ void HttpTransfer::close(CURLcode outcome)
     }
     complete = true;
     if (headGiven) incoming->close(nullptr);
-    if (reply->status() == statusTooMany) {
+    const bool wasTooMuch = reply->status() == statusTooMany;
+    if (wasTooMuch || (!isChange && isUnanswered(reply->status()))) {
         curl_off_t wanted = 0; // stays 0 without the header
         curl_easy_getinfo(easy->get(), CURLINFO_RETRY_AFTER, &wanted);
         turnedAway = std::chrono::seconds(wanted);
-        lastFault = "The service was asked too much.";
+        lastFault = wasTooMuch ? "The service was asked too much."
+                               : "The reply was status " + std::to_string(reply->status()) + ".";
     }
     const char* type = nullptr;
     curl_easy_getinfo(easy->get(), CURLINFO_CONTENT_TYPE, &type);

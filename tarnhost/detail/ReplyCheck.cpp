@@ -7,6 +7,11 @@
 
 namespace connector::host::detail {
 
+bool isUnanswered(std::uint16_t status)
+{
+    return status >= 502 && status <= 504;
+}
+
 std::exception_ptr faultOf(const ReceivedReply& reply, const HttpOptions& options, const UrlParts& target,
                            bool mayHaveHappened)
 {
@@ -14,8 +19,9 @@ std::exception_ptr faultOf(const ReceivedReply& reply, const HttpOptions& option
     try {
         auto wrong = options.replyCheck(reply);
         if (wrong.empty()) return nullptr;
-        return std::make_exception_ptr(TransportError(TransportPhase::reply, target.printable(),
-                                                      target.peer(), std::move(wrong), mayHaveHappened));
+        const auto phase = isUnanswered(reply.status) ? TransportPhase::gateway : TransportPhase::reply;
+        return std::make_exception_ptr(
+            TransportError(phase, target.printable(), target.peer(), std::move(wrong), mayHaveHappened));
     } catch (...) {
         return std::current_exception();
     }

@@ -161,6 +161,8 @@ protected:
         if (cell.fault.name == "never ends its chunks" &&
             std::string(cell.errand->struck).starts_with("GET /service/v1/files/"))
             exitCode = 1, told = "sends more than the file has";
+        if (cell.fault.name.starts_with("answers 502") || cell.fault.name.starts_with("answers 503"))
+            exitCode = 7, told = "a gateway answers there with status 50";
         const bool failed = exitCode != 0;
         const bool struck = cell.fault.ending != Ending::noConnection;
         EXPECT_EQ(result.exitCode, failed && struck && cell.errand->partly ? cell.errand->partly : exitCode)

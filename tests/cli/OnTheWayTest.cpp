@@ -234,18 +234,29 @@ TEST_F(OnTheWay, TellsOnceThatTheServiceAsksToWait)
     }
 }
 
+/// A gateway's own reply, while its service is away, tells as little of a change as none.
 TEST_F(OnTheWay, AChangeWhoseReplyIsLostIsLookedAtAndMadeOnce)
 {
+    const auto lose = [](const auto&, const auto&) {};
+    const auto replace = [](ScriptedHttpServer::Connection& connection, const auto&) {
+        connection.send(
+            "HTTP/1.1 502 Bad Gateway\r\nContent-Type: text/html\r\nContent-Length: 3\r\n\r\n<p>");
+    };
     alice.write("d/x", "x");
-    for (const std::string arguments :
-         {"put f /new", "put --new-version d/x /new", "put -r d/ /d", "mkdir /m", "mv /new /moved",
-          "sync d/ /s", "rm --keep /s/x", "rm -r /d"}) {
-        const auto* struck = arguments == "rm -r /d" ? "DELETE " : "PUT ";
-        const auto result = run(arguments, struck, 1, [](const auto&, const auto&) {});
-        EXPECT_EQ(result.exitCode, 0) << arguments << ": " << result.err;
+    for (const auto& play : {Play(lose), Play(replace)}) {
+        for (const std::string arguments :
+             {"get -f /f got", "put f /new", "put --new-version d/x /new", "put -r d/ /d", "mkdir /m",
+              "mv /new /moved", "sync d/ /s", "rm --keep /s/x", "rm -r /d"}) {
+            const auto* struck = arguments == "rm -r /d"         ? "DELETE "
+                                 : arguments.starts_with("get ") ? fetching
+                                                                 : "PUT ";
+            const auto result = run(arguments, struck, 1, play);
+            EXPECT_EQ(result.exitCode, 0) << arguments << ": " << result.err;
+        }
+        // A heading and two versions.
+        EXPECT_EQ(run("ls / && tarn versions /moved | wc -l").out, ".tarn-removed/\nm/\ns/\nf\nmoved\n3\n");
+        EXPECT_EQ(run("rm -r /.tarn-removed /m /s /moved && rm got").exitCode, 0);
     }
-    // A heading and two versions.
-    EXPECT_EQ(run("ls / && tarn versions /moved | wc -l").out, ".tarn-removed/\nm/\ns/\nf\nmoved\n3\n");
 }
 
 } // namespace

@@ -59,19 +59,24 @@ TEST(Retry, BringsTheReply)
     EXPECT_EQ(textOf(*bounded(http.send("get", server.url()))), "the whole");
 }
 
-/// What the service has turned away it has not done: also a change may be made again, when it says.
+/// What the service has turned away it has not done: also a change may be made again, when it says. What a gateway has
+/// answered may have been done.
 TEST(Retry, OfWhatWasTurnedAwayNotBeforeItIsTime)
 {
     const struct {
         const char* method;
+        const char* status;
         std::string retryAfter;
         unsigned most, requests;
         std::chrono::milliseconds least;
     } rows[] = {
-        {"get", "Retry-After: 1\r\n", 1, 2, std::chrono::seconds(1)},
-        {"put", "", 2, 2, std::chrono::milliseconds(1)},
-        {"delete", "Retry-After: 3600\r\n", 2, 1, {}},
-        {"put", "", 0, 1, {}},
+        {"get", "429 Too Many Requests", "Retry-After: 1\r\n", 1, 2, std::chrono::seconds(1)},
+        {"put", "429 Too Many Requests", "", 2, 2, std::chrono::milliseconds(1)},
+        {"delete", "429 Too Many Requests", "Retry-After: 3600\r\n", 2, 1, {}},
+        {"put", "429 Too Many Requests", "", 0, 1, {}},
+        {"get", "502 Bad Gateway", "", 1, 2, std::chrono::milliseconds(1)},
+        {"get", "503 Service Unavailable", "", 0, 1, {}},
+        {"put", "504 Gateway Timeout", "", 2, 1, {}}, // which may have been made
     };
 
     for (const auto& row : rows) {
@@ -79,15 +84,15 @@ TEST(Retry, OfWhatWasTurnedAwayNotBeforeItIsTime)
             connection.readRequest();
             connection.send(connection.number() > 0
                                 ? ScriptedHttpServer::reply("done")
-                                : "HTTP/1.1 429 Too Many Requests\r\nConnection: close\r\n" + row.retryAfter +
-                                      "Content-Length: 4\r\n\r\nwait");
+                                : std::string("HTTP/1.1 ") + row.status + "\r\nConnection: close\r\n" +
+                                      row.retryAfter + "Content-Length: 4\r\n\r\nwait");
         });
         HttpClientUnderTest http(retrying(row.most, std::chrono::milliseconds(2)));
         const auto begun = std::chrono::steady_clock::now();
         const auto body = row.method == std::string("put") ? bodyOf("some") : nullptr;
         auto request = std::make_unique<http::HttpClientRequest>(server.url(), row.method, body);
         EXPECT_EQ(textOf(*bounded(http.send(std::move(request)))), row.requests == 2 ? "done" : "wait");
-        EXPECT_EQ(server.connectionCount(), row.requests) << row.method;
+        EXPECT_EQ(server.connectionCount(), row.requests) << row.method << row.status;
         EXPECT_GE(std::chrono::steady_clock::now() - begun, row.least);
     }
 }
