@@ -24,8 +24,8 @@ public:
     virtual std::string version() const = 0;
     /// What comes is of this version. @throws Failure
     virtual void setVersion(const std::string& id) = 0;
-    /// Drops what is here. @throws Failure when it cannot be taken back
-    virtual void startOver() = 0;
+    /// Drops what is here. @param why  as a sentence @throws Failure when it cannot be taken back
+    virtual void startOver(const std::string& why) = 0;
     /// For one request; keeps the target.
     virtual connector::tarn::ContentSubscriber subscriber() = 0;
 

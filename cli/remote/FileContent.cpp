@@ -4,6 +4,8 @@
 #include "cli/remote/Answer.h"
 #include "cli/remote/ContentReceiver.h"
 #include "cli/remote/Requests.h"
+#include "tarn/foundation/Composition.h"
+#include "tarn/transfer/PartMismatch.h"
 
 namespace tarncli {
 
@@ -47,10 +49,25 @@ std::uint64_t sizeOf(Connection& connection, const RemotePath& file, const Versi
     return attributes.size;
 }
 
-Future<std::string> requestContent(Connection& connection, const RemotePath& file, const VersionInfo& version,
-                                   std::uint64_t size, const std::shared_ptr<ContentTarget>& target)
+namespace {
+
+constexpr const char* anew = "; all of it was fetched anew.";
+
+template <class Error>
+bool is(const std::exception_ptr& error)
 {
-    if (target->version().empty() && target->held() > 0) target->startOver();
+    try {
+        std::rethrow_exception(error);
+    } catch (const Error&) {
+        return true;
+    } catch (...) {
+        return false;
+    }
+}
+
+Future<std::string> requestRest(Connection& connection, const RemotePath& file, const VersionInfo& version,
+                                std::uint64_t size, const std::shared_ptr<ContentTarget>& target)
+{
     auto request = requestFor<FileDownload>(file);
     static_cast<VersionInfo&>(*request) = version;
     request->offset = target->held();
@@ -59,8 +76,9 @@ Future<std::string> requestContent(Connection& connection, const RemotePath& fil
         request->before = target->hash();
     }
     request->content = target->subscriber();
-    request->onHead = [target, size](const FileDownloadHead& head) {
-        if (head.offset != target->held()) target->startOver();
+    request->onHead = [file, target, size](const FileDownloadHead& head) {
+        if (head.offset != target->held())
+            target->startOver(file.quoted() + " had changed since a part of it was fetched" + anew);
         target->setVersion(head.versionId);
         target->limitTo(head.totalSize ? std::nullopt : std::optional(size));
         // With a digest, what comes is compared with that: the file may well have been replaced since it was listed.
@@ -74,6 +92,40 @@ Future<std::string> requestContent(Connection& connection, const RemotePath& fil
             if (!response->verified && target->held() != size) throw SizeDiffers(target->held(), size);
             return response->sha256;
         });
+}
+
+/// Why the target has not the beginning of the file; empty: it was something else that went wrong.
+std::string whyNoBeginning(const std::exception_ptr& error, const RemotePath& file)
+{
+    if (isRefusal(error, reasons::rangeOutside))
+        return "The part of " + file.quoted() + " that was here is longer than the file" + anew;
+    if (is<PartMismatch>(error))
+        return "The service does not go on where the part of " + file.quoted() + " ends that was here" + anew;
+    return {};
+}
+
+} // namespace
+
+Future<std::string> requestContent(Connection& connection, const RemotePath& file, const VersionInfo& version,
+                                   std::uint64_t size, const std::shared_ptr<ContentTarget>& target)
+{
+    if (target->version().empty() && target->held() > 0)
+        target->startOver("Nothing tells of which version the part of " + file.quoted() +
+                          " was that was here" + anew);
+    const bool isRest = target->held() > 0;
+    auto content = requestRest(connection, file, version, size, target);
+    if (!isRest) return content;
+    return std::move(content) | connector::recover([=, &connection](const std::exception_ptr& error) {
+               const auto why = whyNoBeginning(error, file);
+               if (why.empty()) std::rethrow_exception(error);
+               target->startOver(why);
+               return requestRest(connection, file, version, size, target);
+           });
+}
+
+bool isPartWrong(const std::exception_ptr& error)
+{
+    return isDamage(error) || is<SizeDiffers>(error);
 }
 
 Future<std::string> requestDigest(Connection& connection, const RemotePath& file, const VersionInfo& version)

@@ -7,6 +7,7 @@
 #include "tarn/protocol/VersionInfo.h"
 
 #include <cstdint>
+#include <exception>
 #include <memory>
 #include <string>
 
@@ -24,13 +25,16 @@ public:
 std::uint64_t sizeOf(Connection& connection, const RemotePath& file,
                      const connector::tarn::VersionInfo& version);
 
-/// Sends the request for what `target` lacks of a content. It starts over when the file is not the version any more
-/// that the target has the beginning of. The future tells, when the target has all of it, the SHA-256 of that; empty:
-/// the service does not.
+/// Sends the request for what `target` lacks of a content. It starts over when the target has not the beginning of what
+/// the file is now, or nothing tells of which version. The future tells, when the target has all of it, the SHA-256 of
+/// that; empty: the service does not.
 /// @param size  fails with SizeDiffers a content that has another, when there is no digest to compare it with
 connector::Future<std::string> requestContent(Connection& connection, const RemotePath& file,
                                               const connector::tarn::VersionInfo& version, std::uint64_t size,
                                               const std::shared_ptr<ContentTarget>& target);
+
+/// Whether what a target has got by then is of no use to another request; any other failure may pass.
+bool isPartWrong(const std::exception_ptr& error);
 
 /// Asks for the SHA-256 of a file that is not empty, or of its version when one is named; empty: the service does not
 /// tell it.

@@ -14,6 +14,7 @@ inline constexpr std::string_view notFound = "notFound";
 inline constexpr std::string_view folderExists = "folderExists";
 inline constexpr std::string_view isFile = "isFile";
 inline constexpr std::string_view digestDiffers = "digestDiffers";
+inline constexpr std::string_view rangeOutside = "rangeOutside";
 } // namespace reasons
 
 /// What a message about a change ends with when nobody knows whether it was made.

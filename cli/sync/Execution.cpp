@@ -291,12 +291,13 @@ Transfer Execution::download(const Step& step)
     transfer.succeeded = [this, arrival, remote, place = step.place] {
         ++report.files;
         report.bytes += arrival->entry.size;
+        if (const auto& why = arrival->file->whyAnew(); !why.empty()) out.warning(why);
         arrival->file.reset();
         journal.note(place, arrival->entry);
         out.detail("Fetched " + remote.quoted() + " to " + shownTarget(place) + ".");
     };
     transfer.failed = [arrival](const std::exception_ptr& error) {
-        if (arrival->file && !isTransient(error)) arrival->file->discard();
+        if (arrival->file && isPartWrong(error)) arrival->file->discard();
         arrival->file.reset();
     };
     return transfer;

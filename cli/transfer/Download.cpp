@@ -122,7 +122,7 @@ Transfer Downloader::transferOf(Download& download)
     };
     transfer.succeeded = [this, &download] { conclude(download); };
     transfer.failed = [&download](const std::exception_ptr& error) {
-        if (download.incoming && !isTransient(error)) download.incoming->discard();
+        if (download.incoming && isPartWrong(error)) download.incoming->discard();
         download.incoming.reset();
     };
     return transfer;
@@ -154,8 +154,7 @@ Future<bool> Downloader::fetch(Download& download)
 void Downloader::conclude(Download& download)
 {
     const auto name = download.remote.quoted();
-    if (download.incoming->hasStartedOver())
-        out.warning(name + " had changed since a part of it was fetched; all of it was fetched anew.");
+    if (const auto& why = download.incoming->whyAnew(); !why.empty()) out.warning(why);
     report.bytes += download.incoming->held();
     download.incoming.reset();
     ++report.files;

@@ -181,10 +181,10 @@ connector::tarn::Sha256 IncomingFile::hash() const
     return hash;
 }
 
-void IncomingFile::startOver()
+void IncomingFile::startOver(const std::string& why)
 {
     *moved -= held();
-    startedOver = true;
+    reasonAnew = why;
     if (::ftruncate(file.get(), 0) != 0 || ::lseek(file.get(), 0, SEEK_SET) != 0)
         throwErrno("Could not write", shown);
 }

@@ -42,11 +42,11 @@ public:
     std::string version() const override { return versionId; }
 
     void setVersion(const std::string& id) override;
-    void startOver() override;
+    void startOver(const std::string& why) override;
     connector::tarn::ContentSubscriber subscriber() override;
 
-    /// Another version than the one that was begun with has come.
-    bool hasStartedOver() const { return startedOver; }
+    /// Why what was here was dropped and all has come anew; empty: it was not.
+    const std::string& whyAnew() const { return reasonAnew; }
 
     /// @param milliseconds  since 1970, kept as the time of its last change; 0: now
     /// @throws Failure; conflict when there is a file of that name that must not be replaced
@@ -75,7 +75,7 @@ private:
     const std::string name; ///< until it is whole
     MovedBytes moved;
     std::string versionId;
-    bool startedOver = false;
+    std::string reasonAnew;
     bool committed = false;
     InterruptGuard guard; ///< before the file exists, so that there is no moment in which it is forgotten
     FileDescriptor file;

@@ -49,7 +49,7 @@ public:
 
     void setVersion(const std::string& id) override { versionId = id; }
 
-    void startOver() override
+    void startOver(const std::string&) override
     {
         throw Failure(ExitCode::failure, "It changed while it was being read; read it again.");
     }

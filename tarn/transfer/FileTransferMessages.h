@@ -89,9 +89,9 @@ struct TARN_API FileDownloadHead {
 /// begins where the file ends is empty.
 ///
 /// Wire   GET as FileRead; "Range" when `offset` or `length` is given, and then "If-Range" when `ifVersion` is
-/// Fails  as FileRead; with what the service says of a part behind the end, or "The file ends before the part that was
-///        asked for." where it knows nothing of parts; with std::invalid_argument without `content`, or for a part of
-///        no bytes
+/// Fails  as FileRead; with what the service says of a part behind the end; with PartMismatch when another part comes
+///        than was asked for, or the file of a service that knows nothing of parts ends before it; with
+///        std::invalid_argument without `content`, or for a part of no bytes
 struct TARN_API FileDownload : SessionRequest,
                                VersionInfo,
                                MessageAPI<FileDownload, FileTransferServiceProvider> {

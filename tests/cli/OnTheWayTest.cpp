@@ -185,6 +185,40 @@ TEST_F(OnTheWay, ALaterCommandFetchesAnewWhatWasReplaced)
     EXPECT_EQ(contentsOf(alice.work()).size(), 2u);
 }
 
+TEST_F(OnTheWay, APartStaysUnlessItIsWrongItself)
+{
+    EXPECT_EQ(run("--retries 0 get --continue /f new", fetching, 1, cut()).exitCode, 7);
+    const auto part = contentsOf(alice.work());
+    EXPECT_EQ(part.size(), 3u);
+    for (const std::string status : {"401 No", "403 No", "500 No", "502 No"}) {
+        const auto refuse = [&](ScriptedHttpServer::Connection& connection, const TrueReply&) {
+            connection.send("HTTP/1.1 " + status +
+                            "\r\nContent-Type: application/xml\r\n"
+                            "Content-Length: 33\r\n\r\n<Error><code>Wait.</code></Error>");
+        };
+        EXPECT_NE(run("--retries 0 get --continue /f new", fetching, 9, refuse).exitCode, 0);
+        EXPECT_EQ(contentsOf(alice.work()), part) << status;
+    }
+    alice.set("TARN_ENDPOINT", service.url());
+    const auto full = alice.run("trap '' XFSZ; ulimit -f 1000; tarn get --continue /f new");
+    EXPECT_EQ(full.exitCode, 1) << full.err;
+    EXPECT_EQ(contentsOf(alice.work()).size(), 3u) << full.err;
+
+    const std::pair<const char*, const char*> wrongs[] = {
+        {"truncate -s 2000000 .new.tarn-part", "is longer than the file"},
+        {"rm .new.tarn-part-version", "Nothing tells of which version"},
+    };
+    for (const auto& [spoil, told] : wrongs) {
+        run("--retries 0 get --continue /f new", fetching, 1, cut());
+        EXPECT_EQ(alice.run(spoil).exitCode, 0);
+        const auto result = run("get --continue /f new");
+        EXPECT_EQ(result.exitCode, 0);
+        EXPECT_THAT(result.err, HasSubstr(told));
+        EXPECT_EQ(alice.read("new"), content);
+        fs::remove(alice.work() / "new");
+    }
+}
+
 TEST_F(OnTheWay, WhatIsNotWhatItShouldBeIsRefused)
 {
     const auto damageDigest = [](ScriptedHttpServer::Connection& connection, TrueReply reply) {

@@ -2,6 +2,7 @@
 
 #include "tarn/protocol/HttpExchange.h"
 #include "tarn/transfer/DigestMismatch.h"
+#include "tarn/transfer/PartMismatch.h"
 #include "tarn/transfer/detail/ReplyHead.h"
 
 #include <algorithm>
@@ -90,7 +91,7 @@ void DownloadRelay::readHead(const std::unique_ptr<http::HttpClientResponse>& re
     if (told.empty()) hash.reset();
 }
 
-/// @throws std::runtime_error when this is not the whole of what was asked for
+/// @throws PartMismatch when this is not the whole of what was asked for
 void DownloadRelay::readPart(const http::HttpClientResponse& reply)
 {
     response->isPart = true;
@@ -102,11 +103,11 @@ void DownloadRelay::readPart(const http::HttpClientResponse& reply)
     }
     const auto part = head.part();
     if (!part || part->first != asked->offset || !endsAsAsked(*part)) {
-        throw std::runtime_error("The service sent another part of the file than was asked for.");
+        throw PartMismatch("The service sent another part of the file than was asked for.");
     }
     if (const auto version = head.versionId();
         !asked->ifVersion.empty() && !version.empty() && version != asked->ifVersion) {
-        throw std::runtime_error("The service sent a part of another version than was asked for.");
+        throw PartMismatch("The service sent a part of another version than was asked for.");
     }
     response->totalSize = part->total;
     expected = part->last - asked->offset + 1;
@@ -137,7 +138,7 @@ void DownloadRelay::readWhole(const http::HttpClientResponse& reply)
     response->totalSize = expected = head.contentLength();
     if (!asked->ifVersion.empty()) return;
     if (expected && asked->offset > *expected) {
-        throw std::runtime_error("The file ends before the part that was asked for.");
+        throw PartMismatch("The file ends before the part that was asked for.");
     }
     response->offset = skip = asked->offset;
     remaining = asked->length;
@@ -228,7 +229,7 @@ void DownloadRelay::verify()
         throw std::runtime_error("The content ended after " + std::to_string(seen) + " of " +
                                  std::to_string(*expected) + " bytes.");
     }
-    if (skip > 0) throw std::runtime_error("The file ends before the part that was asked for.");
+    if (skip > 0) throw PartMismatch("The file ends before the part that was asked for.");
     if (!response->isPart) response->totalSize = seen;
     if (!hash) return;
     if (const std::string found = hash->hex(); found != told) {
