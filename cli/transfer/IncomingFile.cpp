@@ -86,6 +86,7 @@ IncomingFile::IncomingFile(FileDescriptor into, std::string finalName, fs::path 
     , guard([this] { leave(); })
 {
     unfinished == Unfinished::keep ? openPart() : openTemporary();
+    takeAfterTarget(S_IRUSR | S_IWUSR); // a later command may have to go on with it
 }
 
 IncomingFile::~IncomingFile()
@@ -95,7 +96,8 @@ IncomingFile::~IncomingFile()
 
 void IncomingFile::openTemporary()
 {
-    file = FileDescriptor(::openat(folder.get(), name.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
+    file = FileDescriptor(
+        ::openat(folder.get(), name.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, firstMode()));
     if (!file) throwErrno("Could not write", shown);
 }
 
@@ -103,7 +105,7 @@ void IncomingFile::openPart()
 {
     constexpr int flags = O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK;
     do {
-        file = FileDescriptor(::openat(folder.get(), name.c_str(), flags, 0666));
+        file = FileDescriptor(::openat(folder.get(), name.c_str(), flags, firstMode()));
         if (!file) throwErrno("Could not write", shown);
         if (::flock(file.get(), LOCK_EX | LOCK_NB) != 0) {
             file.reset(); // it is the other's: nothing of it may be touched
@@ -115,6 +117,32 @@ void IncomingFile::openPart()
     if (size < 0) throwErrno("Could not read", shown);
     readVersion();
     *moved += static_cast<std::uint64_t>(size);
+}
+
+/// What the file takes the place of, when that is a file itself.
+std::optional<struct stat> IncomingFile::replaced() const
+{
+    struct stat status {};
+
+    if (::fstatat(folder.get(), target.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0 ||
+        !S_ISREG(status.st_mode))
+        return {};
+    return status;
+}
+
+/// Nobody may read more of the new content than of the old, not even for a moment.
+mode_t IncomingFile::firstMode() const
+{
+    return replaced() ? S_IRUSR | S_IWUSR : 0666;
+}
+
+/// Some file systems know no owners or modes.
+void IncomingFile::takeAfterTarget(mode_t andMore) const
+{
+    const auto before = replaced();
+    if (!before) return;
+    [[maybe_unused]] const auto owned = ::fchown(file.get(), before->st_uid, before->st_gid);
+    ::fchmod(file.get(), (before->st_mode & 0777) | andMore);
 }
 
 /// Discarded or not.
@@ -202,6 +230,7 @@ void IncomingFile::commit(Overwrite overwrite, std::uint64_t milliseconds)
             {static_cast<time_t>(milliseconds / 1000), static_cast<long>(milliseconds % 1000) * 1'000'000}};
         if (::futimens(file.get(), times) != 0) throwErrno("Could not set the time of", shown);
     }
+    takeAfterTarget(0);
     // Before the name: a power cut must not leave a name on an empty file.
     if (::fsync(file.get()) != 0) throwErrno("Could not write", shown);
     rename(overwrite);

@@ -8,7 +8,9 @@
 #include <cstdint>
 #include <filesystem>
 #include <memory>
+#include <optional>
 #include <string>
+#include <sys/stat.h>
 
 namespace tarncli {
 
@@ -22,7 +24,8 @@ enum class Unfinished {
 
 /// A file on its way into a folder: under another name in there until it is whole and lasts.
 ///
-/// Blocks of zeros become holes. An interrupt removes or keeps it as its destructor does.
+/// Blocks of zeros become holes; the mode of what it replaces stays. An interrupt removes or keeps it as its destructor
+/// does.
 class IncomingFile : public ContentTarget, public std::enable_shared_from_this<IncomingFile> {
 public:
     /// @param folder      where it goes
@@ -60,6 +63,9 @@ private:
 
     void openTemporary();
     void openPart();
+    std::optional<struct stat> replaced() const;
+    mode_t firstMode() const;
+    void takeAfterTarget(mode_t andMore) const;
     bool isPart() const;
     bool isStillNamed() const;
     void readVersion();

@@ -20,6 +20,8 @@ namespace {
 using namespace connector::tarn;
 namespace fs = std::filesystem;
 
+constexpr int mostLinks = 40; ///< one behind the other, as for the kernel
+
 struct GetOptions {
     std::vector<std::string> places; ///< remote sources, then the local target; one alone goes to "."
     std::string version;
@@ -40,6 +42,22 @@ std::uint64_t timeOf(Connection& connection, const RemotePath& file, const Versi
     return 0;
 }
 
+/// The file that a link leads to, so that the link stays. The user has put it there, and named it.
+fs::path behindLinks(fs::path place)
+{
+    std::error_code error;
+    for (int links = 0; fs::is_symlink(place, error); ++links) {
+        if (links == mostLinks) throw Failure(ExitCode::failure, escaped(place.string()) + " leads nowhere.");
+        const auto next = fs::read_symlink(place, error);
+        if (error) break;
+        place = place.parent_path() / next;
+    }
+    if (fs::is_directory(place, error))
+        throw Failure(ExitCode::conflict,
+                      escaped(place.string()) + " is a folder; a file cannot replace it.");
+    return place;
+}
+
 /// The local place that the user named, and what a remote item becomes there.
 struct Target {
     fs::path path;
@@ -58,13 +76,19 @@ struct Target {
         becomesFolder = mustBeFolder;
     }
 
-    void addFile(Downloader& downloader, const RemotePath& remote, const VersionInfo& version,
+    void addFile(Downloader& downloader, const RemoteItem& source, const VersionInfo& version,
                  std::uint64_t size, std::uint64_t lastModified)
     {
         if (becomesFolder && !isFolder) makeFolder();
-        const auto folder = DownloadFolder::open(isFolder ? path : path.parent_path());
-        downloader.add({remote, version, size, lastModified, folder,
-                        isFolder ? decodedName(remote.name()) : path.filename().string()});
+        auto folder = DownloadFolder::open(isFolder ? path : path.parent_path());
+        auto name = isFolder ? decodedName(source.where.name()) : path.filename().string();
+        // What only a listing has named never leads out of the folder.
+        if (!source.known && folder->contains(name)) {
+            const auto behind = behindLinks(isFolder ? path / name : path);
+            folder = DownloadFolder::open(behind.parent_path());
+            name = behind.filename().string();
+        }
+        downloader.add({source.where, version, size, lastModified, std::move(folder), std::move(name)});
     }
 
     /// `remote` goes below the target, or with '/' at the end its contents do.
@@ -103,10 +127,10 @@ void addSource(Connection& connection, Downloader& downloader, Target& target, c
     if (!isFolder(attributes)) {
         VersionInfo version;
         if (options.version.empty())
-            return target.addFile(downloader, remote, version, attributes.size, attributes.lastModified);
+            return target.addFile(downloader, source, version, attributes.size, attributes.lastModified);
         version = chooseVersion(connection, remote, options.version);
         const auto size = naming(remote, [&] { return sizeOf(connection, remote, version); });
-        return target.addFile(downloader, remote, version, size, timeOf(connection, remote, version));
+        return target.addFile(downloader, source, version, size, timeOf(connection, remote, version));
     }
     if (!options.recursive)
         throw usageError(remote.quoted() +

@@ -131,6 +131,12 @@ TEST_F(TransferTest, ReplacesOnlyWhenTold)
     EXPECT_EQ(times.out, "1\nnewer\n") << times.err;
     tarn({"get", "-f", "/a", "a"});
     EXPECT_EQ(alice.read("a"), "three"); // version 3 is a copy of version 2
+    // In a folder of its own, so that what is there in the end is all that was written.
+    const auto linked =
+        alice.run("mkdir real in && echo old >real/a && chmod 600 real/a && ln -s ../real/a in/a "
+                  "&& tarn get -qf /a in && stat -c '%F %a' in/a real/a && ls -A in real");
+    EXPECT_EQ(linked.out, "symbolic link 777\nregular file 600\nin:\na\n\nreal:\na\n") << linked.err;
+    EXPECT_EQ(alice.read("real/a"), "three");
 }
 
 TEST_F(TransferTest, MergesTreesAndDoesWhatItCan)
