@@ -1,6 +1,7 @@
 #include "cli/sync/Filter.h"
 
 #include "cli/remote/Wildcards.h"
+#include "cli/transfer/IncomingFile.h"
 
 #include <algorithm>
 #include <span>
@@ -44,11 +45,10 @@ bool applies(const Filter::Rule& rule, const std::string& below, bool isFolder)
     return standsFor(namesIn(pattern), namesIn(below));
 }
 
-/// What this program itself leaves in a local folder: files on their way, and its rules.
+/// What this program itself leaves in a local folder.
 bool isOwn(std::string_view name)
 {
-    return name == ignoreFileName || (name.starts_with(".tarn-") && name.ends_with(".part")) ||
-           (name.starts_with('.') && (name.ends_with(".tarn-part") || name.ends_with(".tarn-part-version")));
+    return name == ignoreFileName || isIncoming(name);
 }
 
 } // namespace

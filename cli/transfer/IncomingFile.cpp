@@ -21,6 +21,9 @@ using connector::common::DataBuffer;
 using connector::host::FileSink;
 namespace fs = std::filesystem;
 
+constexpr const char* partEnding = ".tarn-part";
+constexpr const char* versionEnding = "-version";
+
 /// In the same folder, since a file cannot be renamed from one file system to another.
 std::string temporaryName()
 {
@@ -30,13 +33,13 @@ std::string temporaryName()
 
 std::string partName(const std::string& target)
 {
-    return "." + target + ".tarn-part";
+    return "." + target + partEnding;
 }
 
 /// Beside the part, what it is a part of.
 std::string versionName(const std::string& part)
 {
-    return part + "-version";
+    return part + versionEnding;
 }
 
 /// A name that has no room for more cannot be kept under another.
@@ -46,6 +49,13 @@ Unfinished possible(Unfinished wanted, const std::string& target)
 }
 
 } // namespace
+
+bool isIncoming(std::string_view name)
+{
+    return name.starts_with('.') &&
+           ((name.starts_with(".tarn-") && name.ends_with(".part")) || name.ends_with(partEnding) ||
+            name.ends_with(std::string(partEnding) + versionEnding));
+}
 
 /// Counts, and knows when it is too much.
 class IncomingFile::Sink : public FileSink {
@@ -235,7 +245,10 @@ void IncomingFile::commit(Overwrite overwrite, std::uint64_t milliseconds)
     if (::fsync(file.get()) != 0) throwErrno("Could not write", shown);
     rename(overwrite);
     committed = true;
-    if (isPart()) ::unlinkat(folder.get(), versionName(name).c_str(), 0);
+    if (isPart())
+        ::unlinkat(folder.get(), versionName(name).c_str(), 0);
+    else
+        removeOlderPart();
     // The new name lasts only once the folder does.
     if (::fsync(folder.get()) != 0) throwErrno("Could not write", shown);
 }
@@ -251,6 +264,17 @@ void IncomingFile::rename(Overwrite overwrite) const
         throw Failure(ExitCode::conflict,
                       escaped(shown.string()) + " exists already; use --force to replace it.");
     if (result != 0) throwErrno("Could not write", shown);
+}
+
+/// What an earlier command was to go on with, unless another one is just doing that.
+void IncomingFile::removeOlderPart() const
+{
+    const auto part = partName(target);
+    const FileDescriptor older(
+        ::openat(folder.get(), part.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
+    if (!older || ::flock(older.get(), LOCK_EX | LOCK_NB) != 0) return;
+    ::unlinkat(folder.get(), part.c_str(), 0);
+    ::unlinkat(folder.get(), versionName(part).c_str(), 0);
 }
 
 bool IncomingFile::isTaken(const std::string& other) const

@@ -10,6 +10,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <sys/stat.h>
 
 namespace tarncli {
@@ -21,6 +22,9 @@ enum class Unfinished {
     remove,
     keep, ///< stays beside its target for a later command to go on with; not when discard() was called
 };
+
+/// Whether a file of this name is one on its way, or a part that was left.
+bool isIncoming(std::string_view name);
 
 /// A file on its way into a folder: under another name in there until it is whole and lasts.
 ///
@@ -73,6 +77,7 @@ private:
     void leave() const;
     bool isTaken(const std::string& target) const;
     void rename(Overwrite overwrite) const;
+    void removeOlderPart() const;
 
     FileDescriptor folder;
     std::string target;

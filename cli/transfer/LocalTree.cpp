@@ -1,6 +1,7 @@
 #include "cli/transfer/LocalTree.h"
 
 #include "cli/remote/RemotePath.h"
+#include "cli/transfer/IncomingFile.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -42,6 +43,7 @@ private:
         const int error = ::lstat(path.c_str(), &status) == 0 ? 0 : errno;
         const bool isFolder = error == 0 && S_ISDIR(status.st_mode);
         if (!wants(place, isFolder)) return;
+        if (!isFolder && isIncoming(name)) return skip(path, place, "it is a part of a file to be fetched");
         if (error != 0)
             return fail(
                 path, place,

@@ -36,7 +36,7 @@ struct SourceTree {
 
     std::vector<SourceEntry> entries; ///< by name; a folder stands before what is in it
     std::vector<Skipped>
-        skipped; ///< symbolic links, which are not followed, and what is neither file nor folder
+        skipped; ///< symbolic links, which are not followed, parts of files, and what is neither file nor folder
     std::vector<Failed> failed; ///< unreadable folders, and names that the service cannot be asked for
 };
 

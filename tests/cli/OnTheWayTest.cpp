@@ -217,6 +217,10 @@ TEST_F(OnTheWay, APartStaysUnlessItIsWrongItself)
         EXPECT_EQ(alice.read("new"), content);
         fs::remove(alice.work() / "new");
     }
+    run("--retries 0 get --continue /f new", fetching, 1, cut());
+    EXPECT_EQ(run("put -qr ./ /all; tarn ls /all").out, "f\n");
+    EXPECT_EQ(run("get /f new").exitCode, 0);
+    EXPECT_EQ(contentsOf(alice.work()).size(), 2u); // nobody will go on with the part
 }
 
 TEST_F(OnTheWay, WhatIsNotWhatItShouldBeIsRefused)
