@@ -216,7 +216,9 @@ bool isUnknownOutcome(const std::exception_ptr& error)
 
 Failure about(const std::string& what, const Failure& failure)
 {
-    return failure.saying(what + ": " + failure.what());
+    const std::string_view sentence = failure.what();
+    const bool isNamed = sentence.starts_with(what + " ") || sentence.find(" " + what + ":") != sentence.npos;
+    return isNamed ? failure : failure.saying(what + ": " + failure.what());
 }
 
 } // namespace tarncli

@@ -47,7 +47,7 @@ bool isTransient(const std::exception_ptr& error);
 /// Whether the connection was lost so that the service may have made the change, or not.
 bool isUnknownOutcome(const std::exception_ptr& error);
 
-/// "WHAT: SENTENCE" with the code of the failure; what was being done comes first.
+/// "WHAT: SENTENCE" with the code of the failure; what was being done comes first, unless the sentence names it.
 Failure about(const std::string& what, const Failure& failure);
 
 } // namespace tarncli

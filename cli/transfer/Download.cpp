@@ -1,15 +1,11 @@
 #include "cli/transfer/Download.h"
 
-#include "cli/machine/SystemError.h"
 #include "cli/remote/FileContent.h"
 #include "cli/remote/Requests.h"
 #include "cli/remote/StoredNames.h"
 #include "cli/terminal/Output.h"
 #include "cli/transfer/Comparison.h"
 #include "cli/transfer/Conclusion.h"
-
-#include <cerrno>
-#include <system_error>
 
 namespace tarncli {
 
@@ -137,15 +133,9 @@ Future<bool> Downloader::fetch(Download& download)
             download.folder->receive(download.name, options.overwrite, options.unfinished, moved);
     // Committed where the reply arrives, so that several files are synced at the same time.
     return requestContent(connection, download.remote, download.version, download.size, download.incoming)
-        .then([file = download.incoming, shown = download.folder->shown(download.name),
-               overwrite = options.overwrite,
+        .then([file = download.incoming, overwrite = options.overwrite,
                time = options.keepTimes ? download.lastModified : 0](Future<std::string>&& received) {
-            try {
-                received.get();
-            } catch (const std::system_error& error) {
-                errno = error.code().value();
-                throwErrno("Could not write", shown);
-            }
+            file->toldDigest(std::move(received));
             file->commit(overwrite, time);
             return true;
         });

@@ -103,7 +103,7 @@ std::shared_ptr<IncomingFile> DownloadFolder::receive(const std::string& name, O
     if (overwrite == Overwrite::refuse && isTaken(here, name))
         throw Failure(ExitCode::conflict,
                       escaped(shown(name)) + " exists already; use --force to replace it.");
-    return std::make_shared<IncomingFile>(std::move(here), name, path / name, unfinished, moved);
+    return std::make_shared<IncomingFile>(std::move(here), name, shown(name), unfinished, moved);
 }
 
 void DownloadFolder::remove(const std::string& name, bool isFolder) const

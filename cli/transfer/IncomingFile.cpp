@@ -12,6 +12,7 @@
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
+#include <system_error>
 
 namespace tarncli {
 
@@ -230,6 +231,16 @@ void IncomingFile::startOver(const std::string& why)
 connector::tarn::ContentSubscriber IncomingFile::subscriber()
 {
     return std::make_shared<Sink>(file.get(), moved, shared_from_this());
+}
+
+std::string IncomingFile::toldDigest(connector::Future<std::string>&& received) const
+{
+    try {
+        return received.get();
+    } catch (const std::system_error& error) {
+        errno = error.code().value();
+        throwErrno("Could not write", shown);
+    }
 }
 
 void IncomingFile::commit(Overwrite overwrite, std::uint64_t milliseconds)

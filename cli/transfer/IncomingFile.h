@@ -55,6 +55,10 @@ public:
     /// Why what was here was dropped and all has come anew; empty: it was not.
     const std::string& whyAnew() const { return reasonAnew; }
 
+    /// What requestContent() has told. @throws what it fails with; Failure that names the file when that could not be
+    /// written
+    std::string toldDigest(connector::Future<std::string>&& received) const;
+
     /// @param milliseconds  since 1970, kept as the time of its last change; 0: now
     /// @throws Failure; conflict when there is a file of that name that must not be replaced
     void commit(Overwrite overwrite, std::uint64_t milliseconds);

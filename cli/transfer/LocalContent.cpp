@@ -161,10 +161,21 @@ LocalContent LocalContent::ofFile(const fs::path& file, Symlinks symlinks)
 LocalContent LocalContent::ofOpened(FileDescriptor opened, const std::string& shown)
 {
     LocalContent content(std::move(opened), shown);
+    const auto asInput = "store it with `tarn put - /there < " + escaped(shown) + "`.";
     if (!S_ISREG(content.before.st_mode))
-        throw Failure(ExitCode::failure, escaped(shown) + " is not a regular file.");
+        throw Failure(ExitCode::failure, escaped(shown) + " is not a regular file" +
+                                             (S_ISDIR(content.before.st_mode) ? "." : "; " + asInput));
+    if (content.hasMoreThanItTells())
+        throw Failure(ExitCode::failure, escaped(shown) + " does not tell its size; " + asInput);
     content.bytes = static_cast<std::uint64_t>(content.before.st_size);
     return content;
+}
+
+/// As files do that the kernel makes up when they are read.
+bool LocalContent::hasMoreThanItTells() const
+{
+    char first = 0;
+    return before.st_size == 0 && ::pread(file->get(), &first, 1, 0) > 0;
 }
 
 LocalContent LocalContent::ofStandardInput()

@@ -21,7 +21,7 @@ enum class Symlinks { follow, refuse };
 /// is part old and part new is never stored.
 class LocalContent {
 public:
-    /// @throws Failure when it cannot be read or is not a regular file
+    /// @throws Failure when it cannot be read, is not a regular file, or does not tell its size
     static LocalContent ofFile(const std::filesystem::path& file, Symlinks symlinks);
     /// A file that is open for reading. @param shown  what the user calls it @throws Failure as ofFile
     static LocalContent ofOpened(FileDescriptor opened, const std::string& shown);
@@ -44,6 +44,8 @@ public:
 
 private:
     LocalContent(FileDescriptor opened, std::string shownName);
+
+    bool hasMoreThanItTells() const;
 
     std::shared_ptr<const FileDescriptor> file;
     std::string shown; ///< escaped

@@ -383,16 +383,26 @@ void uploadStandardInput(Connection& connection, const RemotePath& target, Exist
         change.kind = Change::Kind::addVersion;
         change.before = naming(target, [&] { return currentOf(connection, target).version; });
     }
-    naming(target, [&] {
-        recorded(connection, change, [&] {
-            const auto stored = undamaged([&] {
-                return storeContent(connection, target, content.publisher(countFromZero()), content.size(),
-                                    existing, exists)
-                    .get();
-            });
-            bytes = stored.bytes;
-            return stored.version;
+    const auto store = [&] {
+        const auto stored = undamaged([&] {
+            return storeContent(connection, target, content.publisher(countFromZero()), content.size(),
+                                existing, exists)
+                .get();
         });
+        bytes = stored.bytes;
+        return stored.version;
+    };
+    naming(target, [&] {
+        try {
+            recorded(connection, change, store);
+        } catch (const std::exception&) {
+            const auto error = std::current_exception();
+            if (!isTransient(error)) throw;
+            const auto failure = explain(error);
+            throw failure.saying(failure.what() +
+                                 std::string(" Nothing was stored, and a pipe cannot be read twice: run "
+                                             "the whole command again."));
+        }
     });
 }
 

@@ -202,6 +202,8 @@ TEST_F(OnTheWay, APartStaysUnlessItIsWrongItself)
     alice.set("TARN_ENDPOINT", service.url());
     const auto full = alice.run("trap '' XFSZ; ulimit -f 1000; tarn get --continue /f new");
     EXPECT_EQ(full.exitCode, 1) << full.err;
+    EXPECT_THAT(alice.run("trap '' XFSZ; ulimit -f 1000; tarn sync alice:/ there; rm -r there").err,
+                HasSubstr("/work/there/f: File too large."));
     EXPECT_EQ(contentsOf(alice.work()).size(), 3u) << full.err;
 
     const std::pair<const char*, const char*> wrongs[] = {
@@ -250,7 +252,7 @@ TEST_F(OnTheWay, WhatIsNotWhatItShouldBeIsRefused)
         .seekp(500'000)
         .put('\1'); // on the service's disk
     for (const auto* arguments : {"get -f /f .", "get -f --continue /f .", "cat /f >/dev/null"})
-        refuses(arguments, "nothing", "\"/f\": The content is damaged");
+        refuses(arguments, "nothing", "\"/f\": What has arrived is not what the service says");
     service.terminate();
     const auto check = service.run({"fsck"});
     EXPECT_EQ(check.exitCode, 1);
@@ -270,6 +272,17 @@ TEST_F(OnTheWay, TellsOnceThatTheServiceAsksToWait)
         EXPECT_NE(told, std::string::npos) << arguments;
         EXPECT_EQ(result.err.find("asks to wait", told + 1), std::string::npos) << arguments;
     }
+}
+
+TEST_F(OnTheWay, APipeThatCannotBeReadAgainIsToldSo)
+{
+    const auto busy = [](ScriptedHttpServer::Connection& connection, const TrueReply&) {
+        connection.send("HTTP/1.1 503 Busy\r\nContent-Type: application/xml\r\n"
+                        "Content-Length: 33\r\n\r\n<Error><code>Wait.</code></Error>");
+    };
+    const auto result = run("put - /new <f", "PUT ", 1, busy);
+    EXPECT_EQ(result.exitCode, 1);
+    EXPECT_THAT(result.err, HasSubstr("\"/new\": Wait. Nothing was stored, and a pipe cannot be read twice"));
 }
 
 /// A gateway's own reply, while its service is away, tells as little of a change as none.

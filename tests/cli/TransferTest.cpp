@@ -179,6 +179,12 @@ TEST_F(TransferTest, ReadsAndWritesPipes)
     EXPECT_EQ(alice.run("printf '' | tarn put - /none && tarn cat /none /zeros | wc -c").out, "2500000\n");
     EXPECT_EQ(alice.run("echo x | tarn put - /zeros").exitCode, 6);
     EXPECT_EQ(alice.run("echo x | tarn put - /").exitCode, 2);
+    for (const std::string odd : {"fifo", "/proc/self/status"})
+        EXPECT_THAT(
+            alice.run("mkfifo fifo; exec tarn put " + odd + " /odd").err,
+            testing::ContainsRegex("tarn: " + odd + " [^/]*; store it with `tarn put - /there < " + odd))
+            << odd;
+    tarn({"stat", "/odd"}, 3);
     const auto early = alice.run("tarn cat /zeros | head -c 1 | wc -c");
     EXPECT_EQ(early.out, "1\n");
     EXPECT_EQ(early.err, "");

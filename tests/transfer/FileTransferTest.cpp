@@ -153,7 +153,7 @@ struct DownloadCase {
 const std::string otherPart = "The service sent another part of the file than was asked for.";
 const std::string otherVersion = "The service sent a part of another version than was asked for.";
 const std::string endsBefore = "The file ends before the part that was asked for.";
-const std::string damaged = "The content is damaged: its SHA-256 is ";
+const std::string damaged = "What has arrived is not what the service says it has: its SHA-256 is ";
 const std::string all = "0123456789";
 const Headers digest{{"content-digest", tenDigits}};
 const Headers amongOthers{{"repr-digest", "x=:y:, " + tenDigits}};

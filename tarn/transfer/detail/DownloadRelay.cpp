@@ -233,7 +233,11 @@ void DownloadRelay::verify()
     if (!response->isPart) response->totalSize = seen;
     if (!hash) return;
     if (const std::string found = hash->hex(); found != told) {
-        throw DigestMismatch("The content is damaged: its SHA-256 is " + found + ", not " + told + ".");
+        throw DigestMismatch(
+            "What has arrived is not what the service says it has: its SHA-256 is " + found + ", not " +
+            told +
+            ". Fetch it again. If it stays so, the service's copy is damaged, as `tarnd fsck` tells "
+            "there: remove the file and store it again.");
     }
     response->verified = told == response->sha256;
 }
