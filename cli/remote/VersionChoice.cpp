@@ -31,6 +31,11 @@ std::unique_ptr<VersionListResponse> versionsOf(Connection& connection, const Re
     });
 }
 
+bool isVersion(const std::string& version, const std::string& id)
+{
+    return version == id || version.starts_with(id + "-");
+}
+
 VersionInfo chooseVersion(Connection& connection, const RemotePath& file, const std::string& text)
 {
     // More digits do not fit into a label's 64 bits, and ids may consist of digits, too.

@@ -14,6 +14,9 @@ namespace tarncli {
 std::unique_ptr<connector::tarn::VersionListResponse> versionsOf(Connection& connection,
                                                                  const RemotePath& file);
 
+/// Whether `version`, as currentOf() tells it, is the one of this id, replaced in place or not.
+bool isVersion(const std::string& version, const std::string& id);
+
 /// The version that the user means by `text`: a number is the label of a version in the file's list, anything
 /// else its id. @throws Failure (notFound) for a label that is not in the list; (usage) for a label in the
 /// bucket of another user, whose list of versions the service does not give

@@ -262,9 +262,8 @@ private:
             if (change.isDone) differs(file, changedSince);
             return;
         }
-        const auto before = std::ranges::find_if(versions, [&](const VersionSummary& each) {
-            return change.before == each.versionId || change.before.starts_with(each.versionId + "-");
-        });
+        const auto before = std::ranges::find_if(
+            versions, [&](const VersionSummary& each) { return isVersion(change.before, each.versionId); });
         if (before == versions.end())
             return plan.lost.push_back({file.text(), "the version before is not kept any more"});
         plan.steps.push_back({"restore", file.text(), "version " + std::to_string(before->versionLabel),
@@ -281,8 +280,7 @@ private:
                     const std::string& newest)
     {
         if (change.kind == Kind::addVersion) return ofKilled(change, file, current.sha256) == Found::ours;
-        const auto& restored = change.after.empty() ? newest : change.after;
-        return current.version == restored || current.version.starts_with(restored + "-");
+        return isVersion(current.version, change.after.empty() ? newest : change.after);
     }
 
     void takeMove(const Change& change, const RemotePath& source)

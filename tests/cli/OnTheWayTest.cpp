@@ -297,15 +297,16 @@ TEST_F(OnTheWay, AChangeWhoseReplyIsLostIsLookedAtAndMadeOnce)
     for (const auto& play : {Play(lose), Play(replace)}) {
         for (const std::string arguments :
              {"get -f /f got", "put f /new", "put --new-version d/x /new", "put -r d/ /d", "mkdir /m",
-              "mv /new /moved", "sync d/ /s", "rm --keep /s/x", "rm -r /d"}) {
+              "mv /new /moved", "sync d/ /s", "rm --keep /s/x", "rm -r /d", "restore /moved 1",
+              "restore --as-new /moved 2"}) {
             const auto* struck = arguments == "rm -r /d"         ? "DELETE "
                                  : arguments.starts_with("get ") ? fetching
                                                                  : "PUT ";
             const auto result = run(arguments, struck, 1, play);
             EXPECT_EQ(result.exitCode, 0) << arguments << ": " << result.err;
         }
-        // A heading and two versions.
-        EXPECT_EQ(run("ls / && tarn versions /moved | wc -l").out, ".tarn-removed/\nm/\ns/\nf\nmoved\n3\n");
+        // A heading and three versions.
+        EXPECT_EQ(run("ls / && tarn versions /moved | wc -l").out, ".tarn-removed/\nm/\ns/\nf\nmoved\n4\n");
         EXPECT_EQ(run("rm -r /.tarn-removed /m /s /moved && rm got").exitCode, 0);
     }
 }
