@@ -25,11 +25,12 @@ void requireName(const std::string& name)
                                              "\", which cannot be the name of a file here.");
 }
 
-bool isTaken(const FileDescriptor& folder, const std::string& name)
+/// Kind and permissions of what is there; 0: nothing is.
+mode_t modeOf(const FileDescriptor& folder, const std::string& name)
 {
     struct stat status {};
 
-    return ::fstatat(folder.get(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0;
+    return ::fstatat(folder.get(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0 ? status.st_mode : 0;
 }
 
 } // namespace
@@ -77,7 +78,7 @@ std::shared_ptr<const DownloadFolder> DownloadFolder::makeChild(const std::strin
 bool DownloadFolder::contains(const std::string& name) const
 {
     requireName(name);
-    return isTaken(descriptor(), name);
+    return modeOf(descriptor(), name) != 0;
 }
 
 std::optional<LocalContent> DownloadFolder::find(const std::string& name) const
@@ -100,9 +101,15 @@ std::shared_ptr<IncomingFile> DownloadFolder::receive(const std::string& name, O
     requireName(name);
     auto here = descriptor();
     if (!here) throwErrno("Could not open the folder", path);
-    if (overwrite == Overwrite::refuse && isTaken(here, name))
+    const auto mode = modeOf(here, name);
+    if (overwrite == Overwrite::refuse && mode != 0)
         throw Failure(ExitCode::conflict,
                       escaped(shown(name)) + " exists already; use --force to replace it.");
+    // A device or a pipe in whose place a file came would be missed by others.
+    if (mode != 0 && !S_ISREG(mode) && !S_ISLNK(mode) && !S_ISDIR(mode))
+        throw Failure(ExitCode::conflict,
+                      escaped(shown(name)) +
+                          " is not a file, and is left as it is; `tarn cat` writes to it.");
     return std::make_shared<IncomingFile>(std::move(here), name, shown(name), unfinished, moved);
 }
 

@@ -76,7 +76,10 @@ TEST_F(DownloadFolderTest, LeavesNothingWhereItCannotFinish)
     store(*folder, "file", "old", Overwrite::refuse);
     EXPECT_THROW(store(*folder, "file", "new", Overwrite::refuse), Failure);
     EXPECT_EQ(shell.read("in/file"), "old");
-    EXPECT_EQ(entries("in"), 2);
+    EXPECT_EQ(shell.run("mkfifo in/pipe").exitCode, 0);
+    EXPECT_THROW(store(*folder, "pipe", "x", Overwrite::replace), Failure);
+    EXPECT_TRUE(fs::is_fifo(base / "in/pipe"));
+    EXPECT_EQ(entries("in"), 3);
 }
 
 } // namespace
