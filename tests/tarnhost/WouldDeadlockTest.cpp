@@ -11,6 +11,7 @@
 #include <gmock/gmock.h>
 
 #include <atomic>
+#include <future>
 
 namespace connector::host::test {
 namespace {
@@ -47,8 +48,11 @@ TEST(DeliveryThread, RefusesToWaitForWhatItMayHaveToBring)
 
 TEST(DeliveryThread, NamesTheRequestWhoseHeadItHandsOut)
 {
-    ScriptedHttpServer server([](ScriptedHttpServer::Connection& connection) {
-        if (connection.readHead()) connection.send("HTTP/1.1 200 OK\r\nContent-Length: 5\r\n\r\n");
+    std::promise<void> attached; // on a reply that is there a continuation would run here
+    ScriptedHttpServer server([&](ScriptedHttpServer::Connection& connection) {
+        const bool isAsked = connection.readHead().has_value();
+        attached.get_future().wait();
+        if (isAsked) connection.send("HTTP/1.1 200 OK\r\nContent-Length: 5\r\n\r\n");
         connection.stall();
     });
     HttpClientUnderTest http;
@@ -58,6 +62,7 @@ TEST(DeliveryThread, NamesTheRequestWhoseHeadItHandsOut)
     auto waiting = http.send(std::move(request)).then([&](Future<HttpClientUnderTest::Response>&&) {
         return never.getFuture().get();
     });
+    attached.set_value();
     EXPECT_THAT(failureOf<WouldDeadlock>(std::move(waiting)), HasSubstr("the reply to /a"));
 }
 
