@@ -4,7 +4,9 @@
 #include "cli/remote/Answer.h"
 #include "cli/remote/ContentReceiver.h"
 #include "cli/remote/Requests.h"
+#include "cli/service/ErrorMapping.h"
 #include "tarn/foundation/Composition.h"
+#include "tarn/transfer/DigestMismatch.h"
 #include "tarn/transfer/PartMismatch.h"
 
 namespace tarncli {
@@ -53,18 +55,6 @@ namespace {
 
 constexpr const char* anew = "; all of it was fetched anew.";
 
-template <class Error>
-bool is(const std::exception_ptr& error)
-{
-    try {
-        std::rethrow_exception(error);
-    } catch (const Error&) {
-        return true;
-    } catch (...) {
-        return false;
-    }
-}
-
 Future<std::string> requestRest(Connection& connection, const RemotePath& file, const VersionInfo& version,
                                 std::uint64_t size, const std::shared_ptr<ContentTarget>& target)
 {
@@ -99,7 +89,7 @@ std::string whyNoBeginning(const std::exception_ptr& error, const RemotePath& fi
 {
     if (isRefusal(error, reasons::rangeOutside))
         return "The part of " + file.quoted() + " that was here is longer than the file" + anew;
-    if (is<PartMismatch>(error))
+    if (isError<PartMismatch>(error))
         return "The service does not go on where the part of " + file.quoted() + " ends that was here" + anew;
     return {};
 }
@@ -125,7 +115,7 @@ Future<std::string> requestContent(Connection& connection, const RemotePath& fil
 
 bool isPartWrong(const std::exception_ptr& error)
 {
-    return isDamage(error) || is<SizeDiffers>(error);
+    return isError<DigestMismatch>(error) || isError<SizeDiffers>(error);
 }
 
 Future<std::string> requestDigest(Connection& connection, const RemotePath& file, const VersionInfo& version)

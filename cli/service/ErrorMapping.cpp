@@ -127,18 +127,6 @@ Failure fromTransport(const TransportError& failure)
     return {isOurs ? ExitCode::failure : ExitCode::unreachable, sentence, word};
 }
 
-template <class Error, class Condition>
-bool isError(const std::exception_ptr& error, Condition condition)
-{
-    try {
-        std::rethrow_exception(error);
-    } catch (const Error& failure) {
-        return condition(failure);
-    } catch (...) {
-        return false;
-    }
-}
-
 } // namespace
 
 Failure explain(std::exception_ptr error)
@@ -176,10 +164,9 @@ bool isRefused(const std::exception_ptr& error)
     });
 }
 
-bool isDamage(const std::exception_ptr& error)
+bool isSentDamaged(const std::exception_ptr& error)
 {
-    return isError<connector::tarn::DigestMismatch>(error, [](const auto&) { return true; }) ||
-           isRefusal(error, reasons::digestDiffers);
+    return isError<connector::tarn::StoredMismatch>(error) || isRefusal(error, reasons::digestDiffers);
 }
 
 bool isNotLoggedIn(const std::exception_ptr& error)

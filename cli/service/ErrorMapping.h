@@ -20,6 +20,20 @@ inline constexpr std::string_view rangeOutside = "rangeOutside";
 /// What a message about a change ends with when nobody knows whether it was made.
 inline constexpr const char* unknownOutcome = "It may or may not have been done; check before you try again.";
 
+/// Whether it is of this type and, if one is given, meets the condition.
+template <class Error, class Condition = bool (*)(const Error&)>
+bool isError(
+    const std::exception_ptr& error, Condition condition = [](const Error&) { return true; })
+{
+    try {
+        std::rethrow_exception(error);
+    } catch (const Error& failure) {
+        return condition(failure);
+    } catch (...) {
+        return false;
+    }
+}
+
 /// The failure behind any exception of a request or of this program: the service's sentence with the exit code of its
 /// kind and, for a reason that is known here, with advice.
 Failure explain(std::exception_ptr error);
@@ -30,8 +44,8 @@ bool isRefusal(const std::exception_ptr& error, std::string_view reason);
 /// Whether the service has said that it did not do it.
 bool isRefused(const std::exception_ptr& error);
 
-/// Whether what has arrived, on either side, is not what was sent.
-bool isDamage(const std::exception_ptr& error);
+/// Whether something else has arrived at the service than was sent.
+bool isSentDamaged(const std::exception_ptr& error);
 
 /// Whether the service wants a login first: there is no session, or it has ended.
 bool isNotLoggedIn(const std::exception_ptr& error);

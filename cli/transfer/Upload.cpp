@@ -53,7 +53,7 @@ auto undamaged(Store store)
     try {
         return store();
     } catch (const std::exception&) {
-        if (!isDamage(std::current_exception())) throw;
+        if (!isSentDamaged(std::current_exception())) throw;
     }
     throw storedDamaged();
 }
@@ -94,7 +94,7 @@ std::function<bool(const std::exception_ptr&)>
 sendingDamagedAgain(Connection& connection, const Upload& upload, const Damaged& damaged)
 {
     return [&connection, upload, damaged](const std::exception_ptr& error) {
-        if (!isDamage(error)) return false;
+        if (!isSentDamaged(error)) return false;
         *damaged = digestOfOrigin(connection, upload);
         return true;
     };

@@ -12,4 +12,10 @@ public:
     using std::runtime_error::runtime_error;
 };
 
+/// The service has stored something else than was sent to it.
+class TARN_API StoredMismatch : public DigestMismatch {
+public:
+    using DigestMismatch::DigestMismatch;
+};
+
 } // namespace connector::tarn

@@ -27,7 +27,7 @@ std::unique_ptr<FileUploadResponse> readUpload(http::HttpClientResponse& reply,
     response->sha256 = measured.sha256();
     const std::string told = detail::ReplyHead(reply).sha256();
     if (!told.empty() && told != response->sha256) {
-        throw DigestMismatch("The service has stored something else than was sent: its SHA-256 is " + told +
+        throw StoredMismatch("The service has stored something else than was sent: its SHA-256 is " + told +
                              ", not " + response->sha256 + ".");
     }
     response->verified = !told.empty();

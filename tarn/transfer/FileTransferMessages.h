@@ -33,8 +33,8 @@ using ContentSubscriber = std::shared_ptr<reactive_streams::SubscriberAPI<common
 /// Wire   PUT as FileCreate, FileUpdate; "createMode" by `createMode`, "createNewVersion"; header "Content-Type";
 ///        "Content-Length" when `size` is known, otherwise the content goes in chunks; "Content-Digest" with `sha256`
 /// Fails  as FileCreate and FileUpdate; with the publisher's error; with std::runtime_error "The content ended after
-///        ... of ... bytes." when it is not as long as `size` says; with DigestMismatch when the service has stored
-///        something else; with std::invalid_argument without `content`
+///        ... of ... bytes." when it is not as long as `size` says; with StoredMismatch when the service has stored
+///        something else; with std::invalid_argument without `content`, or when `sha256` is not 64 hexadecimal digits
 struct TARN_API FileUpload : SessionRequest, MessageAPI<FileUpload, FileTransferServiceProvider> {
     using Response = struct FileUploadResponse;
 

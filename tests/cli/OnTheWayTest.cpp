@@ -253,6 +253,10 @@ TEST_F(OnTheWay, WhatIsNotWhatItShouldBeIsRefused)
         .put('\1'); // on the service's disk
     for (const auto* arguments : {"get -f /f .", "get -f --continue /f .", "cat /f >/dev/null"})
         refuses(arguments, "nothing", "\"/f\": What has arrived is not what the service says");
+    for (const auto* arguments : {"cp /f /copy", "cp -f /f /again"})
+        refuses(arguments, "nothing", "\"/f\": What has arrived is not what");
+    EXPECT_EQ(run("ls /copy").exitCode, 3);
+    EXPECT_EQ(run("cat /again").out, "newer");
     service.terminate();
     const auto check = service.run({"fsck"});
     EXPECT_EQ(check.exitCode, 1);
