@@ -32,6 +32,11 @@ std::string sentence(TransportPhase phase, const std::string& peer, const std::s
 
 } // namespace
 
+bool isGatewayStatus(std::uint16_t status)
+{
+    return status >= 502 && status <= 504;
+}
+
 TransportError::TransportError(TransportPhase phase, std::string url, const std::string& peer,
                                std::string reason, bool mayHaveHappened)
     : std::runtime_error(sentence(phase, peer, reason))

@@ -2,6 +2,7 @@
 
 #include "tarn/foundation/Export.h"
 
+#include <cstdint>
 #include <stdexcept>
 #include <string>
 
@@ -17,9 +18,12 @@ enum class TransportPhase {
     shutdown, ///< the host was shut down: before anything was sent, or as `exchange`
     deadline, ///< that of the call has passed: before anything was sent, or as `exchange`
     stopped,  ///< by the caller: before anything was sent, or as `exchange`
-    gateway, ///< a reply of status 502, 503 or 504 that HttpOptions::replyCheck refused: something answered in the
-             ///< service's place; else as `exchange`
+    gateway, ///< a reply that HttpOptions::replyCheck refused, of a status that `isGatewayStatus`: something answered in
+    ///< the service's place; else as `exchange`
 };
+
+/// Whether a reply of this HTTP status says that the service did not get to answer, or not in time: 502, 503, 504.
+TARN_API bool isGatewayStatus(std::uint16_t status);
 
 /// An HTTP request that got no complete reply.
 ///

@@ -39,12 +39,6 @@ bool isDocument(std::string_view text, const std::string& root)
            (trimmed.ends_with("</" + root + ">") || trimmed.ends_with("<" + root + "/>"));
 }
 
-/// Where nothing but a gateway has come to answer: bad gateway, service unavailable, gateway timeout.
-bool isFromGateway(std::uint16_t status)
-{
-    return status >= 502 && status <= 504;
-}
-
 bool isTarn(const connector::host::ReceivedReply& reply)
 {
     if (reply.isContent) return isType(reply.contentType, "application/octet-stream");
@@ -57,7 +51,7 @@ bool isTarn(const connector::host::ReceivedReply& reply)
 std::string whyNotTarn(const connector::host::ReceivedReply& reply)
 {
     if (isTarn(reply)) return {};
-    if (isFromGateway(reply.status))
+    if (connector::host::isGatewayStatus(reply.status))
         return "a gateway answers there with status " + std::to_string(reply.status) +
                ", and the service behind it does not.";
     return "what answers there, with status " + std::to_string(reply.status) +

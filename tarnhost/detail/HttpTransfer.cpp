@@ -235,7 +235,7 @@ void HttpTransfer::close(CURLcode outcome)
     complete = true;
     if (headGiven) incoming->close(nullptr);
     const bool wasTooMuch = reply->status() == statusTooMany;
-    if (wasTooMuch || (!isChange && isUnanswered(reply->status()))) {
+    if (wasTooMuch || (!isChange && isGatewayStatus(reply->status()))) {
         curl_off_t wanted = 0; // stays 0 without the header
         curl_easy_getinfo(easy->get(), CURLINFO_RETRY_AFTER, &wanted);
         turnedAway = std::chrono::seconds(wanted);

@@ -7,11 +7,6 @@
 
 namespace connector::host::detail {
 
-bool isUnanswered(std::uint16_t status)
-{
-    return status >= 502 && status <= 504;
-}
-
 std::exception_ptr faultOf(const ReceivedReply& reply, const HttpOptions& options, const UrlParts& target,
                            bool mayHaveHappened)
 {
@@ -19,7 +14,7 @@ std::exception_ptr faultOf(const ReceivedReply& reply, const HttpOptions& option
     try {
         auto wrong = options.replyCheck(reply);
         if (wrong.empty()) return nullptr;
-        const auto phase = isUnanswered(reply.status) ? TransportPhase::gateway : TransportPhase::reply;
+        const auto phase = isGatewayStatus(reply.status) ? TransportPhase::gateway : TransportPhase::reply;
         return std::make_exception_ptr(
             TransportError(phase, target.printable(), target.peer(), std::move(wrong), mayHaveHappened));
     } catch (...) {

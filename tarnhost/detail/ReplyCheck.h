@@ -13,9 +13,6 @@
 /// The application's look at a reply before it is handed on: HttpOptions::replyCheck.
 namespace connector::host::detail {
 
-/// Whether a reply of this status says that the service did not get to answer, or not in time.
-bool isUnanswered(std::uint16_t status);
-
 /// @param target  where the reply comes from
 /// @return why it must not be handed on, as TransportError of phase reply or gateway, or what the check threw; null: it may
 std::exception_ptr faultOf(const ReceivedReply& reply, const HttpOptions& options, const UrlParts& target,
