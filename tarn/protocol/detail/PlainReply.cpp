@@ -1,31 +1,27 @@
 #include "tarn/protocol/detail/PlainReply.h"
 
+#include "tarn/protocol/detail/ExpatParser.h"
 #include "tarn/protocol/detail/ThreadNames.h"
 
 #include <Poco/DOM/DOMBuilder.h>
 #include <Poco/SAX/AttributesImpl.h>
 #include <Poco/SAX/XMLFilterImpl.h>
-#include <expat.h>
 
-#include <memory>
 #include <random>
 #include <string>
-#include <type_traits>
 
 namespace connector::tarn::detail {
 namespace {
 
-using Parser = std::unique_ptr<std::remove_pointer_t<XML_Parser>, decltype(&XML_ParserFree)>;
-
-Parser newParser()
+ExpatParser newParser()
 {
-    return Parser(XML_ParserCreate(nullptr), &XML_ParserFree);
+    return ExpatParser(XML_ParserCreate(nullptr));
 }
 
 /// This thread's parser, as if it was new.
 XML_Parser keptParser()
 {
-    static thread_local const Parser parser = newParser();
+    static thread_local const ExpatParser parser = newParser();
     // What keeps texts from being made to collide in its tables: it would ask the kernel for one each time.
     static thread_local const unsigned long salt = std::random_device()() | 1;
     if (!parser) return nullptr;
@@ -61,14 +57,14 @@ public:
     /// Whether all of the text was plain.
     bool isPlain() const { return plain; }
 
-    bool getFeature(const std::string&) const override
-    {
-        return false;
-    } // there are no namespaces to look for
+    /// There are no namespaces to look for,
+    bool getFeature(const std::string&) const override { return false; }
 
+    /// nothing is set up by a text,
     void setProperty(const std::string&, const std::string&) override {}
 
-    void setProperty(const std::string&, void*) override {} // the handler of what is not plain
+    /// and the handler of what is not plain would never be called.
+    void setProperty(const std::string&, void*) override {}
 
     void parseMemoryNP(const char* text, std::size_t size) override
     {
@@ -138,7 +134,7 @@ Poco::AutoPtr<Poco::XML::Document> plainDocument(std::string_view text, const Re
 {
     constexpr std::size_t usualNames = 50;
     constexpr std::size_t shortReply = 16 * 1024; // the parser keeps a buffer of this size
-    const auto own = text.size() > shortReply ? newParser() : Parser(nullptr, &XML_ParserFree);
+    const auto own = text.size() > shortReply ? newParser() : nullptr;
     const auto parser = own ? own.get() : keptParser();
     if (!parser) return nullptr;
     auto& names = ThreadNames::ofThisThread();

@@ -1,20 +1,16 @@
 #include "tarn/protocol/detail/ReplyInspection.h"
 
+#include "tarn/protocol/detail/ExpatParser.h"
+#include "tarn/protocol/detail/NameSet.h"
+
 #include <Poco/TextEncoding.h>
-#include <expat.h>
 
 #include <algorithm>
 #include <cstring>
-#include <memory>
-#include <string>
 #include <string_view>
-#include <type_traits>
-#include <unordered_set>
 
 namespace connector::tarn::detail {
 namespace {
-
-using Parser = std::unique_ptr<std::remove_pointer_t<XML_Parser>, decltype(&XML_ParserFree)>;
 
 /// Counts what the events of the parser will cost. Nothing may be thrown through its C frames, hence the flags.
 class Inspection {
@@ -114,15 +110,9 @@ private:
         XML_StopParser(parser, XML_FALSE);
     }
 
-    struct Hash {
-        using is_transparent = void;
-
-        std::size_t operator()(std::string_view name) const { return std::hash<std::string_view>()(name); }
-    };
-
     XML_Parser parser;
     const ReplyLimits& limits;
-    std::unordered_set<std::string, Hash, std::equal_to<>> names;
+    NameSet names;
     std::size_t namespaces = 0;
     std::size_t depth = 0;
     std::size_t nodes = 0;
@@ -135,7 +125,7 @@ private:
 
 std::optional<std::size_t> namesIn(std::string_view text, const ReplyLimits& limits)
 {
-    const Parser parser(XML_ParserCreateNS(nullptr, '\t'), &XML_ParserFree);
+    const ExpatParser parser(XML_ParserCreateNS(nullptr, '\t'));
     if (!parser) return std::nullopt;
     Inspection inspection(parser.get(), limits); // a limit passed stops the parser, which is then an error
     if (XML_Parse(parser.get(), text.data(), static_cast<int>(text.size()), XML_TRUE) != XML_STATUS_OK) {

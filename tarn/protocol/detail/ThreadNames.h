@@ -1,15 +1,14 @@
 #pragma once
 
 #include "tarn/protocol/ReplyLimits.h"
+#include "tarn/protocol/detail/NameSet.h"
 
 #include <Poco/AutoPtr.h>
 #include <Poco/XML/NamePool.h>
 
 #include <cstddef>
-#include <functional>
 #include <string>
 #include <string_view>
-#include <unordered_set>
 
 namespace connector::tarn::detail {
 
@@ -32,15 +31,9 @@ public:
     const std::string* find(std::string_view name, const ReplyLimits& limits);
 
 private:
-    struct Hash {
-        using is_transparent = void;
-
-        std::size_t operator()(std::string_view name) const { return std::hash<std::string_view>()(name); }
-    };
-
     Poco::AutoPtr<Poco::XML::NamePool> pool;
     std::size_t room = 0; ///< left, if no document had a name that another has
-    std::unordered_set<std::string, Hash, std::equal_to<>> plain; ///< what `find` has found
+    NameSet plain;        ///< what `find` has found
 };
 
 } // namespace connector::tarn::detail
