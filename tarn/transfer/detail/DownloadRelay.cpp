@@ -117,10 +117,10 @@ void DownloadRelay::readPart(const http::HttpClientResponse& reply)
 bool DownloadRelay::endsAsAsked(const ReplyHead::Part& part) const
 {
     if (part.total && part.last >= *part.total) return false;
-    if (part.total && part.last == *part.total - 1)
-        return !asked->length || part.last - asked->offset < *asked->length;
-    if (!asked->length) return !part.total;
-    return part.last - asked->offset == *asked->length - 1;
+    const bool endsFile = part.total && part.last == *part.total - 1;
+    if (!asked->length) return endsFile || !part.total;
+    const auto last = part.last - asked->offset; // counted from the first byte asked for
+    return last == *asked->length - 1 || (endsFile && last < *asked->length);
 }
 
 bool DownloadRelay::endsAtOffset(const http::HttpClientResponse& reply) const
