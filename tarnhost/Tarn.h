@@ -115,10 +115,11 @@ public:
     /// @throws std::system_error when it cannot be read
     Version put(const Place& target, const std::string& localFile, IfThere ifThere = IfThere::replace);
 
-    /// Fetches a file, whatever its size, and verifies it. The local file, which is replaced, appears when all of it is
-    /// there; until then it goes by a name of its own beside that.
+    /// Fetches a file, whatever its size, and verifies it. The local file appears when all of it is there; until then it
+    /// goes by a name of its own in the same folder. One that it replaces, also behind a symbolic link, leaves it owner
+    /// and mode.
     /// @param versionId  Version::id; empty: the current one
-    /// @throws std::system_error when it cannot be written
+    /// @throws std::system_error when it cannot be written, or is a folder, a device or a pipe
     void get(const Place& source, const std::string& localFile, const std::string& versionId = "");
 
     /// Stores these bytes.

@@ -13,15 +13,8 @@
 #include "tarnhost/FileSink.h"
 #include "tarnhost/FileSource.h"
 #include "tarnhost/TarnHost.h"
+#include "tarnhost/detail/NewFile.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <cerrno>
-#include <cstdio>
-#include <cstdlib>
-#include <system_error>
 #include <utility>
 
 namespace connector::host {
@@ -84,40 +77,6 @@ Future<void> done(Future<T>&& future)
     return std::move(future) | andThen([](auto) {});
 }
 
-/// A local file that gets its name when all of it is there.
-class NewFile {
-public:
-    explicit NewFile(std::string theName) : name(std::move(theName)), temporary(name + ".part-XXXXXX")
-    {
-        descriptor = ::mkostemp(temporary.data(), O_CLOEXEC);
-        if (descriptor < 0) throw std::system_error(errno, std::generic_category(), name);
-        // As any other new file; without a mask of this moment, which only setting one tells.
-        ::fchmod(descriptor, 0644);
-    }
-
-    ~NewFile()
-    {
-        ::close(descriptor);
-        if (!temporary.empty()) ::unlink(temporary.c_str());
-    }
-
-    NewFile(const NewFile&) = delete;
-    NewFile& operator=(const NewFile&) = delete;
-
-    void keep()
-    {
-        if (::fsync(descriptor) != 0 || std::rename(temporary.c_str(), name.c_str()) != 0)
-            throw std::system_error(errno, std::generic_category(), name);
-        temporary.clear();
-    }
-
-    const std::string name;
-    int descriptor = -1;
-
-private:
-    std::string temporary;
-};
-
 Future<Version> upload(const TarnHost& host, const Place& target, tarn::ContentPublisher content,
                        std::optional<std::uint64_t> size, IfThere ifThere)
 {
@@ -165,10 +124,11 @@ Future<Version> TarnAsync::put(const Place& target, const std::string& localFile
 Future<void> TarnAsync::get(const Place& source, const std::string& localFile, const std::string& versionId)
 {
     return started([&] {
-        auto file = std::make_shared<NewFile>(localFile);
+        auto file = std::make_shared<detail::NewFile>(localFile);
         auto request = requestFor<tarn::FileDownload>(source);
         request->versionId = versionId;
-        request->content = std::make_shared<FileSink>(file->descriptor, FileSink::Options{.keepHoles = true});
+        request->content =
+            std::make_shared<FileSink>(file->descriptor(), FileSink::Options{.keepHoles = true});
         return ownHost->fileTransfer()->downloadFile(std::move(request)) |
                andThen([file](auto) { file->keep(); });
     });

@@ -10,6 +10,7 @@
 #include <filesystem>
 #include <fstream>
 #include <set>
+#include <sys/stat.h>
 
 namespace connector::host {
 namespace {
@@ -117,6 +118,33 @@ TEST_F(TarnTest, MovesFilesOfThisMachineWholeOrNotAtAll)
     auto pending = alice.async().list("/");
     alice = Tarn(std::make_shared<TarnHost>(TarnHost::Options{.endpoint = service.url()}));
     EXPECT_THROW(pending.get(), TransportError);
+}
+
+/// A file that is fetched may be read by nobody who could not read what it replaces, or what this process makes.
+TEST_F(TarnTest, KeepsModesLinksAndDevices)
+{
+    alice.write("/f", "new");
+    const auto mode = [](const fs::path& file) { return fs::status(file).permissions(); };
+    const auto secret = folder / "secret", link = folder / "link", made = folder / std::string(250, 'n');
+    std::ofstream(secret) << "old";
+    fs::permissions(secret, fs::perms(0600));
+    fs::create_symlink("secret", link);
+    alice.get("/f", link);
+    EXPECT_TRUE(fs::is_symlink(link));
+    EXPECT_EQ(contentOf(secret), "new");
+    EXPECT_EQ(mode(secret), fs::perms(0600));
+
+    const auto mask = ::umask(027);
+    EXPECT_NO_THROW(alice.get("/f", made));
+    ::umask(mask);
+    EXPECT_EQ(mode(made), fs::perms(0640));
+
+    const auto pipe = folder / "pipe";
+    ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
+    for (const auto& taken : {pipe, folder})
+        EXPECT_THROW(alice.get("/f", taken), std::system_error) << taken;
+    EXPECT_TRUE(fs::is_fifo(pipe));
+    EXPECT_EQ(std::distance(fs::directory_iterator(folder), fs::directory_iterator()), 4);
 }
 
 TEST_F(TarnTest, RefusesWrongTokensAndEndpoints)

@@ -1,0 +1,74 @@
+#include "tarnhost/detail/NewFile.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cstdio>
+#include <string>
+#include <system_error>
+
+namespace connector::host::detail {
+namespace {
+
+namespace fs = std::filesystem;
+
+/// Of its own length, since the name of the file may have no room for more.
+fs::path temporaryIn(const fs::path& folder)
+{
+    static std::atomic<unsigned> counter{0};
+    return folder / (".tarn-" + std::to_string(::getpid()) + "-" + std::to_string(++counter) + ".part");
+}
+
+} // namespace
+
+NewFile::NewFile(const fs::path& finalName) : name(finalName)
+{
+    std::error_code ignored; // links that lead in circles are told when it is opened
+    target = fs::canonical(name, ignored);
+    if (ignored) target = name;
+
+    struct stat replaced {};
+
+    const bool replaces = ::stat(target.c_str(), &replaced) == 0;
+    if (replaces && S_ISDIR(replaced.st_mode)) fail(EISDIR);
+    // A device or a pipe in whose place a file came would be missed by others.
+    if (replaces && !S_ISREG(replaced.st_mode)) fail(ENOTSUP);
+    open(replaces);
+    if (!replaces) return;
+    // Some file systems know no owners or modes.
+    [[maybe_unused]] const auto owned = ::fchown(descriptor(), replaced.st_uid, replaced.st_gid);
+    ::fchmod(descriptor(), replaced.st_mode & 0777);
+}
+
+NewFile::~NewFile()
+{
+    if (!temporary.empty()) ::unlink(temporary.c_str());
+}
+
+/// @param isPrivate  nobody else may read the new content where the old one is private, not even for a moment
+void NewFile::open(bool isPrivate)
+{
+    constexpr int flags = O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC;
+    do {
+        auto candidate = temporaryIn(target.parent_path());
+        file = Descriptor(::open(candidate.c_str(), flags, isPrivate ? S_IRUSR | S_IWUSR : 0666));
+        if (file.isOpen()) temporary = std::move(candidate);
+    } while (!file.isOpen() && errno == EEXIST); // left by a process that had the same number
+    if (!file.isOpen()) fail(errno);
+}
+
+void NewFile::keep()
+{
+    if (::fsync(descriptor()) != 0 || std::rename(temporary.c_str(), target.c_str()) != 0) fail(errno);
+    temporary.clear();
+}
+
+void NewFile::fail(int error) const
+{
+    throw std::system_error(error, std::generic_category(), name.string());
+}
+
+} // namespace connector::host::detail
