@@ -10,6 +10,7 @@
 #include <utility>
 
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -132,7 +133,7 @@ private:
 FileSink::FileSink(int descriptor, Options options)
     : file(fcntl(descriptor, F_DUPFD_CLOEXEC, 0))
     , isFile(isRegular(descriptor))
-    , keepHoles(options.keepHoles && isFile && !appends(file))
+    , keepHoles(options.keepHoles && isFile && !appends(descriptor))
 {
     if (file < 0) fail("Could not open the target");
 }
@@ -176,6 +177,11 @@ void FileSink::write(std::string_view bytes)
     while (!bytes.empty()) {
         const auto written = ::write(file, bytes.data(), bytes.size());
         if (written < 0 && errno == EINTR) continue;
+        if (written < 0 && errno == EAGAIN) { // a pipe or a socket that does not wait by itself
+            pollfd room{file, POLLOUT, 0};
+            poll(&room, 1, -1);
+            continue;
+        }
         if (written < 0) fail("Could not write the content");
         bytes.remove_prefix(static_cast<std::size_t>(written));
     }

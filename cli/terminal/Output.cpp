@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <cstring>
 #include <nlohmann/json.hpp>
+#include <poll.h>
 #include <unistd.h>
 
 namespace tarncli {
@@ -49,6 +50,11 @@ void Output::data(std::string_view bytes)
     while (!bytes.empty()) {
         const auto count = ::write(STDOUT_FILENO, bytes.data(), bytes.size());
         if (count < 0 && errno == EINTR) continue;
+        if (count < 0 && errno == EAGAIN) { // another program that shares it has told it not to wait
+            pollfd room{STDOUT_FILENO, POLLOUT, 0};
+            ::poll(&room, 1, -1);
+            continue;
+        }
         if (count < 0 && errno == EPIPE) endByBrokenPipe();
         if (count < 0)
             throw Failure(ExitCode::failure,

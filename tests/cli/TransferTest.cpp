@@ -188,6 +188,9 @@ TEST_F(TransferTest, ReadsAndWritesPipes)
     const auto early = alice.run("tarn cat /zeros | head -c 1 | wc -c");
     EXPECT_EQ(early.out, "1\n");
     EXPECT_EQ(early.err, "");
+    const auto late = alice.run("perl -e 'use Fcntl; fcntl(STDOUT, F_SETFL, O_NONBLOCK); exec @ARGV' "
+                                "tarn cat /zeros | (sleep 0.2; wc -c)");
+    EXPECT_EQ(late.out, "2500000\n") << late.err;
 }
 
 /// All of them together, whichever way they go.

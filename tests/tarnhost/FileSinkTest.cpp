@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 
 #include <fcntl.h>
+#include <poll.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -12,6 +13,7 @@
 #include <memory>
 #include <string>
 #include <system_error>
+#include <thread>
 
 namespace connector::host::test {
 namespace {
@@ -54,6 +56,30 @@ TEST(FileSink, HasWrittenAllBeforeItReturnsFromTheEndOrTheError)
         end(sink);
         EXPECT_EQ(lseek(fileno(file.get()), 0, SEEK_CUR), 48'000'000);
     }
+}
+
+TEST(FileSink, WaitsForRoomInAPipeThatDoesNot)
+{
+    int ends[2];
+    ASSERT_EQ(pipe2(ends, O_CLOEXEC | O_NONBLOCK), 0);
+    std::uint64_t seen = 0;
+    std::thread reader([&] {
+        char buffer[4096];
+        pollfd watched{ends[0], POLLIN, 0};
+        while (poll(&watched, 1, 60'000) > 0) {
+            const auto count = read(ends[0], buffer, sizeof buffer);
+            if (count <= 0) break;
+            seen += static_cast<std::uint64_t>(count);
+        }
+    });
+    {
+        FileSink sink(ends[1]);
+        close(ends[1]);
+        EXPECT_NO_THROW(sink.onNext(DataBuffer(std::string(1'000'000, 'x'))));
+    }
+    reader.join();
+    close(ends[0]);
+    EXPECT_EQ(seen, 1'000'000u);
 }
 
 TEST(FileSink, LeavesNoZerosOutWhereAllIsAppended)
