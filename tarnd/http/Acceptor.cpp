@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <poll.h>
 #include <sys/eventfd.h>
+#include <system_error>
 #include <unistd.h>
 #include <utility>
 
@@ -12,11 +13,18 @@ namespace {
 
 constexpr std::chrono::milliseconds tick{250};
 
+int newEvent()
+{
+    const int event = eventfd(0, EFD_CLOEXEC);
+    if (event < 0) throw std::system_error(errno, std::generic_category(), "Could not begin to listen");
+    return event;
+}
+
 } // namespace
 
 Acceptor::Acceptor(int theListenSocket, ConnectionTable& theTable, HandOver theHandOver)
     : listenSocket(theListenSocket)
-    , wakeUp(eventfd(0, EFD_CLOEXEC))
+    , wakeUp(newEvent())
     , table(theTable)
     , handOver(std::move(theHandOver))
     , thread([this] { run(); })
@@ -51,11 +59,12 @@ void Acceptor::run()
     }
 }
 
-/// Without connections there is nothing to sweep, and an idle service must not keep waking the machine.
+/// Without connections there is nothing to sweep, and an idle service must not keep waking the machine, unless somebody
+/// waits to be let in.
 void Acceptor::waitForWork(bool full)
 {
     pollfd waiting[] = {{wakeUp, POLLIN, 0}, {listenSocket, POLLIN, 0}};
-    poll(waiting, full ? 1 : 2, table.isEmpty() ? -1 : static_cast<int>(tick.count()));
+    poll(waiting, full ? 1 : 2, full || !table.isEmpty() ? static_cast<int>(tick.count()) : -1);
 }
 
 bool Acceptor::acceptAll()

@@ -97,6 +97,8 @@ public:
 
     bool isRunning() const { return pid > 0; }
 
+    pid_t processId() const { return pid; }
+
     /// "http://127.0.0.1:PORT" (https with --tls-cert), without a slash at the end. @pre started once
     const std::string& url() const { return baseUrl; }
 

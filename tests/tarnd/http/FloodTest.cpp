@@ -70,6 +70,23 @@ TEST_F(Flood, OfSlowConnectionsLeavesRoomForOthers)
     }
 }
 
+/// Also when nobody was connected at that moment, so that nothing else made the service look again.
+TEST_F(Flood, IsOverOnceThereAreDescriptorsAgain)
+{
+    std::this_thread::sleep_for(milliseconds(400)); // until the connections before have gone
+    rlimit usual{};
+    ASSERT_EQ(prlimit(service.processId(), RLIMIT_NOFILE, nullptr, &usual), 0);
+    const rlimit few{3, usual.rlim_max};
+    ASSERT_EQ(prlimit(service.processId(), RLIMIT_NOFILE, &few, nullptr), 0);
+    Wire waiting(service.port());
+    waiting.send(requestText("GET", "/service/v1/ping", alice));
+    std::this_thread::sleep_for(milliseconds(100));
+    ASSERT_EQ(prlimit(service.processId(), RLIMIT_NOFILE, &usual, nullptr), 0);
+    const auto reply = waiting.receive();
+    ASSERT_TRUE(reply);
+    EXPECT_EQ(reply->status, 200);
+}
+
 TEST_F(Flood, OfAbortedUploadsLeavesNothing)
 {
     if (service.usesObjects()) GTEST_SKIP() << "looks into the folder of uploads";
