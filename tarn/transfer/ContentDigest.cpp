@@ -34,8 +34,11 @@ std::string hexOf(std::string_view bytes)
 
 std::string sha256In(std::string_view contentDigest)
 {
-    const auto found = contentDigest.find(key);
-    if (found == std::string_view::npos || !isBoundary(contentDigest, found)) return {};
+    auto found = contentDigest.find(key);
+    while (found != std::string_view::npos &&
+           !isBoundary(contentDigest, found)) // another's, that ends like it
+        found = contentDigest.find(key, found + key.size());
+    if (found == std::string_view::npos) return {};
     const auto encoded = contentDigest.substr(found + key.size());
     if (encoded.size() <= encodedBytes || encoded[encodedBytes] != ':' || encoded[encodedBytes - 1] != '=') {
         return {};

@@ -25,15 +25,27 @@ FileHandles::CloseOperation closeOperationOf(const Parameters& query)
 }
 
 /// The SHA-256 that the client announces, in base64; empty when it announces none.
+/// Of "sha-256=:BASE64:", one of several members, the text between the colons; of one that is not so all behind the
+/// sign, which is the digest of nothing. Empty without that member.
+std::string sha256In(std::string_view digests)
+{
+    constexpr std::string_view key = "sha-256=";
+    while (!digests.empty()) {
+        auto member = digests.substr(0, digests.find(','));
+        digests.remove_prefix(std::min(member.size() + 1, digests.size()));
+        member.remove_prefix(std::min(member.find_first_not_of(" \t"), member.size()));
+        if (!member.starts_with(key)) continue;
+        member = member.substr(key.size(), member.find_first_of("; \t") - key.size());
+        const bool isWhole = member.size() > 2 && member.front() == ':' && member.back() == ':';
+        return std::string(isWhole ? member.substr(1, member.size() - 2) : "=" + std::string(member));
+    }
+    return {};
+}
+
 std::string announcedDigest(const Request& request)
 {
-    constexpr std::string_view key = "sha-256=:"; // and ends with another colon
-    for (const auto value : request.headerValues("Content-Digest")) {
-        const auto found = value.find(key);
-        if (found == std::string_view::npos) continue;
-        const auto digest = value.substr(found + key.size());
-        return std::string(digest.substr(0, digest.find(':')));
-    }
+    for (const auto value : request.headerValues("Content-Digest"))
+        if (auto digest = sha256In(value); !digest.empty()) return digest;
     return {};
 }
 

@@ -156,7 +156,7 @@ const std::string endsBefore = "The file ends before the part that was asked for
 const std::string damaged = "What has arrived is not what the service says it has: its SHA-256 is ";
 const std::string all = "0123456789";
 const Headers digest{{"content-digest", tenDigits}};
-const Headers amongOthers{{"repr-digest", "x=:y:, " + tenDigits}};
+const Headers amongOthers{{"repr-digest", "x-sha-256=:y:, " + tenDigits}};
 const Headers noDigest{{"content-digest", "sha-256=:short:"}};
 const Headers described{{"content-length", "10"}, {"etag", "\"V\""}, {"content-digest", tenDigits}};
 

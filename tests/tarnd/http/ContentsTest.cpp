@@ -37,9 +37,15 @@ TEST_F(Contents, AreStoredOnlyWithTheDigestAnnounced)
 {
     put("/f", "old");
     const auto target = std::string(file) + "?createMode=UPDATE";
-    const auto digest = "Content-Digest: sha-512=:x:, " + digestOfTenDigits + "\r\n";
+    const auto digest = "Content-Digest: sha-512=:x:, x-sha-256=:y:,\t" + digestOfTenDigits + "\r\n";
     const auto refused = send(requestText("PUT", target, alice, "0123456780", digest));
     EXPECT_EQ(refused.status, 400);
+    for (const auto* unreadable : {"sha-256=::", "sha-256=hNiYd", "sha-256=:hNiYd"})
+        EXPECT_EQ(send(requestText("PUT", target, alice, "0123456789",
+                                   std::string("Content-Digest: ") + unreadable + "\r\n"))
+                      .status,
+                  400)
+            << unreadable;
     EXPECT_EQ(ask("GET", "").body, "old");
     EXPECT_EQ(send(requestText("PUT", target, alice, "0123456789", digest)).status, 200);
     EXPECT_EQ(ask("GET", "").body, "0123456789");
