@@ -63,6 +63,8 @@ bool isKnown(const std::string& key)
 
 void applyConfigFile(const std::string& file, CLI::App& command)
 {
+    // A container makes one where the file that it is to show is missing, and it reads like an empty file.
+    if (std::filesystem::is_directory(file)) throw CLI::ConfigError(file + " is a directory.");
     try {
         for (const auto& [name, value] : toml::parse_file(file)) {
             const std::string key(name.str());

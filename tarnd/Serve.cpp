@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <csignal>
 #include <cstdio>
+#include <filesystem>
 #include <fstream>
 #include <stdexcept>
 #include <sys/resource.h>
@@ -44,8 +45,11 @@ void raiseFileLimit()
 std::string readPem(const std::string& file)
 {
     if (file.empty()) return {};
-    std::ifstream in(file, std::ios::binary);
-    std::string pem{std::istreambuf_iterator<char>(in), {}};
+    std::string pem;
+    if (!std::filesystem::is_directory(file)) {
+        std::ifstream in(file, std::ios::binary);
+        pem.assign(std::istreambuf_iterator<char>(in), {});
+    }
     if (pem.empty())
         throw std::runtime_error("Could not read " + file + ": give a PEM file that this user may read.");
     return pem;
@@ -195,8 +199,12 @@ void serve(const ServeOptions& options, const std::function<ServeOptions()>& rea
 
     takeOverChanges(signals, options, readAgain, site, server);
     // Who waits for a database that does not answer is told so: the end does not wait for it as well.
+    bool isDone = false;
     for (const auto limit : {databaseLimit, drainLimit - 2 * databaseLimit, databaseLimit})
-        if (!server.drain(limit)) store.interruptWaits();
+        if (isDone = server.drain(limit); !isDone) store.interruptWaits();
+    if (!isDone)
+        std::fprintf(stderr, "tarnd: requests that were still under way after %d seconds were cut off.\n",
+                     static_cast<int>(drainLimit.count()));
     for (const auto& line : faults ? faults->unfired() : std::vector<std::string>())
         std::fprintf(stderr, "tarnd: never happened: %s\n", line.c_str());
 }

@@ -39,12 +39,36 @@ CLI::Validator isFrom(std::uint64_t least, std::uint64_t most)
             ""};
 }
 
+bool isPort(std::string_view text)
+{
+    std::uint16_t port = 0;
+    const auto [end, fault] = std::from_chars(text.data(), text.data() + text.size(), port);
+    return fault == std::errc() && end == text.data() + text.size();
+}
+
 CLI::Validator isAddress()
 {
     return {[](const std::string& address) {
                 const auto colon = address.rfind(':');
-                const bool hasPort = colon != std::string::npos && colon + 1 < address.size();
+                const bool hasPort = colon != std::string::npos && isPort(address.substr(colon + 1));
                 return hasPort ? "" : "'" + address + "' is not HOST:PORT, for example 127.0.0.1:7070";
+            },
+            ""};
+}
+
+/// The names are the values of a map; a refusal names them, and nothing else.
+template <class Value>
+CLI::Validator oneOf(const std::map<std::string, Value>& values)
+{
+    return {[values](std::string& text) -> std::string {
+                if (const auto found = values.find(text); found != values.end()) {
+                    text = std::to_string(static_cast<int>(found->second));
+                    return {};
+                }
+                std::string names;
+                for (const auto& [name, value] : values)
+                    names += (names.empty() ? "" : ", ") + name;
+                return "'" + text + "' is none of " + names;
             },
             ""};
 }
@@ -165,7 +189,7 @@ void addServeOptions(CLI::App& command, ServeOptions& options)
     const std::map<std::string, LogFormat> formats{
         {"off", LogFormat::off}, {"text", LogFormat::text}, {"json", LogFormat::json}};
     command.add_option("--log", options.log, "A line per request: text, json or off")
-        ->transform(CLI::CheckedTransformer(formats).description(""))
+        ->transform(oneOf(formats))
         ->type_name("FORMAT");
     command.add_option("--log-file", options.logFile, "Where these lines go; standard error otherwise")
         ->type_name("FILE");
@@ -177,7 +201,7 @@ void addServeOptions(CLI::App& command, ServeOptions& options)
     const std::map<std::string, NumbersFor> audiences{
         {"off", NumbersFor::nobody}, {"loopback", NumbersFor::loopback}, {"public", NumbersFor::anybody}};
     command.add_option("--metrics", options.metrics, "Who may read /metrics: loopback, public or off")
-        ->transform(CLI::CheckedTransformer(audiences).description(""))
+        ->transform(oneOf(audiences))
         ->type_name("WHO")
         ->default_str("loopback");
     command

@@ -169,7 +169,7 @@ TEST_F(Administration, AConfigurationFileCountsUnlessTheCommandLineSaysOtherwise
         {"\n\nlisen = \":0\"\n", "line 3: there is no \"lisen\""},
         {"session-minutes = 0\n", "line 1: session-minutes: '0' is not a whole number from 1"},
         {"log = [\"text\"]\n", "line 1: log must be text, a number, true or false."},
-        {"log = \"loud\"\n", "line 1: log: "},
+        {"log = \"loud\"\n", "line 1: log: 'loud' is none of json, off, text."},
         {"listen = \n", "line 1: "},
         {"tls-cert = \"a\"\n", "--tls-cert requires --tls-key"},
     };
