@@ -137,6 +137,19 @@ int fail(const char* sentence, const std::string& detail)
     return failure;
 }
 
+/// @returns the exit code
+int refuse(const CLI::App& app, const CLI::ParseError& error)
+{
+    const auto unknown = app.remaining(true);
+    // A word that nobody takes is the slip, and that something else is missing then its consequence.
+    const bool isSlip =
+        !unknown.empty() && (!unknown.front().starts_with('-') || !app.get_subcommands().empty());
+    if (error.get_exit_code() == 0 || !isSlip) return app.exit(error) == 0 ? 0 : usage;
+    std::fprintf(stderr, "There is no \"%s\" here.\nRun with --help for more information.\n",
+                 unknown.front().c_str());
+    return usage;
+}
+
 } // namespace
 
 int main(int argc, char** argv)
@@ -152,7 +165,7 @@ int main(int argc, char** argv)
         commandLine.app.parse(argc, argv);
         return commandLine.run(readAgain);
     } catch (const CLI::ParseError& error) {
-        return commandLine.app.exit(error) == 0 ? 0 : usage;
+        return refuse(commandLine.app, error);
     } catch (const ServiceError& error) {
         return fail(error.what(), error.detail());
     } catch (const std::exception& error) {

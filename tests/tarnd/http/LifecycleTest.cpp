@@ -108,6 +108,7 @@ TEST_F(Lifecycle, SaysWhatIsWrongAndHowToGoOn)
         {{"serve", "--listen", "127.0.0.1:0", "--tls-cert", "/", "--tls-key", "/none"}, 1, "read /:"},
         {{"serve", "--tls-cert", "/none"}, 2, "--tls-key"},
         {{"serve", "--port", "1"}, 2, "--port"},
+        {{"servee"}, 2, "servee"},
         {{"serve", "--idle-timeout", "0"}, 2, "from 1 to 86400"},
         {{"serve", "--max-file-size", "-1"}, 2, "64M or 5G"},
         {{"serve", "--max-file-size", "8192P"}, 2, "64M or 5G"},
