@@ -73,22 +73,30 @@ private:
 };
 
 /// What both kinds of coroutine have: they run at once, and free themselves at their end. The future is settled after
-/// the last local variable has gone, so that whoever waits for it finds nothing of the coroutine at work.
+/// the last local variable and the parameters have gone, so that whoever waits for it finds nothing of the coroutine at
+/// work.
 template <class T>
 class CoroutinePromise {
+    struct Ending {
+        bool await_ready() const noexcept { return false; }
+
+        template <class Derived>
+        void await_suspend(std::coroutine_handle<Derived> ended) const noexcept
+        {
+            auto settling = std::move(static_cast<CoroutinePromise&>(ended.promise()));
+            ended.destroy(); // and with it this object
+            settling.settle();
+        }
+
+        void await_resume() const noexcept {}
+    };
+
 public:
     Future<T> get_return_object() { return promise.getFuture(); }
 
     std::suspend_never initial_suspend() const noexcept { return {}; }
 
-    std::suspend_never final_suspend() noexcept
-    {
-        if (failure)
-            promise.setException(std::move(failure));
-        else
-            promise.setValue(std::move(*result));
-        return {};
-    }
+    Ending final_suspend() noexcept { return {}; }
 
     void unhandled_exception() noexcept { failure = std::current_exception(); }
 
@@ -96,6 +104,14 @@ protected:
     std::optional<ValueOf<T>> result;
 
 private:
+    void settle()
+    {
+        if (failure)
+            promise.setException(std::move(failure));
+        else
+            promise.setValue(std::move(*result));
+    }
+
     Promise<T> promise;
     std::exception_ptr failure;
 };

@@ -167,6 +167,24 @@ TEST(Composition, WaitsForAllAndForAny)
     EXPECT_TRUE(whenAll(std::vector<Future<int>>()).get().empty());
 }
 
+Future<int> holding(std::shared_ptr<int> parameter, Future<Number> future)
+{
+    co_return *parameter + *co_await std::move(future);
+}
+
+/// Whoever hears of the end may take down what the coroutine was given.
+TEST(Coroutine, SettlesWhenItsParametersHaveGone)
+{
+    auto given = std::make_shared<int>(1);
+    const std::weak_ptr<int> seen = given;
+    Promise<Number> promise;
+    auto held = holding(std::move(given), promise.getFuture()).then([&](Future<int>&& settled) {
+        return settled.get() + (seen.expired() ? 0 : 100);
+    });
+    promise.setValue(number(2));
+    EXPECT_EQ(outcomeOf(std::move(held)), "3");
+}
+
 /// A coroutine that waits for what never comes is freed, and says so; the leak sanitizer looks on.
 TEST(Coroutine, EndsWithThePromiseItWaitsFor)
 {
