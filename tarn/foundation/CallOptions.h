@@ -47,7 +47,9 @@ struct CallOptions {
     /// In the place of the host's.
     std::optional<RetryPolicy> retries = {};
     /// Called while bodies move, ten times a second at most, and once when the exchange has ended: on the host's delivery
-    /// threads, one call after the other. What it throws is dropped. Empty: nobody asks.
+    /// threads, one call after the other. All have returned before the future is settled, unless it is a subscriber that
+    /// breaks a download off, HttpOptions::replyCheck that refuses it, or a host that goes meanwhile. What it throws is
+    /// dropped. Empty: nobody asks.
     std::function<void(const TransferProgress&)> progress = {};
     /// Settles the future that the client returns, so that continuations run on its thread; empty: the host's delivery
     /// threads do.

@@ -233,7 +233,7 @@ void HttpTransfer::close(CURLcode outcome)
         return;
     }
     complete = true;
-    if (headGiven) incoming->close(nullptr);
+    if (!report) endStream();
     const bool wasTooMuch = reply->status() == statusTooMany;
     if (wasTooMuch || (!isChange && isGatewayStatus(reply->status()))) {
         curl_off_t wanted = 0; // stays 0 without the header
@@ -250,9 +250,16 @@ void HttpTransfer::close(CURLcode outcome)
 void HttpTransfer::fail(std::exception_ptr error)
 {
     easy.reset();
-    // What is over ends at once, also where nobody asks for what has arrived.
-    if (headGiven) over ? incoming->abandon(error) : incoming->close(error);
     failure = std::move(error);
+    if (!report) endStream();
+}
+
+/// Where there is a report, after it: nobody is told of an exchange whose end he has seen.
+void HttpTransfer::endStream()
+{
+    if (!headGiven) return;
+    // What is over ends at once, also where nobody asks for what has arrived.
+    over ? incoming->abandon(failure) : incoming->close(failure);
 }
 
 /// None of it has left: no service can have carried out what needs it.
@@ -352,7 +359,9 @@ void HttpTransfer::settle()
     if (outgoing) outgoing->cancel();
     const auto moved = report ? progress() : TransferProgress();
     if (headGiven) {
-        if (report) report->finish(reply->status(), moved, failureText(), failure && mayHaveHappened());
+        if (!report) return;
+        report->finish(reply->status(), moved, failureText(), failure && mayHaveHappened());
+        incoming->deliverAfter([this] { endStream(); });
         return;
     }
     body = common::DataBuffer(); // here, since giving much memory back would hold up the loop

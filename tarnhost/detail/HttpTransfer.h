@@ -137,6 +137,7 @@ private:
     std::uint64_t bytesOut() const;
     bool isSent() const;
     bool isLeftToItsStream() const;
+    void endStream();
     std::string reasonOf(CURLcode outcome) const;
     std::string doing() const;
     TransferProgress progress() const;

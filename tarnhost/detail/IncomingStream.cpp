@@ -94,19 +94,18 @@ http::BodyPublisher IncomingStream::publish()
     return body;
 }
 
-IncomingStream::Introduction::Introduction(IncomingStream& of) : stream(of)
+IncomingStream::Turn::Turn(IncomingStream& of) : stream(of)
 {
     std::lock_guard lock(stream.mutex);
-    stream.scheduled = true;
-    stream.introducer = std::this_thread::get_id();
+    if (!std::exchange(stream.scheduled, true)) stream.turnOwner = std::this_thread::get_id();
 }
 
-IncomingStream::Introduction::~Introduction()
+IncomingStream::Turn::~Turn()
 {
     {
         std::lock_guard lock(stream.mutex);
-        if (stream.introducer != std::this_thread::get_id()) return; // a task has taken over
-        stream.introducer = {};
+        if (stream.turnOwner != std::this_thread::get_id()) return; // a task is at it, or has taken over
+        stream.turnOwner = {};
     }
     stream.deliver();
 }
@@ -222,11 +221,10 @@ bool IncomingStream::hasSignal() const
 
 void IncomingStream::schedule(Lock lock)
 {
-    const bool isIntroducedElsewhere =
-        introducer != std::thread::id() && introducer != std::this_thread::get_id();
-    if ((scheduled && !isIntroducedElsewhere) || !hasSignal()) return;
+    const bool isHeldUp = turnOwner != std::thread::id() && turnOwner != std::this_thread::get_id();
+    if ((scheduled && !isHeldUp) || !hasSignal()) return;
     scheduled = true;
-    introducer = {};
+    turnOwner = {};
     lock.unlock();
     threads->post(Delivery(shared_from_this()));
 }

@@ -24,8 +24,8 @@ namespace connector::host::detail {
 /// The transfer loop puts bytes in until the queue is full, and then leaves the socket alone until it is called again.
 /// A task on the delivery threads takes the items out and gives them to the subscriber; there is never more than one
 /// task of a stream, which keeps the items in order, and each brings no more than a full queue, so that many streams
-/// share one thread evenly; the end comes with the last item, and the first item with the head. So a short body needs
-/// no change of threads of its own. The subscriber is called without the lock.
+/// share one thread evenly; the end comes with the last item or with the report of the exchange, and the first item with
+/// the head. So a short body needs no change of threads of its own. The subscriber is called without the lock.
 class IncomingStream : public reactive_streams::Subscription,
                        public std::enable_shared_from_this<IncomingStream> {
 public:
@@ -37,13 +37,14 @@ public:
     /// The publisher for the response, once. The stream lives until it has ended, as `live` sees to.
     http::BodyPublisher publish();
 
-    /// For whom hands out the head: the stream's task, which brings the first item when `give` has returned. An item
-    /// that another thread waits for meanwhile is brought by a task of its own.
-    template <class Give>
-    void introduce(Give give)
+    /// For a delivery thread that hands out the head or the end: where no task is under way it is the stream's task,
+    /// which brings what there is when `call` has returned. An item that another thread waits for meanwhile is brought
+    /// by a task of its own.
+    template <class Call>
+    void deliverAfter(Call call)
     {
-        const Introduction turn(*this);
-        give();
+        const Turn turn(*this);
+        call();
     }
 
     // For the loop, in its turn.
@@ -74,12 +75,12 @@ private:
     using Lock = std::unique_lock<std::mutex>;
     struct Delivery;
 
-    /// The turn of the thread that hands out the head.
-    struct Introduction {
-        explicit Introduction(IncomingStream& of);
-        Introduction(const Introduction&) = delete;
-        Introduction& operator=(const Introduction&) = delete;
-        ~Introduction();
+    /// That of the calling thread, if no other has it.
+    struct Turn {
+        explicit Turn(IncomingStream& of);
+        Turn(const Turn&) = delete;
+        Turn& operator=(const Turn&) = delete;
+        ~Turn();
 
         IncomingStream& stream;
     };
@@ -103,8 +104,8 @@ private:
     std::shared_ptr<Subscriber> subscriber;
     std::exception_ptr failure;
     bool subscribed = false;
-    bool scheduled = false;     ///< a task is posted or running
-    std::thread::id introducer; ///< whose turn it is while the head is handed out
+    bool scheduled = false;    ///< a task is posted or running
+    std::thread::id turnOwner; ///< the thread whose task delivers only after what it calls first
     bool closed = false;
     bool cancelled = false; ///< or ended: nothing more is signalled
     bool refused = false;   ///< `accept` waits for room

@@ -51,7 +51,7 @@ void HeadDelivery::operator()()
         taken.reset(); // nobody has subscribed to its body, which is cancelled by that
         promise.setException(std::move(error));
     } else {
-        stream->introduce([&] { promise.setValue(std::move(taken)); });
+        stream->deliverAfter([&] { promise.setValue(std::move(taken)); });
     }
 }
 

@@ -2,6 +2,7 @@
 #include "Bounded.h"
 #include "support/ScriptedHttpServer.h"
 #include "tarn/fileaccess/FolderMessages.h"
+#include "tarn/foundation/CallbackSubscriber.h"
 #include "tarn/foundation/Composition.h"
 #include "tarn/session/SessionMessages.h"
 #include "tarn/transfer/FileTransferMessages.h"
@@ -10,8 +11,10 @@
 #include <gmock/gmock.h>
 
 #include <algorithm>
+#include <atomic>
 #include <filesystem>
 #include <future>
+#include <thread>
 
 namespace connector::host::test {
 namespace {
@@ -197,6 +200,23 @@ TEST(CallOptions, TellProgressAndContinueOnTheExecutor)
     EXPECT_EQ(reply.get()->value, "v");
     ASSERT_FALSE(seen.empty());
     EXPECT_EQ(seen.back(), (TransferProgress{0, 23, 0, 23}));
+}
+
+/// What the callback uses may go when the future is settled.
+TEST(CallOptions, TellAllProgressBeforeADownloadIsSettled)
+{
+    ScriptedHttpServer server(ScriptedHttpServer::always(ScriptedHttpServer::reply("content")));
+    TarnHost host({.endpoint = server.url(), .threads = 2});
+    std::atomic<std::uint64_t> received = 0;
+    CallOptions options{.progress = [&](const TransferProgress& progress) {
+        std::this_thread::sleep_for(20ms); // room for the end to overtake it
+        received = progress.received;
+    }};
+    auto download = std::make_unique<FileDownload>();
+    download->path = u"/a";
+    download->content = std::make_shared<reactive_streams::CallbackSubscriber<DataBuffer>>([](auto&&) {});
+    bounded(host.fileTransfer()->downloadFile(with(std::move(options), std::move(download))));
+    EXPECT_EQ(received, 7u);
 }
 
 } // namespace
