@@ -22,6 +22,9 @@
 /// failure is thrown by the `co_await`. What its parameters refer to must outlive it. One that waits for a future
 /// that is never settled is destroyed with that future's state, which fails its own future with "Promise destroyed
 /// before it provided a value.".
+///
+/// With g++ 12 put the result into a variable first: a `co_await` in the condition of `if`, `while` or `switch` crashes
+/// the program, by a fault of the compiler.
 namespace connector {
 
 namespace detail {
