@@ -41,6 +41,31 @@ TARN_API std::string readBody(http::HttpClientResponse& response);
 /// The whole body as an XML document; the bytes are released once it is built. @throws as readContent and parseXml
 TARN_API ReplyDocument readDocument(http::HttpClientResponse& response);
 
+/// Tells a TarnError which exchange it comes from.
+class ExchangeName {
+public:
+    explicit ExchangeName(const http::HttpClientRequest& request) : method(request.method), url(request.url)
+    {
+    }
+
+    /// `read` of a reply that checkResponse lets pass. @throws what either throws, a TarnError with the exchange in it
+    template <class Read>
+    auto readChecked(const std::unique_ptr<http::HttpClientResponse>& response, Read&& read) const
+    {
+        try {
+            checkResponse(response);
+            return read(*response);
+        } catch (TarnError& error) {
+            error.setExchange(method, url, response ? response->status : 0);
+            throw;
+        }
+    }
+
+private:
+    std::string method;
+    std::string url;
+};
+
 /// Sends `request` and turns the reply into a message: the course of every operation.
 ///
 /// @param read  called with the reply once its status is 200, on the thread that completes the HTTP exchange;
@@ -50,20 +75,11 @@ template <class Read>
 Future<std::unique_ptr<Message>> exchange(std::unique_ptr<http::HttpClientRequest>&& request, Address&& to,
                                           Context& context, Read read)
 {
-    auto method = request->method, url = request->url;
+    ExchangeName name(*request);
     return sendHttpRequest(std::move(request), std::move(to), context)
-        .then([read = std::move(read), method = std::move(method),
-               url = std::move(url)](Future<std::unique_ptr<http::HttpClientResponse>>&& reply) {
-            std::uint16_t status = 0;
-            try {
-                auto response = reply.get();
-                checkResponse(response);
-                status = response->status;
-                return std::unique_ptr<Message>(read(*response));
-            } catch (TarnError& error) {
-                error.setExchange(method, url, status);
-                throw;
-            }
+        .then([read = std::move(read),
+               name = std::move(name)](Future<std::unique_ptr<http::HttpClientResponse>>&& reply) {
+            return std::unique_ptr<Message>(name.readChecked(reply.get(), read));
         });
 }
 

@@ -37,7 +37,7 @@ public:
 
     ErrorKind kind() const noexcept { return ownKind; }
 
-    /// HTTP status of the reply; 200 for one that cannot be understood, 0 when nothing was sent.
+    /// HTTP status of the reply, also of one that cannot be understood; 0 when nothing was sent.
     std::uint16_t status() const noexcept { return replyStatus; }
 
     /// One word for what exactly is wrong, such as "folderNotEmpty" or "unknownUser", from the element "reason" of the

@@ -92,7 +92,7 @@ Reply FileTransferClientServiceProvider::handle(std::unique_ptr<FileDownload>&& 
     auto built = http.buildStreamed();
     built->replyBody = http::ReplyBody::content;
     built->stop = request->stop;
-    const auto relay = std::make_shared<detail::DownloadRelay>(std::move(request));
+    const auto relay = std::make_shared<detail::DownloadRelay>(std::move(request), ExchangeName(*built));
     auto response = relay->getFuture();
     static_cast<void>(sendHttpRequest(std::move(built), std::move(to), *context)
                           .then([relay](Future<std::unique_ptr<http::HttpClientResponse>>&& reply) {

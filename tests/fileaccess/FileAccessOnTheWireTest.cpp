@@ -282,6 +282,7 @@ TEST(FileAccessClient, TellsWhatKindOfFailureItWasAndOfWhichRequest)
          "commitUnknown"},
         {502, "<Error/>", ErrorKind::serviceFailure, ""},
         {204, "<Response/>", ErrorKind::unreadableReply, ""},
+        {302, "", ErrorKind::unreadableReply, ""},
         {200, "<html>", ErrorKind::unreadableReply, ""},
     };
 

@@ -231,6 +231,21 @@ TEST(Downloads, TakeAPartFromAHostThatHandsNoHeadersOver)
     EXPECT_EQ(outcome(), "999|3|true||4|false");
 }
 
+TEST(Downloads, TellWhichExchangeTheServiceRefused)
+{
+    Bench bench;
+    auto request = located<FileDownload>(u"/a b");
+    request->content = std::make_shared<Recorder>();
+    auto refused = bench.client->downloadFile(std::move(request));
+    bench.transport->answer(404, "");
+    try {
+        refused.get();
+        FAIL() << "no error";
+    } catch (const TarnError& error) {
+        EXPECT_EQ(error.method() + " " + error.url(), "get " + url);
+    }
+}
+
 TEST(Downloads, EndWithWhatTheSubscriberThrowsAndWithItsCancel)
 {
     for (const bool throws : {true, false}) {

@@ -1,6 +1,5 @@
 #include "tarn/transfer/detail/DownloadRelay.h"
 
-#include "tarn/protocol/HttpExchange.h"
 #include "tarn/transfer/DigestMismatch.h"
 #include "tarn/transfer/PartMismatch.h"
 #include "tarn/transfer/detail/ReplyHead.h"
@@ -33,8 +32,9 @@ std::exception_ptr failureOf(Step step)
 
 } // namespace
 
-DownloadRelay::DownloadRelay(std::unique_ptr<FileDownload> request)
+DownloadRelay::DownloadRelay(std::unique_ptr<FileDownload> request, ExchangeName name)
     : asked(std::move(request))
+    , exchange(std::move(name))
     , response(std::make_unique<FileDownloadResponse>())
     , receiver(std::move(asked->content))
 {
@@ -73,8 +73,7 @@ void DownloadRelay::readHead(const std::unique_ptr<http::HttpClientResponse>& re
         response->totalSize = asked->offset;
         expected = 0;
     } else {
-        checkResponse(reply);
-        readWhole(*reply);
+        exchange.readChecked(reply, [this](const auto& whole) { readWhole(whole); });
     }
     const ReplyHead head(*reply);
     response->sha256 = head.sha256();

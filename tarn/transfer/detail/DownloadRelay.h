@@ -2,6 +2,7 @@
 
 #include "tarn/foundation/Promise.h"
 #include "tarn/foundation/platform/HttpClientResponse.h"
+#include "tarn/protocol/HttpExchange.h"
 #include "tarn/transfer/FileTransferMessages.h"
 #include "tarn/transfer/Sha256.h"
 #include "tarn/transfer/detail/ReplyHead.h"
@@ -18,7 +19,7 @@ class DownloadRelay : public reactive_streams::SubscriberAPI<common::DataBuffer>
                       public reactive_streams::Subscription,
                       public std::enable_shared_from_this<DownloadRelay> {
 public:
-    explicit DownloadRelay(std::unique_ptr<FileDownload> request);
+    DownloadRelay(std::unique_ptr<FileDownload> request, ExchangeName name);
 
     Future<std::unique_ptr<Message>> getFuture() { return promise.getFuture(); }
 
@@ -52,6 +53,7 @@ private:
     void stopSource();
 
     std::unique_ptr<FileDownload> asked;
+    const ExchangeName exchange;
     Promise<std::unique_ptr<Message>> promise;
     std::unique_ptr<FileDownloadResponse> response;
     ContentSubscriber receiver;
