@@ -141,6 +141,23 @@ struct Finally : Step {
     Fn fn;
 };
 
+/// Kept by the job of an executor, or broken by what the executor throws, even if it has taken the job all the same.
+template <class T>
+struct Moving {
+    void keep(Future<T>&& result)
+    {
+        if (!over.test_and_set()) settle(promise, std::move(result));
+    }
+
+    void fail(std::exception_ptr failure)
+    {
+        if (!over.test_and_set()) promise.setException(std::move(failure));
+    }
+
+    Promise<T> promise;
+    std::atomic_flag over;
+};
+
 struct Via : Step {
     explicit Via(Executor to) : executor(std::move(to)) {}
 
@@ -148,11 +165,17 @@ struct Via : Step {
     Future<T> operator()(Future<T>&& future)
     {
         // Copyable, as the jobs of an executor are.
-        auto promise = std::make_shared<Promise<T>>();
-        auto moved = promise->getFuture();
-        static_cast<void>(future.then([post = std::move(executor), promise](Future<T>&& settled) {
-            auto result = std::make_shared<Future<T>>(std::move(settled));
-            post([promise, result] { settle(*promise, std::move(*result)); });
+        auto moving = std::make_shared<Moving<T>>();
+        auto moved = moving->promise.getFuture();
+        static_cast<void>(future.then([post = std::move(executor), moving](Future<T>&& settled) {
+            std::exception_ptr failure;
+            try {
+                auto result = std::make_shared<Future<T>>(std::move(settled));
+                return post([moving, result] { moving->keep(std::move(*result)); });
+            } catch (...) {
+                failure = std::current_exception();
+            }
+            moving->fail(std::move(failure)); // after the catch, as in settleBy
         }));
         return moved;
     }
@@ -220,7 +243,8 @@ auto finally(Fn fn)
 }
 
 /// Hands the result on in a job of the executor, so that the steps after it run on its thread. Attach them there too,
-/// or before the result can be there: one that is attached to a settled future runs where it is attached.
+/// or before the result can be there: one that is attached to a settled future runs where it is attached. What the
+/// executor throws fails the future.
 inline auto via(Executor executor)
 {
     return detail::Via(std::move(executor));

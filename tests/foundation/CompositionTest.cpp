@@ -140,6 +140,19 @@ TEST(Composition, GoesOnOnTheThreadOfTheExecutor)
     EXPECT_EQ(outcomeOf(std::move(lost)), "Promise destroyed before it provided a value.");
 }
 
+TEST(Composition, FailsWithWhatTheExecutorThrows)
+{
+    Loop loop;
+    for (const bool takesJob : {true, false}) {
+        auto moved = makeReadyFuture(number(1)) | via([&](auto job) {
+                         if (takesJob) loop.executor()(std::move(job));
+                         throw std::runtime_error("closed");
+                     });
+        loop.run();
+        EXPECT_EQ(outcomeOf(std::move(moved)), "closed");
+    }
+}
+
 TEST(Composition, WaitsForAllAndForAny)
 {
     std::vector<Promise<int>> promises(3);
