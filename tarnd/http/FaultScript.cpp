@@ -112,16 +112,17 @@ FaultScript::Line FaultScript::parse(std::string_view text)
     if (when == "every") {
         in >> when;
         line.number = numberIn(when, "number of requests");
-        if (line.number == 0) refuse("every 0 is never.");
     } else if (when.starts_with('#')) {
         line.when = Line::When::nth;
         line.number = numberIn(std::string_view(when).substr(1), "number of a request");
     } else if (when.ends_with('%')) {
         line.when = Line::When::chance;
         line.number = numberIn(std::string_view(when).substr(0, when.size() - 1), "percentage");
+        if (line.number > 100) refuse(when + " is more than always.");
     } else if (when != "always") {
         refuse("\"" + when + "\" is no moment: always, #2, every 3, 5%.");
     }
+    if (line.number == 0) refuse((line.when == Line::When::every ? "every 0" : when) + " is never.");
     in >> what >> amount >> more;
     if (!more.empty()) refuse("\"" + more + "\" is one word too many.");
     line.text = text;

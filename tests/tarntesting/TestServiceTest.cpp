@@ -112,7 +112,9 @@ TEST_F(TestServiceTest, SaysWhichLineCannotBeRead)
           {"any always explode", "no fault: wait TIME"},
           {"any always wait 3", "no time: 200ms, or 2s"},
           {"any always refuse 200", "from 400 to 599"},
-          {"any every 0 drop", "never"},
+          {"any every 0 drop", "every 0 is never"},
+          {"any #0 drop", "#0 is never"},
+          {"any 200% drop", "200% is more than always"},
           {"any always cut 1 2", "one word too many"}})
         EXPECT_THAT(([&, line = line] { service.script("\nping #1 drop\n" + line); }),
                     ThrowsMessage<std::invalid_argument>(AllOf(HasSubstr("line 3: "), HasSubstr(says))));
