@@ -52,11 +52,12 @@ struct TARN_API PublicLinkListResponse : Message {
 /// Ends a link at once. It answers from then on as one that never was.
 ///
 /// Wire   DELETE /service/v1/public/links/{linkId}; an empty id adds nothing to the path
-/// Fails  for a link that is not there, or somebody else's (reason "unknownLink", kind notFound)
+/// Fails  for a link that is not there, or somebody else's (reason "unknownLink", kind notFound); with '/', '?' or '#'
+///        in the id, which none has, without sending
 struct TARN_API PublicLinkRevoke : SessionRequest, MessageAPI<PublicLinkRevoke, PublicLinksServiceProvider> {
     using Response = struct PublicLinkRevokeResponse;
 
-    std::string linkId; ///< from the making or a list; a '?' or '#' in it would cut it off there
+    std::string linkId; ///< from the making or a list
 };
 
 struct TARN_API PublicLinkRevokeResponse : Message {};

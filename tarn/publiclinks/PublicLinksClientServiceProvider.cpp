@@ -59,6 +59,14 @@ Reply sayingWhatIsMissing(Reply&& reply, NamesAnItem namesAnItem)
     });
 }
 
+/// @throws TarnError, as the service answers, for what no link is called: it would make another address
+const std::string& checkedId(const std::string& linkId)
+{
+    if (linkId.find_first_of("/?#") == linkId.npos) return linkId;
+    throw TarnError(ErrorKind::notFound, "There is no public link with the id \"" + linkId + "\".", 0,
+                    "unknownLink");
+}
+
 } // namespace
 
 PublicLinksClientServiceProvider::PublicLinksClientServiceProvider(
@@ -97,7 +105,7 @@ Reply PublicLinksClientServiceProvider::handle(std::unique_ptr<PublicLinkRevoke>
                                                ContextPtr&& context)
 {
     auto build = [&] {
-        return makeSessionHttpRequest(endpoint, "delete", linksPath, request->linkId, *request);
+        return makeSessionHttpRequest(endpoint, "delete", linksPath, checkedId(request->linkId), *request);
     };
     return sayingWhatIsMissing(
         buildAndExchangeXml(build, std::move(to), *context, readNothing<PublicLinkRevokeResponse>),

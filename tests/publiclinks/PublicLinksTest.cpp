@@ -72,6 +72,18 @@ TEST(PublicLinks, SendsEachRequestAndReadsItsReply)
     expectRefusals(cases);
 }
 
+TEST(PublicLinks, SendsNoIdThatWouldMakeAnotherAddress)
+{
+    for (const std::string id : {"a/../b", "a?b", "a#b"}) {
+        Bench bench;
+        auto request = std::make_unique<PublicLinkRevoke>();
+        request->linkId = id;
+        const auto outcome = watch(bench.client->revokeLink(std::move(request)));
+        EXPECT_EQ(outcome(), "There is no public link with the id \"" + id + "\".");
+        EXPECT_EQ(bench.transport->count(), 0u);
+    }
+}
+
 TEST(PublicLinks, SaysWhenTheServiceDoesNotHaveThem)
 {
     const std::string missing = "The service makes no links that end, and lists and revokes none.";
