@@ -32,6 +32,9 @@ class ConfigurationStore;
 /// All futures are resolved on the delivery threads: a continuation may call anything here, but must not
 /// block on a future that needs these threads; `get` throws WouldDeadlock there. A request that gets no reply
 /// fails with TransportError.
+///
+/// After fork() the child cannot use a host of its parent, whose threads it does not have: waiting for a reply and
+/// destroying it never end there. Leave it alone and make a new one.
 class TARN_API TarnHost {
 public:
     struct Options {
