@@ -127,14 +127,16 @@ TarnHost::TarnHost(Options options) : parts(std::make_shared<Parts>(options)) {}
 
 TarnHost::~TarnHost()
 {
-    shutDown(std::move(parts));
+    shutDown(parts); // which are there as long as a continuation may ask for them
 }
 
 TarnHost::TarnHost(TarnHost&&) noexcept = default;
 
 TarnHost& TarnHost::operator=(TarnHost&& other) noexcept
 {
-    shutDown(std::exchange(parts, std::move(other.parts)));
+    if (this == &other) return *this;
+    shutDown(parts);
+    parts = std::move(other.parts);
     return *this;
 }
 

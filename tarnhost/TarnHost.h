@@ -74,9 +74,12 @@ public:
     /// shutdown, "The host has been shut down.".
     ///
     /// On a delivery thread, such as inside a continuation, this returns at once and the rest happens on a
-    /// thread of its own, since a thread cannot wait for itself; it may then last beyond the end of main().
+    /// thread of its own, since a thread cannot wait for itself; it may then last beyond the end of main(). What other
+    /// continuations use then has to be what they hold themselves, such as a client, not the TarnHost, which is gone.
     ~TarnHost();
+    /// One that was moved from has nothing to give any more: it may be assigned to and destroyed.
     TarnHost(TarnHost&&) noexcept;
+    /// Ends what this was as the destructor does, and only then is `other`.
     TarnHost& operator=(TarnHost&&) noexcept;
 
     std::shared_ptr<tarn::TarnSession> session() const;

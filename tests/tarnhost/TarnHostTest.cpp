@@ -2,6 +2,7 @@
 #include "Bounded.h"
 #include "support/ScriptedHttpServer.h"
 
+#include "tarn/foundation/Composition.h"
 #include "tarn/foundation/EndpointTracking.h"
 #include "tarn/foundation/Promise.h"
 #include "tarn/session/SessionMessages.h"
@@ -70,6 +71,23 @@ TEST(TarnHost, AnswersEverythingWithOneErrorWheneverItGoes)
             ASSERT_EQ(failureOf<TransportError>(std::move(reply)), "The host has been shut down.") << round;
     }
     EXPECT_EQ(lost.dropped(), std::vector<std::string>());
+}
+
+TEST(TarnHost, IsThereForContinuationsAsLongAsTheyRun)
+{
+    ScriptedHttpServer server([](auto& connection) {
+        connection.readRequest();
+        connection.stall();
+    });
+    const TarnHost::Options options{.endpoint = server.url(), .threads = 2};
+    for (const bool isReplaced : {false, true}) {
+        auto host = std::make_unique<TarnHost>(options);
+        auto& going = *host;
+        auto again = host->session()->ping(nullptr) |
+                     recover([&going](std::exception_ptr) { return going.session()->ping(nullptr); });
+        isReplaced ? void(*host = TarnHost(options)) : host.reset();
+        EXPECT_EQ(failureOf<TransportError>(std::move(again)), "The host has been shut down.") << isReplaced;
+    }
 }
 
 TEST(TarnHost, MayGoInsideAContinuation)
