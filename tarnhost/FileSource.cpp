@@ -141,22 +141,32 @@ private:
         delivering = false;
     }
 
+    /// What the subscriber throws ends the stream as what cannot be read does: nobody else is there to hear of it.
     void deliverNext()
     {
-        DataBuffer item;
+        bool completes = false;
         try {
             if (!size && !hasInput()) return;
             const auto most = size ? std::min(itemBytes, *size - published) : itemBytes;
+            DataBuffer item;
             if (most > 0) item = readItem(file.get(), most);
+            published += item.size;
+            // A file ends with its last item, so that nobody has to ask for more to hear of it.
+            const bool last = item.size == 0 || published == size;
+            if (item.size > 0) receiver->onNext(std::move(item));
+            completes = last && end();
+            if (completes) receiver->onComplete();
         } catch (...) {
-            if (end()) receiver->onError(std::current_exception());
-            return;
+            if (completes || end()) tellFailure(std::current_exception());
         }
-        published += item.size;
-        // A file ends with its last item, so that nobody has to ask for more to hear of it.
-        const bool last = item.size == 0 || published == size;
-        if (item.size > 0) receiver->onNext(std::move(item));
-        if (last && end()) receiver->onComplete();
+    }
+
+    void tellFailure(std::exception_ptr error) noexcept
+    {
+        try {
+            receiver->onError(std::move(error));
+        } catch (...) { // it has been told
+        }
     }
 
     /// Waits for it. @return false when cancelled meanwhile

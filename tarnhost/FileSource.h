@@ -19,7 +19,8 @@ namespace connector::host {
 ///
 /// Items are of up to 128 KiB. A regular file is read within `request`, on the thread that asks, which in a TarnHost
 /// is a delivery thread. Anything else, such as a pipe, may keep its reader waiting for ever and is read on a thread
-/// of its own, which a cancel ends within milliseconds. What cannot be read ends the stream with std::system_error.
+/// of its own, which a cancel ends within milliseconds. What cannot be read ends the stream with std::system_error, and
+/// what the subscriber throws with just that.
 class TARN_API FileSource : public reactive_streams::PublisherAPI<common::DataBuffer> {
 public:
     /// @throws std::system_error, whose text names the file
