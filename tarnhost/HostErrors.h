@@ -37,4 +37,9 @@ inline std::string badEndpoint(const std::string& reason)
     return "The endpoint must be an http:// or https:// URL: " + reason;
 }
 
+inline std::string badProxy(const std::string& reason)
+{
+    return "The proxy must be a URL like http://proxy.example.org:3128: " + reason;
+}
+
 } // namespace connector::host::errors

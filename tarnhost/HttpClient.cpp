@@ -4,6 +4,7 @@
 #include "tarn/foundation/ReducingSubscriber.h"
 #include "tarnhost/DeliveryThreads.h"
 #include "tarnhost/HostErrors.h"
+#include "tarnhost/detail/Proxy.h"
 #include "tarnhost/detail/TransferLoop.h"
 
 #include <mutex>
@@ -33,6 +34,7 @@ public:
         , options(std::make_shared<const HttpOptions>(std::move(httpOptions)))
         , counters(std::make_shared<detail::TransferCounters>())
     {
+        detail::Proxy(options->proxy); // refused now rather than with each request
     }
 
     void start()

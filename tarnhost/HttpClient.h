@@ -34,6 +34,7 @@ struct TransferredBytes {
 /// TransportError; one whose body publisher fails, with that error. Stopping fails all exchanges under way.
 class TARN_API HttpClient : public ServiceProvider {
 public:
+    /// @throws std::invalid_argument for a proxy that cannot work
     HttpClient(std::shared_ptr<DeliveryThreads> deliveryThreads, HttpOptions options);
     ~HttpClient() override;
 

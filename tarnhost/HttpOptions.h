@@ -53,7 +53,9 @@ struct HttpOptions {
     std::uint64_t chunkedContentLimit = std::uint64_t{1} << 30;
 
     std::string caFile = {}; ///< PEM file of trusted roots; empty: the system's
-    std::string proxy = {};  ///< URL of a proxy; empty: none
+    /// URL of a proxy; empty: none. One that cannot work is refused when the client is made: std::invalid_argument "The
+    /// proxy must be a URL like http://proxy.example.org:3128: ...". A password in it comes into no error and no recording.
+    std::string proxy = {};
     /// Further requests to the same host wait their turn. A streamed transfer that has stood still for a second or two,
     /// since its subscriber asks for nothing or its publisher brings nothing, no longer counts, also when it goes on:
     /// what it waits for may be one of those requests.

@@ -1,5 +1,7 @@
 #include "tarnhost/detail/EasyHandle.h"
 
+#include "tarnhost/detail/Proxy.h"
+
 #include <new>
 #include <system_error>
 
@@ -26,7 +28,12 @@ EasyHandle::EasyHandle(const HttpOptions& options) : easy(curl_easy_init())
         set(CURLOPT_CAINFO, options.caFile.c_str());
         set(CURLOPT_CAPATH, nullptr);
     }
-    set(CURLOPT_PROXY, options.proxy.c_str()); // empty also switches the environment's proxies off
+    const Proxy proxy(options.proxy);
+    set(CURLOPT_PROXY, proxy.url.c_str()); // empty also switches the environment's proxies off
+    if (!proxy.user.empty() || !proxy.password.empty()) {
+        set(CURLOPT_PROXYUSERNAME, proxy.user.c_str());
+        set(CURLOPT_PROXYPASSWORD, proxy.password.c_str());
+    }
     set(CURLOPT_NOPROXY, "");
     set(CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(options.connectTimeout.count()));
 }
