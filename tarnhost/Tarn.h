@@ -81,7 +81,8 @@ enum class IfThere {
 };
 
 /// A session with the service. Every function waits for the service's answer and throws what went wrong: TarnError when
-/// it refused, TransportError when no complete answer came. `async()` has the same functions that do not wait.
+/// it refused or when what answers is no such service, TransportError when no complete answer came. `async()` has the
+/// same functions that do not wait.
 ///
 /// May be used by several threads at a time, but for `logIn`. On a delivery thread, such as in a continuation, waiting
 /// throws WouldDeadlock.
@@ -111,13 +112,14 @@ public:
     void logOut();
     void ping();
 
-    /// Stores a file of this machine, whatever its size. Verified by its SHA-256.
-    /// @throws std::system_error when it cannot be read
+    /// Stores a file of this machine, whatever its size. Verified by its SHA-256 where the service tells it, as tarnd
+    /// does.
+    /// @throws std::system_error when it cannot be read, or is a folder
     Version put(const Place& target, const std::string& localFile, IfThere ifThere = IfThere::replace);
 
-    /// Fetches a file, whatever its size, and verifies it. The local file appears when all of it is there; until then it
-    /// goes by a name of its own in the same folder. One that it replaces, also behind a symbolic link, leaves it owner
-    /// and mode.
+    /// Fetches a file, whatever its size, and verifies it as `put` does. The local file appears when all of it is there,
+    /// behind a symbolic link if its name is one; until then it goes by a name of its own in the same folder. One that
+    /// it replaces leaves it owner and mode.
     /// @param versionId  Version::id; empty: the current one
     /// @throws std::system_error when it cannot be written, or is a folder, a device or a pipe
     void get(const Place& source, const std::string& localFile, const std::string& versionId = "");

@@ -6,6 +6,7 @@
 #include "tarn/foundation/Composition.h"
 #include "tarn/foundation/OneShotPublisher.h"
 #include "tarn/foundation/platform/TextConversion.h"
+#include "tarn/protocol/TarnError.h"
 #include "tarn/publiclinks/PublicLinkMessages.h"
 #include "tarn/session/SessionMessages.h"
 #include "tarn/transfer/FileTransferMessages.h"
@@ -63,6 +64,16 @@ Version versionOf(const tarn::VersionInfo& info)
     return {info.versionLabel, info.versionId, {}};
 }
 
+/// What the login page of a network does, too: it answers everything with 200 and well-formed markup.
+tarn::TarnError noService(const std::string& sign)
+{
+    constexpr std::uint16_t statusOk = 200;
+    return {tarn::ErrorKind::unreadableReply,
+            "What answers there is no Tarn service: it " + sign +
+                ". Check the endpoint, and whether this network wants a login of its own.",
+            statusOk};
+}
+
 /// Starts an operation at once. What keeps it from starting fails the future.
 template <class Start>
 auto started(Start start) -> decltype(start())
@@ -86,8 +97,11 @@ Future<Version> upload(const TarnHost& host, const Place& target, tarn::ContentP
     request->createNewVersion = ifThere == IfThere::keep;
     request->content = std::move(content);
     request->size = size;
-    return host.fileTransfer()->uploadFile(std::move(request)) |
-           andThen([](auto response) { return versionOf(*response); });
+    return host.fileTransfer()->uploadFile(std::move(request)) | andThen([](auto response) {
+               // Nothing that stores a file keeps silent about both.
+               if (!response->verified && response->versionId.empty()) throw noService("stored nothing");
+               return versionOf(*response);
+           });
 }
 
 } // namespace
@@ -98,7 +112,9 @@ Future<void> TarnAsync::logIn(const Tarn::Login& login)
         auto request = std::make_unique<tarn::Login>();
         request->user = wide(login.user);
         request->authenticationToken = login.token;
-        return done(ownHost->session()->login(std::move(request)));
+        return ownHost->session()->login(std::move(request)) | andThen([](auto response) {
+                   if (response->sessionId.empty()) throw noService("gave no session");
+               });
     });
 }
 

@@ -1,15 +1,21 @@
 // The easy face against the real rules: one day of two people, in both forms, and what goes wrong.
 #include "tarn/protocol/TarnError.h"
+#include "tarn/transfer/FileTransferMessages.h"
+#include "tarnhost/FileSink.h"
 #include "tarnhost/TarnAsync.h"
 #include "tarnhost/TarnHost.h"
 #include "tarnhost/TransportError.h"
+#include "tarntesting/ScriptedHttpServer.h"
 #include "tarntesting/TestService.h"
 
 #include <gmock/gmock.h>
 
 #include <filesystem>
 #include <fstream>
+#include <functional>
+#include <memory>
 #include <set>
+#include <stop_token>
 #include <sys/stat.h>
 
 namespace connector::host {
@@ -145,6 +151,23 @@ TEST_F(TarnTest, KeepsModesLinksAndDevices)
         EXPECT_THROW(alice.get("/f", taken), std::system_error) << taken;
     EXPECT_TRUE(fs::is_fifo(pipe));
     EXPECT_EQ(std::distance(fs::directory_iterator(folder), fs::directory_iterator()), 4);
+}
+
+/// Whatever answers 200 is not yet a service: the login page of a network does, too.
+TEST_F(TarnTest, BelievesNobodyWhoDoesNotSayWhatWasDone)
+{
+    using tarntesting::ScriptedHttpServer;
+    const auto page = ScriptedHttpServer::reply("<html><body>Please accept our terms.</body></html>");
+    const auto session = ScriptedHttpServer::reply("<r><TarnSessionId>s</TarnSessionId></r>");
+    ScriptedHttpServer network([&](auto& connection) {
+        for (int answered = 0; connection.readRequest(); ++answered)
+            connection.send(answered == 1 ? session : page);
+    });
+    Tarn tarn(std::make_shared<TarnHost>(TarnHost::Options{.endpoint = network.url()}));
+    const auto logIn = [&] { tarn.logIn({"älice", token}); };
+    EXPECT_EQ(kindOf(logIn), tarn::ErrorKind::unreadableReply);
+    logIn();
+    EXPECT_EQ(kindOf([&] { tarn.write("/f", "x"); }), tarn::ErrorKind::unreadableReply);
 }
 
 TEST_F(TarnTest, RefusesWrongTokensAndEndpoints)
