@@ -1,7 +1,10 @@
 #include "tarnhost/FileSink.h"
 
+#include "tarnhost/detail/Interruption.h"
+
 #include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <condition_variable>
 #include <cstring>
 #include <optional>
@@ -21,6 +24,8 @@ using common::DataBuffer;
 
 /// As large as what file systems keep holes by.
 constexpr std::size_t blockBytes = 4096;
+/// What a pipe that has any room takes at once.
+constexpr std::size_t pieceBytes = PIPE_BUF;
 
 [[noreturn]] void fail(const char* what)
 {
@@ -43,6 +48,18 @@ bool appends(int descriptor)
 bool isZero(std::string_view block)
 {
     return block.front() == '\0' && std::memcmp(block.data(), block.data() + 1, block.size() - 1) == 0;
+}
+
+/// @return false when nobody wants it any more
+bool waitForRoom(int descriptor)
+{
+    auto* const interruption = detail::Interruption::current();
+    pollfd watched[] = {{descriptor, POLLOUT, 0},
+                        {interruption ? interruption->descriptor() : -1, POLLIN, 0}};
+    while (poll(watched, 2, -1) < 0) {
+        if (errno != EINTR) fail("Could not write the content");
+    }
+    return watched[1].revents == 0;
 }
 
 /// How far blocks of one kind, zeros or not, go from the front.
@@ -172,16 +189,14 @@ void FileSink::store(std::string_view bytes)
     }
 }
 
+/// To anything but a file in pieces that fit where there is room, since a write that waits cannot be interrupted.
 void FileSink::write(std::string_view bytes)
 {
     while (!bytes.empty()) {
-        const auto written = ::write(file, bytes.data(), bytes.size());
-        if (written < 0 && errno == EINTR) continue;
-        if (written < 0 && errno == EAGAIN) { // a pipe or a socket that does not wait by itself
-            pollfd room{file, POLLOUT, 0};
-            poll(&room, 1, -1);
-            continue;
-        }
+        if (!isFile && !waitForRoom(file)) return;
+        const auto written =
+            ::write(file, bytes.data(), isFile ? bytes.size() : std::min(bytes.size(), pieceBytes));
+        if (written < 0 && (errno == EINTR || errno == EAGAIN)) continue;
         if (written < 0) fail("Could not write the content");
         bytes.remove_prefix(static_cast<std::size_t>(written));
     }

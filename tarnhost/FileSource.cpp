@@ -1,6 +1,7 @@
 #include "tarnhost/FileSource.h"
 
 #include "tarnhost/detail/Descriptor.h"
+#include "tarnhost/detail/Interruption.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -14,7 +15,6 @@
 
 #include <fcntl.h>
 #include <poll.h>
-#include <sys/eventfd.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -68,9 +68,6 @@ public:
         : file(fcntl(descriptor, F_DUPFD_CLOEXEC, 0)), size(file.isOpen() ? restOf(file.get()) : std::nullopt)
     {
         if (!file.isOpen()) fail("Could not open the content");
-        if (size) return;
-        wakeUp = detail::Descriptor(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
-        if (!wakeUp.isOpen()) fail("Could not watch the content");
     }
 
     void subscribe(std::shared_ptr<Subscriber> taker)
@@ -104,7 +101,7 @@ public:
         std::lock_guard lock(mutex);
         done = true;
         changed.notify_one();
-        if (wakeUp.isOpen()) eventfd_write(wakeUp.get(), 1);
+        interruption.ring();
     }
 
     void join()
@@ -144,6 +141,7 @@ private:
     /// What the subscriber throws ends the stream as what cannot be read does: nobody else is there to hear of it.
     void deliverNext()
     {
+        const detail::Interruption::Scope interruptible(interruption);
         bool completes = false;
         try {
             if (!size && !hasInput()) return;
@@ -172,7 +170,7 @@ private:
     /// Waits for it. @return false when cancelled meanwhile
     bool hasInput()
     {
-        pollfd watched[] = {{file.get(), POLLIN, 0}, {wakeUp.get(), POLLIN, 0}};
+        pollfd watched[] = {{file.get(), POLLIN, 0}, {interruption.descriptor(), POLLIN, 0}};
         while (poll(watched, 2, -1) < 0) {
             if (errno != EINTR) fail("Could not read the content");
         }
@@ -188,8 +186,8 @@ private:
     const detail::Descriptor file;
     std::uint64_t published = 0; ///< bytes; used by whoever delivers
     const std::optional<std::uint64_t> size;
-    detail::Descriptor wakeUp; ///< open where a thread reads
-    std::mutex mutex;          ///< guards everything below
+    detail::Interruption interruption; ///< of a wait for input, and of one within a signal
+    std::mutex mutex;                  ///< guards everything below
     std::condition_variable changed;
     std::shared_ptr<Subscriber> receiver;
     std::thread thread;

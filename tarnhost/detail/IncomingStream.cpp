@@ -197,6 +197,7 @@ void IncomingStream::cancel()
     const auto dropped = std::exchange(items, {});
     queued = 0;
     lock.unlock();
+    interruption.ring();
     bell->ring();
     live->remove(this);
 }
@@ -209,6 +210,7 @@ void IncomingStream::abandon(std::exception_ptr error)
     queued = 0;
     closed = true;
     failure = std::move(error);
+    interruption.ring();
     schedule(std::move(lock));
 }
 
@@ -252,6 +254,7 @@ void IncomingStream::deliverItem(Lock lock)
     const auto receiver = subscriber;
     lock.unlock();
     if (wanted) bell->ring();
+    const Interruption::Scope interruptible(interruption);
     try {
         receiver->onNext(std::move(item));
     } catch (...) { // nobody is left to hear of it; a subscriber that throws has no use for more

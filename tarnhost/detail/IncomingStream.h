@@ -2,6 +2,7 @@
 
 #include "tarn/foundation/DataBuffer.h"
 #include "tarn/foundation/platform/HttpClientRequest.h"
+#include "tarnhost/detail/Interruption.h"
 #include "tarnhost/detail/LiveStreams.h"
 #include "tarnhost/detail/LoopBell.h"
 
@@ -96,6 +97,7 @@ private:
     const std::shared_ptr<DeliveryThreads> threads;
     const std::shared_ptr<LoopBell> bell;
     const std::shared_ptr<LiveStreams> live;
+    Interruption interruption; ///< of a subscriber that waits within its signal
 
     std::mutex mutex; ///< guards everything below
     std::deque<common::DataBuffer> items;

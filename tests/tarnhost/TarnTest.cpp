@@ -153,6 +153,40 @@ TEST_F(TarnTest, KeepsModesLinksAndDevices)
     EXPECT_EQ(std::distance(fs::directory_iterator(folder), fs::directory_iterator()), 4);
 }
 
+/// A pipe that is full keeps its sink within a signal, where no other signal reaches it.
+TEST_F(TarnTest, EndsADownloadThatNobodyReads)
+{
+    alice.write("/f", std::string(2'000'000, 'x'));
+    using Ends = std::function<void(std::stop_source&, FileSink&)>;
+    const std::pair<std::size_t, Ends> rows[] = {
+        {2'000'000, [](auto& stop, auto&) { stop.request_stop(); }},
+        {2'000'000, [](auto&, auto& sink) { sink.cancel(); }},
+        {2'000'000, [](auto&, auto&) {}}, // but that the host ends
+        {100'000, [](auto&, auto&) {}},
+    };
+    for (const auto& [bytes, end] : rows) {
+        int pipe[2];
+        ASSERT_EQ(::pipe(pipe), 0);
+        std::stop_source stop;
+        auto sink = std::make_shared<FileSink>(pipe[1]);
+        auto download = std::make_unique<tarn::FileDownload>();
+        download->path = u"/f";
+        download->length = bytes;
+        download->content = sink;
+        download->stop = stop.get_token();
+        auto reader = std::make_unique<Tarn>(service.url(), Tarn::Login{"älice", token});
+        auto done = reader->host().fileTransfer()->downloadFile(std::move(download));
+        char first = 0;
+        ASSERT_EQ(::read(pipe[0], &first, 1), 1);
+        end(stop, *sink);
+        EXPECT_TRUE(!stop.stop_requested() || done.waitFor(std::chrono::seconds(20)));
+        reader.reset();
+        EXPECT_ANY_THROW(done.get());
+        ::close(pipe[0]);
+        ::close(pipe[1]);
+    }
+}
+
 /// Whatever answers 200 is not yet a service: the login page of a network does, too.
 TEST_F(TarnTest, BelievesNobodyWhoDoesNotSayWhatWasDone)
 {
