@@ -2,6 +2,7 @@
 
 #include "tarnhost/detail/Descriptor.h"
 #include "tarnhost/detail/Interruption.h"
+#include "tarnhost/detail/LocalName.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -198,6 +199,7 @@ private:
 
 std::shared_ptr<FileSource> FileSource::open(const std::string& path)
 {
+    detail::checkLocalName(path);
     const detail::Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
     if (!file.isOpen()) fail("Could not open \"" + path + "\"");
     return std::make_shared<FileSource>(file.get());

@@ -1,5 +1,7 @@
 #include "tarnhost/detail/NewFile.h"
 
+#include "tarnhost/detail/LocalName.h"
+
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -26,9 +28,8 @@ fs::path temporaryIn(const fs::path& folder)
 
 NewFile::NewFile(const fs::path& finalName) : name(finalName)
 {
-    std::error_code ignored; // links that lead in circles are told when it is opened
-    target = fs::canonical(name, ignored);
-    if (ignored) target = name;
+    checkLocalName(name);
+    target = behindLinks();
 
     struct stat replaced {};
 
@@ -46,6 +47,21 @@ NewFile::NewFile(const fs::path& finalName) : name(finalName)
 NewFile::~NewFile()
 {
     if (!temporary.empty()) ::unlink(temporary.c_str());
+}
+
+/// Also where nothing is yet: the file is made there.
+fs::path NewFile::behindLinks() const
+{
+    constexpr int mostLinks = 40; // as the kernel has it
+    std::error_code fault;
+    // The process may change its folder before the file has its name.
+    fs::path end = fs::absolute(name, fault);
+    for (int links = 0; fs::is_symlink(fs::symlink_status(end, fault)); ++links) {
+        if (links == mostLinks) fail(ELOOP);
+        end = end.parent_path() / fs::read_symlink(end, fault);
+        if (fault) fail(fault.value());
+    }
+    return end;
 }
 
 /// @param isPrivate  nobody else may read the new content where the old one is private, not even for a moment

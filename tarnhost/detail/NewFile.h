@@ -10,8 +10,8 @@ namespace connector::host::detail {
 /// folder. Without `keep` nothing of it stays.
 class NewFile {
 public:
-    /// @param name  of none yet, or of a regular file, also behind symbolic links: it keeps its owner and mode, as far
-    ///              as this process may see to that
+    /// @param name  of none yet, or of a regular file, both also behind symbolic links: it keeps its owner and mode, as
+    ///              far as this process may see to that
     /// @throws std::system_error
     explicit NewFile(const std::filesystem::path& name);
     ~NewFile();
@@ -27,6 +27,7 @@ public:
     void keep();
 
 private:
+    std::filesystem::path behindLinks() const;
     void open(bool isPrivate);
     [[noreturn]] void fail(int error) const;
 

@@ -145,12 +145,19 @@ TEST_F(TarnTest, KeepsModesLinksAndDevices)
     ::umask(mask);
     EXPECT_EQ(mode(made), fs::perms(0640));
 
+    const auto early = folder / "early", round = folder / "round";
+    fs::create_symlink("later", early);
+    alice.get("/f", early);
+    EXPECT_TRUE(fs::is_symlink(early));
+    EXPECT_EQ(contentOf(folder / "later"), "new");
+
     const auto pipe = folder / "pipe";
     ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
-    for (const auto& taken : {pipe, folder})
+    fs::create_symlink("round", round);
+    for (const auto& taken : {pipe, folder, round, folder / std::string("secret\0.new", 11)})
         EXPECT_THROW(alice.get("/f", taken), std::system_error) << taken;
-    EXPECT_TRUE(fs::is_fifo(pipe));
-    EXPECT_EQ(std::distance(fs::directory_iterator(folder), fs::directory_iterator()), 4);
+    EXPECT_TRUE(fs::is_fifo(pipe) && fs::is_symlink(round));
+    EXPECT_EQ(std::distance(fs::directory_iterator(folder), fs::directory_iterator()), 7);
 }
 
 /// A pipe that is full keeps its sink within a signal, where no other signal reaches it.
