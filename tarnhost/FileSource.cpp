@@ -32,6 +32,16 @@ constexpr std::uint64_t itemBytes = 128 * 1024;
     throw std::system_error(errno, std::generic_category(), what);
 }
 
+/// Sets errno if so, since opening one is no error and reading it is.
+bool isFolder(int descriptor)
+{
+    struct stat about {};
+
+    if (fstat(descriptor, &about) != 0 || !S_ISDIR(about.st_mode)) return false;
+    errno = EISDIR;
+    return true;
+}
+
 std::optional<std::uint64_t> restOf(int descriptor)
 {
     struct stat about {};
@@ -45,8 +55,8 @@ std::optional<std::uint64_t> restOf(int descriptor)
     return about.st_size > position ? static_cast<std::uint64_t>(about.st_size - position) : 0;
 }
 
-/// The next item; empty at the end.
-DataBuffer readItem(int descriptor, std::uint64_t most)
+/// The next item; empty at the end, none where another reader was quicker.
+std::optional<DataBuffer> readItem(int descriptor, std::uint64_t most)
 {
     DataBuffer item;
     item.reserve(most);
@@ -54,6 +64,7 @@ DataBuffer readItem(int descriptor, std::uint64_t most)
     do {
         bytes = read(descriptor, item.data, most);
     } while (bytes < 0 && errno == EINTR);
+    if (bytes < 0 && errno == EAGAIN) return std::nullopt;
     if (bytes < 0) fail("Could not read the content");
     item.size = static_cast<std::uint64_t>(bytes);
     return item;
@@ -145,14 +156,16 @@ private:
         const detail::Interruption::Scope interruptible(interruption);
         bool completes = false;
         try {
-            if (!size && !hasInput()) return;
             const auto most = size ? std::min(itemBytes, *size - published) : itemBytes;
-            DataBuffer item;
-            if (most > 0) item = readItem(file.get(), most);
-            published += item.size;
+            std::optional<DataBuffer> item;
+            while (!item) {
+                if (!size && !hasInput()) return;
+                item = most > 0 ? readItem(file.get(), most) : DataBuffer();
+            }
+            published += item->size;
             // A file ends with its last item, so that nobody has to ask for more to hear of it.
-            const bool last = item.size == 0 || published == size;
-            if (item.size > 0) receiver->onNext(std::move(item));
+            const bool last = item->size == 0 || published == size;
+            if (item->size > 0) receiver->onNext(std::move(*item));
             completes = last && end();
             if (completes) receiver->onComplete();
         } catch (...) {
@@ -200,8 +213,9 @@ private:
 std::shared_ptr<FileSource> FileSource::open(const std::string& path)
 {
     detail::checkLocalName(path);
-    const detail::Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
-    if (!file.isOpen()) fail("Could not open \"" + path + "\"");
+    // Not waiting for the first writer of a pipe here: its reader does.
+    const detail::Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    if (!file.isOpen() || isFolder(file.get())) fail("Could not open \"" + path + "\"");
     return std::make_shared<FileSource>(file.get());
 }
 

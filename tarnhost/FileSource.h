@@ -23,7 +23,8 @@ namespace connector::host {
 /// what the subscriber throws with just that.
 class TARN_API FileSource : public reactive_streams::PublisherAPI<common::DataBuffer> {
 public:
-    /// @throws std::system_error, whose text names the file
+    /// Waits for nobody: a pipe without a writer is read once it has one.
+    /// @throws std::system_error, whose text names the file, also for a folder
     static std::shared_ptr<FileSource> open(const std::string& path);
 
     /// Reads through a duplicate: `descriptor` stays the caller's and may be closed. The two share one position.

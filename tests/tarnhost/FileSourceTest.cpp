@@ -1,4 +1,4 @@
-// The content of an upload from files and pipes: what throws while it is brought.
+// The content of an upload from files and pipes: what throws while it is brought, and what is no content.
 #include "Bounded.h"
 
 #include "tarn/foundation/CallbackSubscriber.h"
@@ -9,8 +9,10 @@
 #include <fstream>
 #include <memory>
 #include <string>
+#include <system_error>
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace connector::host::test {
@@ -19,6 +21,7 @@ namespace {
 namespace fs = std::filesystem;
 using common::DataBuffer;
 using Callback = reactive_streams::CallbackSubscriber<DataBuffer>;
+using namespace std::string_literals;
 
 class FileSourceTest : public testing::Test {
 protected:
@@ -55,6 +58,34 @@ TEST_F(FileSourceTest, TellsASubscriberWhatItHasThrown)
             EXPECT_EQ(failureOf<std::runtime_error>(std::move(completion)), "mine") << isPipe << atTheEnd;
         }
     }
+}
+
+TEST_F(FileSourceTest, RefusesFoldersAndNamesThatEndEarly)
+{
+    std::ofstream(folder / "file") << "another file";
+    for (const auto& [name, error] :
+         {std::pair(folder.string(), EISDIR), {(folder / "file\0.new"s).string(), EINVAL}}) {
+        try {
+            FileSource::open(name);
+            ADD_FAILURE() << name << " was opened";
+        } catch (const std::system_error& fault) {
+            EXPECT_EQ(fault.code().value(), error);
+        }
+    }
+}
+
+TEST_F(FileSourceTest, WaitsForTheFirstWriterOfAPipeElsewhere)
+{
+    const auto pipe = folder / "pipe";
+    ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+    const auto source = FileSource::open(pipe); // nobody else could open the other end meanwhile
+    std::string content;
+    auto subscriber = std::make_shared<Callback>([&](DataBuffer&& item) { content += item.bytes(); });
+    auto completion = subscriber->completion();
+    source->subscribe(subscriber);
+    std::ofstream(pipe) << "abc";
+    EXPECT_TRUE(bounded(std::move(completion)));
+    EXPECT_EQ(content, "abc");
 }
 
 } // namespace
