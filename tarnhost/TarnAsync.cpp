@@ -146,7 +146,7 @@ Future<void> TarnAsync::get(const Place& source, const std::string& localFile, c
         request->content =
             std::make_shared<FileSink>(file->descriptor(), FileSink::Options{.keepHoles = true});
         return ownHost->fileTransfer()->downloadFile(std::move(request)) |
-               andThen([file](auto) { file->keep(); });
+               andThen([file](auto) { file->keep(); }) | finally([file] { file->discard(); });
     });
 }
 

@@ -46,7 +46,14 @@ NewFile::NewFile(const fs::path& finalName) : name(finalName)
 
 NewFile::~NewFile()
 {
-    if (!temporary.empty()) ::unlink(temporary.c_str());
+    discard();
+}
+
+void NewFile::discard()
+{
+    if (temporary.empty()) return;
+    ::unlink(temporary.c_str());
+    temporary.clear();
 }
 
 /// Also where nothing is yet: the file is made there.

@@ -26,6 +26,9 @@ public:
     /// @throws std::system_error
     void keep();
 
+    /// Leaves nothing of it, unless it has its name.
+    void discard();
+
 private:
     std::filesystem::path behindLinks() const;
     void open(bool isPrivate);
@@ -33,7 +36,7 @@ private:
 
     const std::filesystem::path name;
     std::filesystem::path target;    ///< behind the links
-    std::filesystem::path temporary; ///< empty: it has its name
+    std::filesystem::path temporary; ///< empty: it has its name, or is gone
     Descriptor file;
 };
 
