@@ -37,11 +37,20 @@ std::int64_t timeOf(std::uint64_t milliseconds)
     return static_cast<std::int64_t>(milliseconds);
 }
 
+/// One that does not begin with "/" would be glued to the address of the operation, and name another.
+std::u16string pathOf(const Place& place)
+{
+    if (!place.path.starts_with('/'))
+        throw tarn::TarnError(tarn::ErrorKind::invalidRequest,
+                              "The path is not valid: it does not begin with '/'.", 0, "badPath");
+    return wide(place.path);
+}
+
 template <class Request>
 std::unique_ptr<Request> requestFor(const Place& place)
 {
     auto request = std::make_unique<Request>();
-    request->path = wide(place.path);
+    request->path = pathOf(place);
     request->bucket = wide(place.owner);
     return request;
 }
@@ -179,7 +188,7 @@ Future<void> TarnAsync::move(const Place& from, const Place& to, bool overwrite)
 {
     return started([&] {
         auto request = requestFor<tarn::Move>(from);
-        request->targetPath = wide(to.path);
+        request->targetPath = pathOf(to);
         request->targetBucket = wide(to.owner);
         request->moveTargetOverwrite = overwrite;
         return done(ownHost->fileAccess()->move(std::move(request)));
@@ -308,8 +317,9 @@ Future<void> TarnAsync::revoke(const std::string& grantId)
 Future<std::vector<Grant>> TarnAsync::grants(const Place& item)
 {
     return started([&] {
-        return ownHost->accessControl()->listPermissions(requestFor<tarn::PermissionList>(item)) |
-               andThen([](auto response) {
+        auto request = item.path.empty() ? std::make_unique<tarn::PermissionList>()
+                                         : requestFor<tarn::PermissionList>(item);
+        return ownHost->accessControl()->listPermissions(std::move(request)) | andThen([](auto response) {
                    std::vector<Grant> grants;
                    for (const auto& each : response->permissions)
                        grants.push_back({each.permissionId,

@@ -215,6 +215,18 @@ TEST_F(TarnTest, BelievesNobodyWhoDoesNotSayWhatWasDone)
     EXPECT_EQ(kindOf([&] { tarn.write("/f", "x"); }), tarn::ErrorKind::unreadableReply);
 }
 
+TEST_F(TarnTest, RefusesPathsThatNeedASlash)
+{
+    const std::function<void()> steps[] = {
+        [&] { alice.remove("a"); },
+        [&] { alice.list(""); },
+        [&] { alice.move("/a", "b"); },
+        [&] { alice.grants("a"); },
+    };
+    for (const auto& step : steps)
+        EXPECT_EQ(kindOf(step), tarn::ErrorKind::invalidRequest) << &step - steps;
+}
+
 TEST_F(TarnTest, RefusesWrongTokensAndEndpoints)
 {
     EXPECT_EQ(kindOf([&] { Tarn(service.url(), {"älice", "wrong"}); }), tarn::ErrorKind::notLoggedIn);
