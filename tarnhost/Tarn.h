@@ -107,7 +107,7 @@ public:
     Tarn& operator=(Tarn&&) noexcept;
 
     /// Begins a session, also a new one in the place of one that has ended (TarnError, kind notLoggedIn). Let it finish
-    /// before other threads go on.
+    /// before other threads go on. When it fails, the former user's session goes on.
     void logIn(const Login& login);
     void logOut();
     void ping();

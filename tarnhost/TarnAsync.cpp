@@ -121,9 +121,18 @@ Future<void> TarnAsync::logIn(const Tarn::Login& login)
         auto request = std::make_unique<tarn::Login>();
         request->user = wide(login.user);
         request->authenticationToken = login.token;
-        return ownHost->session()->login(std::move(request)) | andThen([](auto response) {
+        const auto session = ownHost->session();
+        // It takes the new user over at once, and would go on with it beside the old id.
+        auto restore = [session, user = session->getUser(),
+                        id = session->getSessionId()](std::exception_ptr failure) {
+            session->setUser(user);
+            session->setSessionId(id);
+            std::rethrow_exception(failure);
+        };
+        return session->login(std::move(request)) | andThen([](auto response) {
                    if (response->sessionId.empty()) throw noService("gave no session");
-               });
+               }) |
+               recover(std::move(restore));
     });
 }
 

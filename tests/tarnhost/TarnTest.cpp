@@ -227,6 +227,13 @@ TEST_F(TarnTest, RefusesPathsThatNeedASlash)
         EXPECT_EQ(kindOf(step), tarn::ErrorKind::invalidRequest) << &step - steps;
 }
 
+TEST_F(TarnTest, StaysLoggedInWhenAnotherLoginFails)
+{
+    EXPECT_EQ(kindOf([&] { alice.logIn({"bob", "wrong"}); }), tarn::ErrorKind::notLoggedIn);
+    alice.write("/f", "x");
+    EXPECT_EQ(alice.read({"/f", "älice"}), "x");
+}
+
 TEST_F(TarnTest, RefusesWrongTokensAndEndpoints)
 {
     EXPECT_EQ(kindOf([&] { Tarn(service.url(), {"älice", "wrong"}); }), tarn::ErrorKind::notLoggedIn);
