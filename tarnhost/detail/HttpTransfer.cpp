@@ -6,6 +6,7 @@
 #include "tarn/foundation/platform/HttpStreamedResponse.h"
 #include "tarnhost/DeliveryThreads.h"
 #include "tarnhost/HostErrors.h"
+#include "tarnhost/detail/Proxy.h"
 #include "tarnhost/detail/ReplyCheck.h"
 #include "tarnhost/detail/StreamLimits.h"
 
@@ -276,6 +277,8 @@ bool HttpTransfer::mayHaveHappened() const
 
 TransportError HttpTransfer::errorOf(TransportPhase phase, std::string reason) const
 {
+    if (phase == TransportPhase::connect && !options->proxy.empty())
+        reason += " (through the proxy " + Proxy(options->proxy).peer + ")";
     return {phase, target.printable(), target.peer(), std::move(reason), mayHaveHappened()};
 }
 

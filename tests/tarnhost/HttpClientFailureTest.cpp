@@ -132,6 +132,17 @@ TEST(NoConnection, WhenTheHostIsUnknown)
     EXPECT_THAT(unknown->text, testing::StartsWith("Could not connect to nowhere.invalid:80: "));
 }
 
+TEST(NoConnection, ToAProxyIsToldAsSuch)
+{
+    const auto proxy = "127.0.0.1:" + std::to_string(closedPort());
+    HttpClientUnderTest http({.proxy = "http://user:secret@" + proxy});
+    const auto failure = transportFailure(http.send("get", "http://files.example.org/"));
+    ASSERT_TRUE(failure);
+    EXPECT_EQ(failure->text,
+              "Could not connect to files.example.org:80: Connection refused (through the proxy " + proxy +
+                  ")");
+}
+
 TEST(NoConnection, WhenThePeerDoesNotSpeakTls)
 {
     ScriptedHttpServer server([](auto& connection) { connection.send("220 not TLS\r\n"); });
