@@ -10,7 +10,8 @@ using std::chrono::milliseconds;
 milliseconds RetryPolicy::scattered(milliseconds pause)
 {
     static thread_local std::minstd_rand chance(std::random_device{}());
-    return milliseconds(std::uniform_int_distribution(pause.count() / 2, pause.count() * 3 / 2)(chance));
+    const auto middle = std::max(pause, milliseconds(0)).count();
+    return milliseconds(std::uniform_int_distribution(middle / 2, middle * 3 / 2)(chance));
 }
 
 milliseconds RetryPolicy::following(milliseconds pause) const

@@ -12,6 +12,7 @@ UrlText::UrlText(const std::string& text, unsigned flags) : url(curl_url(), &cur
     if (const auto fault = curl_url_set(url.get(), CURLUPART_URL, text.c_str(), flags); fault != CURLUE_OK) {
         throw std::invalid_argument(std::string("it is not valid (") + curl_url_strerror(fault) + ").");
     }
+    if (part(CURLUPART_PORT) == "0") throw std::invalid_argument("the port is 0.");
 }
 
 std::string UrlText::part(CURLUPart which, unsigned flags) const

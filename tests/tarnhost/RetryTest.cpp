@@ -48,6 +48,11 @@ TEST(Retry, OfWhatIsSafeAsOftenAsIsSaid)
     }
 }
 
+TEST(Retry, WaitsNotAtAllForLessThanNothing)
+{
+    EXPECT_EQ(RetryPolicy::scattered(std::chrono::milliseconds(-500)), std::chrono::milliseconds(0));
+}
+
 TEST(Retry, BringsTheReply)
 {
     ScriptedHttpServer server([](auto& connection) {
