@@ -62,6 +62,7 @@ inline constexpr Sentence databaseRights      {Kind::internal, "databaseRights",
 inline constexpr Sentence badDatabaseUrl      {Kind::badRequest, "badDatabaseUrl", "The database cannot be used: {}"};
 inline constexpr Sentence dataInUse           {Kind::conflict, "dataInUse", "Another tarnd is using the data directory {}; stop it first."};
 inline constexpr Sentence noData              {Kind::badRequest, "noData", "There is no stored data in {}."};
+inline constexpr Sentence databaseMissing     {Kind::conflict, "databaseMissing", "tarn.db is missing from {}; put it back together with tarn.db-wal, or restore a backup into another directory. If the store is on PostgreSQL, name that with --database."};
 inline constexpr Sentence foreignData         {Kind::conflict, "foreignData", "The contents in {} belong to another database; name the database they were stored with, or another data directory."};
 inline constexpr Sentence otherFolder         {Kind::conflict, "otherFolder", "The database has its contents in another folder than {}; is it mounted?"};
 inline constexpr Sentence newerSchema         {Kind::conflict, "newerSchema", "The database was written by a newer tarnd; use that one."};

@@ -22,6 +22,24 @@ DataDirectory::Lock lockFor(const StoreOptions& options, Purpose purpose)
     return options.databaseUrl.empty() ? DataDirectory::Lock::exclusive : DataDirectory::Lock::shared;
 }
 
+/// False also where the folder may not be looked into: whoever opens it says so.
+bool isMissing(const std::filesystem::path& file)
+{
+    std::error_code error;
+    return !std::filesystem::exists(file, error) && !error;
+}
+
+/// SQLite would make an empty database, and drop the log that holds what was acknowledged last. At a first start
+/// the database is there before the two that tell of an earlier one.
+void requireDatabase(const std::filesystem::path& folder)
+{
+    const bool isNew = isMissing(folder / "store-id") && isMissing(folder / "tarn.db-wal");
+    std::error_code error;
+    const auto bytes = std::filesystem::file_size(folder / "tarn.db", error);
+    if (!isNew && (bytes == 0 || error == std::errc::no_such_file_or_directory))
+        throw sentences::databaseMissing(folder);
+}
+
 DataDirectory openDirectory(const StoreOptions& options, Purpose purpose)
 {
     const bool mustExist = purpose == Purpose::check || purpose == Purpose::copy;
@@ -30,6 +48,7 @@ DataDirectory openDirectory(const StoreOptions& options, Purpose purpose)
     const auto* const sign = options.contentsUrl.empty() ? "store-id" : "tarn.db";
     if (mustExist && isHere && !std::filesystem::exists(options.dataDir / sign))
         throw sentences::noData(options.dataDir);
+    if (options.databaseUrl.empty()) requireDatabase(options.dataDir);
     return {options.dataDir, lockFor(options, purpose)};
 }
 

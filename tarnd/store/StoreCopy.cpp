@@ -50,6 +50,9 @@ void requireFit(const fs::path& source, const fs::path& target, CopyPurpose purp
     if (!inside.empty() && *inside.begin() != "..") throw sentences::copyIntoItself(target);
     if (!fs::exists(target) || fs::is_empty(target)) return;
     const bool isBackup = purpose == CopyPurpose::backup && fs::exists(target / backupMark);
+    // Which may be what was acknowledged last by a database that was put somewhere else.
+    if (!fs::exists(target / "tarn.db") && fs::exists(target / "tarn.db-wal"))
+        throw sentences::databaseMissing(target);
     const bool isOther = textOf(target / "store-id") != textOf(source / "store-id");
     if (isOther || (fs::exists(target / "tarn.db") && !isBackup)) throw sentences::targetTaken(target);
 }

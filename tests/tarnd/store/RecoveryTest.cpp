@@ -205,6 +205,37 @@ TEST_F(RecoveryTest, AnotherDatabaseDoesNotTakeTheContentsForOrphans)
     }
 }
 
+/// An empty one in its place would take the log, and with it the last changes, for that of another.
+TEST_F(RecoveryTest, ADatabaseThatIsAwayIsNotMadeAnew)
+{
+    if (!place.isSqlite()) GTEST_SKIP() << "has no database file";
+    put(alice, at("/f"), "bytes");
+    StorePlace killed; // with its log, which the end of this store would take into the database
+    std::filesystem::copy(place.folder, killed.folder, std::filesystem::copy_options::recursive);
+    const auto database = killed.folder / "tarn.db", away = killed.folder / "away";
+    auto others = options();
+    others.dataDir = killed.folder;
+    std::filesystem::rename(database, away);
+    const auto expectRefusal = [&](const char* what, auto action) {
+        lastSentence().clear();
+        EXPECT_EQ(refusal(action), Kind::conflict) << what;
+        EXPECT_EQ(lastSentence().find("tarn.db is missing"), 0U) << what << ": " << lastSentence();
+        EXPECT_FALSE(std::filesystem::exists(database) && std::filesystem::file_size(database) > 0) << what;
+    };
+    for (const bool empty : {false, true}) {
+        if (empty) write(database, "");
+        for (const auto purpose : {Purpose::serve, Purpose::administer, Purpose::copy, Purpose::check})
+            expectRefusal(empty ? "empty" : "away", [&] { Store(others, purpose); });
+    }
+    std::filesystem::remove(database);
+    expectRefusal("target", [&] { store->copyTo(killed.folder, CopyPurpose::restore); });
+    std::filesystem::remove(killed.folder / "store-id"); // as where contents are in an object store
+    expectRefusal("log", [&] { Store(others, Purpose::serve); });
+    std::filesystem::copy(place.folder / "store-id", killed.folder);
+    std::filesystem::rename(away, database);
+    EXPECT_EQ(Store(others, Purpose::serve).fsck().contents, 1U);
+}
+
 TEST_F(RecoveryTest, ACheckOfADirectoryThatIsNotThereMakesNone)
 {
     auto nowhere = options();
