@@ -71,6 +71,7 @@ inline constexpr Sentence contentsMissing     {Kind::internal, "contentsMissing"
 // Copies.
 inline constexpr Sentence copyIntoItself {Kind::conflict, "copyIntoItself", "{} lies inside of what is to be copied; choose another directory."};
 inline constexpr Sentence targetTaken    {Kind::conflict, "targetTaken", "{} holds something else; choose an empty directory, or that of the last backup of this store."};
+inline constexpr Sentence backupDamaged  {Kind::internal, "backupDamaged", "The database is damaged: nothing was copied, and an earlier backup is what it was. Restore that into another directory; tarnd fsck tells more."};
 inline constexpr Sentence copyOfObjects  {Kind::badRequest, "copyOfObjects", "The contents are in an object store, which has its own means to copy them; docs/operating.md says in which order."};
 inline constexpr Sentence moveTargetTaken {Kind::conflict, "moveTargetTaken", "{} holds something else already; name an empty one, or that of an earlier attempt to move this store."};
 inline constexpr Sentence moveAlreadyUsed {Kind::conflict, "moveAlreadyUsed", "The store was moved before, and has changed there or here since; serve one of the two, and set the other aside."};

@@ -82,8 +82,9 @@ public:
 
     /// Most contents first, without stopping anybody; then the database and the few that have come since, while
     /// nothing is removed: so all that the database names is there to be taken. Its own rename publishes the copy,
-    /// and only then goes what the last one alone had.
-    CopyReport run()
+    /// and only then goes what the last one alone had. A backup that is damaged replaces none; what is restored is
+    /// checked as a whole afterwards.
+    CopyReport run(CopyPurpose purpose)
     {
         CopyReport report;
         const auto before = present;
@@ -100,6 +101,7 @@ public:
             named = namedIn(freshDatabase());
             report.missing = bring(named);
         }
+        if (purpose == CopyPurpose::backup) requireWhole();
         publish();
         std::vector<std::string> superfluous;
         std::set_difference(present.begin(), present.end(), named.begin(), named.end(),
@@ -132,7 +134,17 @@ private:
     static std::vector<std::string> namedIn(const fs::path& file)
     {
         Database copied(sqliteDialect(file), 1);
-        return namedContents(copied);
+        try {
+            return namedContents(copied);
+        } catch (const ServiceError& error) {
+            throw sentences::backupDamaged.because(error.detail());
+        }
+    }
+
+    void requireWhole() const
+    {
+        const auto faults = Database(sqliteDialect(freshDatabase()), 1).selfCheck();
+        if (!faults.empty()) throw sentences::backupDamaged.because(faults.front());
     }
 
     /// @returns those that the source does not have (any more)
@@ -192,7 +204,7 @@ CopyReport copyStore(Database& database, const ContentFolder& contents, const fs
     requireFit(source, target, purpose);
     const DataDirectory lock(target, DataDirectory::Lock::exclusive);
     claim(source, target, purpose);
-    return Copy(database, contents, source, target).run();
+    return Copy(database, contents, source, target).run(purpose);
 }
 
 } // namespace tarnd

@@ -18,6 +18,24 @@ protected:
     {
         std::ofstream(path, std::ios::binary) << bytes;
     }
+
+    static std::string read(const std::filesystem::path& path)
+    {
+        std::ifstream file(path, std::ios::binary);
+        return {std::istreambuf_iterator<char>(file), {}};
+    }
+
+    /// Overwrites the first page of a table or an index.
+    void damage(const std::string& name)
+    {
+        constexpr std::int64_t pageBytes = 4096;
+        store.reset();
+        const auto page = Database(place.dialect()).read([&](Transaction& sql) {
+            return sql.value<std::int64_t>("SELECT rootpage FROM sqlite_master WHERE name = $1", name);
+        });
+        std::fstream file(place.folder / "tarn.db", std::ios::binary | std::ios::in | std::ios::out);
+        file.seekp((page.value() - 1) * pageBytes) << std::string(3000, 'x');
+    }
 };
 
 /// Takes the schema back to what it was.
@@ -202,6 +220,23 @@ TEST_F(RecoveryTest, AnotherDatabaseDoesNotTakeTheContentsForOrphans)
             }
         EXPECT_EQ(refusal([&] { Store(wrong, Purpose::serve); }), Kind::conflict) << fresh;
         EXPECT_EQ(filesIn("contents"), 1U);
+    }
+}
+
+TEST_F(RecoveryTest, ADamagedDatabaseReplacesNoBackup)
+{
+    if (!place.isSqlite()) GTEST_SKIP() << "damages the database file";
+    put(alice, at("/f"), "bytes");
+    const StorePlace backup;
+    const auto backUp = [&] { store->copyTo(backup.folder, CopyPurpose::backup); };
+    backUp();
+    const auto good = read(backup.folder / "tarn.db");
+    for (const auto* part : {"links", "versions_content"}) { // of these only the second is read for a copy
+        damage(part);
+        open(Purpose::copy);
+        EXPECT_EQ(refusal(backUp), Kind::internal) << part;
+        EXPECT_EQ(lastSentence().find("The database is damaged"), 0U) << lastSentence();
+        EXPECT_TRUE(read(backup.folder / "tarn.db") == good) << part;
     }
 }
 
