@@ -37,7 +37,7 @@ std::vector<std::string> Database::selfCheck()
                 faults.push_back(std::move(fault));
         });
     } catch (const ServiceError& error) {
-        faults.emplace_back(error.what());
+        faults.push_back("The database is damaged: " + error.detail());
     }
     return faults;
 }

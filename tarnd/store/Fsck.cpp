@@ -108,12 +108,8 @@ void forgetThoseOnTheirWayOut(const Engine& engine, std::vector<std::string>& or
         std::erase_if(orphans, [&](const auto& id) { return !engine.contents.has(id); });
 }
 
-} // namespace
-
-FsckReport fsck(Engine engine, bool isBesideOthers)
+void compareAll(Engine& engine, bool isBesideOthers, FsckReport& report)
 {
-    FsckReport report;
-    report.problems = engine.database.selfCheck();
     engine.database.read([&](Transaction& transaction) { checkTree(transaction, report); });
     auto check = compareContents(engine);
     if (isBesideOthers) forgetThoseOnTheirWayOut(engine, check.orphans);
@@ -123,6 +119,20 @@ FsckReport fsck(Engine engine, bool isBesideOthers)
     for (const auto& stranger : engine.contents.strangers())
         report.problems.push_back("The file " + stranger + " lies among the contents but is not one.");
     checkContents(engine, report);
+}
+
+} // namespace
+
+FsckReport fsck(Engine engine, bool isBesideOthers)
+{
+    FsckReport report;
+    report.problems = engine.database.selfCheck();
+    const bool isDamaged = !report.problems.empty();
+    try {
+        compareAll(engine, isBesideOthers, report);
+    } catch (const ServiceError&) { // a damaged database may not tell what else there is to compare
+        if (!isDamaged) throw;
+    }
     return report;
 }
 

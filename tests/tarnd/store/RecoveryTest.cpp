@@ -223,7 +223,7 @@ TEST_F(RecoveryTest, AnotherDatabaseDoesNotTakeTheContentsForOrphans)
     }
 }
 
-TEST_F(RecoveryTest, ADamagedDatabaseReplacesNoBackup)
+TEST_F(RecoveryTest, ADamagedDatabaseIsToldAndReplacesNoBackup)
 {
     if (!place.isSqlite()) GTEST_SKIP() << "damages the database file";
     put(alice, at("/f"), "bytes");
@@ -237,6 +237,7 @@ TEST_F(RecoveryTest, ADamagedDatabaseReplacesNoBackup)
         EXPECT_EQ(refusal(backUp), Kind::internal) << part;
         EXPECT_EQ(lastSentence().find("The database is damaged"), 0U) << lastSentence();
         EXPECT_TRUE(read(backup.folder / "tarn.db") == good) << part;
+        EXPECT_EQ(problems().find("The database is damaged: SQLite 11: "), 0U) << part << ": " << problems();
     }
 }
 
