@@ -33,11 +33,11 @@ Administration::Administration(CLI::App& app)
 }
 
 CLI::App* Administration::add(CLI::App* group, const std::string& command, const std::string& help,
-                              Action action)
+                              Action action, Purpose purpose)
 {
     auto* added = group->add_subcommand(command, help);
     addStoreOptions(*added, store);
-    commands.emplace_back(added, std::move(action));
+    commands.push_back({added, std::move(action), purpose});
     return added;
 }
 
@@ -45,12 +45,16 @@ void Administration::addUser(CLI::App& app)
 {
     auto* group = app.add_subcommand("user", "Manage who may log in; works beside a running service");
     group->require_subcommand(1);
-    const auto named = [&](const char* command, const char* help, auto action) {
-        auto* added = add(group, command, help, [action](Store& opened) { action(opened.accounts()); });
+    const auto named = [&](const char* command, const char* help, auto action,
+                           Purpose purpose = Purpose::administer) {
+        const auto onAccounts = [action](Store& opened) { action(opened.accounts()); };
+        auto* added = add(group, command, help, onAccounts, purpose);
         added->add_option("NAME", name, "The user's name")->required();
         return added;
     };
-    named("add", "Add a user and print the new token", [this](Accounts& all) { printToken(all.add(name)); });
+    named(
+        "add", "Add a user and print the new token", [this](Accounts& all) { printToken(all.add(name)); },
+        Purpose::begin);
     add(group, "list", "Print the names of all users", [this](Store& opened) {
         for (const auto& account : opened.accounts().list())
             longList ? printAccount(account) : printToken(account.name);
@@ -107,9 +111,9 @@ void Administration::addLink(CLI::App& app)
 
 bool Administration::run()
 {
-    for (const auto& [command, action] : commands)
+    for (const auto& [command, action, purpose] : commands)
         if (*command) {
-            Store opened(store, Purpose::administer);
+            Store opened(store, purpose);
             action(opened);
             return true;
         }

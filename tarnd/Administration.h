@@ -21,13 +21,20 @@ private:
     using Action = std::function<void(Store&)>;
 
     /// A command of a group, with the options that every one has.
-    CLI::App* add(CLI::App* group, const std::string& name, const std::string& help, Action action);
+    CLI::App* add(CLI::App* group, const std::string& name, const std::string& help, Action action,
+                  Purpose purpose = Purpose::administer);
 
     void addUser(CLI::App& app);
     void addSession(CLI::App& app);
     void addLink(CLI::App& app);
 
-    std::vector<std::pair<CLI::App*, Action>> commands;
+    struct Command {
+        CLI::App* command;
+        Action action;
+        Purpose purpose;
+    };
+
+    std::vector<Command> commands;
     StoreOptions store;
     std::string name; ///< of the user, or id of the session or link
     std::string user;

@@ -160,9 +160,10 @@ LocalStore::Account LocalStore::makeAccount() const
     if (auto made = readAccount()) return *made; // by who had the lock before
     const auto program = tarnd();
     const auto user = loginName();
-    auto added = process::run({program, "user", "add", user, "--data", data}, log());
-    // The token of a user from before is not known any more: it gets a new one.
-    if (added.exitCode != 0) added = process::run({program, "user", "rotate", user, "--data", data}, log());
+    // The token of a user from before is not known any more: it gets a new one. What keeps the store from being begun
+    // only the second tells.
+    auto added = process::run({program, "user", "rotate", user, "--data", data}, log());
+    if (added.exitCode != 0) added = process::run({program, "user", "add", user, "--data", data}, log());
     if (added.exitCode != 0)
         throw Failure(ExitCode::failure, "The local store could not be set up: " + escaped(lastLine(log())));
     const auto token = added.out.substr(0, added.out.find('\n'));

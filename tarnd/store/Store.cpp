@@ -18,7 +18,7 @@ namespace {
 
 DataDirectory::Lock lockFor(const StoreOptions& options, Purpose purpose)
 {
-    if (purpose == Purpose::administer || purpose == Purpose::copy) return DataDirectory::Lock::none;
+    if (purpose != Purpose::serve && purpose != Purpose::check) return DataDirectory::Lock::none;
     return options.databaseUrl.empty() ? DataDirectory::Lock::exclusive : DataDirectory::Lock::shared;
 }
 
@@ -42,7 +42,7 @@ void requireDatabase(const std::filesystem::path& folder)
 
 DataDirectory openDirectory(const StoreOptions& options, Purpose purpose)
 {
-    const bool mustExist = purpose == Purpose::check || purpose == Purpose::copy;
+    const bool mustExist = purpose != Purpose::serve && purpose != Purpose::begin;
     // What has neither database nor contents here may well be there without this directory.
     const bool isHere = options.databaseUrl.empty() || options.contentsUrl.empty();
     const auto* const sign = options.contentsUrl.empty() ? "store-id" : "tarn.db";

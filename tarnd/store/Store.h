@@ -40,7 +40,8 @@ struct StoreOptions {
 /// Why the store is opened.
 enum class Purpose {
     serve,      ///< alone on a SQLite data directory (locked); puts contents and rows in step first
-    administer, ///< `tarnd user …`: no lock, works beside a server
+    begin,      ///< `tarnd user add`: no lock, works beside a server
+    administer, ///< `tarnd user …`, `tarnd prune`: the same; the data must exist
     copy,       ///< `tarnd backup`, and `tarnd fsck` beside a server: no lock; the data must exist
     check,      ///< `tarnd fsck`: locked like serve, changes nothing; the data must exist
 };

@@ -99,7 +99,8 @@ TEST_F(Objects, WhatNoFileHasIsSweptAway)
     store->beginParts(std::string(32, 'b'));
     waitUntil([&] { return left() == "2, 0"; });
     EXPECT_EQ(alice.read({"", "/f"}).body, "content");
-    EXPECT_THAT(TarndProcess::over("", {}, url)->run({"user", "list"}).err, HasSubstr("belongs to another"));
+    const auto other = TarndProcess::over("", {}, url)->run({"user", "add", "alice"});
+    EXPECT_THAT(other.err, HasSubstr("belongs to another"));
 }
 
 TEST_F(Objects, AStoreThatIsAwayIsToldAndNothingIsLost)

@@ -90,7 +90,7 @@ TEST_F(Start, TellsWhatIsWrongInItsOwnWords)
         {asRole, 1, "tarnd: The database grants too little"},
     };
     for (const auto& [url, exitCode, sentence] : cases) {
-        const auto result = TarndProcess::over(url)->run({"user", "list"});
+        const auto result = TarndProcess::over(url)->run({"user", "add", "alice"});
         EXPECT_EQ(result.exitCode, exitCode) << url;
         EXPECT_THAT(result.err, HasSubstr(sentence));
         EXPECT_EQ(result.err.substr(0, result.err.find('\n')).find("[PostgreSQL]"), std::string::npos);

@@ -272,11 +272,12 @@ TEST_F(RecoveryTest, ADatabaseThatIsAwayIsNotMadeAnew)
     EXPECT_EQ(Store(others, Purpose::serve).fsck().contents, 1U);
 }
 
-TEST_F(RecoveryTest, ACheckOfADirectoryThatIsNotThereMakesNone)
+TEST_F(RecoveryTest, NoLookAtADirectoryThatIsNotThereMakesOne)
 {
     auto nowhere = options();
     nowhere.dataDir = place.folder / "none";
-    EXPECT_EQ(refusal([&] { Store(nowhere, Purpose::check); }), Kind::badRequest);
+    for (const auto purpose : {Purpose::administer, Purpose::copy, Purpose::check})
+        EXPECT_EQ(refusal([&] { Store(nowhere, purpose); }), Kind::badRequest);
     EXPECT_FALSE(std::filesystem::exists(nowhere.dataDir));
 }
 
