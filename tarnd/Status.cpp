@@ -1,7 +1,10 @@
 #include "tarnd/Status.h"
 
+#include "tarnd/store/Sentences.h"
+#include "tarnd/store/Store.h"
 #include "tarnd/store/UniqueFd.h"
 
+#include <cerrno>
 #include <cstdint>
 #include <cstdio>
 #include <fcntl.h>
@@ -14,6 +17,7 @@
 #include <optional>
 #include <stdexcept>
 #include <sys/socket.h>
+#include <system_error>
 
 namespace tarnd {
 
@@ -28,14 +32,18 @@ struct Server {
 };
 
 /// Who holds the lock now; what the file says of another process is of one that has ended.
-std::optional<Server> serverOf(const std::filesystem::path& lockFile)
+std::optional<Server> serverOf(const std::filesystem::path& dataDir)
 {
+    const auto lockFile = dataDir / "lock";
     const UniqueFd file(::open(lockFile.c_str(), O_RDONLY | O_CLOEXEC));
+    if (!file && errno == ENOENT) return {};
 
     struct flock whole {};
 
     whole.l_type = F_RDLCK;
-    if (!file || ::fcntl(file.get(), F_GETLK, &whole) != 0 || whole.l_type == F_UNLCK) return {};
+    if (!file || ::fcntl(file.get(), F_GETLK, &whole) != 0)
+        throw sentences::badDataDir(dataDir, std::generic_category().message(errno));
+    if (whole.l_type == F_UNLCK) return {};
     std::ifstream in(lockFile);
     const auto told = nlohmann::json::parse(in, nullptr, false);
     if (told.is_object() && told.value("pid", 0) == whole.l_pid)
@@ -114,9 +122,15 @@ void printNumbers(const std::string& metrics)
 
 } // namespace
 
-int printStatus(const std::filesystem::path& dataDir)
+int printStatus(const StoreOptions& options)
 {
-    const auto server = serverOf(dataDir / "lock");
+    const auto& dataDir = options.dataDir;
+    if (!options.databaseUrl.empty()) {
+        std::printf("Several may serve one PostgreSQL database: ask each at its own address for "
+                    "/health/ready and /metrics.\n");
+        return notReady;
+    }
+    const auto server = serverOf(dataDir);
     if (!server) {
         std::printf("No tarnd serves %s.\n", dataDir.c_str());
         return notRunning;

@@ -102,7 +102,7 @@ struct CommandLine {
                 options.configFile = given->as<std::string>();
             return tarnd::serve(options, readAgain), 0;
         }
-        if (*status) return printStatus(options.store.dataDir);
+        if (*status) return printStatus(options.store);
         if (*backup) return backUp(options.store, copy);
         if (*restoration) return restore(copy, options.store);
         if (*fsck) return check(options.store, repair);

@@ -76,7 +76,10 @@ TEST_F(Monitoring, LogsSayWhoDidWhatAndHoldNoSecret)
 
 TEST_F(Monitoring, NumbersCountWhatWasDoneAndHealthSaysWhatIsWrong)
 {
-    EXPECT_EQ(service.run({"status"}).exitCode, service.usesPostgres() ? 3 : 0);
+    EXPECT_EQ(service.run({"status"}).exitCode, service.usesPostgres() ? 1 : 0);
+    const auto unreadable = TarndProcess::runBare({"status", "--data", log});
+    EXPECT_EQ(unreadable.exitCode, 1);
+    EXPECT_THAT(unreadable.err, HasSubstr("cannot be used: Not a directory"));
     Wire wire(service.port()); // one connection: a request is counted before the next one on it
     const auto ask = [&](const std::string& request) {
         wire.send(request);
@@ -110,11 +113,11 @@ TEST_F(Monitoring, NumbersCountWhatWasDoneAndHealthSaysWhatIsWrong)
     }
     EXPECT_EQ(reply.body, "The data directory cannot be written to: No such file or directory.\n");
     const auto status = service.run({"status"});
-    EXPECT_EQ(status.exitCode, service.usesPostgres() ? 3 : 1);
-    EXPECT_THAT(status.out,
-                HasSubstr(service.usesPostgres() ? "No tarnd" : service.url() + "\nThe data directory"));
+    EXPECT_EQ(status.exitCode, 1);
+    EXPECT_THAT(status.out, HasSubstr(service.usesPostgres() ? "at its own address"
+                                                             : service.url() + "\nThe data directory"));
     EXPECT_EQ(service.terminate(), 0);
-    EXPECT_EQ(service.run({"status"}).exitCode, 3);
+    EXPECT_EQ(service.run({"status"}).exitCode, service.usesPostgres() ? 1 : 3);
 }
 
 } // namespace
