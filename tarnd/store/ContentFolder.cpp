@@ -22,6 +22,13 @@ namespace {
 
 constexpr std::size_t ownNameBytes = 16;
 
+/// What else lies beside them, such as lost+found, may not even be looked into.
+bool isShard(const fs::path& entry)
+{
+    const std::string name = entry.filename();
+    return name.size() == 2 && name.find_first_not_of("0123456789abcdef") == std::string::npos;
+}
+
 std::vector<fs::path> entries(const fs::path& folder)
 {
     std::error_code error;
@@ -147,10 +154,12 @@ void ContentFolder::dropNow(const std::vector<std::string>& ids) noexcept
 std::vector<std::string> ContentFolder::ids(const std::string& beginning) const
 {
     std::vector<std::string> found;
-    for (const auto& shard : entries(contents))
+    for (const auto& shard : entries(contents)) {
+        if (!isShard(shard)) continue;
         for (const auto& content : entries(shard))
             if (const std::string name = content.filename(); isId(name) && name.starts_with(beginning))
                 found.push_back(name);
+    }
     std::sort(found.begin(), found.end());
     return found;
 }
@@ -159,7 +168,7 @@ std::vector<std::string> ContentFolder::strangers() const
 {
     std::vector<std::string> found;
     for (const auto& shard : entries(contents)) {
-        if (shard.filename().string().size() != 2 || !fs::is_directory(shard)) {
+        if (!isShard(shard)) {
             found.push_back(shard.filename());
             continue;
         }

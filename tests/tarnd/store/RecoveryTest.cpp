@@ -184,6 +184,8 @@ TEST_F(RecoveryTest, FsckFindsDamagedContentsAndABrokenTree)
     expectProblem("4 bytes instead of 5");
     write(onlyContent(), "bytes");
     EXPECT_EQ(problems(), "");
+    write(place.folder / "contents" / ".DS_Store", "");
+    EXPECT_EQ(problems(), "The file .DS_Store lies among the contents but is not one.\n");
 
     const char* const damages[][2] = {
         {"UPDATE nodes SET current = 'x' WHERE name = 'f'", "has no current version"},
