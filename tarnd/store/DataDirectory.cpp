@@ -59,8 +59,13 @@ void DataDirectory::announce(const std::string& url) const
 std::optional<std::string> DataDirectory::storeId() const
 {
     std::ifstream file(folder / "store-id");
+    if (!file.is_open()) {
+        if (errno == ENOENT) return {};
+        throw sentences::badDataDir(folder, "store-id: " + std::generic_category().message(errno) + ".");
+    }
     std::string id;
-    return file >> id ? std::optional(id) : std::nullopt;
+    if (file >> id) return id;
+    throw sentences::badDataDir(folder, "its file store-id is empty; bring it back from a backup.");
 }
 
 /// Never replaces an id: of two processes that find none, the second takes over what the first has written.
@@ -80,9 +85,7 @@ std::string DataDirectory::claimStoreId(ContentFolder& contents) const
     if (!linked && errno != EEXIST) throw systemError(folder / "store-id");
     ::unlink(temporary.c_str());
     syncFolder(folder);
-    if (linked) return id;
-    if (const auto theirs = storeId()) return *theirs;
-    throw sentences::badDataDir(folder, "its file store-id is empty; bring it back from a backup.");
+    return linked ? id : storeId().value_or(id);
 }
 
 /// The folder has its id first, and the database takes it over under the write lock: of two folders over one
@@ -105,7 +108,11 @@ void DataDirectory::join(Database& database, ContentFolder& contents) const
             return id;
         });
     }
-    if (storeId() == known) return;
+    const auto now = storeId();
+    if (now == known) return;
+    // Where the database or the contents are, this is no empty place for a mount.
+    if (!now && (fs::exists(databaseFile()) || !contents.ids().empty()))
+        throw sentences::badDataDir(folder, "its file store-id is missing; bring it back from a backup.");
     throw contents.ids().empty() ? sentences::otherFolder(folder) : sentences::foreignData(folder);
 }
 

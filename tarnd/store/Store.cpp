@@ -45,8 +45,8 @@ DataDirectory openDirectory(const StoreOptions& options, Purpose purpose)
     const bool mustExist = purpose != Purpose::serve && purpose != Purpose::begin;
     // What has neither database nor contents here may well be there without this directory.
     const bool isHere = options.databaseUrl.empty() || options.contentsUrl.empty();
-    const auto* const sign = options.contentsUrl.empty() ? "store-id" : "tarn.db";
-    if (mustExist && isHere && !std::filesystem::exists(options.dataDir / sign))
+    if (mustExist && isHere && isMissing(options.dataDir / "store-id") &&
+        isMissing(options.dataDir / "tarn.db"))
         throw sentences::noData(options.dataDir);
     if (options.databaseUrl.empty()) requireDatabase(options.dataDir);
     return {options.dataDir, lockFor(options, purpose)};

@@ -274,6 +274,28 @@ TEST_F(RecoveryTest, ADatabaseThatIsAwayIsNotMadeAnew)
     EXPECT_EQ(Store(others, Purpose::serve).fsck().contents, 1U);
 }
 
+TEST_F(RecoveryTest, AStoreThatLostItsIdSaysWhichFileItWants)
+{
+    put(alice, at("/f"), "bytes");
+    const auto file = place.folder / "store-id";
+    const auto id = read(file);
+    const auto expectRefusal = [&](const char* trouble) {
+        lastSentence().clear();
+        EXPECT_EQ(refusal([&] { open(place.isSqlite() ? Purpose::check : Purpose::serve); }), Kind::conflict);
+        EXPECT_NE(lastSentence().find(trouble), std::string::npos) << trouble << ": " << lastSentence();
+    };
+    write(file, "");
+    expectRefusal("store-id is empty");
+    std::filesystem::remove(file);
+    expectRefusal("store-id is missing");
+    std::filesystem::create_symlink("store-id", file);
+    expectRefusal("store-id: Too many levels");
+    std::filesystem::remove(file);
+    write(file, id);
+    open();
+    EXPECT_EQ(get(alice, at("/f")), "bytes");
+}
+
 TEST_F(RecoveryTest, NoLookAtADirectoryThatIsNotThereMakesOne)
 {
     auto nowhere = options();
