@@ -9,11 +9,12 @@ constexpr std::size_t most = 10'000;
 
 } // namespace
 
-std::optional<Caller> RecentSessions::find(const std::string& key, std::int64_t since) const
+std::optional<Caller> RecentSessions::find(const std::string& key, std::int64_t since,
+                                           std::int64_t until) const
 {
     const std::lock_guard lock(mutex);
     const auto found = sessions.find(key);
-    if (found == sessions.end() || found->second.used <= since) return {};
+    if (found == sessions.end() || found->second.used <= since || found->second.used > until) return {};
     auto caller = found->second.caller;
     caller.isAssumed = true;
     return caller;

@@ -14,8 +14,8 @@ namespace tarnd {
 /// knows. Any thread.
 class RecentSessions {
 public:
-    /// @returns nothing where its last use is not known to be later than `since`
-    std::optional<Caller> find(const std::string& key, std::int64_t since) const;
+    /// @returns nothing where its last use is not known to be later than `since`, and no later than `until`
+    std::optional<Caller> find(const std::string& key, std::int64_t since, std::int64_t until) const;
 
     /// @param used  of the stored last use; both times in milliseconds since 1970, UTC
     void remember(const Caller& caller, std::int64_t used);

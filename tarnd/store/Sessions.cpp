@@ -56,7 +56,8 @@ Caller Sessions::expect(const std::string& sessionId)
 {
     const auto key = sha256Hex(sessionId);
     // Within that time neither is it too old nor is its use to be written down.
-    auto known = recent.find(key, engine.clock() - touchInterval);
+    const auto now = engine.clock();
+    auto known = recent.find(key, now - touchInterval, now);
     return known ? std::move(*known) : look(key);
 }
 
@@ -75,7 +76,8 @@ Caller Sessions::look(const std::string& key)
     }
     Caller caller{std::get<0>(*found), std::get<1>(*found), key, std::get<3>(*found) > 0};
     auto used = std::get<2>(*found);
-    if (used <= now - touchInterval) {
+    // Later than now was told by a clock that has been set right since: kept, it would keep the session for ever.
+    if (used <= now - touchInterval || used > now) {
         renewSession(engine, caller);
         used = now;
     }

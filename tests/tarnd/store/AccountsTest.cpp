@@ -46,6 +46,21 @@ TEST_F(AccountsTest, SessionsLiveAsLongAsTheyAreUsed)
     EXPECT_EQ(lastSentence(), "Your session has ended. Log in again.");
 }
 
+TEST_F(AccountsTest, ASessionUsedWhileTheClockWasAheadRunsIdleOut)
+{
+    constexpr std::int64_t minute = 60'000, decade = 10 * 365 * 24 * 60 * minute;
+    for (const bool expected : {false, true}) {
+        now += decade;
+        const auto id = store->sessions().login(store->accounts().add(expected ? "dave" : "carol"));
+        const auto use = [&] { expected ? store->sessions().expect(id) : store->sessions().touch(id); };
+        use();
+        now -= decade;
+        use();
+        now += 32 * minute;
+        EXPECT_EQ(refusal([&] { store->sessions().touch(id); }), Kind::loginRequired) << expected;
+    }
+}
+
 TEST_F(AccountsTest, AnAddressIsFullOnlyOfSessionsThatAreUsed)
 {
     const auto token = store->accounts().add("carol");
