@@ -1,4 +1,5 @@
 #include "cli/CommandLine.h"
+#include "cli/machine/StandardStreams.h"
 #include "cli/remote/RemotePath.h"
 #include "cli/remote/Rights.h"
 #include "cli/remote/StoredNames.h"
@@ -56,12 +57,13 @@ int run(const Command& command)
 
 int main(int argc, char** argv)
 {
+    reserveStandardStreams();
     // One heap for all threads: each further one grows page by page, with a call of the kernel for every page.
     mallopt(M_ARENA_MAX, 1);
     // What contents pass through comes from there again and again, and the kernel would take it back each time.
     mallopt(M_MMAP_THRESHOLD, 1024 * 1024);
     mallopt(M_TRIM_THRESHOLD, 2 * 1024 * 1024);
-    // Before anything else: threads inherit the signals that are blocked here.
+    // Before any thread begins: threads inherit the signals that are blocked here.
     handleInterrupts();
     Command command;
     try {

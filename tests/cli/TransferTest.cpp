@@ -185,6 +185,9 @@ TEST_F(TransferTest, ReadsAndWritesPipes)
             testing::ContainsRegex("tarn: " + odd + " [^/]*; store it with `tarn put - /there < " + odd))
             << odd;
     tarn({"stat", "/odd"}, 3);
+    // Closed, and no other file in its place.
+    EXPECT_EQ(alice.run("timeout 20 tarn put - /closed <&-").exitCode, 1);
+    EXPECT_EQ(alice.run("tarn cat /zeros >&-").exitCode, 1);
     const auto early = alice.run("tarn cat /zeros | head -c 1 | wc -c");
     EXPECT_EQ(early.out, "1\n");
     EXPECT_EQ(early.err, "");
