@@ -1,6 +1,7 @@
 #include "cli/machine/PrivateFile.h"
 
 #include "cli/machine/FileDescriptor.h"
+#include "cli/machine/FileText.h"
 #include "cli/machine/SystemError.h"
 #include "cli/terminal/Failure.h"
 #include "cli/terminal/Text.h"
@@ -95,15 +96,7 @@ std::optional<std::string> readPrivateFile(const fs::path& file)
     if ((status.st_mode & 077) != 0)
         throw Failure(ExitCode::failure, "Other users can read " + escaped(file.string()) +
                                              "; delete it and log in again, or `chmod 600` it.");
-    std::string text;
-    char buffer[4096];
-    while (true) {
-        const auto count = ::read(fd.get(), buffer, sizeof buffer);
-        if (count < 0 && errno == EINTR) continue;
-        if (count < 0) throwErrno("Could not read", file);
-        if (count == 0) return text;
-        text.append(buffer, static_cast<std::size_t>(count));
-    }
+    return readToEnd(fd.get(), file);
 }
 
 } // namespace tarncli

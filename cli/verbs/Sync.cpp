@@ -1,3 +1,4 @@
+#include "cli/machine/FileText.h"
 #include "cli/machine/PrivateFile.h"
 #include "cli/remote/StoredNames.h"
 #include "cli/sync/Planner.h"
@@ -5,8 +6,6 @@
 #include "cli/terminal/Quantities.h"
 #include "cli/verbs/Verb.h"
 
-#include <fstream>
-#include <iterator>
 #include <nlohmann/json.hpp>
 
 namespace tarncli::verbs {
@@ -78,10 +77,21 @@ Pair pairOf(const Connection& connection, const Options& options, bool isUp)
             there};
 }
 
+/// What it protects must not be deleted because it could not be read.
+std::string ignoreRulesOf(const fs::path& local)
+{
+    const auto file = local / ignoreFileName;
+    std::error_code error;
+    if (fs::symlink_status(file, error).type() == fs::file_type::not_found) return {};
+    if (const auto status = fs::status(file, error); fs::exists(status) && !fs::is_regular_file(status))
+        throw Failure(ExitCode::conflict,
+                      escaped(file.string()) + " is no file, and its patterns are needed; nothing was done.");
+    return readFile(file);
+}
+
 Filter filterFor(const Options& options, const fs::path& local)
 {
-    std::ifstream file(local / ignoreFileName, std::ios::binary);
-    auto rules = rulesIn(std::string(std::istreambuf_iterator<char>(file), {}));
+    auto rules = rulesIn(ignoreRulesOf(local));
     rules.insert(rules.end(), options.rules.begin(), options.rules.end());
     return Filter(std::move(rules), !options.rules.empty() && options.rules.front().includes);
 }

@@ -69,7 +69,10 @@ constexpr Row rows[] = {
     {"tarn sync -qf --delete t / && tarn check t /t", 0, "tarn: No differences: 3 files are the same.\n"},
     {"echo 2 >t/a && echo 3 | tarn -q put -f - /t/a && tarn sync t / ; tarn cat /t/a", 0, nullptr},
     {"tarn sync -q --new-version --force t / && tarn cat /t/a && tarn cat --version 1 /t/a", 0, "2\n3\n"},
-    // What is left out is left out on both sides.
+    // What is left out is left out on both sides, and not guessed.
+    {"for make in mkdir mkfifo 'ln -s none'; do $make t/.tarnignore && timeout 20 tarn sync -n --delete t / "
+     "2>/dev/null; echo $?; rm -r t/.tarnignore; done",
+     0, "6\n6\n3\n"},
     {"echo 1 >t/skip.tmp && echo 1 >t/keep.tmp && mkdir t/e/cache && echo 1 >t/e/cache/x && "
      "printf '# ours\\n*.tmp\\n!keep.tmp\\ncache/\\n' >t/.tarnignore && tarn sync -q t / && tarn find /t "
      "-type f",
