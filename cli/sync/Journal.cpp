@@ -24,6 +24,12 @@ std::string lineOf(const json& document)
     return document.dump(-1, ' ', false, json::error_handler_t::replace) + "\n";
 }
 
+/// An absolute path as JSON can hold it: different ones stay different.
+std::string writable(const std::string& path)
+{
+    return isValidUtf8(path) ? path : "escaped:" + escaped(path);
+}
+
 json toJson(const std::string& place, const Journal::Entry& entry)
 {
     return {{"path", place},
@@ -70,7 +76,7 @@ std::string Journal::headerLine() const
 {
     return lineOf({{"service", pair.service},
                    {"user", pair.user},
-                   {"local", pair.local.string()},
+                   {"local", writable(pair.local.string())},
                    {"remote", pair.remote.text()}});
 }
 
