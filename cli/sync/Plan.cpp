@@ -54,6 +54,13 @@ std::optional<FileState> stateFrom(const json& document)
     return FileState{document.at("size"), document.at("modified"), document.value("watermark", "")};
 }
 
+void requireUtf8(const char* what, const std::string& text)
+{
+    if (!isValidUtf8(text))
+        throw usageError(std::string("A plan cannot hold ") + what + " " + escaped(text) +
+                         ", which is not valid UTF-8; `tarn sync` without --plan can.");
+}
+
 /// It becomes a path on both sides, and came from outside.
 std::string checkedPlace(const std::string& place, bool mayBeTop)
 {
@@ -131,6 +138,15 @@ json toJson(const Plan& plan)
 }
 
 Plan planFrom(const std::string& text, const std::string& shownName)
+std::string textOf(const Plan& plan)
+{
+    requireUtf8("the local folder", plan.pair.local.string());
+    for (const auto& rule : plan.filter.rules())
+        requireUtf8("the pattern", rule.pattern);
+    // What is left out is only told.
+    return toJson(plan).dump(2, ' ', false, json::error_handler_t::replace) + "\n";
+}
+
 {
     try {
         const auto document = json::parse(text);

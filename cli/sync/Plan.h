@@ -58,6 +58,8 @@ std::string tableOf(const Plan& plan);
 
 /// As `--plan` writes it and `tarn apply` reads it; see docs/sync.md.
 nlohmann::json toJson(const Plan& plan);
+/// Likewise, its text. @throws Failure (usage) when JSON cannot hold what `tarn apply` needs of it
+std::string textOf(const Plan& plan);
 /// @throws Failure (usage) when it is no plan
 Plan planFrom(const std::string& text, const std::string& shownName);
 

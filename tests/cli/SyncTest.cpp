@@ -86,6 +86,11 @@ constexpr Row rows[] = {
      "a\nb\nd\ne\nkeep.tmp\nn\nskip.tmp\nt\n"},
     {"tarn sync --delete /t/ back", 0, "tarn: Nothing to do in \"/WORK/back\": 5 files are the same.\n"},
 };
+    // Names that are no text: two folders are two, and a plan tells what it leaves out.
+    {"a=$(printf '\\377') b=$(printf '\\376') && mkdir $a $b && echo 1 >$a/x && tarn sync -q $a/ /raw && "
+     "echo 2 >$b/x && tarn sync -q $b/ /raw 2>&- || echo $?; touch $a/$b && mv $a raw && "
+     "tarn sync -q --plan p raw/ /raw && tarn apply -q p",
+     0, "6\ntarn: Left out \\xfe: The name is not valid UTF-8.\n"},
 
 TEST(Sync, DoesWhatIsTyped)
 {
