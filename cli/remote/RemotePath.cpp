@@ -8,6 +8,8 @@ namespace tarncli {
 
 namespace {
 
+constexpr std::size_t longestName = 255; // bytes
+
 std::string folderForRelative = "/";
 
 std::string quote(const std::string& text)
@@ -122,9 +124,16 @@ RemotePath addressable(const std::string& text)
     return result;
 }
 
-std::string whyNotStorable(std::string_view name)
+std::string whyNotStorable(std::string_view stored)
 {
-    return whyNotAddressable(encodedName(name));
+    if (auto why = whyNotAddressable(stored); !why.empty()) return why;
+    if (hasControlCharacter(stored))
+        return "The service takes no names with control characters; choose another name, or use "
+               "--encode-names.";
+    if (stored.size() > longestName)
+        return "The service takes no names of more than " + std::to_string(longestName) + " bytes" +
+               (namesAreEncoded() ? ", which this one has when it is encoded." : ".");
+    return {};
 }
 
 std::string whyNotAddressable(std::string_view stored)

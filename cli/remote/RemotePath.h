@@ -54,7 +54,7 @@ RemotePath addressable(const std::string& text);
 /// Why nothing that is stored under this name can be addressed; empty when it can.
 std::string whyNotAddressable(std::string_view stored);
 
-/// Why nothing can be stored under this name of a local file, encoded where names are; empty when it can.
-std::string whyNotStorable(std::string_view name);
+/// Why the service takes nothing under this name, which stands between two '/'; empty when it can.
+std::string whyNotStorable(std::string_view stored);
 
 } // namespace tarncli

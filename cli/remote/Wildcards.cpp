@@ -113,7 +113,7 @@ RemotePath addressableOrPattern(const std::string& text)
     // A '?' in a pattern stands for a character; the names that are found are checked in their turn.
     auto checked = path.path;
     std::ranges::replace(checked, '?', '*');
-    if (whyNotStorable(checked).empty()) return path;
+    if (whyNotAddressable(encodedName(checked)).empty()) return path;
     return addressable(text); // says what is wrong
 }
 

@@ -66,7 +66,8 @@ std::string checkedPlace(const std::string& place, bool mayBeTop)
 {
     if (place.empty() && mayBeTop) return place;
     RemotePath::parse("/" + place);
-    if (const auto why = whyNotStorable(place); !why.empty() || place.ends_with('/') || place.empty())
+    if (const auto why = whyNotAddressable(encodedName(place));
+        !why.empty() || place.ends_with('/') || place.empty())
         throw std::invalid_argument("The path \"" + escaped(place) + "\" cannot be used. " + why);
     return place;
 }
@@ -137,7 +138,6 @@ json toJson(const Plan& plan)
             {"unchanged", plan.unchanged}};
 }
 
-Plan planFrom(const std::string& text, const std::string& shownName)
 std::string textOf(const Plan& plan)
 {
     requireUtf8("the local folder", plan.pair.local.string());
@@ -147,6 +147,7 @@ std::string textOf(const Plan& plan)
     return toJson(plan).dump(2, ' ', false, json::error_handler_t::replace) + "\n";
 }
 
+Plan planFrom(const std::string& text, const std::string& shownName)
 {
     try {
         const auto document = json::parse(text);

@@ -1,6 +1,7 @@
 #include "cli/transfer/LocalTree.h"
 
 #include "cli/remote/RemotePath.h"
+#include "cli/remote/StoredNames.h"
 #include "cli/transfer/IncomingFile.h"
 
 #include <algorithm>
@@ -52,7 +53,8 @@ private:
         if (S_ISLNK(status.st_mode)) return skip(path, place, "symbolic links are not followed");
         if (!isFolder && !S_ISREG(status.st_mode))
             return skip(path, place, "it is neither a file nor a folder");
-        if (const auto why = whyNotStorable(name); !why.empty()) return fail(path, place, usageError(why));
+        if (const auto why = whyNotStorable(encodedName(name)); !why.empty())
+            return fail(path, place, usageError(why));
         if (isFolder) {
             tree.entries.push_back({path, place, true});
             return folder(path, place);

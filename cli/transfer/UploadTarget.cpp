@@ -1,6 +1,7 @@
 #include "cli/transfer/UploadTarget.h"
 
 #include "cli/remote/Requests.h"
+#include "cli/remote/StoredNames.h"
 
 namespace tarncli {
 
@@ -38,8 +39,8 @@ void UploadTarget::makeFor(Uploader& uploader)
 UploadTarget::Place UploadTarget::placeFor(const std::string& name, bool ofFolder) const
 {
     if (name.empty() || !(ofFolder || isFolder())) return {remote, found, isNew};
-    if (const auto why = whyNotAddressable(name); !why.empty())
-        throw usageError("\"" + escaped(name) + "\" cannot be stored under its name: " + why);
+    if (const auto why = whyNotStorable(name); !why.empty())
+        throw usageError("\"" + escaped(decodedName(name)) + "\" cannot be stored under its name: " + why);
     Place place{remote.child(name), {}, false};
     if (!isNew) place.found = findAttributes(connection, place.remote);
     if (!place.found) return place;

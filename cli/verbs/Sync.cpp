@@ -61,7 +61,7 @@ Pair pairOf(const Connection& connection, const Options& options, bool isUp)
     if (isUp) {
         const auto name = here.filename().string();
         if (!name.empty() && name != "." && name != "..") {
-            if (const auto why = whyNotStorable(name); !why.empty())
+            if (const auto why = whyNotStorable(encodedName(name)); !why.empty())
                 throw usageError("\"" + escaped(name) + "\" cannot be stored under its name: " + why);
             there = there.child(encodedName(name));
         }

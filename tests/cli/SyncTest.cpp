@@ -43,11 +43,16 @@ constexpr Row rows[] = {
     {"tarn sync none /", 3, nullptr},
     {"tarn sync /none .", 3, nullptr},
     // Links and names are told once; what they hide is left alone.
-    {"ln -s a t/l && ln -s a t/m && touch t/x? t/y? && tarn sync --delete t /", 1,
+    {"ln -s a t/l && ln -s a t/m && touch t/x? t/y? t/$(printf 'z\\302\\205') && tarn sync "
+     "--delete t /",
+     1,
      "tarn: Left out 2 items, the first x?: The service cannot be asked for names with '?'; choose another "
-     "name, or use --encode-names.\ntarn: Left out 2 items, the first l: symbolic links are not followed\n"
-     "tarn: 2 items could not be stored; 0 were.\n"},
-    {"rm t/[lmxy]*", 0, ""},
+     "name, or use --encode-names.\n"
+     "tarn: Left out z\\u{85}: The service takes no names with control characters; choose another name, or "
+     "use --encode-names.\n"
+     "tarn: Left out 2 items, the first l: symbolic links are not followed\n"
+     "tarn: 3 items could not be stored; 0 were.\n"},
+    {"rm t/[lmxyz]*", 0, ""},
     // A plan says what it does, is done once, and not when anything has changed since.
     {"echo new >t/n && rm t/d/c && tarn sync -q --plan p --delete t / && tarn ls /t", 0,
      "create  4 B  n\ndelete       d/c\nd/\ne/\na\nb\n"},
@@ -81,16 +86,16 @@ constexpr Row rows[] = {
      "skip.tmp\n"},
     {"echo 1 >t/e/p.jpg && echo 1 >t/no && tarn sync --include '*.jpg' --exclude '/b' -n t /", 0,
      "create  2 B  e/p.jpg\ntarn: 1 step to do in \"alice:/t\", 0 conflicts; 1 file is the same.\n"},
-    // The other way.
-    {"tarn sync -q /t/ back && ls -A back && tarn sync -q /t copy && ls -A copy", 0,
-     "a\nb\nd\ne\nkeep.tmp\nn\nskip.tmp\nt\n"},
-    {"tarn sync --delete /t/ back", 0, "tarn: Nothing to do in \"/WORK/back\": 5 files are the same.\n"},
-};
     // Names that are no text: two folders are two, and a plan tells what it leaves out.
     {"a=$(printf '\\377') b=$(printf '\\376') && mkdir $a $b && echo 1 >$a/x && tarn sync -q $a/ /raw && "
      "echo 2 >$b/x && tarn sync -q $b/ /raw 2>&- || echo $?; touch $a/$b && mv $a raw && "
      "tarn sync -q --plan p raw/ /raw && tarn apply -q p",
      0, "6\ntarn: Left out \\xfe: The name is not valid UTF-8.\n"},
+    // The other way.
+    {"tarn sync -q /t/ back && ls -A back && tarn sync -q /t copy && ls -A copy", 0,
+     "a\nb\nd\ne\nkeep.tmp\nn\nskip.tmp\nt\n"},
+    {"tarn sync --delete /t/ back", 0, "tarn: Nothing to do in \"/WORK/back\": 5 files are the same.\n"},
+};
 
 TEST(Sync, DoesWhatIsTyped)
 {

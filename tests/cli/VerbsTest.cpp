@@ -88,10 +88,11 @@ constexpr Row rows[] = {
     {"tarn replay photos/b.JPG", 2, ""},
     // Names that the wire has no place for, and back
     {"mkdir odd && echo q >'odd/what?' && echo h >'odd/#1 100%3F a%2F' && printf x >\"odd/new\nline\" && "
+     "printf x >odd/$(printf '\\302\\205\\357\\277\\276%%C2%%85') && "
      "tarn --encode-names put -qr odd / && tarn ls /odd",
-     0, "%231 100%253F a%2F\nnew%0Aline\nwhat%3F\n"},
+     0, "%231 100%253F a%2F\n%C2%85%EF%BF%BE%25C2%85\nnew%0Aline\nwhat%3F\n"},
     {"tarn --encode-names ls /odd '/odd/w?at?' && tarn --encode-names cat '/odd/what?'", 0,
-     "/odd/what?\n\n/odd:\n#1 100%3F a%2F\nnew\\nline\nwhat?\nq\n"},
+     "/odd/what?\n\n/odd:\n#1 100%3F a%2F\n\\u{85}\\u{fffe}%C2%85\nnew\\nline\nwhat?\nq\n"},
     {"tarn --encode-names get -qr /odd back && diff -r odd back/odd && tarn --encode-names sync -q /odd/ "
      "down && "
      "diff -r odd down && tarn --encode-names check -q odd /odd",
