@@ -102,6 +102,9 @@ void copy(const Invocation& invocation, const Options& options)
                              " is a folder; use `tarn cp -r` to copy it and everything in it.");
     }
     UploadTarget target(connection, options.places.back());
+    // Before a folder is made for them.
+    for (const auto& source : sources)
+        requireApart(connection, source.where, target.path());
     Uploader uploader(connection, invocation.out,
                       options.force        ? Existing::replace
                       : options.newVersion ? Existing::addVersion

@@ -55,7 +55,7 @@ constexpr Row rows[] = {
      "tarn check photos /flat",
      0, ""},
     {"tarn cp -r /photos/ /flat 2>&1", 0, "tarn: Nothing to do in \"/flat\": 5 files were there already.\n"},
-    {"tarn cp -r /photos /photos/2024", 2, ""},
+    {"tarn cp -r /photos /photos/2024 || tarn cp -r /photos /photos/inside || tarn ls /photos/inside", 3, ""},
     {"tarn cp /photos /x", 2, ""},
     {"tarn cp '/photos/*.jpg' /flat/b.JPG /album/ && tarn ls /album", 0, "photos/\na.jpg\nb.JPG\n"},
     {"tarn rm -r /album /flat", 0, ""},
