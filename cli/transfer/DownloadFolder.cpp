@@ -39,7 +39,9 @@ std::shared_ptr<const DownloadFolder> DownloadFolder::open(const fs::path& path)
 {
     auto folder = std::make_shared<DownloadFolder>();
     folder->path = path.empty() ? "." : path;
-    if (!folder->descriptor()) throwErrno("Could not open the folder", path);
+    const auto opened = folder->descriptor();
+    if (!opened) throwErrno("Could not open the folder", path);
+    removeAbandoned(opened.get());
     return folder;
 }
 
@@ -71,7 +73,9 @@ std::shared_ptr<const DownloadFolder> DownloadFolder::makeChild(const std::strin
     child->ownName = name;
     child->made = ::mkdirat(here.get(), name.c_str(), 0777) == 0;
     if (!child->made && errno != EEXIST) throwErrno("Could not make the folder", child->path);
-    if (!child->descriptor()) throwErrno("Could not open the folder", child->path);
+    const auto opened = child->descriptor();
+    if (!opened) throwErrno("Could not open the folder", child->path);
+    if (!child->made) removeAbandoned(opened.get());
     return child;
 }
 

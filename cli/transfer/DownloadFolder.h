@@ -12,7 +12,7 @@
 namespace tarncli {
 
 /// A local folder that files are downloaded into. Nothing that a service can name leaves it: each name is one
-/// name, and no symbolic link below the folder is followed.
+/// name, and no symbolic link below the folder is followed. What killed commands have left in it goes when it is opened.
 ///
 /// Immutable once made; may be used from any thread.
 class DownloadFolder : public std::enable_shared_from_this<DownloadFolder> {

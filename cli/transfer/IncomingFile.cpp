@@ -8,7 +8,10 @@
 #include <array>
 #include <atomic>
 #include <cerrno>
+#include <charconv>
 #include <climits>
+#include <csignal>
+#include <dirent.h>
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
@@ -25,11 +28,37 @@ namespace fs = std::filesystem;
 constexpr const char* partEnding = ".tarn-part";
 constexpr const char* versionEnding = "-version";
 
+/// Tells this machine's from others in a folder that several share.
+std::string temporaryStart()
+{
+    std::array<char, 65> machine{}; // the longest name there is, and a zero
+    [[maybe_unused]] const auto told = ::gethostname(machine.data(), machine.size() - 1);
+    return ".tarn-" + std::string(machine.data()) + "-";
+}
+
 /// In the same folder, since a file cannot be renamed from one file system to another.
 std::string temporaryName()
 {
     static std::atomic<unsigned> counter{0};
-    return ".tarn-" + std::to_string(getpid()) + "-" + std::to_string(++counter) + ".part";
+    return temporaryStart() + std::to_string(getpid()) + "-" + std::to_string(++counter) + ".part";
+}
+
+/// A temporary file of a process of this machine that is no more.
+bool isOfTheDead(std::string_view name)
+{
+    const auto start = temporaryStart();
+    if (!name.starts_with(start) || !name.ends_with(".part")) return false;
+    name.remove_prefix(start.size());
+    pid_t process = 0;
+    const auto [end, error] = std::from_chars(name.data(), name.data() + name.size(), process);
+    return error == std::errc() && process > 0 && *end == '-' && ::kill(process, 0) != 0 && errno == ESRCH;
+}
+
+/// Unless it is being written: a container on this machine has processes of its own.
+void removeUnlocked(int folder, const char* name)
+{
+    const FileDescriptor file(::openat(folder, name, O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
+    if (file && ::flock(file.get(), LOCK_EX | LOCK_NB) == 0) ::unlinkat(folder, name, 0);
 }
 
 std::string partName(const std::string& target)
@@ -56,6 +85,16 @@ bool isIncoming(std::string_view name)
     return name.starts_with('.') &&
            ((name.starts_with(".tarn-") && name.ends_with(".part")) || name.ends_with(partEnding) ||
             name.ends_with(std::string(partEnding) + versionEnding));
+}
+
+void removeAbandoned(int folder)
+{
+    // A position of its own in the listing.
+    const int again = ::openat(folder, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    const std::unique_ptr<DIR, int (*)(DIR*)> listing(again < 0 ? nullptr : ::fdopendir(again), &::closedir);
+    if (!listing) return;
+    while (const auto* entry = ::readdir(listing.get()))
+        if (isOfTheDead(entry->d_name)) removeUnlocked(folder, entry->d_name);
 }
 
 /// Counts, and knows when it is too much.
@@ -110,6 +149,7 @@ void IncomingFile::openTemporary()
     file = FileDescriptor(
         ::openat(folder.get(), name.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, firstMode()));
     if (!file) throwErrno("Could not write", shown);
+    ::flock(file.get(), LOCK_EX | LOCK_NB); // tells others that it is on its way, where there are locks
 }
 
 void IncomingFile::openPart()

@@ -26,6 +26,10 @@ enum class Unfinished {
 /// Whether a file of this name is one on its way, or a part that was left.
 bool isIncoming(std::string_view name);
 
+/// Removes what commands of this machine that were killed have left of files on their way; parts to go on with stay.
+/// @param folder  a descriptor
+void removeAbandoned(int folder);
+
 /// A file on its way into a folder: under another name in there until it is whole and lasts.
 ///
 /// Blocks of zeros become holes; the mode of what it replaces stays. An interrupt removes or keeps it as its destructor

@@ -3,6 +3,7 @@
 #include "cli/terminal/Quantities.h"
 #include "cli/transfer/Comparison.h"
 #include "cli/transfer/Conclusion.h"
+#include "cli/transfer/IncomingFile.h"
 #include "cli/transfer/RemoteWalk.h"
 #include "cli/verbs/Verb.h"
 
@@ -102,6 +103,12 @@ private:
         return fs::is_directory(fs::symlink_status(local / below(where), error));
     }
 
+    /// Part of a file that is being fetched, or was.
+    static bool isOwn(const std::string& name, fs::file_type type)
+    {
+        return type == fs::file_type::regular && isIncoming(name);
+    }
+
     void compareFolder(const RemoteWalk::Folder& folder)
     {
         try {
@@ -119,7 +126,9 @@ private:
         const auto above = below(folder.where);
         std::map<std::string, fs::file_type> here;
         for (const auto& entry : fs::directory_iterator(local / above))
-            here[entry.path().filename().string()] = entry.symlink_status().type();
+            if (const auto type = entry.symlink_status().type();
+                !isOwn(entry.path().filename().string(), type))
+                here[entry.path().filename().string()] = type;
         const auto place = [&](const std::string& name) { return above.empty() ? name : above + "/" + name; };
         for (const auto& file : folder.listing->files) {
             const auto stored = toUtf8(file.name);

@@ -80,13 +80,16 @@ struct Target {
                  std::uint64_t size, std::uint64_t lastModified)
     {
         if (becomesFolder && !isFolder) makeFolder();
-        auto folder = DownloadFolder::open(isFolder ? path : path.parent_path());
+        if (!opened) opened = DownloadFolder::open(isFolder ? path : path.parent_path());
+        auto folder = opened;
         auto name = isFolder ? decodedName(source.where.name()) : path.filename().string();
         // What only a listing has named never leads out of the folder.
         if (!source.known && folder->contains(name)) {
-            const auto behind = behindLinks(isFolder ? path / name : path);
-            folder = DownloadFolder::open(behind.parent_path());
-            name = behind.filename().string();
+            const auto place = isFolder ? path / name : path;
+            if (const auto behind = behindLinks(place); behind != place) {
+                folder = DownloadFolder::open(behind.parent_path());
+                name = behind.filename().string();
+            }
         }
         downloader.add({source.where, version, size, lastModified, std::move(folder), std::move(name)});
     }
@@ -117,6 +120,7 @@ private:
     }
 
     bool becomesFolder = false;
+    std::shared_ptr<const DownloadFolder> opened; ///< that files go into
 };
 
 void addSource(Connection& connection, Downloader& downloader, Target& target, const RemoteItem& source,

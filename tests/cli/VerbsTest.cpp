@@ -61,6 +61,12 @@ constexpr Row rows[] = {
     {"tarn rm -r /album /flat", 0, ""},
     // check
     {"tarn check photos /photos", 0, ""},
+    // What a killed command has left, of this machine and of another, and what is on its way
+    {"cd photos/2024 && dead=.tarn-$(uname -n)-99999999 && touch $dead-1.part $dead-2.part "
+     ".tarn-else-1-1.part && "
+     "flock $dead-2.part tarn get -qr /photos ../.. && ls .tarn* | wc -l && tarn check . /photos/2024 && "
+     "rm .tarn*",
+     0, "2\n"},
     {"cp -r photos p && echo >p/extra && echo N >p/ö.txt && rm p/a.jpg && mkdir p/sub && "
      "{ tarn check p /photos >out; code=$?; sort out; exit $code; }",
      1, "different  ö.txt\nextra      a.jpg\nmissing    extra\nmissing    sub/\n"},
