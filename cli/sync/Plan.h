@@ -36,6 +36,7 @@ struct Plan {
     struct Conflict {
         std::string place;
         std::string reason;
+        bool yieldsToForce = true;
     };
 
     Pair pair;

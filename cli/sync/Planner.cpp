@@ -86,9 +86,9 @@ private:
                anyUpwards(place, [&](const std::string& above) { return untouched.contains(above); });
     }
 
-    void conflict(const std::string& place, const std::string& reason)
+    void conflict(const std::string& place, const std::string& reason, bool yieldsToForce = true)
     {
-        plan.conflicts.push_back({place, reason});
+        plan.conflicts.push_back({place, reason, yieldsToForce});
         untouched.insert(place);
     }
 
@@ -104,8 +104,10 @@ private:
             else
                 files.push_back({StepKind::create, place, item.state});
         } else if (found->second.isFolder != item.isFolder) {
-            conflict(place, item.isFolder ? "a folder in the source, a file in the target"
-                                          : "a file in the source, a folder in the target");
+            conflict(place,
+                     item.isFolder ? "a folder in the source, a file in the target"
+                                   : "a file in the source, a folder in the target",
+                     false);
         } else if (!item.isFolder) {
             ask(place, item.state, found->second);
         }

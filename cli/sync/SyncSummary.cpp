@@ -17,6 +17,11 @@ std::string targetOf(const Plan& plan)
     return plan.direction == Direction::up ? plan.pair.remote.text() : plan.pair.local.string();
 }
 
+bool helpsForce(const Plan& plan)
+{
+    return std::ranges::any_of(plan.conflicts, &Plan::Conflict::yieldsToForce);
+}
+
 /// Each reason once, however many items it is about.
 void tellLeftOut(Output& out, const Plan& plan)
 {
@@ -63,7 +68,7 @@ void addFailures(Output& out, const Plan& plan, TransferReport& report)
         if (!isAlone) out.warning(failure.what());
         report.failed.push_back({conflict.place, failure, !isAlone});
     }
-    if (!plan.conflicts.empty())
+    if (helpsForce(plan))
         out.message("With --force, sync takes the source's file where there is a conflict.");
     for (const auto& one : plan.leftOut)
         if (one.isFailure)
@@ -82,8 +87,10 @@ void showPlan(Output& out, const Plan& plan)
                 "\", " + counted(plan.conflicts.size(), "conflict") + "; " + counted(plan.unchanged, "file") +
                 (plan.unchanged == 1 ? " is" : " are") + " the same.");
     if (!plan.conflicts.empty())
-        throw Failure(ExitCode::conflict, counted(plan.conflicts.size(), "file") +
-                                              " would be left as it is; --force takes the source's.");
+        throw Failure(ExitCode::conflict,
+                      counted(plan.conflicts.size(), "conflict") + " would be left as " +
+                          (plan.conflicts.size() == 1 ? "it is" : "they are") +
+                          (helpsForce(plan) ? "; --force takes the source's file." : "."));
 }
 
 void showOutcome(Output& out, const Plan& plan, SyncReport report)

@@ -86,6 +86,8 @@ constexpr Row rows[] = {
      "skip.tmp\n"},
     {"echo 1 >t/e/p.jpg && echo 1 >t/no && tarn sync --include '*.jpg' --exclude '/b' -n t /", 0,
      "create  2 B  e/p.jpg\ntarn: 1 step to do in \"alice:/t\", 0 conflicts; 1 file is the same.\n"},
+    {"mkdir -p w/a && tarn sync --force w/ /t", 6,
+     "tarn: a: a folder in the source, a file in the target; left as it is.\n"},
     // Names that are no text: two folders are two, and a plan tells what it leaves out.
     {"a=$(printf '\\377') b=$(printf '\\376') && mkdir $a $b && echo 1 >$a/x && tarn sync -q $a/ /raw && "
      "echo 2 >$b/x && tarn sync -q $b/ /raw 2>&- || echo $?; touch $a/$b && mv $a raw && "
