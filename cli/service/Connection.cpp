@@ -56,6 +56,16 @@ bool isTurnedAway(const std::exception_ptr& error)
     }
 }
 
+/// Whoever has written a 429, nothing was done, and the same may be asked for again.
+std::string checkReply(const connector::host::ReceivedReply& reply)
+{
+    auto wrong = whyNotTarn(reply);
+    if (!wrong.empty() && reply.status == statusTooMany)
+        throw TarnError(ErrorKind::unavailable, "What answers there asks to wait; try again later.",
+                        statusTooMany, {});
+    return wrong;
+}
+
 void limitWaiting(connector::host::HttpOptions& http, std::chrono::seconds limit)
 {
     http.connectTimeout = std::min<std::chrono::milliseconds>(http.connectTimeout, limit);
@@ -96,7 +106,7 @@ Connection::Connection(const ConnectionOptions& options, Output& output)
     settings.clientString = versionText;
     settings.clientType = "cli";
     settings.http = httpOptionsFor(service, options.inFlight * options.connectionsEach);
-    settings.http.replyCheck = whyNotTarn;
+    settings.http.replyCheck = checkReply;
     settings.http.observers = requestObservers(options.log, output);
     if (!options.rate.empty()) limitRate(settings.http, options);
     if (options.timeout > 0) limitWaiting(settings.http, std::chrono::seconds(options.timeout));

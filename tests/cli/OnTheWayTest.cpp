@@ -269,8 +269,14 @@ TEST_F(OnTheWay, TellsOnceThatTheServiceAsksToWait)
         connection.send("HTTP/1.1 429 Too Many Requests\r\nContent-Type: application/xml\r\n"
                         "Content-Length: 33\r\n\r\n<Error><code>Wait.</code></Error>");
     };
-    for (const auto* arguments : {"get -f /f .", "cat /f >/dev/null"}) {
-        const auto result = run(arguments, fetching, 2, turnAway);
+    const auto gateway = [](ScriptedHttpServer::Connection& connection, const TrueReply&) {
+        connection.send("HTTP/1.1 429 Too Many Requests\r\nContent-Type: text/html\r\nRetry-After: 1\r\n"
+                        "Content-Length: 3\r\n\r\n<p>");
+    };
+    const std::pair<const char*, Play> rows[] = {
+        {"get -f /f .", turnAway}, {"cat /f >/dev/null", turnAway}, {"cat /f >/dev/null", gateway}};
+    for (const auto& [arguments, reply] : rows) {
+        const auto result = run(arguments, fetching, 2, reply);
         EXPECT_EQ(result.exitCode, 0) << result.err;
         const auto told = result.err.find("asks to wait");
         EXPECT_NE(told, std::string::npos) << arguments;
