@@ -7,10 +7,12 @@
 #include "tarnhost/LogObserver.h"
 #include "tarnhost/RecordingObserver.h"
 
+#include <cerrno>
 #include <chrono>
 #include <cstdio>
 #include <ctime>
 #include <fcntl.h>
+#include <filesystem>
 
 namespace tarncli {
 
@@ -45,6 +47,17 @@ std::shared_ptr<RequestObserver> logInto(const std::string& file)
     return std::make_shared<LogObserver>(write, LogObserver::Detail::tries);
 }
 
+/// As the recording is written, beside it first: what is there already stays until something fails.
+void requireWritable(const std::string& file)
+{
+    auto temporary = file + ".XXXXXX";
+    const FileDescriptor fd(::mkostemp(temporary.data(), O_CLOEXEC));
+    if (fd) ::unlink(temporary.c_str());
+    const bool isFolder = std::filesystem::is_directory(file);
+    if (isFolder) errno = EISDIR;
+    if (!fd || isFolder) throwErrno("Could not write the recording", file);
+}
+
 } // namespace
 
 std::vector<std::shared_ptr<RequestObserver>> requestObservers(const RequestLogOptions& options,
@@ -55,10 +68,12 @@ std::vector<std::shared_ptr<RequestObserver>> requestObservers(const RequestLogO
         observers.push_back(std::make_shared<LogObserver>(
             [&output](const std::string& line) { output.detail(escaped(line)); }));
     if (!options.logFile.empty()) observers.push_back(logInto(options.logFile));
-    if (!options.recordFile.empty())
+    if (!options.recordFile.empty()) {
+        requireWritable(options.recordFile);
         // Whoever asks for a recording of one command counts refusals among what fails.
         observers.push_back(std::make_shared<RecordingObserver>(
             RecordingObserver::Options{.file = options.recordFile, .failsFrom = 400}));
+    }
     return observers;
 }
 

@@ -18,7 +18,7 @@ struct RequestLogOptions {
 
 /// The observers that write what is asked for, and the requests with their durations to `output` with -v. No secret
 /// comes to any of them. @param output  outlives them
-/// @throws Failure when the log cannot be opened
+/// @throws Failure when the log cannot be opened, or the recording not be written
 std::vector<std::shared_ptr<connector::host::RequestObserver>>
 requestObservers(const RequestLogOptions& options, Output& output);
 
