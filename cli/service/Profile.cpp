@@ -1,14 +1,13 @@
 #include "cli/service/Profile.h"
 
 #include "cli/machine/Environment.h"
-#include "cli/machine/SystemError.h"
+#include "cli/machine/FileText.h"
 #include "cli/machine/UserFolders.h"
 #include "cli/service/Endpoint.h"
 #include "cli/service/ProxyVariables.h"
 #include "cli/terminal/Failure.h"
 #include "cli/terminal/Text.h"
 
-#include <fstream>
 #include <sstream>
 #include <toml++/toml.h>
 
@@ -112,10 +111,7 @@ std::string readConfiguration(const std::filesystem::path& file)
 {
     std::error_code ignored;
     if (!std::filesystem::exists(file, ignored)) return {};
-    std::ifstream in(file, std::ios::binary);
-    std::string text(std::istreambuf_iterator<char>(in), {});
-    if (in.bad() || !in.is_open()) throwErrno("Could not read", file.string());
-    return text;
+    return readFile(file);
 }
 
 Profiles Profiles::load(const std::filesystem::path& file)

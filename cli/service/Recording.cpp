@@ -1,12 +1,10 @@
 #include "cli/service/Recording.h"
 
-#include "cli/machine/SystemError.h"
+#include "cli/machine/FileText.h"
 #include "cli/terminal/Failure.h"
 #include "cli/terminal/Text.h"
 
 #include <algorithm>
-#include <fstream>
-#include <iterator>
 #include <nlohmann/json.hpp>
 #include <optional>
 
@@ -43,9 +41,7 @@ std::optional<RecordedRequest> requestFrom(const nlohmann::json& told)
 
 Recording Recording::load(const std::filesystem::path& file)
 {
-    std::ifstream in(file, std::ios::binary);
-    const std::string text{std::istreambuf_iterator<char>(in), {}};
-    if (!in) throwErrno("Could not read", file);
+    const auto text = readFile(file);
     try {
         const auto document = nlohmann::json::parse(text);
         if (document.at("format") != "tarn requests" || document.at("version") != 1)

@@ -1,9 +1,9 @@
+#include "cli/machine/FileText.h"
 #include "cli/sync/AsPlanned.h"
 #include "cli/sync/SyncSummary.h"
 #include "cli/verbs/Verb.h"
 
-#include <fstream>
-#include <iterator>
+#include <filesystem>
 
 namespace tarncli::verbs {
 
@@ -16,9 +16,9 @@ struct Options {
 
 Plan readPlan(const std::string& file)
 {
-    std::ifstream in(file, std::ios::binary);
-    if (!in) throw Failure(ExitCode::notFound, "There is no plan " + escaped(file) + ".");
-    return planFrom({std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()}, escaped(file));
+    if (!std::filesystem::exists(file))
+        throw Failure(ExitCode::notFound, "There is no plan " + escaped(file) + ".");
+    return planFrom(readFile(file), escaped(file));
 }
 
 void apply(const Invocation& invocation, const Options& options)

@@ -1,4 +1,5 @@
 #include "cli/machine/Environment.h"
+#include "cli/machine/FileText.h"
 #include "cli/machine/Process.h"
 #include "cli/machine/SystemError.h"
 #include "cli/remote/Answer.h"
@@ -47,11 +48,7 @@ public:
     }
 
     /// Empty when the editor left no file.
-    std::string read() const
-    {
-        std::ifstream in(file, std::ios::binary);
-        return {std::istreambuf_iterator<char>(in), {}};
-    }
+    std::string read() const { return exists() ? readFile(file) : ""; }
 
     bool exists() const { return fs::exists(file); }
 
