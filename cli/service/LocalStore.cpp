@@ -76,13 +76,16 @@ bool answersAt(const std::string& url)
            ::recv(socket.get(), &first, 1, 0) == 1;
 }
 
-std::string lastLine(const fs::path& log)
+/// Why tarnd ended.
+std::string lastWords(const fs::path& log)
 {
     std::ifstream file(log);
     std::string last;
     for (std::string line; std::getline(file, line);)
         if (!line.empty()) last = line;
-    return last;
+    if (last.empty())
+        return "tarnd could not even write why; is the disk of " + escaped(log.string()) + " full?";
+    return escaped(last);
 }
 
 fs::path tarnd()
@@ -165,7 +168,7 @@ LocalStore::Account LocalStore::makeAccount() const
     auto added = process::run({program, "user", "rotate", user, "--data", data}, log());
     if (added.exitCode != 0) added = process::run({program, "user", "add", user, "--data", data}, log());
     if (added.exitCode != 0)
-        throw Failure(ExitCode::failure, "The local store could not be set up: " + escaped(lastLine(log())));
+        throw Failure(ExitCode::failure, "The local store could not be set up: " + lastWords(log()));
     const auto token = added.out.substr(0, added.out.find('\n'));
     const nlohmann::json json{{"user", user}, {"token", token}};
     writePrivateFile(data / "local.json", json.dump(2) + "\n");
@@ -188,8 +191,8 @@ void LocalStore::start(const std::function<void(const std::string&)>& told) cons
     if (last && startAt(*last)) return;
     const bool started = startAt(freeAddress());
     if (!started)
-        throw Failure(ExitCode::failure, "The local store did not start: " + escaped(lastLine(log())) +
-                                             " (see " + escaped(log().string()) + ")");
+        throw Failure(ExitCode::failure, "The local store did not start: " + lastWords(log()) + " (see " +
+                                             escaped(log().string()) + ")");
     if (last)
         told("The local store could not have " + escaped(*last) +
              " again and has taken another port: links made before do not open.");
