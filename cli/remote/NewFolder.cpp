@@ -8,7 +8,9 @@ namespace tarncli {
 
 using namespace connector::tarn;
 
-void createFolder(Connection& connection, const RemotePath& folder)
+namespace {
+
+void create(Connection& connection, const RemotePath& folder)
 {
     const auto send = [&] { return connection.files().createFolder(requestFor<FolderCreate>(folder)); };
     const auto isMade = [&] {
@@ -19,6 +21,18 @@ void createFolder(Connection& connection, const RemotePath& folder)
         makeChange(connection, send, isMade);
         return std::string();
     });
+}
+
+} // namespace
+
+void createFolder(Connection& connection, const RemotePath& folder)
+{
+    try {
+        create(connection, folder);
+    } catch (const std::exception&) {
+        if (!isRefusal(std::current_exception(), reasons::fileExists)) throw;
+        throw Failure(ExitCode::conflict, folder.quoted() + " is a file; a folder cannot replace it.");
+    }
 }
 
 bool createMissingFolder(Connection& connection, const RemotePath& folder)

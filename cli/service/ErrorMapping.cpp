@@ -38,7 +38,8 @@ constexpr Advice advices[] = {
     {"unknownVersion", "`tarn versions` lists them."},
     {"badToken", "Log in with `tarn login`."},
     {"sessionEnded", "Use `tarn login`."},
-    {"fileExists", "Use --force to replace its content, or --new-version to keep the old one as a version."},
+    {reasons::fileExists,
+     "Use --force to replace its content, or --new-version to keep the old one as a version."},
     {"folderNotEmpty", "Use `tarn rm -r` to delete it and everything in it."},
     {"targetExists", "Use `tarn mv --force` to replace it."},
 };

@@ -11,6 +11,7 @@ namespace tarncli {
 /// Reasons of the service that change what a verb does next.
 namespace reasons {
 inline constexpr std::string_view notFound = "notFound";
+inline constexpr std::string_view fileExists = "fileExists";
 inline constexpr std::string_view folderExists = "folderExists";
 inline constexpr std::string_view isFile = "isFile";
 inline constexpr std::string_view digestDiffers = "digestDiffers";

@@ -62,8 +62,10 @@ public:
     void conclude(const TransferReport& report)
     {
         if (links > 0)
-            out.warning(counted(links, "symbolic link") + (links == 1 ? " was" : " were") +
-                        " not followed, and nothing else that is neither file nor folder was compared.");
+            out.warning(counted(links, "symbolic link") + (links == 1 ? " was" : " were") + " not followed.");
+        if (others > 0)
+            out.warning(counted(others, "item") + (others == 1 ? ", which is" : ", which are") +
+                        " neither file nor folder, " + (others == 1 ? "was" : "were") + " not compared.");
         nlohmann::json document{{"same", same}, {"failed", toJson(report.failed)}};
         std::uint64_t differences = 0;
         std::string each;
@@ -154,7 +156,7 @@ private:
             if (isFolder || type == fs::file_type::regular)
                 differs("missing", place(name) + (isFolder ? "/" : ""));
             else
-                ++links;
+                ++(type == fs::file_type::symlink ? links : others);
         }
     }
 
@@ -185,6 +187,7 @@ private:
     RemoteWalk walk;
     std::uint64_t same = 0;
     std::uint64_t links = 0;
+    std::uint64_t others = 0;
     std::map<std::string, std::vector<std::string>> found;
     std::vector<TransferReport::Failed> unreadable;
 };

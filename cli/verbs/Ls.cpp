@@ -139,6 +139,8 @@ public:
             documents.push_back(documentOf(where, listingOf(file)));
     }
 
+    std::size_t fileCount() const { return files.size(); }
+
     void showFiles()
     {
         if (!out.isJson()) out.data(shown(files, options));
@@ -177,6 +179,7 @@ void listSeveral(const Invocation& invocation, const std::vector<std::string>& p
         const auto attributes = attributesOf(connection, item);
         isFolder(attributes) ? walk.add(item.where) : listings.addFile(item.where, attributes);
     });
+    report.done = listings.fileCount(); // folders count when they are listed
     listings.showFiles();
     addTo(report, walk.run());
     if (invocation.out.isJson())

@@ -120,6 +120,21 @@ constexpr Row rows[] = {
     {"touch libcurl.so.4 && tarn version && rm libcurl.so.4 && tarn help cp | head -n 1", 0,
      "tarn 0.1.0\nCopy files and folders within the service\n"},
     {"tarn help nope", 2, ""},
+    // What is in the way is named, with what helps
+    {"mkdir way && EDITOR='rm $1; mkdir' tarn edit /way 2>&1 | grep -o '/way: Is a directory'; tarn apply "
+     "way 2>&1; "
+     "tarn replay --endpoint http://127.0.0.1:1 way 2>&1; tarn --record way ls 2>&1",
+     6,
+     "/way: Is a directory\ntarn: Could not read way: Is a directory.\ntarn: Could not read way: Is a "
+     "directory.\n"
+     "tarn: Could not write the recording way: Is a directory.\n"},
+    {"tarn -q put photos/b.JPG /way && tarn mkdir /way 2>&1; tarn rm -q /way; tarn ls /photos/2024 /none "
+     "2>&1 "
+     ">/dev/null | tail -n 1",
+     0, "tarn: \"/way\" is a file; a folder cannot replace it.\ntarn: 1 item could not be listed; 1 was.\n"},
+    {"mkfifo way/fifo && tarn -q mkdir /way && tarn check way /way 2>&1; tarn rm -r /way", 0,
+     "tarn: 1 item, which is neither file nor folder, was not compared.\n"
+     "tarn: No differences: 0 files are the same.\n"},
 };
 
 TEST(Verbs, DoWhatIsTyped)
