@@ -22,12 +22,20 @@ bool helpsForce(const Plan& plan)
     return std::ranges::any_of(plan.conflicts, &Plan::Conflict::yieldsToForce);
 }
 
+/// What is to be told as the failure of the command, and nothing else came of it.
+bool isWholeOutcome(const Plan& plan, const TransferReport& report)
+{
+    const auto failures = std::ranges::count_if(plan.leftOut, &Side::LeftOut::isFailure);
+    return failures == 1 && plan.conflicts.empty() && report.failed.empty() && report.done == 0 &&
+           report.notStarted == 0;
+}
+
 /// Each reason once, however many items it is about.
-void tellLeftOut(Output& out, const Plan& plan)
+void tellLeftOut(Output& out, const Plan& plan, bool withFailures = true)
 {
     std::map<std::string, std::vector<std::string>> byReason;
     for (const auto& one : plan.leftOut)
-        byReason[one.reason].push_back(one.place);
+        if (withFailures || !one.isFailure) byReason[one.reason].push_back(one.place);
     for (const auto& [reason, places] : byReason) {
         const auto shown = escaped(places.front());
         out.warning(places.size() == 1 ? "Left out " + shown + ": " + reason
@@ -95,7 +103,7 @@ void showPlan(Output& out, const Plan& plan)
 
 void showOutcome(Output& out, const Plan& plan, SyncReport report)
 {
-    tellLeftOut(out, plan);
+    tellLeftOut(out, plan, !isWholeOutcome(plan, report.transfers));
     addFailures(out, plan, report.transfers);
     tellDone(out, plan, report);
     auto skipped = nlohmann::json::array();

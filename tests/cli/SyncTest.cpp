@@ -91,8 +91,10 @@ constexpr Row rows[] = {
     // Names that are no text: two folders are two, and a plan tells what it leaves out.
     {"a=$(printf '\\377') b=$(printf '\\376') && mkdir $a $b && echo 1 >$a/x && tarn sync -q $a/ /raw && "
      "echo 2 >$b/x && tarn sync -q $b/ /raw 2>&- || echo $?; touch $a/$b && mv $a raw && "
-     "tarn sync -q --plan p raw/ /raw && tarn apply -q p",
-     0, "6\ntarn: Left out \\xfe: The name is not valid UTF-8.\n"},
+     "tarn sync -q --plan p raw/ /raw && tarn apply -q p && tarn sync raw/ /raw",
+     1,
+     "6\ntarn: Left out \\xfe: The name is not valid UTF-8.\n"
+     "tarn: \\xfe was left out: The name is not valid UTF-8.\n"},
     // The other way.
     {"tarn sync -q /t/ back && ls -A back && tarn sync -q /t copy && ls -A copy", 0,
      "a\nb\nd\ne\nkeep.tmp\nn\nskip.tmp\nt\n"},
