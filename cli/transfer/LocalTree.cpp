@@ -86,4 +86,9 @@ SourceTree walkLocalTree(const fs::path& root, const std::function<bool(const st
     return std::move(walk.tree);
 }
 
+void requireLocalPath(const std::string& place)
+{
+    if (place.empty()) throw usageError("A local path is empty; the current folder is \".\".");
+}
+
 } // namespace tarncli

@@ -48,4 +48,7 @@ SourceTree walkLocalTree(
         return true;
     });
 
+/// @throws Failure (usage) for an empty one, as a script has when its variable is not set
+void requireLocalPath(const std::string& place);
+
 } // namespace tarncli

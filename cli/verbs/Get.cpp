@@ -6,6 +6,7 @@
 #include "cli/terminal/Quantities.h"
 #include "cli/transfer/Conclusion.h"
 #include "cli/transfer/Download.h"
+#include "cli/transfer/LocalTree.h"
 #include "cli/verbs/Cat.h"
 #include "cli/verbs/Verb.h"
 
@@ -179,6 +180,7 @@ void fetch(const Invocation& invocation, const GetOptions& options)
         place = sources.back();
         sources.pop_back();
     }
+    requireLocalPath(place);
     if (place == "-") return writeContents(invocation, sources, options.version);
     bool isPattern = false;
     for (const auto& source : sources)

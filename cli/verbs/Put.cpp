@@ -2,6 +2,7 @@
 #include "cli/remote/StoredNames.h"
 #include "cli/terminal/Quantities.h"
 #include "cli/transfer/Conclusion.h"
+#include "cli/transfer/LocalTree.h"
 #include "cli/transfer/Upload.h"
 #include "cli/transfer/UploadSummary.h"
 #include "cli/transfer/UploadTarget.h"
@@ -41,6 +42,7 @@ struct Source {
 
 Source sourceOf(const std::string& place, bool recursive)
 {
+    requireLocalPath(place);
     std::error_code error;
     const auto status = fs::status(place, error);
     if (!fs::exists(status))

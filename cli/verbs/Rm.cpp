@@ -54,7 +54,8 @@ void remove(const Invocation& invocation, const Options& options)
 {
     // All of them first: a slip in the last one must not show when the others are gone.
     for (const auto& path : options.paths)
-        addressableOrPattern(path);
+        if (addressableOrPattern(path).isRoot())
+            throw usageError("The root folder cannot be deleted; name what is in it.");
     auto connection = invocation.connect();
     auto removed = nlohmann::json::array();
     const auto report =

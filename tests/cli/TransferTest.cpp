@@ -216,8 +216,9 @@ TEST_F(TransferTest, RefusesBeforeAnythingIsSent)
     service.kill(); // a request would fail as unreachable
     for (const std::string arguments :
          {"put a '/x?y'", "put a '/x#y'", "put a x", "put a /x//y", "put a", "put --force --new-version a /a",
-          "get /../x .", "mv /a '/b?'", "tree /a /b", "ls --frobnicate", "revoke x/y", "frobnicate",
-          "--endpoint 'http://[::1]:7070' ls", "--endpoint files.example.org ls", "--profile none ls"})
+          "get /../x .", "get /a ''", "put '' /a", "rm -r --keep /", "mv /a '/b?'", "tree /a /b",
+          "ls --frobnicate", "revoke x/y", "frobnicate", "--endpoint 'http://[::1]:7070' ls",
+          "--endpoint files.example.org ls", "--profile none ls"})
         EXPECT_EQ(alice.run("tarn " + arguments).exitCode, 2) << arguments;
     EXPECT_THAT(tarn({"lss"}, 2).err, HasSubstr("did you mean `tarn ls`?"));
     EXPECT_THAT(tarn({}, 2).err, HasSubstr("Examples:"));
