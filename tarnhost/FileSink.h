@@ -20,9 +20,12 @@ namespace connector::host {
 /// and to anything else within `onNext`, on the thread that delivers: a pipe that nobody reads holds a delivery thread
 /// up, until the download is stopped, its deadline passes, `cancel` is called or the host ends. Once all of it has
 /// arrived here, only the latter two do: the exchange, which the others break off, is over. A terminal that is halted
-/// is waited for. What cannot be written is thrown out of a following `onNext` or out of `onComplete` as std::system_error, and so
-/// becomes the failure of the download. At an end or an error all that was delivered has been written, but for
-/// what waited for room then; after `cancel` once the sink is gone. Nothing is synced or closed; after an error what has been written stays.
+/// is waited for.
+///
+/// What cannot be written is thrown out of a following `onNext` or out of `onComplete` as std::system_error, and so
+/// becomes the failure of the download. At an end or an error all that was delivered has been written, but for what
+/// waited for room then; after `cancel` once the sink is gone. Nothing is synced or closed; after an error what has
+/// been written stays.
 class TARN_API FileSink : public reactive_streams::SubscriberAPI<common::DataBuffer> {
 public:
     struct Options {

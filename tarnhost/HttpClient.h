@@ -28,10 +28,11 @@ struct TransferredBytes {
 /// may be repeated, at once on a fresh connection. After a pause, what is safe to repeat is tried again as often as
 /// RetryPolicy or the request says. HttpOptions says how long and how large an exchange may become.
 ///
-/// Between start and stop all exchanges are driven by one thread at a time: the one that sends, or a delivery thread that
-/// waits for the sockets. That runs no foreign code: request bodies are gathered on the thread of their publisher unless their headers frame them, publishers are subscribed to on a
-/// delivery thread, and every future is resolved on one. A request that gets no complete reply fails with
-/// TransportError; one whose body publisher fails, with that error. Stopping fails all exchanges under way.
+/// Between start and stop all exchanges are driven by one thread at a time: the one that sends, or a delivery thread
+/// that waits for the sockets. That runs no foreign code: request bodies are gathered on the thread of their publisher
+/// unless their headers frame them, publishers are subscribed to on a delivery thread, and every future is resolved on
+/// one. A request that gets no complete reply fails with TransportError; one whose body publisher fails, with that
+/// error. Stopping fails all exchanges under way.
 class TARN_API HttpClient : public ServiceProvider {
 public:
     /// @throws std::invalid_argument for a proxy that cannot work
