@@ -39,6 +39,15 @@ std::string inMilliseconds(std::chrono::duration<double, std::milli> took)
     return text;
 }
 
+/// A URL without user and password: what is printed here is made to be shown to others.
+std::string withoutUser(const std::string& url)
+{
+    const auto scheme = url.find("://");
+    const auto begin = scheme == std::string::npos ? 0 : scheme + 3;
+    const auto at = url.rfind('@');
+    return at == std::string::npos || at < begin ? url : url.substr(0, begin) + url.substr(at + 1);
+}
+
 /// Of the end of a certificate, in words.
 std::string untilText(Clock::time_point ends, Clock::time_point now)
 {
@@ -80,9 +89,10 @@ private:
         auto service = serviceFor(invocation.connection.service);
         Connection connection(invocation.connection, invocation.out); // starts the local store
         endpoint = connection.url();
-        pass(service.isLocal() ? "the local store at " + endpoint
-                               : endpoint + " (" + service.endpointFrom + ")" +
-                                     (service.proxy.empty() ? "" : ", by way of the proxy " + service.proxy));
+        pass(service.isLocal()
+                 ? "the local store at " + endpoint
+                 : endpoint + " (" + service.endpointFrom + ")" +
+                       (service.proxy.empty() ? "" : ", by way of the proxy " + withoutUser(service.proxy)));
         if (!reaches(service)) return;
         examineAccess(connection);
         if (service.isLocal()) examineSpace();
