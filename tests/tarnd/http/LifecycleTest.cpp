@@ -146,7 +146,7 @@ TEST(HandedOverSocket, IsListenedOn)
     const auto script =
         "exec 3<&" + std::to_string(listening) +
         "; export LISTEN_FDS=1; for round in 1 2; do "
-        "sh -c 'LISTEN_PID=$$ exec \"$0\" serve --data \"$1\" --listen :none' \"$0\" \"$1\" & "
+        "sh -c 'LISTEN_PID=$$ exec \"$0\" serve --data \"$1\" --listen 192.0.2.1:1' \"$0\" \"$1\" & "
         "server=$!; curl -sf -m 30 $2/health/live || exit; kill $server; wait $server || exit; done";
     const auto result =
         runCommand({"/bin/bash", "-c", script, std::getenv("TARN_BIN_DIR") + std::string("/tarnd"),
