@@ -4,6 +4,7 @@
 #include "tarn/transfer/FileTransferMessages.h"
 
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
 
@@ -18,8 +19,8 @@ public:
 
     /// Bytes from the beginning of the content that are here.
     virtual std::uint64_t held() const = 0;
-    /// Of these bytes. @throws Failure
-    virtual connector::tarn::Sha256 hash() const = 0;
+    /// Of these bytes; a request adds what it brings. @throws Failure
+    virtual std::shared_ptr<connector::tarn::Sha256> hash() = 0;
     /// The id of the version that they are of; empty: not known, so that nothing can be added to them.
     virtual std::string version() const = 0;
     /// What comes is of this version. @throws Failure

@@ -61,10 +61,8 @@ Future<std::string> requestRest(Connection& connection, const RemotePath& file, 
     auto request = requestFor<FileDownload>(file);
     static_cast<VersionInfo&>(*request) = version;
     request->offset = target->held();
-    if (request->offset > 0) {
-        request->ifVersion = target->version();
-        request->before = target->hash();
-    }
+    request->hash = target->hash();
+    if (request->offset > 0) request->ifVersion = target->version();
     request->content = target->subscriber();
     request->onHead = [file, target, size](const FileDownloadHead& head) {
         if (head.offset != target->held())

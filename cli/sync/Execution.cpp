@@ -277,7 +277,7 @@ Transfer Execution::download(const Step& step)
             .then([arrival, folder, name, overwrite, source = *step.source,
                    target = step.target](Future<std::string>&& received) {
                 auto digest = arrival->file->toldDigest(std::move(received));
-                if (digest.empty()) digest = arrival->file->hash().hex();
+                if (digest.empty()) digest = arrival->file->hash()->hex();
                 const auto here = folder->find(name);
                 if (target && (!here || here->size() != target->size || here->modified() != target->modified))
                     throw changedMeanwhile();

@@ -244,12 +244,20 @@ std::uint64_t IncomingFile::held() const
     return static_cast<std::uint64_t>(position);
 }
 
-connector::tarn::Sha256 IncomingFile::hash() const
+/// What this command has fetched need not be read again.
+std::shared_ptr<connector::tarn::Sha256> IncomingFile::hash()
 {
-    fillLastHole();
+    const auto end = held();
+    if (!running || running->bytes() != end)
+        running = std::make_shared<connector::tarn::Sha256>(hashUpTo(static_cast<off_t>(end)));
+    return running;
+}
+
+connector::tarn::Sha256 IncomingFile::hashUpTo(off_t end) const
+{
     connector::tarn::Sha256 hash;
+    if (end > 0) fillLastHole();
     std::array<char, 64 * 1024> buffer;
-    const auto end = static_cast<off_t>(held());
     for (off_t done = 0; done < end;) {
         const auto count = ::pread(file.get(), buffer.data(), buffer.size(), done);
         if (count < 0 && errno == EINTR) continue;

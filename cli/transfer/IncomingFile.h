@@ -48,7 +48,7 @@ public:
     IncomingFile& operator=(const IncomingFile&) = delete;
 
     std::uint64_t held() const override;
-    connector::tarn::Sha256 hash() const override;
+    std::shared_ptr<connector::tarn::Sha256> hash() override;
 
     std::string version() const override { return versionId; }
 
@@ -82,6 +82,7 @@ private:
     bool isStillNamed() const;
     void readVersion();
     void fillLastHole() const;
+    connector::tarn::Sha256 hashUpTo(off_t end) const;
     void leave() const;
     bool isTaken(const std::string& target) const;
     void rename(Overwrite overwrite) const;
@@ -94,6 +95,7 @@ private:
     const std::string name; ///< until it is whole
     MovedBytes moved;
     std::string versionId;
+    std::shared_ptr<connector::tarn::Sha256> running;
     std::string reasonAnew;
     bool committed = false;
     InterruptGuard guard; ///< before the file exists, so that there is no moment in which it is forgotten

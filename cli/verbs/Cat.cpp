@@ -43,7 +43,7 @@ public:
 
     std::uint64_t held() const override { return written; }
 
-    Sha256 hash() const override { return digest; }
+    std::shared_ptr<Sha256> hash() override { return digest; }
 
     std::string version() const override { return versionId; }
 
@@ -59,14 +59,13 @@ public:
         return std::make_shared<ContentReceiver>([self = shared_from_this()](std::string_view bytes) {
             self->requireRoomTo(self->written + bytes.size());
             self->out.data(bytes);
-            self->digest.add(bytes);
             self->written += bytes.size();
         });
     }
 
 private:
     Output& out;
-    Sha256 digest;
+    const std::shared_ptr<Sha256> digest = std::make_shared<Sha256>();
     std::uint64_t written = 0;
     std::string versionId;
 };

@@ -84,6 +84,8 @@ Reply FileTransferClientServiceProvider::handle(std::unique_ptr<FileDownload>&& 
 {
     if (!request->content) throw std::invalid_argument("There is no subscriber for the content.");
     if (request->length == 0u) throw std::invalid_argument("A part of no bytes cannot be asked for.");
+    if (request->hash && request->hash->bytes() != request->offset)
+        throw std::invalid_argument("The hash is not of the bytes before the part.");
     ServiceRequest http = contentReadRequest(endpoint, *request);
     if (const std::string range = rangeOf(*request); !range.empty()) {
         http.addHeader("Range", range);

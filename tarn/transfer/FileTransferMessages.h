@@ -79,7 +79,7 @@ struct TARN_API FileDownloadHead {
 /// fails with std::runtime_error "Content stream cancelled.".
 ///
 /// All of it arrives, or an error: a body that ends early and one whose SHA-256 is not the one that the service tells
-/// (DigestMismatch) are errors, after the items. The latter is known of a whole file, of the end of one with `before`,
+/// (DigestMismatch) are errors, after the items. The latter is known of a whole file, of the end of one with `hash`,
 /// and of a part where the service tells its own. A part that ends before both what was asked for and the file, or is
 /// of another version than `ifVersion`, is an error without items.
 ///
@@ -91,7 +91,8 @@ struct TARN_API FileDownloadHead {
 /// Wire   GET as FileRead; "Range" when `offset` or `length` is given, and then "If-Range" when `ifVersion` is
 /// Fails  as FileRead; with what the service says of a part behind the end; with PartMismatch when another part comes
 ///        than was asked for, or the file of a service that knows nothing of parts ends before it; with
-///        std::invalid_argument without `content`, or for a part of no bytes
+///        std::invalid_argument without `content`, for a part of no bytes, or when `hash` is of another number of
+///        bytes than `offset`
 struct TARN_API FileDownload : SessionRequest,
                                VersionInfo,
                                MessageAPI<FileDownload, FileTransferServiceProvider> {
@@ -102,8 +103,10 @@ struct TARN_API FileDownload : SessionRequest,
     std::uint64_t offset = 0;            ///< bytes
     std::optional<std::uint64_t> length; ///< bytes, or fewer where the file ends; nothing: all the rest
     std::string ifVersion; ///< FileDownloadHead::versionId of the beginning; empty: of whatever there is
-    std::optional<Sha256>
-        before; ///< of the `offset` bytes that the caller has, so that the whole is verified
+    /// Of the `offset` bytes that the caller has, so that the whole is verified; null: nobody knows it. Bytes that are
+    /// delivered are added to it, and it begins anew where the whole file comes instead: when the future is settled,
+    /// other than by `Subscription::cancel`, another download may go on from there.
+    std::shared_ptr<Sha256> hash;
     ContentSubscriber content;
     /// Called before the subscriber gets its subscription, on the same thread; empty: nobody asks. What it throws
     /// ends the transfer and fails the future.

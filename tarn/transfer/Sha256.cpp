@@ -31,7 +31,11 @@ struct Sha256::State {
         if (!context) throw std::bad_alloc();
     }
 
-    State(const State& other) : State() { require(EVP_MD_CTX_copy_ex(context.get(), other.context.get())); }
+    State(const State& other) : State()
+    {
+        bytes = other.bytes;
+        require(EVP_MD_CTX_copy_ex(context.get(), other.context.get()));
+    }
 
     static void require(int done)
     {
@@ -39,6 +43,7 @@ struct Sha256::State {
     }
 
     std::unique_ptr<EVP_MD_CTX, Free> context;
+    std::uint64_t bytes = 0;
 };
 
 Sha256::Sha256() : state(std::make_unique<State>())
@@ -61,6 +66,12 @@ Sha256::~Sha256() = default;
 void Sha256::add(std::string_view bytes)
 {
     State::require(EVP_DigestUpdate(state->context.get(), bytes.data(), bytes.size()));
+    state->bytes += bytes.size();
+}
+
+std::uint64_t Sha256::bytes() const
+{
+    return state->bytes;
 }
 
 std::string Sha256::hex() const

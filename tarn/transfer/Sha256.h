@@ -2,6 +2,7 @@
 
 #include "tarn/foundation/Export.h"
 
+#include <cstdint>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -18,6 +19,9 @@ public:
     ~Sha256();
 
     void add(std::string_view bytes);
+
+    /// How many have been added.
+    std::uint64_t bytes() const;
 
     /// Of all bytes so far: 64 hexadecimal digits in lower case. More may be added afterwards.
     std::string hex() const;

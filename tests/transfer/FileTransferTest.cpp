@@ -99,7 +99,10 @@ auto download(const Wanted& wanted, const std::shared_ptr<Recorder>& recorder)
         request->offset = wanted.offset;
         request->length = wanted.length;
         request->ifVersion = wanted.ifVersion;
-        if (!wanted.before.empty()) request->before.emplace().add(wanted.before);
+        if (!wanted.before.empty()) {
+            request->hash = std::make_shared<Sha256>();
+            request->hash->add(wanted.before);
+        }
         request->content = recorder;
         request->onHead = [recorder](const FileDownloadHead& head) {
             recorder->heard += std::to_string(head.offset);
@@ -219,6 +222,31 @@ TEST(Downloads, TellSubscriberAndFutureTheSame)
         EXPECT_EQ(recorder->heard, row.heard);
         EXPECT_EQ(outcome().substr(0, row.outcome.size()), row.outcome);
     }
+}
+
+TEST(Downloads, GoOnFromTheHashOfWhatHasCome)
+{
+    const auto hash = std::make_shared<Sha256>();
+    const auto fetch = [&hash](std::uint64_t offset, std::uint16_t status, const Headers& headers,
+                               const std::string& body) {
+        Bench bench;
+        auto request = located<FileDownload>(u"/a b");
+        request->offset = offset;
+        request->hash = hash;
+        request->content = std::make_shared<Recorder>();
+        auto outcome = watch(bench.client->downloadFile(std::move(request)));
+        bench.transport->answerWith(
+            std::make_unique<http::HttpStreamedResponse>(status, bodyOf(body), headers));
+        return outcome();
+    };
+    EXPECT_EQ(fetch(0, 200, described, "0123"), "The content ended after 4 of 10 bytes.");
+    EXPECT_EQ(fetch(4, 206, part("4-9/10"), "45"), "The content ended after 2 of 6 bytes.");
+    EXPECT_EQ(fetch(6, 200, length("9"), "012345678"), "9|6|false||3|false"); // without parts
+    EXPECT_EQ(fetch(9, 206, part("9-9/10"), "9"), "10|9|true||1|true");
+
+    Bench bench;
+    const auto ofOthers = download({5, {}, "", "0123"}, std::make_shared<Recorder>());
+    EXPECT_THROW(ofOthers(*bench.client), std::invalid_argument);
 }
 
 TEST(Downloads, TakeAPartFromAHostThatHandsNoHeadersOver)

@@ -78,16 +78,20 @@ void DownloadRelay::readHead(const std::unique_ptr<http::HttpClientResponse>& re
     const ReplyHead head(*reply);
     response->sha256 = head.sha256();
     response->versionId = head.versionId();
-    told = response->sha256;
-    if (!response->isPart) {
-        hash.emplace();
-    } else if (!asked->length && asked->before) {
-        hash = std::move(asked->before);
-    } else if (reply->status == partialContent) {
-        told = head.bodySha256();
-        hash.emplace();
-    }
-    if (told.empty()) hash.reset();
+    const bool isRest = response->isPart && !asked->length && asked->hash;
+    told = isRest || !response->isPart       ? response->sha256
+           : reply->status == partialContent ? head.bodySha256()
+                                             : std::string();
+    chooseHash(isRest);
+}
+
+/// The caller's, unless what is compared is not what he gets.
+void DownloadRelay::chooseHash(bool isRest)
+{
+    const bool isAll = !response->isPart && response->offset == 0;
+    if (isAll && asked->hash) *asked->hash = Sha256();
+    if (told.empty()) return;
+    hash = asked->hash && (isRest || isAll) ? asked->hash : std::make_shared<Sha256>();
 }
 
 /// @throws PartMismatch when this is not the whole of what was asked for
@@ -173,7 +177,7 @@ void DownloadRelay::onNext(DataBuffer&& item)
         std::lock_guard lock(mutex);
         if (ended) return;
     }
-    if (hash) hash->add(item.bytes());
+    if (hash && hash != asked->hash) hash->add(item.bytes());
     seen += item.size;
     const bool wasEmpty = item.size == 0;
     cut(item);
@@ -202,6 +206,7 @@ void DownloadRelay::cut(DataBuffer& item)
 void DownloadRelay::pass(DataBuffer&& item)
 {
     response->bytes += item.size;
+    if (asked->hash) asked->hash->add(item.bytes());
     if (auto failure = failureOf([&] { receiver->onNext(std::move(item)); })) {
         if (!end()) return;
         stopSource();

@@ -43,6 +43,7 @@ private:
     bool endsAsAsked(const ReplyHead::Part& part) const;
     void readWhole(const http::HttpClientResponse& reply);
     bool endsAtOffset(const http::HttpClientResponse& reply) const;
+    void chooseHash(bool isRest);
     void cut(common::DataBuffer& item);
     void pass(common::DataBuffer&& item);
     void complete();
@@ -57,7 +58,7 @@ private:
     Promise<std::unique_ptr<Message>> promise;
     std::unique_ptr<FileDownloadResponse> response;
     ContentSubscriber receiver;
-    std::optional<Sha256> hash;             ///< where there is a digest to compare it with
+    std::shared_ptr<Sha256> hash;           ///< what is compared with the digest, where there is one
     std::string told;                       ///< that digest: of the whole file, or of the part
     std::uint64_t skip = 0;                 ///< bytes still to be dropped
     std::optional<std::uint64_t> remaining; ///< bytes to be delivered, where more may come
