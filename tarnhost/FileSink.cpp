@@ -50,18 +50,6 @@ bool isZero(std::string_view block)
     return block.front() == '\0' && std::memcmp(block.data(), block.data() + 1, block.size() - 1) == 0;
 }
 
-/// @return false when nobody wants it any more
-bool waitForRoom(int descriptor)
-{
-    auto* const interruption = detail::Interruption::current();
-    pollfd watched[] = {{descriptor, POLLOUT, 0},
-                        {interruption ? interruption->descriptor() : -1, POLLIN, 0}};
-    while (poll(watched, 2, -1) < 0) {
-        if (errno != EINTR) fail("Could not write the content");
-    }
-    return watched[1].revents == 0;
-}
-
 /// How far blocks of one kind, zeros or not, go from the front.
 std::size_t runLength(std::string_view bytes, bool zeros)
 {
@@ -193,7 +181,7 @@ void FileSink::store(std::string_view bytes)
 void FileSink::write(std::string_view bytes)
 {
     while (!bytes.empty()) {
-        if (!isFile && !waitForRoom(file)) return;
+        if (!isFile && !detail::waitUntilReady(file, POLLOUT, detail::Interruption::current())) return;
         const auto written =
             ::write(file, bytes.data(), isFile ? bytes.size() : std::min(bytes.size(), pieceBytes));
         if (written < 0 && (errno == EINTR || errno == EAGAIN)) continue;

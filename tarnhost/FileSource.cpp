@@ -159,7 +159,7 @@ private:
             const auto most = size ? std::min(itemBytes, *size - published) : itemBytes;
             std::optional<DataBuffer> item;
             while (!item) {
-                if (!size && !hasInput()) return;
+                if (!size && !detail::waitUntilReady(file.get(), POLLIN, &interruption)) return;
                 item = most > 0 ? readItem(file.get(), most) : DataBuffer();
             }
             published += item->size;
@@ -179,16 +179,6 @@ private:
             receiver->onError(std::move(error));
         } catch (...) { // it has been told
         }
-    }
-
-    /// Waits for it. @return false when cancelled meanwhile
-    bool hasInput()
-    {
-        pollfd watched[] = {{file.get(), POLLIN, 0}, {interruption.descriptor(), POLLIN, 0}};
-        while (poll(watched, 2, -1) < 0) {
-            if (errno != EINTR) fail("Could not read the content");
-        }
-        return watched[1].revents == 0;
     }
 
     bool end()

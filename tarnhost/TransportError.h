@@ -18,8 +18,7 @@ enum class TransportPhase {
     shutdown, ///< the host was shut down: before anything was sent, or as `exchange`
     deadline, ///< that of the call has passed: before anything was sent, or as `exchange`
     stopped,  ///< by the caller: before anything was sent, or as `exchange`
-    gateway, ///< a reply that HttpOptions::replyCheck refused, of a status that `isGatewayStatus`: something answered in
-    ///< the service's place; else as `exchange`
+    gateway, ///< as `reply`, with a status that `isGatewayStatus`: of something in the service's place; as `exchange`
 };
 
 /// Whether a reply of this HTTP status says that the service did not get to answer, or not in time: 502, 503, 504.

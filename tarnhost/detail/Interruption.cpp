@@ -1,5 +1,6 @@
 #include "tarnhost/detail/Interruption.h"
 
+#include <poll.h>
 #include <sys/eventfd.h>
 
 #include <cerrno>
@@ -24,6 +25,16 @@ int Interruption::descriptor()
     if (!event.isOpen())
         throw std::system_error(errno, std::generic_category(), "Could not watch the content");
     return event.get();
+}
+
+bool waitUntilReady(int file, short events, Interruption* interruption)
+{
+    pollfd watched[] = {{file, events, 0}, {interruption ? interruption->descriptor() : -1, POLLIN, 0}};
+    while (poll(watched, 2, -1) < 0) {
+        if (errno != EINTR)
+            throw std::system_error(errno, std::generic_category(), "Could not watch the content");
+    }
+    return watched[1].revents == 0;
 }
 
 } // namespace connector::host::detail

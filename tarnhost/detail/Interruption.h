@@ -41,4 +41,9 @@ private:
     bool hasRung = false;
 };
 
+/// Waits until a file is ready for `events`, those of poll(), or interrupted.
+/// @param interruption  null: nothing interrupts it
+/// @return false when it was interrupted  @throws std::system_error
+bool waitUntilReady(int file, short events, Interruption* interruption);
+
 } // namespace connector::host::detail
