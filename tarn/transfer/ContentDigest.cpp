@@ -35,8 +35,8 @@ std::string hexOf(std::string_view bytes)
 std::string sha256In(std::string_view contentDigest)
 {
     auto found = contentDigest.find(key);
-    while (found != std::string_view::npos &&
-           !isBoundary(contentDigest, found)) // another's, that ends like it
+    // That of another algorithm may end like it.
+    while (found != std::string_view::npos && !isBoundary(contentDigest, found))
         found = contentDigest.find(key, found + key.size());
     if (found == std::string_view::npos) return {};
     const auto encoded = contentDigest.substr(found + key.size());

@@ -116,9 +116,4 @@ void DataDirectory::join(Database& database, ContentFolder& contents) const
     throw contents.ids().empty() ? sentences::otherFolder(folder) : sentences::foreignData(folder);
 }
 
-bool DataDirectory::hasData() const
-{
-    return storeId().has_value();
-}
-
 } // namespace tarnd

@@ -38,9 +38,6 @@ public:
     /// share the directory.
     void announce(const std::string& url) const;
 
-    /// Something was stored here before.
-    bool hasData() const;
-
 private:
     void identify();
     std::optional<std::string> storeId() const;

@@ -63,7 +63,6 @@ void Measure::add(std::string_view bytes)
 {
     std::lock_guard lock(mutex);
     hash.add(bytes);
-    count += bytes.size();
 }
 
 void Measure::finish()
@@ -75,7 +74,7 @@ void Measure::finish()
 std::uint64_t Measure::bytes() const
 {
     std::lock_guard lock(mutex);
-    return count;
+    return hash.bytes();
 }
 
 std::string Measure::sha256() const

@@ -21,7 +21,6 @@ public:
 private:
     mutable std::mutex mutex; ///< guards everything below
     Sha256 hash;
-    std::uint64_t count = 0;
     bool finished = false;
 };
 
