@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <fcntl.h>
+#include <filesystem>
 #include <nlohmann/json.hpp>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -48,10 +49,15 @@ Json toJson(const ObservedAttempt& attempt)
     return told;
 }
 
-/// Replaces the file in one step; not synced, since it is not worth waiting for a disk.
-void replaceFile(const std::string& file, std::string_view text)
+/// Replaces the file, behind links, in one step; not synced, since it is not worth waiting for a disk.
+void replaceFile(const std::string& name, std::string_view text)
 {
-    auto temporary = file + ".XXXXXX";
+    std::error_code isNew;
+    auto file = std::filesystem::canonical(name, isNew);
+    if (isNew) file = name;
+    // A device or a pipe in whose place a file came would be missed by others.
+    if (!isNew && !std::filesystem::is_regular_file(file)) return;
+    auto temporary = file.string() + ".XXXXXX";
     const int fd = ::mkostemp(temporary.data(), O_CLOEXEC); // mode 0600
     if (fd < 0) return;
     while (!text.empty()) {

@@ -16,7 +16,7 @@ namespace connector::host {
 /// `tarn replay FILE`, which repeats them against a service on one's own machine. docs/recording.md has its format.
 ///
 /// The file (mode 0600) is replaced in one step, at most once in a second; after a failure it is written once more at the
-/// end. What cannot be written is lost without a word.
+/// end. What cannot be written, as to a device, is lost without a word.
 class TARN_API RecordingObserver : public RequestObserver {
 public:
     struct Options {

@@ -65,8 +65,18 @@ void makePrivateFolder(const fs::path& folder)
         throwErrno("Could not make the folder", folder);
 }
 
+void requireReplaceable(const fs::path& file)
+{
+    std::error_code missing;
+    const auto there = fs::status(file, missing);
+    if (fs::exists(there) && !fs::is_regular_file(there) && !fs::is_directory(there))
+        throw Failure(ExitCode::conflict, "Could not write " + escaped(file.string()) +
+                                              ": it is a device, a pipe or a socket. Name a file.");
+}
+
 void writePrivateFile(const fs::path& file, const std::string& text)
 {
+    requireReplaceable(file);
     makePrivateFolder(file.parent_path());
     auto temporary = file.string() + ".XXXXXX";
     FileDescriptor fd(::mkostemp(temporary.data(), O_CLOEXEC)); // mode 0600

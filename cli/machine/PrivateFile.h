@@ -8,8 +8,11 @@
 namespace tarncli {
 
 /// Replaces the file in one durable step with mode 0600; makes its folder (0700) when missing. A reader sees
-/// the old text or the new, whatever happens meanwhile. @throws Failure
+/// the old text or the new, whatever happens meanwhile. @throws Failure, also where requireReplaceable() does
 void writePrivateFile(const std::filesystem::path& file, const std::string& text);
+
+/// @throws Failure where a file of this name would take the place of a device, a pipe or the like, which others need
+void requireReplaceable(const std::filesystem::path& file);
 
 /// The file's text; nothing when there is no such file. @throws Failure when it cannot be read, or when
 /// others than its owner may read it

@@ -1,12 +1,14 @@
 #include "cli/service/RequestLog.h"
 
 #include "cli/machine/FileDescriptor.h"
+#include "cli/machine/PrivateFile.h"
 #include "cli/machine/SystemError.h"
 #include "cli/terminal/Output.h"
 #include "cli/terminal/Text.h"
 #include "tarnhost/LogObserver.h"
 #include "tarnhost/RecordingObserver.h"
 
+#include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <cstdio>
@@ -34,15 +36,18 @@ std::string timestamp()
     return text;
 }
 
-std::shared_ptr<RequestObserver> logInto(const std::string& file)
+std::shared_ptr<RequestObserver> logInto(const std::string& file, Output& output)
 {
     const auto fd = std::make_shared<FileDescriptor>(
         ::open(file.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0600));
     if (!*fd) throwErrno("Could not write the log", file);
-    const auto write = [fd, process = std::to_string(::getpid())](const std::string& line) {
+    const auto complained = std::make_shared<std::atomic<bool>>(false);
+    const auto write = [=, &output, process = std::to_string(::getpid())](const std::string& line) {
         const auto text = timestamp() + " " + process + " " + escaped(line) + "\n";
-        // In one call, so that the lines of several commands do not mix; nobody could be told of one that is lost.
-        [[maybe_unused]] const auto count = ::write(fd->get(), text.data(), text.size());
+        // In one call, so that the lines of several commands do not mix.
+        const auto count = ::write(fd->get(), text.data(), text.size());
+        if (count != static_cast<ssize_t>(text.size()) && !complained->exchange(true))
+            output.warning("The log " + escaped(file) + " is not complete: a line could not be written.");
     };
     return std::make_shared<LogObserver>(write, LogObserver::Detail::tries);
 }
@@ -50,6 +55,7 @@ std::shared_ptr<RequestObserver> logInto(const std::string& file)
 /// As the recording is written, beside it first: what is there already stays until something fails.
 void requireWritable(const std::string& file)
 {
+    requireReplaceable(file);
     auto temporary = file + ".XXXXXX";
     const FileDescriptor fd(::mkostemp(temporary.data(), O_CLOEXEC));
     if (fd) ::unlink(temporary.c_str());
@@ -67,7 +73,7 @@ std::vector<std::shared_ptr<RequestObserver>> requestObservers(const RequestLogO
     if (output.showsDetails())
         observers.push_back(std::make_shared<LogObserver>(
             [&output](const std::string& line) { output.detail(escaped(line)); }));
-    if (!options.logFile.empty()) observers.push_back(logInto(options.logFile));
+    if (!options.logFile.empty()) observers.push_back(logInto(options.logFile, output));
     if (!options.recordFile.empty()) {
         requireWritable(options.recordFile);
         // Whoever asks for a recording of one command counts refusals among what fails.

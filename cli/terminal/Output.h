@@ -55,7 +55,7 @@ public:
     /// Tells it with -v only. On any thread.
     void detail(const std::string& text);
     /// Something the user should know although the verb goes on; also with -q.
-    /// Not with --json, where the result lists it.
+    /// Not with --json, where the result lists it. On any thread.
     void warning(const std::string& text);
     void error(const Failure& failure);
 

@@ -129,7 +129,7 @@ void synchronise(const Invocation& invocation, const Options& options)
                                              " files and folders would be deleted, more than --max-delete " +
                                              std::to_string(options.mostRemovals) + "; nothing was done.");
     if (!options.planFile.empty()) {
-        writePrivateFile(fs::absolute(options.planFile), textOf(plan));
+        writePrivateFile(fs::weakly_canonical(fs::absolute(options.planFile)), textOf(plan));
         out.message("Wrote the plan; `tarn apply " + escaped(options.planFile) + "` does it.");
     }
     if (options.dryRun || !options.planFile.empty()) return showPlan(out, plan);

@@ -10,8 +10,10 @@
 
 #include <gmock/gmock.h>
 
+#include <filesystem>
 #include <fstream>
 #include <mutex>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace connector::host::test {
@@ -95,6 +97,24 @@ TEST(RequestObserver, HearsOfEveryTryAndOfNoSecret)
     EXPECT_THAT(page, HasSubstr("tarn_client_requests_total{operation=\"GET files\",status=\"200\"} 1\n"));
     EXPECT_THAT(page, HasSubstr("tarn_client_tries_total{operation=\"GET files\"} 2\n"));
     EXPECT_THAT(page, HasSubstr("duration_seconds_bucket{operation=\"GET files\",le=\"600\"} 1\n"));
+}
+
+TEST(RecordingObserver, PutsNoFileInThePlaceOfALinkOrAPipe)
+{
+    const auto folder =
+        std::filesystem::path(testing::TempDir()) / ("recorded-" + std::to_string(::getpid()));
+    std::filesystem::create_directory(folder);
+    ASSERT_EQ(::mkfifo((folder / "pipe").c_str(), 0600), 0);
+    std::ofstream(folder / "file") << "old";
+    std::filesystem::create_symlink("file", folder / "link");
+    for (const auto* name : {"pipe", "link"}) {
+        RecordingObserver recorder({.file = folder / name});
+        recorder.unobserved(std::make_exception_ptr(std::runtime_error("It failed.")));
+    }
+    EXPECT_TRUE(std::filesystem::is_fifo(folder / "pipe"));
+    EXPECT_TRUE(std::filesystem::is_symlink(folder / "link"));
+    EXPECT_GT(std::filesystem::file_size(folder / "file"), 3u);
+    std::filesystem::remove_all(folder);
 }
 
 } // namespace
