@@ -252,6 +252,7 @@ private:
 
     Command showHelp(ExitCode code)
     {
+        if (code != ExitCode::ok && (json || jsonLines)) throw usageError("Name a verb; see `tarn --help`.");
         command.help = app.help();
         command.helpExitCode = code;
         return std::move(command);

@@ -17,8 +17,18 @@ using namespace tarncli;
 
 int showHelp(const Command& command)
 {
-    std::fputs(command.help.c_str(), command.helpExitCode == ExitCode::ok ? stdout : stderr);
-    return static_cast<int>(command.helpExitCode);
+    if (command.helpExitCode != ExitCode::ok) {
+        std::fputs(command.help.c_str(), stderr);
+        return static_cast<int>(command.helpExitCode);
+    }
+    Output out(Output::Format::text, Output::Verbosity::normal);
+    try {
+        out.data(command.help);
+        return 0;
+    } catch (const Failure& failure) {
+        out.error(failure);
+        return static_cast<int>(failure.code());
+    }
 }
 
 /// How the profile reads paths.

@@ -151,6 +151,7 @@ Plan planFrom(const std::string& text, const std::string& shownName)
 {
     try {
         const auto document = json::parse(text);
+        if (!document.contains("tarnPlan")) throw std::invalid_argument("It has no \"tarnPlan\".");
         if (document.at("tarnPlan") != formatVersion)
             throw std::invalid_argument("Another version of tarn has written it.");
         encodeNames(document.value("encodedNames", false));

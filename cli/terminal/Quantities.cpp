@@ -86,4 +86,9 @@ std::string counted(std::uint64_t number, const std::string& noun)
     return std::to_string(number) + " " + noun + (number == 1 ? "" : "s");
 }
 
+const char* wasOrWere(std::uint64_t number)
+{
+    return number == 1 ? "was" : "were";
+}
+
 } // namespace tarncli

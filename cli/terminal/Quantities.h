@@ -26,4 +26,7 @@ std::string humanDuration(std::chrono::seconds duration);
 /// "1 file", "2 files".
 std::string counted(std::uint64_t number, const std::string& noun);
 
+/// "was" of one, "were" of any other number.
+const char* wasOrWere(std::uint64_t number);
+
 } // namespace tarncli

@@ -85,9 +85,10 @@ void conclude(const TransferReport& report, const std::string& verb)
     for (const auto& one : report.failed)
         if (!one.told) text += std::string(one.failure.what()) + " ";
     text += counted(report.failed.size(), "item") + " could not be " + verb;
-    if (report.notStarted > 0) text += ", and " + std::to_string(report.notStarted) + " were not tried";
-    throw Failure(code,
-                  text + "; " + std::to_string(report.done) + " " + (report.done == 1 ? "was." : "were."));
+    if (report.notStarted > 0)
+        text +=
+            ", and " + std::to_string(report.notStarted) + " " + wasOrWere(report.notStarted) + " not tried";
+    throw Failure(code, text + "; " + std::to_string(report.done) + " " + wasOrWere(report.done) + ".");
 }
 
 } // namespace tarncli

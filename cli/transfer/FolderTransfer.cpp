@@ -2,11 +2,28 @@
 
 #include "cli/remote/Requests.h"
 #include "cli/transfer/RecordedTransfer.h"
+#include "tarn/protocol/TarnError.h"
 
 namespace tarncli {
 
 using namespace connector::tarn;
 using connector::Future;
+
+namespace {
+
+/// Nothing that can be asked for puts a folder in the place of a file.
+bool created(Future<std::unique_ptr<FolderCreateResponse>>&& reply)
+{
+    try {
+        reply.get();
+        return true;
+    } catch (const TarnError& refusal) {
+        if (refusal.reason() != reasons::fileExists) throw;
+        throw TarnError(refusal.kind(), "It is a file; a folder cannot replace it.", refusal.status(), {});
+    }
+}
+
+} // namespace
 
 Transfer folderTransfer(Connection& connection, const RemotePath& folder,
                         std::function<void(bool isNew)> succeeded,
@@ -16,12 +33,7 @@ Transfer folderTransfer(Connection& connection, const RemotePath& folder,
     Transfer transfer;
     transfer.what = folder.quoted();
     transfer.start = [&connection, folder] {
-        return connection.files()
-            .createFolder(requestFor<FolderCreate>(folder))
-            .then([](Future<std::unique_ptr<FolderCreateResponse>>&& reply) {
-                reply.get();
-                return true;
-            });
+        return connection.files().createFolder(requestFor<FolderCreate>(folder)).then(created);
     };
     transfer.wasDone = [] { return false; };
     transfer.forgives = [wasThere](const std::exception_ptr& error) {

@@ -13,10 +13,11 @@ namespace {
 void tell(Output& out, const UploadReport& report, const std::string& where, const std::string& done)
 {
     const auto there =
-        counted(report.unchanged, "file") + (report.unchanged == 1 ? " was" : " were") + " there already";
+        counted(report.unchanged, "file") + " " + wasOrWere(report.unchanged) + " there already";
     if (report.files + report.folders == 0) {
         const bool isWhole = report.transfers.failed.empty() && report.transfers.notStarted == 0;
-        if (isWhole && report.skipped.empty()) out.message("Nothing to do " + where + ": " + there + ".");
+        if (isWhole && (report.unchanged > 0 || report.skipped.empty()))
+            out.message("Nothing to do " + where + ": " + there + ".");
         return;
     }
     auto text = done + " " + counted(report.files, "file");

@@ -62,10 +62,10 @@ public:
     void conclude(const TransferReport& report)
     {
         if (links > 0)
-            out.warning(counted(links, "symbolic link") + (links == 1 ? " was" : " were") + " not followed.");
+            out.warning(counted(links, "symbolic link") + " " + wasOrWere(links) + " not followed.");
         if (others > 0)
             out.warning(counted(others, "item") + (others == 1 ? ", which is" : ", which are") +
-                        " neither file nor folder, " + (others == 1 ? "was" : "were") + " not compared.");
+                        " neither file nor folder, " + wasOrWere(others) + " not compared.");
         nlohmann::json document{{"same", same}, {"failed", toJson(report.failed)}};
         std::uint64_t differences = 0;
         std::string each;

@@ -148,7 +148,7 @@ void addSource(Connection& connection, Downloader& downloader, Target& target, c
 void tell(Output& out, const DownloadReport& report, const std::string& place)
 {
     const auto there =
-        counted(report.unchanged, "file") + (report.unchanged == 1 ? " was" : " were") + " there already";
+        counted(report.unchanged, "file") + " " + wasOrWere(report.unchanged) + " there already";
     if (report.files + report.folders == 0) {
         const bool isWhole = report.transfers.failed.empty() && report.transfers.notStarted == 0;
         if (isWhole) out.message("Nothing to do at " + place + ": " + there + ".");

@@ -120,6 +120,12 @@ constexpr Row rows[] = {
     {"touch libcurl.so.4 && tarn version && rm libcurl.so.4 && tarn help cp | head -n 1", 0,
      "tarn 0.1.0\nCopy files and folders within the service\n"},
     {"tarn help nope", 2, ""},
+    {"tarn --help > /dev/full", 1, ""},
+    {"tarn -q --log-file /dev/full ls /none 2>&1", 3,
+     "tarn: The log /dev/full is not complete: a line could not be written.\n"
+     "tarn: \"/none\": File not found. Check the path with `tarn ls`.\n"},
+    {"tarn --json 2>&1", 2,
+     "{\"code\":2,\"error\":\"Name a verb; see `tarn --help`.\",\"kind\":\"usage\"}\n"},
     // What is in the way is named, with what helps
     {"mkdir way && EDITOR='rm $1; mkdir' tarn edit /way 2>&1 | grep -o '/way: Is a directory'; tarn apply "
      "way 2>&1; "
@@ -132,6 +138,26 @@ constexpr Row rows[] = {
      "2>&1 "
      ">/dev/null | tail -n 1",
      0, "tarn: \"/way\" is a file; a folder cannot replace it.\ntarn: 1 item could not be listed; 1 was.\n"},
+    {"mkdir -p in/sub && touch in/b in/sub/c && ln -s b in/link && tarn -q mkdir /in && tarn -q put "
+     "photos/b.JPG "
+     "/in/sub; tarn put -rf in / 2>&1; tarn rm -q /in/sub; tarn -q put -r in / 2>&1; tarn put -r in / 2>&1; "
+     "tarn -q rm "
+     "-r /in",
+     0,
+     "tarn: Skipped in/link: symbolic links are not followed.\n"
+     "tarn: Stored 1 file (0 B) in \"/in\".\n"
+     "tarn: \"/in/sub\": It is a file; a folder cannot replace it. 1 item could not be stored, and 1 was not "
+     "tried; 1 "
+     "was.\n"
+     "tarn: Skipped in/link: symbolic links are not followed.\n"
+     "tarn: Skipped in/link: symbolic links are not followed.\n"
+     "tarn: Nothing to do in \"/in\": 2 files were there already.\n"},
+    {"mkfifo way/fifo && tarn --record way/fifo ls 2>&1; tarn sync --plan way/fifo photos /way 2>&1 | sed "
+     "s,/.*way/,way/,; rm "
+     "way/fifo",
+     0,
+     "tarn: Could not write way/fifo: it is a device, a pipe or a socket. Name a file.\n"
+     "tarn: Could not write way/fifo: it is a device, a pipe or a socket. Name a file.\n"},
     {"mkfifo way/fifo && tarn -q mkdir /way && tarn check way /way 2>&1; tarn rm -r /way", 0,
      "tarn: 1 item, which is neither file nor folder, was not compared.\n"
      "tarn: No differences: 0 files are the same.\n"},
