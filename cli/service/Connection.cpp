@@ -32,10 +32,16 @@ constexpr auto farewellLimit = std::chrono::seconds(2);
 constexpr std::uint16_t statusTooMany = 429;
 constexpr std::chrono::milliseconds turnedAwayPause{1000};
 
-connector::host::HttpOptions httpOptionsFor(const Service& service, unsigned requestsInFlight)
+/// Whoever tells a number means it.
+InFlight inFlightOf(const ConnectionOptions& options)
+{
+    return options.jobs > 0 ? InFlight{options.jobs, 1} : InFlight();
+}
+
+connector::host::HttpOptions httpOptionsFor(const Service& service, unsigned connections)
 {
     connector::host::HttpOptions http;
-    http.connectionsPerHost = std::max(http.connectionsPerHost, requestsInFlight);
+    http.connectionsPerHost = std::max(http.connectionsPerHost, connections);
     http.proxy = service.proxy;
     http.caFile = service.caFile;
     // Told here, since it would otherwise be told as a connection that failed. Nobody asks them over http://.
@@ -81,7 +87,8 @@ void limitRate(connector::host::HttpOptions& http, const ConnectionOptions& opti
                          " at least; not \"" + escaped(options.rate) + "\".");
     http.mostRate = *rate;
     // What is held back here is no stall.
-    http.leastRate = std::min(http.leastRate, *rate / (4 * options.inFlight * options.connectionsEach));
+    http.leastRate =
+        std::min(http.leastRate, *rate / (4 * inFlightOf(options).connections() * options.connectionsEach));
 }
 
 } // namespace
@@ -95,7 +102,7 @@ Connection::Connection(const ConnectionOptions& options, Output& output)
     : service(serviceFor(options.service))
     , credentialStore(service.endpoint)
     , endpoint(service.endpoint)
-    , requestsInFlight(options.inFlight)
+    , requestsInFlight(inFlightOf(options))
     , retriesAtMost(options.retries)
     , command(options.command)
     , out(&output)
@@ -105,7 +112,7 @@ Connection::Connection(const ConnectionOptions& options, Output& output)
     settings.endpoint = endpoint;
     settings.clientString = versionText;
     settings.clientType = "cli";
-    settings.http = httpOptionsFor(service, options.inFlight * options.connectionsEach);
+    settings.http = httpOptionsFor(service, requestsInFlight.connections() * options.connectionsEach);
     settings.http.replyCheck = checkReply;
     settings.http.observers = requestObservers(options.log, output);
     if (!options.rate.empty()) limitRate(settings.http, options);

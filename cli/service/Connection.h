@@ -20,10 +20,19 @@ namespace tarncli {
 
 class Output;
 
+/// How many requests may be on their way. Short ones, which move next to nothing, mostly wait, for the network and for
+/// each other: several go in the place of another.
+struct InFlight {
+    unsigned most = 4;
+    unsigned shortForOne = 4;
+
+    unsigned connections() const { return most * shortForOne; }
+};
+
 /// What the command line says about the service, and how it is spoken to.
 struct ConnectionOptions {
     ServiceFlags service;
-    unsigned inFlight = 4;
+    unsigned jobs = 0;            ///< transfers at the same time; 0: not told
     unsigned connectionsEach = 1; ///< for each of them: one that waited for another's would never end
     unsigned timeout = 0;         ///< seconds that the service may stay silent; 0: not told
     unsigned retries = 3;         ///< of what was interrupted and is safe to repeat
@@ -123,7 +132,7 @@ public:
 
     const std::string& url() const { return endpoint; }
 
-    unsigned inFlight() const { return requestsInFlight; }
+    const InFlight& inFlight() const { return requestsInFlight; }
 
     Retries retries() const { return Retries(retriesAtMost); }
 
@@ -160,7 +169,7 @@ private:
     CredentialStore credentialStore;
     std::string endpoint;
     std::string localToken; ///< of the local store
-    unsigned requestsInFlight;
+    InFlight requestsInFlight;
     unsigned retriesAtMost;
     Credentials credentials;
     bool passing = false; ///< the token is from the environment: nothing is kept

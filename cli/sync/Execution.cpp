@@ -225,6 +225,7 @@ Transfer Execution::upload(const Step& step, const std::map<std::string, std::st
     const auto existing = plan.keepsVersions ? Existing::addVersion : Existing::replace;
     Transfer transfer;
     transfer.what = shown(asUpload.origin);
+    transfer.bytes = asUpload.size;
     transfer.start = [this, asUpload, existing, entry, version, damaged] {
         const bool exists = asUpload.existing.has_value();
         requireStorable(connection, asUpload.remote, exists, Existing::replace);
@@ -269,6 +270,7 @@ Transfer Execution::download(const Step& step)
     const auto name = step.place.substr(step.place.rfind('/') + 1);
     const auto overwrite = step.target ? Overwrite::replace : Overwrite::refuse;
     transfer.what = remote.quoted();
+    transfer.bytes = step.source->size;
     transfer.start = [this, &step, arrival, remote, name, overwrite] {
         const auto folder = folderAt(placeAbove(step.place));
         // What was interrupted is gone on with, also by the next command.

@@ -166,6 +166,7 @@ private:
         const auto stored = plan.pair.remoteAt(question.place);
         const auto remoteSize = isUp ? question.target.size : question.source ? question.source->size : 0;
         transfer.what = stored.quoted();
+        if (here) transfer.bytes = isUp ? question.source->size : question.target.size;
         transfer.start = [this, told, here, there, moved, stored, remoteSize,
                           file = plan.pair.local / question.place] {
             const bool asks = there && remoteSize > 0;

@@ -32,6 +32,7 @@ Transfer compare(Connection& connection, Comparison comparison, const MovedBytes
     auto answer = std::make_shared<bool>(comparison.size == 0);
     Transfer transfer;
     transfer.what = comparison.what;
+    transfer.bytes = comparison.size;
     transfer.start = [&connection, comparison, moved, answer] {
         if (const auto why = whyNotAddressable(comparison.remote.path); !why.empty()) throw usageError(why);
         if (comparison.size == 0) return connector::makeReadyFuture(true);

@@ -109,6 +109,7 @@ Transfer Downloader::transferOf(Download& download)
 {
     Transfer transfer;
     transfer.what = download.remote.quoted();
+    transfer.bytes = download.size;
     transfer.start = [this, &download] { return fetch(download); };
     // What was listed a while ago may have been replaced since.
     transfer.mayRepeat = [this, &download](const std::exception_ptr& error) {

@@ -38,6 +38,8 @@ struct Transfers::Settled {
 
 namespace {
 
+constexpr std::uint64_t shortContent = 64 * 1024; // bytes
+
 std::exception_ptr errorOf(Future<bool>&& result)
 {
     try {
@@ -72,7 +74,7 @@ void Transfers::addFirst(Transfer transfer)
 
 TransferReport Transfers::run()
 {
-    while (inFlight > 0 || !waiting.empty()) {
+    while (load > 0 || !waiting.empty()) {
         while (mayStart())
             startNext();
         // Not until a reply comes: the bar has to move while large contents travel.
@@ -83,17 +85,24 @@ TransferReport Transfers::run()
     return std::exchange(report, {});
 }
 
+unsigned Transfers::loadOf(const Transfer& transfer) const
+{
+    return transfer.bytes <= shortContent ? 1 : connection.inFlight().shortForOne;
+}
+
 /// One that has to pause stands in front and holds up all behind it: they would be interrupted as well.
 bool Transfers::mayStart() const
 {
-    return !waiting.empty() && inFlight < connection.inFlight() && waiting.front().notBefore <= Clock::now();
+    if (waiting.empty() || waiting.front().notBefore > Clock::now()) return false;
+    const auto& [most, shortForOne] = connection.inFlight();
+    return load + loadOf(waiting.front().transfer) <= most * shortForOne;
 }
 
 void Transfers::startNext()
 {
     auto entry = std::make_unique<Entry>(std::move(waiting.front()));
     waiting.pop_front();
-    ++inFlight;
+    load += loadOf(entry->transfer);
     try {
         entry->logins = connection.logins();
         if (isDoneAlready(*entry)) return settled->put({std::move(entry), nullptr});
@@ -123,7 +132,7 @@ bool Transfers::isDoneAlready(Entry& entry)
 
 void Transfers::settle(std::unique_ptr<Entry> entry, std::exception_ptr error)
 {
-    --inFlight;
+    load -= loadOf(entry->transfer);
     if (error && !entry->repeated) {
         if (isNotLoggedIn(error)) return renewSession(std::move(entry));
         try {

@@ -21,8 +21,9 @@ class Output;
 
 /// One of many requests.
 struct Transfer {
-    std::string what;      ///< named in front of its failure
-    std::string item = {}; ///< in the service, as Failure::item()
+    std::string what;        ///< named in front of its failure
+    std::string item = {};   ///< in the service, as Failure::item()
+    std::uint64_t bytes = 0; ///< of content that it moves, here or there
     /// Sends the request. Called on the thread of run(), and again when the session had ended, after an interruption,
     /// or when `mayRepeat` says so; what its continuations use must live on their own. What it throws fails this
     /// transfer only.
@@ -90,6 +91,7 @@ private:
 
     struct Settled;
 
+    unsigned loadOf(const Transfer& transfer) const;
     bool mayStart() const;
     void startNext();
     bool isDoneAlready(Entry& entry);
@@ -106,7 +108,8 @@ private:
     MovedBytes moved;
     std::deque<Entry> waiting;
     std::uint64_t added = 0;
-    std::uint64_t inFlight = 0;
+    unsigned load =
+        0; ///< of those in flight: 1 for a short one, for any other as many as may go in its place
     bool abandoned = false;
     TransferReport report;
     std::shared_ptr<Settled> settled; ///< shared with continuations that may come late

@@ -305,6 +305,7 @@ UploadReport Uploader::run()
         const auto before = versions.find(upload.remote.stored());
         transfer.what = shown(upload.origin);
         transfer.item = upload.remote.stored();
+        transfer.bytes = upload.size;
         transfer.start = [this, &upload, version, damaged] { return send(upload, version, damaged); };
         transfer.mayRepeat = sendingDamagedAgain(connection, upload, damaged);
         transfer.wasDone = [this, &upload] { return isStored(connection, upload); };

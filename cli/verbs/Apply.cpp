@@ -11,7 +11,7 @@ namespace {
 
 struct Options {
     std::string file;
-    unsigned jobs = defaultJobs;
+    unsigned jobs = 0; ///< 0: not told
 };
 
 Plan readPlan(const std::string& file)

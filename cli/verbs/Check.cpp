@@ -22,7 +22,7 @@ namespace fs = std::filesystem;
 struct CheckOptions {
     std::string local;
     std::string remote;
-    unsigned jobs = defaultJobs;
+    unsigned jobs = 0; ///< 0: not told
 };
 
 /// What one folder and its counterpart differ in, as it is found.

@@ -21,7 +21,7 @@ struct Options {
     bool recursive = false;
     bool force = false;
     bool newVersion = false;
-    unsigned jobs = defaultJobs;
+    unsigned jobs = 0; ///< 0: not told
 };
 
 /// A remote folder as a source, with all below it.

@@ -30,7 +30,7 @@ struct GetOptions {
     bool force = false;
     bool goOn = false;
     bool noTimes = false;
-    unsigned jobs = defaultJobs;
+    unsigned jobs = 0; ///< 0: not told
 };
 
 /// When a version was stored; 0 for one that was named by an id that no list has.

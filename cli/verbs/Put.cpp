@@ -23,7 +23,7 @@ struct PutOptions {
     bool force = false;
     bool newVersion = false;
     bool skipExisting = false;
-    unsigned jobs = defaultJobs;
+    unsigned jobs = 0; ///< 0: not told
 };
 
 Existing existingOf(const PutOptions& options)

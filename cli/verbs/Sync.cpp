@@ -26,7 +26,7 @@ struct Options {
     std::string planFile;
     bool force = false;
     bool newVersions = false;
-    unsigned jobs = defaultJobs;
+    unsigned jobs = 0; ///< 0: not told
 };
 
 /// Written with its user: nothing else can be meant.

@@ -10,8 +10,6 @@
 
 namespace tarncli {
 
-inline constexpr unsigned defaultJobs = 4;
-
 struct CommandTree;
 
 /// What every verb gets when it runs.
@@ -21,12 +19,12 @@ struct Invocation {
     const CommandTree& commands;
 
     /// A session with the service. @throws Failure (notLoggedIn, unreachable, …)
-    /// @param jobs            transfers at the same time
+    /// @param jobs            transfers at the same time; 0: not told
     /// @param connectionsEach  that one of them holds at the same time
-    Connection connect(unsigned jobs = defaultJobs, unsigned connectionsEach = 1) const
+    Connection connect(unsigned jobs = 0, unsigned connectionsEach = 1) const
     {
         auto options = connection;
-        options.inFlight = jobs;
+        options.jobs = jobs;
         options.connectionsEach = connectionsEach;
         Connection opened(options, out);
         opened.resume();
@@ -62,7 +60,10 @@ struct Option {
 /// `put` and `get` work on several files at a time.
 inline Option jobsOption(unsigned& jobs)
 {
-    return {"-j,--jobs", &jobs, "Transfers at the same time; default: 4", {.valueName = "N", .most = 64}};
+    return {"-j,--jobs",
+            &jobs,
+            "Transfers at the same time; default: 4, or 16 of up to 64 KiB",
+            {.valueName = "N", .most = 64}};
 }
 
 /// A verb as the command line knows it. All there is to say about it stands in the file named after it.
