@@ -321,5 +321,42 @@ TEST_F(OnTheWay, AChangeWhoseReplyIsLostIsLookedAtAndMadeOnce)
     }
 }
 
+/// Where nobody has said how many.
+TEST_F(OnTheWay, ManySmallContentsGoAtATimeAndFewLargeOnes)
+{
+    using Clock = std::chrono::steady_clock;
+
+    struct Row {
+        const char* options;
+        std::size_t bytes;
+        int most; ///< at a time
+    };
+
+    for (const auto& [options, bytes, most] :
+         {Row{"", 1000, 16}, Row{"", 100'000, 4}, Row{"-j 2", 1000, 2}}) {
+        for (int i = 0; i < 20; ++i)
+            alice.write("d/" + std::to_string(i), std::string(bytes, 'x'));
+        std::atomic<int> now = 0;
+        std::atomic<int> highest = 0;
+        const auto linger = [&, most = most](ScriptedHttpServer::Connection& connection,
+                                             const TrueReply& reply) {
+            for (int seen = highest, mine = ++now;
+                 seen < mine && !highest.compare_exchange_weak(seen, mine);) {
+            }
+            const auto end = Clock::now() + std::chrono::seconds(3);
+            while (highest < most && Clock::now() < end)
+                std::this_thread::sleep_for(std::chrono::milliseconds(1));
+            --now;
+            connection.send(reply.head + reply.body);
+        };
+        const FaultServer server(
+            {"", Ending::truth, linger}, connector::host::test::truthOf(service.port()),
+            [](const std::string& request) { return request.starts_with("PUT /service/v1/files/"); });
+        alice.set("TARN_ENDPOINT", server.url());
+        EXPECT_EQ(alice.run("tarn put -qrf d/ /d " + std::string(options)).exitCode, 0);
+        EXPECT_EQ(highest, most) << options << " " << bytes;
+    }
+}
+
 } // namespace
 } // namespace tarncli::test
