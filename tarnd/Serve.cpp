@@ -17,8 +17,6 @@ namespace tarnd {
 
 namespace {
 
-constexpr std::chrono::seconds drainLimit{5};
-constexpr std::chrono::seconds databaseLimit{1};
 constexpr timespec lookAtFilesEvery{2, 0};
 
 sigset_t blockSignals()
@@ -149,6 +147,41 @@ void takeOverChanges(const sigset_t& signals, const ServeOptions& options,
     }
 }
 
+bool isEndAskedFor(const sigset_t& signals)
+{
+    constexpr timespec atOnce{0, 0};
+    for (;;) {
+        const int signal = sigtimedwait(&signals, nullptr, &atOnce);
+        if (signal != SIGHUP) return signal > 0;
+    }
+}
+
+/// Lets requests under way end. @return false when the time is over or the end is asked for again
+bool isDrained(HttpServer& server, const sigset_t& signals, std::chrono::milliseconds limit,
+               bool& isAskedAgain)
+{
+    constexpr std::chrono::milliseconds lookAtSignalsEvery{100};
+    for (auto rest = limit; !isAskedAgain; rest -= lookAtSignalsEvery) {
+        if (server.drain(std::clamp(rest, std::chrono::milliseconds(0), lookAtSignalsEvery))) return true;
+        if (rest <= lookAtSignalsEvery) return false;
+        isAskedAgain = isEndAskedFor(signals);
+    }
+    return false;
+}
+
+/// Who waits for a database that does not answer is told so: the end does not wait for it as well.
+void drain(HttpServer& server, Store& store, const sigset_t& signals, std::chrono::milliseconds limit)
+{
+    const auto databaseLimit = std::min<std::chrono::milliseconds>(limit / 3, std::chrono::seconds(1));
+    bool isAskedAgain = false;
+    for (const auto part : {databaseLimit, limit - 2 * databaseLimit, databaseLimit}) {
+        if (isDrained(server, signals, part, isAskedAgain)) return;
+        store.interruptWaits();
+    }
+    std::fprintf(stderr, "tarnd: requests that were still under way were cut off%s.\n",
+                 isAskedAgain ? "" : "; --drain-timeout gives them longer");
+}
+
 std::shared_ptr<FaultScript> faultScriptOf(const ServeOptions& options)
 {
     const auto& file = options.faultScriptFile;
@@ -198,13 +231,7 @@ void serve(const ServeOptions& options, const std::function<ServeOptions()>& rea
     std::fflush(stdout);
 
     takeOverChanges(signals, options, readAgain, site, server);
-    // Who waits for a database that does not answer is told so: the end does not wait for it as well.
-    bool isDone = false;
-    for (const auto limit : {databaseLimit, drainLimit - 2 * databaseLimit, databaseLimit})
-        if (isDone = server.drain(limit); !isDone) store.interruptWaits();
-    if (!isDone)
-        std::fprintf(stderr, "tarnd: requests that were still under way after %d seconds were cut off.\n",
-                     static_cast<int>(drainLimit.count()));
+    drain(server, store, signals, options.drainTimeout);
     for (const auto& line : faults ? faults->unfired() : std::vector<std::string>())
         std::fprintf(stderr, "tarnd: never happened: %s\n", line.c_str());
 }

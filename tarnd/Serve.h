@@ -29,6 +29,7 @@ struct ServeOptions {
     NumbersFor metrics = NumbersFor::loopback;
     std::string faultScriptFile; ///< what is to go wrong, for tests of programs; empty: nothing
     std::chrono::seconds idleTimeout{60};
+    std::chrono::seconds drainTimeout{5}; ///< for requests under way when the end is asked for
     unsigned requestRate =
         0; ///< requests that an address may make in a second; 0, here and below: any number
     unsigned userRequestRate = 0;  ///< the same for a user
@@ -38,9 +39,9 @@ struct ServeOptions {
     std::uint64_t maxFileSize = std::numeric_limits<std::int64_t>::max(); ///< bytes of one upload
 };
 
-/// Serves until SIGTERM or SIGINT, then answers the requests under way and returns. SIGHUP opens the logs anew; it and
-/// a change of the certificate, the key or the configuration file, seen within some seconds, take over what `readAgain`
-/// says of limits and certificate. What that throws is told, and all stays as it is.
+/// Serves until SIGTERM or SIGINT, then answers the requests under way and returns, with a second such signal at once.
+/// SIGHUP opens the logs anew; it and a change of the certificate, the key or the configuration file, seen within some
+/// seconds, take over what `readAgain` says of limits and certificate. What that throws is told, and all stays as it is.
 ///
 /// Once connections are accepted one line goes to standard output: `{"url":"http://127.0.0.1:7070"}`.
 /// Call it before any other thread exists: it blocks those signals for all of them.

@@ -160,6 +160,12 @@ void addServeOptions(CLI::App& command, ServeOptions& options)
         ->type_name("SECONDS")
         ->default_str("60");
     command
+        .add_option("--drain-timeout", options.drainTimeout,
+                    "Seconds that requests under way have when the service is told to end")
+        ->check(isFrom(0, 24 * 60 * 60))
+        ->type_name("SECONDS")
+        ->default_str("5");
+    command
         .add_option("--request-rate", options.requestRate,
                     "Requests a second from one address; 0, here and below: any number")
         ->check(isFrom(0, 1'000'000))

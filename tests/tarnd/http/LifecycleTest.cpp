@@ -62,6 +62,19 @@ TEST_F(Lifecycle, DoesNotWaitForeverForAClientThatStalls)
     EXPECT_EQ(asAlice("GET", "/service/v1/files/f").status, 404);
 }
 
+TEST_F(Lifecycle, WaitsAsLongAsItIsToldToUntilItIsAskedAgain)
+{
+    service.terminate();
+    service.addArguments({"--drain-timeout", "3600"});
+    service.start();
+    Wire upload(service.port());
+    sendHalf(upload);
+    service.requestTermination();
+    waitUntilRefusing();
+    service.requestTermination();
+    EXPECT_EQ(service.waitForExit(), 0);
+}
+
 TEST_F(Lifecycle, AccountsAreManagedWhileItRuns)
 {
     const auto add = service.run({"user", "add", "carol"});
