@@ -74,9 +74,9 @@ int main(int argc, char** argv)
     mallopt(M_MMAP_THRESHOLD, 1024 * 1024);
     mallopt(M_TRIM_THRESHOLD, 2 * 1024 * 1024);
     // Before any thread begins: threads inherit the signals that are blocked here.
-    handleInterrupts();
     Command command;
     try {
+        handleInterrupts();
         command = parseCommandLine(allVerbs(), argc, argv);
     } catch (const Failure& failure) {
         // Nothing was understood, but a script that asked for JSON must be able to read even this.

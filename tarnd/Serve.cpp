@@ -28,6 +28,7 @@ sigset_t blockSignals()
     sigaddset(&signals, SIGHUP);
     pthread_sigmask(SIG_BLOCK, &signals, nullptr);
     std::signal(SIGPIPE, SIG_IGN);
+    std::signal(SIGXFSZ, SIG_IGN); // a file that may grow no further is an error of its upload
     return signals;
 }
 

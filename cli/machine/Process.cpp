@@ -45,7 +45,7 @@ std::vector<char*> argumentsOf(const std::vector<std::string>& commandLine)
 /// Ignored and blocked signals outlast exec; the program expects them as the system has them.
 void restoreSignals()
 {
-    for (const int signal : {SIGPIPE, SIGINT, SIGQUIT, SIGTERM, SIGHUP})
+    for (const int signal : {SIGPIPE, SIGXFSZ, SIGINT, SIGQUIT, SIGTERM, SIGHUP})
         std::signal(signal, SIG_DFL);
     sigset_t none;
     sigemptyset(&none);

@@ -1,7 +1,10 @@
 #include "cli/terminal/Interrupts.h"
 
+#include "cli/terminal/Failure.h"
+
 #include <csignal>
 #include <mutex>
+#include <system_error>
 #include <thread>
 #include <unistd.h>
 
@@ -32,19 +35,34 @@ Guards& guards()
     _exit(128 + signal);
 }
 
+/// By whoever has started this program, as nohup does; one that is blocked would come all the same.
+bool isIgnored(int signal)
+{
+    struct sigaction before {};
+
+    return ::sigaction(signal, nullptr, &before) == 0 && before.sa_handler == SIG_IGN;
+}
+
 } // namespace
 
 void handleInterrupts()
 {
-    std::signal(SIGPIPE, SIG_IGN); // a closed connection is an error of its request, not of the program
+    // A closed connection and a file that may grow no further are errors of what meets them, not of the program.
+    std::signal(SIGPIPE, SIG_IGN);
+    std::signal(SIGXFSZ, SIG_IGN);
     sigset_t signals;
     sigemptyset(&signals);
     for (const int signal : {SIGINT, SIGTERM, SIGHUP})
-        sigaddset(&signals, signal);
+        if (!isIgnored(signal)) sigaddset(&signals, signal);
     pthread_sigmask(SIG_BLOCK, &signals, nullptr);
     guards();
     // A thread that waits may take locks and call anything, which a signal handler may not.
-    std::thread([signals] { endAtSignal(signals); }).detach();
+    try {
+        std::thread([signals] { endAtSignal(signals); }).detach();
+    } catch (const std::system_error& error) {
+        throw Failure(ExitCode::failure, "No thread could be made: " + error.code().message() +
+                                             ". The limit of processes (`ulimit -u`) may have been reached.");
+    }
 }
 
 InterruptGuard::InterruptGuard(std::function<void()> undo)

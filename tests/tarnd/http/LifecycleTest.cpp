@@ -2,6 +2,7 @@
 #include "tests/tarnd/http/ServiceTest.h"
 
 #include <netinet/in.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <thread>
 #include <unistd.h>
@@ -73,6 +74,16 @@ TEST_F(Lifecycle, WaitsAsLongAsItIsToldToUntilItIsAskedAgain)
     waitUntilRefusing();
     service.requestTermination();
     EXPECT_EQ(service.waitForExit(), 0);
+}
+
+TEST_F(Lifecycle, GoesOnWhenAFileMayGrowNoFurther)
+{
+    if (service.usesObjects()) GTEST_SKIP() << "contents are no files";
+    const std::string content(9 << 20, 'x');
+    const rlimit limit{8 << 20, 8 << 20};
+    ASSERT_EQ(::prlimit(service.processId(), RLIMIT_FSIZE, &limit, nullptr), 0);
+    EXPECT_EQ(asAlice("PUT", "/service/v1/files/f?createMode=CREATE", content).status, 507);
+    EXPECT_EQ(asAlice("GET", "/service/v1/ping").status, 200);
 }
 
 TEST_F(Lifecycle, AccountsAreManagedWhileItRuns)
