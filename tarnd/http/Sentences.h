@@ -18,7 +18,7 @@ inline constexpr Sentence badContentLength        {Kind::badRequest, "badContent
 inline constexpr Sentence ambiguousLength         {Kind::badRequest, "ambiguousLength", "A request has either Content-Length or Transfer-Encoding, not both."};
 inline constexpr Sentence unknownTransferEncoding {Kind::badRequest, "unknownTransferEncoding", "The only Transfer-Encoding understood is chunked."};
 inline constexpr Sentence headersTooLarge         {Kind::tooLarge, "headersTooLarge", "The headers of the request are too large."};
-inline constexpr Sentence lengthRequired          {Kind::lengthRequired, "lengthRequired", "An upload must tell its length in the header Content-Length."};
+inline constexpr Sentence lengthRequired          {Kind::lengthRequired, "lengthRequired", "An upload must tell its length in the header Content-Length, or come in chunks."};
 inline constexpr Sentence fileTooLarge            {Kind::tooLarge, "fileTooLarge", "The file is larger than this service accepts."};
 inline constexpr Sentence rangeOutside            {Kind::rangeOutside, "rangeOutside", "The file has no bytes in the range asked for."};
 inline constexpr Sentence bodyTooLarge            {Kind::tooLarge, "bodyTooLarge", "The request carries content that nothing here takes."};

@@ -1,6 +1,7 @@
 #include "tarnd/store/ContentRemover.h"
 
 #include <iterator>
+#include <system_error>
 #include <utility>
 
 namespace tarnd {
@@ -23,15 +24,25 @@ void ContentRemover::add(std::vector<std::string> names)
         waiting.insert(waiting.end(), std::make_move_iterator(names.begin()),
                        std::make_move_iterator(names.end()));
         // Made when first needed: most processes over a store, such as `user add`, never remove anything.
-        if (!thread.joinable()) thread = std::thread([this] { run(); });
+        if (!thread.joinable()) makeThread();
     }
     changed.notify_all();
+}
+
+/// Without one, as when there are too many, the names wait for whoever adds the next: what they were removed from is
+/// answered for already.
+void ContentRemover::makeThread()
+{
+    try {
+        thread = std::thread([this] { run(); });
+    } catch (const std::system_error&) {
+    }
 }
 
 void ContentRemover::finish()
 {
     std::unique_lock lock(mutex);
-    changed.wait(lock, [&] { return waiting.empty() && !removing; });
+    changed.wait(lock, [&] { return (waiting.empty() && !removing) || !thread.joinable(); });
 }
 
 void ContentRemover::run()

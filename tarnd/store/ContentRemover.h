@@ -11,7 +11,7 @@
 namespace tarnd {
 
 /// Removes contents in the background, so that a reply does not wait for them: 40,000 take a slow disk half a
-/// minute. What a crash leaves is found by the next comparison of rows and contents. All calls may run on any thread.
+/// minute. What a crash leaves, or nobody had a thread for, is found by the next comparison of rows and contents. All calls may run on any thread.
 class ContentRemover {
 public:
     /// False: to be tried again, unless it was the last try.
@@ -25,10 +25,11 @@ public:
 
     void add(std::vector<std::string> names);
 
-    /// Blocks until all that was added is gone.
+    /// Blocks until all that was added is gone, as far as there is a thread for it.
     void finish();
 
 private:
+    void makeThread();
     void run();
     bool isEnding();
 
