@@ -78,7 +78,8 @@ void conclude(const TransferReport& report, const std::string& verb)
 {
     if (report.failed.empty() && report.notStarted == 0) return;
     const auto& first = report.failed.front();
-    if (report.done == 0 && report.failed.size() == 1 && report.notStarted == 0) throw first.failure;
+    if (report.done == 0 && report.failed.size() == 1 && report.notStarted == 0 && !first.told)
+        throw first.failure;
     const auto code = report.done > 0 ? ExitCode::partlyDone : first.failure.code();
     std::string text;
     // One that came alone was left to be told here, with what came of the rest.

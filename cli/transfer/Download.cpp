@@ -6,6 +6,7 @@
 #include "cli/terminal/Output.h"
 #include "cli/transfer/Comparison.h"
 #include "cli/transfer/Conclusion.h"
+#include "cli/transfer/IncomingFile.h"
 
 namespace tarncli {
 
@@ -29,6 +30,7 @@ bool isSizeDifference(const std::exception_ptr& error)
 
 void Downloader::addTree(const RemotePath& remote, const std::filesystem::path& local)
 {
+    ++sources;
     auto tree = listRemoteTree(connection, out, remote);
     const bool listed = tree.report.done > 0;
     tree.report.done = 0; // nothing was fetched by looking
@@ -42,8 +44,8 @@ void Downloader::addFolder(const RemoteFolder& remote, const std::shared_ptr<con
     ++report.transfers.done;
     for (const auto& file : remote.files) {
         const auto name = toUtf8(file.name);
-        add({remote.where.child(name), connector::tarn::VersionInfo(), file.size, file.lastModified, local,
-             decodedName(name)});
+        downloads.push_back({remote.where.child(name), VersionInfo(), file.size, file.lastModified, local,
+                             decodedName(name)});
     }
     for (const auto& child : remote.folders) {
         try {
@@ -54,6 +56,31 @@ void Downloader::addFolder(const RemoteFolder& remote, const std::shared_ptr<con
             report.transfers.failed.push_back({child->where.quoted(), failure});
         }
     }
+}
+
+/// Of two sources for one place the second would replace the first, or the first the second. And what bears the name of
+/// a part would go when the file is fetched that it looks like a part of.
+void Downloader::refuseImpossible()
+{
+    std::map<std::string, std::string> taken;
+    const bool isOnlyOne = downloads.size() == 1;
+    std::erase_if(downloads, [&](const Download& download) {
+        const auto place = download.folder->shown(download.name);
+        std::string why;
+        if (isIncoming(download.name))
+            why = "Files with such names are parts of what is being fetched, and removed again; fetch it "
+                  "under another "
+                  "name.";
+        else if (sources > 1)
+            if (const auto [first, isFree] = taken.emplace(place, download.remote.quoted()); !isFree)
+                why = escaped(place) + " is the place of " + first->second + " already.";
+        if (why.empty()) return false;
+        const auto what = download.remote.quoted();
+        const auto told = about(what, Failure(ExitCode::conflict, why));
+        if (!isOnlyOne) out.warning(told.what());
+        report.transfers.failed.push_back({what, told, !isOnlyOne});
+        return true;
+    });
 }
 
 /// A file with the size and the time that fetching it would give is taken for the same; one of the same size is
@@ -92,6 +119,7 @@ void Downloader::leaveWhatIsHere()
 
 DownloadReport Downloader::run()
 {
+    refuseImpossible();
     leaveWhatIsHere();
     Transfers transfers(connection, out, moved);
     std::uint64_t total = 0;

@@ -50,7 +50,11 @@ public:
     }
 
     /// Notes a file for run().
-    void add(Download download) { downloads.push_back(std::move(download)); }
+    void add(Download download)
+    {
+        ++sources;
+        downloads.push_back(std::move(download));
+    }
 
     /// Lists the tree, makes its folders below `local`, and notes the files for run(). A folder that could
     /// not be listed or made is told and reported; the others go on.
@@ -61,6 +65,7 @@ public:
 
 private:
     void addFolder(const RemoteFolder& remote, const std::shared_ptr<const DownloadFolder>& local);
+    void refuseImpossible();
     void leaveWhatIsHere();
     Transfer transferOf(Download& download);
     connector::Future<bool> fetch(Download& download);
@@ -71,6 +76,7 @@ private:
     Output& out;
     DownloadOptions options;
     std::vector<Download> downloads;
+    unsigned sources = 0; ///< that were named
     MovedBytes moved = countFromZero();
     DownloadReport report;
 };

@@ -25,12 +25,14 @@ void requireName(const std::string& name)
                                              "\", which cannot be the name of a file here.");
 }
 
-/// Kind and permissions of what is there; 0: nothing is.
-mode_t modeOf(const FileDescriptor& folder, const std::string& name)
+/// Kind and permissions of what is there; 0: nothing is. @throws Failure when that cannot be told
+mode_t modeOf(const FileDescriptor& folder, const std::string& name, const fs::path& shown)
 {
     struct stat status {};
 
-    return ::fstatat(folder.get(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0 ? status.st_mode : 0;
+    if (::fstatat(folder.get(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0) return status.st_mode;
+    if (errno != ENOENT) throwErrno("Could not look at", shown);
+    return 0;
 }
 
 } // namespace
@@ -39,9 +41,7 @@ std::shared_ptr<const DownloadFolder> DownloadFolder::open(const fs::path& path)
 {
     auto folder = std::make_shared<DownloadFolder>();
     folder->path = path.empty() ? "." : path;
-    const auto opened = folder->descriptor();
-    if (!opened) throwErrno("Could not open the folder", path);
-    removeAbandoned(opened.get());
+    removeAbandoned(folder->descriptor().get());
     return folder;
 }
 
@@ -58,9 +58,11 @@ std::shared_ptr<const DownloadFolder> DownloadFolder::make(const fs::path& path)
 /// following links, since a folder may be swapped for a link while files arrive.
 FileDescriptor DownloadFolder::descriptor() const
 {
-    if (!parent) return FileDescriptor(::open(path.c_str(), folderFlags));
-    const auto above = parent->descriptor();
-    return FileDescriptor(::openat(above.get(), ownName.c_str(), folderFlags | O_NOFOLLOW));
+    FileDescriptor opened(
+        parent ? ::openat(parent->descriptor().get(), ownName.c_str(), folderFlags | O_NOFOLLOW)
+               : ::open(path.c_str(), folderFlags));
+    if (!opened) throwErrno("Could not open the folder", path);
+    return opened;
 }
 
 std::shared_ptr<const DownloadFolder> DownloadFolder::makeChild(const std::string& name) const
@@ -74,7 +76,6 @@ std::shared_ptr<const DownloadFolder> DownloadFolder::makeChild(const std::strin
     child->made = ::mkdirat(here.get(), name.c_str(), 0777) == 0;
     if (!child->made && errno != EEXIST) throwErrno("Could not make the folder", child->path);
     const auto opened = child->descriptor();
-    if (!opened) throwErrno("Could not open the folder", child->path);
     if (!child->made) removeAbandoned(opened.get());
     return child;
 }
@@ -82,7 +83,7 @@ std::shared_ptr<const DownloadFolder> DownloadFolder::makeChild(const std::strin
 bool DownloadFolder::contains(const std::string& name) const
 {
     requireName(name);
-    return modeOf(descriptor(), name) != 0;
+    return modeOf(descriptor(), name, path / name) != 0;
 }
 
 std::optional<LocalContent> DownloadFolder::find(const std::string& name) const
@@ -104,8 +105,7 @@ std::shared_ptr<IncomingFile> DownloadFolder::receive(const std::string& name, O
 {
     requireName(name);
     auto here = descriptor();
-    if (!here) throwErrno("Could not open the folder", path);
-    const auto mode = modeOf(here, name);
+    const auto mode = modeOf(here, name, path / name);
     if (overwrite == Overwrite::refuse && mode != 0)
         throw Failure(ExitCode::conflict,
                       escaped(shown(name)) + " exists already; use --force to replace it.");

@@ -29,7 +29,7 @@ public:
     /// @throws Failure also for a link or a file of that name
     std::shared_ptr<const DownloadFolder> makeChild(const std::string& name) const;
 
-    /// Whether there is anything of that name. @throws Failure for what cannot be a name
+    /// Whether there is anything of that name. @throws Failure also for what cannot be a name
     bool contains(const std::string& name) const;
 
     /// The regular file of that name; nothing when there is none, or it cannot be read.
@@ -48,7 +48,7 @@ public:
 
 private:
     /// What is between this folder and the one the user named is opened for each use, so that a tree of any
-    /// size needs few descriptors.
+    /// size needs few descriptors. @throws Failure
     FileDescriptor descriptor() const;
 
     std::shared_ptr<const DownloadFolder> parent; ///< empty for the folder the user named

@@ -164,6 +164,7 @@ void Uploader::makeFolder(const RemotePath& folder)
 
 void Uploader::addTree(SourceTree source, const RemotePath& target, TargetFolder state)
 {
+    ++sources;
     if (state == TargetFolder::missing) requireStorable(connection, target, false, existing);
     Folders folders{target, std::move(source), {}, {}, {}};
     for (const auto& one : folders.tree.skipped)
@@ -242,8 +243,8 @@ void Uploader::addFiles(const Folders& folders)
         if (!folders.usable.contains(parentOf(entry.below)))
             ++report.transfers.notStarted;
         else
-            add({entry.origin, join(folders.target, entry.below), entry.size, folders.existingOf(entry),
-                 Symlinks::refuse});
+            uploads.push_back({entry.origin, join(folders.target, entry.below), entry.size,
+                               folders.existingOf(entry), Symlinks::refuse});
     }
 }
 
@@ -258,6 +259,20 @@ std::variant<std::function<LocalContent()>, RemotePath> otherOf(const Upload& up
 }
 
 } // namespace
+
+/// Of two sources for one place the second would replace the first, or the first the second.
+void Uploader::refuseTwins()
+{
+    if (sources < 2) return;
+    std::map<std::string, std::string> taken;
+    std::erase_if(uploads, [&](const Upload& upload) {
+        const auto [place, isFree] = taken.emplace(upload.remote.stored(), shown(upload.origin));
+        if (!isFree)
+            fail(upload.origin, Failure(ExitCode::conflict, upload.remote.quoted() + " is the place of " +
+                                                                place->second + " already."));
+        return !isFree;
+    });
+}
 
 /// One request for each file of the same size; nothing is sent.
 void Uploader::leaveWhatIsThere()
@@ -290,6 +305,7 @@ std::map<std::string, std::string> Uploader::versionsBefore()
 
 UploadReport Uploader::run()
 {
+    refuseTwins();
     if (existing != Existing::skip) leaveWhatIsThere();
     const auto versions = versionsBefore();
     std::uint64_t total = 0;
@@ -300,23 +316,28 @@ UploadReport Uploader::run()
             continue;
         }
         Transfer transfer;
-        auto version = std::make_shared<std::string>();
+        auto stored = std::make_shared<StoredContent>();
         const auto damaged = std::make_shared<std::string>();
         const auto before = versions.find(upload.remote.stored());
         transfer.what = shown(upload.origin);
         transfer.item = upload.remote.stored();
         transfer.bytes = upload.size;
-        transfer.start = [this, &upload, version, damaged] { return send(upload, version, damaged); };
+        transfer.start = [this, &upload, stored, damaged] { return send(upload, stored, damaged); };
         transfer.mayRepeat = sendingDamagedAgain(connection, upload, damaged);
-        transfer.wasDone = [this, &upload] { return isStored(connection, upload); };
-        transfer.succeeded = [this, &upload] {
+        transfer.wasDone = [this, &upload, stored] {
+            const auto isDone = isStored(connection, upload);
+            if (isDone == true) stored->bytes = upload.size;
+            return isDone;
+        };
+        transfer.succeeded = [this, &upload, stored] {
             ++report.files;
-            report.bytes += upload.size;
+            report.bytes += stored->bytes; // the file may have become longer or shorter
             out.detail("Stored " + shown(upload.origin) + " as " + upload.remote.quoted() + ".");
         };
-        transfers.add(recorded(
-            connection, std::move(transfer),
-            changeBy(upload, existing, before == versions.end() ? std::string() : before->second), version));
+        transfers.add(
+            recorded(connection, std::move(transfer),
+                     changeBy(upload, existing, before == versions.end() ? std::string() : before->second),
+                     std::shared_ptr<const std::string>(stored, &stored->version)));
         total += upload.size;
     }
     out.progress().begin("Storing", total, uploads.size());
@@ -325,7 +346,7 @@ UploadReport Uploader::run()
     return std::move(report);
 }
 
-Future<bool> Uploader::send(const Upload& upload, const std::shared_ptr<std::string>& version,
+Future<bool> Uploader::send(const Upload& upload, const std::shared_ptr<StoredContent>& stored,
                             const Damaged& damaged)
 {
     const bool exists = upload.existing.has_value();
@@ -339,8 +360,8 @@ Future<bool> Uploader::send(const Upload& upload, const std::shared_ptr<std::str
         return storeContent(connection, upload.remote, content.publisher(moved), content.size(), existing,
                             exists, *damaged);
     };
-    return begin().then([version](Future<StoredContent>&& stored) {
-        *version = stored.get().version;
+    return begin().then([stored](Future<StoredContent>&& reply) {
+        *stored = reply.get();
         return true;
     });
 }

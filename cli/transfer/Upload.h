@@ -86,7 +86,11 @@ public:
     }
 
     /// Notes a file for run().
-    void add(Upload upload) { uploads.push_back(std::move(upload)); }
+    void add(Upload upload)
+    {
+        ++sources;
+        uploads.push_back(std::move(upload));
+    }
 
     /// Makes a folder that is missing; its parent must be there. @throws Failure
     void makeFolder(const RemotePath& folder);
@@ -107,15 +111,17 @@ private:
     void addFiles(const Folders& folders);
     void fail(const Origin& origin, const Failure& failure);
     void skip(const Origin& origin, const std::string& reason);
+    void refuseTwins();
     void leaveWhatIsThere();
     std::map<std::string, std::string> versionsBefore();
-    connector::Future<bool> send(const Upload& upload, const std::shared_ptr<std::string>& version,
+    connector::Future<bool> send(const Upload& upload, const std::shared_ptr<StoredContent>& stored,
                                  const Damaged& damaged);
 
     Connection& connection;
     Output& out;
     Existing existing;
     std::vector<Upload> uploads;
+    unsigned sources = 0; ///< that were named
     MovedBytes moved = countFromZero();
     UploadReport report;
 };

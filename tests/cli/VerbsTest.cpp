@@ -152,6 +152,21 @@ constexpr Row rows[] = {
      "tarn: Skipped in/link: symbolic links are not followed.\n"
      "tarn: Skipped in/link: symbolic links are not followed.\n"
      "tarn: Nothing to do in \"/in\": 2 files were there already.\n"},
+    {"mkdir twins && echo 1 >twins/x && tarn -q mkdir /da /db && tarn -q put twins/x /da && tarn -q put "
+     "photos/b.JPG "
+     "/db/x && tarn get -f /da/x /db/x twins 2>&1; tarn put -f twins/x photos/b.JPG twins/x /da 2>&1; cat "
+     "twins/x; "
+     "tarn -q put twins/x /da/.x.tarn-part && tarn get /da/.x.tarn-part twins 2>&1; tarn -q rm -r /da /db",
+     0,
+     "tarn: \"/db/x\": twins/x is the place of \"/da/x\" already.\n"
+     "tarn: 1 item could not be fetched; 0 were.\n"
+     "tarn: twins/x: \"/da/x\" is the place of twins/x already.\n"
+     "tarn: Stored 1 file (2.0 KiB) in \"/da\"; 1 file was there already.\n"
+     "tarn: 1 item could not be stored; 1 was.\n"
+     "1\n"
+     "tarn: \"/da/.x.tarn-part\": Files with such names are parts of what is being fetched, and removed "
+     "again; fetch it "
+     "under another name.\n"},
     {"mkfifo way/fifo && tarn --record way/fifo ls 2>&1; tarn sync --plan way/fifo photos /way 2>&1 | sed "
      "s,/.*way/,way/,; rm "
      "way/fifo",
