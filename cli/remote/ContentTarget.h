@@ -25,10 +25,15 @@ public:
     virtual std::string version() const = 0;
     /// What comes is of this version. @throws Failure
     virtual void setVersion(const std::string& id) = 0;
-    /// Drops what is here. @param why  as a sentence @throws Failure when it cannot be taken back
+    /// Drops what is here. @param why  as a sentence without its end @throws Failure when it cannot be taken back
     virtual void startOver(const std::string& why) = 0;
     /// For one request; keeps the target.
     virtual connector::tarn::ContentSubscriber subscriber() = 0;
+
+    /// Of the whole content, as the service has told it of that version; empty: it has not.
+    const std::string& sha256() const { return told; }
+
+    void setSha256(const std::string& digest) { told = digest; }
 
     /// Refuses what goes beyond this many bytes; nothing: the network layer knows where the content ends.
     void limitTo(std::optional<std::uint64_t> bytes) { limit = bytes; }
@@ -43,6 +48,7 @@ protected:
 
 private:
     std::optional<std::uint64_t> limit;
+    std::string told;
 };
 
 } // namespace tarncli

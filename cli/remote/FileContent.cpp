@@ -53,7 +53,34 @@ std::uint64_t sizeOf(Connection& connection, const RemotePath& file, const Versi
 
 namespace {
 
-constexpr const char* anew = "; all of it was fetched anew.";
+/// Notes what a reply tells of the content. One that goes on with it, and does not tell it again, changes nothing.
+void noteHead(const FileDownloadHead& head, ContentTarget& target)
+{
+    const bool isBeginning = head.offset == 0;
+    if (isBeginning || !head.versionId.empty()) target.setVersion(head.versionId);
+    if (isBeginning || !head.sha256.empty()) target.setSha256(head.sha256);
+}
+
+/// For what the last reply alone cannot verify: an earlier one may have told the digest.
+void requireWhole(ContentTarget& target, std::uint64_t size)
+{
+    const auto& told = target.sha256();
+    if (told.empty()) {
+        if (target.held() != size) throw SizeDiffers(target.held(), size);
+        return;
+    }
+    if (const auto found = target.hash()->hex(); found != told)
+        throw DigestMismatch("What has arrived is not what the service said it has: its SHA-256 is " + found +
+                             ", not " + told + ". Fetch it again.");
+}
+
+/// Why all of it comes when the rest was asked for.
+std::string whyWhole(const FileDownloadHead& head, const ContentTarget& target, const RemotePath& file)
+{
+    const bool isOther = !head.versionId.empty() && head.versionId != target.version();
+    return isOther ? file.quoted() + " had changed since a part of it was fetched"
+                   : "The service does not send the rest of " + file.quoted() + " alone";
+}
 
 Future<std::string> requestRest(Connection& connection, const RemotePath& file, const VersionInfo& version,
                                 std::uint64_t size, const std::shared_ptr<ContentTarget>& target)
@@ -65,20 +92,19 @@ Future<std::string> requestRest(Connection& connection, const RemotePath& file, 
     if (request->offset > 0) request->ifVersion = target->version();
     request->content = target->subscriber();
     request->onHead = [file, target, size](const FileDownloadHead& head) {
-        if (head.offset != target->held())
-            target->startOver(file.quoted() + " had changed since a part of it was fetched" + anew);
-        target->setVersion(head.versionId);
+        if (head.offset != target->held()) target->startOver(whyWhole(head, *target, file));
+        noteHead(head, *target);
         target->limitTo(head.totalSize ? std::nullopt : std::optional(size));
         // With a digest, what comes is compared with that: the file may well have been replaced since it was listed.
-        if (head.sha256.empty() && head.totalSize && *head.totalSize != size)
+        if (target->sha256().empty() && head.totalSize && *head.totalSize != size)
             throw SizeDiffers(*head.totalSize, size);
     };
     return connection.contents()
         .downloadFile(std::move(request))
         .then([target, size](Future<std::unique_ptr<FileDownloadResponse>>&& reply) {
             const auto response = reply.get();
-            if (!response->verified && target->held() != size) throw SizeDiffers(target->held(), size);
-            return response->sha256;
+            if (!response->verified) requireWhole(*target, size);
+            return target->sha256();
         });
 }
 
@@ -86,9 +112,9 @@ Future<std::string> requestRest(Connection& connection, const RemotePath& file, 
 std::string whyNoBeginning(const std::exception_ptr& error, const RemotePath& file)
 {
     if (isRefusal(error, reasons::rangeOutside))
-        return "The part of " + file.quoted() + " that was here is longer than the file" + anew;
+        return "The part of " + file.quoted() + " that was here is longer than the file";
     if (isError<PartMismatch>(error))
-        return "The service does not go on where the part of " + file.quoted() + " ends that was here" + anew;
+        return "The service does not go on where the part of " + file.quoted() + " ends that was here";
     return {};
 }
 
@@ -99,7 +125,7 @@ Future<std::string> requestContent(Connection& connection, const RemotePath& fil
 {
     if (target->version().empty() && target->held() > 0)
         target->startOver("Nothing tells of which version the part of " + file.quoted() +
-                          " was that was here" + anew);
+                          " was that was here");
     const bool isRest = target->held() > 0;
     auto content = requestRest(connection, file, version, size, target);
     if (!isRest) return content;

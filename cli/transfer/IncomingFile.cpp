@@ -271,7 +271,7 @@ connector::tarn::Sha256 IncomingFile::hashUpTo(off_t end) const
 void IncomingFile::startOver(const std::string& why)
 {
     *moved -= held();
-    reasonAnew = why;
+    reasonAnew = why + "; all of it was fetched anew.";
     if (::ftruncate(file.get(), 0) != 0 || ::lseek(file.get(), 0, SEEK_SET) != 0)
         throwErrno("Could not write", shown);
 }

@@ -49,9 +49,9 @@ public:
 
     void setVersion(const std::string& id) override { versionId = id; }
 
-    void startOver(const std::string&) override
+    void startOver(const std::string& why) override
     {
-        throw Failure(ExitCode::failure, "It changed while it was being read; read it again.");
+        throw Failure(ExitCode::failure, why + "; read it again.");
     }
 
     ContentSubscriber subscriber() override

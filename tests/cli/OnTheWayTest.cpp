@@ -171,6 +171,58 @@ TEST_F(OnTheWay, CutAnywhereATransferIsWholeOrAnErrorAndNothingIsFetchedTwice)
         });
 }
 
+/// Without what the others of its version say, as behind a gateway, or of a service that knows no parts.
+TEST_F(OnTheWay, AnotherReplyThanTheFirstMayGoOnAndMakesNothingWrong)
+{
+    using Connection = ScriptedHttpServer::Connection;
+
+    const auto without = [](std::string head) {
+        for (const std::string name : {"ETag: ", "Repr-Digest: ", "Content-Digest: "})
+            if (const auto at = head.find(name); at != std::string::npos)
+                head.erase(at, head.find('\n', at) + 1 - at);
+        return head;
+    };
+    TrueReply first;
+    const auto bare = [&](Connection& connection, const TrueReply& reply) {
+        connection.send(without(reply.head) + reply.body.substr(0, reply.body.size() / 2));
+    };
+    const auto another = [&](Connection& connection, TrueReply reply) {
+        reply.body.back() ^= 1;
+        connection.send(without(reply.head) + reply.body);
+    };
+    const auto whole = [&](Connection& connection, const TrueReply&) {
+        connection.send(first.head + first.body);
+    };
+
+    const struct {
+        Play second;
+        const char* get;
+        const char* cat;
+    } rows[] = {
+        {bare, "", ""},
+        {another, "What has arrived is not", "What has arrived is not"},
+        {whole, "does not send the rest of \"/f\" alone; all",
+         "does not send the rest of \"/f\" alone; read"},
+    };
+
+    for (const auto& [second, get, cat] : rows)
+        for (const std::string arguments : {"get /f new", "cat /f >new"}) {
+            int requests = 0;
+            const auto play = [&](Connection& connection, const TrueReply& reply) {
+                if (requests++ > 0) return second(connection, reply);
+                first = reply;
+                cut()(connection, reply);
+            };
+            const auto result = run(arguments, fetching, 2, play);
+            const std::string told = arguments.starts_with("get") ? get : cat;
+            EXPECT_EQ(result.exitCode == 0, alice.read("new") == content) << arguments << result.err;
+            EXPECT_EQ(result.exitCode, told.empty() || told.ends_with("all") ? 0 : 1) << arguments;
+            EXPECT_THAT(result.err, HasSubstr(told));
+            fs::remove(alice.work() / "new");
+            EXPECT_EQ(result.err.find("fetched anew") != std::string::npos, told.ends_with("all"));
+        }
+}
+
 TEST_F(OnTheWay, ALaterCommandFetchesAnewWhatWasReplaced)
 {
     EXPECT_EQ(run("--retries 0 get /f new", fetching, 1, cut()).exitCode, 7);
