@@ -158,7 +158,8 @@ void IncomingFile::openPart()
     do {
         file = FileDescriptor(::openat(folder.get(), name.c_str(), flags, firstMode()));
         if (!file) throwErrno("Could not write", shown);
-        if (::flock(file.get(), LOCK_EX | LOCK_NB) != 0) {
+        // Some file systems know no locks.
+        if (::flock(file.get(), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK) {
             file.reset(); // it is the other's: nothing of it may be touched
             throw Failure(ExitCode::conflict,
                           escaped(shown.string()) + " is being fetched by another command.");
@@ -308,8 +309,8 @@ void IncomingFile::commit(Overwrite overwrite, std::uint64_t milliseconds)
         ::unlinkat(folder.get(), versionName(name).c_str(), 0);
     else
         removeOlderPart();
-    // The new name lasts only once the folder does.
-    if (::fsync(folder.get()) != 0) throwErrno("Could not write", shown);
+    // The new name lasts only once the folder does. Some file systems cannot be asked for that.
+    if (::fsync(folder.get()) != 0 && errno != EINVAL) throwErrno("Could not write", shown);
 }
 
 void IncomingFile::rename(Overwrite overwrite) const

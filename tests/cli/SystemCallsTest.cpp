@@ -1,5 +1,5 @@
-// What cannot be seen from outside: whether a file was made to last before it was shown, and whether it changed while
-// it was read. These calls come by here on their way to the kernel.
+// What cannot be seen from outside: whether a file was made to last before it was shown, also where the file system can
+// do little, and whether it changed while it was read. These calls come by here on their way to the kernel.
 #include "cli/machine/PrivateFile.h"
 #include "cli/terminal/Failure.h"
 #include "cli/transfer/DownloadFolder.h"
@@ -7,8 +7,10 @@
 #include "tarnhost/FileSink.h"
 #include "tests/cli/Shell.h"
 
+#include <cerrno>
 #include <fcntl.h>
 #include <gmock/gmock.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -20,6 +22,7 @@ namespace {
 
 std::vector<std::string> steps;       ///< of the test's own thread, as all that follows
 std::function<void()> afterLookingAt; ///< called once
+bool isPoor = false;                  ///< the file system: without locks, and folders cannot be synced
 
 } // namespace
 
@@ -36,7 +39,17 @@ extern "C" int fsync(int fd)
 
     fstat(fd, &status);
     steps.emplace_back(S_ISDIR(status.st_mode) ? "sync folder" : "sync file");
+    if (isPoor && S_ISDIR(status.st_mode)) {
+        errno = EINVAL;
+        return -1;
+    }
     return static_cast<int>(syscall(SYS_fsync, fd));
+}
+
+extern "C" int flock(int fd, int operation) noexcept
+{
+    if (isPoor) errno = ENOLCK;
+    return isPoor ? -1 : static_cast<int>(syscall(SYS_flock, fd, operation));
 }
 
 extern "C" int renameat2(int from, const char* name, int to, const char* newName, unsigned flags) noexcept
@@ -53,6 +66,8 @@ extern "C" int rename(const char* name, const char* newName) noexcept
 namespace tarncli::test {
 namespace {
 
+namespace fs = std::filesystem;
+
 TEST(SystemCalls, AFileLastsBeforeItIsShownAndItsNameBeforeItIsTold)
 {
     const Shell shell;
@@ -65,11 +80,15 @@ TEST(SystemCalls, AFileLastsBeforeItIsShownAndItsNameBeforeItIsTold)
     const std::function<void()> writes[] = {[&] { receive(Overwrite::refuse, Unfinished::remove); },
                                             [&] { receive(Overwrite::replace, Unfinished::keep); },
                                             [&] { writePrivateFile(shell.work() / "private", "x"); }};
-    for (const auto& write : writes) {
-        steps.clear();
-        write();
-        EXPECT_THAT(steps, testing::ElementsAre("sync file", "rename", "sync folder"));
-    }
+    for (const bool poor : {false, true})
+        for (const auto& write : writes) {
+            fs::remove(shell.work() / "new");
+            steps.clear();
+            isPoor = poor;
+            EXPECT_NO_THROW(write());
+            isPoor = false;
+            EXPECT_THAT(steps, testing::ElementsAre("sync file", "rename", "sync folder"));
+        }
 }
 
 /// To its last byte.
