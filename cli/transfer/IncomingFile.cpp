@@ -43,7 +43,8 @@ std::string temporaryName()
     return temporaryStart() + std::to_string(getpid()) + "-" + std::to_string(++counter) + ".part";
 }
 
-/// A temporary file of a process of this machine that is no more.
+/// A temporary file of a process of this machine that is no more, or had the number of this one: in a container that
+/// may be the same each time.
 bool isOfTheDead(std::string_view name)
 {
     const auto start = temporaryStart();
@@ -51,7 +52,8 @@ bool isOfTheDead(std::string_view name)
     name.remove_prefix(start.size());
     pid_t process = 0;
     const auto [end, error] = std::from_chars(name.data(), name.data() + name.size(), process);
-    return error == std::errc() && process > 0 && *end == '-' && ::kill(process, 0) != 0 && errno == ESRCH;
+    if (error != std::errc() || process <= 0 || *end != '-') return false;
+    return process == getpid() || (::kill(process, 0) != 0 && errno == ESRCH);
 }
 
 /// Unless it is being written: a container on this machine has processes of its own.
@@ -131,9 +133,7 @@ IncomingFile::IncomingFile(FileDescriptor into, std::string finalName, fs::path 
     , target(std::move(finalName))
     , shown(std::move(shownPath))
     , unfinished(possible(whenUnfinished, target))
-    , name(unfinished == Unfinished::keep ? partName(target) : temporaryName())
     , moved(std::move(movedBytes))
-    , guard([this] { leave(); })
 {
     unfinished == Unfinished::keep ? openPart() : openTemporary();
     takeAfterTarget(S_IRUSR | S_IWUSR); // a later command may have to go on with it
@@ -146,8 +146,13 @@ IncomingFile::~IncomingFile()
 
 void IncomingFile::openTemporary()
 {
-    file = FileDescriptor(
-        ::openat(folder.get(), name.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, firstMode()));
+    constexpr int flags = O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC;
+    do {
+        guard.reset(); // it reads the name
+        name = temporaryName();
+        guard.emplace([this] { leave(); });
+        file = FileDescriptor(::openat(folder.get(), name.c_str(), flags, firstMode()));
+    } while (!file && errno == EEXIST); // left by a process that had the number of this one
     if (!file) throwErrno("Could not write", shown);
     ::flock(file.get(), LOCK_EX | LOCK_NB); // tells others that it is on its way, where there are locks
 }
@@ -155,6 +160,8 @@ void IncomingFile::openTemporary()
 void IncomingFile::openPart()
 {
     constexpr int flags = O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK;
+    name = partName(target);
+    guard.emplace([this] { leave(); });
     do {
         file = FileDescriptor(::openat(folder.get(), name.c_str(), flags, firstMode()));
         if (!file) throwErrno("Could not write", shown);

@@ -92,13 +92,14 @@ private:
     std::string target;
     std::filesystem::path shown;
     Unfinished unfinished;
-    const std::string name; ///< until it is whole
+    std::string name; ///< until it is whole
     MovedBytes moved;
     std::string versionId;
     std::shared_ptr<connector::tarn::Sha256> running;
     std::string reasonAnew;
     bool committed = false;
-    InterruptGuard guard; ///< before the file exists, so that there is no moment in which it is forgotten
+    /// Before the file exists, so that there is no moment in which it is forgotten.
+    std::optional<InterruptGuard> guard;
     FileDescriptor file;
 };
 

@@ -5,6 +5,9 @@
 
 #include <gmock/gmock.h>
 
+#include <array>
+#include <unistd.h>
+
 namespace tarncli {
 namespace {
 
@@ -80,6 +83,23 @@ TEST_F(DownloadFolderTest, LeavesNothingWhereItCannotFinish)
     EXPECT_THROW(store(*folder, "pipe", "x", Overwrite::replace), Failure);
     EXPECT_TRUE(fs::is_fifo(base / "in/pipe"));
     EXPECT_EQ(entries("in"), 3);
+}
+
+/// In a container each command has the same number.
+TEST_F(DownloadFolderTest, WhatAProcessOfTheSameNumberLeftIsInNobodysWay)
+{
+    std::array<char, 65> machine{};
+    ASSERT_EQ(::gethostname(machine.data(), machine.size() - 1), 0);
+    for (int i = 1; i < 50; ++i)
+        shell.write("in/.tarn-" + std::string(machine.data()) + "-" + std::to_string(getpid()) + "-" +
+                        std::to_string(i) + ".part",
+                    "old");
+    const auto file = folder->receive("x", Overwrite::refuse, Unfinished::remove, countFromZero());
+    file->subscriber()->onNext(connector::common::DataBuffer("new"));
+    DownloadFolder::open(base / "in");
+    EXPECT_EQ(entries("in"), 1);
+    file->commit(Overwrite::refuse, 0);
+    EXPECT_EQ(shell.read("in/x"), "new");
 }
 
 } // namespace
