@@ -5,6 +5,7 @@
 #include "cli/terminal/Text.h"
 #include "tarnhost/FileSink.h"
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <cerrno>
@@ -72,6 +73,12 @@ std::string partName(const std::string& target)
 std::string versionName(const std::string& part)
 {
     return part + versionEnding;
+}
+
+/// Other characters are none of an id: after a power cut there may be zeros.
+bool isPrintable(std::string_view id)
+{
+    return std::ranges::all_of(id, [](char c) { return c > ' ' && c <= '~'; });
 }
 
 /// A name that has no room for more cannot be kept under another.
@@ -163,8 +170,9 @@ void IncomingFile::openPart()
     name = partName(target);
     guard.emplace([this] { leave(); });
     do {
+        requirePlaceOfPart();
         file = FileDescriptor(::openat(folder.get(), name.c_str(), flags, firstMode()));
-        if (!file) throwErrno("Could not write", shown);
+        if (!file) throwErrno("Could not write", shownPart());
         // Some file systems know no locks.
         if (::flock(file.get(), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK) {
             file.reset(); // it is the other's: nothing of it may be touched
@@ -210,13 +218,28 @@ bool IncomingFile::isPart() const
     return name == partName(target);
 }
 
+fs::path IncomingFile::shownPart() const
+{
+    return shown.parent_path() / name;
+}
+
+void IncomingFile::requirePlaceOfPart() const
+{
+    struct stat there {};
+
+    const bool isTaken = ::fstatat(folder.get(), name.c_str(), &there, AT_SYMLINK_NOFOLLOW) == 0;
+    if (isTaken && !S_ISREG(there.st_mode))
+        throw Failure(ExitCode::conflict,
+                      "Could not write " + escaped(shownPart().string()) + ": it is not a file.");
+}
+
 bool IncomingFile::isStillNamed() const
 {
     struct stat opened {};
 
     struct stat named {};
 
-    if (::fstat(file.get(), &opened) != 0 || !S_ISREG(opened.st_mode)) throwErrno("Could not write", shown);
+    if (::fstat(file.get(), &opened) != 0) throwErrno("Could not write", shown);
     return ::fstatat(folder.get(), name.c_str(), &named, AT_SYMLINK_NOFOLLOW) == 0 &&
            named.st_dev == opened.st_dev && named.st_ino == opened.st_ino;
 }
@@ -228,7 +251,8 @@ void IncomingFile::readVersion()
         ::openat(folder.get(), versionName(name).c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
     std::array<char, 256> text;
     const auto count = kept ? ::read(kept.get(), text.data(), text.size()) : 0;
-    if (count > 0) versionId.assign(text.data(), static_cast<std::size_t>(count));
+    const std::string_view id(text.data(), count > 0 ? static_cast<std::size_t>(count) : 0);
+    if (isPrintable(id)) versionId = id;
 }
 
 /// The content is new by then, or was of this version before: the two never disagree in a way that the service and
@@ -239,9 +263,10 @@ void IncomingFile::setVersion(const std::string& id)
     versionId = id;
     if (!isPart()) return;
     const FileDescriptor kept(::openat(folder.get(), versionName(name).c_str(),
-                                       O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0666));
+                                       O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK,
+                                       0666));
     if (!kept || ::write(kept.get(), id.data(), id.size()) != static_cast<ssize_t>(id.size()))
-        throwErrno("Could not write", shown);
+        throwErrno("Could not write", versionName(shownPart().string()));
 }
 
 /// The position rather than the size: behind the last byte there may be a hole.
@@ -308,6 +333,10 @@ void IncomingFile::commit(Overwrite overwrite, std::uint64_t milliseconds)
         if (::futimens(file.get(), times) != 0) throwErrno("Could not set the time of", shown);
     }
     takeAfterTarget(0);
+    // A part's name is one that others know.
+    if (isPart() && !isStillNamed())
+        throw Failure(ExitCode::conflict,
+                      escaped(shownPart().string()) + " is no longer what was fetched; fetch it again.");
     // Before the name: a power cut must not leave a name on an empty file.
     if (::fsync(file.get()) != 0) throwErrno("Could not write", shown);
     rename(overwrite);

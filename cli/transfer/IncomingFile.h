@@ -79,6 +79,8 @@ private:
     mode_t firstMode() const;
     void takeAfterTarget(mode_t andMore) const;
     bool isPart() const;
+    std::filesystem::path shownPart() const;
+    void requirePlaceOfPart() const;
     bool isStillNamed() const;
     void readVersion();
     void fillLastHole() const;

@@ -102,5 +102,15 @@ TEST_F(DownloadFolderTest, WhatAProcessOfTheSameNumberLeftIsInNobodysWay)
     EXPECT_EQ(shell.read("in/x"), "new");
 }
 
+TEST_F(DownloadFolderTest, GivesAFileInThePlaceOfItsPartNoOtherName)
+{
+    const auto file = folder->receive("x", Overwrite::refuse, Unfinished::keep, countFromZero());
+    file->subscriber()->onNext(connector::common::DataBuffer("new"));
+    fs::remove(base / "in/.x.tarn-part");
+    shell.write("in/.x.tarn-part", "other");
+    EXPECT_THROW(file->commit(Overwrite::refuse, 0), Failure);
+    EXPECT_FALSE(fs::exists(base / "in/x"));
+}
+
 } // namespace
 } // namespace tarncli

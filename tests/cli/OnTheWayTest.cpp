@@ -261,6 +261,7 @@ TEST_F(OnTheWay, APartStaysUnlessItIsWrongItself)
     const std::pair<const char*, const char*> wrongs[] = {
         {"truncate -s 2000000 .new.tarn-part", "is longer than the file"},
         {"rm .new.tarn-part-version", "Nothing tells of which version"},
+        {"head -c 24 /dev/zero >.new.tarn-part-version", "Nothing tells of which version"},
     };
     for (const auto& [spoil, told] : wrongs) {
         run("--retries 0 get --continue /f new", fetching, 1, cut());
@@ -270,6 +271,14 @@ TEST_F(OnTheWay, APartStaysUnlessItIsWrongItself)
         EXPECT_THAT(result.err, HasSubstr(told));
         EXPECT_EQ(alice.read("new"), content);
         fs::remove(alice.work() / "new");
+    }
+    alice.set("TARN_ENDPOINT", service.url());
+    for (const std::string odd : {"mkfifo .new.tarn-part", "mkdir .new.tarn-part", "ln -s f .new.tarn-part",
+                                  "mkfifo .new.tarn-part-version"}) {
+        const auto place = odd.substr(odd.find(".new"));
+        EXPECT_THAT(alice.run(odd + "; timeout 20 tarn get --continue /f new").err,
+                    HasSubstr("Could not write " + place + ": "));
+        fs::remove(alice.work() / place);
     }
     run("--retries 0 get --continue /f new", fetching, 1, cut());
     EXPECT_EQ(run("put -qr ./ /all; tarn ls /all").out, "f\n");
