@@ -84,7 +84,7 @@ void Downloader::refuseImpossible()
 }
 
 /// A file with the size and the time that fetching it would give is taken for the same; one of the same size is
-/// compared by its digest.
+/// compared by its digest. So is a version: what replaced it between the listing and the fetching has its time here.
 void Downloader::leaveWhatIsHere()
 {
     Comparisons comparisons(connection, out);
@@ -101,7 +101,8 @@ void Downloader::leaveWhatIsHere()
             out.detail(escaped(download.folder->shown(download.name)) + " has the content of " +
                        download.remote.quoted() + " already.");
         };
-        if (options.keepTimes && here->lastModified() == download.lastModified) {
+        const bool isCurrent = download.version.versionId.empty();
+        if (options.keepTimes && isCurrent && here->lastModified() == download.lastModified) {
             tell(true);
             continue;
         }

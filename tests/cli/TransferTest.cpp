@@ -129,6 +129,9 @@ TEST_F(TransferTest, ReplacesOnlyWhenTold)
                                  "tarn stat --json /a | grep -c $(stat -c %.3Y t | tr -d .) && "
                                  "test now -nt t && echo newer");
     EXPECT_EQ(times.out, "1\nnewer\n") << times.err;
+    const auto alike = alice.run("tarn get -q --version 1 /a v1 && printf two >v && touch -r v1 v && "
+                                 "tarn get -qf --version 1 /a v && cat v");
+    EXPECT_EQ(alike.out, "one") << alike.err;
     tarn({"get", "-f", "/a", "a"});
     EXPECT_EQ(alice.read("a"), "three"); // version 3 is a copy of version 2
     // In a folder of its own, so that what is there in the end is all that was written.
