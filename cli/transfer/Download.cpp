@@ -26,6 +26,17 @@ bool isSizeDifference(const std::exception_ptr& error)
     }
 }
 
+/// Of a file that is here already, so that nobody will go on with it, unless another command is just doing that.
+void removePart(const Download& download)
+{
+    try {
+        if (download.folder->contains(partName(download.name)))
+            download.folder->receive(download.name, Overwrite::replace, Unfinished::keep, countFromZero())
+                ->discard();
+    } catch (const Failure&) { // it stays, as the user has it
+    }
+}
+
 } // namespace
 
 void Downloader::addTree(const RemotePath& remote, const std::filesystem::path& local)
@@ -97,6 +108,7 @@ void Downloader::leaveWhatIsHere()
         const auto tell = [this, &download](bool isSame) {
             download.isLeft = isSame;
             if (!isSame) return;
+            if (options.unfinished == Unfinished::keep) removePart(download);
             ++report.unchanged;
             out.detail(escaped(download.folder->shown(download.name)) + " has the content of " +
                        download.remote.quoted() + " already.");

@@ -64,11 +64,6 @@ void removeUnlocked(int folder, const char* name)
     if (file && ::flock(file.get(), LOCK_EX | LOCK_NB) == 0) ::unlinkat(folder, name, 0);
 }
 
-std::string partName(const std::string& target)
-{
-    return "." + target + partEnding;
-}
-
 /// Beside the part, what it is a part of.
 std::string versionName(const std::string& part)
 {
@@ -88,6 +83,11 @@ Unfinished possible(Unfinished wanted, const std::string& target)
 }
 
 } // namespace
+
+std::string partName(const std::string& target)
+{
+    return "." + target + partEnding;
+}
 
 bool isIncoming(std::string_view name)
 {

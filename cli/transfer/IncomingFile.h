@@ -23,6 +23,9 @@ enum class Unfinished {
     keep, ///< stays beside its target for a later command to go on with; not when discard() was called
 };
 
+/// Of the part that Unfinished::keep leaves beside its target.
+std::string partName(const std::string& target);
+
 /// Whether a file of this name is one on its way, or a part that was left.
 bool isIncoming(std::string_view name);
 

@@ -284,6 +284,10 @@ TEST_F(OnTheWay, APartStaysUnlessItIsWrongItself)
     EXPECT_EQ(run("put -qr ./ /all; tarn ls /all").out, "f\n");
     EXPECT_EQ(run("get /f new").exitCode, 0);
     EXPECT_EQ(contentsOf(alice.work()).size(), 2u); // nobody will go on with the part
+    for (const std::string end : {".tarn-part", ".tarn-part-version"})
+        alice.write(".new" + end, "x");
+    EXPECT_THAT(run("get --continue /f new").err, HasSubstr("Nothing to do"));
+    EXPECT_EQ(contentsOf(alice.work()).size(), 2u); // likewise
 }
 
 TEST_F(OnTheWay, WhatIsNotWhatItShouldBeIsRefused)
