@@ -39,6 +39,7 @@ struct Transfers::Settled {
 namespace {
 
 constexpr std::uint64_t shortContent = 64 * 1024; // bytes
+constexpr unsigned unreachableTold = 4;           ///< failures, without -v
 
 std::exception_ptr errorOf(Future<bool>&& result)
 {
@@ -196,8 +197,10 @@ void Transfers::fail(const Entry& entry, const std::exception_ptr& error)
 {
     const auto told = about(entry.transfer.what, explain(error)).on(entry.transfer.item);
     entry.transfer.failed(error);
+    // Many were under way when the service went, and failed for one reason.
+    const bool isRepetition = told.code() == ExitCode::unreachable && ++unreachable > unreachableTold;
     // One alone is told by the caller, as the failure of the whole command.
-    if (added > 1) out.warning(told.what());
+    if (added > 1) isRepetition ? out.detail(told.what()) : out.warning(told.what());
     report.failed.push_back({entry.transfer.what, told, added > 1});
 }
 

@@ -110,6 +110,7 @@ private:
     std::uint64_t added = 0;
     unsigned load =
         0; ///< of those in flight: 1 for a short one, for any other as many as may go in its place
+    unsigned unreachable = 0; ///< that have failed so
     bool abandoned = false;
     TransferReport report;
     std::shared_ptr<Settled> settled; ///< shared with continuations that may come late
