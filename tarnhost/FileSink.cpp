@@ -198,18 +198,28 @@ void FileSink::skip(std::uint64_t bytes)
 
 void FileSink::onComplete()
 {
-    if (writer) writer->finish();
-    if (hasHole) { // the last block may be one
-        const off_t end = lseek(file, 0, SEEK_CUR);
-        if (end < 0 || ftruncate(file, end) != 0) fail("Could not write the content");
-    }
+    finish();
     settle(true);
 }
 
+/// All of it: the download may go on from there.
 void FileSink::onError(std::exception_ptr)
 {
-    writer.reset(); // what has come is written: the download may go on from there
+    try {
+        finish();
+    } catch (...) {
+        settle(false);
+        throw;
+    }
     settle(false);
+}
+
+void FileSink::finish()
+{
+    if (writer) writer->finish();
+    if (!hasHole) return;
+    const off_t end = lseek(file, 0, SEEK_CUR); // the last block may be one
+    if (end < 0 || ftruncate(file, end) != 0) fail("Could not write the content");
 }
 
 void FileSink::cancel()

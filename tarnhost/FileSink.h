@@ -22,10 +22,10 @@ namespace connector::host {
 /// arrived here, only the latter two do: the exchange, which the others break off, is over. A terminal that is halted
 /// is waited for.
 ///
-/// What cannot be written is thrown out of a following `onNext` or out of `onComplete` as std::system_error, and so
-/// becomes the failure of the download. At an end or an error all that was delivered has been written, but for what
-/// waited for room then; after `cancel` once the sink is gone. Nothing is synced or closed; after an error what has
-/// been written stays.
+/// What cannot be written is thrown out of a following `onNext`, the end or the error as std::system_error, and so
+/// becomes the failure of the download. Otherwise all that was delivered has been written at the end or the error, but
+/// for what waited for room then; after `cancel` once the sink is gone. Nothing is synced or closed; after an error
+/// what has been written stays.
 class TARN_API FileSink : public reactive_streams::SubscriberAPI<common::DataBuffer> {
 public:
     struct Options {
@@ -48,6 +48,7 @@ public:
     void onNext(common::DataBuffer&& item) override;
     /// @throws std::system_error
     void onComplete() override;
+    /// @throws std::system_error  what came before `error` could not be written
     void onError(std::exception_ptr error) override;
     void cancel() override;
 
@@ -60,6 +61,7 @@ private:
     void store(std::string_view bytes);
     void write(std::string_view bytes);
     void skip(std::uint64_t bytes);
+    void finish();
     void settle(bool completed);
 
     const int file;

@@ -75,8 +75,9 @@ struct TARN_API FileDownloadHead {
 /// `content` gets its subscription when the head of a success has arrived; before that, and when the operation fails
 /// without one, it hears nothing. From then on it gets items as it asks for them, and then exactly one end or error,
 /// after which the future is settled: what fails the one fails the other. An item that it throws out of ends the
-/// transfer, and the future fails with what was thrown. `Subscription::cancel` closes the connection, and the future
-/// fails with std::runtime_error "Content stream cancelled.".
+/// transfer, and the future fails with what was thrown, as it does with what it throws out of the end or the error.
+/// `Subscription::cancel` closes the connection, and the future fails with std::runtime_error "Content stream
+/// cancelled.".
 ///
 /// All of it arrives, or an error: a body that ends early and one whose SHA-256 is not the one that the service tells
 /// (DigestMismatch) are errors, after the items. The latter is known of a whole file, of the end of one with `hash`,
@@ -105,7 +106,8 @@ struct TARN_API FileDownload : SessionRequest,
     std::string ifVersion; ///< FileDownloadHead::versionId of the beginning; empty: of whatever there is
     /// Of the `offset` bytes that the caller has, so that the whole is verified; null: nobody knows it. Bytes that are
     /// delivered are added to it, and it begins anew where the whole file comes instead: when the future is settled,
-    /// other than by `Subscription::cancel`, another download may go on from there.
+    /// other than by `Subscription::cancel`, another download may go on from there. Once the subscriber has failed, it
+    /// may be ahead of what that holds: hash that anew.
     std::shared_ptr<Sha256> hash;
     ContentSubscriber content;
     /// Called before the subscriber gets its subscription, on the same thread; empty: nobody asks. What it throws

@@ -25,6 +25,7 @@ TEST(FileSink, FailsLaterWithWhatCouldNotBeWritten)
     const std::function<void(FileSink&)> ends[] = {
         [](FileSink& sink) { sink.onComplete(); },
         [](FileSink& sink) { sink.onNext(DataBuffer("y")); },
+        [](FileSink& sink) { sink.onError(nullptr); },
     };
     for (const auto& end : ends) {
         const int file = open("/proc/self/exe", O_RDONLY | O_CLOEXEC);

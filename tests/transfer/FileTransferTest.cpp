@@ -7,6 +7,8 @@
 #include "tarn/transfer/FileTransferClient.h"
 #include "tarn/transfer/FileTransferClientServiceProvider.h"
 
+#include <functional>
+
 namespace connector::tarn {
 
 std::string show(const FileUploadResponse& response)
@@ -52,7 +54,11 @@ struct Recorder : reactive_streams::SubscriberAPI<DataBuffer> {
 
     void onComplete() override { heard += ">"; }
 
-    void onError(std::exception_ptr) override { heard += "!"; }
+    void onError(std::exception_ptr) override
+    {
+        heard += "!";
+        if (complaint) throw std::runtime_error(complaint);
+    }
 
     void cancel() override {}
 
@@ -276,19 +282,35 @@ TEST(Downloads, TellWhichExchangeTheServiceRefused)
 
 TEST(Downloads, EndWithWhatTheSubscriberThrowsAndWithItsCancel)
 {
-    for (const bool throws : {true, false}) {
+    constexpr auto full = "The disk is full.";
+    const auto cut = std::make_exception_ptr(std::runtime_error("cut"));
+
+    const struct {
+        const char* complaint;
+        std::function<void(Recorder&, ManualPublisher&)> end;
+        bool cancels;
+        const char* heard;
+        const char* outcome;
+    } rows[] = {
+        {full, [](auto&, auto& body) { body.subscriber->onNext(DataBuffer("a")); }, true, "0<", full},
+        {full, [&](auto&, auto& body) { body.subscriber->onError(cut); }, false, "0<!", full},
+        {nullptr, [](auto& taker, auto&) { taker.subscription.lock()->cancel(); }, true, "0<",
+         "Content stream cancelled."},
+    };
+
+    for (const auto& row : rows) {
         Bench bench;
         const auto recorder = std::make_shared<Recorder>();
-        recorder->complaint = throws ? "The disk is full." : nullptr;
+        recorder->complaint = row.complaint;
         const auto outcome = download({}, recorder)(*bench.client);
         const auto body = std::make_shared<ManualPublisher>();
         bench.transport->answerWith(std::make_unique<http::HttpStreamedResponse>(200, body, Headers{}));
-        throws ? body->subscriber->onNext(DataBuffer("a")) : recorder->subscription.lock()->cancel();
+        row.end(*recorder, *body);
         body->subscriber->onNext(DataBuffer("b"));
         body->subscriber->onComplete();
-        EXPECT_TRUE(body->link->cancelled);
-        EXPECT_EQ(recorder->heard, "0<");
-        EXPECT_EQ(outcome(), throws ? "The disk is full." : "Content stream cancelled.");
+        EXPECT_EQ(body->link->cancelled, row.cancels);
+        EXPECT_EQ(recorder->heard, row.heard);
+        EXPECT_EQ(outcome(), row.outcome);
     }
 }
 

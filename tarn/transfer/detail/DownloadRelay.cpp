@@ -257,14 +257,12 @@ void DownloadRelay::onError(std::exception_ptr error)
     if (end()) fail(std::move(error));
 }
 
-/// The subscriber first: whoever waits for the future finds it told. @pre ended here
+/// The subscriber first: whoever waits for the future finds it told. What it fails with itself is what is to be mended
+/// before anybody goes on from there. @pre ended here
 void DownloadRelay::fail(std::exception_ptr error)
 {
-    try {
-        receiver->onError(error);
-    } catch (...) { // the future tells the error that came first
-    }
-    promise.setException(std::move(error));
+    auto own = failureOf([&] { receiver->onError(error); });
+    promise.setException(own ? std::move(own) : std::move(error));
 }
 
 bool DownloadRelay::end()
