@@ -118,7 +118,8 @@ struct TARN_API FileDownload : SessionRequest,
 
 struct TARN_API FileDownloadResponse : Message, FileDownloadHead {
     std::uint64_t bytes = 0; ///< delivered
-    bool verified = false;   ///< the SHA-256 of the whole file is the one told
+    /// The SHA-256 of the whole file is the one told: of the caller's beginning and what came where there is a `hash`.
+    bool verified = false;
 };
 
 } // namespace connector::tarn

@@ -95,7 +95,7 @@ struct Wanted {
     std::uint64_t offset = 0;
     std::optional<std::uint64_t> length = std::nullopt;
     std::string ifVersion = "";
-    std::string before = "";
+    std::optional<std::string> before = std::nullopt;
 };
 
 auto download(const Wanted& wanted, const std::shared_ptr<Recorder>& recorder)
@@ -105,9 +105,9 @@ auto download(const Wanted& wanted, const std::shared_ptr<Recorder>& recorder)
         request->offset = wanted.offset;
         request->length = wanted.length;
         request->ifVersion = wanted.ifVersion;
-        if (!wanted.before.empty()) {
+        if (wanted.before) {
             request->hash = std::make_shared<Sha256>();
-            request->hash->add(wanted.before);
+            request->hash->add(*wanted.before);
         }
         request->content = recorder;
         request->onHead = [recorder](const FileDownloadHead& head) {
@@ -180,6 +180,7 @@ Headers part(const std::string& range)
 }
 
 const Headers damagedPart{{"content-range", "bytes 3-6/10"}, {"content-digest", tenDigits}};
+const Headers ofRest{{"content-range", "bytes 4-9/10"}, {"content-digest", tenDigits}};
 const Headers ofVersionW{{"content-range", "bytes 4-9/10"}, {"etag", "\"W\""}};
 const Headers twoDigests{{"content-digest", "x=:y:"}, {"content-digest", tenDigits}};
 
@@ -205,11 +206,42 @@ const std::vector<DownloadCase> downloads = {
     {"part, not asked for", {}, 206, part("0-1/10"), "<R/>", "", "Unknown error."},
     {"rest", {4, {}, "V", "0123"}, 206, part("4-9/10"), "456789", "4<456789>", "10|4|true||6|true"},
     {"rest of another beginning", {4, {}, "V", "012_"}, 206, part("4-9/10"), "456789", "4<456789!", damaged},
+    {"rest, of a length",
+     {4, 9, "", "0123"},
+     206,
+     part("4-9/10"),
+     "456789",
+     "4<456789>",
+     "10|4|true||6|true"},
+    {"rest of a length and another beginning",
+     {4, 6, "", "012_"},
+     206,
+     part("4-9/10"),
+     "456789",
+     "4<456789!",
+     damaged},
+    {"damaged rest, of which alone is told", {4, 6, "", "0123"}, 206, ofRest, "456780", "4<456780!", damaged},
+    {"middle, of another beginning",
+     {4, 2, "", "012_"},
+     206,
+     part("4-5/10"),
+     "45",
+     "4<45>",
+     "10|4|true||2|false"},
     {"changed file", {4, {}, "V", "abcd"}, 200, digest, all, "0<0123456789>", "10|0|false||10|true"},
     {"empty rest", {10, {}, "V", all}, 416, part("*/10"), "<R/>", "10<>", "10|10|true||0|true"},
     {"rest behind the end", {11}, 416, part("*/10"), "<R><code>Gone.</code></R>", "", "Gone."},
     {"service without parts", {3, 4}, 200, digest, all, "3<3456>", "999|3|false||4|false"},
     {"rest, without parts", {3}, 200, digest, all, "3<3456789>", "10|3|false||7|true"},
+    {"beginning, without parts", {0, 4, "", ""}, 200, described, all, "0<0123>", "10|0|false|V|4|false"},
+    {"rest of another beginning, without parts", {4, {}, "", "012_"}, 200, digest, all, "4<456789!", damaged},
+    {"middle of another beginning, without parts",
+     {4, 2, "", "012_"},
+     200,
+     described,
+     all,
+     "4<45>",
+     "10|4|false|V|2|false"},
     {"behind the end, without parts", {4}, 200, length("2"), "01", "", endsBefore},
     {"behind the end, of unknown length", {4}, 200, {}, "01", "4<!", endsBefore},
     {"not there", {3}, 404, {}, "", "", "File not found."},

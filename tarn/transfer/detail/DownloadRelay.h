@@ -48,6 +48,7 @@ private:
     void pass(common::DataBuffer&& item);
     void complete();
     void verify();
+    void compare(const Sha256& arrived) const;
     /// @return whether nothing has ended the transfer before
     bool end();
     void fail(std::exception_ptr error);
