@@ -154,9 +154,12 @@ void FileSink::onSubscribe(std::weak_ptr<reactive_streams::Subscription> offered
     std::unique_lock lock(mutex);
     subscription = std::move(offered);
     const auto held = subscription.lock();
+    const bool isCancelled = settled;
     lock.unlock();
+    if (!held) return;
+    if (isCancelled) return held->cancel();
     // One item comes after the other, each once the one before is written.
-    if (held) held->request(reactive_streams::unboundedDemand);
+    held->request(reactive_streams::unboundedDemand);
 }
 
 /// The first item at once: most files have no more, and a thread would cost more than it saves.

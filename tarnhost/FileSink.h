@@ -50,6 +50,7 @@ public:
     void onComplete() override;
     /// @throws std::system_error  what came before `error` could not be written
     void onError(std::exception_ptr error) override;
+    /// Ends the download; before its head has come, only then: until that `FileDownload::stop` alone closes the socket.
     void cancel() override;
 
     /// Legal once.

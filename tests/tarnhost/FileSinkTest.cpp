@@ -1,6 +1,8 @@
 // A file that is written behind the back of whoever delivers: what fails there, and what is there at the end.
 #include "tarnhost/FileSink.h"
 
+#include "support/ManualPublisher.h"
+
 #include <gmock/gmock.h>
 
 #include <fcntl.h>
@@ -57,6 +59,16 @@ TEST(FileSink, HasWrittenAllBeforeItReturnsFromTheEndOrTheError)
         end(sink);
         EXPECT_EQ(lseek(fileno(file.get()), 0, SEEK_CUR), 48'000'000);
     }
+}
+
+TEST(FileSink, RefusesADownloadWhenItWasCancelledBefore)
+{
+    tarntest::ManualPublisher publisher;
+    const auto sink = std::make_shared<FileSink>(STDOUT_FILENO);
+    sink->cancel();
+    publisher.subscribe(sink);
+    EXPECT_TRUE(publisher.link->cancelled);
+    EXPECT_EQ(publisher.link->requested, 0u);
 }
 
 TEST(FileSink, WaitsForRoomInAPipeThatDoesNot)
