@@ -8,12 +8,14 @@
 #include <condition_variable>
 #include <cstring>
 #include <optional>
+#include <string>
 #include <system_error>
 #include <thread>
 #include <utility>
 
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -37,6 +39,23 @@ bool isRegular(int descriptor)
     struct stat about {};
 
     return fstat(descriptor, &about) == 0 && S_ISREG(about.st_mode);
+}
+
+/// What a terminal has no room for holds up even a write that it is ready for. The flag that keeps it from that would be
+/// everybody's who shares the descriptor, so the terminal is opened anew.
+/// @return below 0: that is not possible, or the other side of a terminal, which opened anew would be another one's
+int terminalAnew(int descriptor)
+{
+    int number = 0;
+    if (isatty(descriptor) == 0 || ioctl(descriptor, TIOCGPTN, &number) == 0) return -1;
+    const auto name = "/proc/self/fd/" + std::to_string(descriptor);
+    return open(name.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY);
+}
+
+int ownOf(int descriptor)
+{
+    const int anew = terminalAnew(descriptor);
+    return anew >= 0 ? anew : fcntl(descriptor, F_DUPFD_CLOEXEC, 0);
 }
 
 /// Every write goes to the end of the file then, wherever the position is: what was skipped would be missing.
@@ -136,7 +155,7 @@ private:
 };
 
 FileSink::FileSink(int descriptor, Options options)
-    : file(fcntl(descriptor, F_DUPFD_CLOEXEC, 0))
+    : file(ownOf(descriptor))
     , isFile(isRegular(descriptor))
     , keepHoles(options.keepHoles && isFile && !appends(descriptor))
 {

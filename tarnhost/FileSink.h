@@ -19,8 +19,8 @@ namespace connector::host {
 /// Writes to a regular file on a thread of its own from the second item on, a little behind what has been delivered,
 /// and to anything else within `onNext`, on the thread that delivers: a pipe that nobody reads holds a delivery thread
 /// up, until the download is stopped, its deadline passes, `cancel` is called or the host ends. Once all of it has
-/// arrived here, only the latter two do: the exchange, which the others break off, is over. A terminal that is halted
-/// is waited for.
+/// arrived here, only the latter two do: the exchange, which the others break off, is over. What takes less at a time
+/// than it has said, such as a terminal that cannot be opened anew or a pipe that others write to, too, is waited for.
 ///
 /// What cannot be written is thrown out of a following `onNext`, the end or the error as std::system_error, and so
 /// becomes the failure of the download. Otherwise all that was delivered has been written at the end or the error, but
