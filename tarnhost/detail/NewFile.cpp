@@ -87,6 +87,15 @@ void NewFile::keep()
 {
     if (::fsync(descriptor()) != 0 || std::rename(temporary.c_str(), target.c_str()) != 0) fail(errno);
     temporary.clear();
+    syncFolder();
+}
+
+/// The name lasts only once the folder does. Some folders cannot be opened, and some file systems sync none.
+void NewFile::syncFolder() const
+{
+    const Descriptor folder(::open(target.parent_path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (!folder.isOpen() && errno == EACCES) return;
+    if (!folder.isOpen() || (::fsync(folder.get()) != 0 && errno != EINVAL)) fail(errno);
 }
 
 void NewFile::fail(int error) const

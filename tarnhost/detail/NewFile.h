@@ -22,8 +22,8 @@ public:
     /// Open for writing, and empty at first.
     int descriptor() const { return file.get(); }
 
-    /// Has it on the disk under its name.
-    /// @throws std::system_error
+    /// Has it on the disk under its name, as far as this process may see to that.
+    /// @throws std::system_error  also where it has its name, which a power cut may take away
     void keep();
 
     /// Leaves nothing of it, unless it has its name.
@@ -32,6 +32,7 @@ public:
 private:
     std::filesystem::path behindLinks() const;
     void open(bool isPrivate);
+    void syncFolder() const;
     [[noreturn]] void fail(int error) const;
 
     const std::filesystem::path name;

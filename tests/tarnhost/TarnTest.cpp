@@ -11,6 +11,8 @@
 
 #include <gmock/gmock.h>
 
+#include <atomic>
+#include <cerrno>
 #include <filesystem>
 #include <fstream>
 #include <functional>
@@ -20,6 +22,26 @@
 #include <stop_token>
 #include <sys/ioctl.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+namespace {
+
+std::atomic<int> folderFault{0}; ///< of the next folder that is synced
+
+} // namespace
+
+extern "C" __attribute__((visibility("default"))) int fsync(int file)
+{
+    struct stat about {};
+
+    const bool isFolder = ::fstat(file, &about) == 0 && S_ISDIR(about.st_mode);
+    if (const int fault = isFolder ? folderFault.exchange(0) : 0) {
+        errno = fault;
+        return -1;
+    }
+    return static_cast<int>(::syscall(SYS_fsync, file));
+}
 
 namespace connector::host {
 namespace {
@@ -165,6 +187,23 @@ TEST_F(TarnTest, KeepsModesLinksAndDevices)
         EXPECT_THROW(alice.get("/f", taken), std::system_error) << taken;
     EXPECT_TRUE(fs::is_fifo(pipe) && fs::is_symlink(round));
     EXPECT_EQ(std::distance(fs::directory_iterator(folder), fs::directory_iterator()), 7);
+}
+
+TEST_F(TarnTest, HasAFileOnTheDiskUnderItsNameBeforeItSaysSo)
+{
+    alice.write("/f", "new");
+    for (const auto& [fault, expected] :
+         {std::pair{EIO, EIO}, {EINVAL, 0}}) { // EINVAL: the file system cannot
+        folderFault = fault;
+        int told = 0;
+        try {
+            alice.get("/f", folder / "f");
+        } catch (const std::system_error& error) {
+            told = error.code().value();
+        }
+        EXPECT_EQ(told, expected);
+        EXPECT_EQ(folderFault, 0) << "the folder was not synced";
+    }
 }
 
 /// A pipe or terminal that is full keeps its sink within a signal, where no other signal reaches it.
