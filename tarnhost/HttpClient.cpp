@@ -7,6 +7,8 @@
 #include "tarnhost/detail/Proxy.h"
 #include "tarnhost/detail/TransferLoop.h"
 
+#include <algorithm>
+#include <limits>
 #include <mutex>
 #include <set>
 #include <stdexcept>
@@ -24,6 +26,17 @@ std::exception_ptr shutdownOf(const detail::HttpTransfer& transfer)
     return std::make_exception_ptr(transfer.errorOf(TransportPhase::shutdown, errors::hostStopped));
 }
 
+/// Clocks and libcurl cannot count any further.
+HttpOptions countable(HttpOptions options)
+{
+    using std::chrono::milliseconds;
+    constexpr milliseconds century = std::chrono::hours(24 * 36'525);
+    options.connectTimeout = std::min(options.connectTimeout, milliseconds(std::numeric_limits<int>::max()));
+    for (auto* limit : {&options.replyTimeout, &options.stallWindow, &options.documentTimeout})
+        *limit = std::min(*limit, century);
+    return options;
+}
+
 } // namespace
 
 /// What happens between one start and the matching stop, and the counters across all of them.
@@ -31,7 +44,7 @@ class HttpClient::Exchanges : public std::enable_shared_from_this<HttpClient::Ex
 public:
     Exchanges(std::shared_ptr<DeliveryThreads> deliveryThreads, HttpOptions httpOptions)
         : threads(std::move(deliveryThreads))
-        , options(std::make_shared<const HttpOptions>(std::move(httpOptions)))
+        , options(std::make_shared<const HttpOptions>(countable(std::move(httpOptions))))
         , counters(std::make_shared<detail::TransferCounters>())
     {
         detail::Proxy(options->proxy); // refused now rather than with each request

@@ -27,7 +27,7 @@ struct ReceivedReply {
 /// whatever is set here, and TLS certificates are always verified, from TLS 1.2 on.
 ///
 /// A limit that is passed fails the exchange with TransportError, phase connect for the first and exchange
-/// for the others.
+/// for the others. Where one is longer than a century it is that, and the first 24 days at most.
 struct HttpOptions {
     /// For name lookup, TCP and TLS together.
     std::chrono::milliseconds connectTimeout{10'000};

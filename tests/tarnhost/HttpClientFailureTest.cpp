@@ -112,6 +112,22 @@ TEST(BrokenReply, IsToldWithWhatIsWrongWithIt)
     }
 }
 
+TEST(ReplyThatTakesItsTime, IsWaitedForWhereTheLimitsAreForEver)
+{
+    ScriptedHttpServer server([](auto& connection) {
+        connection.readRequest();
+        std::this_thread::sleep_for(200ms);
+        connection.send(ScriptedHttpServer::reply("late"));
+    });
+    constexpr auto most = std::chrono::milliseconds::max();
+    HttpClientUnderTest http({.connectTimeout = most,
+                              .replyTimeout = most,
+                              .stallWindow = 50ms, // so that the limits are looked at often
+                              .leastRate = 0,
+                              .documentTimeout = most});
+    EXPECT_EQ(textOf(*bounded(http.send("get", server.url()))), "late");
+}
+
 TEST(RequestThatIsNotTaken, Fails)
 {
     ScriptedHttpServer server([](auto& connection) { connection.ignore(); });
