@@ -22,6 +22,8 @@ namespace {
 constexpr long replyBufferBytes = 32 * 1024;
 constexpr long bodyBufferBytes = 64 * 1024;
 constexpr std::uint16_t statusTooMany = 429;
+/// More than anybody waits for, and few enough to calculate with.
+constexpr curl_off_t secondsOfAYear = 365 * 24 * 3600;
 
 using Reply = std::unique_ptr<Message>;
 
@@ -239,7 +241,7 @@ void HttpTransfer::close(CURLcode outcome)
     if (wasTooMuch || (!isChange && isGatewayStatus(reply->status()))) {
         curl_off_t wanted = 0; // stays 0 without the header
         curl_easy_getinfo(easy->get(), CURLINFO_RETRY_AFTER, &wanted);
-        turnedAway = std::chrono::seconds(wanted);
+        turnedAway = std::chrono::seconds(std::clamp<curl_off_t>(wanted, 0, secondsOfAYear));
         lastFault = wasTooMuch ? "The service was asked too much."
                                : "The reply was status " + std::to_string(reply->status()) + ".";
     }

@@ -78,6 +78,7 @@ TEST(Retry, OfWhatWasTurnedAwayNotBeforeItIsTime)
         {"get", "429 Too Many Requests", "Retry-After: 1\r\n", 1, 2, std::chrono::seconds(1)},
         {"put", "429 Too Many Requests", "", 2, 2, std::chrono::milliseconds(1)},
         {"delete", "429 Too Many Requests", "Retry-After: 3600\r\n", 2, 1, {}},
+        {"get", "429 Too Many Requests", "Retry-After: 9223372036854775807\r\n", 2, 1, {}},
         {"put", "429 Too Many Requests", "", 0, 1, {}},
         {"get", "502 Bad Gateway", "", 1, 2, std::chrono::milliseconds(1)},
         {"get", "503 Service Unavailable", "", 0, 1, {}},
