@@ -23,6 +23,7 @@
 
 #include <optional>
 #include <stdexcept>
+#include <system_error>
 #include <thread>
 #include <utility>
 
@@ -144,16 +145,22 @@ void TarnHost::shutDown(std::shared_ptr<Parts> parts)
 {
     if (!parts) return;
     // Closing first: what the last jobs send on is then refused, and the threads come to an end.
-    auto finish = [held = parts] {
-        held->router->close();
-        held->threads->drain();
+    const auto finish = [](const Parts& ending) {
+        ending.router->close();
+        ending.threads->drain();
     };
-    if (!parts->threads->isCurrent()) {
-        finish();
-        return;
+    if (!parts->threads->isCurrent()) return finish(*parts);
+    // The threads must not end with the frame of one of them.
+    auto* const held = new std::shared_ptr<Parts>(std::move(parts));
+    try {
+        std::thread([finish, held] {
+            const std::unique_ptr<std::shared_ptr<Parts>> last(held);
+            finish(**held);
+        }).detach();
+    } catch (const std::system_error&) {
+        // Without a thread to wait for the others, these stay for the rest of the process, with nothing to do.
+        (*held)->router->close();
     }
-    parts.reset(); // the threads must not end with the frame of one of them
-    std::thread(std::move(finish)).detach();
 }
 
 std::shared_ptr<tarn::TarnSession> TarnHost::session() const

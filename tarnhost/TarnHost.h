@@ -76,6 +76,7 @@ public:
     /// On a delivery thread, such as inside a continuation, this returns at once and the rest happens on a
     /// thread of its own, since a thread cannot wait for itself; it may then last beyond the end of main(). What other
     /// continuations use then has to be what they hold themselves, such as a client, not the TarnHost, which is gone.
+    /// Where there is no thread to be had, the requests are settled all the same, and the idle threads stay.
     ~TarnHost();
     /// One that was moved from has nothing to give any more: it may be assigned to and destroyed.
     TarnHost(TarnHost&&) noexcept;
