@@ -208,8 +208,8 @@ TEST_F(OnTheWay, AnotherReplyThanTheFirstMayGoOnAndMakesNothingWrong)
     for (const auto& [second, get, cat] : rows)
         for (const std::string arguments : {"get /f new", "cat /f >new"}) {
             int requests = 0;
-            const auto play = [&](Connection& connection, const TrueReply& reply) {
-                if (requests++ > 0) return second(connection, reply);
+            const auto play = [&, later = second](Connection& connection, const TrueReply& reply) {
+                if (requests++ > 0) return later(connection, reply);
                 first = reply;
                 cut()(connection, reply);
             };
