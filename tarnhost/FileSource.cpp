@@ -155,6 +155,7 @@ private:
     {
         const detail::Interruption::Scope interruptible(interruption);
         bool completes = false;
+        std::exception_ptr failure;
         try {
             const auto most = size ? std::min(itemBytes, *size - published) : itemBytes;
             std::optional<DataBuffer> item;
@@ -169,8 +170,10 @@ private:
             completes = last && end();
             if (completes) receiver->onComplete();
         } catch (...) {
-            if (completes || end()) tellFailure(std::current_exception());
+            failure = std::current_exception();
         }
+        // Outside the handler, so that whoever hears of it is the last to hold it.
+        if (failure && (completes || end())) tellFailure(std::move(failure));
     }
 
     void tellFailure(std::exception_ptr error) noexcept
