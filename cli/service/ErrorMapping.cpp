@@ -78,6 +78,7 @@ const KindShown& shownFor(ErrorKind kind)
 Failure fromRefusal(const TarnError& refusal)
 {
     const auto& [kind, code, word] = shownFor(refusal.kind());
+    if (refusal.reason() == reasons::digestDiffers) return sentDamaged();
     if (kind == ErrorKind::unreadableReply) return {code, unreadableReply, word};
     if (refusal.what() == std::string_view(texts::unknownError))
         return {code,
@@ -168,6 +169,12 @@ bool isRefused(const std::exception_ptr& error)
 bool isSentDamaged(const std::exception_ptr& error)
 {
     return isError<connector::tarn::StoredMismatch>(error) || isRefusal(error, reasons::digestDiffers);
+}
+
+Failure sentDamaged()
+{
+    return {ExitCode::failure, "Something between here and the service changes what is sent; nothing was "
+                               "stored. Store it again when that is mended."};
 }
 
 bool isNotLoggedIn(const std::exception_ptr& error)

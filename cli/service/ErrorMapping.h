@@ -48,6 +48,9 @@ bool isRefused(const std::exception_ptr& error);
 /// Whether something else has arrived at the service than was sent.
 bool isSentDamaged(const std::exception_ptr& error);
 
+/// That it has, and that the service has refused it.
+Failure sentDamaged();
+
 /// Whether the service wants a login first: there is no session, or it has ended.
 bool isNotLoggedIn(const std::exception_ptr& error);
 

@@ -7,6 +7,7 @@
 #include "cli/sync/UploadConfirmation.h"
 #include "cli/terminal/Output.h"
 #include "cli/transfer/Conclusion.h"
+#include "cli/transfer/DamagedUpload.h"
 #include "cli/transfer/FolderTransfer.h"
 #include "cli/transfer/RecordedTransfer.h"
 
@@ -177,7 +178,7 @@ void Execution::copyFiles()
         else if (step.kind == StepKind::create)
             transfers.add(upload(step, versions));
         else
-            transfers.add(afterLook(step, transfers, [&] { return upload(step, versions); }));
+            transfers.add(replacement(step, transfers, versions));
         bytes += step.source->size;
         ++count;
     }
@@ -188,18 +189,22 @@ void Execution::copyFiles()
 
 /// A request that tells whether the stored file is still as planned, and then what `next` makes. One that is gone
 /// already needs no deletion.
-Transfer Execution::afterLook(const Step& step, Transfers& transfers, std::function<Transfer()> next)
+/// @param meanwhile  done where the reply arrives
+Transfer Execution::afterLook(const Step& step, Transfers& transfers, std::function<Transfer()> next,
+                              std::function<void()> meanwhile)
 {
     auto isGone = std::make_shared<bool>(false);
     Transfer look;
     look.what = plan.pair.remoteAt(step.place).quoted();
-    look.start = [this, where = plan.pair.remoteAt(step.place), watermark = step.target->watermark] {
+    look.start = [this, where = plan.pair.remoteAt(step.place), watermark = step.target->watermark,
+                  meanwhile = std::move(meanwhile)] {
         return connection.files()
             .readFileAttributes(requestFor<FileAttributesRead>(where))
-            .then([watermark](Future<std::unique_ptr<FileAttributesReadResponse>>&& reply) {
+            .then([watermark, meanwhile](Future<std::unique_ptr<FileAttributesReadResponse>>&& reply) {
                 const auto found = reply.get();
                 if (isFolder(found->attributes) || found->attributes.watermark != watermark)
                     throw changedMeanwhile();
+                meanwhile();
                 return true;
             });
     };
@@ -213,7 +218,22 @@ Transfer Execution::afterLook(const Step& step, Transfers& transfers, std::funct
     return look;
 }
 
-Transfer Execution::upload(const Step& step, const std::map<std::string, std::string>& versions)
+/// What replaces a content in place tells its SHA-256 beforehand.
+Transfer Execution::replacement(const Step& step, Transfers& transfers,
+                                const std::map<std::string, std::string>& versions)
+{
+    const auto sha256 = std::make_shared<std::string>();
+    std::function<void()> learn = [] {};
+    if (!plan.keepsVersions && step.target->size > 0 && step.source->size > 0)
+        learn = [file = plan.pair.local / step.place, sha256] {
+            *sha256 = LocalContent::ofFile(file, Symlinks::refuse).sha256();
+        };
+    return afterLook(
+        step, transfers, [this, &step, &versions, sha256] { return upload(step, versions, *sha256); }, learn);
+}
+
+Transfer Execution::upload(const Step& step, const std::map<std::string, std::string>& versions,
+                           const std::string& sha256)
 {
     const Upload asUpload{plan.pair.local / step.place, plan.pair.remoteAt(step.place), step.source->size,
                           step.target ? std::optional(StoredFile{step.target->watermark, step.target->size})
@@ -221,18 +241,21 @@ Transfer Execution::upload(const Step& step, const std::map<std::string, std::st
                           Symlinks::refuse};
     auto entry = std::make_shared<Journal::Entry>();
     auto version = std::make_shared<std::string>();
-    const auto damaged = std::make_shared<std::string>();
+    const auto damaged = std::make_shared<DamagedUpload>();
     const auto existing = plan.keepsVersions ? Existing::addVersion : Existing::replace;
     Transfer transfer;
     transfer.what = shown(asUpload.origin);
     transfer.bytes = asUpload.size;
-    transfer.start = [this, asUpload, existing, entry, version, damaged] {
+    const auto found = versions.find(asUpload.remote.stored());
+    const auto before = found == versions.end() ? std::string() : found->second;
+    sendDamagedAgain(transfer, connection, asUpload, existing, before, damaged);
+    transfer.start = [this, asUpload, existing, entry, version, damaged, sha256] {
         const bool exists = asUpload.existing.has_value();
         requireStorable(connection, asUpload.remote, exists, Existing::replace);
         const auto content = LocalContent::ofFile(std::get<fs::path>(asUpload.origin), Symlinks::refuse);
         entry->modified = Journal::trusted(content.modified());
         return storeContent(connection, asUpload.remote, content.publisher(moved), content.size(), existing,
-                            exists, *damaged)
+                            exists, damaged->sha256.empty() ? sha256 : damaged->sha256)
             .then([entry, version](Future<StoredContent>&& reply) {
                 const auto stored = reply.get();
                 *version = stored.version;
@@ -241,7 +264,6 @@ Transfer Execution::upload(const Step& step, const std::map<std::string, std::st
                 return true;
             });
     };
-    transfer.mayRepeat = sendingDamagedAgain(connection, asUpload, damaged);
     transfer.wasDone = [this, asUpload] { return isStored(connection, asUpload); };
     transfer.succeeded = [this, asUpload, entry, place = step.place] {
         ++report.files;
@@ -251,10 +273,7 @@ Transfer Execution::upload(const Step& step, const std::map<std::string, std::st
         journal.note(place, *entry);
         uploaded[place] = *entry;
     };
-    const auto before = versions.find(asUpload.remote.stored());
-    return recorded(connection, std::move(transfer),
-                    changeBy(asUpload, existing, before == versions.end() ? std::string() : before->second),
-                    version);
+    return recorded(connection, std::move(transfer), changeBy(asUpload, existing, before), version);
 }
 
 Transfer Execution::download(const Step& step)

@@ -50,13 +50,18 @@ private:
     void makeRemoteFolders();
     std::map<std::string, std::string> versionsBefore();
     void copyFiles();
-    Transfer upload(const Step& step, const std::map<std::string, std::string>& versions);
+    Transfer upload(const Step& step, const std::map<std::string, std::string>& versions,
+                    const std::string& sha256 = {});
+    Transfer replacement(const Step& step, Transfers& transfers,
+                         const std::map<std::string, std::string>& versions);
     Transfer download(const Step& step);
     void remove();
     void removeRemote(const Step& step, Transfers& transfers);
     void removeLocal(const Step& step);
     void removeRemoteFolders();
-    Transfer afterLook(const Step& step, Transfers& transfers, std::function<Transfer()> next);
+    Transfer afterLook(
+        const Step& step, Transfers& transfers, std::function<Transfer()> next,
+        std::function<void()> meanwhile = [] {});
     std::shared_ptr<const DownloadFolder> folderAt(const std::string& place);
     std::string shownTarget(const std::string& place) const;
     bool isBelowFailed(const std::string& place) const;

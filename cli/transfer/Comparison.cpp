@@ -10,7 +10,8 @@ using connector::Future;
 
 namespace {
 
-Future<bool> areEqual(Future<std::string> one, Future<std::string> other, const std::shared_ptr<bool>& answer)
+Future<bool> areEqual(Future<std::string> one, Future<std::string> other,
+                      const std::shared_ptr<Compared>& answer)
 {
     std::vector<Future<std::string>> both;
     both.push_back(std::move(one));
@@ -19,7 +20,8 @@ Future<bool> areEqual(Future<std::string> one, Future<std::string> other, const 
         .then([answer](Future<std::vector<Future<std::string>>>&& settled) {
             auto digests = settled.get();
             const auto first = digests.front().get();
-            *answer = !first.empty() && first == digests.back().get();
+            answer->sha256 = digests.back().get();
+            answer->isSame = !first.empty() && first == answer->sha256;
             return true;
         });
 }
@@ -27,9 +29,9 @@ Future<bool> areEqual(Future<std::string> one, Future<std::string> other, const 
 } // namespace
 
 Transfer compare(Connection& connection, Comparison comparison, const MovedBytes& moved,
-                 std::function<void(bool isSame)> tell)
+                 std::function<void(const Compared&)> tell)
 {
-    auto answer = std::make_shared<bool>(comparison.size == 0);
+    auto answer = std::make_shared<Compared>(Compared{comparison.size == 0});
     Transfer transfer;
     transfer.what = comparison.what;
     transfer.bytes = comparison.size;
@@ -42,7 +44,9 @@ Transfer compare(Connection& connection, Comparison comparison, const MovedBytes
         // Read and hashed where the reply arrives, so that several files are at the same time.
         return digest.then([open = std::get<0>(comparison.other), moved, answer](Future<std::string>&& told) {
             const auto text = told.get();
-            *answer = !text.empty() && open().sha256(moved) == text;
+            if (text.empty()) return true;
+            answer->sha256 = open().sha256(moved);
+            answer->isSame = answer->sha256 == text;
             return true;
         });
     };
@@ -58,7 +62,7 @@ Comparisons::Comparisons(Connection& openConnection, Output& output)
 {
 }
 
-void Comparisons::add(Comparison comparison, std::function<void(bool isSame)> tell)
+void Comparisons::add(Comparison comparison, std::function<void(const Compared&)> tell)
 {
     total += comparison.size;
     ++files;

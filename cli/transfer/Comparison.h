@@ -21,12 +21,17 @@ struct Comparison {
     std::uint64_t size = 0;                    ///< bytes of both
 };
 
+struct Compared {
+    bool isSame = false;
+    std::string sha256 = {}; ///< of the other one; empty: it was not needed
+};
+
 /// The request that tells whether both have the same SHA-256. A remote file that is gone is different, and so is one of
 /// which the service tells no digest.
 /// @param moved  counts what has been compared
 /// @param tell   called with the answer, on the thread of Transfers::run()
 Transfer compare(Connection& connection, Comparison comparison, const MovedBytes& moved,
-                 std::function<void(bool isSame)> tell);
+                 std::function<void(const Compared&)> tell);
 
 /// Many of them, at the same time and with progress, before the first transfer of a command.
 class Comparisons {
@@ -34,7 +39,7 @@ public:
     Comparisons(Connection& openConnection, Output& output);
 
     /// @param tell  as for compare()
-    void add(Comparison comparison, std::function<void(bool isSame)> tell);
+    void add(Comparison comparison, std::function<void(const Compared&)> tell);
 
     /// What has failed; nothing counts as done, since looking transfers nothing.
     TransferReport run();

@@ -105,9 +105,9 @@ void Downloader::leaveWhatIsHere()
         const auto here = download.folder->find(download.name);
         if (!here || here->size() != download.size) continue;
         download.isLeft = true; // until it is known to differ
-        const auto tell = [this, &download](bool isSame) {
-            download.isLeft = isSame;
-            if (!isSame) return;
+        const auto tell = [this, &download](const Compared& both) {
+            download.isLeft = both.isSame;
+            if (!both.isSame) return;
             if (options.unfinished == Unfinished::keep) removePart(download);
             ++report.unchanged;
             out.detail(escaped(download.folder->shown(download.name)) + " has the content of " +
@@ -115,7 +115,7 @@ void Downloader::leaveWhatIsHere()
         };
         const bool isCurrent = download.version.versionId.empty();
         if (options.keepTimes && isCurrent && here->lastModified() == download.lastModified) {
-            tell(true);
+            tell({.isSame = true});
             continue;
         }
         const auto open = [folder = download.folder, name = download.name] {

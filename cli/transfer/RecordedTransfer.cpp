@@ -47,8 +47,8 @@ Transfer recorded(Connection& connection, Transfer transfer, Change change,
         succeeded();
     };
     transfer.failed = [log, note, failed = std::move(transfer.failed)](const std::exception_ptr& error) {
-        if (note->number && isRefused(error)) log->notDone(*note->number);
         failed(error);
+        if (note->number && isRefused(error)) log->notDone(*note->number);
     };
     return transfer;
 }

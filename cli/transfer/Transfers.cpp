@@ -193,10 +193,14 @@ bool Transfers::repeatsLater(std::unique_ptr<Entry>& entry, const std::exception
     return true;
 }
 
-void Transfers::fail(const Entry& entry, const std::exception_ptr& error)
+void Transfers::fail(const Entry& entry, std::exception_ptr error)
 {
+    try {
+        entry.transfer.failed(error);
+    } catch (...) {
+        error = std::current_exception();
+    }
     const auto told = about(entry.transfer.what, explain(error)).on(entry.transfer.item);
-    entry.transfer.failed(error);
     // Many were under way when the service went, and failed for one reason.
     const bool isRepetition = told.code() == ExitCode::unreachable && ++unreachable > unreachableTold;
     // One alone is told by the caller, as the failure of the whole command.

@@ -11,6 +11,7 @@
 #include "cli/transfer/Comparison.h"
 #include "cli/transfer/Conclusion.h"
 #include "cli/transfer/ContentRelay.h"
+#include "cli/transfer/DamagedUpload.h"
 #include "cli/transfer/FolderTransfer.h"
 #include "cli/transfer/RecordedTransfer.h"
 #include "tarn/session/SessionMessages.h"
@@ -39,30 +40,13 @@ RemotePath join(const RemotePath& folder, const std::string& below)
     return below.empty() ? folder : folder.child(below);
 }
 
-Failure storedDamaged()
-{
-    return Failure(ExitCode::failure,
-                   "Something between here and the service changes what is sent, and what stands "
-                   "there now is damaged. Store it again with --force when that is mended.");
-}
-
-/// What `store` returns; it is the last try.
-template <class Store>
-auto undamaged(Store store)
-{
-    try {
-        return store();
-    } catch (const std::exception&) {
-        if (!isSentDamaged(std::current_exception())) throw;
-    }
-    throw storedDamaged();
-}
-
 StoredContent confirmed(const FileUploadResponse& response)
 {
     requireConfirmed(!response.versionId.empty(), "the id of the version that it stored");
     return StoredContent{response.bytes, response.sha256, response.versionId};
 }
+
+} // namespace
 
 std::string digestOfOrigin(Connection& connection, const Upload& upload)
 {
@@ -70,34 +54,19 @@ std::string digestOfOrigin(Connection& connection, const Upload& upload)
     return LocalContent::ofFile(std::get<fs::path>(upload.origin), upload.symlinks).sha256();
 }
 
-} // namespace
-
 Future<StoredContent> storeContent(Connection& connection, const RemotePath& target, ContentPublisher content,
                                    std::optional<std::uint64_t> size, Existing existing, bool exists,
                                    const std::string& sha256)
 {
-    const bool isAgain = !sha256.empty(); // in the place of what the first try has stored
     auto request = requestFor<FileUpload>(target);
-    request->createMode = exists || isAgain ? CreateMode::update : CreateMode::create;
-    request->createNewVersion = existing == Existing::addVersion && !isAgain;
+    request->createMode = exists || !sha256.empty() ? CreateMode::update : CreateMode::create;
+    request->createNewVersion = existing == Existing::addVersion && sha256.empty();
     request->content = std::move(content);
     request->size = size;
     request->sha256 = sha256;
     return connection.contents()
         .uploadFile(std::move(request))
-        .then([isAgain](Future<std::unique_ptr<FileUploadResponse>>&& reply) {
-            return isAgain ? undamaged([&] { return confirmed(*reply.get()); }) : confirmed(*reply.get());
-        });
-}
-
-std::function<bool(const std::exception_ptr&)>
-sendingDamagedAgain(Connection& connection, const Upload& upload, const Damaged& damaged)
-{
-    return [&connection, upload, damaged](const std::exception_ptr& error) {
-        if (!isSentDamaged(error)) return false;
-        *damaged = digestOfOrigin(connection, upload);
-        return true;
-    };
+        .then([](Future<std::unique_ptr<FileUploadResponse>>&& reply) { return confirmed(*reply.get()); });
 }
 
 Change changeBy(const Upload& upload, Existing existing, const std::string& version)
@@ -282,9 +251,10 @@ void Uploader::leaveWhatIsThere()
         if (!upload.existing || upload.existing->size != upload.size) continue;
         upload.isLeft = true; // until it is known to differ
         Comparison both{shown(upload.origin), otherOf(upload), upload.remote, {}, upload.size};
-        comparisons.add(std::move(both), [this, &upload](bool isSame) {
-            upload.isLeft = isSame;
-            if (!isSame) return;
+        comparisons.add(std::move(both), [this, &upload](const Compared& found) {
+            upload.isLeft = found.isSame;
+            if (existing == Existing::replace) upload.sha256 = found.sha256;
+            if (!found.isSame) return;
             ++report.unchanged;
             out.detail(upload.remote.quoted() + " has the content of " + shown(upload.origin) + " already.");
         });
@@ -307,6 +277,7 @@ UploadReport Uploader::run()
 {
     refuseTwins();
     if (existing != Existing::skip) leaveWhatIsThere();
+    if (existing == Existing::replace) learnDigests(connection, out, uploads);
     const auto versions = versionsBefore();
     std::uint64_t total = 0;
     Transfers transfers(connection, out, moved);
@@ -317,13 +288,16 @@ UploadReport Uploader::run()
         }
         Transfer transfer;
         auto stored = std::make_shared<StoredContent>();
-        const auto damaged = std::make_shared<std::string>();
-        const auto before = versions.find(upload.remote.stored());
+        const auto damaged = std::make_shared<DamagedUpload>();
+        const auto found = versions.find(upload.remote.stored());
+        const auto before = found == versions.end() ? std::string() : found->second;
+        sendDamagedAgain(transfer, connection, upload, existing, before, damaged);
         transfer.what = shown(upload.origin);
         transfer.item = upload.remote.stored();
         transfer.bytes = upload.size;
-        transfer.start = [this, &upload, stored, damaged] { return send(upload, stored, damaged); };
-        transfer.mayRepeat = sendingDamagedAgain(connection, upload, damaged);
+        transfer.start = [this, &upload, stored, damaged] {
+            return send(upload, stored, damaged->sha256.empty() ? upload.sha256 : damaged->sha256);
+        };
         transfer.wasDone = [this, &upload, stored] {
             const auto isDone = isStored(connection, upload);
             if (isDone == true) stored->bytes = upload.size;
@@ -334,10 +308,8 @@ UploadReport Uploader::run()
             report.bytes += stored->bytes; // the file may have become longer or shorter
             out.detail("Stored " + shown(upload.origin) + " as " + upload.remote.quoted() + ".");
         };
-        transfers.add(
-            recorded(connection, std::move(transfer),
-                     changeBy(upload, existing, before == versions.end() ? std::string() : before->second),
-                     std::shared_ptr<const std::string>(stored, &stored->version)));
+        transfers.add(recorded(connection, std::move(transfer), changeBy(upload, existing, before),
+                               std::shared_ptr<const std::string>(stored, &stored->version)));
         total += upload.size;
     }
     out.progress().begin("Storing", total, uploads.size());
@@ -347,7 +319,7 @@ UploadReport Uploader::run()
 }
 
 Future<bool> Uploader::send(const Upload& upload, const std::shared_ptr<StoredContent>& stored,
-                            const Damaged& damaged)
+                            const std::string& sha256)
 {
     const bool exists = upload.existing.has_value();
     requireStorable(connection, upload.remote, exists, existing);
@@ -355,10 +327,10 @@ Future<bool> Uploader::send(const Upload& upload, const std::shared_ptr<StoredCo
     const auto begin = [&] {
         if (const auto* other = std::get_if<RemotePath>(&upload.origin))
             return storeContent(connection, upload.remote, contentOf(connection, *other, upload.size, moved),
-                                {}, existing, exists, *damaged);
+                                {}, existing, exists, sha256);
         const auto content = LocalContent::ofFile(std::get<fs::path>(upload.origin), upload.symlinks);
         return storeContent(connection, upload.remote, content.publisher(moved), content.size(), existing,
-                            exists, *damaged);
+                            exists, sha256);
     };
     return begin().then([stored](Future<StoredContent>&& reply) {
         *stored = reply.get();
@@ -406,11 +378,9 @@ void uploadStandardInput(Connection& connection, const RemotePath& target, Exist
         change.before = naming(target, [&] { return currentOf(connection, target).version; });
     }
     const auto store = [&] {
-        const auto stored = undamaged([&] {
-            return storeContent(connection, target, content.publisher(countFromZero()), content.size(),
-                                existing, exists)
-                .get();
-        });
+        const auto stored = storeContent(connection, target, content.publisher(countFromZero()),
+                                         content.size(), existing, exists)
+                                .get();
         bytes = stored.bytes;
         return stored.version;
     };
@@ -419,6 +389,9 @@ void uploadStandardInput(Connection& connection, const RemotePath& target, Exist
             recorded(connection, change, store);
         } catch (const std::exception&) {
             const auto error = std::current_exception();
+            DamagedUpload damaged;
+            damaged.note(error);
+            if (damaged.wasStored) throw storedDamaged(connection, target, exists, change.before, damaged);
             if (!isTransient(error)) throw;
             const auto failure = explain(error);
             throw failure.saying(failure.what() +

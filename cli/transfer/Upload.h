@@ -36,7 +36,8 @@ struct Upload {
     std::uint64_t size = 0;                  ///< bytes, as far as known
     std::optional<StoredFile> existing = {}; ///< of the same name, as far as known
     Symlinks symlinks = Symlinks::follow;
-    bool isLeft = false; ///< not to be sent: it is there already, or could not be compared
+    bool isLeft = false;     ///< not to be sent: it is there already, or could not be compared
+    std::string sha256 = {}; ///< of the content, when it is to replace another in place; empty: not known
 };
 
 /// What an upload of a tree or of some files came to.
@@ -60,19 +61,14 @@ struct StoredContent {
 Change changeBy(const Upload& upload, Existing existing, const std::string& version);
 
 /// Stores one content; when it is of a file, its size is known.
-/// @param sha256  what it has to have; empty: not known
+/// @param sha256  what it has to have, for one that replaces another in place; empty: not known
 connector::Future<StoredContent> storeContent(Connection& connection, const RemotePath& target,
                                               connector::tarn::ContentPublisher content,
                                               std::optional<std::uint64_t> size, Existing existing,
                                               bool exists, const std::string& sha256 = {});
 
-/// The SHA-256 of a content that was changed on its way and stored so; empty before that. It is then sent once more,
-/// in the place of what was stored, and the service stores it only as it is.
-using Damaged = std::shared_ptr<std::string>;
-
-/// For Transfer::mayRepeat of an upload.
-std::function<bool(const std::exception_ptr&)>
-sendingDamagedAgain(Connection& connection, const Upload& upload, const Damaged& damaged);
+/// The SHA-256 of what an upload brings. @throws what a request fails with; Failure
+std::string digestOfOrigin(Connection& connection, const Upload& upload);
 
 /// Whether the service has it although no reply said so; nothing: nobody can tell.
 std::optional<bool> isStored(Connection& connection, const Upload& upload);
@@ -115,7 +111,7 @@ private:
     void leaveWhatIsThere();
     std::map<std::string, std::string> versionsBefore();
     connector::Future<bool> send(const Upload& upload, const std::shared_ptr<StoredContent>& stored,
-                                 const Damaged& damaged);
+                                 const std::string& sha256);
 
     Connection& connection;
     Output& out;

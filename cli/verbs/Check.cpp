@@ -165,8 +165,8 @@ private:
     {
         const auto open = [file] { return LocalContent::ofFile(file, Symlinks::follow); };
         return compare(connection, {where.quoted(), open, where, {}, size}, countFromZero(),
-                       [this, name](bool isSame) {
-                           if (isSame)
+                       [this, name](const Compared& both) {
+                           if (both.isSame)
                                ++same;
                            else
                                differs("different", name);

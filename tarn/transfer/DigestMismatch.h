@@ -3,6 +3,8 @@
 #include "tarn/foundation/Export.h"
 
 #include <stdexcept>
+#include <string>
+#include <utility>
 
 namespace connector::tarn {
 
@@ -15,7 +17,17 @@ public:
 /// The service has stored something else than was sent to it.
 class TARN_API StoredMismatch : public DigestMismatch {
 public:
-    using DigestMismatch::DigestMismatch;
+    /// @param version  "VersionId" of what it has stored; empty: not told
+    StoredMismatch(const std::string& what, std::string version)
+        : DigestMismatch(what), stored(std::move(version))
+    {
+    }
+
+    /// Of what it has stored.
+    const std::string& versionId() const { return stored; }
+
+private:
+    std::string stored;
 };
 
 } // namespace connector::tarn

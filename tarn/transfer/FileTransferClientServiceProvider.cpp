@@ -28,7 +28,8 @@ std::unique_ptr<FileUploadResponse> readUpload(http::HttpClientResponse& reply,
     const std::string told = detail::ReplyHead(reply).sha256();
     if (!told.empty() && told != response->sha256) {
         throw StoredMismatch("The service has stored something else than was sent: its SHA-256 is " + told +
-                             ", not " + response->sha256 + ".");
+                                 ", not " + response->sha256 + ".",
+                             response->versionId);
     }
     response->verified = !told.empty();
     return response;

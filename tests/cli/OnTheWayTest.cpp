@@ -328,6 +328,49 @@ TEST_F(OnTheWay, WhatIsNotWhatItShouldBeIsRefused)
     EXPECT_THAT(check.out, HasSubstr("alice:/f, version 1: its content is damaged"));
 }
 
+TEST_F(OnTheWay, WhatIsAlwaysDamagedOnItsWayUpLeavesWhatWasThere)
+{
+    const auto truth = connector::host::test::truthOf(service.port());
+    const auto damaging = [truth](std::string request) {
+        const bool isChunked = request.ends_with("\r\n0\r\n\r\n");
+        if (request.starts_with("PUT /service/v1/files/") && (isChunked || !request.ends_with("\r\n\r\n")))
+            request[request.size() - (isChunked ? 8 : 1)] ^= 1;
+        return truth(request);
+    };
+    const FaultServer server({}, damaging, [](const std::string&) { return false; });
+    run("put -q f /small; tarn mkdir /pair; tarn put f /pair/f; mkdir -p pair; date >pair/f");
+
+    const struct {
+        const char* arguments;
+        const char* told;
+        const char* path;
+        std::string there; ///< empty: no such file
+    } rows[] = {
+        {"put -f f /f", "nothing was stored", "/f", content},
+        {"put -f new /small", "nothing was stored", "/small", "old"},
+        {"put --new-version f /f", "the content from before is the current one again", "/f", content},
+        {"put --new-version - /f", "the content from before is the current one again", "/f", content},
+        {"put f /fresh", "nothing was stored", "/fresh", ""},
+        {"put - /fresh", "nothing was stored", "/fresh", ""},
+        {"cp /f /fresh", "nothing was stored", "/fresh", ""},
+        {"cp -f /f /small", "nothing was stored", "/small", "old"},
+        {"sync pair /pair", "nothing was stored", "/pair/f", "old"},
+        {"put -f - /small", "what stands there now is damaged", "/small", "ole"},
+    };
+
+    alice.write("f", "old");
+    alice.write("new", "new");
+    for (const auto& row : rows) {
+        alice.set("TARN_ENDPOINT", server.url());
+        const auto result = alice.run(std::string("cat f | tarn ") + row.arguments);
+        EXPECT_NE(result.exitCode, 0) << row.arguments;
+        EXPECT_THAT(result.err, HasSubstr(row.told)) << row.arguments;
+        const auto there = run(std::string("cat ") + row.path);
+        EXPECT_EQ(there.exitCode, row.there.empty() ? 3 : 0) << row.arguments;
+        EXPECT_EQ(there.out, row.there) << row.arguments;
+    }
+}
+
 TEST_F(OnTheWay, TellsOnceThatTheServiceAsksToWait)
 {
     const auto turnAway = [](ScriptedHttpServer::Connection& connection, const TrueReply&) {
