@@ -60,6 +60,8 @@ json documentOf(const LoggedCommand& command, const UndoPlan& plan, const Transf
 /// What will be done, and what cannot be.
 void show(Output& out, const LoggedCommand& command, const UndoPlan& plan)
 {
+    if (plan.steps.empty() && plan.lost.empty())
+        return out.message("All is as it was before " + named(command) + ".");
     out.message("To take back " + named(command) + " of " + humanTime(command.when) + ":");
     using enum Table::Align;
     Table table({left, left, left});
@@ -95,7 +97,7 @@ void takeBackLast(const Invocation& invocation, Connection& connection, const Lo
         throw Failure(ExitCode::failure,
                       named(command) + " cannot be taken back: \"" + escaped(plan.lost.front().path) + "\" " +
                           plan.lost.front().text + ". `tarn undo --forget` goes on to the one before.");
-    if (options.dryRun || !plan.steps.empty()) show(out, command, plan);
+    show(out, command, plan);
     if (options.dryRun) return out.result("", documentOf(command, plan, {}, false));
     if (!plan.steps.empty() && !options.yes &&
         !isConfirmed("Take it back?", "Nothing was done; `tarn undo --yes` does it without asking."))
@@ -104,7 +106,7 @@ void takeBackLast(const Invocation& invocation, Connection& connection, const Lo
     const bool isWhole = report.failed.empty() && report.notStarted == 0;
     if (isWhole) {
         command.forget();
-        out.message("Took back " + named(command) + ".");
+        if (!plan.steps.empty()) out.message("Took back " + named(command) + ".");
     }
     out.result("", documentOf(command, plan, report, isWhole));
     conclude(report, "taken back");
