@@ -93,12 +93,14 @@ struct TARN_API FileContentWriteResponse : Message {};
 
 /// Deletes a file with all its versions.
 ///
-/// Wire   DELETE /service/v1/files{path}
+/// Wire   DELETE /service/v1/files{path}; "If-Match" with `ifVersion`
 struct TARN_API FileDelete : SessionRequest, MessageAPI<FileDelete, FileAccessServiceProvider> {
     using Response = struct FileDeleteResponse;
 
     std::u16string path;
     std::u16string bucket;
+    /// As FileUpload::ifVersion: only the file that has this content is deleted. Empty: whatever it has.
+    std::string ifVersion;
 };
 
 struct TARN_API FileDeleteResponse : Message {};

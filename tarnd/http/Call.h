@@ -21,6 +21,7 @@ struct Call {
     std::string_view tail; ///< what follows the route's path, still encoded; begins with '/' when not empty
     Caller caller;         ///< set where the route needs a session
     const Metrics& metrics;
+    Headers trailers = {};          ///< the fields behind a chunked body, when `handle` runs
     std::unique_ptr<Upload> upload; ///< set by the route's `begin`, holds all bytes when `handle` runs
 };
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <charconv>
 #include <limits>
+#include <strings.h>
 
 namespace tarnd {
 
@@ -30,7 +31,8 @@ std::optional<ContentPart> partOf(std::string_view range, std::uint64_t size)
 {
     constexpr std::string_view unit = "bytes=";
     const auto dash = range.find('-');
-    if (!range.starts_with(unit) || dash == std::string_view::npos) return {};
+    if (dash == std::string_view::npos || strncasecmp(range.data(), unit.data(), unit.size()) != 0) return {};
+    if (dash < unit.size()) return {};
     const auto from = range.substr(unit.size(), dash - unit.size());
     const auto to = range.substr(dash + 1);
     const auto first = position(from);

@@ -1,5 +1,6 @@
 #include "tarnd/http/DirectAnswer.h"
 
+#include <gnutls/gnutls.h>
 #include <microhttpd.h>
 #include <poll.h>
 #include <sys/socket.h>
@@ -25,13 +26,26 @@ std::string headOf(const Reply& reply, std::uint64_t size, AfterReply after)
     return head + "\r\n";
 }
 
-bool sendAll(int fd, std::string_view bytes)
+gnutls_session_t sessionOf(const DirectConnection& connection)
+{
+    return static_cast<gnutls_session_t>(connection.tls);
+}
+
+/// As much as there is room for. The server library has made its sockets so that they do not wait.
+ssize_t sendSome(const DirectConnection& connection, std::string_view bytes)
+{
+    if (connection.tls == nullptr)
+        return ::send(connection.fd, bytes.data(), bytes.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
+    return gnutls_record_send(sessionOf(connection), bytes.data(), bytes.size());
+}
+
+bool sendAll(const DirectConnection& connection, std::string_view bytes)
 {
     constexpr int patience = 1000; // milliseconds
     while (!bytes.empty()) {
-        pollfd waiting{fd, POLLOUT, 0};
+        pollfd waiting{connection.fd, POLLOUT, 0};
         if (::poll(&waiting, 1, patience) != 1) return false;
-        const auto sent = ::send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
+        const auto sent = sendSome(connection, bytes);
         if (sent < 0) return false;
         bytes.remove_prefix(static_cast<std::size_t>(sent));
     }
@@ -40,38 +54,38 @@ bool sendAll(int fd, std::string_view bytes)
 
 } // namespace
 
-void answerDirectly(int fd, const Reply& reply)
+void answerDirectly(const DirectConnection& connection, const Reply& reply)
 {
-    const auto text = headOf(reply, reply.text.size(), AfterReply::close) + reply.text;
-    ::send(fd, text.data(), text.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
+    sendSome(connection, headOf(reply, reply.text.size(), AfterReply::close) + reply.text);
+    if (connection.tls != nullptr) gnutls_bye(sessionOf(connection), GNUTLS_SHUT_WR);
 }
 
-void answerUnread(int fd, const Reply& reply)
+void answerUnread(const DirectConnection& connection, const Reply& reply)
 {
     constexpr std::chrono::milliseconds patience{1000};
     constexpr ssize_t most = 16 * 1024 * 1024; // bytes: what sockets hold, and more
-    answerDirectly(fd, reply);
-    ::shutdown(fd, SHUT_WR);
+    answerDirectly(connection, reply);
+    ::shutdown(connection.fd, SHUT_WR);
     std::array<char, 64 * 1024> dropped;
     const auto end = std::chrono::steady_clock::now() + patience;
     ssize_t got = 1;
     for (ssize_t all = 0; got > 0 && all < most; all += got) {
         const auto left =
             std::chrono::ceil<std::chrono::milliseconds>(end - std::chrono::steady_clock::now());
-        pollfd waiting{fd, POLLIN, 0};
+        pollfd waiting{connection.fd, POLLIN, 0};
         if (left.count() <= 0 || ::poll(&waiting, 1, static_cast<int>(left.count())) != 1) return;
-        got = ::recv(fd, dropped.data(), dropped.size(), MSG_DONTWAIT);
+        got = ::recv(connection.fd, dropped.data(), dropped.size(), MSG_DONTWAIT);
     }
 }
 
-void answerInPart(int fd, const Reply& reply, std::uint64_t most)
+void answerInPart(const DirectConnection& connection, const Reply& reply, std::uint64_t most)
 {
     if (reply.source) return; // how much there is of it nobody knows
     const auto size = reply.file ? reply.fileSize : reply.text.size();
-    if (!sendAll(fd, headOf(reply, size, AfterReply::keep))) return;
+    if (!sendAll(connection, headOf(reply, size, AfterReply::keep))) return;
     most = std::min<std::uint64_t>(most, size);
     if (!reply.file) {
-        sendAll(fd, std::string_view(reply.text).substr(0, most));
+        sendAll(connection, std::string_view(reply.text).substr(0, most));
         return;
     }
     std::array<char, 64 * 1024> piece;
@@ -79,7 +93,7 @@ void answerInPart(int fd, const Reply& reply, std::uint64_t most)
         const auto got =
             ::pread(reply.file.get(), piece.data(), std::min<std::uint64_t>(piece.size(), most - at),
                     static_cast<off_t>(reply.fileOffset + at));
-        if (got <= 0 || !sendAll(fd, {piece.data(), static_cast<std::size_t>(got)})) return;
+        if (got <= 0 || !sendAll(connection, {piece.data(), static_cast<std::size_t>(got)})) return;
         at += static_cast<std::uint64_t>(got);
     }
 }

@@ -123,14 +123,14 @@ void Exchange::endTransfer()
 void Exchange::route(RequestHead head)
 {
     if (head.targetSize != target.size()) throw sentences::badTarget();
-    requireHost(head);
+    requireVersion(head);
     request.emplace(head.method, target, std::move(head.headers));
     const auto& found = routeOf(*request);
     if (found.access == Access::web && !site.web) throw sentences::unknownRoute();
     taken = &found;
     if (scripted && scripted->kind == Fault::Kind::refuse) throw sentences::toldToRefuse();
-    call.emplace(
-        Call{site.store, client, site.publicUrl, *request, tailOf(*taken, *request), {}, site.metrics, {}});
+    call.emplace(Call{
+        site.store, client, site.publicUrl, *request, tailOf(*taken, *request), {}, site.metrics, {}, {}});
     limitRequests();
     if (taken->access == Access::numbers) requireWatcher();
     if (taken->access == Access::token) site.failedLogins.check(client.address);
@@ -163,7 +163,8 @@ Exchange::Body Exchange::begin(RequestHead head)
     if (!refusal) return Body::wanted;
     // Where the end of the body is in doubt there is nothing to wait for.
     if (bodyHeldBack || !request) return Body::ignored;
-    return request->contentLength().value_or(0) > dropLimit ? Body::endless : Body::refused;
+    const bool mayBeLong = request->isChunked() || request->contentLength().value_or(0) > dropLimit;
+    return mayBeLong ? Body::endless : Body::refused;
 }
 
 bool Exchange::receive(const char* data, std::size_t size)
@@ -183,16 +184,17 @@ bool Exchange::receive(const char* data, std::size_t size)
     return true;
 }
 
-Reply Exchange::finish()
+Reply Exchange::finish(Headers trailers)
 {
     Reply reply;
+    if (call) call->trailers = std::move(trailers);
     if (!refusal)
         guarded([&] {
             if (taken->access == Access::form) beginSession(Parameters(form).text("session"));
             reply = taken->handle(*call);
             requireSession();
             endTransfer();
-            if (reply.file || reply.source) beginTransfer(site.metrics.downloads);
+            if (!isHead() && (reply.file || reply.source)) beginTransfer(site.metrics.downloads);
         });
     if (refusal) reply = std::move(*refusal);
     const bool isLogin = taken != nullptr && taken->access == Access::token;
@@ -203,7 +205,7 @@ Reply Exchange::finish()
         }
     status = reply.status;
     source = reply.source;
-    sent = reply.file ? reply.fileSize : reply.text.size();
+    if (!isHead()) sent = reply.file ? reply.fileSize : reply.text.size();
     // Now rather than at the end: a client that leaves without its reply has still removed what it removed.
     if (taken != nullptr && call && !taken->event.empty())
         site.audit.add(taken->event, requestId(), *call, status);

@@ -71,7 +71,8 @@ public:
     bool receive(const char* data, std::size_t size);
 
     /// The body is complete, or ignored. Call once.
-    Reply finish();
+    /// @param trailers  header fields that came behind a chunked body
+    Reply finish(Headers trailers = {});
 
     /// The next bytes of a reply that has a source, and how many; 0 at its end, nothing when it cannot be completed:
     /// the connection must end. @pre finish() gave such a reply
@@ -100,6 +101,10 @@ private:
     void beginSession(const std::string& id);
     void beginTransfer(Gauge& gauge);
     void endTransfer();
+
+    /// The body of its reply stays here.
+    bool isHead() const { return methodName == "HEAD"; }
+
     std::string requestId() const;
     LoggedRequest logged(bool complete) const;
 

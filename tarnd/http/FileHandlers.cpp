@@ -1,4 +1,6 @@
+#include "tarnd/http/ConditionFields.h"
 #include "tarnd/http/ContentReply.h"
+#include "tarnd/http/DigestField.h"
 #include "tarnd/http/Handlers.h"
 #include "tarnd/http/ItemRecords.h"
 #include "tarnd/http/Sentences.h"
@@ -24,29 +26,10 @@ FileHandles::CloseOperation closeOperationOf(const Parameters& query)
     throw sentences::badParameter("handleOperation", "COMMIT_CHANGES or ABORT_CHANGES");
 }
 
-/// The SHA-256 that the client announces, in base64; empty when it announces none.
-/// Of "sha-256=:BASE64:", one of several members, the text between the colons; of one that is not so all behind the
-/// sign, which is the digest of nothing. Empty without that member.
-std::string sha256In(std::string_view digests)
+/// Whoever sends what he means as a part must not replace the whole.
+void requireWhole(const Request& request)
 {
-    constexpr std::string_view key = "sha-256=";
-    while (!digests.empty()) {
-        auto member = digests.substr(0, digests.find(','));
-        digests.remove_prefix(std::min(member.size() + 1, digests.size()));
-        member.remove_prefix(std::min(member.find_first_not_of(" \t"), member.size()));
-        if (!member.starts_with(key)) continue;
-        member = member.substr(key.size(), member.find_first_of("; \t") - key.size());
-        const bool isWhole = member.size() > 2 && member.front() == ':' && member.back() == ':';
-        return std::string(isWhole ? member.substr(1, member.size() - 2) : "=" + std::string(member));
-    }
-    return {};
-}
-
-std::string announcedDigest(const Request& request)
-{
-    for (const auto value : request.headerValues("Content-Digest"))
-        if (auto digest = sha256In(value); !digest.empty()) return digest;
-    return {};
+    if (!request.headerValues("Content-Range").empty()) throw sentences::partialUpload();
 }
 
 OpenHandle openWith(Call& call, const Location& location, const std::string& accessMode)
@@ -64,22 +47,27 @@ OpenHandle openWith(Call& call, const Location& location, const std::string& acc
 void beginFile(Call& call)
 {
     const auto& query = call.request.query();
+    requireWhole(call.request);
     constexpr std::uint64_t shortContent = 64 * 1024; // bytes
     const auto length = call.request.contentLength();
     const bool isComing = !call.request.waitsForContinue() && length && *length <= shortContent;
     const PutOptions options{createModeOf(query), query.flag("createNewVersion"), isComing,
-                             announcedDigest(call.request)};
+                             announcedSha256(call.request.headerValues("Content-Digest")),
+                             conditionOf(call.request)};
     call.upload = call.store.catalog().put(call.caller, itemOf(call), options, length);
 }
 
 Reply putFile(Call& call)
 {
+    // Whoever sends a pipe knows it only at the end.
+    call.upload->require(announcedSha256(valuesOf(call.trailers, "Content-Digest")));
     XmlWriter xml("Response");
     writeVersion(xml, call.upload->commit());
     call.caller.isAssumed = false; // the commit has asked for the session
     auto reply = xmlReply(std::move(xml));
     const auto digest = digestField(call.upload->sha256());
-    reply.headers = {{"Content-Digest", digest}, {"Repr-Digest", digest}};
+    reply.headers = {
+        {"ETag", '"' + call.upload->tag() + '"'}, {"Content-Digest", digest}, {"Repr-Digest", digest}};
     return reply;
 }
 
@@ -90,7 +78,7 @@ Reply readFile(Call& call)
 
 Reply deleteFile(Call& call)
 {
-    call.store.catalog().deleteFile(call.caller, itemOf(call));
+    call.store.catalog().deleteFile(call.caller, itemOf(call), conditionOf(call.request));
     return doneReply();
 }
 

@@ -64,10 +64,10 @@ void hideQuery(const char* target)
     if (const auto* mark = std::strchr(target, '?')) const_cast<char*>(mark)[1] = '\0';
 }
 
-bool isEncrypted(MHD_Connection* connection)
+DirectConnection directly(MHD_Connection* connection)
 {
     const auto* tls = MHD_get_connection_info(connection, MHD_CONNECTION_INFO_GNUTLS_SESSION);
-    return tls != nullptr && tls->tls_session != nullptr;
+    return {descriptorOf(connection), tls != nullptr ? tls->tls_session : nullptr};
 }
 
 /// The library is told that the connection is over.
@@ -83,8 +83,7 @@ MHD_Result hangUp(int fd, bool withReset)
 /// The library finds the connection closed.
 void refuseLength(MHD_Connection* connection)
 {
-    if (!isEncrypted(connection))
-        answerDirectly(descriptorOf(connection), errorReply(sentences::badContentLength()));
+    answerDirectly(directly(connection), errorReply(sentences::badContentLength()));
     ::shutdown(descriptorOf(connection), SHUT_RDWR);
 }
 
@@ -200,8 +199,7 @@ MHD_Result HttpServer::Connections::begin(MHD_Connection* connection, RequestHea
         table.enter(busy.descriptor(), ConnectionTable::Phase::refused);
         return MHD_YES;
     case Exchange::Body::endless:
-        if (isEncrypted(connection)) break;
-        answerUnread(descriptorOf(connection), exchange.finish());
+        answerUnread(directly(connection), exchange.finish());
         return MHD_NO;
     case Exchange::Body::ignored:
         break;
@@ -217,16 +215,16 @@ MHD_Result HttpServer::Connections::receive(MHD_Connection* connection, const ch
     if (*size > 0) {
         const bool more = exchange.receive(data, *size);
         *size = 0;
-        if (!more && !isEncrypted(connection)) answerUnread(descriptorOf(connection), exchange.finish());
+        if (!more) answerUnread(directly(connection), exchange.finish());
         return more ? MHD_YES : MHD_NO;
     }
     table.enter(busy.descriptor(), ConnectionTable::Phase::download);
-    auto reply = exchange.finish();
+    auto reply = exchange.finish(receivedTrailers(connection));
     holdBack(exchange.delay());
     if (const auto& fault = exchange.fault()) {
         if (fault->kind == Fault::Kind::lose) return hangUp(busy.descriptor(), false);
         if (fault->kind == Fault::Kind::cut) {
-            if (!isEncrypted(connection)) answerInPart(busy.descriptor(), reply, fault->number);
+            answerInPart(directly(connection), reply, fault->number);
             return hangUp(busy.descriptor(), false);
         }
     }

@@ -14,4 +14,7 @@ namespace tarnd {
 RequestHead receivedHead(MHD_Connection* connection, const char* url, const char* method,
                          const char* version);
 
+/// The fields behind a chunked body, likewise when it has come.
+Headers receivedTrailers(MHD_Connection* connection);
+
 } // namespace tarnd

@@ -59,6 +59,8 @@ unsigned statusOf(ServiceError::Kind kind)
         return 404;
     case Kind::conflict:
         return 409;
+    case Kind::preconditionFailed:
+        return 412;
     case Kind::lengthRequired:
         return 411;
     case Kind::tooLarge:

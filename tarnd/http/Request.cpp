@@ -22,6 +22,8 @@ bool sameName(std::string_view a, std::string_view b)
     return a.size() == b.size() && strncasecmp(a.data(), b.data(), a.size()) == 0;
 }
 
+} // namespace
+
 std::vector<std::string_view> valuesOf(const Headers& headers, std::string_view name)
 {
     std::vector<std::string_view> values;
@@ -29,6 +31,8 @@ std::vector<std::string_view> valuesOf(const Headers& headers, std::string_view 
         if (sameName(key, name)) values.push_back(value);
     return values;
 }
+
+namespace {
 
 std::string_view onlyValue(const Headers& headers, std::string_view name)
 {
@@ -109,10 +113,13 @@ bool Request::isChunked() const
     return !valuesOf(headers, "Transfer-Encoding").empty();
 }
 
-void requireHost(const RequestHead& head)
+void requireVersion(const RequestHead& head)
 {
     if (head.version == "HTTP/1.1" && valuesOf(head.headers, "Host").empty())
         throw sentences::missingHeader("Host");
+    // A proxy of that age passes it on without a look, and takes the body's end for something else.
+    if (head.version == "HTTP/1.0" && !valuesOf(head.headers, "Transfer-Encoding").empty())
+        throw sentences::noTransferEncoding();
 }
 
 bool waitsForContinue(const Headers& headers)

@@ -14,6 +14,9 @@ namespace tarnd {
 /// Header fields in the order they came.
 using Headers = std::vector<std::pair<std::string, std::string>>;
 
+/// The values of all fields of that name, in the order they came.
+std::vector<std::string_view> valuesOf(const Headers& headers, std::string_view name);
+
 /// The client holds its body back until it is told to go on ("Expect: 100-continue").
 bool waitsForContinue(const Headers& headers);
 
@@ -64,7 +67,7 @@ private:
     std::optional<std::uint64_t> announcedLength;
 };
 
-/// @throws ServiceError badRequest when HTTP/1.1 demands a header that is not there
-void requireHost(const RequestHead& head);
+/// @throws ServiceError badRequest when HTTP/1.1 demands a header that is not there, or HTTP/1.0 has none that is
+void requireVersion(const RequestHead& head);
 
 } // namespace tarnd

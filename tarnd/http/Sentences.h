@@ -17,10 +17,14 @@ inline constexpr Sentence controlInHeader         {Kind::badRequest, "controlInH
 inline constexpr Sentence badContentLength        {Kind::badRequest, "badContentLength", "The header Content-Length is not a number of bytes."};
 inline constexpr Sentence ambiguousLength         {Kind::badRequest, "ambiguousLength", "A request has either Content-Length or Transfer-Encoding, not both."};
 inline constexpr Sentence unknownTransferEncoding {Kind::badRequest, "unknownTransferEncoding", "The only Transfer-Encoding understood is chunked."};
+inline constexpr Sentence noTransferEncoding      {Kind::badRequest, "unknownTransferEncoding", "HTTP/1.0 has no Transfer-Encoding."};
 inline constexpr Sentence headersTooLarge         {Kind::tooLarge, "headersTooLarge", "The headers of the request are too large."};
 inline constexpr Sentence lengthRequired          {Kind::lengthRequired, "lengthRequired", "An upload must tell its length in the header Content-Length, or come in chunks."};
 inline constexpr Sentence fileTooLarge            {Kind::tooLarge, "fileTooLarge", "The file is larger than this service accepts."};
 inline constexpr Sentence rangeOutside            {Kind::rangeOutside, "rangeOutside", "The file has no bytes in the range asked for."};
+inline constexpr Sentence badDigest               {Kind::badRequest, "badDigest", "The header Content-Digest cannot be read."};
+inline constexpr Sentence partialUpload           {Kind::badRequest, "partialUpload", "A part of a file cannot be stored, only the whole; nothing was changed."};
+inline constexpr Sentence conditionalChange       {Kind::badRequest, "conditionalChange", "A change cannot depend on the header {}; nothing was changed."};
 inline constexpr Sentence bodyTooLarge            {Kind::tooLarge, "bodyTooLarge", "The request carries content that nothing here takes."};
 
 inline constexpr Sentence tooManyFailedLogins     {Kind::notAllowed, "tooManyFailedLogins", "Too many logins with a wrong token come from your address. Try again in a few seconds."};

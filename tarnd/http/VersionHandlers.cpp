@@ -1,3 +1,4 @@
+#include "tarnd/http/ConditionFields.h"
 #include "tarnd/http/Handlers.h"
 #include "tarnd/http/ItemRecords.h"
 
@@ -20,8 +21,8 @@ Reply restoreVersion(Call& call)
 {
     const bool createNewVersion = call.request.query().flag("createNewVersion");
     XmlWriter xml("Response");
-    writeVersion(xml,
-                 call.store.versions().restore(call.caller, itemOf(call), versionOf(call), createNewVersion));
+    writeVersion(xml, call.store.versions().restore(call.caller, itemOf(call), versionOf(call),
+                                                    createNewVersion, conditionOf(call.request)));
     return xmlReply(std::move(xml));
 }
 

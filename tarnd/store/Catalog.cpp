@@ -14,27 +14,29 @@ std::unique_ptr<Upload> Catalog::put(const Caller& caller, const Location& locat
                                      const PutOptions& options, std::optional<std::uint64_t> expectedSize)
 {
     const bool checksLater = options.isComing && !engine.contents.isRemote();
-    const auto check = [&] { requirePut(caller, location, options, expectedSize); };
-    if (!checksLater) check();
+    const auto check = [&] { return requirePut(caller, location, options, expectedSize); };
+    const auto quota = checksLater ? QuotaRoom() : check();
     try {
         auto room = engine.contents.claimRoom(expectedSize.value_or(0));
-        return std::make_unique<Upload>(engine, caller, location, options, expectedSize, std::move(room));
+        return std::make_unique<Upload>(engine, caller, location, options, expectedSize, std::move(room),
+                                        quota);
     } catch (const ServiceError&) {
         if (checksLater) check(); // what is wrong with the request itself is told first
         throw;
     }
 }
 
-void Catalog::requirePut(const Caller& caller, const Location& location, const PutOptions& options,
-                         std::optional<std::uint64_t> expectedSize)
+QuotaRoom Catalog::requirePut(const Caller& caller, const Location& location, const PutOptions& options,
+                              std::optional<std::uint64_t> expectedSize)
 {
-    engine.database.read(Tree::statementsFor(location), [&](Transaction& transaction) {
+    return engine.database.read(Tree::statementsFor(location), [&](Transaction& transaction) {
         Tree tree(transaction, caller);
         const auto slot = slotForPut(tree, location, options.mode);
+        options.condition.require(slot.existing);
         const bool replaces = slot.existing && !options.createNewVersion;
-        requireQuotaFor(transaction, caller,
-                        static_cast<std::int64_t>(expectedSize.value_or(0)) -
-                            (replaces ? slot.existing->size : 0));
+        const auto room = quotaRoomOf(transaction, caller, replaces ? slot.existing->size : 0);
+        room.require(expectedSize.value_or(0));
+        return room;
     });
 }
 
@@ -49,11 +51,12 @@ OpenContent Catalog::read(const Caller& caller, const Location& location, const 
     });
 }
 
-void Catalog::deleteFile(const Caller& caller, const Location& location)
+void Catalog::deleteFile(const Caller& caller, const Location& location, const Condition& condition)
 {
     const auto dropped =
         engine.database.writeAlsoWhenFull(WriteScope{caller.userId}, [&](Transaction& transaction) {
             const auto file = requireFile(Tree(transaction, caller).owned(location));
+            condition.require(file);
             entriesChanged(transaction, file.parent, engine.clock());
             return removeTree(transaction, file.id);
         });

@@ -27,15 +27,16 @@ public:
     /// disk is refused (insufficientStorage), without a length as soon as so much has come.
     /// create: conflict if the path is taken. update: notFound if it is not there. A folder of that name:
     /// conflict. Otherwise a missing parent folder is a conflict that names it (notFound outside the caller's
-    /// own bucket).
+    /// own bucket). preconditionFailed: PutOptions::condition does not hold.
     std::unique_ptr<Upload> put(const Caller& caller, const Location& location, const PutOptions& options,
                                 std::optional<std::uint64_t> expectedSize);
 
     /// @throws ServiceError also conflict for a folder, badRequest for an unknown version
     OpenContent read(const Caller& caller, const Location& location, const VersionChoice& version = {});
 
-    /// Deletes the file with all versions, grants and links. @throws ServiceError also conflict for a folder
-    void deleteFile(const Caller& caller, const Location& location);
+    /// Deletes the file with all versions, grants and links.
+    /// @throws ServiceError also conflict for a folder, preconditionFailed
+    void deleteFile(const Caller& caller, const Location& location, const Condition& condition = {});
 
     /// The attributes of a file or folder.
     Item attributes(const Caller& caller, const Location& location);
@@ -59,8 +60,9 @@ public:
     void move(const Caller& caller, const Location& source, const Location& target, bool overwrite);
 
 private:
-    void requirePut(const Caller& caller, const Location& location, const PutOptions& options,
-                    std::optional<std::uint64_t> expectedSize);
+    /// @return what the quota leaves
+    QuotaRoom requirePut(const Caller& caller, const Location& location, const PutOptions& options,
+                         std::optional<std::uint64_t> expectedSize);
 
     Engine engine;
 };

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "tarnd/store/Condition.h"
+
 #include <cstdint>
 #include <string>
 
@@ -13,8 +15,9 @@ struct PutOptions {
     bool createNewVersion = false;
     /// The content is short and on its way: it may be taken before it is certain that it will be accepted.
     bool isComing = false;
-    /// What the SHA-256 of the content has to be, in base64; empty: whatever it is.
+    /// What the SHA-256 of the content has to be, in base64 without padding; empty: whatever it is.
     std::string digest = {};
+    Condition condition = {}; ///< on what is there before
 };
 
 } // namespace tarnd

@@ -4,6 +4,7 @@
 #include "tarnd/store/Database.h"
 
 #include <cstdint>
+#include <limits>
 
 namespace tarnd {
 
@@ -16,7 +17,16 @@ void countUse(Transaction& transaction, const Caller& caller, std::int64_t owner
 /// The same for what happens whatever the quota.
 void countUse(Transaction& transaction, std::int64_t owner, std::int64_t bytes);
 
-/// Refuses early what countUse() would refuse in the end. @throws as countUse
-void requireQuotaFor(Transaction& transaction, const Caller& caller, std::int64_t bytes);
+/// What is left of a quota: to refuse early what countUse() would refuse in the end.
+struct QuotaRoom {
+    std::int64_t left = std::numeric_limits<std::int64_t>::max(); ///< bytes
+    std::int64_t quota = 0;
+
+    /// @throws as countUse
+    void require(std::uint64_t bytes) const;
+};
+
+/// @param freed  bytes that go when the new ones come
+QuotaRoom quotaRoomOf(Transaction& transaction, const Caller& caller, std::int64_t freed);
 
 } // namespace tarnd

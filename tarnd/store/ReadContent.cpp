@@ -1,5 +1,7 @@
 #include "tarnd/store/ReadContent.h"
 
+#include "tarnd/store/Condition.h"
+
 namespace tarnd {
 
 /// An old version that was made current again is newer as the file's content than as a version.
@@ -13,8 +15,7 @@ FoundContent::FoundContent(const Node& node, Item file, VersionRow version)
 OpenContent openContent(ContentBytes bytes, FoundContent found)
 {
     const auto& version = found.version;
-    auto tag = version.stamp.id;
-    if (version.revision > 0) tag += "-" + std::to_string(version.revision);
+    auto tag = contentTag(version.stamp.id, version.revision, version.content.id);
     return {std::move(bytes), version.content.size, version.content.sha256, std::move(found.file),
             version.stamp,    std::move(tag),       found.modified};
 }

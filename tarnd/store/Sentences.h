@@ -37,6 +37,7 @@ inline constexpr Sentence targetDiffers  {Kind::conflict, "targetDiffers", "A fi
 inline constexpr Sentence intoItself     {Kind::conflict, "intoItself", "A folder cannot be moved into itself."};
 
 // Uploads.
+inline constexpr Sentence contentChanged{Kind::preconditionFailed, "contentChanged", "The file is not what the request takes it for; somebody has changed it since. Nothing was done."};
 inline constexpr Sentence digestDiffers {Kind::badRequest, "digestDiffers", "What has arrived is not what its Content-Digest says; nothing was stored."};
 inline constexpr Sentence sizeDiffers {Kind::badRequest, "sizeDiffers", "The upload does not have the announced length."};
 inline constexpr Sentence storageFull {Kind::insufficientStorage, "storageFull", "The service has no room left to store this."};

@@ -18,6 +18,7 @@ public:
         notAllowed,          ///< 403: the caller sees the item but may not do this to it
         notFound,            ///< 404: a path that does not exist or that the caller may not see; nothing else
         conflict,            ///< 409: the state of the tree is against it
+        preconditionFailed,  ///< 412: the file is not as the request wants it to be
         lengthRequired,      ///< 411: an upload that does not say how long it is
         tooLarge,            ///< 413: an upload or a header beyond the limits
         rangeOutside,        ///< 416: a part of a content that is not there

@@ -13,13 +13,14 @@ constexpr std::int64_t renewInterval = 60 * 1000; // milliseconds
 } // namespace
 
 Upload::Upload(Engine engine, Caller caller, Location location, PutOptions options,
-               std::optional<std::uint64_t> expectedSize, DiskRoom::Claim room)
+               std::optional<std::uint64_t> expectedSize, DiskRoom::Claim room, QuotaRoom quota)
     : engine(std::move(engine))
     , caller(std::move(caller))
     , location(std::move(location))
     , options(options)
     , expectedSize(expectedSize)
     , room(std::move(room))
+    , quota(quota)
     , writer(this->engine.contents.write(expectedSize))
     , renewed(this->engine.clock())
 {
@@ -28,6 +29,7 @@ Upload::Upload(Engine engine, Caller caller, Location location, PutOptions optio
 void Upload::write(const void* data, std::size_t size)
 {
     if (expectedSize && size > *expectedSize - writer->size()) throw sentences::sizeDiffers();
+    quota.require(writer->size() + size);
     room.extendTo(size);
     writer->write(data, size);
     room.use(size);
@@ -37,18 +39,28 @@ void Upload::write(const void* data, std::size_t size)
     }
 }
 
+void Upload::require(std::string digest)
+{
+    if (!digest.empty()) options.digest = std::move(digest);
+}
+
 VersionStamp Upload::commit()
 {
     if (expectedSize && writer->size() != *expectedSize) throw sentences::sizeDiffers();
     caller.isAssumed = true; // the session may have ended while the content came
     return enterContent(engine, *writer, WriteScope{caller.userId},
                         [&](Transaction& transaction, const StoredContent& content, auto& dropped) {
-                            if (!options.digest.empty() && base64OfHex(content.sha256) != options.digest)
+                            if (!options.digest.empty() &&
+                                !base64OfHex(content.sha256).starts_with(options.digest + "="))
                                 throw sentences::digestDiffers();
                             Tree tree(transaction, caller);
                             const auto slot = slotForPut(tree, location, options.mode);
-                            return writeFile(transaction, caller, slot, content, options.createNewVersion,
-                                             engine.clock(), dropped);
+                            options.condition.require(slot.existing);
+                            const bool isInPlace = slot.existing && !options.createNewVersion;
+                            const auto stamp = writeFile(transaction, caller, slot, content,
+                                                         options.createNewVersion, engine.clock(), dropped);
+                            ownTag = contentTag(stamp.id, isInPlace ? 1 : 0, content.id);
+                            return stamp;
                         });
 }
 

@@ -7,6 +7,7 @@
 #include "tarnd/store/Item.h"
 #include "tarnd/store/ItemPath.h"
 #include "tarnd/store/PutOptions.h"
+#include "tarnd/store/Quota.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -22,11 +23,14 @@ class Upload {
 public:
     /// Use Catalog::put, which checks first.
     Upload(Engine engine, Caller caller, Location location, PutOptions options,
-           std::optional<std::uint64_t> expectedSize, DiskRoom::Claim room);
+           std::optional<std::uint64_t> expectedSize, DiskRoom::Claim room, QuotaRoom quota);
 
     /// Appends bytes; the session does not count as idle meanwhile. @throws ServiceError badRequest beyond
     /// the announced length, insufficientStorage, internal
     void write(const void* data, std::size_t size);
+
+    /// As PutOptions::digest, when that is known at the end only.
+    void require(std::string digest);
 
     /// Makes the content durable, then the file: bytes and directory reach the disk first, then one
     /// transaction checks session, path, mode and permission again and enters the version. Once it returns
@@ -37,6 +41,9 @@ public:
     /// Of the bytes stored, 64 hex digits. @pre commit() has returned
     const std::string& sha256() const { return writer->sha256(); }
 
+    /// Of the content stored, as OpenContent::tag. @pre likewise
+    const std::string& tag() const { return ownTag; }
+
 private:
     Engine engine;
     Caller caller;
@@ -44,7 +51,9 @@ private:
     PutOptions options;
     std::optional<std::uint64_t> expectedSize;
     DiskRoom::Claim room;
+    QuotaRoom quota;
     std::unique_ptr<ContentWriter> writer;
+    std::string ownTag;
     std::int64_t renewed; ///< when the session was last kept alive
 };
 

@@ -23,10 +23,11 @@ VersionHistory Versions::list(const Caller& caller, const Location& location)
 }
 
 VersionStamp Versions::restore(const Caller& caller, const Location& location, const VersionChoice& version,
-                               bool createNewVersion)
+                               bool createNewVersion, const Condition& condition)
 {
     return engine.database.write(WriteScope{caller.userId}, [&](Transaction& transaction) {
         const auto file = requireFile(Tree(transaction, caller).owned(location));
+        condition.require(file);
         // Nothing chosen means the current version everywhere else; restoring that would silently do nothing.
         if (version.isCurrent()) throw sentences::unknownVersion();
         const auto old = chosenVersion(transaction, file, version);

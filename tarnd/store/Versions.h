@@ -1,6 +1,7 @@
 #pragma once
 
 #include "tarnd/store/Caller.h"
+#include "tarnd/store/Condition.h"
 #include "tarnd/store/Engine.h"
 #include "tarnd/store/Item.h"
 #include "tarnd/store/ItemPath.h"
@@ -47,9 +48,10 @@ public:
 
     /// Brings an old version back and returns the version now current: with `createNewVersion` a copy of its
     /// content as the newest version, otherwise the old version itself, and the later ones stay in the list.
-    /// @throws ServiceError also badRequest for an unknown version or none given
+    /// @throws ServiceError also badRequest for an unknown version or none given,
+    /// preconditionFailed
     VersionStamp restore(const Caller& caller, const Location& location, const VersionChoice& version,
-                         bool createNewVersion);
+                         bool createNewVersion, const Condition& condition = {});
 
     /// Deletes the old versions of all files, never a current one; contents that no version names any more go after
     /// it. Tells of each user who had any, in the order of their names.

@@ -40,13 +40,27 @@ TEST_F(Contents, AreStoredOnlyWithTheDigestAnnounced)
     const auto digest = "Content-Digest: sha-512=:x:, x-sha-256=:y:,\t" + digestOfTenDigits + "\r\n";
     const auto refused = send(requestText("PUT", target, alice, "0123456780", digest));
     EXPECT_EQ(refused.status, 400);
-    for (const auto* unreadable : {"sha-256=::", "sha-256=hNiYd", "sha-256=:hNiYd"})
-        EXPECT_EQ(send(requestText("PUT", target, alice, "0123456789",
-                                   std::string("Content-Digest: ") + unreadable + "\r\n"))
-                      .status,
-                  400)
-            << unreadable;
+    const auto wrong = "sha-256=:" + std::string(43, 'A') + "=:";
+    const auto trailing = [&](const std::string& digests) {
+        return putChunks("a\r\n0123456789\r\n0\r\nContent-Digest: " + digests + "\r\n\r\n");
+    };
+    for (const std::string& refusing :
+         {std::string("sha-256=::"), std::string("sha-256=hNiYd"), std::string("sha-256=:hNiYd"),
+          std::string("sha-256"), std::string("garbage!!"), digestOfTenDigits + ",", wrong,
+          digestOfTenDigits + ", " + wrong}) {
+        EXPECT_EQ(
+            send(requestText("PUT", target, alice, "0123456789", "Content-Digest: " + refusing + "\r\n"))
+                .status,
+            400)
+            << refusing;
+        EXPECT_EQ(trailing(refusing).status, 400) << refusing;
+    }
     EXPECT_EQ(ask("GET", "").body, "old");
+    const auto bare = digestOfTenDigits.substr(0, digestOfTenDigits.size() - 2) + ":"; // no '=' behind it
+    for (const auto& fitting : {bare, wrong + ", " + digestOfTenDigits + ";a=1",
+                                "x=\"1, " + wrong + "\", " + bare, std::string("sha-512=:x:")})
+        EXPECT_EQ(trailing(fitting).status, 200) << fitting;
+    put("/f", "old");
     EXPECT_EQ(send(requestText("PUT", target, alice, "0123456789", digest)).status, 200);
     EXPECT_EQ(ask("GET", "").body, "0123456789");
 }
@@ -63,6 +77,7 @@ TEST_F(Contents, ComeInTheRangeAskedFor)
 
     const Row rows[] = {
         {"bytes=0-0", "0", "0-0"},
+        {"Bytes=0-0 \t", "0", "0-0"},
         {"bytes=3-5", "345", "3-5"},
         {"bytes=7-", "789", "7-9"},
         {"bytes=-2", "89", "8-9"},
@@ -122,6 +137,31 @@ TEST_F(Contents, AreDescribedByTheirHeaders)
     EXPECT_EQ(whole.at("etag"), '"' + parseXml(versions).only("VersionId") + '"');
     put("/f", "other, under the same version");
     EXPECT_NE(ask("HEAD", "").headers.at("etag"), whole.at("etag"));
+}
+
+TEST_F(Contents, AreChangedOnlyAsTheirTagsAllow)
+{
+    const auto change = [&](const std::string& method, const std::string& path, const std::string& headers) {
+        return send(requestText(method, "/service/v1/" + path, alice, method == "PUT" ? "1" : "", headers));
+    };
+    const auto written = change("PUT", "files/f?createMode=CREATE_OR_UPDATE", "If-None-Match: *\r\n");
+    EXPECT_EQ(written.status, 200);
+    const auto first = written.headers.at("etag");
+    EXPECT_EQ(ask("HEAD", "").headers.at("etag"), first);
+    const auto second =
+        change("PUT", "files/f?createMode=UPDATE", "If-Match: \"x\", " + first + "\r\n").headers.at("etag");
+    EXPECT_NE(second, first);
+    EXPECT_EQ(ask("HEAD", "").headers.at("etag"), second);
+    for (const auto* path : {"files/f?createMode=UPDATE", "files/f?createMode=UPDATE&createNewVersion=true",
+                             "versions/files/f?versionLabel=1&createNewVersion=true"})
+        for (const auto& condition :
+             {"If-Match: " + first, "If-Match: W/" + second, std::string("If-Match: x"),
+              std::string("If-None-Match: *"), "If-None-Match: " + second})
+            EXPECT_EQ(change("PUT", path, condition + "\r\n").status, 412) << path << " " << condition;
+    EXPECT_EQ(change("PUT", "files/g?createMode=CREATE", "If-Match: *\r\n").status, 412);
+    EXPECT_EQ(change("DELETE", "files/f", "If-Match: " + first + "\r\n").status, 412);
+    EXPECT_EQ(ask("HEAD", "").headers.at("etag"), second);
+    EXPECT_EQ(change("DELETE", "files/f", "If-Match: " + second + "\r\n").status, 200);
 }
 
 TEST_F(Contents, MayComeInWithoutALength)

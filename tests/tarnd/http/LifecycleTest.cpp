@@ -188,8 +188,18 @@ TEST(Tls, IsOf12OrNewerAndTakesANewCertificateWhileItRuns)
     };
     shell("openssl req -x509 -newkey ec -pkeyopt ec_paramgen_curve:P-256 -nodes -subj /CN=test -keyout key "
           "-out cert");
-    TarndProcess service({"--tls-cert", folder + "/cert", "--tls-key", folder + "/key"});
+    TarndProcess service(
+        {"--tls-cert", folder + "/cert", "--tls-key", folder + "/key", "--max-file-size", "1M"});
     service.start();
+    const auto session =
+        "x-qz-tarn-session-id: $(curl -sk -H 'x-qz-authentication-token: " + service.addUser("alice") + "' " +
+        service.url() + "/service/v1/login | sed 's/.*<TarnSessionId>//; s/<.*//')";
+    for (const auto& [head, told] :
+         {std::pair(std::string("no: session"), "Your session"), std::pair(session, "larger than")})
+        EXPECT_THAT(shell("(head -c 20M /dev/zero | curl -sk -T - -H \"" + head + "\" '" + service.url() +
+                          "/service/v1/files/f?createMode=CREATE')"),
+                    ::testing::HasSubstr(told))
+            << "while it is still being sent";
     // At level 0 the client itself takes the old version, so that the refusal is the service's.
     const auto connect = "openssl s_client -cipher ALL:@SECLEVEL=0 -connect " + service.url().substr(8);
     EXPECT_THAT(shell(connect + " -tls1_2"), ::testing::HasSubstr("New, TLSv1.2"));

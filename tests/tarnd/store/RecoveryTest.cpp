@@ -83,7 +83,7 @@ TEST_F(RecoveryTest, AStoreOfEveryEarlierVersionIsBroughtUpToDate)
         EXPECT_NE(store->links().get(alice, at("/f"), now + oldest), link);
     }
     put(alice, at("/f"), "new");
-    EXPECT_EQ(store->catalog().read(alice, at("/f")).tag, id + "-1");
+    EXPECT_EQ(store->catalog().read(alice, at("/f")).tag.find(id + "-"), 0U);
 }
 
 /// Several processes may serve one database: one that starts meets uploads of the others at every step.

@@ -1,0 +1,12 @@
+#pragma once
+
+#include "tarnd/http/Request.h"
+#include "tarnd/store/Condition.h"
+
+namespace tarnd {
+
+/// What the headers If-Match and If-None-Match demand of a file that is to be changed.
+/// @throws ServiceError badRequest for a condition on times, which are too coarse to tell contents apart
+Condition conditionOf(const Request& request);
+
+} // namespace tarnd
