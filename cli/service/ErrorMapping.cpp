@@ -161,9 +161,10 @@ bool isRefusal(const std::exception_ptr& error, std::string_view reason)
 
 bool isRefused(const std::exception_ptr& error)
 {
-    return isError<TarnError>(error, [](const TarnError& refusal) {
-        return refusal.kind() != ErrorKind::unknownOutcome && refusal.kind() != ErrorKind::unreadableReply;
-    });
+    return isError<NothingDone>(error) || isError<TarnError>(error, [](const TarnError& refusal) {
+               return refusal.kind() != ErrorKind::unknownOutcome &&
+                      refusal.kind() != ErrorKind::unreadableReply;
+           });
 }
 
 bool isSentDamaged(const std::exception_ptr& error)
@@ -171,7 +172,7 @@ bool isSentDamaged(const std::exception_ptr& error)
     return isError<connector::tarn::StoredMismatch>(error) || isRefusal(error, reasons::digestDiffers);
 }
 
-Failure sentDamaged()
+NothingDone sentDamaged()
 {
     return {ExitCode::failure, "Something between here and the service changes what is sent; nothing was "
                                "stored. Store it again when that is mended."};

@@ -15,6 +15,7 @@ inline constexpr std::string_view fileExists = "fileExists";
 inline constexpr std::string_view folderExists = "folderExists";
 inline constexpr std::string_view isFile = "isFile";
 inline constexpr std::string_view digestDiffers = "digestDiffers";
+inline constexpr std::string_view contentChanged = "contentChanged";
 inline constexpr std::string_view rangeOutside = "rangeOutside";
 } // namespace reasons
 
@@ -42,14 +43,14 @@ Failure explain(std::exception_ptr error);
 /// Whether the service refused the request for this reason.
 bool isRefusal(const std::exception_ptr& error, std::string_view reason);
 
-/// Whether the service has said that it did not do it.
+/// Whether it was certainly not done: the service has said so, or it was taken back.
 bool isRefused(const std::exception_ptr& error);
 
 /// Whether something else has arrived at the service than was sent.
 bool isSentDamaged(const std::exception_ptr& error);
 
 /// That it has, and that the service has refused it.
-Failure sentDamaged();
+NothingDone sentDamaged();
 
 /// Whether the service wants a login first: there is no session, or it has ended.
 bool isNotLoggedIn(const std::exception_ptr& error);

@@ -151,19 +151,30 @@ void Execution::makeRemoteFolders()
     }
 }
 
-/// Of the files in the service that get another version, by their paths.
-std::map<std::string, std::string> Execution::versionsBefore()
+Execution::Known Execution::lookAhead()
 {
+    Known known;
+    if (!isUp) return known;
     std::vector<std::pair<RemotePath, std::uint64_t>> files;
-    for (const auto& step : plan.steps)
-        if (isUp && plan.keepsVersions && step.kind == StepKind::replace)
-            files.emplace_back(plan.pair.remoteAt(step.place), step.target->size);
-    return currentVersions(connection, out, files);
+    std::vector<Upload> uploads;
+    for (const auto& step : plan.steps) {
+        if (step.kind != StepKind::replace) continue;
+        files.emplace_back(plan.pair.remoteAt(step.place), step.target->size);
+        uploads.push_back(uploadOf(step));
+    }
+    if (plan.keepsVersions) {
+        known.versions = currentVersions(connection, out, files);
+    } else {
+        learnDigests(connection, out, uploads);
+        for (const auto& upload : uploads)
+            known.digests[upload.remote.stored()] = upload.sha256;
+    }
+    return known;
 }
 
 void Execution::copyFiles()
 {
-    const auto versions = versionsBefore();
+    const auto known = lookAhead();
     Transfers transfers(connection, out, moved);
     std::uint64_t bytes = 0;
     std::uint64_t count = 0;
@@ -176,9 +187,9 @@ void Execution::copyFiles()
         if (!isUp)
             transfers.add(download(step));
         else if (step.kind == StepKind::create)
-            transfers.add(upload(step, versions));
+            transfers.add(upload(step, known));
         else
-            transfers.add(replacement(step, transfers, versions));
+            transfers.add(afterLook(step, transfers, [&] { return upload(step, known); }));
         bytes += step.source->size;
         ++count;
     }
@@ -189,22 +200,18 @@ void Execution::copyFiles()
 
 /// A request that tells whether the stored file is still as planned, and then what `next` makes. One that is gone
 /// already needs no deletion.
-/// @param meanwhile  done where the reply arrives
-Transfer Execution::afterLook(const Step& step, Transfers& transfers, std::function<Transfer()> next,
-                              std::function<void()> meanwhile)
+Transfer Execution::afterLook(const Step& step, Transfers& transfers, std::function<Transfer()> next)
 {
     auto isGone = std::make_shared<bool>(false);
     Transfer look;
     look.what = plan.pair.remoteAt(step.place).quoted();
-    look.start = [this, where = plan.pair.remoteAt(step.place), watermark = step.target->watermark,
-                  meanwhile = std::move(meanwhile)] {
+    look.start = [this, where = plan.pair.remoteAt(step.place), watermark = step.target->watermark] {
         return connection.files()
             .readFileAttributes(requestFor<FileAttributesRead>(where))
-            .then([watermark, meanwhile](Future<std::unique_ptr<FileAttributesReadResponse>>&& reply) {
+            .then([watermark](Future<std::unique_ptr<FileAttributesReadResponse>>&& reply) {
                 const auto found = reply.get();
                 if (isFolder(found->attributes) || found->attributes.watermark != watermark)
                     throw changedMeanwhile();
-                meanwhile();
                 return true;
             });
     };
@@ -218,27 +225,23 @@ Transfer Execution::afterLook(const Step& step, Transfers& transfers, std::funct
     return look;
 }
 
-/// What replaces a content in place tells its SHA-256 beforehand.
-Transfer Execution::replacement(const Step& step, Transfers& transfers,
-                                const std::map<std::string, std::string>& versions)
+Upload Execution::uploadOf(const Step& step) const
 {
-    const auto sha256 = std::make_shared<std::string>();
-    std::function<void()> learn = [] {};
-    if (!plan.keepsVersions && step.target->size > 0 && step.source->size > 0)
-        learn = [file = plan.pair.local / step.place, sha256] {
-            *sha256 = LocalContent::ofFile(file, Symlinks::refuse).sha256();
-        };
-    return afterLook(
-        step, transfers, [this, &step, &versions, sha256] { return upload(step, versions, *sha256); }, learn);
+    std::optional<StoredFile> existing;
+    if (step.target) existing = {step.target->watermark, step.target->size};
+    return {plan.pair.local / step.place, plan.pair.remoteAt(step.place), step.source->size, existing,
+            Symlinks::refuse};
 }
 
-Transfer Execution::upload(const Step& step, const std::map<std::string, std::string>& versions,
-                           const std::string& sha256)
+Transfer Execution::upload(const Step& step, const Known& known)
 {
-    const Upload asUpload{plan.pair.local / step.place, plan.pair.remoteAt(step.place), step.source->size,
-                          step.target ? std::optional(StoredFile{step.target->watermark, step.target->size})
-                                      : std::nullopt,
-                          Symlinks::refuse};
+    const auto valueIn = [](const std::map<std::string, std::string>& values, const RemotePath& file) {
+        const auto found = values.find(file.stored());
+        return found == values.end() ? std::string() : found->second;
+    };
+    auto asUpload = uploadOf(step);
+    asUpload.sha256 = valueIn(known.digests, asUpload.remote);
+    const auto before = valueIn(known.versions, asUpload.remote);
     auto entry = std::make_shared<Journal::Entry>();
     auto version = std::make_shared<std::string>();
     const auto damaged = std::make_shared<DamagedUpload>();
@@ -246,16 +249,13 @@ Transfer Execution::upload(const Step& step, const std::map<std::string, std::st
     Transfer transfer;
     transfer.what = shown(asUpload.origin);
     transfer.bytes = asUpload.size;
-    const auto found = versions.find(asUpload.remote.stored());
-    const auto before = found == versions.end() ? std::string() : found->second;
-    sendDamagedAgain(transfer, connection, asUpload, existing, before, damaged);
-    transfer.start = [this, asUpload, existing, entry, version, damaged, sha256] {
+    transfer.start = [this, asUpload, existing, entry, version, damaged] {
         const bool exists = asUpload.existing.has_value();
         requireStorable(connection, asUpload.remote, exists, Existing::replace);
         const auto content = LocalContent::ofFile(std::get<fs::path>(asUpload.origin), Symlinks::refuse);
         entry->modified = Journal::trusted(content.modified());
         return storeContent(connection, asUpload.remote, content.publisher(moved), content.size(), existing,
-                            exists, damaged->sha256.empty() ? sha256 : damaged->sha256)
+                            exists, damaged->known(asUpload))
             .then([entry, version](Future<StoredContent>&& reply) {
                 const auto stored = reply.get();
                 *version = stored.version;
@@ -273,6 +273,7 @@ Transfer Execution::upload(const Step& step, const std::map<std::string, std::st
         journal.note(place, *entry);
         uploaded[place] = *entry;
     };
+    sendDamagedAgain(transfer, connection, asUpload, existing, before, damaged);
     return recorded(connection, std::move(transfer), changeBy(asUpload, existing, before), version);
 }
 

@@ -42,26 +42,28 @@ public:
     SyncReport run();
 
 private:
+    /// What is asked before the first file is replaced in the service, by where it is.
+    struct Known {
+        std::map<std::string, std::string> versions; ///< the current ones, where they are kept
+        std::map<std::string, std::string> digests;  ///< of what takes the place of others
+    };
+
     template <class Change>
     void change(const std::string& place, Change change);
     void noteWhatIsSame();
     void makeFolders();
     void makeRemoteRoot();
     void makeRemoteFolders();
-    std::map<std::string, std::string> versionsBefore();
+    Known lookAhead();
     void copyFiles();
-    Transfer upload(const Step& step, const std::map<std::string, std::string>& versions,
-                    const std::string& sha256 = {});
-    Transfer replacement(const Step& step, Transfers& transfers,
-                         const std::map<std::string, std::string>& versions);
+    Upload uploadOf(const Step& step) const;
+    Transfer upload(const Step& step, const Known& known);
     Transfer download(const Step& step);
     void remove();
     void removeRemote(const Step& step, Transfers& transfers);
     void removeLocal(const Step& step);
     void removeRemoteFolders();
-    Transfer afterLook(
-        const Step& step, Transfers& transfers, std::function<Transfer()> next,
-        std::function<void()> meanwhile = [] {});
+    Transfer afterLook(const Step& step, Transfers& transfers, std::function<Transfer()> next);
     std::shared_ptr<const DownloadFolder> folderAt(const std::string& place);
     std::string shownTarget(const std::string& place) const;
     bool isBelowFailed(const std::string& place) const;

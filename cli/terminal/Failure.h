@@ -46,6 +46,12 @@ private:
     std::string ownItem = {};
 };
 
+/// A change that was not made, for all that had been sent, or was taken back.
+class NothingDone : public Failure {
+public:
+    using Failure::Failure;
+};
+
 inline Failure usageError(const std::string& sentence)
 {
     return {ExitCode::usage, sentence};

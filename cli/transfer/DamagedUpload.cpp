@@ -17,15 +17,26 @@ namespace fs = std::filesystem;
 
 namespace {
 
-/// Not what another has stored there since, and not what has come through after all.
-bool isStillDamaged(Connection& connection, const RemotePath& target, const DamagedUpload& damaged)
+/// What most failures begin with.
+constexpr const char* cause = "Something between here and the service changes what is sent; ";
+
+enum class Standing {
+    damaged,
+    taken,   ///< back
+    others,  ///< somebody else has changed it since
+    arrived, ///< all the same, or nobody knows what it is
+};
+
+Standing standing(Connection& connection, const RemotePath& target, const DamagedUpload& damaged)
 {
-    if (damaged.version.empty()) return false;
+    if (damaged.stored.empty()) return Standing::arrived;
     const auto now = currentOf(connection, target);
-    return now.version == damaged.version && now.sha256 != damaged.sha256;
+    if (now.version != damaged.stored) return Standing::others;
+    return now.sha256 == damaged.sha256 ? Standing::arrived : Standing::damaged;
 }
 
-void restore(Connection& connection, const RemotePath& file, const std::string& before)
+void restore(Connection& connection, const RemotePath& file, const std::string& before,
+             const std::string& damaged)
 {
     const auto versions = versionsOf(connection, file)->versions;
     const auto version = std::ranges::find_if(
@@ -35,26 +46,34 @@ void restore(Connection& connection, const RemotePath& file, const std::string& 
         auto request = requestFor<VersionRestore>(file);
         request->versionId = version->versionId;
         request->versionLabel = version->versionLabel;
+        request->ifVersion = damaged;
         return connection.versioning().restoreVersion(std::move(request));
     });
 }
 
-/// @return what to tell then; nothing: what was stored stands there
-std::optional<Failure> takenBack(Connection& connection, const RemotePath& target, bool exists,
-                                 const std::string& before, const DamagedUpload& damaged)
+void removeDamaged(Connection& connection, const RemotePath& file, const std::string& damaged)
+{
+    connection.call([&] {
+        auto request = requestFor<FileDelete>(file);
+        request->ifVersion = damaged;
+        return connection.files().deleteFile(std::move(request));
+    });
+}
+
+Standing takenBack(Connection& connection, const RemotePath& target, bool exists, const std::string& before,
+                   const DamagedUpload& damaged)
 {
     try {
-        if ((exists && before.empty()) || !isStillDamaged(connection, target, damaged)) return {};
-        if (exists) {
-            restore(connection, target, before);
-            return Failure(ExitCode::failure,
-                           "Something between here and the service changes what is sent; the content from "
-                           "before is the current one again. Store it again when that is mended.");
-        }
-        connection.call([&] { return connection.files().deleteFile(requestFor<FileDelete>(target)); });
-        return sentDamaged();
-    } catch (const std::exception&) { // that it cannot be taken back is what people need to know
-        return {};
+        const auto found = standing(connection, target, damaged);
+        if (found != Standing::damaged || (exists && before.empty())) return found;
+        exists ? restore(connection, target, before, damaged.stored)
+               : removeDamaged(connection, target, damaged.stored);
+        return Standing::taken;
+    } catch (const std::exception&) {
+        const auto error = std::current_exception();
+        const bool isOthers =
+            isRefusal(error, reasons::contentChanged) || explain(error).code() == ExitCode::notFound;
+        return isOthers ? Standing::others : Standing::damaged;
     }
 }
 
@@ -94,9 +113,7 @@ void learnDigests(Connection& connection, Output& out, std::vector<Upload>& uplo
     std::uint64_t total = 0;
     std::uint64_t files = 0;
     for (auto& upload : uploads) {
-        // Of nothing, nothing can be lost.
-        const bool isLoss = upload.existing && upload.existing->size > 0 && upload.size > 0;
-        if (!isLoss || !upload.sha256.empty()) continue;
+        if (!upload.existing || upload.size == 0 || !upload.sha256.empty()) continue;
         transfers.add(digestTransfer(connection, upload, read));
         total += upload.size;
         ++files;
@@ -110,33 +127,55 @@ void DamagedUpload::note(const std::exception_ptr& error)
 {
     isError<StoredMismatch>(error, [this](const StoredMismatch& mismatch) {
         wasStored = true;
-        version = mismatch.versionId();
+        stored = mismatch.tag();
         return true;
     });
 }
 
-Failure storedDamaged(Connection& connection, const RemotePath& target, bool exists,
-                      const std::string& before, const DamagedUpload& damaged)
+void takeDamagedBack(Connection& connection, const RemotePath& target, bool exists, const std::string& before,
+                     const DamagedUpload& damaged)
 {
-    if (auto told = takenBack(connection, target, exists, before, damaged)) return *told;
-    return {ExitCode::failure, "Something between here and the service changes what is sent, and what stands "
-                               "there now is damaged. Store it again with --force when that is mended."};
+    switch (takenBack(connection, target, exists, before, damaged)) {
+    case Standing::taken:
+        if (!exists) throw sentDamaged();
+        throw NothingDone(ExitCode::failure, std::string(cause) +
+                                                 "the content from before is the current one again. Store it "
+                                                 "again when that is mended.");
+    case Standing::others:
+        throw NothingDone(ExitCode::failure, std::string(cause) +
+                                                 "somebody else has changed what stands there since, and "
+                                                 "that was left as it is.");
+    case Standing::damaged:
+    case Standing::arrived:
+        break;
+    }
+    throw Failure(ExitCode::failure, "Something between here and the service changes what is sent, and what "
+                                     "stands there now is damaged. Store it again with --force when that is "
+                                     "mended.");
 }
 
 void sendDamagedAgain(Transfer& transfer, Connection& connection, const Upload& upload, Existing existing,
                       const std::string& before, const std::shared_ptr<DamagedUpload>& damaged)
 {
+    const auto kept = existing == Existing::addVersion ? before : std::string();
+    const auto takeBack = [&connection, upload, kept, damaged] {
+        takeDamagedBack(connection, upload.remote, upload.existing.has_value(), kept, *damaged);
+    };
     transfer.mayRepeat = [&connection, upload, damaged](const std::exception_ptr& error) {
         if (!isSentDamaged(error)) return false;
         damaged->note(error);
+        if (damaged->wasStored && damaged->stored.empty()) return false; // in whose place nobody could say
         damaged->sha256 = digestOfOrigin(connection, upload);
         return true;
     };
-    const auto keptBefore = existing == Existing::addVersion ? before : std::string();
-    transfer.failed = [&connection, upload, keptBefore, damaged](const std::exception_ptr& error) {
+    transfer.wasDone = [&connection, upload, damaged, wasDone = std::move(transfer.wasDone)] {
+        if (damaged->wasStored && standing(connection, upload.remote, *damaged) == Standing::damaged)
+            return std::optional(false);
+        return wasDone();
+    };
+    transfer.failed = [takeBack, damaged](const std::exception_ptr& error) {
         damaged->note(error);
-        if (damaged->wasStored && !isUnknownOutcome(error))
-            throw storedDamaged(connection, upload.remote, upload.existing.has_value(), keptBefore, *damaged);
+        if (damaged->wasStored) takeBack();
     };
 }
 

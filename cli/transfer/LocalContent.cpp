@@ -41,7 +41,7 @@ struct Original {
 
         if (::fstat(file->get(), &after) != 0) throwErrno("Could not read", shown);
         if (!isSame(before, after))
-            throw Failure(ExitCode::failure, shown + " changed while it was being read; store it again.");
+            throw NothingDone(ExitCode::failure, shown + " changed while it was being read; store it again.");
     }
 };
 

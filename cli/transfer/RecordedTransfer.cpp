@@ -47,8 +47,14 @@ Transfer recorded(Connection& connection, Transfer transfer, Change change,
         succeeded();
     };
     transfer.failed = [log, note, failed = std::move(transfer.failed)](const std::exception_ptr& error) {
-        failed(error);
-        if (note->number && isRefused(error)) log->notDone(*note->number);
+        auto final = error;
+        try {
+            failed(error);
+        } catch (const std::exception&) {
+            final = std::current_exception();
+        }
+        if (note->number && isRefused(final)) log->notDone(*note->number);
+        std::rethrow_exception(final);
     };
     return transfer;
 }

@@ -148,13 +148,14 @@ void Transfers::settle(std::unique_ptr<Entry> entry, std::exception_ptr error)
 
 void Transfers::conclude(const Entry& entry, const std::exception_ptr& error)
 {
-    if (error && !entry.transfer.forgives(error)) {
+    const bool isGone = error && isServiceGone(error);
+    if (!error || entry.transfer.forgives(error)) {
+        ++report.done;
+        entry.transfer.succeeded();
+    } else {
         fail(entry, error);
-        if (isServiceGone(error)) giveUp();
-        return;
     }
-    ++report.done;
-    entry.transfer.succeeded();
+    if (isGone) giveUp();
 }
 
 void Transfers::renewSession(std::unique_ptr<Entry> entry)
@@ -213,7 +214,7 @@ void Transfers::giveUp()
 {
     abandoned = true;
     for (const auto& entry : std::exchange(waiting, {})) {
-        if (entry.error)
+        if (entry.error && !entry.transfer.forgives(entry.error))
             fail(entry, entry.error);
         else
             ++report.notStarted;

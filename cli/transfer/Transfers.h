@@ -38,8 +38,8 @@ struct Transfer {
     /// Called on the thread of run(), after a pause, when the connection was lost and nobody knows whether the change
     /// was made. True: it was. False: it was not, and is sent again. Nothing: nobody can tell, and that is the failure.
     std::function<std::optional<bool>()> wasDone = [] { return std::optional<bool>(); };
-    /// Called on the thread of run() after a failure for good that nothing forgives. What it throws is the failure
-    /// then.
+    /// Called on the thread of run() after a failure for good that nothing forgives. What it throws, if it does, is the
+    /// failure then.
     std::function<void(const std::exception_ptr&)> failed = [](const std::exception_ptr&) {};
     /// Called on the thread of run() after a failure; true: the failure is forgiven, and counts as success.
     std::function<bool(const std::exception_ptr&)> forgives = [](const std::exception_ptr&) { return false; };

@@ -43,7 +43,8 @@ RemotePath join(const RemotePath& folder, const std::string& below)
 StoredContent confirmed(const FileUploadResponse& response)
 {
     requireConfirmed(!response.versionId.empty(), "the id of the version that it stored");
-    return StoredContent{response.bytes, response.sha256, response.versionId};
+    return StoredContent{response.bytes, response.sha256,
+                         response.tag.empty() ? response.versionId : response.tag};
 }
 
 } // namespace
@@ -56,14 +57,15 @@ std::string digestOfOrigin(Connection& connection, const Upload& upload)
 
 Future<StoredContent> storeContent(Connection& connection, const RemotePath& target, ContentPublisher content,
                                    std::optional<std::uint64_t> size, Existing existing, bool exists,
-                                   const std::string& sha256)
+                                   const KnownContent& known)
 {
     auto request = requestFor<FileUpload>(target);
-    request->createMode = exists || !sha256.empty() ? CreateMode::update : CreateMode::create;
-    request->createNewVersion = existing == Existing::addVersion && sha256.empty();
+    request->createMode = exists || !known.replaces.empty() ? CreateMode::update : CreateMode::create;
+    request->createNewVersion = existing == Existing::addVersion && known.replaces.empty();
     request->content = std::move(content);
     request->size = size;
-    request->sha256 = sha256;
+    request->sha256 = known.sha256;
+    request->ifVersion = known.replaces;
     return connection.contents()
         .uploadFile(std::move(request))
         .then([](Future<std::unique_ptr<FileUploadResponse>>&& reply) { return confirmed(*reply.get()); });
@@ -291,12 +293,11 @@ UploadReport Uploader::run()
         const auto damaged = std::make_shared<DamagedUpload>();
         const auto found = versions.find(upload.remote.stored());
         const auto before = found == versions.end() ? std::string() : found->second;
-        sendDamagedAgain(transfer, connection, upload, existing, before, damaged);
         transfer.what = shown(upload.origin);
         transfer.item = upload.remote.stored();
         transfer.bytes = upload.size;
         transfer.start = [this, &upload, stored, damaged] {
-            return send(upload, stored, damaged->sha256.empty() ? upload.sha256 : damaged->sha256);
+            return send(upload, stored, damaged->known(upload));
         };
         transfer.wasDone = [this, &upload, stored] {
             const auto isDone = isStored(connection, upload);
@@ -308,6 +309,7 @@ UploadReport Uploader::run()
             report.bytes += stored->bytes; // the file may have become longer or shorter
             out.detail("Stored " + shown(upload.origin) + " as " + upload.remote.quoted() + ".");
         };
+        sendDamagedAgain(transfer, connection, upload, existing, before, damaged);
         transfers.add(recorded(connection, std::move(transfer), changeBy(upload, existing, before),
                                std::shared_ptr<const std::string>(stored, &stored->version)));
         total += upload.size;
@@ -319,7 +321,7 @@ UploadReport Uploader::run()
 }
 
 Future<bool> Uploader::send(const Upload& upload, const std::shared_ptr<StoredContent>& stored,
-                            const std::string& sha256)
+                            const KnownContent& known)
 {
     const bool exists = upload.existing.has_value();
     requireStorable(connection, upload.remote, exists, existing);
@@ -327,10 +329,10 @@ Future<bool> Uploader::send(const Upload& upload, const std::shared_ptr<StoredCo
     const auto begin = [&] {
         if (const auto* other = std::get_if<RemotePath>(&upload.origin))
             return storeContent(connection, upload.remote, contentOf(connection, *other, upload.size, moved),
-                                {}, existing, exists, sha256);
+                                {}, existing, exists, known);
         const auto content = LocalContent::ofFile(std::get<fs::path>(upload.origin), upload.symlinks);
         return storeContent(connection, upload.remote, content.publisher(moved), content.size(), existing,
-                            exists, sha256);
+                            exists, known);
     };
     return begin().then([stored](Future<StoredContent>&& reply) {
         *stored = reply.get();
@@ -378,20 +380,24 @@ void uploadStandardInput(Connection& connection, const RemotePath& target, Exist
         change.before = naming(target, [&] { return currentOf(connection, target).version; });
     }
     const auto store = [&] {
-        const auto stored = storeContent(connection, target, content.publisher(countFromZero()),
-                                         content.size(), existing, exists)
-                                .get();
-        bytes = stored.bytes;
-        return stored.version;
+        try {
+            const auto stored = storeContent(connection, target, content.publisher(countFromZero()),
+                                             content.size(), existing, exists)
+                                    .get();
+            bytes = stored.bytes;
+            return stored.version;
+        } catch (const std::exception&) {
+            DamagedUpload damaged;
+            damaged.note(std::current_exception());
+            if (damaged.wasStored) takeDamagedBack(connection, target, exists, change.before, damaged);
+            throw;
+        }
     };
     naming(target, [&] {
         try {
             recorded(connection, change, store);
         } catch (const std::exception&) {
             const auto error = std::current_exception();
-            DamagedUpload damaged;
-            damaged.note(error);
-            if (damaged.wasStored) throw storedDamaged(connection, target, exists, change.before, damaged);
             if (!isTransient(error)) throw;
             const auto failure = explain(error);
             throw failure.saying(failure.what() +

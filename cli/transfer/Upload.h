@@ -54,18 +54,23 @@ struct UploadReport {
 struct StoredContent {
     std::uint64_t bytes = 0;
     std::string sha256;
-    std::string version; ///< its id
+    std::string version; ///< as CurrentContent::version
 };
 
 /// What storing it changes. @param version  that is the current one before; empty: not known
 Change changeBy(const Upload& upload, Existing existing, const std::string& version);
 
+/// What is known of a content before it is sent.
+struct KnownContent {
+    std::string sha256 = {};   ///< the service stores nothing else; empty: not known
+    std::string replaces = {}; ///< what it has stored instead, whose place this takes; empty: nothing
+};
+
 /// Stores one content; when it is of a file, its size is known.
-/// @param sha256  what it has to have, for one that replaces another in place; empty: not known
 connector::Future<StoredContent> storeContent(Connection& connection, const RemotePath& target,
                                               connector::tarn::ContentPublisher content,
                                               std::optional<std::uint64_t> size, Existing existing,
-                                              bool exists, const std::string& sha256 = {});
+                                              bool exists, const KnownContent& known = {});
 
 /// The SHA-256 of what an upload brings. @throws what a request fails with; Failure
 std::string digestOfOrigin(Connection& connection, const Upload& upload);
@@ -111,7 +116,7 @@ private:
     void leaveWhatIsThere();
     std::map<std::string, std::string> versionsBefore();
     connector::Future<bool> send(const Upload& upload, const std::shared_ptr<StoredContent>& stored,
-                                 const std::string& sha256);
+                                 const KnownContent& known);
 
     Connection& connection;
     Output& out;

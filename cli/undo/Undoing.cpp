@@ -182,17 +182,19 @@ private:
             else if (!change.after.empty())
                 differs(item, changedSince);
             else
-                files[&change] = ofKilled(change, item, current->sha256);
+                files[&change] = ofKilled(change, item, *current);
         };
         return transfer;
     }
 
     /// What a command left that was killed before it knew.
-    Found ofKilled(const Change& change, const RemotePath& item, const std::string& sha256)
+    Found ofKilled(const Change& change, const RemotePath& item, const CurrentContent& current)
     {
         const auto digest = digestOfOrigin(connection, change);
-        if (!digest) differs(item, nobodyKnows);
-        return digest == sha256 ? Found::ours : Found::anothers;
+        if (digest == current.sha256) return Found::ours;
+        // It may have been changed on its way there.
+        if (!digest || current.size == change.size) differs(item, nobodyKnows);
+        return Found::anothers;
     }
 
     void deleteFile(const RemotePath& item)
@@ -267,19 +269,21 @@ private:
         if (before == versions.end())
             return plan.lost.push_back({file.text(), "the version before is not kept any more"});
         plan.steps.push_back({"restore", file.text(), "version " + std::to_string(before->versionLabel),
-                              sending<VersionRestore>([&connection = connection, file, version = *before] {
-                                  auto request = requestFor<VersionRestore>(file);
-                                  request->versionId = version.versionId;
-                                  request->versionLabel = version.versionLabel;
-                                  return connection.versioning().restoreVersion(std::move(request));
-                              }),
+                              sending<VersionRestore>(
+                                  [&connection = connection, file, version = *before, now = current.version] {
+                                      auto request = requestFor<VersionRestore>(file);
+                                      request->versionId = version.versionId;
+                                      request->versionLabel = version.versionLabel;
+                                      request->ifVersion = now;
+                                      return connection.versioning().restoreVersion(std::move(request));
+                                  }),
                               [] { return false; }});
     }
 
     bool isOfKilled(const Change& change, const RemotePath& file, const CurrentContent& current,
                     const std::string& newest)
     {
-        if (change.kind == Kind::addVersion) return ofKilled(change, file, current.sha256) == Found::ours;
+        if (change.kind == Kind::addVersion) return ofKilled(change, file, current) == Found::ours;
         return isVersion(current.version, change.after.empty() ? newest : change.after);
     }
 

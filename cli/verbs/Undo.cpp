@@ -61,7 +61,7 @@ json documentOf(const LoggedCommand& command, const UndoPlan& plan, const Transf
 void show(Output& out, const LoggedCommand& command, const UndoPlan& plan)
 {
     if (plan.steps.empty() && plan.lost.empty())
-        return out.message("All is as it was before " + named(command) + ".");
+        return out.message("Nothing of " + named(command) + " is left to take back.");
     out.message("To take back " + named(command) + " of " + humanTime(command.when) + ":");
     using enum Table::Align;
     Table table({left, left, left});

@@ -17,14 +17,11 @@ public:
 /// The service has stored something else than was sent to it.
 class TARN_API StoredMismatch : public DigestMismatch {
 public:
-    /// @param version  "VersionId" of what it has stored; empty: not told
-    StoredMismatch(const std::string& what, std::string version)
-        : DigestMismatch(what), stored(std::move(version))
-    {
-    }
+    /// @param tag  as FileUploadResponse::tag
+    StoredMismatch(const std::string& what, std::string tag) : DigestMismatch(what), stored(std::move(tag)) {}
 
-    /// Of what it has stored.
-    const std::string& versionId() const { return stored; }
+    /// Of what it has stored, for FileUpload::ifVersion and FileDelete::ifVersion; empty: not told.
+    const std::string& tag() const { return stored; }
 
 private:
     std::string stored;

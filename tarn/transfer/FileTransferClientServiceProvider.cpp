@@ -23,13 +23,14 @@ std::unique_ptr<FileUploadResponse> readUpload(http::HttpClientResponse& reply,
 {
     auto response = std::make_unique<FileUploadResponse>();
     readFields(*readDocument(reply), *response, versionFields);
+    response->tag = detail::ReplyHead(reply).versionId();
     response->bytes = measured.bytes();
     response->sha256 = measured.sha256();
     const std::string told = detail::ReplyHead(reply).sha256();
     if (!told.empty() && told != response->sha256) {
         throw StoredMismatch("The service has stored something else than was sent: its SHA-256 is " + told +
                                  ", not " + response->sha256 + ".",
-                             response->versionId);
+                             response->tag);
     }
     response->verified = !told.empty();
     return response;
@@ -72,6 +73,7 @@ Reply FileTransferClientServiceProvider::handle(std::unique_ptr<FileUpload>&& re
         http.addHeader("Transfer-Encoding", "chunked");
     }
     if (!request->sha256.empty()) http.addHeader("Content-Digest", contentDigestOf(request->sha256));
+    if (!request->ifVersion.empty()) http.addHeader("If-Match", '"' + request->ifVersion + '"');
     auto built = http.buildStreamed();
     built->stop = request->stop;
     return exchange(std::move(built), std::move(to), *context,

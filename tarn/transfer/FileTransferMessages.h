@@ -31,7 +31,8 @@ using ContentSubscriber = std::shared_ptr<reactive_streams::SubscriberAPI<common
 /// 256 KiB serve best. The publisher is let go when the transfer has ended, not within one of its own signals.
 ///
 /// Wire   PUT as FileCreate, FileUpdate; "createMode" by `createMode`, "createNewVersion"; header "Content-Type";
-///        "Content-Length" when `size` is known, otherwise the content goes in chunks; "Content-Digest" with `sha256`
+///        "Content-Length" when `size` is known, otherwise the content goes in chunks; "Content-Digest" with `sha256`,
+///        "If-Match" with `ifVersion`
 /// Fails  as FileCreate and FileUpdate; with the publisher's error; with std::runtime_error "The content ended after
 ///        ... of ... bytes." when it is not as long as `size` says; with StoredMismatch when the service has stored
 ///        something else; with std::invalid_argument without `content`, or when `sha256` is not 64 hexadecimal digits
@@ -48,11 +49,16 @@ struct TARN_API FileUpload : SessionRequest, MessageAPI<FileUpload, FileTransfer
     /// Of the content, where it is known beforehand, as in FileUploadResponse: the service then stores nothing else.
     /// Empty: not known.
     std::string sha256;
+    /// Nothing is stored, ErrorKind::conflict, unless this is the content that is there now: FileUploadResponse::tag or
+    /// FileDownloadHead::versionId. Empty: whatever is there.
+    std::string ifVersion;
     std::stop_token stop;
 };
 
 /// The version written: "VersionId", "VersionLabel".
 struct TARN_API FileUploadResponse : Message, VersionInfo {
+    std::string
+        tag; ///< of the content stored: header "ETag", as FileDownloadHead::versionId; empty: not told
     std::uint64_t bytes = 0; ///< sent
     std::string sha256;      ///< of the bytes sent, 64 hexadecimal digits in lower case
     bool verified = false;   ///< the service has told a digest of what it stored, and it is this one

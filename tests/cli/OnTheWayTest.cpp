@@ -37,7 +37,8 @@ protected:
     {
         service.start();
         alice.set("TARN_USER", "alice");
-        alice.set("TARN_TOKEN", service.addUser("alice"));
+        token = service.addUser("alice");
+        alice.set("TARN_TOKEN", token);
         for (int i = 0; i < 1'000'000; ++i)
             content += static_cast<char>(i * 7 + i / 1000);
         store(content);
@@ -79,6 +80,7 @@ protected:
     static constexpr const char* fetching = "GET /service/v1/files/f";
     TarndProcess service;
     Shell alice;
+    std::string token;
     std::string content;
 };
 
@@ -328,17 +330,30 @@ TEST_F(OnTheWay, WhatIsNotWhatItShouldBeIsRefused)
     EXPECT_THAT(check.out, HasSubstr("alice:/f, version 1: its content is damaged"));
 }
 
-TEST_F(OnTheWay, WhatIsAlwaysDamagedOnItsWayUpLeavesWhatWasThere)
+/// The service behind something that changes a byte of each content on its way up, as long as `damages` says so.
+connector::host::test::Truth damaging(std::uint16_t port, std::function<bool()> damages)
 {
-    const auto truth = connector::host::test::truthOf(service.port());
-    const auto damaging = [truth](std::string request) {
+    const auto truth = connector::host::test::truthOf(port);
+    return [truth, damages = std::move(damages)](std::string request) {
         const bool isChunked = request.ends_with("\r\n0\r\n\r\n");
-        if (request.starts_with("PUT /service/v1/files/") && (isChunked || !request.ends_with("\r\n\r\n")))
-            request[request.size() - (isChunked ? 8 : 1)] ^= 1;
+        const bool isContent =
+            request.starts_with("PUT /service/v1/files/") && (isChunked || !request.ends_with("\r\n\r\n"));
+        if (isContent && damages()) request[request.size() - (isChunked ? 8 : 1)] ^= 1;
         return truth(request);
     };
-    const FaultServer server({}, damaging, [](const std::string&) { return false; });
+}
+
+bool never(const std::string&)
+{
+    return false;
+}
+
+TEST_F(OnTheWay, WhatIsAlwaysDamagedOnItsWayUpLeavesWhatWasThere)
+{
+    const FaultServer server({}, damaging(service.port(), [] { return true; }), never);
     run("put -q f /small; tarn mkdir /pair; tarn put f /pair/f; mkdir -p pair; date >pair/f");
+    const char* const stays = "nothing was stored";
+    const char* const restored = "the content from before is the current one again";
 
     const struct {
         const char* arguments;
@@ -346,15 +361,15 @@ TEST_F(OnTheWay, WhatIsAlwaysDamagedOnItsWayUpLeavesWhatWasThere)
         const char* path;
         std::string there; ///< empty: no such file
     } rows[] = {
-        {"put -f f /f", "nothing was stored", "/f", content},
-        {"put -f new /small", "nothing was stored", "/small", "old"},
-        {"put --new-version f /f", "the content from before is the current one again", "/f", content},
-        {"put --new-version - /f", "the content from before is the current one again", "/f", content},
-        {"put f /fresh", "nothing was stored", "/fresh", ""},
-        {"put - /fresh", "nothing was stored", "/fresh", ""},
-        {"cp /f /fresh", "nothing was stored", "/fresh", ""},
-        {"cp -f /f /small", "nothing was stored", "/small", "old"},
-        {"sync pair /pair", "nothing was stored", "/pair/f", "old"},
+        {"put -f f /f", stays, "/f", content},
+        {"put -f new /small", stays, "/small", "old"},
+        {"put --new-version f /f", restored, "/f", content},
+        {"put --new-version - /f", restored, "/f", content},
+        {"put f /fresh", stays, "/fresh", ""},
+        {"put - /fresh", stays, "/fresh", ""},
+        {"cp /f /fresh", stays, "/fresh", ""},
+        {"cp -f /f /small", stays, "/small", "old"},
+        {"sync pair /pair", stays, "/pair/f", "old"},
         {"put -f - /small", "what stands there now is damaged", "/small", "ole"},
     };
 
@@ -368,6 +383,65 @@ TEST_F(OnTheWay, WhatIsAlwaysDamagedOnItsWayUpLeavesWhatWasThere)
         const auto there = run(std::string("cat ") + row.path);
         EXPECT_EQ(there.exitCode, row.there.empty() ? 3 : 0) << row.arguments;
         EXPECT_EQ(there.out, row.there) << row.arguments;
+    }
+    EXPECT_THAT(run("undo --list").out, testing::Not(HasSubstr("fresh")));
+}
+
+TEST_F(OnTheWay, WhatIsDamagedOnceNeverTakesThePlaceOfWhatAnotherHasStoredSince)
+{
+    Shell other;
+    other.set("TARN_USER", "alice");
+    other.set("TARN_TOKEN", token);
+    other.set("TARN_ENDPOINT", service.url());
+    other.write("f", "theirs");
+
+    const struct {
+        const char* arguments;
+        const char* meanwhile; ///< before the second try arrives
+        const char* path;
+    } rows[] = {
+        {"put --new-version f /f", "tarn put --new-version f /f", "/f"},
+        {"put f /new", "tarn put --new-version f /new", "/new"},
+        {"cp /new /copy", "tarn rm /copy; tarn put f /copy", "/copy"},
+    };
+
+    for (const auto& row : rows) {
+        int tries = 0;
+        const FaultServer server({},
+                                 damaging(service.port(),
+                                          [&] {
+                                              if (++tries == 2) other.run(row.meanwhile);
+                                              return tries == 1;
+                                          }),
+                                 never);
+        alice.set("TARN_ENDPOINT", server.url());
+        const auto result = alice.run(std::string("tarn ") + row.arguments);
+        EXPECT_EQ(result.exitCode, 1) << row.arguments;
+        EXPECT_THAT(result.err, HasSubstr("somebody else has changed what stands there")) << row.arguments;
+        EXPECT_EQ(run(std::string("cat ") + row.path).out, "theirs") << row.arguments;
+    }
+}
+
+TEST_F(OnTheWay, WhatIsDamagedAndThenLosesItsReplyIsStoredAndCanBeTakenBack)
+{
+    alice.write("f", "newer");
+    const std::pair<const char*, std::string> rows[] = {{"put f /new", ""},
+                                                        {"put --new-version f /f", content}};
+    for (const auto& [arguments, before] : rows) {
+        int tries = 0;
+        const auto isLost = [&](const std::string& request) {
+            return request.starts_with("PUT /service/v1/files/") && tries == 2;
+        };
+        const FaultServer server({"", Ending::noReply, [](auto&, const auto&) {}},
+                                 damaging(service.port(), [&] { return ++tries == 1; }), isLost);
+        alice.set("TARN_ENDPOINT", server.url());
+        const auto result = alice.run(std::string("tarn ") + arguments + "; tarn cat " +
+                                      &arguments[std::string(arguments).find('/')]);
+        EXPECT_EQ(result.exitCode, 0) << result.err;
+        EXPECT_EQ(result.out, "newer");
+        EXPECT_EQ(alice.run("tarn undo --yes").exitCode, 0) << arguments;
+        EXPECT_EQ(alice.run(std::string("tarn cat ") + &arguments[std::string(arguments).find('/')]).out,
+                  before);
     }
 }
 

@@ -159,7 +159,8 @@ constexpr Row rows[] = {
      0,
      ".tarn-removed/\nl/\nmove          /.tarn-removed/N/k  to /k\ndeleteFolder  /.tarn-removed/N\n"
      "deleteFolder  /.tarn-removed\nl/\nk\n"},
-    {"tarn restore -q /k 1; tarn undo -y", 0, "tarn: All is as it was before `tarn restore -q /k 1`.\n"},
+    {"tarn restore -q /k 1; tarn undo -y", 0,
+     "tarn: Nothing of `tarn restore -q /k 1` is left to take back.\n"},
 };
 
 TEST(Undo, SaysWhatItDoesAndWhatItCannot)
