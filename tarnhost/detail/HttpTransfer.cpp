@@ -21,6 +21,7 @@ namespace {
 // Made and given back for each exchange, for which the heap puts larger ones in order first.
 constexpr long replyBufferBytes = 32 * 1024;
 constexpr long bodyBufferBytes = 64 * 1024;
+constexpr std::uint16_t firstRefusal = 300;
 constexpr std::uint16_t statusTooMany = 429;
 /// More than anybody waits for, and few enough to calculate with.
 constexpr curl_off_t secondsOfAYear = 365 * 24 * 3600;
@@ -83,6 +84,7 @@ std::shared_ptr<OutgoingStream> HttpTransfer::openStreams(const std::shared_ptr<
 
 void HttpTransfer::listen(const std::shared_ptr<LoopBell>& bell)
 {
+    loopBell = bell;
     if (stop.stop_possible()) onStop.emplace(stop, Ring{bell});
     if (call && call->stop.stop_possible()) onCallStop.emplace(call->stop, Ring{bell});
 }
@@ -155,7 +157,7 @@ CURLcode HttpTransfer::attend()
 {
     int standing = paused;
     if (incoming && incoming->hasRoomAgain()) standing &= ~CURLPAUSE_RECV;
-    if (outgoing && outgoing->hasMoreAgain()) standing &= ~CURLPAUSE_SEND;
+    if (outgoing && (isRefused() || outgoing->hasMoreAgain())) standing &= ~CURLPAUSE_SEND;
     if (standing == paused) return CURLE_OK;
     paused = standing; // before the call, which may come back with more to pause for
     return curl_easy_pause(easy->get(), standing);
@@ -196,10 +198,16 @@ bool HttpTransfer::isSent() const
     return outgoing ? outgoing->isAllTaken() && bytesOut() >= uploaded : bytesOut() >= body.size;
 }
 
+/// libcurl sends nothing more then, but waits for the end of a pause all the same.
+bool HttpTransfer::isRefused() const
+{
+    return reply->hasHead() && reply->status() >= firstRefusal;
+}
+
 bool HttpTransfer::isOverdue(ExchangeClock::Time now)
 {
     if (!sendBegun) return false; // until then libcurl watches the time
-    const bool slowPublisher = outgoing && outgoing->wasHeld();
+    const bool slowPublisher = outgoing && outgoing->wasHeld() && !isRefused();
     const bool slowSubscriber = incoming && incoming->wasHeld();
     const bool waitedTurn = std::exchange(wasLimited, limited != 0);
     refusal = clock->overdue(now, {isSent(), reply->hasBegun(), reply->isDocument(), bytesOut(),

@@ -136,6 +136,7 @@ private:
     bool mayHaveHappened() const;
     std::uint64_t bytesOut() const;
     bool isSent() const;
+    bool isRefused() const;
     bool isLeftToItsStream() const;
     void endStream();
     std::string reasonOf(CURLcode outcome) const;
@@ -183,6 +184,7 @@ private:
     std::shared_ptr<DeliveryThreads> threads; ///< those of the streams; null without
     std::shared_ptr<OutgoingStream> outgoing; ///< null: the body is in `body`
     std::shared_ptr<IncomingStream> incoming; ///< null: the reply is gathered
+    std::shared_ptr<LoopBell> loopBell;       ///< there once `listen` has been called
     std::optional<std::stop_callback<Ring>> onStop, onCallStop;
     RateLimits* limits = nullptr;             ///< null: none
     int paused = 0;                           ///< CURLPAUSE_ bits

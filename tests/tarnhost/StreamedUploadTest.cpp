@@ -185,6 +185,24 @@ TEST(StreamedUpload, IsNotTriedAgainWithoutTheBytesThatAreGone)
     EXPECT_EQ(server.connectionCount(), 1u);
 }
 
+TEST(StreamedUpload, HearsOfARefusalWhileThePublisherHasNothingToGive)
+{
+    for (const auto size : {std::optional<std::uint64_t>(200'000), std::optional<std::uint64_t>()}) {
+        std::promise<void> gate;
+        ScriptedHttpServer server([](ScriptedHttpServer::Connection& connection) {
+            if (!connection.readHead()) return;
+            connection.send(ScriptedHttpServer::reply("<R/>", "413 Content Too Large"));
+            connection.ignore();
+        });
+        TarnHost host({.endpoint = server.url()});
+        const auto producer = std::make_shared<Producer>(2);
+        producer->gate = gate.get_future().share();
+        EXPECT_EQ(failureOf<TarnError>(uploadOf(host, producer, size)), "Unknown error.");
+        EXPECT_EQ(producer->cancelled.get_future().wait_for(patience), std::future_status::ready);
+        gate.set_value();
+    }
+}
+
 /// Brings one byte whenever it is asked.
 struct Dripper : reactive_streams::PublisherAPI<DataBuffer>,
                  reactive_streams::Subscription,
