@@ -369,7 +369,7 @@ void HttpTransfer::settle()
     const DeliveryScope scope("the reply to ", &target.path);
     onStop.reset();
     onCallStop.reset();
-    if (outgoing) outgoing->cancel();
+    if (outgoing) outgoing->release();
     const auto moved = report ? progress() : TransferProgress();
     if (headGiven) {
         if (!report) return;

@@ -107,6 +107,13 @@ void OutgoingStream::onError(std::exception_ptr error)
 void OutgoingStream::cancel()
 {
     Lock lock(mutex);
+    if (ended || stopped) return;
+    fail(std::move(lock), std::make_exception_ptr(std::runtime_error("Content stream cancelled.")));
+}
+
+void OutgoingStream::release()
+{
+    Lock lock(mutex);
     stopped = true;
     const auto dropped = std::exchange(items, {});
     schedule(std::move(lock));

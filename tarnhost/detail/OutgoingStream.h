@@ -38,10 +38,13 @@ public:
     void onNext(common::DataBuffer&& item) override;
     void onComplete() override;
     void onError(std::exception_ptr error) override;
-    /// Asks for nothing more and lets the publisher go.
+    /// Fails the stream, unless it has ended.
     void cancel() override;
 
     Future<bool> completion() override { return makeReadyFuture(true); }
+
+    /// On any thread, when the exchange is over: asks for nothing more and lets the publisher go.
+    void release();
 
     // For the loop, in its turn.
 

@@ -29,12 +29,15 @@ auto uploadOf(TarnHost& host, ContentPublisher content, std::optional<std::uint6
     return host.fileTransfer()->uploadFile(std::move(request));
 }
 
-/// Brings items on a thread of its own, as many as are asked for, once the gate is open; or fails after some.
+/// What a publisher does after its last item.
+enum class Ending { complete, fail, cancel };
+
+/// Brings items on a thread of its own, as many as are asked for, once the gate is open.
 class Producer : public reactive_streams::PublisherAPI<DataBuffer>,
                  public reactive_streams::Subscription,
                  public std::enable_shared_from_this<Producer> {
 public:
-    explicit Producer(int itemCount, bool failsThen = false) : items(itemCount), fails(failsThen) {}
+    explicit Producer(int itemCount, Ending then = Ending::complete) : items(itemCount), ending(then) {}
 
     void subscribe(ContentSubscriber taker) override
     {
@@ -58,7 +61,9 @@ public:
                 receiver->onNext(DataBuffer(std::string(100'000, 'x')));
             }
             if (brought < items) return;
-            fails ? receiver->onError(error) : receiver->onComplete();
+            if (ending == Ending::complete) receiver->onComplete();
+            if (ending == Ending::fail) receiver->onError(error);
+            if (ending == Ending::cancel) receiver->cancel();
         });
     }
 
@@ -76,7 +81,7 @@ public:
 
 private:
     const int items;
-    const bool fails;
+    const Ending ending;
     std::atomic<bool> subscribing = false;
     ContentSubscriber receiver;
     std::thread last;
@@ -87,17 +92,19 @@ TEST(StreamedUpload, SendsTheItemsOfAnotherThreadOrSaysWhyNot)
     struct Row {
         const char* name;
         int items;
-        bool fails;
+        Ending ending;
         std::optional<std::uint64_t> size;
         std::string outcome;
     };
 
     for (const auto& row :
-         {Row{"all", 20, false, 2'000'000, "no error"},
-          Row{"failing publisher", 20, true, 3'000'000, "The disk is gone."},
-          Row{"failing publisher, unknown size", 3, true, {}, "The disk is gone."},
-          Row{"too little", 2, false, 300'000, "The content ended after 200000 of 300000 bytes."},
-          Row{"too much", 2, false, 150'000, "The content to send goes on after 150000 of 150000"}}) {
+         {Row{"all", 20, Ending::complete, 2'000'000, "no error"},
+          Row{"failing publisher", 20, Ending::fail, 3'000'000, "The disk is gone."},
+          Row{"failing publisher, unknown size", 3, Ending::fail, {}, "The disk is gone."},
+          Row{"cancelling publisher", 20, Ending::cancel, 3'000'000, "Content stream cancelled."},
+          Row{"too little", 2, Ending::complete, 300'000, "The content ended after 200000 of 300000 bytes."},
+          Row{"too much", 2, Ending::complete, 150'000,
+              "The content to send goes on after 150000 of 150000"}}) {
         SCOPED_TRACE(row.name);
         std::atomic<bool> done = false;
         bool isWhole = false;
@@ -107,7 +114,7 @@ TEST(StreamedUpload, SendsTheItemsOfAnotherThreadOrSaysWhyNot)
             done = true;
         });
         TarnHost host({.endpoint = server.url(), .threads = 2});
-        const auto producer = std::make_shared<Producer>(row.items, row.fails);
+        const auto producer = std::make_shared<Producer>(row.items, row.ending);
         EXPECT_THAT(failureOf<std::runtime_error>(uploadOf(host, producer, row.size)),
                     HasSubstr(row.outcome));
         // The connection is closed where not all of it came; a publisher that fails at once keeps it from being made.
@@ -120,7 +127,7 @@ TEST(StreamedUpload, EndsWithAPublisherThatDoesNotSayWhatItFailedWith)
 {
     ScriptedHttpServer server([](ScriptedHttpServer::Connection& connection) { connection.ignore(); });
     TarnHost host({.endpoint = server.url()});
-    const auto producer = std::make_shared<Producer>(1, true);
+    const auto producer = std::make_shared<Producer>(1, Ending::fail);
     producer->error = nullptr;
     EXPECT_EQ(failureOf<std::runtime_error>(uploadOf(host, producer, {})),
               "The publisher of the content failed and did not say why.");
