@@ -162,6 +162,7 @@ struct DownloadCase {
 const std::string otherPart = "The service sent another part of the file than was asked for.";
 const std::string otherVersion = "The service sent a part of another version than was asked for.";
 const std::string endsBefore = "The file ends before the part that was asked for.";
+const std::string goesOn = "The content goes on after 4 of 4 bytes.";
 const std::string damaged = "What has arrived is not what the service says it has: its SHA-256 is ";
 const std::string all = "0123456789";
 const Headers digest{{"content-digest", tenDigits}};
@@ -182,6 +183,7 @@ Headers part(const std::string& range)
 const Headers damagedPart{{"content-range", "bytes 3-6/10"}, {"content-digest", tenDigits}};
 const Headers ofRest{{"content-range", "bytes 4-9/10"}, {"content-digest", tenDigits}};
 const Headers ofVersionW{{"content-range", "bytes 4-9/10"}, {"etag", "\"W\""}};
+const Headers longer{{"content-range", "bytes 3-6/10"}, {"content-length", "5"}};
 const Headers twoDigests{{"content-digest", "x=:y:"}, {"content-digest", tenDigits}};
 
 const std::vector<DownloadCase> downloads = {
@@ -202,6 +204,8 @@ const std::vector<DownloadCase> downloads = {
     {"one of two digests", {}, 200, twoDigests, "0123456780", "0<0123456780!", damaged},
     {"another part", {3, 4}, 206, part("2-6/10"), "23456", "", otherPart},
     {"more than the part", {3, 4}, 206, part("3-7/10"), "34567", "", otherPart},
+    {"longer than its range, as its length says", {3, 4}, 206, longer, "34567", "", otherPart},
+    {"longer than its range, of unknown length", {3, 4}, 206, part("3-6/10"), "34567", "3<3456!", goesOn},
     {"part that is not described", {3, 4}, 206, {}, "3456", "", otherPart},
     {"part, not asked for", {}, 206, part("0-1/10"), "<R/>", "", "Unknown error."},
     {"rest", {4, {}, "V", "0123"}, 206, part("4-9/10"), "456789", "4<456789>", "10|4|true||6|true"},

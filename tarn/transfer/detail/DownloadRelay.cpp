@@ -14,6 +14,7 @@ namespace {
 
 using common::DataBuffer;
 
+constexpr auto otherPart = "The service sent another part of the file than was asked for.";
 constexpr std::uint16_t partialContent = 206;
 constexpr std::uint16_t rangeNotSatisfiable = 416;
 
@@ -28,6 +29,12 @@ std::exception_ptr failureOf(Step step)
     } catch (...) {
         return std::current_exception();
     }
+}
+
+std::runtime_error wrongLength(const char* relation, std::uint64_t seen, std::uint64_t expected)
+{
+    return std::runtime_error("The content " + std::string(relation) + " after " + std::to_string(seen) +
+                              " of " + std::to_string(expected) + " bytes.");
 }
 
 } // namespace
@@ -107,7 +114,7 @@ void DownloadRelay::readPart(const http::HttpClientResponse& reply)
     }
     const auto part = head.part();
     if (!part || part->first != asked->offset || !endsAsAsked(*part)) {
-        throw PartMismatch("The service sent another part of the file than was asked for.");
+        throw PartMismatch(otherPart);
     }
     if (const auto version = head.versionId();
         !asked->ifVersion.empty() && !version.empty() && version != asked->ifVersion) {
@@ -115,6 +122,7 @@ void DownloadRelay::readPart(const http::HttpClientResponse& reply)
     }
     response->totalSize = part->total;
     expected = part->last - asked->offset + 1;
+    if (head.contentLength().value_or(*expected) != *expected) throw PartMismatch(otherPart);
 }
 
 /// With the last byte that was asked for or, before that, of the file: a service may send less, which is not all.
@@ -178,6 +186,18 @@ void DownloadRelay::onNext(DataBuffer&& item)
         std::lock_guard lock(mutex);
         if (ended) return;
     }
+    // As much as the head has promised; more is nothing that was asked for.
+    const auto awaited = expected ? *expected - seen : item.size;
+    const bool goesOn = item.size > awaited;
+    item.size = std::min(item.size, awaited);
+    if (item.size > 0 || !goesOn) take(std::move(item));
+    if (!goesOn || !end()) return;
+    stopSource();
+    fail(std::make_exception_ptr(wrongLength("goes on", seen, *expected)));
+}
+
+void DownloadRelay::take(DataBuffer&& item)
+{
     if (hash && hash != asked->hash) hash->add(item.bytes());
     seen += item.size;
     const bool wasEmpty = item.size == 0;
@@ -230,10 +250,7 @@ void DownloadRelay::onComplete()
 /// @pre the body has come to its end
 void DownloadRelay::verify()
 {
-    if (expected && seen != *expected) {
-        throw std::runtime_error("The content ended after " + std::to_string(seen) + " of " +
-                                 std::to_string(*expected) + " bytes.");
-    }
+    if (expected && seen != *expected) throw wrongLength("ended", seen, *expected);
     if (skip > 0) throw PartMismatch("The file ends before the part that was asked for.");
     if (!response->isPart) response->totalSize = seen;
     if (!hash) return;

@@ -44,6 +44,7 @@ private:
     void readWhole(const http::HttpClientResponse& reply);
     bool endsAtOffset(const http::HttpClientResponse& reply) const;
     void chooseHash(bool isRest);
+    void take(common::DataBuffer&& item);
     void cut(common::DataBuffer& item);
     void pass(common::DataBuffer&& item);
     void complete();
