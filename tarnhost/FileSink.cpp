@@ -184,9 +184,23 @@ void FileSink::onSubscribe(std::weak_ptr<reactive_streams::Subscription> offered
 /// The first item at once: most files have no more, and a thread would cost more than it saves.
 void FileSink::onNext(DataBuffer&& item)
 {
-    if (!isFile || !std::exchange(hasBegun, true)) return store(item.bytes());
-    if (!writer) writer = std::make_unique<Writer>(*this);
-    writer->write(std::move(item));
+    orSettle([&] {
+        if (!isFile || !std::exchange(hasBegun, true)) return store(item.bytes());
+        if (!writer) writer = std::make_unique<Writer>(*this);
+        writer->write(std::move(item));
+    });
+}
+
+/// What cannot be written is the end here, too: an error after it may never come.
+template <class Step>
+void FileSink::orSettle(Step step)
+{
+    try {
+        step();
+    } catch (...) {
+        settle(false);
+        throw;
+    }
 }
 
 void FileSink::store(std::string_view bytes)
@@ -220,19 +234,14 @@ void FileSink::skip(std::uint64_t bytes)
 
 void FileSink::onComplete()
 {
-    finish();
+    orSettle([this] { finish(); });
     settle(true);
 }
 
 /// All of it: the download may go on from there.
 void FileSink::onError(std::exception_ptr)
 {
-    try {
-        finish();
-    } catch (...) {
-        settle(false);
-        throw;
-    }
+    orSettle([this] { finish(); });
     settle(false);
 }
 

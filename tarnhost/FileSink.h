@@ -59,6 +59,8 @@ public:
 private:
     class Writer;
 
+    template <class Step>
+    void orSettle(Step step);
     void store(std::string_view bytes);
     void write(std::string_view bytes);
     void skip(std::uint64_t bytes);

@@ -33,6 +33,7 @@ TEST(FileSink, FailsLaterWithWhatCouldNotBeWritten)
         const int file = open("/proc/self/exe", O_RDONLY | O_CLOEXEC);
         FileSink sink(file, {.keepHoles = true});
         close(file);
+        auto completion = sink.completion();
         sink.onNext(DataBuffer(std::string(4096, '\0'))); // a hole, for which nothing is written
         sink.onNext(DataBuffer("x"));
         try {
@@ -41,6 +42,7 @@ TEST(FileSink, FailsLaterWithWhatCouldNotBeWritten)
         } catch (const std::system_error& error) {
             EXPECT_EQ(error.code().value(), EBADF);
         }
+        EXPECT_TRUE(completion.isReady() && !completion.get());
     }
 }
 
