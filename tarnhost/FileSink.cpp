@@ -8,6 +8,7 @@
 #include <condition_variable>
 #include <cstring>
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <system_error>
 #include <thread>
@@ -171,6 +172,7 @@ FileSink::~FileSink()
 void FileSink::onSubscribe(std::weak_ptr<reactive_streams::Subscription> offered)
 {
     std::unique_lock lock(mutex);
+    if (std::exchange(subscribed, true)) throw std::invalid_argument("Only one subscription allowed.");
     subscription = std::move(offered);
     const auto held = subscription.lock();
     const bool isCancelled = settled;

@@ -12,7 +12,7 @@
 
 namespace connector::host {
 
-/// Writes a stream to a descriptor, from where it stands on: the end of a download.
+/// Writes a stream to a descriptor, from where it stands on: the end of one download.
 ///
 ///     download->content = std::make_shared<host::FileSink>(descriptor);
 ///
@@ -44,6 +44,7 @@ public:
     FileSink(const FileSink&) = delete;
     FileSink& operator=(const FileSink&) = delete;
 
+    /// @throws std::invalid_argument "Only one subscription allowed." on a second call
     void onSubscribe(std::weak_ptr<reactive_streams::Subscription> offered) override;
     void onNext(common::DataBuffer&& item) override;
     /// @throws std::system_error
@@ -75,6 +76,7 @@ private:
     std::unique_ptr<Writer> writer; ///< null: all has been written within `onNext`
     std::mutex mutex;               ///< guards everything below
     std::weak_ptr<reactive_streams::Subscription> subscription;
+    bool subscribed = false;
     bool settled = false;
     Promise<bool> ended;
 };

@@ -63,7 +63,7 @@ TEST(FileSink, HasWrittenAllBeforeItReturnsFromTheEndOrTheError)
     }
 }
 
-TEST(FileSink, RefusesADownloadWhenItWasCancelledBefore)
+TEST(FileSink, RefusesADownloadWhenItWasCancelledBeforeAndASecondOne)
 {
     tarntest::ManualPublisher publisher;
     const auto sink = std::make_shared<FileSink>(STDOUT_FILENO);
@@ -71,6 +71,7 @@ TEST(FileSink, RefusesADownloadWhenItWasCancelledBefore)
     publisher.subscribe(sink);
     EXPECT_TRUE(publisher.link->cancelled);
     EXPECT_EQ(publisher.link->requested, 0u);
+    EXPECT_THROW(publisher.subscribe(sink), std::invalid_argument);
 }
 
 TEST(FileSink, WaitsForRoomInAPipeThatDoesNot)
