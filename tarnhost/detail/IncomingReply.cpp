@@ -81,7 +81,10 @@ void IncomingReply::takeLine(std::string_view line)
 void IncomingReply::beginHead(std::string_view statusLine)
 {
     stage = Stage::head;
-    headers.clear(); // those of an interim reply
+    headers.clear(); // what an interim reply has told
+    framings = 0;
+    announced = 0;
+    chunked = false;
     const auto code = statusLine.find(' ');
     if (code == std::string_view::npos) refuse("The reply has no status.");
     statusCode = numberIn<std::uint16_t>(statusLine.substr(code + 1, 3), "The reply has no status.");

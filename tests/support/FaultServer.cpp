@@ -150,7 +150,7 @@ std::vector<Fault> makeFaults()
          milliseconds(10)},
         {"always says to go on", noReply, "", Then::close, goOn, milliseconds(1)},
         {"says to go on first", truth, goOn + "{all}"},
-        {"hints first", truth, "HTTP/1.1 103 Early Hints\r\nLink: </>\r\n\r\n{all}"},
+        {"hints first", truth, "HTTP/1.1 103 Early Hints\r\nContent-Length: 3\r\n\r\n{all}"},
         {"says to go on and no more", noReply, goOn},
         {"is cut after it said to go on", noReply, goOn + "{open}"},
         {"folds a header", truth, "{start}X-Note: one\r\n two\r\nContent-Length: {size}\r\n\r\n{body}"},
