@@ -93,7 +93,7 @@ struct TARN_API FileDownloadHead {
 /// With `ifVersion`, the part is wanted only of that version, which the caller has the beginning of. Of any other
 /// the service sends the whole file, which `onHead` tells by an `offset` of 0. Without it, a service that knows
 /// nothing of parts sends the whole file, too; the bytes that were not asked for are then dropped here. A part that
-/// begins where the file ends is empty.
+/// begins where the file ends is empty; a host that hands no headers over fails it, as one behind the end.
 ///
 /// Wire   GET as FileRead; "Range" when `offset` or `length` is given, and then "If-Range" when `ifVersion` is
 /// Fails  as FileRead; with what the service says of a part behind the end; with PartMismatch when another part comes
