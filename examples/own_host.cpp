@@ -32,6 +32,7 @@ public:
             request.insert(name, value);
         if (asked.body)
             request.body() = reactive_streams::reduceContentToDataBuffer(asked.body).get().bytes();
+        // In the place of what the headers say of it, which is for hosts that send a body while it arrives.
         if (asked.body || asked.method == "put") request.content_length(request.body().size());
 
         boost::asio::io_context io;

@@ -21,6 +21,7 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -87,13 +88,16 @@ protected:
         return host->connector()->getContext()->send(std::move(message), std::move(to));
     }
 
+    using Header = std::pair<std::string, std::string>;
+
     Future<Reply> send(const std::string& method, const std::string& url, const char* body = nullptr,
-                       bool atMostOnce = false)
+                       bool atMostOnce = false, const std::optional<Header>& header = {})
     {
         using Publisher = connector::reactive_streams::OneShotPublisher<connector::common::DataBuffer>;
         auto content = body ? std::make_shared<Publisher>(connector::common::DataBuffer(body)) : nullptr;
         auto request = std::make_unique<connector::http::HttpClientRequest>(url, method, std::move(content));
         request->headers = {{"x-session", "s1"}, {"x-empty", ""}};
+        if (header) request->headers.insert(*header);
         request->atMostOnce = atMostOnce;
         return send(std::move(request), host->http());
     }
@@ -146,22 +150,22 @@ TEST_P(HostTest, SendsTheRequestAsItStands)
 {
     struct Row {
         const char *method, *target, *body, *line, *length;
+        std::optional<Header> framing = {};
     };
 
-    for (const auto& [method, target, body, line, length] :
+    for (const auto& [method, target, body, line, length, framing] :
          {Row{"get", "/a%20b?x=1&y=%26", nullptr, "GET /a%20b?x=1&y=%26 HTTP/1.1", nullptr},
           Row{"get", "/a/../b/./c//d", nullptr, "GET /a/../b/./c//d HTTP/1.1", nullptr},
           Row{"put", "/f", "hello", "PUT /f HTTP/1.1", "content-length: 5"},
           Row{"put", "/f", "", "PUT /f HTTP/1.1", "content-length: 0"},
+          Row{"put", "/f", "hello", "PUT /f HTTP/1.1", "content-length: 5", Header{"Content-Length", "5"}},
+          Row{"put", "/f", "hello", "PUT /f HTTP/1.1", nullptr, Header{"Transfer-Encoding", "chunked"}},
           Row{"delete", "/f", nullptr, "DELETE /f HTTP/1.1", nullptr}}) {
         ScriptedHttpServer server(ScriptedHttpServer::always(ScriptedHttpServer::reply("ok")));
-        EXPECT_EQ(outcomeOf(send(method, server.url(target), body)).body, "ok");
+        EXPECT_EQ(outcomeOf(send(method, server.url(target), body, false, framing)).body, "ok");
         const auto requests = server.requests();
         ASSERT_EQ(requests.size(), 1u);
         EXPECT_EQ(requests[0].substr(0, requests[0].find("\r\n")), line);
-        if (body) {
-            EXPECT_TRUE(requests[0].ends_with(std::string("\r\n\r\n") + body));
-        }
         const auto headers = headersOf(requests[0]);
         const auto has = [&](const std::string& header) {
             return std::find(headers.begin(), headers.end(), header) != headers.end();
@@ -169,6 +173,12 @@ TEST_P(HostTest, SendsTheRequestAsItStands)
         EXPECT_TRUE(has("host: " + server.peer())) << requests[0];
         EXPECT_TRUE(has("x-session: s1") && has("x-empty:")) << requests[0];
         EXPECT_TRUE(!length || has(length)) << requests[0];
+        const auto framings = std::count_if(headers.begin(), headers.end(), [](const auto& sent) {
+            return sent.starts_with("content-length:") || sent.starts_with("transfer-encoding:");
+        });
+        EXPECT_LE(framings, 1) << "says more than once where the body ends: " << requests[0];
+        const auto content = has("transfer-encoding: chunked") ? "5\r\nhello\r\n0\r\n\r\n" : body;
+        EXPECT_TRUE(!body || requests[0].ends_with(std::string("\r\n\r\n") + content)) << requests[0];
         EXPECT_EQ(requests[0].find("ccept-"), std::string::npos) << "asks for what nobody wanted";
     }
 }

@@ -26,6 +26,8 @@ enum class ReplyBody : std::uint8_t {
 /// - the method in upper case, the URL's path and query untouched, the headers as they are, one with an empty value
 ///   included;
 /// - a body with its length; one that is present and empty with "Content-Length: 0", and so a "put" without a body;
+/// - "Content-Length" and "Transfer-Encoding" among the headers frame a body that is sent as it arrives (see
+///   HttpStreamedRequest); a host that gathers the body replaces them by a length of its own;
 /// - once: no redirect is followed, and what must not happen twice (see `atMostOnce`) is not sent a second time when a
 ///   kept-alive connection turns out dead;
 /// - asking for no content coding, and undoing none.
