@@ -48,6 +48,21 @@ Examples:
 
 `tarn VERB --help` explains a verb.)";
 
+/// The parser takes "[a,b]" for a list of two words, and "++" for the end of a verb. At the end of such a word this sign,
+/// which no argument can hold, keeps it as it was typed.
+constexpr char asTyped = '\0';
+
+void keepAsTyped(std::string& word)
+{
+    if (word == "++" || (word.starts_with('[') && word.ends_with(']'))) word += asTyped;
+}
+
+std::string typedWord(std::string word)
+{
+    std::erase(word, asTyped);
+    return word;
+}
+
 /// Hands each of a verb's options to the parser in its own terms.
 class Declaration {
 public:
@@ -84,6 +99,7 @@ private:
     CLI::Option* ruled(CLI::Option* added) const
     {
         added->required(option.rules.required);
+        added->transform(typedWord);
         if (*option.rules.valueName != '\0') added->type_name(option.rules.valueName);
         return added;
     }
@@ -136,6 +152,7 @@ public:
     {
         std::vector<std::string> arguments(argv + 1, argv + argc);
         doubleDashes(arguments);
+        std::ranges::for_each(arguments, keepAsTyped);
         std::ranges::reverse(arguments); // as the parser wants them
         try {
             app.parse(std::move(arguments));
@@ -262,7 +279,7 @@ private:
     {
         const auto extras = app.remaining();
         if (extras.empty()) return;
-        const auto& extra = extras.front();
+        const auto extra = typedWord(extras.front());
         // Behind a verb, or with a dash in front, it was not meant as a verb.
         const auto verbsGiven = app.get_subcommands();
         if (!verbsGiven.empty() || extra.starts_with('-'))
@@ -287,7 +304,7 @@ private:
     static std::string sentence(std::string text)
     {
         std::replace(text.begin(), text.end(), '\n', ' ');
-        return escaped(text) + (text.ends_with('.') ? "" : ".") + " See --help.";
+        return escaped(typedWord(text)) + (text.ends_with('.') ? "" : ".") + " See --help.";
     }
 
     CLI::App app{"Keeps your files in a Tarn service.", "tarn"};

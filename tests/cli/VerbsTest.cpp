@@ -81,6 +81,12 @@ constexpr Row rows[] = {
     {"tarn rm '/*/*.jpg' && tarn ls /photos", 0, "2024/\nb.JPG\nö.txt\n"},
     {"mv xzy ./-dash 2>/dev/null || echo d >./-dash; tarn put -- -dash /-dash && tarn ls '/-*'", 0,
      "/-dash\n"},
+    {"mkdir words && cd words && echo 1 >++ && tarn -q put ++ / && tarn -q get /++ '[out]' && "
+     "tarn -q put -- '[out]' '/[b,c]' && ls && tarn find / --name '[[+]+'; tarn rm -q /++ '/[b,c]' "
+     "'[d,e]' 2>&1; tarn mv /a /b '[c]' 2>&1",
+     2,
+     "++\n[out]\n/++\ntarn: The remote path \"[d,e]\" does not begin with '/'; did you mean \"/[d,e]\"?\n"
+     "tarn: \"[c]\" is not expected here; see `tarn mv --help`.\n"},
     // What is told of requests, and repeated
     {"tarn -v ls / 2>&1 >/dev/null | grep -Ec '^tarn: #[0-9]+ GET folders /service/v1/folders/: 200, .* ms$'",
      0, "1\n"},
