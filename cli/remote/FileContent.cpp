@@ -2,6 +2,7 @@
 
 #include "cli/machine/Memory.h"
 #include "cli/remote/Answer.h"
+#include "cli/remote/ContentInMemory.h"
 #include "cli/remote/ContentReceiver.h"
 #include "cli/remote/Requests.h"
 #include "cli/service/ErrorMapping.h"
@@ -13,7 +14,6 @@ namespace tarncli {
 
 using namespace connector::tarn;
 using connector::Future;
-using Reply = std::unique_ptr<FileReadResponse>;
 
 namespace {
 
@@ -203,19 +203,15 @@ void fetchContent(Connection& connection, const RemotePath& file, const VersionI
     });
 }
 
-Reply readContent(Connection& connection, const RemotePath& file, const VersionInfo& version)
+std::string readContent(Connection& connection, const RemotePath& file, const VersionInfo& version)
 {
-    Reply reply;
+    const auto target = std::make_shared<ContentInMemory>();
     withSize(connection, file, version, [&](std::uint64_t size) {
         requireMemory(file.quoted(), size);
-        reply = connection.call([&] {
-            auto request = requestFor<FileRead>(file);
-            static_cast<VersionInfo&>(*request) = version;
-            return connection.files().readFile(std::move(request));
-        });
-        if (reply->content.size != size) throw SizeDiffers(reply->content.size, size);
+        target->expect(size);
+        connection.call([&] { return requestContent(connection, file, version, size, target); });
     });
-    return reply;
+    return target->take();
 }
 
 } // namespace tarncli

@@ -3,7 +3,6 @@
 #include "cli/remote/ContentTarget.h"
 #include "cli/remote/RemotePath.h"
 #include "cli/service/Connection.h"
-#include "tarn/fileaccess/FileMessages.h"
 #include "tarn/protocol/VersionInfo.h"
 
 #include <cstdint>
@@ -63,9 +62,8 @@ CurrentContent currentOf(Connection& connection, const RemotePath& file);
 void fetchContent(Connection& connection, const RemotePath& file, const connector::tarn::VersionInfo& version,
                   const std::shared_ptr<ContentTarget>& target);
 
-/// A whole content, in memory.
-/// @throws Failure when it has not the size that the service tells, or does not fit into memory
-std::unique_ptr<connector::tarn::FileReadResponse> readContent(Connection& connection, const RemotePath& file,
-                                                               const connector::tarn::VersionInfo& version);
+/// Likewise, into memory. @throws Failure also when it does not fit there
+std::string readContent(Connection& connection, const RemotePath& file,
+                        const connector::tarn::VersionInfo& version);
 
 } // namespace tarncli

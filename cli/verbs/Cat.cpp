@@ -86,8 +86,7 @@ void writeContents(const Invocation& invocation, const std::vector<std::string>&
         if (!chosenVersion.empty()) version = chooseVersion(connection, file, chosenVersion);
         if (!invocation.out.isJson())
             return fetchContent(connection, file, version, std::make_shared<StandardOutput>(invocation.out));
-        const auto read = readContent(connection, file, version);
-        documents.push_back(contentAsJson(file.text(), read->content.bytes()));
+        documents.push_back(contentAsJson(file.text(), readContent(connection, file, version)));
     });
     invocation.out.result("", {{"files", documents}, {"failed", toJson(report.failed)}});
     conclude(report, "read");

@@ -206,9 +206,7 @@ private:
         const auto removed = [&] { return connection.files().deleteFile(requestFor<FileDelete>(file)); };
         try {
             naming(file, [&] { return connection.call(stored); });
-            const auto back = naming(file, [&] { return readContent(connection, file, {}); });
-            const std::string_view text(static_cast<const char*>(back->content.data), back->content.size);
-            if (text != bytes)
+            if (readContent(connection, file, {}) != bytes)
                 throw Failure(ExitCode::failure,
                               file.quoted() + " came back with another content than was stored.");
         } catch (...) {

@@ -103,8 +103,7 @@ Seen look(Connection& connection, const RemotePath& file)
     Seen seen{findAttributes(connection, file), ""};
     if (!seen.attributes) return seen;
     if (isFolder(*seen.attributes)) throw Failure(ExitCode::conflict, file.quoted() + " is a folder.");
-    const auto reply = naming(file, [&] { return readContent(connection, file, {}); });
-    seen.content.assign(static_cast<const char*>(reply->content.data), reply->content.size);
+    seen.content = readContent(connection, file, {});
     return seen;
 }
 

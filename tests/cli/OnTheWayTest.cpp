@@ -318,8 +318,9 @@ TEST_F(OnTheWay, WhatIsNotWhatItShouldBeIsRefused)
     std::fstream(onlyContent(), std::ios::in | std::ios::out)
         .seekp(500'000)
         .put('\1'); // on the service's disk
-    for (const auto* arguments : {"get -f /f .", "get -f --continue /f .", "cat /f >/dev/null"})
-        refuses(arguments, "nothing", "\"/f\": What has arrived is not what the service says");
+    for (const auto* arguments : {"get -f /f .", "get -f --continue /f .", "cat /f >/dev/null",
+                                  "--json cat /f", "--json-lines get /f -", "edit /f"})
+        refuses(arguments, "nothing", ": What has arrived is not what the service says");
     for (const auto* arguments : {"cp /f /copy", "cp -f /f /again"})
         refuses(arguments, "nothing", "\"/f\": What has arrived is not what");
     EXPECT_EQ(run("ls /copy").exitCode, 3);
