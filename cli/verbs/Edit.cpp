@@ -4,8 +4,10 @@
 #include "cli/machine/SystemError.h"
 #include "cli/remote/Answer.h"
 #include "cli/remote/FileContent.h"
-#include "cli/remote/Recorded.h"
 #include "cli/remote/Requests.h"
+#include "cli/transfer/Conclusion.h"
+#include "cli/transfer/RecordedTransfer.h"
+#include "cli/transfer/Upload.h"
 #include "cli/verbs/Verb.h"
 
 #include <filesystem>
@@ -18,6 +20,7 @@ namespace {
 
 namespace fs = std::filesystem;
 using namespace connector::tarn;
+using connector::Future;
 
 /// The text while it is edited: a file of the same name, so that the editor knows its kind, in a folder that only the
 /// user can read. It goes unless it is kept.
@@ -107,31 +110,36 @@ Seen look(Connection& connection, const RemotePath& file)
     return seen;
 }
 
-/// As a new version, so that nothing is lost whatever happens at the same moment.
-void store(Connection& connection, const RemotePath& file, const std::string& content, bool isNew)
+/// As a new version, so that nothing is lost whatever happens at the same moment, and with its SHA-256, so that the
+/// service stores nothing else.
+Future<StoredContent> send(Connection& connection, const Upload& upload)
 {
-    const auto send = [&]<class Request>(std::unique_ptr<Request> request, auto operation) {
-        request->content = connector::common::DataBuffer(content);
-        request->contentType = "application/octet-stream";
-        request->createNewVersion = true;
-        return (connection.files().*operation)(std::move(request));
-    };
-    naming(file, [&] {
-        Change change{isNew ? Change::Kind::createFile : Change::Kind::addVersion, file.stored()};
-        change.size = content.size();
-        if (!isNew) change.before = currentOf(connection, file).version;
-        recorded(connection, change, [&] {
-            const auto id =
-                isNew ? connection
-                            .call([&] { return send(requestFor<FileCreate>(file), &FileAccess::createFile); })
-                            ->versionId
-                      : connection
-                            .call([&] { return send(requestFor<FileUpdate>(file), &FileAccess::updateFile); })
-                            ->versionId;
-            requireConfirmed(!id.empty(), "the id of the version");
-            return id;
+    const auto content = LocalContent::ofFile(std::get<fs::path>(upload.origin), upload.symlinks);
+    return storeContent(connection, upload.remote, content.publisher(countFromZero()), content.size(),
+                        Existing::addVersion, upload.existing.has_value(), {.sha256 = content.sha256()});
+}
+
+Transfer storing(Connection& connection, const Upload& upload)
+{
+    const auto version = std::make_shared<std::string>();
+    Change change{upload.existing ? Change::Kind::addVersion : Change::Kind::createFile,
+                  upload.remote.stored()};
+    change.size = upload.size;
+    if (upload.existing)
+        change.before = naming(upload.remote, [&] { return currentOf(connection, upload.remote).version; });
+    Transfer transfer;
+    transfer.what = upload.remote.quoted();
+    transfer.item = upload.remote.stored();
+    transfer.bytes = upload.size;
+    transfer.start = [&connection, upload, version] {
+        return send(connection, upload).then([version](Future<StoredContent>&& stored) {
+            *version = stored.get().version;
+            return true;
         });
-    });
+    };
+    transfer.mayRepeat = isSentDamaged;
+    transfer.wasDone = [&connection, upload] { return isStored(connection, upload); };
+    return recorded(connection, std::move(transfer), std::move(change), version);
 }
 
 void editFile(const Invocation& invocation, const std::string& path)
@@ -139,6 +147,7 @@ void editFile(const Invocation& invocation, const std::string& path)
     const auto file = addressable(path);
     auto connection = invocation.connect();
     const auto before = look(connection, file);
+    requireStorable(connection, file, before.attributes.has_value(), Existing::addVersion);
     Draft draft(file.name());
     if (before.attributes) draft.write(before.content);
     try {
@@ -153,7 +162,12 @@ void editFile(const Invocation& invocation, const std::string& path)
             if (!before.isSame(findAttributes(connection, file)))
                 throw Failure(ExitCode::conflict,
                               file.quoted() + " has changed while you edited it; nothing was stored.");
-            store(connection, file, content, !before.attributes);
+            Upload upload{fs::path(draft.path()), file, content.size()};
+            if (before.attributes)
+                upload.existing = StoredFile{before.attributes->watermark, before.attributes->size};
+            Transfers transfers(connection, invocation.out);
+            transfers.add(storing(connection, upload));
+            conclude(transfers.run(), "stored");
         } catch (const std::exception&) {
             throw draft.keep(explain(std::current_exception()));
         }

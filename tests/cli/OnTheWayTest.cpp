@@ -371,11 +371,15 @@ TEST_F(OnTheWay, WhatIsAlwaysDamagedOnItsWayUpLeavesWhatWasThere)
         {"cp /f /fresh", stays, "/fresh", ""},
         {"cp -f /f /small", stays, "/small", "old"},
         {"sync pair /pair", stays, "/pair/f", "old"},
+        {"edit /f", stays, "/f", content},
+        {"edit /fresh", stays, "/fresh", ""},
         {"put -f - /small", "what stands there now is damaged", "/small", "ole"},
     };
 
     alice.write("f", "old");
     alice.write("new", "new");
+    alice.set("EDITOR", "cp new");
+    alice.set("TMPDIR", alice.home());
     for (const auto& row : rows) {
         alice.set("TARN_ENDPOINT", server.url());
         const auto result = alice.run(std::string("cat f | tarn ") + row.arguments);
@@ -487,20 +491,22 @@ TEST_F(OnTheWay, AChangeWhoseReplyIsLostIsLookedAtAndMadeOnce)
             "HTTP/1.1 502 Bad Gateway\r\nContent-Type: text/html\r\nContent-Length: 3\r\n\r\n<p>");
     };
     alice.write("d/x", "x");
+    alice.set("EDITOR", "date >>");
     for (const auto& play : {Play(lose), Play(replace)}) {
         for (const std::string arguments :
              {"get -f /f got", "put f /new", "put --new-version d/x /new", "put -r d/ /d", "mkdir /m",
               "mv /new /moved", "sync d/ /s", "rm --keep /s/x", "rm -r /d", "restore /moved 1",
-              "restore --as-new /moved 2"}) {
+              "restore --as-new /moved 2", "edit /moved", "edit /made"}) {
             const auto* struck = arguments == "rm -r /d"         ? "DELETE "
                                  : arguments.starts_with("get ") ? fetching
                                                                  : "PUT ";
             const auto result = run(arguments, struck, 1, play);
             EXPECT_EQ(result.exitCode, 0) << arguments << ": " << result.err;
         }
-        // A heading and three versions.
-        EXPECT_EQ(run("ls / && tarn versions /moved | wc -l").out, ".tarn-removed/\nm/\ns/\nf\nmoved\n4\n");
-        EXPECT_EQ(run("rm -r /.tarn-removed /m /s /moved && rm got").exitCode, 0);
+        // A heading and four versions.
+        EXPECT_EQ(run("ls / && tarn versions /moved | wc -l").out,
+                  ".tarn-removed/\nm/\ns/\nf\nmade\nmoved\n5\n");
+        EXPECT_EQ(run("rm -r /.tarn-removed /m /s /made /moved && rm got").exitCode, 0);
     }
 }
 

@@ -42,7 +42,10 @@ TEST(TwoPeople, ShareReadTakeBackLinkAndGoBackInTime)
         {"bob", "tarn rm -r alice:/plans", 5, ""},
         {"bob", "tarn mv alice:/plans/a alice:/plans/x", 5, ""},
         {"bob", "tarn grant alice:/plans carol", 5, ""},
-        {"bob", "tarn put a alice:/plans/b 2>&1 | grep -c 'your own storage only'", 0, "1\n"},
+        {"bob",
+         "{ tarn put a alice:/plans/b; EDITOR='cp a' tarn edit alice:/plans/b; } 2>&1 | "
+         "grep -c 'your own storage only'",
+         0, "2\n"},
         {"bob", "tarn ls", 0, ""}, // and it did not land there instead
         {"bob", "tarn versions alice:/plans/a", 2, ""},
         {"bob", "tarn cat alice:/private", 3, ""},
