@@ -64,7 +64,8 @@ void tellDone(Output& out, const Plan& plan, const SyncReport& report)
     out.message(text + "; " + same + ".");
 }
 
-void addFailures(Output& out, const Plan& plan, TransferReport& report)
+/// @param leftOutTold  people know of it
+void addFailures(Output& out, const Plan& plan, TransferReport& report, bool leftOutTold)
 {
     const auto isFailure = [](const auto& one) { return one.isFailure; };
     const bool isAlone =
@@ -81,7 +82,8 @@ void addFailures(Output& out, const Plan& plan, TransferReport& report)
     for (const auto& one : plan.leftOut)
         if (one.isFailure)
             report.failed.push_back(
-                {one.place, Failure(ExitCode::failure, escaped(one.place) + " was left out: " + one.reason)});
+                {one.place, Failure(ExitCode::failure, escaped(one.place) + " was left out: " + one.reason),
+                 leftOutTold});
 }
 
 } // namespace
@@ -103,8 +105,9 @@ void showPlan(Output& out, const Plan& plan)
 
 void showOutcome(Output& out, const Plan& plan, SyncReport report)
 {
-    tellLeftOut(out, plan, !isWholeOutcome(plan, report.transfers));
-    addFailures(out, plan, report.transfers);
+    const bool tellsAll = !isWholeOutcome(plan, report.transfers);
+    tellLeftOut(out, plan, tellsAll);
+    addFailures(out, plan, report.transfers, tellsAll);
     tellDone(out, plan, report);
     auto skipped = nlohmann::json::array();
     for (const auto& one : plan.leftOut)

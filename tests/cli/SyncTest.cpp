@@ -94,7 +94,7 @@ constexpr Row rows[] = {
      "tarn sync -q --plan p raw/ /raw && tarn apply -q p && tarn sync raw/ /raw",
      1,
      "6\ntarn: Left out \\xfe: The name is not valid UTF-8.\n"
-     "tarn: 1 item could not be stored; 0 were.\n"},
+     "tarn: \\xfe was left out: The name is not valid UTF-8.\n"},
     // The other way.
     {"tarn sync -q /t/ back && ls -A back && tarn sync -q /t copy && ls -A copy", 0,
      "a\nb\nd\ne\nkeep.tmp\nn\nskip.tmp\nt\n"},
