@@ -1,6 +1,7 @@
 #include "cli/remote/NewFolder.h"
 
 #include "cli/remote/Change.h"
+#include "cli/remote/FileAbove.h"
 #include "cli/remote/Recorded.h"
 #include "cli/remote/Requests.h"
 
@@ -30,7 +31,9 @@ void createFolder(Connection& connection, const RemotePath& folder)
     try {
         create(connection, folder);
     } catch (const std::exception&) {
-        if (!isRefusal(std::current_exception(), reasons::fileExists)) throw;
+        const auto error = std::current_exception();
+        if (isRefusal(error, reasons::parentMissing)) throw withFileAbove(connection, folder, explain(error));
+        if (!isRefusal(error, reasons::fileExists)) throw;
         throw Failure(ExitCode::conflict, folder.quoted() + " is a file; a folder cannot replace it.");
     }
 }

@@ -10,6 +10,7 @@
 #include <Poco/Exception.h>
 
 #include <algorithm>
+#include <filesystem>
 #include <iterator>
 #include <new>
 #include <system_error>
@@ -31,7 +32,7 @@ struct Advice {
 
 constexpr Advice advices[] = {
     {reasons::notFound, "Check the path with `tarn ls`."},
-    {"parentMissing", "Make it first with `tarn mkdir -p`."},
+    {reasons::parentMissing, "Make it first with `tarn mkdir -p`."},
     {"unknownUser", "`tarn grant --pending` lets the grant wait for that user."},
     {"unknownPermission", "`tarn grants` lists them."},
     {"unknownLink", "`tarn link --list` lists them."},
@@ -145,6 +146,9 @@ Failure explain(std::exception_ptr error)
         return {ExitCode::failure, escaped(failure.displayText())};
     } catch (const std::bad_alloc&) {
         return {ExitCode::failure, "There is not enough memory."};
+    } catch (const std::filesystem::filesystem_error& failure) {
+        return {ExitCode::failure,
+                "Could not use " + escaped(failure.path1().string()) + ": " + failure.code().message() + "."};
     } catch (const std::exception& failure) {
         if (isUnreadableNumber(failure.what()))
             return {ExitCode::failure, unreadableReply, shownFor(ErrorKind::unreadableReply).word};

@@ -13,6 +13,7 @@ namespace reasons {
 inline constexpr std::string_view notFound = "notFound";
 inline constexpr std::string_view fileExists = "fileExists";
 inline constexpr std::string_view folderExists = "folderExists";
+inline constexpr std::string_view parentMissing = "parentMissing";
 inline constexpr std::string_view isFile = "isFile";
 inline constexpr std::string_view digestDiffers = "digestDiffers";
 inline constexpr std::string_view contentChanged = "contentChanged";

@@ -180,7 +180,10 @@ bool LocalContent::hasMoreThanItTells() const
 
 LocalContent LocalContent::ofStandardInput()
 {
-    return {FileDescriptor(::dup(STDIN_FILENO)), "standard input"};
+    const std::string shown = "standard input";
+    char none = 0;
+    if (::read(STDIN_FILENO, &none, 0) < 0) throwErrno("Could not read", shown); // closed, or a folder
+    return {FileDescriptor(::dup(STDIN_FILENO)), shown};
 }
 
 connector::tarn::ContentPublisher LocalContent::publisher(MovedBytes moved) const

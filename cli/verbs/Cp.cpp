@@ -1,3 +1,4 @@
+#include "cli/remote/FileAbove.h"
 #include "cli/remote/Requests.h"
 #include "cli/remote/Wildcards.h"
 #include "cli/transfer/Conclusion.h"
@@ -122,6 +123,8 @@ void copy(const Invocation& invocation, const Options& options)
         if (sources.size() == 1) told = place.remote;
     }
     auto report = uploader.run();
+    for (auto& [what, failure, isTold] : report.transfers.failed)
+        if (!isTold) failure = withFileAbove(connection, told, failure);
     addTo(report.transfers, std::move(unlisted));
     const bool several = sources.size() > 1 || isTree(sources.front());
     showUploads(invocation.out, report, told, several ? "in " : "as ", "Copied");

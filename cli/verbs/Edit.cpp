@@ -2,7 +2,7 @@
 #include "cli/machine/FileText.h"
 #include "cli/machine/Process.h"
 #include "cli/machine/SystemError.h"
-#include "cli/remote/Answer.h"
+#include "cli/remote/FileAbove.h"
 #include "cli/remote/FileContent.h"
 #include "cli/remote/Requests.h"
 #include "cli/transfer/Conclusion.h"
@@ -169,7 +169,7 @@ void editFile(const Invocation& invocation, const std::string& path)
             transfers.add(storing(connection, upload));
             conclude(transfers.run(), "stored");
         } catch (const std::exception&) {
-            throw draft.keep(explain(std::current_exception()));
+            throw draft.keep(withFileAbove(connection, file, explain(std::current_exception())));
         }
     }
     invocation.out.message(changed ? "Stored " + file.quoted() +

@@ -1,4 +1,5 @@
 #include "cli/remote/Change.h"
+#include "cli/remote/FileAbove.h"
 #include "cli/remote/Recorded.h"
 #include "cli/remote/Requests.h"
 #include "cli/verbs/Verb.h"
@@ -52,7 +53,7 @@ void move(const Invocation& invocation, const Options& options)
     const auto isMoved = [&] {
         return !findAttributes(connection, source) && findAttributes(connection, target.where);
     };
-    naming(source, [&] {
+    const auto makeMove = [&] {
         Change change{Change::Kind::move, source.stored(), target.where.stored()};
         change.before = readAttributes(connection, source).watermark;
         change.loses = target.exists;
@@ -60,7 +61,12 @@ void move(const Invocation& invocation, const Options& options)
             makeChange(connection, send, isMoved);
             return std::string();
         });
-    });
+    };
+    try {
+        naming(source, makeMove);
+    } catch (const Failure& failure) {
+        throw withFileAbove(connection, target.where, failure);
+    }
     invocation.out.detail("Moved " + source.quoted() + " to " + target.where.quoted() + ".");
     invocation.out.result("", {{"source", source.text()}, {"target", target.where.text()}});
 }

@@ -1,3 +1,4 @@
+#include "cli/remote/FileAbove.h"
 #include "cli/remote/Requests.h"
 #include "cli/remote/StoredNames.h"
 #include "cli/terminal/Quantities.h"
@@ -86,7 +87,11 @@ void putStandardInput(Connection& connection, Output& out, const UploadTarget& t
     if (place.found && existing == Existing::skip) {
         report.skipped.push_back("-");
     } else {
-        uploadStandardInput(connection, place.remote, existing, place.found.has_value(), report.bytes);
+        try {
+            uploadStandardInput(connection, place.remote, existing, place.found.has_value(), report.bytes);
+        } catch (const Failure& failure) {
+            throw withFileAbove(connection, place.remote, failure);
+        }
         report.files = 1;
     }
     showUploads(out, report, place.remote, "as ", "Stored");
@@ -119,7 +124,9 @@ void store(const Invocation& invocation, const PutOptions& options)
         addSource(uploader, place, source);
         if (sources.size() == 1) told = place.remote;
     }
-    const auto report = uploader.run();
+    auto report = uploader.run();
+    for (auto& [what, failure, isTold] : report.transfers.failed)
+        if (!isTold) failure = withFileAbove(connection, told, failure);
     showUploads(out, report, told, sources.size() > 1 || sources.front().isFolder ? "in " : "as ", "Stored");
     conclude(report.transfers, "stored");
 }
