@@ -147,8 +147,9 @@ Failure explain(std::exception_ptr error)
     } catch (const std::bad_alloc&) {
         return {ExitCode::failure, "There is not enough memory."};
     } catch (const std::filesystem::filesystem_error& failure) {
+        const auto file = escaped(failure.path1().string());
         return {ExitCode::failure,
-                "Could not use " + escaped(failure.path1().string()) + ": " + failure.code().message() + "."};
+                (file.empty() ? "" : "Could not use " + file + ": ") + failure.code().message() + "."};
     } catch (const std::exception& failure) {
         if (isUnreadableNumber(failure.what()))
             return {ExitCode::failure, unreadableReply, shownFor(ErrorKind::unreadableReply).word};

@@ -1,5 +1,6 @@
 #include "cli/transfer/UploadTarget.h"
 
+#include "cli/remote/FileAbove.h"
 #include "cli/remote/Requests.h"
 #include "cli/remote/StoredNames.h"
 
@@ -20,8 +21,9 @@ bool UploadTarget::isFolder() const
 void UploadTarget::requireFolder() const
 {
     if (!found)
-        throw Failure(ExitCode::notFound,
-                      "There is no folder " + remote.quoted() + "; make it with `tarn mkdir -p`.");
+        throw withFileAbove(connection, remote,
+                            Failure(ExitCode::notFound, "There is no folder " + remote.quoted() +
+                                                            "; make it with `tarn mkdir -p`."));
     if (!isFolder())
         throw Failure(ExitCode::conflict, remote.quoted() + " is a file; several sources need a folder.");
 }

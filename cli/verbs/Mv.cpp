@@ -32,8 +32,9 @@ Target moveTarget(Connection& connection, const RemotePath& source, const Remote
         return {where, force && findAttributes(connection, where)};
     }
     if (target.asFolder && !found)
-        throw Failure(ExitCode::notFound,
-                      "There is no folder " + target.quoted() + "; make it with `tarn mkdir -p`.");
+        throw withFileAbove(connection, target,
+                            Failure(ExitCode::notFound, "There is no folder " + target.quoted() +
+                                                            "; make it with `tarn mkdir -p`."));
     return {target, force && found};
 }
 

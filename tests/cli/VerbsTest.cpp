@@ -176,11 +176,11 @@ constexpr Row rows[] = {
     {"ln -s loop loop && tarn get /photos/b.JPG loop 2>&1; rm loop; tarn put - /closed 2>&1 <&-", 1,
      "tarn: Could not use loop: Too many levels of symbolic links.\n"
      "tarn: Could not read standard input: Bad file descriptor.\n"},
-    {"cp photos/b.JPG b && tarn -q put b /b && for it in 'put b' 'put -' 'put -r photos' mkdir 'cp "
+    {"cp photos/b.JPG b && tarn -q put b /b && for it in 'put b' 'put b b' 'put -' 'put -r photos' mkdir 'cp "
      "/photos/b.JPG' "
      "'mv /photos/b.JPG' edit; do EDITOR='cp b' TMPDIR=$PWD/way tarn $it /b/c/d 2>&1 <b | "
      "grep -c '\"/b\" is a file; nothing can be stored below it'; done; tarn rm /b; rm -r way/*",
-     0, "1\n1\n1\n1\n1\n1\n1\n"},
+     0, "1\n1\n1\n1\n1\n1\n1\n1\n"},
     {"mkfifo way/fifo && tarn --record way/fifo ls 2>&1; tarn sync --plan way/fifo photos /way 2>&1 | sed "
      "s,/.*way/,way/,; rm "
      "way/fifo",
