@@ -63,7 +63,7 @@ public:
     {
         lookAtFiles();
         for (const auto& change : command.changes)
-            if (change.kind == Kind::makeFolder || files[&change] == Found::ours)
+            if (change.kind == Kind::makeFolder || stored.contains(&change))
                 leaving.insert(RemotePath::ofStored(change.path).path);
             else if (change.kind == Kind::move)
                 leaving.insert(RemotePath::ofStored(change.target).path);
@@ -75,7 +75,7 @@ public:
     }
 
 private:
-    enum class Found { nothing, ours, anothers };
+    enum class Found { ours, anothers, unknown };
 
     /// A folder that the command was about to make again goes with the first time, when what came into it is out.
     bool isRepeated(const Change& change) const
@@ -88,7 +88,7 @@ private:
         const auto item = RemotePath::ofStored(change.path);
         switch (change.kind) {
         case Kind::createFile:
-            if (files[&change] == Found::ours) deleteFile(item);
+            if (const auto ours = stored.find(&change); ours != stored.end()) deleteFile(item, ours->second);
             return;
         case Kind::addVersion:
         case Kind::restore:
@@ -151,17 +151,17 @@ private:
             if (*isGone) return;
             const auto* list = reply->get();
             const bool isFirst = list != nullptr && list->versions.size() == 1;
-            if (isFirst && (change.after.empty() || list->versions.front().versionId == change.after))
-                transfers.addFirst(lookAtContent(change, item));
-            else if (change.after.empty())
-                files[&change] = Found::anothers;
-            else
+            if (isFirst &&
+                (change.after.empty() || isVersion(change.after, list->versions.front().versionId)))
+                transfers.addFirst(lookAtContent(change, item, list->versions.front().versionId));
+            else if (!change.after.empty())
                 differs(item, changedSince);
         };
         return transfer;
     }
 
-    Transfer lookAtContent(const Change& change, const RemotePath& item)
+    /// @param version  the only one
+    Transfer lookAtContent(const Change& change, const RemotePath& item, const std::string& version)
     {
         auto current = std::make_shared<CurrentContent>();
         Transfer transfer;
@@ -175,33 +175,43 @@ private:
         transfer.forgives = [](const std::exception_ptr& error) {
             return isRefusal(error, reasons::notFound);
         };
-        transfer.succeeded = [this, &change, item, current] {
+        transfer.succeeded = [this, &change, item, version, current] {
+            // Of an empty one no part can be asked for, which would tell more.
             const bool isEmpty = current->size == 0 && change.size == 0 && current->version.empty();
-            if (isEmpty || (!change.after.empty() && current->version == change.after))
-                files[&change] = Found::ours;
-            else if (!change.after.empty())
+            const bool isKnown = isEmpty || !change.after.empty();
+            const bool isOurs =
+                isKnown ? isEmpty || current->version == change.after : isOfKilled(change, item, *current);
+            if (isOurs)
+                stored[&change] = !isEmpty ? current->version : change.after.empty() ? version : change.after;
+            else if (isKnown)
                 differs(item, changedSince);
-            else
-                files[&change] = ofKilled(change, item, *current);
         };
         return transfer;
     }
 
-    /// What a command left that was killed before it knew.
-    Found ofKilled(const Change& change, const RemotePath& item, const CurrentContent& current)
+    /// Whether a command left it that was killed before it knew.
+    bool isOfKilled(const Change& change, const RemotePath& item, const CurrentContent& current)
+    {
+        const auto found = ofKilled(change, current);
+        if (found == Found::unknown) differs(item, nobodyKnows);
+        return found == Found::ours;
+    }
+
+    Found ofKilled(const Change& change, const CurrentContent& current)
     {
         const auto digest = digestOfOrigin(connection, change);
         if (digest == current.sha256) return Found::ours;
         // It may have been changed on its way there.
-        if (!digest || current.size == change.size) differs(item, nobodyKnows);
-        return Found::anothers;
+        return !digest || current.size == change.size ? Found::unknown : Found::anothers;
     }
 
-    void deleteFile(const RemotePath& item)
+    void deleteFile(const RemotePath& item, const std::string& version)
     {
         plan.steps.push_back({"delete", item.text(), "",
-                              sending<FileDelete>([&connection = connection, item] {
-                                  return connection.files().deleteFile(requestFor<FileDelete>(item));
+                              sending<FileDelete>([&connection = connection, item, version] {
+                                  auto request = requestFor<FileDelete>(item);
+                                  request->ifVersion = version;
+                                  return connection.files().deleteFile(std::move(request));
                               }),
                               isGone(item)});
     }
@@ -256,13 +266,14 @@ private:
         const auto current = naming(file, [&] { return currentOf(connection, file); });
         if (!change.before.empty() && current.version == change.before) return;
         const auto versions = versionsOf(connection, file)->versions;
-        const bool isOurs =
-            change.isDone && !change.after.empty()
-                ? current.version == change.after
-                : isOfKilled(change, file, current, versions.empty() ? "" : versions.front().versionId);
-        if (!isOurs) {
+        switch (whose(change, current, versions.empty() ? "" : versions.front().versionId)) {
+        case Found::unknown:
+            return differs(file, nobodyKnows);
+        case Found::anothers:
             if (change.isDone) differs(file, changedSince);
             return;
+        case Found::ours:
+            break;
         }
         const auto before = std::ranges::find_if(
             versions, [&](const VersionSummary& each) { return isVersion(change.before, each.versionId); });
@@ -277,14 +288,19 @@ private:
                                       request->ifVersion = now;
                                       return connection.versioning().restoreVersion(std::move(request));
                                   }),
-                              [] { return false; }});
+                              [&connection = connection, file, id = before->versionId] {
+                                  return isVersion(currentOf(connection, file).version, id);
+                              }});
     }
 
-    bool isOfKilled(const Change& change, const RemotePath& file, const CurrentContent& current,
-                    const std::string& newest)
+    Found whose(const Change& change, const CurrentContent& current, const std::string& newest)
     {
-        if (change.kind == Kind::addVersion) return ofKilled(change, file, current) == Found::ours;
-        return isVersion(current.version, change.after.empty() ? newest : change.after);
+        const bool isKnown = change.isDone && !change.after.empty();
+        if (!isKnown && change.kind == Kind::addVersion) return ofKilled(change, current);
+        const bool isOurs = isKnown
+                                ? current.version == change.after
+                                : isVersion(current.version, change.after.empty() ? newest : change.after);
+        return isOurs ? Found::ours : Found::anothers;
     }
 
     void takeMove(const Change& change, const RemotePath& source)
@@ -379,7 +395,8 @@ private:
     Connection& connection;
     Output& out;
     const LoggedCommand& command;
-    std::map<const Change*, Found> files;
+    std::map<const Change*, std::string>
+        stored; ///< files that are as the command left them: of each the version
     std::map<std::string_view, const Change*> firstMaking; ///< of a folder, by its path
     std::set<std::string> leaving; ///< what is gone, or elsewhere, when the command is taken back
     UndoPlan plan;
