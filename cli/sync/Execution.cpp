@@ -243,38 +243,24 @@ Transfer Execution::upload(const Step& step, const Known& known)
     asUpload.sha256 = valueIn(known.digests, asUpload.remote);
     const auto before = valueIn(known.versions, asUpload.remote);
     auto entry = std::make_shared<Journal::Entry>();
-    auto version = std::make_shared<std::string>();
-    const auto damaged = std::make_shared<DamagedUpload>();
-    const auto existing = plan.keepsVersions ? Existing::addVersion : Existing::replace;
-    Transfer transfer;
-    transfer.what = shown(asUpload.origin);
-    transfer.bytes = asUpload.size;
-    transfer.start = [this, asUpload, existing, entry, version, damaged] {
-        const bool exists = asUpload.existing.has_value();
-        requireStorable(connection, asUpload.remote, exists, Existing::replace);
-        const auto content = LocalContent::ofFile(std::get<fs::path>(asUpload.origin), Symlinks::refuse);
-        entry->modified = Journal::trusted(content.modified());
-        return storeContent(connection, asUpload.remote, content.publisher(moved), content.size(), existing,
-                            exists, damaged->known(asUpload))
-            .then([entry, version](Future<StoredContent>&& reply) {
-                const auto stored = reply.get();
-                *version = stored.version;
-                entry->size = stored.bytes;
-                entry->sha256 = stored.sha256;
-                return true;
-            });
-    };
-    transfer.wasDone = [this, asUpload] { return isStored(connection, asUpload); };
-    transfer.succeeded = [this, asUpload, entry, place = step.place] {
-        ++report.files;
-        report.bytes += entry->size;
-        out.detail("Stored " + shown(asUpload.origin) + " as " + asUpload.remote.quoted() + ".");
-        if (entry->sha256.empty()) return; // no reply told it
-        journal.note(place, *entry);
-        uploaded[place] = *entry;
-    };
-    sendDamagedAgain(transfer, connection, asUpload, existing, before, damaged);
-    return recorded(connection, std::move(transfer), changeBy(asUpload, existing, before), version);
+    return storing(
+        connection, asUpload,
+        {.existing = plan.keepsVersions ? Existing::addVersion : Existing::replace,
+         .before = before,
+         .moved = moved,
+         .opened =
+             [entry](const LocalContent& content) { entry->modified = Journal::trusted(content.modified()); },
+         .succeeded =
+             [this, asUpload, entry, place = step.place](const StoredContent& stored) {
+                 ++report.files;
+                 report.bytes += stored.bytes;
+                 out.detail("Stored " + shown(asUpload.origin) + " as " + asUpload.remote.quoted() + ".");
+                 if (stored.sha256.empty()) return; // no reply told it
+                 entry->size = stored.bytes;
+                 entry->sha256 = stored.sha256;
+                 journal.note(place, *entry);
+                 uploaded[place] = *entry;
+             }});
 }
 
 Transfer Execution::download(const Step& step)

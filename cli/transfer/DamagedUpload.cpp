@@ -22,17 +22,26 @@ constexpr const char* cause = "Something between here and the service changes wh
 
 enum class Standing {
     damaged,
-    taken,   ///< back
+    taken,   ///< back: what was there before is there again
     others,  ///< somebody else has changed it since
-    arrived, ///< all the same, or nobody knows what it is
+    arrived, ///< it is what was to be stored; only the reply said otherwise
 };
 
-Standing standing(Connection& connection, const RemotePath& target, const DamagedUpload& damaged)
+/// @param exists  a file was there before
+/// @param before  its version; empty: not known
+Standing standing(Connection& connection, const RemotePath& target, bool exists, const std::string& before,
+                  const DamagedUpload& damaged)
 {
-    if (damaged.stored.empty()) return Standing::arrived;
-    const auto now = currentOf(connection, target);
-    if (now.version != damaged.stored) return Standing::others;
-    return now.sha256 == damaged.sha256 ? Standing::arrived : Standing::damaged;
+    if (damaged.stored.empty()) return Standing::damaged;
+    try {
+        const auto now = currentOf(connection, target);
+        if (!before.empty() && now.version == before) return Standing::taken;
+        if (now.version != damaged.stored) return Standing::others;
+        return !now.sha256.empty() && now.sha256 == damaged.sha256 ? Standing::arrived : Standing::damaged;
+    } catch (const std::exception&) {
+        if (!isRefusal(std::current_exception(), reasons::notFound)) throw;
+        return exists ? Standing::others : Standing::taken;
+    }
 }
 
 void restore(Connection& connection, const RemotePath& file, const std::string& before,
@@ -41,7 +50,7 @@ void restore(Connection& connection, const RemotePath& file, const std::string& 
     const auto versions = versionsOf(connection, file)->versions;
     const auto version = std::ranges::find_if(
         versions, [&](const VersionSummary& each) { return isVersion(before, each.versionId); });
-    if (version == versions.end()) throw Failure(ExitCode::notFound, "That version is gone.");
+    if (version == versions.end()) return; // it is not kept any more
     connection.call([&] {
         auto request = requestFor<VersionRestore>(file);
         request->versionId = version->versionId;
@@ -63,17 +72,29 @@ void removeDamaged(Connection& connection, const RemotePath& file, const std::st
 Standing takenBack(Connection& connection, const RemotePath& target, bool exists, const std::string& before,
                    const DamagedUpload& damaged)
 {
+    const auto look = [&] { return standing(connection, target, exists, before, damaged); };
     try {
-        const auto found = standing(connection, target, damaged);
-        if (found != Standing::damaged || (exists && before.empty())) return found;
-        exists ? restore(connection, target, before, damaged.stored)
-               : removeDamaged(connection, target, damaged.stored);
-        return Standing::taken;
+        const auto found = look();
+        if (found != Standing::damaged || damaged.stored.empty() || (exists && before.empty())) return found;
+        try {
+            exists ? restore(connection, target, before, damaged.stored)
+                   : removeDamaged(connection, target, damaged.stored);
+        } catch (const std::exception&) { // what stands there then tells more
+        }
+        return look();
     } catch (const std::exception&) {
-        const auto error = std::current_exception();
-        const bool isOthers =
-            isRefusal(error, reasons::contentChanged) || explain(error).code() == ExitCode::notFound;
-        return isOthers ? Standing::others : Standing::damaged;
+        return Standing::damaged;
+    }
+}
+
+/// What else the reply says does not matter.
+template <class Response>
+void requireService(Future<std::unique_ptr<Response>>&& reply)
+{
+    try {
+        reply.get();
+    } catch (const std::exception&) {
+        if (isServiceGone(std::current_exception())) throw;
     }
 }
 
@@ -94,7 +115,7 @@ Transfer digestTransfer(Connection& connection, Upload& upload, const MovedBytes
             .readFileAttributes(requestFor<FileAttributesRead>(upload.remote))
             .then([file = std::get<fs::path>(upload.origin), symlinks = upload.symlinks, read,
                    digest](Future<std::unique_ptr<FileAttributesReadResponse>>&& reply) {
-                reply.get();
+                requireService(std::move(reply));
                 *digest = LocalContent::ofFile(file, symlinks).sha256(read);
                 return true;
             });
@@ -145,8 +166,12 @@ void takeDamagedBack(Connection& connection, const RemotePath& target, bool exis
         throw NothingDone(ExitCode::failure, std::string(cause) +
                                                  "somebody else has changed what stands there since, and "
                                                  "that was left as it is.");
-    case Standing::damaged:
     case Standing::arrived:
+        throw Failure(ExitCode::failure,
+                      "Something between here and the service changes what is answered: what "
+                      "stands there now is what was to be stored, but the reply told "
+                      "another SHA-256.");
+    case Standing::damaged:
         break;
     }
     throw Failure(ExitCode::failure, "Something between here and the service changes what is sent, and what "
@@ -154,28 +179,40 @@ void takeDamagedBack(Connection& connection, const RemotePath& target, bool exis
                                      "mended.");
 }
 
-void sendDamagedAgain(Transfer& transfer, Connection& connection, const Upload& upload, Existing existing,
-                      const std::string& before, const std::shared_ptr<DamagedUpload>& damaged)
+namespace {
+
+/// What is replaced while it is read for its digest, and again while it is sent, is refused like what is damaged.
+void requireUnchanged(Connection& connection, const Upload& upload, const DamagedUpload& damaged)
+{
+    if (damaged.sha256.empty() || digestOfOrigin(connection, upload) == damaged.sha256) return;
+    throw NothingDone(ExitCode::failure,
+                      "It changed while it was being stored; nothing was stored. Store it again.");
+}
+
+} // namespace
+
+void sendDamagedAgain(Transfer& transfer, Connection& connection, const std::shared_ptr<const Upload>& upload,
+                      Existing existing, const std::string& before,
+                      const std::shared_ptr<DamagedUpload>& damaged)
 {
     const auto kept = existing == Existing::addVersion ? before : std::string();
-    const auto takeBack = [&connection, upload, kept, damaged] {
-        takeDamagedBack(connection, upload.remote, upload.existing.has_value(), kept, *damaged);
-    };
+    const bool exists = upload->existing.has_value();
     transfer.mayRepeat = [&connection, upload, damaged](const std::exception_ptr& error) {
         if (!isSentDamaged(error)) return false;
         damaged->note(error);
         if (damaged->wasStored && damaged->stored.empty()) return false; // in whose place nobody could say
-        damaged->sha256 = digestOfOrigin(connection, upload);
+        damaged->sha256 = digestOfOrigin(connection, *upload);
         return true;
     };
-    transfer.wasDone = [&connection, upload, damaged, wasDone = std::move(transfer.wasDone)] {
-        if (damaged->wasStored && standing(connection, upload.remote, *damaged) == Standing::damaged)
-            return std::optional(false);
-        return wasDone();
+    transfer.wasDone = [&connection, upload, exists, kept, damaged, wasDone = std::move(transfer.wasDone)] {
+        const bool isDamaged = damaged->wasStored && standing(connection, upload->remote, exists, kept,
+                                                              *damaged) == Standing::damaged;
+        return isDamaged ? std::optional(false) : wasDone();
     };
-    transfer.failed = [takeBack, damaged](const std::exception_ptr& error) {
+    transfer.failed = [&connection, upload, exists, kept, damaged](const std::exception_ptr& error) {
         damaged->note(error);
-        if (damaged->wasStored) takeBack();
+        if (damaged->wasStored) takeDamagedBack(connection, upload->remote, exists, kept, *damaged);
+        if (isSentDamaged(error)) requireUnchanged(connection, *upload, *damaged);
     };
 }
 

@@ -2,8 +2,8 @@
 
 #include "cli/remote/RemotePath.h"
 #include "cli/service/Connection.h"
+#include "cli/transfer/Storing.h"
 #include "cli/transfer/Transfers.h"
-#include "cli/transfer/Upload.h"
 
 #include <exception>
 #include <memory>
@@ -30,7 +30,8 @@ struct DamagedUpload {
     /// For the next try.
     KnownContent known(const Upload& upload) const
     {
-        return {sha256.empty() ? upload.sha256 : sha256, stored};
+        return {sha256.empty() ? upload.sha256 : sha256, stored.empty() ? upload.ifVersion : stored,
+                !stored.empty()};
     }
 };
 
@@ -42,8 +43,9 @@ void learnDigests(Connection& connection, Output& out, std::vector<Upload>& uplo
 /// rest of `transfer` is there.
 /// @param damaged  what `Transfer::start` looks at
 /// @param before   the version that was current; empty: there was none, or it is not known
-void sendDamagedAgain(Transfer& transfer, Connection& connection, const Upload& upload, Existing existing,
-                      const std::string& before, const std::shared_ptr<DamagedUpload>& damaged);
+void sendDamagedAgain(Transfer& transfer, Connection& connection, const std::shared_ptr<const Upload>& upload,
+                      Existing existing, const std::string& before,
+                      const std::shared_ptr<DamagedUpload>& damaged);
 
 /// For one that cannot be sent again: brings back what was there, if that can be done, and tells what has become of it.
 /// @param exists  a file was there before

@@ -1,6 +1,5 @@
 #include "cli/transfer/Upload.h"
 
-#include "cli/remote/Answer.h"
 #include "cli/remote/FileContent.h"
 #include "cli/remote/NewFolder.h"
 #include "cli/remote/Recorded.h"
@@ -10,7 +9,6 @@
 #include "cli/terminal/Quantities.h"
 #include "cli/transfer/Comparison.h"
 #include "cli/transfer/Conclusion.h"
-#include "cli/transfer/ContentRelay.h"
 #include "cli/transfer/DamagedUpload.h"
 #include "cli/transfer/FolderTransfer.h"
 #include "cli/transfer/RecordedTransfer.h"
@@ -19,7 +17,6 @@
 #include <algorithm>
 #include <map>
 #include <set>
-#include <sys/stat.h>
 
 namespace tarncli {
 
@@ -40,71 +37,7 @@ RemotePath join(const RemotePath& folder, const std::string& below)
     return below.empty() ? folder : folder.child(below);
 }
 
-StoredContent confirmed(const FileUploadResponse& response)
-{
-    requireConfirmed(!response.versionId.empty(), "the id of the version that it stored");
-    return StoredContent{response.bytes, response.sha256,
-                         response.tag.empty() ? response.versionId : response.tag};
-}
-
 } // namespace
-
-std::string digestOfOrigin(Connection& connection, const Upload& upload)
-{
-    if (const auto* other = std::get_if<RemotePath>(&upload.origin)) return digestOf(connection, *other);
-    return LocalContent::ofFile(std::get<fs::path>(upload.origin), upload.symlinks).sha256();
-}
-
-Future<StoredContent> storeContent(Connection& connection, const RemotePath& target, ContentPublisher content,
-                                   std::optional<std::uint64_t> size, Existing existing, bool exists,
-                                   const KnownContent& known)
-{
-    auto request = requestFor<FileUpload>(target);
-    request->createMode = exists || !known.replaces.empty() ? CreateMode::update : CreateMode::create;
-    request->createNewVersion = existing == Existing::addVersion && known.replaces.empty();
-    request->content = std::move(content);
-    request->size = size;
-    request->sha256 = known.sha256;
-    request->ifVersion = known.replaces;
-    return connection.contents()
-        .uploadFile(std::move(request))
-        .then([](Future<std::unique_ptr<FileUploadResponse>>&& reply) { return confirmed(*reply.get()); });
-}
-
-Change changeBy(const Upload& upload, Existing existing, const std::string& version)
-{
-    Change change{Change::Kind::createFile, upload.remote.stored()};
-    if (upload.existing) {
-        const bool keeps = existing == Existing::addVersion;
-        change.kind = keeps ? Change::Kind::addVersion : Change::Kind::replaceContent;
-        change.before = keeps ? version : upload.existing->watermark;
-    }
-    change.size = upload.size;
-    if (const auto* remote = std::get_if<RemotePath>(&upload.origin)) {
-        change.remoteOrigin = remote->stored();
-        return change;
-    }
-
-    struct stat status {};
-
-    const auto& local = std::get<fs::path>(upload.origin);
-    change.localOrigin = fs::absolute(local).string();
-    if (::stat(local.c_str(), &status) == 0)
-        change.modified = std::int64_t{status.st_mtim.tv_sec} * 1'000'000'000 + status.st_mtim.tv_nsec;
-    return change;
-}
-
-void requireStorable(const Connection& connection, const RemotePath& target, bool exists, Existing existing)
-{
-    if (exists && existing == Existing::refuse)
-        throw Failure(ExitCode::conflict, target.quoted() +
-                                              " exists already; use --force to replace its content, or "
-                                              "--new-version to keep the old one as a version.");
-    if (!exists && !target.bucket.empty() && target.bucket != connection.user())
-        throw Failure(ExitCode::notAllowed, target.quoted() +
-                                                " cannot be made: new files and folders can be stored "
-                                                "in your own storage only.");
-}
 
 /// The folders of one tree, by their place below its root; "" is the root itself.
 struct Uploader::Folders {
@@ -288,68 +221,23 @@ UploadReport Uploader::run()
             skip(upload.origin, "it exists already");
             continue;
         }
-        Transfer transfer;
-        auto stored = std::make_shared<StoredContent>();
-        const auto damaged = std::make_shared<DamagedUpload>();
         const auto found = versions.find(upload.remote.stored());
-        const auto before = found == versions.end() ? std::string() : found->second;
-        transfer.what = shown(upload.origin);
-        transfer.item = upload.remote.stored();
-        transfer.bytes = upload.size;
-        transfer.start = [this, &upload, stored, damaged] {
-            return send(upload, stored, damaged->known(upload));
-        };
-        transfer.wasDone = [this, &upload, stored] {
-            const auto isDone = isStored(connection, upload);
-            if (isDone == true) stored->bytes = upload.size;
-            return isDone;
-        };
-        transfer.succeeded = [this, &upload, stored] {
-            ++report.files;
-            report.bytes += stored->bytes; // the file may have become longer or shorter
-            out.detail("Stored " + shown(upload.origin) + " as " + upload.remote.quoted() + ".");
-        };
-        sendDamagedAgain(transfer, connection, upload, existing, before, damaged);
-        transfers.add(recorded(connection, std::move(transfer), changeBy(upload, existing, before),
-                               std::shared_ptr<const std::string>(stored, &stored->version)));
+        transfers.add(storing(connection, upload,
+                              {.existing = existing,
+                               .before = found == versions.end() ? std::string() : found->second,
+                               .moved = moved,
+                               .succeeded = [this, &upload](const StoredContent& stored) {
+                                   ++report.files;
+                                   report.bytes += stored.bytes; // it may have become longer or shorter
+                                   out.detail("Stored " + shown(upload.origin) + " as " +
+                                              upload.remote.quoted() + ".");
+                               }}));
         total += upload.size;
     }
     out.progress().begin("Storing", total, uploads.size());
     addTo(report.transfers, transfers.run());
     out.progress().end();
     return std::move(report);
-}
-
-Future<bool> Uploader::send(const Upload& upload, const std::shared_ptr<StoredContent>& stored,
-                            const KnownContent& known)
-{
-    const bool exists = upload.existing.has_value();
-    requireStorable(connection, upload.remote, exists, existing);
-    // Opened only now, when its turn has come: what waits takes no descriptor.
-    const auto begin = [&] {
-        if (const auto* other = std::get_if<RemotePath>(&upload.origin))
-            return storeContent(connection, upload.remote, contentOf(connection, *other, upload.size, moved),
-                                {}, existing, exists, known);
-        const auto content = LocalContent::ofFile(std::get<fs::path>(upload.origin), upload.symlinks);
-        return storeContent(connection, upload.remote, content.publisher(moved), content.size(), existing,
-                            exists, known);
-    };
-    return begin().then([stored](Future<StoredContent>&& reply) {
-        *stored = reply.get();
-        return true;
-    });
-}
-
-/// The watermark tells whether anything was changed, and the digest whether by this upload; what another has changed
-/// instead, or since, nobody can tell.
-std::optional<bool> isStored(Connection& connection, const Upload& upload)
-{
-    const auto found = findAttributes(connection, upload.remote);
-    if (!found || (upload.existing && found->watermark == upload.existing->watermark)) return false;
-    if (found->size != upload.size) return {};
-    if (found->size == 0 || digestOf(connection, upload.remote) == digestOfOrigin(connection, upload))
-        return true;
-    return {};
 }
 
 void Uploader::fail(const Origin& origin, const Failure& failure)

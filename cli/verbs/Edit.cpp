@@ -5,9 +5,11 @@
 #include "cli/remote/FileAbove.h"
 #include "cli/remote/FileContent.h"
 #include "cli/remote/Requests.h"
+#include "cli/service/ErrorMapping.h"
+#include "cli/terminal/Interrupts.h"
+#include "cli/terminal/Text.h"
 #include "cli/transfer/Conclusion.h"
-#include "cli/transfer/RecordedTransfer.h"
-#include "cli/transfer/Upload.h"
+#include "cli/transfer/Storing.h"
 #include "cli/verbs/Verb.h"
 
 #include <filesystem>
@@ -20,7 +22,6 @@ namespace {
 
 namespace fs = std::filesystem;
 using namespace connector::tarn;
-using connector::Future;
 
 /// The text while it is edited: a file of the same name, so that the editor knows its kind, in a folder that only the
 /// user can read. It goes unless it is kept.
@@ -28,7 +29,12 @@ class Draft {
 public:
     explicit Draft(const std::string& name)
     {
-        auto folderName = (fs::temp_directory_path() / "tarn-edit-XXXXXX").string();
+        std::error_code error;
+        const auto folder = fs::temp_directory_path(error);
+        if (error)
+            throw Failure(ExitCode::failure, "There is no folder for temporary files: " + error.message() +
+                                                 ". Set TMPDIR to one.");
+        auto folderName = (folder / "tarn-edit-XXXXXX").string();
         if (mkdtemp(folderName.data()) == nullptr) throwErrno("Could not make", folderName);
         file = fs::path(folderName) / name;
     }
@@ -66,8 +72,19 @@ public:
     const std::string& path() const { return file.native(); }
 
 private:
+    /// Nothing of the user's work is removed then.
+    void tellOnInterrupt() const
+    {
+        std::error_code error;
+        if (fs::exists(file, error))
+            std::fprintf(stderr, "tarn: Your text is in %s.\n", escaped(file.string()).c_str());
+        else
+            fs::remove(file.parent_path(), error);
+    }
+
     fs::path file;
     bool kept = false;
+    InterruptGuard guard{[this] { tellOnInterrupt(); }};
 };
 
 std::string editorCommand()
@@ -110,36 +127,45 @@ Seen look(Connection& connection, const RemotePath& file)
     return seen;
 }
 
-/// As a new version, so that nothing is lost whatever happens at the same moment, and with its SHA-256, so that the
-/// service stores nothing else.
-Future<StoredContent> send(Connection& connection, const Upload& upload)
+Failure changedMeanwhile(const RemotePath& file)
 {
-    const auto content = LocalContent::ofFile(std::get<fs::path>(upload.origin), upload.symlinks);
-    return storeContent(connection, upload.remote, content.publisher(countFromZero()), content.size(),
-                        Existing::addVersion, upload.existing.has_value(), {.sha256 = content.sha256()});
+    return {ExitCode::conflict, file.quoted() + " has changed while you edited it; nothing was stored."};
 }
 
-Transfer storing(Connection& connection, const Upload& upload)
+/// As a new version, with its SHA-256, so that the service stores nothing else, and only while the file is what was
+/// edited.
+Transfer transferOf(Connection& connection, const Upload& upload)
 {
-    const auto version = std::make_shared<std::string>();
-    Change change{upload.existing ? Change::Kind::addVersion : Change::Kind::createFile,
-                  upload.remote.stored()};
-    change.size = upload.size;
-    if (upload.existing)
-        change.before = naming(upload.remote, [&] { return currentOf(connection, upload.remote).version; });
-    Transfer transfer;
+    auto transfer =
+        storing(connection, upload, {.existing = Existing::addVersion, .before = upload.ifVersion});
     transfer.what = upload.remote.quoted();
-    transfer.item = upload.remote.stored();
-    transfer.bytes = upload.size;
-    transfer.start = [&connection, upload, version] {
-        return send(connection, upload).then([version](Future<StoredContent>&& stored) {
-            *version = stored.get().version;
-            return true;
-        });
+    transfer.failed = [remote = upload.remote,
+                       failed = std::move(transfer.failed)](const std::exception_ptr& error) {
+        try {
+            failed(error);
+        } catch (const std::exception&) {
+            const auto final = std::current_exception();
+            if (isRefusal(final, reasons::contentChanged) || isRefusal(final, reasons::fileExists))
+                throw changedMeanwhile(remote);
+            throw;
+        }
     };
-    transfer.mayRepeat = isSentDamaged;
-    transfer.wasDone = [&connection, upload] { return isStored(connection, upload); };
-    return recorded(connection, std::move(transfer), std::move(change), version);
+    return transfer;
+}
+
+void store(const Invocation& invocation, Connection& connection, const RemotePath& file, const Seen& before,
+           const Draft& draft)
+{
+    Upload upload{fs::path(draft.path()), file, fs::file_size(draft.path())};
+    if (before.attributes) {
+        upload.existing = StoredFile{before.attributes->watermark, before.attributes->size};
+        upload.ifVersion = naming(file, [&] { return currentOf(connection, file).version; });
+    }
+    if (!before.isSame(findAttributes(connection, file))) throw changedMeanwhile(file);
+    upload.sha256 = digestOfOrigin(connection, upload);
+    Transfers transfers(connection, invocation.out);
+    transfers.add(transferOf(connection, upload));
+    conclude(transfers.run(), "stored");
 }
 
 void editFile(const Invocation& invocation, const std::string& path)
@@ -159,15 +185,7 @@ void editFile(const Invocation& invocation, const std::string& path)
     const bool changed = before.attributes ? draft.exists() && content != before.content : draft.exists();
     if (changed) {
         try {
-            if (!before.isSame(findAttributes(connection, file)))
-                throw Failure(ExitCode::conflict,
-                              file.quoted() + " has changed while you edited it; nothing was stored.");
-            Upload upload{fs::path(draft.path()), file, content.size()};
-            if (before.attributes)
-                upload.existing = StoredFile{before.attributes->watermark, before.attributes->size};
-            Transfers transfers(connection, invocation.out);
-            transfers.add(storing(connection, upload));
-            conclude(transfers.run(), "stored");
+            store(invocation, connection, file, before, draft);
         } catch (const std::exception&) {
             throw draft.keep(withFileAbove(connection, file, explain(std::current_exception())));
         }

@@ -28,9 +28,19 @@ TEST_F(OnTheWay, WhatIsNotWhatItShouldBeIsRefused)
         EXPECT_THAT(result.err, HasSubstr(told));
         EXPECT_THAT(contentsOf(alice.work()), testing::ElementsAre(testing::Pair("f", "old"))) << arguments;
     };
-    refuses("put -f f /f", "PUT ", "what stands there now is damaged. Store it again with --force");
+    refuses("put -f f /f", "PUT ",
+            "what stands there now is what was to be stored, but the reply told another");
+    alice.write("f", "newer");
+    alice.set("EDITOR", "cp f");
+    for (const std::string arguments : {"edit /again", "put f /again"}) { // sent again, in its own place
+        const auto result =
+            run(arguments + " && tarn cat /again && tarn undo --yes", "PUT ", 1, damageDigest);
+        EXPECT_EQ(result.exitCode, 0) << result.err;
+        EXPECT_THAT(result.out, testing::StartsWith("newer"));
+        EXPECT_EQ(run("ls /again").exitCode, 3);
+    }
     alice.write("f", "new");
-    EXPECT_EQ(run("put f /again", "PUT ", 1, damageDigest).exitCode, 0) << "sent again, in its own place";
+    EXPECT_EQ(run("put f /again").exitCode, 0);
     alice.write("f", "newer");
     EXPECT_EQ(run("put --new-version f /again", "PUT ", 1, damageDigest).exitCode, 0);
     EXPECT_EQ(run("cat /again; tarn versions /again | wc -l").out, "newer3\n");
@@ -116,12 +126,6 @@ TEST_F(OnTheWay, WhatIsAlwaysDamagedOnItsWayUpLeavesWhatWasThere)
 
 TEST_F(OnTheWay, WhatIsDamagedOnceNeverTakesThePlaceOfWhatAnotherHasStoredSince)
 {
-    Shell other;
-    other.set("TARN_USER", "alice");
-    other.set("TARN_TOKEN", token);
-    other.set("TARN_ENDPOINT", service.url());
-    other.write("f", "theirs");
-
     const struct {
         const char* arguments;
         const char* meanwhile; ///< before the second try arrives

@@ -17,9 +17,13 @@ protected:
     OnTheWay()
     {
         service.start();
-        alice.set("TARN_USER", "alice");
-        token = service.addUser("alice");
-        alice.set("TARN_TOKEN", token);
+        const auto token = service.addUser("alice");
+        for (auto* shell : {&alice, &other}) {
+            shell->set("TARN_USER", "alice");
+            shell->set("TARN_TOKEN", token);
+        }
+        other.set("TARN_ENDPOINT", service.url());
+        other.write("f", "theirs");
         for (int i = 0; i < 1'000'000; ++i)
             content += static_cast<char>(i * 7 + i / 1000);
         store(content);
@@ -64,7 +68,7 @@ protected:
     static constexpr const char* fetching = "GET /service/v1/files/f";
     tarnd::test::TarndProcess service;
     Shell alice;
-    std::string token;
+    Shell other; ///< of hers, on another machine that nothing goes wrong for
     std::string content;
 };
 

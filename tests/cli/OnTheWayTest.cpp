@@ -292,6 +292,55 @@ TEST_F(OnTheWay, AChangeWhoseReplyIsLostIsLookedAtAndMadeOnce)
     }
 }
 
+TEST_F(OnTheWay, AChangeWhoseReplyIsLostCanBeTakenBackAndThatReplyMayBeLostToo)
+{
+    alice.set("EDITOR", "cp f");
+    for (const std::string arguments : {"put f /new", "put --new-version f /f", "edit /f"}) {
+        std::atomic changes = 2; // this one, and the one that takes it back
+        const FaultServer server({"", Ending::noReply, [](const auto&, const auto&) {}},
+                                 connector::host::test::truthOf(service.port()), [&](const auto& request) {
+                                     const bool isChange =
+                                         request.starts_with("PUT ") || request.starts_with("DELETE ");
+                                     return isChange && changes-- > 0;
+                                 });
+        alice.set("TARN_ENDPOINT", server.url());
+        const auto result = alice.run("tarn " + arguments + " && tarn undo --yes");
+        EXPECT_EQ(result.exitCode, 0) << arguments << ": " << result.err;
+        EXPECT_LT(changes, 1);
+    }
+    EXPECT_EQ(run("ls").out, "f\n");
+    EXPECT_TRUE(run("cat /f").out == content);
+}
+
+TEST_F(OnTheWay, WhatAnotherStoresAtTheLastMomentStays)
+{
+    alice.set("EDITOR", "cp f");
+
+    const struct {
+        const char* arguments;
+        const char* struck;
+        const char* told;
+    } rows[] = {
+        {"put f /n && tarn undo --yes", "DELETE ", "is not what the request takes it for"},
+        {"edit /n", "PUT ", "\"/n\" has changed while you edited it; nothing was stored. Your text is in"},
+    };
+
+    for (const auto& row : rows) {
+        other.write("f", row.arguments);
+        const auto truth = connector::host::test::truthOf(service.port());
+        const auto meanwhile = [&](const std::string& request) {
+            if (request.starts_with(row.struck)) other.run("tarn put --new-version f /n");
+            return truth(request);
+        };
+        const FaultServer server({}, meanwhile, [](const auto&) { return false; });
+        alice.set("TARN_ENDPOINT", server.url());
+        const auto result = alice.run(std::string("tarn ") + row.arguments);
+        EXPECT_EQ(result.exitCode, 6) << row.arguments;
+        EXPECT_THAT(result.err, HasSubstr(row.told));
+        EXPECT_EQ(run("cat /n").out, row.arguments);
+    }
+}
+
 /// Where nobody has said how many.
 TEST_F(OnTheWay, ManySmallContentsGoAtATimeAndFewLargeOnes)
 {
