@@ -18,7 +18,9 @@ struct Field {
 std::string wholeValue(const Field& field, const char* next, std::ptrdiff_t separator)
 {
     const auto* end = field.value.data() + field.value.size();
-    std::string value(field.value.substr(0, field.value.find_last_not_of(" \t") + 1));
+    std::string value(field.value);
+    // The library knows no "chunked " and would read such a body until the connection ends.
+    if (!sameName(field.name, "Transfer-Encoding")) value.erase(value.find_last_not_of(" \t") + 1);
     // A line that goes on in the next one lies elsewhere altogether; it is as unwelcome.
     if (next < end || next - end > separator) value += '\0';
     return value;

@@ -17,12 +17,12 @@ bool isControl(char c)
     return (c >= 0 && c < 0x20 && c != '\t') || c == 0x7f;
 }
 
+} // namespace
+
 bool sameName(std::string_view a, std::string_view b)
 {
     return a.size() == b.size() && strncasecmp(a.data(), b.data(), a.size()) == 0;
 }
-
-} // namespace
 
 std::vector<std::string_view> valuesOf(const Headers& headers, std::string_view name)
 {

@@ -14,6 +14,9 @@ namespace tarnd {
 /// Header fields in the order they came.
 using Headers = std::vector<std::pair<std::string, std::string>>;
 
+/// Names of fields do not tell upper from lower case.
+bool sameName(std::string_view a, std::string_view b);
+
 /// The values of all fields of that name, in the order they came.
 std::vector<std::string_view> valuesOf(const Headers& headers, std::string_view name);
 

@@ -45,6 +45,8 @@ TEST_F(Framing, RefusesWhatCanBeReadInTwoWays)
          "400 A request has either Content-Length or Transfer-Encoding, not both."},
         {"unknown encoding", putHead("Transfer-Encoding: gzip, chunked\r\n") + chunks,
          "400 The only Transfer-Encoding understood is chunked."},
+        {"blank behind the encoding", putHead("Transfer-Encoding: chunked \t\r\n") + chunks,
+         "400 The only Transfer-Encoding understood is chunked."},
         {"chunks of HTTP/1.0",
          "PUT /service/v1/files/f HTTP/1.0\r\nTransfer-Encoding: chunked\r\n\r\n" + chunks,
          "400 HTTP/1.0 has no Transfer-Encoding."},
