@@ -187,9 +187,10 @@ bool Exchange::receive(const char* data, std::size_t size)
 Reply Exchange::finish(Headers trailers)
 {
     Reply reply;
-    if (call) call->trailers = std::move(trailers);
     if (!refusal)
         guarded([&] {
+            checkFields(trailers);
+            call->trailers = std::move(trailers);
             if (taken->access == Access::form) beginSession(Parameters(form).text("session"));
             reply = taken->handle(*call);
             requireSession();

@@ -1,5 +1,6 @@
 #include "tarnd/http/ReceivedHead.h"
 
+#include <algorithm>
 #include <cstring>
 #include <microhttpd.h>
 
@@ -11,19 +12,45 @@ constexpr std::ptrdiff_t lineEnd = 2; // CR and LF, of which the library makes N
 
 struct Field {
     std::string_view name, value;
+
+    const char* end() const { return value.data() + value.size(); }
 };
 
 /// @param next where the following name begins, or the body
 /// @param separator bytes that may stand between the two
-std::string wholeValue(const Field& field, const char* next, std::ptrdiff_t separator)
+bool isFollowedBy(const Field& field, const char* next, std::ptrdiff_t separator)
 {
-    const auto* end = field.value.data() + field.value.size();
+    // A line that goes on in the next one lies elsewhere altogether; it is as unwelcome.
+    return next >= field.end() && next - field.end() <= separator;
+}
+
+/// Where a trailer ends the library does not tell. Behind its buffer lies its list of the fields, so that there always
+/// are bytes to look at.
+bool isFollowedByEmptyLine(const Field& field)
+{
+    return std::all_of(field.end(), field.end() + 2 * lineEnd, [](char c) { return c == '\0'; });
+}
+
+std::string givenValue(const Field& field, bool isWhole)
+{
     std::string value(field.value);
     // The library knows no "chunked " and would read such a body until the connection ends.
     if (!sameName(field.name, "Transfer-Encoding")) value.erase(value.find_last_not_of(" \t") + 1);
-    // A line that goes on in the next one lies elsewhere altogether; it is as unwelcome.
-    if (next < end || next - end > separator) value += '\0';
+    if (!isWhole) value += '\0';
     return value;
+}
+
+template <class IsWhole>
+Headers wholeFields(const std::vector<Field>& fields, IsWhole&& isLastWhole)
+{
+    Headers whole;
+    for (std::size_t i = 0; i < fields.size(); ++i) {
+        const bool isLast = i + 1 == fields.size();
+        const bool isWhole =
+            isLast ? isLastWhole(fields[i]) : isFollowedBy(fields[i], fields[i + 1].name.data(), lineEnd);
+        whole.emplace_back(fields[i].name, givenValue(fields[i], isWhole));
+    }
+    return whole;
 }
 
 std::vector<Field> fieldsOf(MHD_Connection* connection, MHD_ValueKind kind)
@@ -44,25 +71,16 @@ std::vector<Field> fieldsOf(MHD_Connection* connection, MHD_ValueKind kind)
 
 RequestHead receivedHead(MHD_Connection* connection, const char* url, const char* method, const char* version)
 {
-    const auto fields = fieldsOf(connection, MHD_HEADER_KIND);
     const auto* info = MHD_get_connection_info(connection, MHD_CONNECTION_INFO_REQUEST_HEADER_SIZE);
     const char* const end = method + info->header_size;
-    RequestHead head{method, version, static_cast<std::size_t>(version - url - 1), {}};
-    for (std::size_t i = 0; i < fields.size(); ++i) {
-        const bool last = i + 1 == fields.size();
-        head.headers.emplace_back(fields[i].name,
-                                  last ? wholeValue(fields[i], end, 2 * lineEnd)
-                                       : wholeValue(fields[i], fields[i + 1].name.data(), lineEnd));
-    }
-    return head;
+    const auto isLastWhole = [&](const Field& field) { return isFollowedBy(field, end, 2 * lineEnd); };
+    return {method, version, static_cast<std::size_t>(version - url - 1),
+            wholeFields(fieldsOf(connection, MHD_HEADER_KIND), isLastWhole)};
 }
 
 Headers receivedTrailers(MHD_Connection* connection)
 {
-    Headers trailers;
-    for (const auto& [name, value] : fieldsOf(connection, MHD_FOOTER_KIND))
-        trailers.emplace_back(name, value);
-    return trailers;
+    return wholeFields(fieldsOf(connection, MHD_FOOTER_KIND), isFollowedByEmptyLine);
 }
 
 } // namespace tarnd

@@ -24,6 +24,18 @@ bool sameName(std::string_view a, std::string_view b)
     return a.size() == b.size() && strncasecmp(a.data(), b.data(), a.size()) == 0;
 }
 
+void checkFields(const Headers& fields, std::size_t more)
+{
+    std::size_t size = more;
+    for (const auto& [name, value] : fields) {
+        size += name.size() + value.size();
+        // "Content-Length : 3" is a length to some readers and an unknown header to others.
+        if (name.find_first_of(" \t") != std::string::npos) throw sentences::badHeader();
+        if (std::any_of(value.begin(), value.end(), isControl)) throw sentences::controlInHeader();
+    }
+    if (size > headersLimit) throw sentences::headersTooLarge();
+}
+
 std::vector<std::string_view> valuesOf(const Headers& headers, std::string_view name)
 {
     std::vector<std::string_view> values;
@@ -41,18 +53,10 @@ std::string_view onlyValue(const Headers& headers, std::string_view name)
     return values.empty() ? std::string_view() : values.front();
 }
 
-void checkHeaders(std::string_view target, const Headers& headers)
+/// Two of them lead a proxy in front to one host and the service behind it to another.
+void requireOneHost(const Headers& headers)
 {
-    std::size_t size = target.size();
-    for (const auto& [name, value] : headers) {
-        size += name.size() + value.size();
-        // "Content-Length : 3" is a length to some readers and an unknown header to others.
-        if (name.find_first_of(" \t") != std::string::npos) throw sentences::badHeader();
-        if (std::any_of(value.begin(), value.end(), isControl)) throw sentences::controlInHeader();
-    }
-    // Two of them lead a proxy in front to one host and the service behind it to another.
     if (valuesOf(headers, "Host").size() > 1) throw sentences::repeatedHeader("Host");
-    if (size > headersLimit) throw sentences::headersTooLarge();
 }
 
 /// Two readings of where a body ends let one request hide inside another, so anything ambiguous is refused.
@@ -94,7 +98,8 @@ Request::Request(std::string method, std::string_view target, Headers given)
     , parameters(queryOf(checkedTarget(target)))
     , headers(std::move(given))
 {
-    checkHeaders(target, headers);
+    checkFields(headers, target.size());
+    requireOneHost(headers);
     announcedLength = lengthOf(headers);
 }
 

@@ -17,6 +17,11 @@ using Headers = std::vector<std::pair<std::string, std::string>>;
 /// Names of fields do not tell upper from lower case.
 bool sameName(std::string_view a, std::string_view b);
 
+/// Refuses fields that other programs may read in another way, before the body or behind it.
+/// @param more  bytes that count with them
+/// @throws ServiceError badRequest, tooLarge
+void checkFields(const Headers& fields, std::size_t more = 0);
+
 /// The values of all fields of that name, in the order they came.
 std::vector<std::string_view> valuesOf(const Headers& headers, std::string_view name);
 

@@ -33,6 +33,10 @@ TEST_F(Framing, RefusesWhatCanBeReadInTwoWays)
     };
 
     const std::string chunks = "3\r\nabc\r\n0\r\n\r\n";
+    const auto trailing = [&](const std::string& fields) {
+        return putHead("Transfer-Encoding: chunked\r\n") + "3\r\nabc\r\n0\r\n" + fields + "\r\n";
+    };
+    const std::string control = "400 The value of a header may hold no control character.";
     std::string parameters;
     for (int i = 0; i < 2000; ++i)
         parameters += "p" + std::to_string(i) + "=1&";
@@ -68,6 +72,10 @@ TEST_F(Framing, RefusesWhatCanBeReadInTwoWays)
          "400 The value of a header may hold no control character."},
         {"NUL at the end", head("GET /service/v1/ping", "a: b" + std::string("\0\r\n", 3)),
          "400 The value of a header may hold no control character."},
+        {"NUL in a trailer", trailing(std::string("a: b\0c\r\n", 8)), control},
+        {"a trailer in two lines", trailing("a: b\r\n c\r\n"), control},
+        {"blank in the name of a trailer", trailing("a : b\r\n"),
+         "400 The name of a header may hold no white space."},
         {"NUL in the path", head(std::string("GET /service/v1/ping\0a", 22), ""),
          "400 The address of the request holds characters that must be percent-encoded."},
         {"2000 parameters", head("GET /service/v1/ping?" + parameters, ""),
