@@ -41,7 +41,9 @@ void Upload::write(const void* data, std::size_t size)
 
 void Upload::require(std::string digest)
 {
-    if (!digest.empty()) options.digest = std::move(digest);
+    if (digest.empty()) return;
+    if (!options.digest.empty() && options.digest != digest) throw sentences::digestDiffers();
+    options.digest = std::move(digest);
 }
 
 VersionStamp Upload::commit()

@@ -29,7 +29,8 @@ public:
     /// the announced length, insufficientStorage, internal
     void write(const void* data, std::size_t size);
 
-    /// As PutOptions::digest, when that is known at the end only.
+    /// As PutOptions::digest, when that is known at the end only. @throws ServiceError badRequest when it is not the one
+    /// known before
     void require(std::string digest);
 
     /// Makes the content durable, then the file: bytes and directory reach the disk first, then one

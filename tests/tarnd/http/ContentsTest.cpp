@@ -23,11 +23,11 @@ protected:
         return url.substr(service.url().size());
     }
 
-    WireReply putChunks(const std::string& chunks)
+    WireReply putChunks(const std::string& chunks, const std::string& headers = "")
     {
         return send("PUT /service/v1/files/f?createMode=CREATE_OR_UPDATE HTTP/1.1\r\nHost: tarn\r\n"
                     "x-qz-tarn-session-id: " +
-                    alice + "\r\nTransfer-Encoding: chunked\r\n\r\n" + chunks);
+                    alice + "\r\nTransfer-Encoding: chunked\r\n" + headers + "\r\n" + chunks);
     }
 };
 
@@ -41,9 +41,10 @@ TEST_F(Contents, AreStoredOnlyWithTheDigestAnnounced)
     const auto refused = send(requestText("PUT", target, alice, "0123456780", digest));
     EXPECT_EQ(refused.status, 400);
     const auto wrong = "sha-256=:" + std::string(43, 'A') + "=:";
-    const auto trailing = [&](const std::string& digests) {
-        return putChunks("a\r\n0123456789\r\n0\r\nContent-Digest: " + digests + "\r\n\r\n");
+    const auto trailing = [&](const std::string& digests, const std::string& headers = "") {
+        return putChunks("a\r\n0123456789\r\n0\r\nContent-Digest: " + digests + "\r\n\r\n", headers);
     };
+    EXPECT_EQ(trailing(digestOfTenDigits, "Content-Digest: " + wrong + "\r\n").status, 400);
     for (const std::string& refusing :
          {std::string("sha-256=::"), std::string("sha-256=hNiYd"), std::string("sha-256=:hNiYd"),
           std::string("sha-256"), std::string("garbage!!"), digestOfTenDigits + ",", wrong,
