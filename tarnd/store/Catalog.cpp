@@ -14,7 +14,11 @@ std::unique_ptr<Upload> Catalog::put(const Caller& caller, const Location& locat
                                      const PutOptions& options, std::optional<std::uint64_t> expectedSize)
 {
     const bool checksLater = options.isComing && !engine.contents.isRemote();
-    const auto check = [&] { return requirePut(caller, location, options, expectedSize); };
+    const auto check = [&] {
+        const auto room = requirePut(engine, caller, location, options);
+        room.require(expectedSize.value_or(0));
+        return room;
+    };
     const auto quota = checksLater ? QuotaRoom() : check();
     try {
         auto room = engine.contents.claimRoom(expectedSize.value_or(0));
@@ -24,20 +28,6 @@ std::unique_ptr<Upload> Catalog::put(const Caller& caller, const Location& locat
         if (checksLater) check(); // what is wrong with the request itself is told first
         throw;
     }
-}
-
-QuotaRoom Catalog::requirePut(const Caller& caller, const Location& location, const PutOptions& options,
-                              std::optional<std::uint64_t> expectedSize)
-{
-    return engine.database.read(Tree::statementsFor(location), [&](Transaction& transaction) {
-        Tree tree(transaction, caller);
-        const auto slot = slotForPut(tree, location, options.mode);
-        options.condition.require(slot.existing);
-        const bool replaces = slot.existing && !options.createNewVersion;
-        const auto room = quotaRoomOf(transaction, caller, replaces ? slot.existing->size : 0);
-        room.require(expectedSize.value_or(0));
-        return room;
-    });
 }
 
 OpenContent Catalog::read(const Caller& caller, const Location& location, const VersionChoice& version)

@@ -60,10 +60,6 @@ public:
     void move(const Caller& caller, const Location& source, const Location& target, bool overwrite);
 
 private:
-    /// @return what the quota leaves
-    QuotaRoom requirePut(const Caller& caller, const Location& location, const PutOptions& options,
-                         std::optional<std::uint64_t> expectedSize);
-
     Engine engine;
 };
 

@@ -36,7 +36,7 @@ void countUse(Transaction& transaction, std::int64_t owner, std::int64_t bytes)
 
 void QuotaRoom::require(std::uint64_t bytes) const
 {
-    if (bytes > 0 && static_cast<std::int64_t>(bytes) > left) throw quotaExceeded(quota);
+    if (!has(bytes)) throw quotaExceeded(quota);
 }
 
 QuotaRoom quotaRoomOf(Transaction& transaction, const Caller& caller, std::int64_t freed)

@@ -22,6 +22,8 @@ struct QuotaRoom {
     std::int64_t left = std::numeric_limits<std::int64_t>::max(); ///< bytes
     std::int64_t quota = 0;
 
+    bool has(std::uint64_t bytes) const { return bytes == 0 || static_cast<std::int64_t>(bytes) <= left; }
+
     /// @throws as countUse
     void require(std::uint64_t bytes) const;
 };

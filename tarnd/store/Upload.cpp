@@ -12,6 +12,18 @@ constexpr std::int64_t renewInterval = 60 * 1000; // milliseconds
 
 } // namespace
 
+QuotaRoom requirePut(Engine& engine, const Caller& caller, const Location& location,
+                     const PutOptions& options)
+{
+    return engine.database.read(Tree::statementsFor(location), [&](Transaction& transaction) {
+        Tree tree(transaction, caller);
+        const auto slot = slotForPut(tree, location, options.mode);
+        options.condition.require(slot.existing);
+        const bool replaces = slot.existing && !options.createNewVersion;
+        return quotaRoomOf(transaction, caller, replaces ? slot.existing->size : 0);
+    });
+}
+
 Upload::Upload(Engine engine, Caller caller, Location location, PutOptions options,
                std::optional<std::uint64_t> expectedSize, DiskRoom::Claim room, QuotaRoom quota)
     : engine(std::move(engine))
@@ -29,7 +41,7 @@ Upload::Upload(Engine engine, Caller caller, Location location, PutOptions optio
 void Upload::write(const void* data, std::size_t size)
 {
     if (expectedSize && size > *expectedSize - writer->size()) throw sentences::sizeDiffers();
-    quota.require(writer->size() + size);
+    requireQuota(writer->size() + size);
     room.extendTo(size);
     writer->write(data, size);
     room.use(size);
@@ -37,6 +49,14 @@ void Upload::write(const void* data, std::size_t size)
         renewed = now;
         renewSession(engine, caller);
     }
+}
+
+/// What was left when the upload began may be more by now.
+void Upload::requireQuota(std::uint64_t bytes)
+{
+    if (quota.has(bytes)) return;
+    quota = requirePut(engine, caller, location, options);
+    quota.require(bytes);
 }
 
 void Upload::require(std::string digest)

@@ -17,6 +17,11 @@
 
 namespace tarnd {
 
+/// Refuses what Upload::commit() would refuse in the end, as far as that is known beforehand.
+/// @return what the quota leaves @throws as Catalog::put
+QuotaRoom requirePut(Engine& engine, const Caller& caller, const Location& location,
+                     const PutOptions& options);
+
 /// One file content on its way in. Nothing of it is visible before commit() returns, and an upload that is
 /// destroyed uncommitted leaves nothing behind. One thread at a time.
 class Upload {
@@ -46,6 +51,8 @@ public:
     const std::string& tag() const { return ownTag; }
 
 private:
+    void requireQuota(std::uint64_t bytes);
+
     Engine engine;
     Caller caller;
     Location location;

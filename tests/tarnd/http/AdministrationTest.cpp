@@ -104,8 +104,14 @@ TEST_F(Administration, NobodyGetsBeyondTheQuota)
             threads.emplace_back([&, i] { stored += store("/n" + std::to_string(i), 2, "CREATE") == 200; });
     }
     EXPECT_EQ(stored, 3);
+    Wire begun(service.port());
+    begun.send(requestText("PUT", "/service/v1/files/begun?createMode=CREATE", alice, "",
+                           "Transfer-Encoding: chunked\r\nExpect: 100-continue\r\n"));
+    ASSERT_EQ(begun.receive().value().status, 100);
     tell({"user", "quota", "alice", "0"});
-    EXPECT_EQ(store("/large", 100), 200);
+    begun.send("4\r\nxxxx\r\n0\r\n\r\n");
+    EXPECT_EQ(begun.receive().value().status, 200);
+    EXPECT_EQ(store("/large", 96), 200);
     EXPECT_THAT(tell({"user", "list", "-l"}), HasSubstr(" 110 bytes of any "));
     service.terminate();
     EXPECT_EQ(service.run({"fsck"}).exitCode, 0) << "counts what versions take";
