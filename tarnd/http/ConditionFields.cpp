@@ -8,27 +8,67 @@ namespace tarnd {
 
 namespace {
 
-/// @param text  `*`, `"tag"` or `W/"tag"`: a weak one tells no content from another, and is no tag of ours
-std::string tagIn(std::string_view text)
-{
-    const auto from = std::min(text.find_first_not_of(" \t"), text.size());
-    text = text.substr(from, text.find_last_not_of(" \t") + 1 - from);
-    const bool isQuoted = text.size() >= 2 && text.front() == '"' && text.back() == '"';
-    return std::string(isQuoted ? text.substr(1, text.size() - 2) : text);
-}
+/// What a tag `W/"…"` says, which vouches for something like the content only.
+enum class Weak { counts, matchesNothing };
 
-std::optional<Condition::Tags> tagsOf(const Request& request, std::string_view header)
+class TagList {
+public:
+    TagList(std::string_view header, std::string_view list) : header(header), rest(list) {}
+
+    Condition::Tags read(Weak weak)
+    {
+        if (rest == "*") return {true};
+        Condition::Tags tags;
+        skip(" \t,");
+        require(!rest.empty());
+        while (!rest.empty()) {
+            const bool isWeak = takes("W/");
+            auto tag = quoted();
+            if (!isWeak || weak == Weak::counts) tags.named.push_back(std::move(tag));
+            skip(" \t");
+            require(rest.empty() || rest.front() == ',');
+            skip(" \t,");
+        }
+        return tags;
+    }
+
+private:
+    void require(bool isRead) const
+    {
+        if (!isRead) throw sentences::badTag(header);
+    }
+
+    void skip(std::string_view characters)
+    {
+        rest.remove_prefix(std::min(rest.find_first_not_of(characters), rest.size()));
+    }
+
+    bool takes(std::string_view text)
+    {
+        if (!rest.starts_with(text)) return false;
+        rest.remove_prefix(text.size());
+        return true;
+    }
+
+    std::string quoted()
+    {
+        require(takes("\""));
+        const auto size = rest.find('"');
+        require(size != rest.npos);
+        std::string tag(rest.substr(0, size));
+        rest.remove_prefix(size + 1);
+        return tag;
+    }
+
+    std::string_view header, rest;
+};
+
+std::optional<Condition::Tags> tagsOf(const Request& request, std::string_view header, Weak weak)
 {
     const auto values = request.headerValues(header);
     if (values.empty()) return {};
-    Condition::Tags tags;
-    for (auto value : values) {
-        while (!value.empty()) {
-            tags.push_back(tagIn(value.substr(0, value.find(','))));
-            value.remove_prefix(std::min(value.find(','), value.size() - 1) + 1);
-        }
-    }
-    return tags;
+    const auto list = joined(values);
+    return TagList(header, list).read(weak);
 }
 
 } // namespace
@@ -37,7 +77,8 @@ Condition conditionOf(const Request& request)
 {
     if (!request.headerValues("If-Unmodified-Since").empty())
         throw sentences::conditionalChange("If-Unmodified-Since");
-    return {tagsOf(request, "If-Match"), tagsOf(request, "If-None-Match")};
+    return {tagsOf(request, "If-Match", Weak::matchesNothing),
+            tagsOf(request, "If-None-Match", Weak::counts)};
 }
 
 } // namespace tarnd

@@ -1,5 +1,6 @@
 #include "tarnd/http/DigestField.h"
 
+#include "tarnd/http/Request.h"
 #include "tarnd/http/Sentences.h"
 
 #include <algorithm>
@@ -119,10 +120,8 @@ private:
 
 std::string announcedSha256(const std::vector<std::string_view>& values)
 {
-    std::string joined;
-    for (const auto value : values)
-        joined.append(joined.empty() ? "" : ", ").append(value);
-    return Dictionary(joined).sha256();
+    const auto list = joined(values);
+    return Dictionary(list).sha256();
 }
 
 } // namespace tarnd

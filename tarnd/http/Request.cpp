@@ -44,6 +44,14 @@ std::vector<std::string_view> valuesOf(const Headers& headers, std::string_view 
     return values;
 }
 
+std::string joined(const std::vector<std::string_view>& values)
+{
+    std::string list;
+    for (const auto value : values)
+        list.append(list.empty() ? "" : ", ").append(value);
+    return list;
+}
+
 namespace {
 
 std::string_view onlyValue(const Headers& headers, std::string_view name)

@@ -25,6 +25,9 @@ void checkFields(const Headers& fields, std::size_t more = 0);
 /// The values of all fields of that name, in the order they came.
 std::vector<std::string_view> valuesOf(const Headers& headers, std::string_view name);
 
+/// The one list that several fields of a name make.
+std::string joined(const std::vector<std::string_view>& values);
+
 /// The client holds its body back until it is told to go on ("Expect: 100-continue").
 bool waitsForContinue(const Headers& headers);
 

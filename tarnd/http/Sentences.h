@@ -25,6 +25,7 @@ inline constexpr Sentence rangeOutside            {Kind::rangeOutside, "rangeOut
 inline constexpr Sentence badDigest               {Kind::badRequest, "badDigest", "The header Content-Digest cannot be read."};
 inline constexpr Sentence partialUpload           {Kind::badRequest, "partialUpload", "A part of a file cannot be stored, only the whole; nothing was changed."};
 inline constexpr Sentence conditionalChange       {Kind::badRequest, "conditionalChange", "A change cannot depend on the header {}; nothing was changed."};
+inline constexpr Sentence badTag                  {Kind::badRequest, "badTag", "The header {} is neither * nor a list of tags in quotes; nothing was changed."};
 inline constexpr Sentence bodyTooLarge            {Kind::tooLarge, "bodyTooLarge", "The request carries content that nothing here takes."};
 
 inline constexpr Sentence tooManyFailedLogins     {Kind::notAllowed, "tooManyFailedLogins", "Too many logins with a wrong token come from your address. Try again in a few seconds."};

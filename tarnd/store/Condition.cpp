@@ -10,7 +10,7 @@ bool holds(const Condition::Tags& tags, const std::optional<Node>& file)
 {
     if (!file) return false;
     const auto now = contentTag(file->version.id, file->versionRevision, file->content);
-    return std::ranges::any_of(tags, [&](const auto& tag) { return tag == "*" || tag == now; });
+    return tags.any || std::ranges::find(tags.named, now) != tags.named.end();
 }
 
 } // namespace

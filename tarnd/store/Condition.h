@@ -10,7 +10,10 @@ namespace tarnd {
 
 /// What a file has to be so that a change of it is made: with it, nobody overwrites what he has not seen.
 struct Condition {
-    using Tags = std::vector<std::string>; ///< as OpenContent::tag; "*": any
+    struct Tags {
+        bool any = false;
+        std::vector<std::string> named = {}; ///< as OpenContent::tag
+    };
 
     std::optional<Tags> match;     ///< the file is there, and its content has one of these
     std::optional<Tags> noneMatch; ///< it is not there, or its content has none of these

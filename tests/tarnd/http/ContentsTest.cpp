@@ -155,10 +155,18 @@ TEST_F(Contents, AreChangedOnlyAsTheirTagsAllow)
     EXPECT_EQ(ask("HEAD", "").headers.at("etag"), second);
     for (const auto* path : {"files/f?createMode=UPDATE", "files/f?createMode=UPDATE&createNewVersion=true",
                              "versions/files/f?versionLabel=1&createNewVersion=true"})
-        for (const auto& condition :
-             {"If-Match: " + first, "If-Match: W/" + second, std::string("If-Match: x"),
-              std::string("If-None-Match: *"), "If-None-Match: " + second})
-            EXPECT_EQ(change("PUT", path, condition + "\r\n").status, 412) << path << " " << condition;
+        for (const auto& [condition, status] :
+             std::vector<std::pair<std::string, int>>{{"If-Match: " + first, 412},
+                                                      {"If-Match: W/" + second, 412},
+                                                      {"If-Match: \"*\"", 412},
+                                                      {"If-None-Match: *", 412},
+                                                      {"If-None-Match: \"x\", " + second, 412},
+                                                      {"If-None-Match: W/" + second, 412},
+                                                      {"If-Match: x", 400},
+                                                      {"If-Match:", 400},
+                                                      {"If-Match: \"x\" " + second, 400},
+                                                      {"If-None-Match: \"x", 400}})
+            EXPECT_EQ(change("PUT", path, condition + "\r\n").status, status) << path << " " << condition;
     EXPECT_EQ(change("PUT", "files/g?createMode=CREATE", "If-Match: *\r\n").status, 412);
     EXPECT_EQ(change("DELETE", "files/f", "If-Match: " + first + "\r\n").status, 412);
     EXPECT_EQ(ask("HEAD", "").headers.at("etag"), second);
