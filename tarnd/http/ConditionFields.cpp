@@ -75,8 +75,6 @@ std::optional<Condition::Tags> tagsOf(const Request& request, std::string_view h
 
 Condition conditionOf(const Request& request)
 {
-    if (!request.headerValues("If-Unmodified-Since").empty())
-        throw sentences::conditionalChange("If-Unmodified-Since");
     return {tagsOf(request, "If-Match", Weak::matchesNothing),
             tagsOf(request, "If-None-Match", Weak::counts)};
 }

@@ -6,7 +6,7 @@
 namespace tarnd {
 
 /// What the headers If-Match and If-None-Match demand of a file that is to be changed.
-/// @throws ServiceError badRequest when they cannot be read, and for a condition on times, which are too coarse to tell contents apart
+/// @throws ServiceError badRequest when they cannot be read
 Condition conditionOf(const Request& request);
 
 } // namespace tarnd

@@ -28,6 +28,19 @@ void refuseUnfitLength(const Route& route, const Request& request, std::uint64_t
     if (route.begin == nullptr && length.value_or(0) > strayBodyLimit) throw sentences::bodyTooLarge();
 }
 
+/// A condition that nobody looks at would let through the very change that it is to prevent.
+void refuseConditions(const Route& route, const Request& request)
+{
+    const auto refuse = [&](std::string_view header) {
+        if (!request.headerValues(header).empty()) throw sentences::conditionalChange(header);
+    };
+    if (route.method != "PUT" && route.method != "DELETE") return;
+    refuse("If-Unmodified-Since"); // times are too coarse to tell contents apart
+    if (route.conditions == Conditions::onTags) return;
+    refuse("If-Match");
+    refuse("If-None-Match");
+}
+
 } // namespace
 
 Exchange::Exchange(Site& theSite, Client theClient, std::string theTarget)
@@ -135,6 +148,7 @@ void Exchange::route(RequestHead head)
     if (taken->access == Access::numbers) requireWatcher();
     if (taken->access == Access::token) site.failedLogins.check(client.address);
     if (taken->access == Access::session) beginSession(request->header(sessionHeader));
+    refuseConditions(*taken, *request);
     refuseUnfitLength(*taken, *request, site.maxFileSize);
     if (taken->begin == nullptr) return;
     beginTransfer(site.metrics.uploads);

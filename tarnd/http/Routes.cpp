@@ -8,15 +8,17 @@ namespace tarnd {
 
 namespace {
 
+constexpr auto onTags = Conditions::onTags;
+
 constexpr Route routes[] = {
     {"GET", "/service/v1/login", Tail::none, Access::token, login, nullptr, "login"},
     {"GET", "/service/v1/logout", Tail::none, Access::session, logout, nullptr, "logout"},
     {"GET", "/service/v1/ping", Tail::none, Access::session, ping},
 
-    {"PUT", "/service/v1/files", Tail::item, Access::session, putFile, beginFile},
+    {"PUT", "/service/v1/files", Tail::item, Access::session, putFile, beginFile, {}, onTags},
     {"GET", "/service/v1/files", Tail::item, Access::session, readFile},
     {"HEAD", "/service/v1/files", Tail::item, Access::session, readFile},
-    {"DELETE", "/service/v1/files", Tail::item, Access::session, deleteFile, nullptr, "remove"},
+    {"DELETE", "/service/v1/files", Tail::item, Access::session, deleteFile, nullptr, "remove", onTags},
     {"GET", "/service/v1/filesystem", Tail::item, Access::session, readAttributes},
     {"PUT", "/service/v1/filesystem", Tail::item, Access::session, move, nullptr, "move"},
     {"PUT", "/service/v1/filehandle", Tail::none, Access::session, openHandle},
@@ -41,7 +43,7 @@ constexpr Route routes[] = {
     {"POST", "/service/v1/download", Tail::item, Access::form, downloadItem},
 
     {"GET", "/service/v1/versions/files", Tail::item, Access::session, listVersions},
-    {"PUT", "/service/v1/versions/files", Tail::item, Access::session, restoreVersion},
+    {"PUT", "/service/v1/versions/files", Tail::item, Access::session, restoreVersion, nullptr, {}, onTags},
 
     {"GET", "/", Tail::none, Access::web, readWebFile},
     {"HEAD", "/", Tail::none, Access::web, readWebFile},

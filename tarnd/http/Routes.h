@@ -23,6 +23,12 @@ enum class Tail {
     id,   ///< one segment or nothing follows
 };
 
+/// What a change may depend on.
+enum class Conditions {
+    none,
+    onTags, ///< If-Match and If-None-Match, which the handler minds
+};
+
 /// One line of the interface.
 struct Route {
     std::string_view method;
@@ -35,6 +41,7 @@ struct Route {
     void (*begin)(Call& call) = nullptr;
     /// What the audit log calls it; empty where it has no line.
     std::string_view event = {};
+    Conditions conditions = Conditions::none;
 };
 
 /// The whole interface.
