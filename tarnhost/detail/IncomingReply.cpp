@@ -48,13 +48,13 @@ std::string_view trimmed(std::string_view text)
     return text.substr(first, text.find_last_not_of(" \t\r\n") + 1 - first);
 }
 
-/// The whole of `text` as a decimal number.
+/// The whole of `text` as a decimal number; nothing: it is none.
 template <class Number>
-Number numberIn(std::string_view text, const char* complaint)
+std::optional<Number> numberIn(std::string_view text)
 {
     Number number{};
     const auto [end, fault] = std::from_chars(text.data(), text.data() + text.size(), number);
-    if (fault != std::errc() || end != text.data() + text.size()) refuse(complaint);
+    if (fault != std::errc() || end != text.data() + text.size()) return {};
     return number;
 }
 
@@ -83,11 +83,14 @@ void IncomingReply::beginHead(std::string_view statusLine)
     stage = Stage::head;
     headers.clear(); // what an interim reply has told
     framings = 0;
+    fault = nullptr;
     announced = 0;
     chunked = false;
-    const auto code = statusLine.find(' ');
-    if (code == std::string_view::npos) refuse("The reply has no status.");
-    statusCode = numberIn<std::uint16_t>(statusLine.substr(code + 1, 3), "The reply has no status.");
+    const auto space = statusLine.find(' ');
+    if (space == std::string_view::npos) refuse("The reply has no status.");
+    const auto code = numberIn<std::uint16_t>(statusLine.substr(space + 1, 3));
+    if (!code) refuse("The reply has no status.");
+    statusCode = *code;
 }
 
 void IncomingReply::takeHeader(std::string_view line)
@@ -99,11 +102,14 @@ void IncomingReply::takeHeader(std::string_view line)
     if (wish.streamed) headers.emplace(lowered(name), value);
     if (sameWord(name, "content-length")) {
         ++framings;
-        announced = numberIn<std::uint64_t>(value, "The reply announces no valid length.");
+        if (const auto length = numberIn<std::uint64_t>(value))
+            announced = *length;
+        else
+            fault = "The reply announces no valid length.";
     } else if (sameWord(name, "transfer-encoding")) {
         ++framings;
         chunked = true;
-        if (!sameWord(value, "chunked")) refuse("The reply has a transfer encoding that is not known.");
+        if (!sameWord(value, "chunked")) fault = "The reply has a transfer encoding that is not known.";
     }
 }
 
@@ -115,6 +121,7 @@ void IncomingReply::endHead()
         return;
     }
     stage = Stage::body;
+    if (fault) refuse(fault);
     if (statusCode == noContent || statusCode == notModified) return;
     if (framings == 0)
         refuse("The reply does not say where it ends, so that nobody can tell it is complete.");

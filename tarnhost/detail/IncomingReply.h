@@ -86,7 +86,8 @@ private:
     Stage stage = Stage::awaited;
     std::uint16_t statusCode = 0;
     std::uint64_t headBytes = 0;
-    unsigned framings = 0; ///< headers that say where the body ends
+    unsigned framings = 0;       ///< headers that say where the body ends
+    const char* fault = nullptr; ///< of one of them; counts only in the reply proper
     bool chunked = false;
     std::uint64_t announced = 0; ///< bytes of a body that is not chunked
     std::uint64_t streamedBytes = 0;

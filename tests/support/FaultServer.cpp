@@ -103,6 +103,7 @@ std::vector<Fault> makeFaults()
         "<html xmlns=\"http://www.w3.org/1999/xhtml\"><body><p>Log in</p></body></html>";
     const std::string code = "<Error><code>No.</code></Error>";
     const std::string chunked = "{start}Transfer-Encoding: chunked\r\n\r\n";
+    const std::string hints = "HTTP/1.1 103 Early Hints\r\n";
     const std::string goOn = "HTTP/1.1 100 Continue\r\n\r\n";
     constexpr auto noReply = Ending::noReply;
     constexpr auto truth = Ending::truth;
@@ -150,7 +151,9 @@ std::vector<Fault> makeFaults()
          milliseconds(10)},
         {"always says to go on", noReply, "", Then::close, goOn, milliseconds(1)},
         {"says to go on first", truth, goOn + "{all}"},
-        {"hints first", truth, "HTTP/1.1 103 Early Hints\r\nContent-Length: 3\r\n\r\n{all}"},
+        {"hints first", truth, hints + "Content-Length: 3\r\n\r\n{all}"},
+        {"hints first in a broken way", truth,
+         hints + "Content-Length: many\r\nTransfer-Encoding: gzip\r\n\r\n{all}"},
         {"says to go on and no more", noReply, goOn},
         {"is cut after it said to go on", noReply, goOn + "{open}"},
         {"folds a header", truth, "{start}X-Note: one\r\n two\r\nContent-Length: {size}\r\n\r\n{body}"},
