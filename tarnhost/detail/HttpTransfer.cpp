@@ -84,7 +84,6 @@ std::shared_ptr<OutgoingStream> HttpTransfer::openStreams(const std::shared_ptr<
 
 void HttpTransfer::listen(const std::shared_ptr<LoopBell>& bell)
 {
-    loopBell = bell;
     if (stop.stop_possible()) onStop.emplace(stop, Ring{bell});
     if (call && call->stop.stop_possible()) onCallStop.emplace(call->stop, Ring{bell});
 }
@@ -157,10 +156,21 @@ CURLcode HttpTransfer::attend()
 {
     int standing = paused;
     if (incoming && incoming->hasRoomAgain()) standing &= ~CURLPAUSE_RECV;
-    if (outgoing && (isRefused() || outgoing->hasMoreAgain())) standing &= ~CURLPAUSE_SEND;
-    if (standing == paused) return CURLE_OK;
-    paused = standing; // before the call, which may come back with more to pause for
-    return curl_easy_pause(easy->get(), standing);
+    if (outgoing && outgoing->hasMoreAgain()) standing &= ~CURLPAUSE_SEND;
+    return pauseOnly(standing);
+}
+
+CURLcode HttpTransfer::attendRefusal()
+{
+    const bool waitsForPublisher = (paused & ~limited & CURLPAUSE_SEND) != 0;
+    return waitsForPublisher && isRefused() ? pauseOnly(paused & ~CURLPAUSE_SEND) : CURLE_OK;
+}
+
+CURLcode HttpTransfer::pauseOnly(int directions)
+{
+    if (directions == paused) return CURLE_OK;
+    paused = directions; // before the call, which may come back with more to pause for
+    return curl_easy_pause(easy->get(), directions);
 }
 
 bool HttpTransfer::isOver()
@@ -198,7 +208,6 @@ bool HttpTransfer::isSent() const
     return outgoing ? outgoing->isAllTaken() && bytesOut() >= uploaded : bytesOut() >= body.size;
 }
 
-/// libcurl sends nothing more then, but waits for the end of a pause all the same.
 bool HttpTransfer::isRefused() const
 {
     return reply->hasHead() && reply->status() >= firstRefusal;

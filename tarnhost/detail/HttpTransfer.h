@@ -93,6 +93,10 @@ public:
     /// `close`. @pre open
     CURLcode attend();
 
+    /// Lets a reply that refuses the body end the exchange though its publisher is silent: libcurl ends none that
+    /// pauses, and does not tell when the reply is whole. Outcome and @pre as `attend`
+    CURLcode attendRefusal();
+
     /// Takes up what has waited for its turn under a limit, in the direction of this CURLPAUSE_ bit. Outcome and @pre as
     /// `attend`
     CURLcode goOn(int direction);
@@ -146,6 +150,7 @@ private:
     std::size_t take(void (IncomingReply::*step)(std::string_view), std::string_view bytes);
     template <class Step>
     bool guarded(Step step);
+    CURLcode pauseOnly(int directions);
     bool mayMove(RateLimit RateLimits::*limit, int direction);
     std::size_t supply(char* room, std::size_t size);
     bool takeStreamed(std::string_view bytes);
@@ -184,7 +189,6 @@ private:
     std::shared_ptr<DeliveryThreads> threads; ///< those of the streams; null without
     std::shared_ptr<OutgoingStream> outgoing; ///< null: the body is in `body`
     std::shared_ptr<IncomingStream> incoming; ///< null: the reply is gathered
-    std::shared_ptr<LoopBell> loopBell;       ///< there once `listen` has been called
     std::optional<std::stop_callback<Ring>> onStop, onCallStop;
     RateLimits* limits = nullptr;             ///< null: none
     int paused = 0;                           ///< CURLPAUSE_ bits

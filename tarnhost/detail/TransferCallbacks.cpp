@@ -95,7 +95,6 @@ std::size_t HttpTransfer::onHeader(char* bytes, std::size_t unit, std::size_t co
 {
     auto& transfer = *static_cast<HttpTransfer*>(self);
     const auto taken = transfer.take(&IncomingReply::takeLine, {bytes, unit * count});
-    if ((transfer.paused & CURLPAUSE_SEND) != 0 && transfer.isRefused()) transfer.loopBell->ring();
     if (!transfer.reply->hasHead() || !transfer.reply->isStreamed()) return taken;
     return transfer.guarded([&] { transfer.deliverHead(); }) ? taken : CURL_WRITEFUNC_ERROR;
 }

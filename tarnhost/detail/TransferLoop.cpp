@@ -125,6 +125,8 @@ bool TransferLoop::drive(const std::vector<SocketWatch::Ready>& ready)
     attendLimited();
     if (isDeadlineDue()) endOver();
     moveOn(ready);
+    attendAll(&HttpTransfer::attendRefusal); // once a round, since each time makes the timer due
+    if (isTimerDue()) moveOn({});
     endOverdue();
     return true;
 }
@@ -273,9 +275,14 @@ void TransferLoop::handOver()
 void TransferLoop::attend()
 {
     endOver(); // what is over is not taken up again
+    attendAll(&HttpTransfer::attend);
+}
+
+void TransferLoop::attendAll(CURLcode (HttpTransfer::*step)())
+{
     std::vector<std::pair<CURL*, CURLcode>> ended;
     for (const auto& [handle, transfer] : active) {
-        if (const CURLcode outcome = transfer->attend(); outcome != CURLE_OK)
+        if (const CURLcode outcome = ((*transfer).*step)(); outcome != CURLE_OK)
             ended.emplace_back(handle, outcome);
     }
     for (const auto& [handle, outcome] : ended)

@@ -90,6 +90,7 @@ private:
     void finish(CURL* handle, CURLcode outcome);
     void handOver();
     void attend();
+    void attendAll(CURLcode (HttpTransfer::*step)());
     /// Lets those go on whose turn it is under the limits of the rate.
     void attendLimited();
     /// Ends what its callers have given up and what its deadline has ended, wherever it waits.

@@ -194,20 +194,31 @@ TEST(StreamedUpload, IsNotTriedAgainWithoutTheBytesThatAreGone)
 
 TEST(StreamedUpload, HearsOfARefusalWhileThePublisherHasNothingToGive)
 {
-    for (const auto size : {std::optional<std::uint64_t>(200'000), std::optional<std::uint64_t>()}) {
-        std::promise<void> gate;
-        ScriptedHttpServer server([](ScriptedHttpServer::Connection& connection) {
-            if (!connection.readHead()) return;
-            connection.send(ScriptedHttpServer::reply("<R/>", "413 Content Too Large"));
-            connection.ignore();
-        });
-        TarnHost host({.endpoint = server.url()});
-        const auto producer = std::make_shared<Producer>(2);
-        producer->gate = gate.get_future().share();
-        EXPECT_EQ(failureOf<TarnError>(uploadOf(host, producer, size)), "Unknown error.");
-        EXPECT_EQ(producer->cancelled.get_future().wait_for(patience), std::future_status::ready);
-        gate.set_value();
-    }
+    struct Row {
+        std::string begin; ///< of the reply
+        std::string end;   ///< sent when the client has seen the beginning
+    };
+
+    const std::string closing = "HTTP/1.1 413 Content Too Large\r\nConnection: close\r\n";
+    for (const auto& row : {Row{ScriptedHttpServer::reply("<R/>", "413 Content Too Large"), ""},
+                            Row{closing + "Content-Length: 4\r\n\r\n", "<R/>"},
+                            Row{closing + "Transfer-Encoding: chunked\r\n\r\n4\r\n<R/>\r\n", "0\r\n\r\n"}})
+        for (const auto size : {std::optional<std::uint64_t>(200'000), std::optional<std::uint64_t>()}) {
+            SCOPED_TRACE(row.begin);
+            std::promise<void> gate;
+            ScriptedHttpServer server([&](ScriptedHttpServer::Connection& connection) {
+                if (!connection.readHead() || !connection.send(row.begin)) return;
+                std::this_thread::sleep_for(50ms);
+                connection.send(row.end);
+                connection.ignore();
+            });
+            TarnHost host({.endpoint = server.url()});
+            const auto producer = std::make_shared<Producer>(2);
+            producer->gate = gate.get_future().share();
+            EXPECT_EQ(failureOf<TarnError>(uploadOf(host, producer, size)), "Unknown error.");
+            EXPECT_EQ(producer->cancelled.get_future().wait_for(patience), std::future_status::ready);
+            gate.set_value();
+        }
 }
 
 /// Brings one byte whenever it is asked.
