@@ -110,7 +110,7 @@ Reply FileAccessClientServiceProvider::handle(std::unique_ptr<FileDelete>&& requ
                                               ContextPtr&& context)
 {
     ServiceRequest http = itemRequest(endpoint, "delete", filesPath, *request);
-    if (!request->ifVersion.empty()) http.addHeader("If-Match", '"' + request->ifVersion + '"');
+    http.addTag("If-Match", request->ifVersion);
     return exchangeXml(http.build(), std::move(to), *context, readNothing<FileDeleteResponse>);
 }
 

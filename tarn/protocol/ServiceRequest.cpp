@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <array>
+#include <stdexcept>
 
 namespace connector::tarn {
 namespace {
@@ -73,6 +74,15 @@ void ServiceRequest::addFlag(const std::string& name, bool value)
 void ServiceRequest::addNumber(const std::string& name, std::int64_t value)
 {
     addText(name, std::to_string(value));
+}
+
+void ServiceRequest::addTag(const std::string& header, const std::string& tag)
+{
+    if (tag.empty()) return;
+    const auto isForbidden = [](unsigned char byte) { return byte == '"' || byte < 0x20 || byte == 0x7f; };
+    if (std::any_of(tag.begin(), tag.end(), isForbidden))
+        throw std::invalid_argument("The tag of a version holds a quotation mark or a control character.");
+    addHeader(header, '"' + tag + '"');
 }
 
 ServiceRequest sessionRequest(const std::string& endpoint, const std::string& method,

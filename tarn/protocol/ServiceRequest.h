@@ -33,6 +33,10 @@ public:
 
     void addHeader(const std::string& name, const std::string& value) { headers.emplace_back(name, value); }
 
+    /// A condition on the content: this tag, between quotes, unless it is empty.
+    /// @throws std::invalid_argument when it holds what would end it, or the header
+    void addTag(const std::string& header, const std::string& tag);
+
     void setBody(http::BodyPublisher publisher) { body = std::move(publisher); }
 
     std::unique_ptr<http::HttpClientRequest> build() const { return buildAs<http::HttpClientRequest>(); }

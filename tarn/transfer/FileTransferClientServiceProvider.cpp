@@ -73,7 +73,7 @@ Reply FileTransferClientServiceProvider::handle(std::unique_ptr<FileUpload>&& re
         http.addHeader("Transfer-Encoding", "chunked");
     }
     if (!request->sha256.empty()) http.addHeader("Content-Digest", contentDigestOf(request->sha256));
-    if (!request->ifVersion.empty()) http.addHeader("If-Match", '"' + request->ifVersion + '"');
+    http.addTag("If-Match", request->ifVersion);
     auto built = http.buildStreamed();
     built->stop = request->stop;
     return exchange(std::move(built), std::move(to), *context,
@@ -92,7 +92,7 @@ Reply FileTransferClientServiceProvider::handle(std::unique_ptr<FileDownload>&& 
     ServiceRequest http = contentReadRequest(endpoint, *request);
     if (const std::string range = rangeOf(*request); !range.empty()) {
         http.addHeader("Range", range);
-        if (!request->ifVersion.empty()) http.addHeader("If-Range", "\"" + request->ifVersion + "\"");
+        http.addTag("If-Range", request->ifVersion);
     }
     auto built = http.buildStreamed();
     built->replyBody = http::ReplyBody::content;

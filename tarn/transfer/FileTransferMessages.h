@@ -50,7 +50,8 @@ struct TARN_API FileUpload : SessionRequest, MessageAPI<FileUpload, FileTransfer
     /// Empty: not known.
     std::string sha256;
     /// Nothing is stored, ErrorKind::conflict, unless this is the content that is there now: FileUploadResponse::tag or
-    /// FileDownloadHead::versionId. Empty: whatever is there.
+    /// FileDownloadHead::versionId. A quotation mark or control character in it is std::invalid_argument. Empty:
+    /// whatever is there.
     std::string ifVersion;
     std::stop_token stop;
 };
@@ -109,7 +110,8 @@ struct TARN_API FileDownload : SessionRequest,
     std::u16string bucket;
     std::uint64_t offset = 0;            ///< bytes
     std::optional<std::uint64_t> length; ///< bytes, or fewer where the file ends; nothing: all the rest
-    std::string ifVersion; ///< FileDownloadHead::versionId of the beginning; empty: of whatever there is
+    /// FileDownloadHead::versionId of the beginning, checked as FileUpload::ifVersion; empty: of whatever there is
+    std::string ifVersion;
     /// Of the `offset` bytes that the caller has, so that the whole is verified; null: nobody knows it. Bytes that are
     /// delivered are added to it, and it begins anew where the whole file comes instead: when the future is settled,
     /// other than by `Subscription::cancel`, another download may go on from there. Once the subscriber has failed, it

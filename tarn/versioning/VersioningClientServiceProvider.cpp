@@ -70,7 +70,7 @@ Reply VersioningClientServiceProvider::handle(std::unique_ptr<VersionRestore>&& 
         http.addText("versionId", request->versionId);
         http.addNumber("versionLabel", request->versionLabel);
         http.addFlag("createNewVersion", request->createNewVersion);
-        if (!request->ifVersion.empty()) http.addHeader("If-Match", '"' + request->ifVersion + '"');
+        http.addTag("If-Match", request->ifVersion);
         return http.build();
     };
     // A copy: the request is gone by the time the reply comes.

@@ -291,6 +291,20 @@ TEST(Downloads, GoOnFromTheHashOfWhatHasCome)
     EXPECT_THROW(ofOthers(*bench.client), std::invalid_argument);
 }
 
+/// One tag must not become several, nor another header.
+TEST(FileTransferMessages, LeaveWithNoTagThatIsNone)
+{
+    for (const char* tag : {"x\", \"y", "x\ny", "x\x7f"}) {
+        Bench bench;
+        auto request = located<FileUpload>(u"/a b");
+        request->content = bodyOf("0123456789");
+        request->ifVersion = tag;
+        EXPECT_THROW((void)bench.client->uploadFile(std::move(request)), std::invalid_argument);
+        EXPECT_THROW(download({5, 3, tag}, std::make_shared<Recorder>())(*bench.client),
+                     std::invalid_argument);
+    }
+}
+
 TEST(Downloads, TakeAPartFromAHostThatHandsNoHeadersOver)
 {
     Bench bench;
