@@ -99,7 +99,8 @@ struct TARN_API FileDelete : SessionRequest, MessageAPI<FileDelete, FileAccessSe
 
     std::u16string path;
     std::u16string bucket;
-    /// As FileUpload::ifVersion: only the file that has this content is deleted. Empty: whatever it has.
+    /// As FileUpload::ifVersion: only the file that has this content is deleted, and one that is gone is
+    /// ErrorKind::notFound. Empty: whatever it has.
     std::string ifVersion;
 };
 

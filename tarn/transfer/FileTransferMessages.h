@@ -50,8 +50,8 @@ struct TARN_API FileUpload : SessionRequest, MessageAPI<FileUpload, FileTransfer
     /// Empty: not known.
     std::string sha256;
     /// Nothing is stored, ErrorKind::conflict, unless this is the content that is there now: FileUploadResponse::tag or
-    /// FileDownloadHead::versionId. A quotation mark or control character in it is std::invalid_argument. Empty:
-    /// whatever is there.
+    /// FileDownloadHead::versionId. With CreateMode::update, a file that is gone is ErrorKind::notFound. A quotation
+    /// mark or control character in it is std::invalid_argument. Empty: whatever is there.
     std::string ifVersion;
     std::stop_token stop;
 };

@@ -34,7 +34,8 @@ struct TARN_API VersionRestore : SessionRequest, MessageAPI<VersionRestore, Vers
     std::string versionId;
     std::int64_t versionLabel = 0;
     bool createNewVersion = false; ///< true: add a copy of it as the newest version
-    /// As FileUpload::ifVersion: only in the place of this content. Header "If-Match"; empty: of any.
+    /// As FileUpload::ifVersion: only in the place of this content, and a file that is gone is ErrorKind::notFound.
+    /// Header "If-Match"; empty: of any.
     std::string ifVersion;
 };
 
