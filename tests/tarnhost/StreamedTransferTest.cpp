@@ -228,7 +228,7 @@ TEST(StreamedTransfer, MakesTheServiceWaitForASlowConsumerAndDoesNotBlameIt)
         connection.send(headOf(size));
         allSent = sendContent(connection, size);
     });
-    TarnHost host({.endpoint = server.url(), .http = {.stallWindow = 100ms, .leastRate = 1'000'000}});
+    TarnHost host({.endpoint = server.url(), .http = {.stallWindow = 200ms, .leastRate = 1000}});
     const auto consumer = std::make_shared<Consumer>();
     auto download = downloadTo(host, consumer);
     ASSERT_EQ(consumer->started.get_future().wait_for(patience), std::future_status::ready);
