@@ -165,7 +165,7 @@ Reply FileAccessClientServiceProvider::handle(std::unique_ptr<FolderList>&& requ
                                               ContextPtr&& context)
 {
     ServiceRequest http = itemRequest(endpoint, "get", foldersPath, *request);
-    return exchangeXml(http.build(), std::move(to), *context, readFolderList);
+    return exchange(http.build(), std::move(to), *context, readFolderList);
 }
 
 Reply FileAccessClientServiceProvider::handle(std::unique_ptr<FolderDelete>&& request, Address&& to,

@@ -1,30 +1,11 @@
 #include "tarn/fileaccess/FileRecordReaders.h"
 
-#include "tarn/protocol/ReplyFields.h"
+#include "tarn/fileaccess/detail/RecordFields.h"
 
 namespace connector::tarn {
 namespace {
 
 using Poco::XML::Element;
-
-/// The fields that files have in common, whatever else a record holds.
-template <class File>
-constexpr std::tuple fileFields{
-    Field{"Name", &File::name},
-    Field{"Created", &File::created},
-    Field{"LastModified", &File::lastModified},
-    Field{"Size", &File::size},
-    Field{"Writable", &File::writable},
-    Field{"Watermark", &File::watermark},
-};
-
-constexpr std::tuple folderFields{
-    Field{"Name", &FolderSummary::name},
-    Field{"Created", &FolderSummary::created},
-    Field{"LastModified", &FolderSummary::lastModified},
-    Field{"Writable", &FolderSummary::writable},
-    Field{"Watermark", &FolderSummary::watermark},
-};
 
 constexpr auto attributesFields =
     std::tuple_cat(std::tuple{Field{"Type", &FileAttributes::type}}, fileFields<FileAttributes>);

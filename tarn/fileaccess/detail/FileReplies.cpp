@@ -1,6 +1,7 @@
 #include "tarn/fileaccess/detail/FileReplies.h"
 
 #include "tarn/fileaccess/FileRecordReaders.h"
+#include "tarn/fileaccess/detail/PlainListing.h"
 
 #include <Poco/Exception.h>
 
@@ -29,6 +30,18 @@ std::vector<Record> readEach(const Element* container, Record (*read)(const Elem
     return records;
 }
 
+std::unique_ptr<FolderListResponse> readListing(const Document& reply)
+{
+    auto response = std::make_unique<FolderListResponse>();
+    const Element& root = rootOf(reply);
+    if (const Element* folder = root.getChildElement("FolderSummary")) {
+        response->folder = readFolderSummary(*folder);
+    }
+    response->files = readEach(root.getChildElement("Files"), readFileSummary);
+    response->folders = readEach(root.getChildElement("Folders"), readFolderSummary);
+    return response;
+}
+
 } // namespace
 
 std::unique_ptr<FileReadResponse> readFileContent(http::HttpClientResponse& reply)
@@ -48,16 +61,13 @@ std::unique_ptr<FileAttributesReadResponse> readAttributes(const Document& reply
     return response;
 }
 
-std::unique_ptr<FolderListResponse> readFolderList(const Document& reply)
+std::unique_ptr<FolderListResponse> readFolderList(http::HttpClientResponse& reply)
 {
-    auto response = std::make_unique<FolderListResponse>();
-    const Element& root = rootOf(reply);
-    if (const Element* folder = root.getChildElement("FolderSummary")) {
-        response->folder = readFolderSummary(*folder);
-    }
-    response->files = readEach(root.getChildElement("Files"), readFileSummary);
-    response->folders = readEach(root.getChildElement("Folders"), readFolderSummary);
-    return response;
+    auto content = readContent(reply);
+    if (auto listing = detail::plainListing(content.bytes())) return listing;
+    const ReplyDocument document = parseXml(content.bytes());
+    content = {}; // as large as what is read from the document
+    return readListing(*document);
 }
 
 std::unique_ptr<SharedContentListResponse> readSharedContentList(const Document& reply)

@@ -26,7 +26,7 @@ inline constexpr std::tuple publicUrlFields{Field{"PublicAccessUrl", &PublicAcce
 
 std::unique_ptr<FileReadResponse> readFileContent(http::HttpClientResponse& reply);
 std::unique_ptr<FileAttributesReadResponse> readAttributes(const Poco::XML::Document& reply);
-std::unique_ptr<FolderListResponse> readFolderList(const Poco::XML::Document& reply);
+std::unique_ptr<FolderListResponse> readFolderList(http::HttpClientResponse& reply);
 std::unique_ptr<SharedContentListResponse> readSharedContentList(const Poco::XML::Document& reply);
 
 } // namespace connector::tarn

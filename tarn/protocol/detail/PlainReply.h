@@ -9,13 +9,8 @@
 
 namespace connector::tarn::detail {
 
-/// The DOM of `text` when it is plain: elements without attributes or namespaces, with text between them, below a
-/// declaration at most. Null when it is anything else, is not well-formed or passes a limit; the general reader
-/// then tells which.
-///
-/// Nearly every reply is plain, and most are short: Poco's parser takes longer to be made and put away than to read
-/// one of those, so this one is kept. Of such a text nothing can grow while it is read: limits are kept on the way.
-/// @pre `text` is no longer than an int can tell
+/// The DOM of `text` when it is plain and without namespaces; null when it is anything else, is not well-formed or
+/// passes a limit: the general reader then tells which. Poco's own takes longer to be made than to read most replies.
 Poco::AutoPtr<Poco::XML::Document> plainDocument(std::string_view text, const ReplyLimits& limits);
 
 } // namespace connector::tarn::detail
