@@ -53,9 +53,9 @@ int terminalAnew(int descriptor)
     return open(name.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY);
 }
 
-int ownOf(int descriptor)
+int ownOf(int descriptor, bool isFile)
 {
-    const int anew = terminalAnew(descriptor);
+    const int anew = isFile ? -1 : terminalAnew(descriptor);
     return anew >= 0 ? anew : fcntl(descriptor, F_DUPFD_CLOEXEC, 0);
 }
 
@@ -156,8 +156,8 @@ private:
 };
 
 FileSink::FileSink(int descriptor, Options options)
-    : file(ownOf(descriptor))
-    , isFile(isRegular(descriptor))
+    : isFile(isRegular(descriptor))
+    , file(ownOf(descriptor, isFile))
     , keepHoles(options.keepHoles && isFile && !appends(descriptor))
 {
     if (file < 0) fail("Could not open the target");

@@ -68,8 +68,8 @@ private:
     void finish();
     void settle(bool completed);
 
-    const int file;
     const bool isFile;
+    const int file;
     const bool keepHoles;
     bool hasHole = false;
     bool hasBegun = false;

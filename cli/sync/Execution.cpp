@@ -254,7 +254,9 @@ Transfer Execution::upload(const Step& step, const Known& known)
              [this, asUpload, entry, place = step.place](const StoredContent& stored) {
                  ++report.files;
                  report.bytes += stored.bytes;
-                 out.detail("Stored " + shown(asUpload.origin) + " as " + asUpload.remote.quoted() + ".");
+                 out.detail([&] {
+                     return "Stored " + shown(asUpload.origin) + " as " + asUpload.remote.quoted() + ".";
+                 });
                  if (stored.sha256.empty()) return; // no reply told it
                  entry->size = stored.bytes;
                  entry->sha256 = stored.sha256;
@@ -302,7 +304,7 @@ Transfer Execution::download(const Step& step)
         if (const auto& why = arrival->file->whyAnew(); !why.empty()) out.warning(why);
         arrival->file.reset();
         journal.note(place, arrival->entry);
-        out.detail("Fetched " + remote.quoted() + " to " + shownTarget(place) + ".");
+        out.detail([&] { return "Fetched " + remote.quoted() + " to " + shownTarget(place) + "."; });
     };
     transfer.failed = [arrival](const std::exception_ptr& error) {
         if (arrival->file && isPartWrong(error)) arrival->file->discard();

@@ -3,6 +3,7 @@
 #include "cli/terminal/Failure.h"
 #include "cli/terminal/ProgressBar.h"
 
+#include <concepts>
 #include <nlohmann/json_fwd.hpp>
 #include <optional>
 #include <string>
@@ -54,6 +55,14 @@ public:
     void message(const std::string& text);
     /// Tells it with -v only. On any thread.
     void detail(const std::string& text);
+
+    /// Likewise, of many things: what `text` gives is made only where it is told.
+    template <std::invocable Text>
+    void detail(Text text)
+    {
+        if (showsDetails()) detail(std::string(text()));
+    }
+
     /// Something the user should know although the verb goes on; also with -q.
     /// Not with --json, where the result lists it. On any thread.
     void warning(const std::string& text);

@@ -76,15 +76,16 @@ void Downloader::refuseImpossible()
     std::map<std::string, std::string> taken;
     const bool isOnlyOne = downloads.size() == 1;
     std::erase_if(downloads, [&](const Download& download) {
-        const auto place = download.folder->shown(download.name);
         std::string why;
         if (isIncoming(download.name))
             why = "Files with such names are parts of what is being fetched, and removed again; fetch it "
                   "under another "
                   "name.";
-        else if (sources > 1)
+        else if (sources > 1) {
+            const auto place = download.folder->shown(download.name);
             if (const auto [first, isFree] = taken.emplace(place, download.remote.quoted()); !isFree)
                 why = escaped(place) + " is the place of " + first->second + " already.";
+        }
         if (why.empty()) return false;
         const auto what = download.remote.quoted();
         const auto told = about(what, Failure(ExitCode::conflict, why));
@@ -110,8 +111,10 @@ void Downloader::leaveWhatIsHere()
             if (!both.isSame) return;
             if (options.unfinished == Unfinished::keep) removePart(download);
             ++report.unchanged;
-            out.detail(escaped(download.folder->shown(download.name)) + " has the content of " +
-                       download.remote.quoted() + " already.");
+            out.detail([&] {
+                return escaped(download.folder->shown(download.name)) + " has the content of " +
+                       download.remote.quoted() + " already.";
+            });
         };
         const bool isCurrent = download.version.versionId.empty();
         if (options.keepTimes && isCurrent && here->lastModified() == download.lastModified) {
@@ -185,12 +188,14 @@ Future<bool> Downloader::fetch(Download& download)
 
 void Downloader::conclude(Download& download)
 {
-    const auto name = download.remote.quoted();
     if (const auto& why = download.incoming->whyAnew(); !why.empty()) out.warning(why);
     report.bytes += download.incoming->held();
     download.incoming.reset();
     ++report.files;
-    out.detail("Fetched " + name + " to " + escaped(download.folder->shown(download.name)) + ".");
+    out.detail([&] {
+        return "Fetched " + download.remote.quoted() + " to " +
+               escaped(download.folder->shown(download.name)) + ".";
+    });
 }
 
 void Downloader::lookAgain(Download& download)

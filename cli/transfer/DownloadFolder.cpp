@@ -26,7 +26,7 @@ void requireName(const std::string& name)
 }
 
 /// Kind and permissions of what is there; 0: nothing is. @throws Failure when that cannot be told
-mode_t modeOf(const FileDescriptor& folder, const std::string& name, const fs::path& shown)
+mode_t modeOf(const FileDescriptor& folder, const std::string& name, const std::string& shown)
 {
     struct stat status {};
 
@@ -37,32 +37,42 @@ mode_t modeOf(const FileDescriptor& folder, const std::string& name, const fs::p
 
 } // namespace
 
-std::shared_ptr<const DownloadFolder> DownloadFolder::open(const fs::path& path)
+std::shared_ptr<DownloadFolder> DownloadFolder::opened(const fs::path& path)
 {
     auto folder = std::make_shared<DownloadFolder>();
     folder->path = path.empty() ? "." : path;
-    removeAbandoned(folder->descriptor().get());
+    if (folder->path != ".") folder->shownStart = (folder->path / "").string();
+    removeAbandoned(folder->descriptor()->get());
     return folder;
+}
+
+std::shared_ptr<const DownloadFolder> DownloadFolder::open(const fs::path& path)
+{
+    return opened(path);
 }
 
 std::shared_ptr<const DownloadFolder> DownloadFolder::make(const fs::path& path)
 {
     const bool isNew = ::mkdir(path.c_str(), 0777) == 0;
     if (!isNew && errno != EEXIST) throwErrno("Could not make the folder", path);
-    auto folder = std::make_shared<DownloadFolder>(*open(path));
+    auto folder = opened(path);
     folder->made = isNew;
     return folder;
 }
 
-/// Opened for each use: a tree may have more folders than a process may have descriptors. Name by name and without
-/// following links, since a folder may be swapped for a link while files arrive.
-FileDescriptor DownloadFolder::descriptor() const
+/// Open for as long as files are on their way into it: a tree may have more folders than a process may have descriptors.
+/// Name by name and without following links, since a folder may be swapped for a link while files arrive.
+std::shared_ptr<const FileDescriptor> DownloadFolder::descriptor() const
 {
+    const std::lock_guard lock(mutex);
+    if (auto held = inUse.lock()) return held;
     FileDescriptor opened(
-        parent ? ::openat(parent->descriptor().get(), ownName.c_str(), folderFlags | O_NOFOLLOW)
+        parent ? ::openat(parent->descriptor()->get(), ownName.c_str(), folderFlags | O_NOFOLLOW)
                : ::open(path.c_str(), folderFlags));
     if (!opened) throwErrno("Could not open the folder", path);
-    return opened;
+    auto fresh = std::make_shared<const FileDescriptor>(std::move(opened));
+    inUse = fresh;
+    return fresh;
 }
 
 std::shared_ptr<const DownloadFolder> DownloadFolder::makeChild(const std::string& name) const
@@ -72,18 +82,19 @@ std::shared_ptr<const DownloadFolder> DownloadFolder::makeChild(const std::strin
     auto child = std::make_shared<DownloadFolder>();
     child->parent = shared_from_this();
     child->path = path / name;
+    child->shownStart = shownStart + name + "/";
     child->ownName = name;
-    child->made = ::mkdirat(here.get(), name.c_str(), 0777) == 0;
+    child->made = ::mkdirat(here->get(), name.c_str(), 0777) == 0;
     if (!child->made && errno != EEXIST) throwErrno("Could not make the folder", child->path);
     const auto opened = child->descriptor();
-    if (!child->made) removeAbandoned(opened.get());
+    if (!child->made) removeAbandoned(opened->get());
     return child;
 }
 
 bool DownloadFolder::contains(const std::string& name) const
 {
     requireName(name);
-    return modeOf(descriptor(), name, path / name) != 0;
+    return modeOf(*descriptor(), name, shown(name)) != 0;
 }
 
 std::optional<LocalContent> DownloadFolder::find(const std::string& name) const
@@ -92,7 +103,7 @@ std::optional<LocalContent> DownloadFolder::find(const std::string& name) const
         requireName(name);
         constexpr int flags = O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK;
         const auto here = descriptor();
-        FileDescriptor file(::openat(here.get(), name.c_str(), flags));
+        FileDescriptor file(::openat(here->get(), name.c_str(), flags));
         if (!file) return {}; // as nearly always; an exception would cost more than the file
         return LocalContent::ofOpened(std::move(file), shown(name));
     } catch (const Failure&) { // whoever writes it in its turn is told why that cannot be
@@ -105,7 +116,7 @@ std::shared_ptr<IncomingFile> DownloadFolder::receive(const std::string& name, O
 {
     requireName(name);
     auto here = descriptor();
-    const auto mode = modeOf(here, name, path / name);
+    const auto mode = modeOf(*here, name, shown(name));
     if (overwrite == Overwrite::refuse && mode != 0)
         throw Failure(ExitCode::conflict,
                       escaped(shown(name)) + " exists already; use --force to replace it.");
@@ -120,13 +131,13 @@ std::shared_ptr<IncomingFile> DownloadFolder::receive(const std::string& name, O
 void DownloadFolder::remove(const std::string& name, bool isFolder) const
 {
     requireName(name);
-    if (::unlinkat(descriptor().get(), name.c_str(), isFolder ? AT_REMOVEDIR : 0) != 0)
+    if (::unlinkat(descriptor()->get(), name.c_str(), isFolder ? AT_REMOVEDIR : 0) != 0)
         throwErrno("Could not delete", path / name);
 }
 
 std::string DownloadFolder::shown(const std::string& name) const
 {
-    return path == "." ? name : (path / name).string();
+    return shownStart + name;
 }
 
 } // namespace tarncli

@@ -6,6 +6,7 @@
 
 #include <filesystem>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
 
@@ -47,14 +48,19 @@ public:
     std::string shown(const std::string& name) const;
 
 private:
-    /// What is between this folder and the one the user named is opened for each use, so that a tree of any
-    /// size needs few descriptors. @throws Failure
-    FileDescriptor descriptor() const;
+    static std::shared_ptr<DownloadFolder> opened(const std::filesystem::path& path);
+
+    /// Of what is between this folder and the one the user named there is none for longer than it is used, so that a
+    /// tree of any size needs few. @throws Failure
+    std::shared_ptr<const FileDescriptor> descriptor() const;
 
     std::shared_ptr<const DownloadFolder> parent; ///< empty for the folder the user named
     std::filesystem::path path; ///< the whole path, for messages and for the one without parent
+    std::string shownStart;     ///< of what the user calls the files in here
     std::string ownName;        ///< in the parent
     bool made = false;
+    mutable std::mutex mutex; ///< guards `inUse`
+    mutable std::weak_ptr<const FileDescriptor> inUse;
 };
 
 } // namespace tarncli

@@ -29,12 +29,18 @@ namespace fs = std::filesystem;
 constexpr const char* partEnding = ".tarn-part";
 constexpr const char* versionEnding = "-version";
 
-/// Tells this machine's from others in a folder that several share.
-std::string temporaryStart()
+std::string machineName()
 {
     std::array<char, 65> machine{}; // the longest name there is, and a zero
     [[maybe_unused]] const auto told = ::gethostname(machine.data(), machine.size() - 1);
-    return ".tarn-" + std::string(machine.data()) + "-";
+    return machine.data();
+}
+
+/// Tells this machine's from others in a folder that several share.
+const std::string& temporaryStart()
+{
+    static const std::string start = ".tarn-" + machineName() + "-";
+    return start;
 }
 
 /// In the same folder, since a file cannot be renamed from one file system to another.
@@ -134,16 +140,19 @@ private:
     std::shared_ptr<const IncomingFile> incoming;
 };
 
-IncomingFile::IncomingFile(FileDescriptor into, std::string finalName, fs::path shownPath,
-                           Unfinished whenUnfinished, MovedBytes movedBytes)
+IncomingFile::IncomingFile(std::shared_ptr<const FileDescriptor> into, std::string finalName,
+                           std::string shownPath, Unfinished whenUnfinished, MovedBytes movedBytes)
     : folder(std::move(into))
     , target(std::move(finalName))
     , shown(std::move(shownPath))
     , unfinished(possible(whenUnfinished, target))
     , moved(std::move(movedBytes))
 {
-    unfinished == Unfinished::keep ? openPart() : openTemporary();
-    takeAfterTarget(S_IRUSR | S_IWUSR); // a later command may have to go on with it
+    const auto before = replaced();
+    // Nobody may read more of the new content than of the old, not even for a moment.
+    const mode_t mode = before ? S_IRUSR | S_IWUSR : 0666;
+    unfinished == Unfinished::keep ? openPart(mode) : openTemporary(mode);
+    if (before) takeAfter(*before, S_IRUSR | S_IWUSR); // a later command may have to go on with it
 }
 
 IncomingFile::~IncomingFile()
@@ -151,33 +160,32 @@ IncomingFile::~IncomingFile()
     leave();
 }
 
-void IncomingFile::openTemporary()
+void IncomingFile::openTemporary(mode_t mode)
 {
     constexpr int flags = O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC;
     do {
         guard.reset(); // it reads the name
         name = temporaryName();
         guard.emplace([this] { leave(); });
-        file = FileDescriptor(::openat(folder.get(), name.c_str(), flags, firstMode()));
+        file = FileDescriptor(::openat(folder->get(), name.c_str(), flags, mode));
     } while (!file && errno == EEXIST); // left by a process that had the number of this one
     if (!file) throwErrno("Could not write", shown);
     ::flock(file.get(), LOCK_EX | LOCK_NB); // tells others that it is on its way, where there are locks
 }
 
-void IncomingFile::openPart()
+void IncomingFile::openPart(mode_t mode)
 {
     constexpr int flags = O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK;
     name = partName(target);
     guard.emplace([this] { leave(); });
     do {
         requirePlaceOfPart();
-        file = FileDescriptor(::openat(folder.get(), name.c_str(), flags, firstMode()));
+        file = FileDescriptor(::openat(folder->get(), name.c_str(), flags, mode));
         if (!file) throwErrno("Could not write", shownPart());
         // Some file systems know no locks.
         if (::flock(file.get(), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK) {
             file.reset(); // it is the other's: nothing of it may be touched
-            throw Failure(ExitCode::conflict,
-                          escaped(shown.string()) + " is being fetched by another command.");
+            throw Failure(ExitCode::conflict, escaped(shown) + " is being fetched by another command.");
         }
     } while (!isStillNamed()); // the other has just given it its final name
     const auto size = ::lseek(file.get(), 0, SEEK_END);
@@ -191,25 +199,17 @@ std::optional<struct stat> IncomingFile::replaced() const
 {
     struct stat status {};
 
-    if (::fstatat(folder.get(), target.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0 ||
+    if (::fstatat(folder->get(), target.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0 ||
         !S_ISREG(status.st_mode))
         return {};
     return status;
 }
 
-/// Nobody may read more of the new content than of the old, not even for a moment.
-mode_t IncomingFile::firstMode() const
-{
-    return replaced() ? S_IRUSR | S_IWUSR : 0666;
-}
-
 /// Some file systems know no owners or modes.
-void IncomingFile::takeAfterTarget(mode_t andMore) const
+void IncomingFile::takeAfter(const struct stat& before, mode_t andMore) const
 {
-    const auto before = replaced();
-    if (!before) return;
-    [[maybe_unused]] const auto owned = ::fchown(file.get(), before->st_uid, before->st_gid);
-    ::fchmod(file.get(), (before->st_mode & 0777) | andMore);
+    [[maybe_unused]] const auto owned = ::fchown(file.get(), before.st_uid, before.st_gid);
+    ::fchmod(file.get(), (before.st_mode & 0777) | andMore);
 }
 
 /// Discarded or not.
@@ -220,14 +220,14 @@ bool IncomingFile::isPart() const
 
 fs::path IncomingFile::shownPart() const
 {
-    return shown.parent_path() / name;
+    return fs::path(shown).parent_path() / name;
 }
 
 void IncomingFile::requirePlaceOfPart() const
 {
     struct stat there {};
 
-    const bool isTaken = ::fstatat(folder.get(), name.c_str(), &there, AT_SYMLINK_NOFOLLOW) == 0;
+    const bool isTaken = ::fstatat(folder->get(), name.c_str(), &there, AT_SYMLINK_NOFOLLOW) == 0;
     if (isTaken && !S_ISREG(there.st_mode))
         throw Failure(ExitCode::conflict,
                       "Could not write " + escaped(shownPart().string()) + ": it is not a file.");
@@ -240,7 +240,7 @@ bool IncomingFile::isStillNamed() const
     struct stat named {};
 
     if (::fstat(file.get(), &opened) != 0) throwErrno("Could not write", shown);
-    return ::fstatat(folder.get(), name.c_str(), &named, AT_SYMLINK_NOFOLLOW) == 0 &&
+    return ::fstatat(folder->get(), name.c_str(), &named, AT_SYMLINK_NOFOLLOW) == 0 &&
            named.st_dev == opened.st_dev && named.st_ino == opened.st_ino;
 }
 
@@ -248,7 +248,7 @@ bool IncomingFile::isStillNamed() const
 void IncomingFile::readVersion()
 {
     const FileDescriptor kept(
-        ::openat(folder.get(), versionName(name).c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
+        ::openat(folder->get(), versionName(name).c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
     std::array<char, 256> text;
     const auto count = kept ? ::read(kept.get(), text.data(), text.size()) : 0;
     const std::string_view id(text.data(), count > 0 ? static_cast<std::size_t>(count) : 0);
@@ -262,7 +262,7 @@ void IncomingFile::setVersion(const std::string& id)
     if (id == versionId) return;
     versionId = id;
     if (!isPart()) return;
-    const FileDescriptor kept(::openat(folder.get(), versionName(name).c_str(),
+    const FileDescriptor kept(::openat(folder->get(), versionName(name).c_str(),
                                        O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK,
                                        0666));
     if (!kept || ::write(kept.get(), id.data(), id.size()) != static_cast<ssize_t>(id.size()))
@@ -332,7 +332,7 @@ void IncomingFile::commit(Overwrite overwrite, std::uint64_t milliseconds)
             {static_cast<time_t>(milliseconds / 1000), static_cast<long>(milliseconds % 1000) * 1'000'000}};
         if (::futimens(file.get(), times) != 0) throwErrno("Could not set the time of", shown);
     }
-    takeAfterTarget(0);
+    if (const auto before = replaced()) takeAfter(*before, 0);
     // A part's name is one that others know.
     if (isPart() && !isStillNamed())
         throw Failure(ExitCode::conflict,
@@ -342,23 +342,22 @@ void IncomingFile::commit(Overwrite overwrite, std::uint64_t milliseconds)
     rename(overwrite);
     committed = true;
     if (isPart())
-        ::unlinkat(folder.get(), versionName(name).c_str(), 0);
+        ::unlinkat(folder->get(), versionName(name).c_str(), 0);
     else
         removeOlderPart();
     // The new name lasts only once the folder does. Some file systems cannot be asked for that.
-    if (::fsync(folder.get()) != 0 && errno != EINVAL) throwErrno("Could not write", shown);
+    if (::fsync(folder->get()) != 0 && errno != EINVAL) throwErrno("Could not write", shown);
 }
 
 void IncomingFile::rename(Overwrite overwrite) const
 {
     const unsigned flags = overwrite == Overwrite::refuse ? RENAME_NOREPLACE : 0;
-    int result = ::renameat2(folder.get(), name.c_str(), folder.get(), target.c_str(), flags);
+    int result = ::renameat2(folder->get(), name.c_str(), folder->get(), target.c_str(), flags);
     // Some file systems know no flags; the name was free a moment ago.
     if (result != 0 && errno == EINVAL && flags != 0 && !isTaken(target))
-        result = ::renameat(folder.get(), name.c_str(), folder.get(), target.c_str());
+        result = ::renameat(folder->get(), name.c_str(), folder->get(), target.c_str());
     if (result != 0 && errno == EEXIST)
-        throw Failure(ExitCode::conflict,
-                      escaped(shown.string()) + " exists already; use --force to replace it.");
+        throw Failure(ExitCode::conflict, escaped(shown) + " exists already; use --force to replace it.");
     if (result != 0) throwErrno("Could not write", shown);
 }
 
@@ -367,17 +366,17 @@ void IncomingFile::removeOlderPart() const
 {
     const auto part = partName(target);
     const FileDescriptor older(
-        ::openat(folder.get(), part.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
+        ::openat(folder->get(), part.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
     if (!older || ::flock(older.get(), LOCK_EX | LOCK_NB) != 0) return;
-    ::unlinkat(folder.get(), part.c_str(), 0);
-    ::unlinkat(folder.get(), versionName(part).c_str(), 0);
+    ::unlinkat(folder->get(), part.c_str(), 0);
+    ::unlinkat(folder->get(), versionName(part).c_str(), 0);
 }
 
 bool IncomingFile::isTaken(const std::string& other) const
 {
     struct stat status {};
 
-    const bool found = ::fstatat(folder.get(), other.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0;
+    const bool found = ::fstatat(folder->get(), other.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0;
     if (found) errno = EEXIST;
     return found;
 }
@@ -398,8 +397,8 @@ void IncomingFile::leave() const
     if (committed) return;
     if (unfinished == Unfinished::keep && (!file || ::lseek(file.get(), 0, SEEK_CUR) > 0))
         return fillLastHole();
-    ::unlinkat(folder.get(), name.c_str(), 0);
-    if (isPart()) ::unlinkat(folder.get(), versionName(name).c_str(), 0);
+    ::unlinkat(folder->get(), name.c_str(), 0);
+    if (isPart()) ::unlinkat(folder->get(), versionName(name).c_str(), 0);
 }
 
 } // namespace tarncli

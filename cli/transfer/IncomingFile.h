@@ -44,7 +44,7 @@ public:
     /// @param shownPath   what the user calls it
     /// @param movedBytes  counts what has come, what is here from an earlier command included
     /// @throws Failure; conflict when another command is just fetching the file, with Unfinished::keep
-    IncomingFile(FileDescriptor folder, std::string finalName, std::filesystem::path shownPath,
+    IncomingFile(std::shared_ptr<const FileDescriptor> folder, std::string finalName, std::string shownPath,
                  Unfinished unfinished, MovedBytes movedBytes);
     ~IncomingFile() override;
     IncomingFile(const IncomingFile&) = delete;
@@ -76,11 +76,10 @@ public:
 private:
     class Sink;
 
-    void openTemporary();
-    void openPart();
+    void openTemporary(mode_t mode);
+    void openPart(mode_t mode);
     std::optional<struct stat> replaced() const;
-    mode_t firstMode() const;
-    void takeAfterTarget(mode_t andMore) const;
+    void takeAfter(const struct stat& before, mode_t andMore) const;
     bool isPart() const;
     std::filesystem::path shownPart() const;
     void requirePlaceOfPart() const;
@@ -93,9 +92,9 @@ private:
     void rename(Overwrite overwrite) const;
     void removeOlderPart() const;
 
-    FileDescriptor folder;
+    std::shared_ptr<const FileDescriptor> folder;
     std::string target;
-    std::filesystem::path shown;
+    std::string shown;
     Unfinished unfinished;
     std::string name; ///< until it is whole
     MovedBytes moved;

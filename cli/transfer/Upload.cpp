@@ -191,7 +191,9 @@ void Uploader::leaveWhatIsThere()
             if (existing == Existing::replace) upload.sha256 = found.sha256;
             if (!found.isSame) return;
             ++report.unchanged;
-            out.detail(upload.remote.quoted() + " has the content of " + shown(upload.origin) + " already.");
+            out.detail([&] {
+                return upload.remote.quoted() + " has the content of " + shown(upload.origin) + " already.";
+            });
         });
     }
     addTo(report.transfers, comparisons.run());
@@ -229,8 +231,10 @@ UploadReport Uploader::run()
                                .succeeded = [this, &upload](const StoredContent& stored) {
                                    ++report.files;
                                    report.bytes += stored.bytes; // it may have become longer or shorter
-                                   out.detail("Stored " + shown(upload.origin) + " as " +
-                                              upload.remote.quoted() + ".");
+                                   out.detail([&] {
+                                       return "Stored " + shown(upload.origin) + " as " +
+                                              upload.remote.quoted() + ".";
+                                   });
                                }}));
         total += upload.size;
     }
