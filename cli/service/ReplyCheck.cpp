@@ -27,7 +27,9 @@ std::string_view rootOf(std::string_view document)
 
 bool isType(std::string_view header, std::string_view type)
 {
-    return header.substr(0, header.find_first_of("; ")) == type;
+    if (!header.starts_with(type)) return false;
+    header.remove_prefix(type.size());
+    return header.empty() || header.front() == ';' || header.front() == ' ';
 }
 
 /// One that was cut short is no document. The library would say so, but not that a change may have happened.

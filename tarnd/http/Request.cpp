@@ -12,6 +12,11 @@ namespace {
 
 constexpr std::size_t headersLimit = 32 * 1024; // of names and values, target included
 
+bool isBlank(char c)
+{
+    return c == ' ' || c == '\t';
+}
+
 bool isControl(char c)
 {
     return (c >= 0 && c < 0x20 && c != '\t') || c == 0x7f;
@@ -30,7 +35,7 @@ void checkFields(const Headers& fields, std::size_t more)
     for (const auto& [name, value] : fields) {
         size += name.size() + value.size();
         // "Content-Length : 3" is a length to some readers and an unknown header to others.
-        if (name.find_first_of(" \t") != std::string::npos) throw sentences::badHeader();
+        if (std::any_of(name.begin(), name.end(), isBlank)) throw sentences::badHeader();
         if (std::any_of(value.begin(), value.end(), isControl)) throw sentences::controlInHeader();
     }
     if (size > headersLimit) throw sentences::headersTooLarge();

@@ -3,7 +3,6 @@
 #include "tarnhost/detail/AvailableMemory.h"
 
 #include <algorithm>
-#include <cctype>
 #include <charconv>
 #include <cstdlib>
 #include <cstring>
@@ -27,25 +26,37 @@ constexpr std::uint16_t notModified = 304;
     throw std::runtime_error(reason);
 }
 
+/// Of ASCII, whatever the locale: headers are of no language.
+constexpr char lower(char c)
+{
+    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+}
+
 bool sameWord(std::string_view a, std::string_view b)
 {
-    return std::equal(a.begin(), a.end(), b.begin(), b.end(),
-                      [](unsigned char x, unsigned char y) { return std::tolower(x) == std::tolower(y); });
+    return std::ranges::equal(a, b, {}, lower, lower);
 }
 
 std::string lowered(std::string_view word)
 {
     std::string letters(word);
-    std::transform(letters.begin(), letters.end(), letters.begin(),
-                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    std::ranges::transform(letters, letters.begin(), lower);
     return letters;
 }
 
+constexpr bool isBlank(char c)
+{
+    return c == ' ' || c == '\t' || c == '\r' || c == '\n';
+}
+
+/// Not by find_first_not_of, which would look for every character in a set: there are many headers in a reply.
 std::string_view trimmed(std::string_view text)
 {
-    const auto first = text.find_first_not_of(" \t\r\n");
-    if (first == std::string_view::npos) return {};
-    return text.substr(first, text.find_last_not_of(" \t\r\n") + 1 - first);
+    while (!text.empty() && isBlank(text.front()))
+        text.remove_prefix(1);
+    while (!text.empty() && isBlank(text.back()))
+        text.remove_suffix(1);
+    return text;
 }
 
 /// The whole of `text` as a decimal number; nothing: it is none.
@@ -71,7 +82,7 @@ void IncomingReply::takeLine(std::string_view line)
     if (stage == Stage::body) return; // a trailer says nothing that is asked for
     if (stage == Stage::awaited) {
         beginHead(line);
-    } else if (trimmed(line).empty()) {
+    } else if (std::ranges::all_of(line, isBlank)) {
         endHead();
     } else {
         takeHeader(line);

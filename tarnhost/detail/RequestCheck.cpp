@@ -44,7 +44,7 @@ void checkHeader(const std::string& name, const std::string& value, const UrlPar
     if (name.empty() || !std::all_of(name.begin(), name.end(), isTokenCharacter)) {
         refuse(target, "A header name holds a character that is not allowed there.");
     }
-    if (value.find_first_of(std::string_view("\r\n\0", 3)) != std::string::npos) {
+    if (std::ranges::any_of(value, [](char c) { return c == '\r' || c == '\n' || c == '\0'; })) {
         refuse(target, "The value of the header \"" + name + "\" holds a line break or NUL.");
     }
 }

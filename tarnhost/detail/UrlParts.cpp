@@ -14,13 +14,25 @@ namespace {
 std::size_t pathOf(const std::string& url)
 {
     const auto scheme = url.find("://");
-    return scheme == std::string::npos ? scheme : url.find_first_of("/?#", scheme + 3);
+    if (scheme == std::string::npos) return scheme;
+    const auto isPathBegin = [](char c) { return c == '/' || c == '?' || c == '#'; };
+    const auto begin =
+        std::find_if(url.begin() + static_cast<std::ptrdiff_t>(scheme + 3), url.end(), isPathBegin);
+    return begin == url.end() ? std::string::npos : static_cast<std::size_t>(begin - url.begin());
+}
+
+/// How long the path is that `text` begins with.
+std::size_t pathLength(std::string_view text)
+{
+    const auto end = std::ranges::find_if(text, [](char c) { return c == '?' || c == '#'; });
+    return static_cast<std::size_t>(end - text.begin());
 }
 
 /// It has a host where it should, and nothing that an origin would not show.
 bool isPlainService(std::string_view service)
 {
-    return !service.ends_with("://") && service.find_first_of("%@") == std::string_view::npos;
+    return !service.ends_with("://") &&
+           std::ranges::none_of(service, [](char c) { return c == '%' || c == '@'; });
 }
 
 /// No libcurl would change or refuse any of it.
@@ -68,9 +80,9 @@ UrlParts partsOf(const std::string& url)
         last.emplace(Remembered{std::string(service), UrlParts(url)});
         return last->parts;
     }
-    const auto pathEnd = rest.find_first_of("?#");
+    const auto pathEnd = pathLength(rest);
     last->parts.path = rest.substr(0, pathEnd);
-    last->parts.hasQueryOrFragment = pathEnd != std::string_view::npos;
+    last->parts.hasQueryOrFragment = pathEnd < rest.size();
     last->parts.isPlain = rest.find('#') == std::string_view::npos;
     return last->parts;
 }
