@@ -69,7 +69,9 @@ ContentFolder::~ContentFolder()
 
 fs::path ContentFolder::contentPath(const std::string& id) const
 {
-    return contents / id.substr(0, 2) / id;
+    // Put together as text: a path is taken apart each time that it grows, which every request would pay for.
+    std::string path = contents.native();
+    return path.append("/").append(id, 0, 2).append("/").append(id);
 }
 
 /// A starting process may take a folder that is not locked yet for a dead one's and remove it: so look again.

@@ -4,9 +4,9 @@
 
 #include <openssl/crypto.h>
 #include <openssl/evp.h>
-#include <openssl/rand.h>
 
 #include <array>
+#include <unistd.h>
 #include <vector>
 
 namespace tarnd {
@@ -16,13 +16,19 @@ namespace {
 std::string hex(const unsigned char* bytes, std::size_t size)
 {
     static constexpr char digits[] = "0123456789abcdef";
-    std::string text;
-    text.reserve(size * 2);
+    std::string text(size * 2, '\0');
     for (std::size_t i = 0; i < size; ++i) {
-        text += digits[bytes[i] >> 4];
-        text += digits[bytes[i] & 15];
+        text[2 * i] = digits[bytes[i] >> 4];
+        text[2 * i + 1] = digits[bytes[i] & 15];
     }
     return text;
+}
+
+/// Looked for once: OpenSSL takes longer for that than to hash a session id.
+const EVP_MD* sha256()
+{
+    static const EVP_MD* const found = EVP_MD_fetch(nullptr, "SHA256", nullptr);
+    return found ? found : EVP_sha256();
 }
 
 } // namespace
@@ -30,7 +36,7 @@ std::string hex(const unsigned char* bytes, std::size_t size)
 std::string randomHex(std::size_t bytes)
 {
     std::vector<unsigned char> random(bytes);
-    if (RAND_bytes(random.data(), static_cast<int>(bytes)) != 1)
+    if (::getentropy(random.data(), bytes) != 0)
         throw sentences::internal.because("the random source failed");
     return hex(random.data(), random.size());
 }
@@ -67,7 +73,7 @@ struct Sha256::Context {
 
 Sha256::Sha256() : context(std::make_unique<Context>())
 {
-    if (!context->md || EVP_DigestInit_ex(context->md, EVP_sha256(), nullptr) != 1)
+    if (!context->md || EVP_DigestInit_ex(context->md, sha256(), nullptr) != 1)
         throw sentences::internal.because("SHA-256 is not available");
 }
 
