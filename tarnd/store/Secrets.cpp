@@ -6,7 +6,7 @@
 #include <openssl/evp.h>
 
 #include <array>
-#include <unistd.h>
+#include <cstdlib>
 #include <vector>
 
 namespace tarnd {
@@ -36,8 +36,7 @@ const EVP_MD* sha256()
 std::string randomHex(std::size_t bytes)
 {
     std::vector<unsigned char> random(bytes);
-    if (::getentropy(random.data(), bytes) != 0)
-        throw sentences::internal.because("the random source failed");
+    ::arc4random_buf(random.data(), bytes); // the kernel's
     return hex(random.data(), random.size());
 }
 

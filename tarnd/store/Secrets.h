@@ -7,8 +7,8 @@
 
 namespace tarnd {
 
-/// `bytes` bytes of the system's cryptographic random source as lower-case hex (two digits a byte).
-/// @throws ServiceError internal when the source fails; a weaker one is never used instead
+/// `bytes` bytes of the system's cryptographic random source as lower-case hex (two digits a byte). A weaker one is
+/// never used instead.
 std::string randomHex(std::size_t bytes);
 
 /// SHA-256 as 64 lower-case hex digits.
